@@ -1,0 +1,38 @@
+# KvProjectOptions: how this project compiles and links its own targets. Linked PRIVATE by all of them, never exported.
+
+add_library(KvProjectOptions INTERFACE)
+
+target_compile_options(
+    KvProjectOptions
+    INTERFACE -Wall
+              -Wextra
+              -Wpedantic
+              -Wshadow
+              -Wconversion
+              -Wsign-conversion
+              -Wold-style-cast
+              -Wnon-virtual-dtor
+              -Woverloaded-virtual
+              -Wcast-align
+              -Wcast-qual
+              -Wformat=2
+              -Wimplicit-fallthrough
+              -Wmissing-declarations
+              -Wundef
+              -Wunused
+              -Wextra-semi
+              $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond>
+              $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-branches>
+              $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op>
+              $<$<BOOL:${KV_WERROR}>:-Werror>)
+
+if(KV_SANITIZE)
+    set(kv_sanitize_flags -fsanitize=${KV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_compile_options(KvProjectOptions INTERFACE ${kv_sanitize_flags})
+    target_link_options(KvProjectOptions INTERFACE ${kv_sanitize_flags})
+endif()
+
+# A clang shared library leaves the sanitizer runtime to the executable, so only there symbols may stay open.
+if(NOT KV_SANITIZE OR CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_link_options(KvProjectOptions INTERFACE LINKER:--no-undefined)
+endif()

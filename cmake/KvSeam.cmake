@@ -1,0 +1,9 @@
+# Kv::Seam: the include root. "platform/KvOsBase.h", "base/KvVector.h", "selectcontext/KvSelectContext.h" start from it.
+
+add_library(KvSeam INTERFACE)
+add_library(Kv::Seam ALIAS KvSeam)
+set_target_properties(KvSeam PROPERTIES EXPORT_NAME Seam)
+target_compile_features(KvSeam INTERFACE cxx_std_17)
+target_include_directories(
+    KvSeam INTERFACE "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>"
+                     "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/KvSelectContext>")

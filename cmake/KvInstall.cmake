@@ -1,0 +1,48 @@
+# Three packages: KvSeam (the headers that a platform is written against), KvInMemoryPlatform (when it is what the
+# library was built against) and KvSelectContext. Each has its CMake package and its pkg-config module.
+
+include(CMakePackageConfigHelpers)
+
+set(KV_INSTALL_HEADERS "${CMAKE_INSTALL_INCLUDEDIR}/KvSelectContext")
+set(KV_INSTALL_PKGCONFIG "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+cmake_path(SET kv_pkgconfig_directory NORMALIZE "${CMAKE_INSTALL_PREFIX}/${KV_INSTALL_PKGCONFIG}")
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${kv_pkgconfig_directory}"
+           OUTPUT_VARIABLE KV_PREFIX_FROM_PKGCONFIG)
+
+if(KV_PLATFORM_PACKAGE STREQUAL "")
+    set(KV_PLATFORM_DEPENDENCY KvInMemoryPlatform)
+    set(KV_PKGCONFIG_REQUIRES KvInMemoryPlatform)
+else()
+    set(KV_PLATFORM_DEPENDENCY ${KV_PLATFORM_PACKAGE})
+    set(KV_PKGCONFIG_REQUIRES ${KV_PLATFORM_PKGCONFIG})
+endif()
+
+# kv_install_package(<name>): the config, version, targets and pkg-config files of one package.
+function(kv_install_package name)
+    set(directory "${CMAKE_INSTALL_LIBDIR}/cmake/${name}")
+    install(EXPORT ${name}Targets NAMESPACE Kv:: DESTINATION "${directory}")
+    configure_package_config_file(
+        "${PROJECT_SOURCE_DIR}/cmake/${name}Config.cmake.in" "${PROJECT_BINARY_DIR}/packages/${name}Config.cmake"
+        INSTALL_DESTINATION "${directory}")
+    write_basic_package_version_file(
+        "${PROJECT_BINARY_DIR}/packages/${name}ConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
+    install(FILES "${PROJECT_BINARY_DIR}/packages/${name}Config.cmake"
+                  "${PROJECT_BINARY_DIR}/packages/${name}ConfigVersion.cmake"
+            DESTINATION "${directory}")
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in" "${PROJECT_BINARY_DIR}/packages/${name}.pc" @ONLY)
+    install(FILES "${PROJECT_BINARY_DIR}/packages/${name}.pc" DESTINATION "${KV_INSTALL_PKGCONFIG}")
+endfunction()
+
+install(TARGETS KvSeam EXPORT KvSeamTargets FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}")
+kv_install_package(KvSeam)
+
+if(KV_PLATFORM_PACKAGE STREQUAL "")
+    install(TARGETS KvOsBase KvRx KvGeometry KvDatabase EXPORT KvInMemoryPlatformTargets)
+    install(DIRECTORY "${PROJECT_SOURCE_DIR}/platform/inmemory"
+            DESTINATION "${KV_INSTALL_HEADERS}/platform"
+            FILES_MATCHING PATTERN "InMemory*.h")
+    kv_install_package(KvInMemoryPlatform)
+endif()
+
+install(TARGETS KvSelectContext EXPORT KvSelectContextTargets FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}")
+kv_install_package(KvSelectContext)

@@ -1,0 +1,145 @@
+// GxArray: the application's plain growable array.
+#pragma once
+
+#include "base/KvRaise.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <type_traits>
+
+// Moves elements to new storage byte by byte.
+template <class T>
+class GxArrayMemCopyReallocator {
+public:
+    static void copy(T* to, const T* from, std::int32_t count) noexcept {
+        static_assert(std::is_trivially_copyable_v<T>, "elements are moved byte by byte");
+        if (count > 0)
+            std::memcpy(to, from, static_cast<std::size_t>(count) * sizeof(T));
+    }
+};
+
+// An array that is owned by one object and never shared.
+//
+// Invariants:
+//  1. 0 <= mLogicalLength <= mPhysicalLength.
+//  2. `mArray` is null exactly when mPhysicalLength is 0.
+//
+// Out of memory, or a capacity beyond what an int holds, is KvErrorStatus 6 and leaves the array as it was.
+// Elements that come into use without having been stored to hold a value-initialised or an earlier value.
+//
+// Thread safety: none; an array belongs to one thread at a time.
+template <class T, class Reallocator = GxArrayMemCopyReallocator<T>>
+class GxArray {
+public:
+    // Empty, grow length 8. Allocates nothing.
+    GxArray() : mArray(nullptr), mPhysicalLength(0), mLogicalLength(0), mGrowLength(kInitialGrowLength) {}
+
+    // Copies the elements into storage of just their number. O(length).
+    GxArray(const GxArray& other) : GxArray() {
+        mGrowLength = other.mGrowLength;
+        assign(other);
+    }
+
+    // Copies elements and grow length; storage that is large enough is kept. O(length).
+    GxArray& operator=(const GxArray& other) {
+        if (this == &other)
+            return *this;
+        assign(other);
+        mGrowLength = other.mGrowLength;
+        return *this;
+    }
+
+    ~GxArray() { setPhysicalLength(0); }
+
+    int logicalLength() const noexcept { return mLogicalLength; }
+    int physicalLength() const noexcept { return mPhysicalLength; }
+    int growLength() const noexcept { return mGrowLength; }
+
+    // Sets the number of elements; a negative one counts as 0. Storage grows, never shrinks. Amortised O(1)
+    // per element added.
+    void setLogicalLength(int n) {
+        n = std::max(n, 0);
+        if (n > mPhysicalLength)
+            reallocate(grown(n));
+        mLogicalLength = n;
+    }
+
+    // Sets the capacity; a negative one counts as 0, which frees the storage. A capacity below the length
+    // shortens the array. O(length).
+    void setPhysicalLength(int n) {
+        n = std::max(n, 0);
+        if (n == mPhysicalLength)
+            return;
+        reallocate(n);
+        mLogicalLength = std::min(mLogicalLength, mPhysicalLength);
+    }
+
+    // The element; valid for 0 <= i < logicalLength(), else KvErrorStatus 24. O(1).
+    T& at(int i) {
+        checkIndex(i);
+        return mArray[i];
+    }
+    const T& at(int i) const {
+        checkIndex(i);
+        return mArray[i];
+    }
+
+    // The element, unchecked: the caller answers for 0 <= i < logicalLength(). O(1).
+    T& operator[](int i) { return mArray[i]; }
+    const T& operator[](int i) const { return mArray[i]; }
+
+    T* mArray;
+    std::int32_t mPhysicalLength;
+    std::int32_t mLogicalLength;
+    std::int32_t mGrowLength;
+
+private:
+    static constexpr std::int32_t kInitialGrowLength = 8;
+    static constexpr std::int64_t kDoublingLimitBytes =
+        65536; // storage doubles below this size, then grows by it
+
+    std::int64_t grown(std::int32_t wanted) const noexcept {
+        constexpr auto size = static_cast<std::int64_t>(sizeof(T));
+        const std::int64_t old = mPhysicalLength;
+        const std::int64_t extra = old * size < kDoublingLimitBytes ? old : kDoublingLimitBytes / size;
+        return std::max<std::int64_t>(old + std::max<std::int64_t>(mGrowLength, extra), wanted);
+    }
+
+    void reallocate(std::int64_t capacity) {
+        T* const fresh = allocate(capacity);
+        Reallocator::copy(fresh, mArray,
+                          static_cast<std::int32_t>(std::min<std::int64_t>(mLogicalLength, capacity)));
+        ::operator delete(mArray);
+        mArray = fresh;
+        mPhysicalLength = static_cast<std::int32_t>(capacity);
+    }
+
+    static T* allocate(std::int64_t capacity) {
+        if (capacity == 0)
+            return nullptr;
+        if (capacity > std::numeric_limits<std::int32_t>::max())
+            kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
+        void* const memory = ::operator new(static_cast<std::size_t>(capacity) * sizeof(T), std::nothrow);
+        if (!memory)
+            kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
+        std::uninitialized_value_construct_n(static_cast<T*>(memory), capacity);
+        return static_cast<T*>(memory);
+    }
+
+    void assign(const GxArray& other) {
+        if (other.mLogicalLength > mPhysicalLength)
+            reallocate(other.mLogicalLength);
+        Reallocator::copy(mArray, other.mArray, other.mLogicalLength);
+        mLogicalLength = other.mLogicalLength;
+    }
+
+    void checkIndex(int i) const {
+        if (i < 0 || i >= mLogicalLength)
+            kvdetail::raiseStatus(kvdetail::kStatusInvalidIndex);
+    }
+};

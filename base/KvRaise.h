@@ -1,0 +1,36 @@
+// The one place that raises errors.
+#pragma once
+
+#include "platform/KvOsBase.h"
+
+#include <memory>
+
+namespace kvdetail {
+
+// The statuses that the containers and the library raise.
+constexpr int kStatusNoElement = 2;     // a vector with no element after growth
+constexpr int kStatusOutOfMemory = 6;   // a block, storage, page or array could not be obtained
+constexpr int kStatusInvalidIndex = 24; // an index outside the container, or an empty slot
+
+// Every error is raised without a source position of its own.
+constexpr const wchar_t* kNoFile = L"\"\"";
+constexpr int kNoLine = 0;
+
+// Offers the exception to the crash recorder, if there is one, and throws the pointer. The catcher owns it.
+template <class Exception>
+[[noreturn]] void raise(std::unique_ptr<Exception> exception) {
+    if (IKvCrashRecorder* recorder = gxapGetCrashRecorder())
+        recorder->recordException(exception.get());
+    throw exception.release();
+}
+
+// Kept out of line and cold, so that the checks that lead here cost their callers one untaken branch.
+[[noreturn, gnu::noinline, gnu::cold]] inline void raiseStatus(int status) {
+    raise(std::make_unique<KvErrorStatus>(status, kNoFile, kNoLine));
+}
+
+[[noreturn, gnu::noinline, gnu::cold]] inline void raiseMessage(const wchar_t* message) {
+    raise(std::make_unique<KvExceptionWithMsg>(kNoFile, kNoLine, message));
+}
+
+} // namespace kvdetail

@@ -1,0 +1,294 @@
+// KvVector: a copy-on-write vector whose data block is shared between copies.
+//
+// Three layers, each with one concern:
+//   policies  - where element storage comes from, how the count changes, how capacity grows;
+//   the block - KvVectorBlock and KvVectorDataPtr, the counted handle that makes and frees blocks;
+//   the vector - KvVector, the value type that callers hold.
+#pragma once
+
+#include "base/KvRaise.h"
+#include "platform/KvOsBase.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <new>
+
+class GxDbObjectId;
+
+// The data block, one layout for every element type, so that all empty vectors can share one block.
+// It comes from _kvMalloc and goes back through _kvFree.
+struct KvVectorBlock {
+    std::atomic<std::uint32_t> refCount; // vectors that share the block
+    std::int32_t logicalLength;          // elements in use
+    std::int32_t physicalLength;         // capacity in elements
+    std::int32_t growLength;             // growth step in elements
+    void* array;                         // element storage; null exactly when the capacity is 0
+};
+static_assert(sizeof(KvVectorBlock) == 24, "the application's libraries share this layout");
+
+// How the number of sharers changes: sequentially consistent, so that blocks may be shared across threads.
+class KvRefCounter {
+public:
+    static void add(std::atomic<std::uint32_t>& count) noexcept { count.fetch_add(1); }
+
+    // True for the one caller that gave up the last reference. The decision rests on the value that the
+    // decrement itself returned: after it, another thread may already have freed the count.
+    static bool drop(std::atomic<std::uint32_t>& count) noexcept { return count.fetch_sub(1) == 1; }
+
+    static bool isShared(const std::atomic<std::uint32_t>& count) noexcept { return count.load() >= 2; }
+};
+
+// How capacity grows.
+class KvVectorDefaultGrowPolicy {
+public:
+    static constexpr std::int32_t kInitialGrowLength = 8;
+    static constexpr std::int32_t kInitialPrivateCapacity = 16;
+
+    // The capacity for `wanted` elements. The step is taken from the logical, not the physical, length; 64
+    // bits wide so that the sum cannot overflow.
+    static std::int64_t grown(std::int32_t logicalLength, std::int32_t growLength,
+                              std::int32_t wanted) noexcept {
+        return std::max<std::int64_t>(std::int64_t{logicalLength} + growLength, wanted);
+    }
+
+    // The capacity of a private copy of a block.
+    static std::int32_t privateCapacity(std::int32_t physicalLength) noexcept {
+        return physicalLength == 0 ? kInitialPrivateCapacity : physicalLength;
+    }
+};
+
+// Element storage from array new. Every element is value-initialised.
+template <class T>
+class KvDefaultMemAllocator {
+public:
+    static T* alloc(std::int32_t n) {
+        T* const array = new (std::nothrow) T[static_cast<std::size_t>(n)]();
+        if (!array)
+            kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
+        return array;
+    }
+
+    static void free(T* array, std::int32_t /*physicalLength*/) noexcept { delete[] array; }
+};
+
+// Element storage from _kvMalloc. Every element is value-initialised.
+template <class T>
+class KvDelegateMemAllocator {
+public:
+    // Null when n < 1. Raises KvErrorStatus 6 when there is no memory.
+    static T* alloc(std::int32_t n) {
+        if (n < 1)
+            return nullptr;
+        void* const memory = _kvMalloc(static_cast<std::size_t>(n) * sizeof(T));
+        if (!memory)
+            kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
+        T* const array = static_cast<T*>(memory);
+        std::uninitialized_value_construct_n(array, n);
+        return array;
+    }
+
+    static void free(T* array, std::int32_t physicalLength) noexcept {
+        if (physicalLength <= 0 || !array)
+            return;
+        std::destroy_n(array, physicalLength);
+        _kvFree(array);
+    }
+};
+
+// The allocator of KvVector<T> where none is named: object ids live in the application's memory.
+template <class T>
+struct KvVectorDefaultAllocator {
+    using type = KvDefaultMemAllocator<T>;
+};
+template <>
+struct KvVectorDefaultAllocator<GxDbObjectId> {
+    using type = KvDelegateMemAllocator<GxDbObjectId>;
+};
+
+// The handle: one pointer to a block, counted by hand. Copying or destroying a handle changes no count;
+// KvVector adds that.
+template <class T, class Allocator, class RefCounter, class GrowPolicy>
+class KvVectorDataPtr {
+public:
+    // Gives up this handle's reference. The last one frees storage and block and sets the handle null;
+    // otherwise the handle is left as it is. Null: nothing.
+    void _release() {
+        if (!block || !RefCounter::drop(block->refCount))
+            return;
+        destroy(block);
+        block = nullptr;
+    }
+
+    // Shares `other`, a block or null, in place of what the handle holds. Never throws.
+    void share(KvVectorBlock* other) noexcept {
+        if (other == block)
+            return;
+        if (other)
+            RefCounter::add(other->refCount);
+        _release();
+        block = other;
+    }
+
+    // Replaces the handle's block by one of `capacity` elements that only this handle holds, with the first
+    // `kept` elements copied. On KvErrorStatus 6 the handle is unchanged.
+    void replace(std::int64_t capacity, std::int32_t kept) {
+        KvVectorBlock* const fresh = copy(block, capacity, kept);
+        _release();
+        block = fresh;
+    }
+
+    KvVectorBlock* block = nullptr;
+
+private:
+    static void destroy(KvVectorBlock* doomed) noexcept {
+        Allocator::free(static_cast<T*>(doomed->array), doomed->physicalLength);
+        doomed->~KvVectorBlock();
+        _kvFree(doomed);
+    }
+
+    struct Destroyer {
+        void operator()(KvVectorBlock* doomed) const noexcept { destroy(doomed); }
+    };
+
+    // A block with count 1. `source` may be null, which counts as an empty block.
+    static KvVectorBlock* copy(const KvVectorBlock* source, std::int64_t capacity, std::int32_t kept) {
+        if (capacity > std::numeric_limits<std::int32_t>::max())
+            kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
+        void* const memory = _kvMalloc(sizeof(KvVectorBlock));
+        if (!memory)
+            kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
+        const std::int32_t growLength = source ? source->growLength : GrowPolicy::kInitialGrowLength;
+        std::unique_ptr<KvVectorBlock, Destroyer> fresh(new (memory)
+                                                            KvVectorBlock{{1}, 0, 0, growLength, nullptr});
+
+        T* const array = Allocator::alloc(static_cast<std::int32_t>(capacity));
+        fresh->array = array;
+        fresh->physicalLength = static_cast<std::int32_t>(capacity);
+        if (kept > 0)
+            std::copy_n(static_cast<const T*>(source->array), kept, array);
+        fresh->logicalLength = kept;
+        return fresh.release();
+    }
+};
+
+// A copy-on-write vector. Copies share one block; the first write to a shared block copies the elements.
+//
+// Invariants:
+//  1. `data.block` is null only where the platform provides no empty block, or where a caller made it so; a
+//     null block is an empty vector.
+//  2. 0 <= logicalLength <= physicalLength; the storage is null exactly when the capacity is 0.
+//  3. The block's refCount is the number of vectors that share it, plus one for the platform in its empty
+//     block.
+//  4. A block that is shared (count of 2 or more) is never written to, except for its count.
+//
+// Out of memory is KvErrorStatus 6, an index outside the vector KvErrorStatus 24; either leaves the vector as
+// it was. Elements that come into use without having been stored to hold a value-initialised or an earlier
+// value.
+//
+// Thread safety: vectors that share a block may be copied, read and released on different threads; a vector
+// itself belongs to one thread at a time.
+template <class T, class Allocator = typename KvVectorDefaultAllocator<T>::type,
+          class RefCounter = KvRefCounter, class GrowPolicy = KvVectorDefaultGrowPolicy>
+class KvVector {
+public:
+    // Shares the process-wide empty block. O(1), allocates nothing.
+    KvVector() : KvVector(gpEmptyVectorData) {}
+
+    // Shares the other's block. O(1), allocates nothing.
+    KvVector(const KvVector& other) : KvVector(other.data.block) {}
+    KvVector& operator=(const KvVector& other) {
+        data.share(other.data.block);
+        return *this;
+    }
+
+    ~KvVector() { data._release(); }
+
+    // O(1). A null block has length and capacity 0 and the initial growth step.
+    int logicalLength() const noexcept { return data.block ? data.block->logicalLength : 0; }
+    int physicalLength() const noexcept { return data.block ? data.block->physicalLength : 0; }
+    int growLength() const noexcept {
+        return data.block ? data.block->growLength : GrowPolicy::kInitialGrowLength;
+    }
+
+    // Sets the number of elements; a negative one counts as 0. O(1) where the block is private and large
+    // enough, else O(elements kept).
+    void setLogicalLength(int n) {
+        n = std::max(n, 0);
+        const int length = logicalLength();
+        if (n == length)
+            return;
+        if (n > physicalLength())
+            data.replace(GrowPolicy::grown(length, growLength(), n), length);
+        else
+            copyBeforeWrite(static_cast<unsigned>(std::min(length, n)));
+        data.block->logicalLength = n;
+    }
+
+    // Makes a shared block private, keeping the first n elements, or all of them when n is 0; the number kept
+    // is the new length. A private block, or a null one, is left alone. O(elements kept).
+    void copyBeforeWrite(unsigned n) {
+        if (!data.block || !RefCounter::isShared(data.block->refCount))
+            return;
+        const auto length = static_cast<unsigned>(logicalLength());
+        const unsigned kept = n == 0 ? length : std::min(n, length);
+        data.replace(GrowPolicy::privateCapacity(physicalLength()), static_cast<std::int32_t>(kept));
+    }
+
+    // The element, for writing: makes the block private even where it is only read. Valid for 0 <= i <
+    // logicalLength(), else KvErrorStatus 24. O(1), or O(length) where the block was shared.
+    T& at(int i) {
+        checkIndex(i);
+        copyBeforeWrite(0);
+        return elements()[i];
+    }
+
+    // The element, for reading: leaves the block shared. Same validity. O(1).
+    const T& at(int i) const {
+        checkIndex(i);
+        return elements()[i];
+    }
+
+    // Removes one element and keeps the order of the others. Same validity as at(). O(length).
+    void removeAt(int i) {
+        checkIndex(i);
+        const int last = logicalLength() - 1;
+        if (i == last) {
+            setLogicalLength(i);
+            return;
+        }
+        copyBeforeWrite(0);
+        T* const array = elements();
+        std::move(array + i + 1, array + last + 1, array + i);
+        setLogicalLength(last);
+    }
+
+    // Same length and equal elements in order. O(1) for vectors that share a block, else O(length).
+    bool operator==(const KvVector& other) const {
+        if (data.block == other.data.block)
+            return true;
+        const int length = logicalLength();
+        if (length != other.logicalLength())
+            return false;
+        for (int i = 0; i < length; ++i) {
+            if (!(elements()[i] == other.elements()[i]))
+                return false;
+        }
+        return true;
+    }
+
+    KvVectorDataPtr<T, Allocator, RefCounter, GrowPolicy> data;
+
+private:
+    explicit KvVector(KvVectorBlock* shared) { data.share(shared); }
+
+    void checkIndex(int i) const {
+        if (i < 0 || i >= logicalLength())
+            kvdetail::raiseStatus(kvdetail::kStatusInvalidIndex);
+    }
+
+    T* elements() const noexcept { return static_cast<T*>(data.block->array); }
+};

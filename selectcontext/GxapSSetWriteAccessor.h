@@ -1,0 +1,112 @@
+// GxapSSetWriteAccessor: the editing interface of a selection set.
+#pragma once
+
+#include "selectcontext/GxapSelectSet.h"
+
+// A set seen through its editing interface: no member and no virtual of its own, so that
+// static_cast<GxapSSetWriteAccessor&>(set) is supported for any set.
+//
+// Every edit makes shared data private first (copy-on-write), which disables the iterators that the set had;
+// iterators that the accessor hands out afterwards are good until the next such step. Adding never moves a
+// record; removing adjusts no iterator.
+//
+// Bad arguments throw nothing: edits return false or do nothing. Out of memory is KvErrorStatus 6 or
+// std::bad_alloc and leaves the set as it was or, for operations that edit item by item, with whole items
+// done. Arguments may be references into this very set. Costs: n is the number of items, p = n / 4096 the
+// number of pages; the O(n) of a copy-on-write comes on top where the data is shared.
+//
+// Thread safety: one thread at a time.
+class KVSELECTCONTEXT_API GxapSSetWriteAccessor : public GxapSelectSet {
+public:
+    using GxapSelectSet::GxapSelectSet;
+
+    // Data that this set alone holds: its own, or a clone of what it shared. It stays the set's. O(1) or
+    // O(n).
+    SSetData* writeData();
+
+    // Rebuilds the index from the store, for callers that replaced a record or its main id. Does not copy
+    // shared data: the index is rebuilt in place. O(n log n).
+    void updateDataMap();
+
+    // Removes every item. Private data keeps its two flags; shared data is let go, and the fresh data has the
+    // default flags. O(n) or O(1).
+    void clear();
+
+    // As GxapSelectSet's assignment.
+    GxapSSetWriteAccessor& copyFrom(const GxapSelectSet& other);
+
+    // The slot of the record at `index`, through which a caller may edit or replace the record; null for a
+    // bad index. A negative index, or an empty set, does not copy shared data. O(p + slots of a page).
+    selected_entity** getAt(int index);
+
+    // Writable iterators on private data; end() alone copies nothing. Otherwise as those of GxapSelectSet.
+    Iterator findItr(const GxDbObjectId& mainId);
+    Iterator findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId);
+    Iterator findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker);
+    Iterator findMain(const GxDbObjectId& mainId);
+    Iterator iteratorAt(int index);
+    Iterator begin();
+    Iterator end();
+
+    // Shared data is copied only when the mode changes.
+    void setSelectByNestedMode(bool on);
+
+    // it.setHighlightSegment(path).
+    void setHighlightSegment(Iterator& it, const GxDbFullSubentPath* path);
+
+    // Adds one item at the end. A null main id does nothing, and `entInfo` stays the caller's. From there on
+    // the set owns `entInfo` (made in place in memory from _kvMalloc; may be null): with `unique` on, an item
+    // that the set holds already is refused, shared data is not copied for it, and the info is freed; it is
+    // freed, too, when the call throws. `nestedPath` may be null; its block is shared. O(log n + items of the
+    // id).
+    void select(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
+                GxapSelectedEntInfo* entInfo, const KvVector<GxDbObjectId>* nestedPath);
+
+    // select() without marker, info and path.
+    void append(const GxDbObjectId& mainId, const GxDbObjectId& subId);
+
+    // select() with the record's ids, marker and path, and a copy of its info. False for null alone: an item
+    // that is refused gives true. The record stays the caller's.
+    bool append(const selected_entity* record);
+
+    // Takes out every item of the main id, every item of both ids, or the first item whose three keys are
+    // exactly these (here a marker of 0 and one of -1 differ). True when something was taken out. The records
+    // are left unreleased: their slots are freed, nothing else. The form with two ids drops every index entry
+    // of the main id, so that items of other sub ids are not found any more until updateDataMap(). O(log n +
+    // items of the id), and O(p) for a page that is freed.
+    bool remove(const GxDbObjectId& mainId);
+    bool remove(const GxDbObjectId& mainId, const GxDbObjectId& subId);
+    bool remove(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker);
+
+    // Takes out the iterator's item, or the one at `index`, by its three keys. `it` then stands on the item
+    // before, or where it was when there is none. False when done or out of range.
+    bool removeAt(Iterator& it);
+    bool removeAt(int index);
+
+    // Makes this set the union of a and b, or a without the items of b (by their exact three keys). Null
+    // operands count as empty; either may be this set. Data is shared where nothing has to be changed.
+    // O(items of b * log n).
+    void merge(const GxapSelectSet* a, const GxapSelectSet* b);
+    void minus(const GxapSelectSet* a, const GxapSelectSet* b);
+
+    // Sets the flag; switching it on keeps the first item of each main id only. O(n log n) for that, else
+    // O(1).
+    void setUnique(bool on);
+
+    Iterator findMainSubsel(const GxDbObjectId& id);
+
+    // Adds a copy of the path to the sub-selection of the item of the path's last id. An entity that the set
+    // does not hold is added as a plain item, marked by an info whose first word is 6; the path itself is not
+    // kept then. False for a path without ids, an invalid last id, and an item that is no sub-selection.
+    bool appendSubentPathSubsel(const GxDbFullSubentPath& path);
+
+    // Takes a path out of its item's sub-selection, by value or by position, and the item itself with its
+    // last path. The path object is left unreleased. False when there is none, except that a path index of
+    // just the number of paths throws KvErrorStatus 24.
+    bool removeSubentPathSubsel(const GxDbFullSubentPath& path);
+    bool removeSubentPathAtSubsel(int entityIndex, int pathIndex);
+};
+
+static_assert(sizeof(GxapSSetWriteAccessor) == sizeof(GxapSelectSet) &&
+                  !std::is_polymorphic_v<GxapSSetWriteAccessor>,
+              "a set can be seen as its accessor");

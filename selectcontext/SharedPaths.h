@@ -1,0 +1,31 @@
+// Ownership of highlight paths that several records refer to.
+#pragma once
+
+#include "base/KvVector.h"
+#include "platform/KvDatabase.h"
+
+namespace kvdetail {
+
+// A clone's records share the path objects of the records that they copy, and any sharer may later change its
+// own list or die, on its own thread. Neither the list's count nor anything in the path itself can tell when
+// a path is free: a list may be made private while its paths stay shared, and callers put paths of their own
+// into lists. So the owners beyond the first are counted here, beside the paths.
+//
+// Invariants:
+//  1. A path without an entry has one owner.
+//  2. A path with an entry of n has n + 1 owners.
+//
+// Thread safety: every function may be called from any thread. A lock guards the look-up alone; it is not
+// taken while no path is shared at all.
+
+// Makes the caller one more owner of every path of the list; null elements are skipped. All or, with
+// std::bad_alloc, none. O(paths log shared paths).
+void addPathOwner(const KvVector<GxDbFullSubentPath*>& paths);
+
+// Gives one ownership of the path up; the last owner's call deletes it. Null: nothing. O(log shared paths).
+void dropPathOwner(GxDbFullSubentPath* path) noexcept;
+
+// Gives one ownership of every path of the list up.
+void dropPathOwner(const KvVector<GxDbFullSubentPath*>& paths) noexcept;
+
+} // namespace kvdetail

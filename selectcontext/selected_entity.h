@@ -1,0 +1,39 @@
+// selected_entity: one selected item.
+#pragma once
+
+#include "base/KvVector.h"
+#include "platform/KvDatabase.h"
+#include "selectcontext/GxapSelectedEntInfo.h"
+#include "selectcontext/KvSelectContextExport.h"
+
+// The record of one selected item: which entity was picked, through which nested path, at which marker, with
+// what is highlighted or sub-selected of it. Records are made with new, one by one, and belong to the set
+// whose store holds them; removing an item frees its slot only and leaves the record to whoever has its
+// address.
+//
+// Invariants while a set holds the record:
+//  1. `mainEntId` is not null and does not change: the set's index is keyed by it.
+//  2. The record owns its info, both arrays, and one share of every path of `highlightSegmentArray`.
+//  3. The paths of `subselPathArray` belong to nobody: they outlive the record, on purpose.
+//
+// Thread safety: that of the set that holds it.
+struct KVSELECTCONTEXT_API selected_entity {
+    GxDbObjectId mainEntId;
+    GxDbObjectId subEntId;   // null: the pick was not nested
+    long gsMarker = -1;      // -1: no marker
+    KvVector<int> hlVpArray; // viewports in which the item is highlighted
+    KvVector<GxDbFullSubentPath*>* highlightSegmentArray = nullptr; // null: no segments
+    KvVector<GxDbFullSubentPath*>* subselPathArray = nullptr;
+    bool hasSubselPaths = false;              // the destructor releases subselPathArray only when this is set
+    KvVector<GxDbObjectId> nestedEntFullPath; // outermost container first or last, as the picker has it
+    GxapSelectedEntInfo* selectedEntityInfo = nullptr; // made in memory from _kvMalloc; null: none
+
+    selected_entity() = default;
+    selected_entity(const selected_entity&) = delete;
+    selected_entity& operator=(const selected_entity&) = delete;
+
+    // Gives up what the record owns. Allocates nothing, never throws. O(highlight segments).
+    ~selected_entity();
+};
+
+static_assert(sizeof(selected_entity) == 72, "callers are compiled against this layout");

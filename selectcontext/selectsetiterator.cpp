@@ -1,0 +1,232 @@
+// Iterators over a set, their registry, and what they read of and write to the current record.
+
+#include "selectcontext/GxapSelectSet.h"
+#include "selectcontext/SetDetail.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+
+namespace {
+
+using Store = GxapSelectSet::SSetData::Store;
+
+// Made at load, given up at unload. The second one has no reader; it is one of the empty block's sharers all
+// the same.
+const KvVector<GxDbObjectId> sEmptyPath;
+const KvVector<int> sEmptyNumbers;
+
+// Null for no set and for a set without data.
+const Store* storeOf(const GxapSelectSet* set) {
+    return set && set->sharedData ? set->sharedData->entities : nullptr;
+}
+
+std::int32_t clamped(int index, const GxapSelectSet::SSetData& data) {
+    return std::min(index, static_cast<std::int32_t>(data.entityCount));
+}
+
+} // namespace
+
+void GxapSelectSet::addIterator(ConstIterator* it) const {
+    if (!it)
+        return;
+    const int count = iterators.logicalLength();
+    ConstIterator** const registered = iterators.mArray;
+    if (std::find(registered, registered + count, it) != registered + count)
+        return;
+    iterators.setLogicalLength(count + 1);
+    iterators[count] = it;
+}
+
+void GxapSelectSet::removeIterator(ConstIterator* it) const {
+    if (!it)
+        return;
+    ConstIterator** const registered = iterators.mArray;
+    ConstIterator** const last = registered + iterators.logicalLength();
+    ConstIterator** const found = std::find(registered, last, it);
+    if (found == last)
+        return;
+    std::copy(found + 1, last, found);
+    iterators.setLogicalLength(iterators.logicalLength() - 1);
+}
+
+void GxapSelectSet::disableAllIterator() const {
+    for (int i = 0; i < iterators.logicalLength(); ++i)
+        iterators[i]->disable();
+    iterators.setLogicalLength(0);
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::iteratorAt(int index) const {
+    return ConstIterator(this, clamped(index, kvdetail::dataOf(*this)));
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::begin() const {
+    kvdetail::dataOf(*this);
+    return iteratorAt(0);
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::end() const {
+    return iteratorAt(static_cast<int>(kvdetail::dataOf(*this).entityCount));
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::cbegin() {
+    kvdetail::dataOf(*this);
+    return ConstIterator(this, 0);
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::cend() {
+    const Iterator atEnd(this, static_cast<int>(kvdetail::dataOf(*this).entityCount));
+    return ConstIterator(atEnd);
+}
+
+// Registers last, so that an iterator that cannot be made is registered nowhere.
+GxapSelectSet::ConstIterator::ConstIterator(const GxapSelectSet* ofSet, int atIndex)
+    : set(ofSet), index(atIndex), truckerIterator(nullptr) {
+    const Store* const store = storeOf(set);
+    if (!store)
+        return;
+    const bool atEnd = static_cast<std::uint32_t>(index) == set->sharedData->entityCount;
+    auto position = std::make_unique<Store::iterator>(atEnd ? store->end() : store->iteratorAt(index));
+    set->addIterator(this);
+    truckerIterator = position.release();
+}
+
+GxapSelectSet::ConstIterator::ConstIterator(const ConstIterator& other)
+    : set(other.set), index(other.index), truckerIterator(nullptr) {
+    if (!storeOf(set) || !other.truckerIterator)
+        return;
+    auto position = std::make_unique<Store::iterator>(*other.truckerIterator);
+    set->addIterator(this);
+    truckerIterator = position.release();
+}
+
+// What can fail comes first, so that a failed assignment changes nothing.
+GxapSelectSet::ConstIterator& GxapSelectSet::ConstIterator::operator=(const ConstIterator& other) {
+    if (this == &other)
+        return *this;
+    std::unique_ptr<Store::iterator> position;
+    if (storeOf(other.set) && other.truckerIterator)
+        position = std::make_unique<Store::iterator>(*other.truckerIterator);
+
+    if (set != other.set) {
+        if (position)
+            other.set->addIterator(this);
+        if (set)
+            set->removeIterator(this);
+    }
+    disable();
+    set = other.set;
+    index = other.index;
+    truckerIterator = position.release();
+    return *this;
+}
+
+GxapSelectSet::ConstIterator::~ConstIterator() {
+    if (set)
+        set->removeIterator(this);
+    disable();
+}
+
+void GxapSelectSet::ConstIterator::disable() {
+    delete truckerIterator;
+    truckerIterator = nullptr;
+}
+
+bool GxapSelectSet::ConstIterator::isDone() const {
+    if (!truckerIterator)
+        return true;
+    const Store* const store = storeOf(set);
+    return !store || store->isEnd(*truckerIterator);
+}
+
+bool GxapSelectSet::ConstIterator::step(bool /*forward*/) const {
+    if (isDone())
+        return false;
+    index = static_cast<std::int32_t>(static_cast<std::uint32_t>(index) + 1);
+    // A position in a store that the set has given up leads to the end of the one that it has.
+    const Store* const store = storeOf(set);
+    if (truckerIterator->trucker == store)
+        truckerIterator->next();
+    else
+        *truckerIterator = store->end();
+    return !isDone();
+}
+
+bool GxapSelectSet::ConstIterator::getPrevIterator(ConstIterator& prev) const {
+    if (!truckerIterator || index < 1)
+        return false;
+    prev = *this;
+    --prev.index;
+    if (prev.truckerIterator)
+        kvdetail::stepBack(storeOf(set), *prev.truckerIterator);
+    return true;
+}
+
+bool GxapSelectSet::ConstIterator::operator==(const ConstIterator& other) const {
+    if (!truckerIterator || !other.truckerIterator)
+        return false;
+    const Store::iterator& a = *truckerIterator;
+    const Store::iterator& b = *other.truckerIterator;
+    return set == other.set && index == other.index && a.trucker == b.trucker && a.slot == b.slot &&
+           a.page == b.page && a.position == b.position;
+}
+
+bool GxapSelectSet::ConstIterator::operator!=(const ConstIterator& other) const {
+    return !(*this == other);
+}
+
+selected_entity* GxapSelectSet::ConstIterator::get() const {
+    if (isDone())
+        return nullptr;
+    if (truckerIterator->trucker != storeOf(set))
+        kvdetail::raiseMessage(kvdetail::kStoreAccessMessage);
+    return **truckerIterator;
+}
+
+GxDbObjectId GxapSelectSet::ConstIterator::mainEntId() const {
+    const selected_entity* const record = get();
+    return record ? record->mainEntId : GxDbObjectId::kNull;
+}
+
+GxDbObjectId GxapSelectSet::ConstIterator::subEntId() const {
+    const selected_entity* const record = get();
+    return record ? record->subEntId : GxDbObjectId::kNull;
+}
+
+long GxapSelectSet::ConstIterator::gsMarker() const {
+    const selected_entity* const record = get();
+    return record ? record->gsMarker : 0;
+}
+
+GxapSelectedEntInfo* GxapSelectSet::ConstIterator::selectedEntityInfo() const {
+    const selected_entity* const record = get();
+    return record ? record->selectedEntityInfo : nullptr;
+}
+
+KvVector<GxDbFullSubentPath*>* GxapSelectSet::ConstIterator::highlightSegmentArray() const {
+    const selected_entity* const record = get();
+    return record ? record->highlightSegmentArray : nullptr;
+}
+
+KvVector<int>* GxapSelectSet::ConstIterator::hlVpArray() const {
+    selected_entity* const record = get();
+    return record ? &record->hlVpArray : nullptr;
+}
+
+const KvVector<GxDbObjectId>& GxapSelectSet::ConstIterator::nestedEntFullPath() const {
+    const selected_entity* const record = get();
+    return record ? record->nestedEntFullPath : sEmptyPath;
+}
+
+GxapSelectSet::Iterator::Iterator(const GxapSelectSet* ofSet, int atIndex) : ConstIterator(ofSet, atIndex) {}
+
+GxapSelectSet::Iterator::Iterator(const Iterator& other) : ConstIterator(other) {}
+
+GxapSelectSet::Iterator& GxapSelectSet::Iterator::operator=(const Iterator& other) {
+    ConstIterator::operator=(other);
+    return *this;
+}
+
+selected_entity* GxapSelectSet::Iterator::get() {
+    return ConstIterator::get();
+}

@@ -1,0 +1,3 @@
+#include "platform/KvRx.h"
+
+GxRxObject::~GxRxObject() = default;

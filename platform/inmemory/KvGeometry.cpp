@@ -1,0 +1,64 @@
+// The in-memory libKvGeometry.
+#include "platform/KvGeometry.h"
+
+#include "platform/inmemory/EventLog.h"
+#include "platform/inmemory/InMemoryGeometry.h"
+
+#include <cmath>
+
+GxGeTol GxGeContext::gTol;
+
+namespace kvinmemory {
+
+namespace {
+
+constexpr int kSize = 4;
+constexpr int kTranslation = 3; // the column
+
+EventLog<MatrixComparison> gComparisons;
+
+// Infinite entries are near each other when they are the same; one that is not a number is near nothing.
+bool isNear(double a, double b, double tolerance) {
+    return a == b || std::fabs(a - b) <= tolerance;
+}
+
+bool isEqual(const GxGeMatrix3d& a, const GxGeMatrix3d& b, const GxGeTol& tolerance) {
+    for (int row = 0; row < kSize; ++row)
+        for (int column = 0; column < kSize; ++column) {
+            const double apart = column == kTranslation ? tolerance.equalPoint : tolerance.equalVector;
+            if (!isNear(a.entry[row][column], b.entry[row][column], apart))
+                return false;
+        }
+    return true;
+}
+
+} // namespace
+
+BookVector<MatrixComparison> matrixComparisons() {
+    return gComparisons.entries();
+}
+
+void resetGeometry() {
+    gComparisons.clear();
+    GxGeContext::gTol = GxGeTol();
+}
+
+} // namespace kvinmemory
+
+GxGeMatrix3d::GxGeMatrix3d() {
+    setToIdentity();
+}
+
+GxGeMatrix3d& GxGeMatrix3d::setToIdentity() {
+    for (int row = 0; row < kvinmemory::kSize; ++row)
+        for (int column = 0; column < kvinmemory::kSize; ++column)
+            entry[row][column] = row == column ? 1.0 : 0.0;
+    return *this;
+}
+
+bool GxGeMatrix3d::isEqualTo(const GxGeMatrix3d& other, const GxGeTol& tol) const {
+    const bool equal = kvinmemory::isEqual(*this, other, tol);
+    if (kvinmemory::isLogging())
+        kvinmemory::gComparisons.write({0, this, &other, &tol, equal});
+    return equal;
+}

@@ -1,0 +1,4 @@
+// The in-memory libKvRx.
+#include "platform/KvRx.h"
+
+GxRxObject::~GxRxObject() = default;

@@ -1,0 +1,68 @@
+#include "platform/inmemory/Stubs.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <sys/mman.h>
+#include <type_traits>
+
+namespace kvinmemory {
+
+namespace {
+
+// Memory is made usable in steps of this size, so that a large reservation weighs nothing even where the
+// system promises no more memory than it has.
+constexpr std::size_t kStepBytes = std::size_t{1} << 20;
+
+std::size_t roundedUp(std::size_t bytes) noexcept {
+    return (bytes + kStepBytes - 1) / kStepBytes * kStepBytes;
+}
+
+} // namespace
+
+static_assert(std::is_trivially_destructible_v<GxDbStub>, "stubs go with their pages");
+
+Stubs::Stubs(std::size_t capacity)
+    : mCapacity(capacity), mReservedBytes(roundedUp(std::max<std::size_t>(capacity, 1) * sizeof(GxDbStub))) {
+    void* memory =
+        mmap(nullptr, mReservedBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (memory == MAP_FAILED)
+        throw std::bad_alloc();
+    mFirst = static_cast<GxDbStub*>(memory);
+}
+
+Stubs::~Stubs() {
+    munmap(mFirst, mReservedBytes);
+}
+
+GxDbStub& Stubs::issue() {
+    const std::size_t i = size();
+    if (i == mCapacity)
+        throw std::length_error("the database is full");
+    commit((i + 1) * sizeof(GxDbStub));
+    GxDbStub* stub = new (mFirst + i) GxDbStub;
+    mSize.store(i + 1, std::memory_order_release);
+    return *stub;
+}
+
+bool Stubs::contains(const GxDbStub* stub) const noexcept {
+    const auto address = reinterpret_cast<std::uintptr_t>(stub);
+    const auto first = reinterpret_cast<std::uintptr_t>(mFirst);
+    if (address < first)
+        return false;
+    const std::uintptr_t offset = address - first;
+    return offset % sizeof(GxDbStub) == 0 && offset / sizeof(GxDbStub) < size();
+}
+
+void Stubs::commit(std::size_t bytes) {
+    if (bytes <= mCommittedBytes)
+        return;
+    const std::size_t wanted = roundedUp(bytes);
+    if (mprotect(mFirst, wanted, PROT_READ | PROT_WRITE) != 0)
+        throw std::bad_alloc();
+    mCommittedBytes = wanted;
+}
+
+} // namespace kvinmemory

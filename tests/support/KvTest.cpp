@@ -1,0 +1,48 @@
+#include "tests/support/KvTest.h"
+
+#include "platform/KvGeometry.h"
+#include "platform/inmemory/InMemoryDatabase.h"
+#include "tests/support/Ids.h"
+#include "tests/support/NewTracking.h"
+
+namespace kvtest {
+
+void KvTest::SetUp() {
+    kvinmemory::resetAll();
+    kvinmemory::setLogging(true);
+    kvinmemory::trackMemory(true);
+    trackNewSizes(true);
+    allowNew();
+    mWrongDeletesAtStart = wrongDeletes();
+}
+
+void KvTest::TearDown() {
+    if (mExpectNothingLeft) {
+        const Holdings now = holdings();
+        EXPECT_EQ(now.mallocBlocks, mAtStart.mallocBlocks) << "blocks of _kvMalloc";
+        EXPECT_EQ(now.newBlocks, mAtStart.newBlocks) << "blocks of operator new";
+        EXPECT_EQ(now.paths, mAtStart.paths) << "sub-entity paths";
+        EXPECT_EQ(now.emptyBlockCount, mAtStart.emptyBlockCount) << "sharers of the empty block";
+    }
+    EXPECT_EQ(kvinmemory::doubleFrees(), 0) << "blocks given to _kvFree twice";
+    EXPECT_EQ(kvinmemory::foreignFrees(), 0) << "pointers given to _kvFree that are not of _kvMalloc";
+    EXPECT_EQ(wrongDeletes(), mWrongDeletesAtStart) << "blocks of _kvMalloc given to operator delete";
+    allowNew();
+    trackNewSizes(false);
+    kvinmemory::resetAll();
+}
+
+void KvTest::expectNothingLeft() {
+    mExpectNothingLeft = true;
+    mAtStart = holdings();
+}
+
+KvTest::Holdings KvTest::holdings() {
+    return {kvinmemory::liveBlocks(), liveNewBlocks(), kvinmemory::livePaths(), emptyBlockCount()};
+}
+
+long liveNewMatrices() {
+    return liveNewBlocksOfSize(sizeof(GxGeMatrix3d));
+}
+
+} // namespace kvtest

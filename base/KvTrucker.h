@@ -153,6 +153,14 @@ public:
         return nullptr;
     }
 
+    // The page whose used slots this address is one of, or null. O(pages).
+    Page* pageOf(const void* slot) const noexcept {
+        Page* page = head;
+        while (page && !isWithin(slot, page->slots, page->fillEnd))
+            page = page->next;
+        return page;
+    }
+
     // The page before `page`, or null for the head and for a page that is not in the chain. O(pages).
     Page* pageBefore(const Page* page) const noexcept {
         for (Page* p = head; p; p = p->next) {
@@ -229,16 +237,26 @@ void stepBack(const Store* store, typename Store::iterator& it) {
     it.position = Store::kNoPosition;
 }
 
-// Calls visit(slot) for every occupied slot, in store order. The visitor may free the slot that it is given,
-// but no page. O(slots).
+// Whether visit(slot) is true for an occupied slot, asked in store order up to the first. The visitor may
+// free the slot that it is given, but no page. O(slots).
 template <class Store, class Visit>
-void forEachOccupied(const Store& store, Visit visit) {
+bool anyOccupied(const Store& store, Visit visit) {
     for (const typename Store::Page* page = store.head; page; page = page->next) {
         for (typename Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
-            if (!slot->free)
-                visit(slot);
+            if (!slot->free && visit(slot))
+                return true;
         }
     }
+    return false;
+}
+
+// Calls visit(slot) for every occupied slot, in store order, under the same rule.
+template <class Store, class Visit>
+void forEachOccupied(const Store& store, Visit visit) {
+    anyOccupied(store, [&visit](typename Store::Slot* slot) {
+        visit(slot);
+        return false;
+    });
 }
 
 } // namespace kvdetail

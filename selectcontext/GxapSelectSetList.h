@@ -14,7 +14,7 @@
 //  2. Every set was made in memory from _kvMalloc, which the list gives back.
 //
 // A set that the list hands out stays the list's, and is gone after delSelectSet or the list's end. `name`
-// points at two words and must not be null.
+// points at two words; a null one gives null, or does nothing.
 //
 // Thread safety: none; code that shares a list between threads holds GxapSelectSetListManager::s_locker.
 class KVSELECTCONTEXT_API GxapSelectSetList {

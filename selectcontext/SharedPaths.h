@@ -1,4 +1,4 @@
-// Ownership of highlight paths that several records refer to.
+// Lists of sub-entity paths, and the ownership of those that several records refer to.
 #pragma once
 
 #include "base/KvVector.h"
@@ -27,5 +27,9 @@ void dropPathOwner(GxDbFullSubentPath* path) noexcept;
 
 // Gives one ownership of every path of the list up.
 void dropPathOwner(const KvVector<GxDbFullSubentPath*>& paths) noexcept;
+
+// Appends a copy of the path to a list, and returns it. KvErrorStatus 6, std::bad_alloc or what copying the
+// path throws leave the list as it was. Amortised O(1).
+GxDbFullSubentPath* appendPathCopy(KvVector<GxDbFullSubentPath*>& paths, const GxDbFullSubentPath& path);
 
 } // namespace kvdetail

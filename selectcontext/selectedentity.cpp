@@ -274,6 +274,17 @@ void dropPathOwner(const KvVector<GxDbFullSubentPath*>& paths) noexcept {
         dropPathOwner(paths.at(i));
 }
 
+GxDbFullSubentPath* appendPathCopy(KvVector<GxDbFullSubentPath*>& paths, const GxDbFullSubentPath& path) {
+    auto copy = std::make_unique<GxDbFullSubentPath>(path);
+    const int length = paths.logicalLength();
+    paths.setLogicalLength(length + 1);
+    paths.copyBeforeWrite(0);
+    if (paths.logicalLength() == 0)
+        raiseStatus(kStatusNoElement);
+    paths.at(length) = copy.get();
+    return copy.release();
+}
+
 } // namespace kvdetail
 
 selected_entity::~selected_entity() {

@@ -362,3 +362,108 @@ GxapSelectSet::ConstIterator GxapSelectSet::findItr(const GxDbObjectId& mainId, 
 GxapSelectSet::ConstIterator GxapSelectSet::findMain(const GxDbObjectId& mainId) const {
     return findItr(mainId);
 }
+
+namespace {
+
+// The record of the slot, or null; the slot may be null.
+selected_entity* recordIn(const GxapSelectSet::SSetData::Store::Slot* slot) {
+    return slot ? slot->value : nullptr;
+}
+
+bool copyIds(const selected_entity* record, GxDbObjectId& mainId, GxDbObjectId* subId) {
+    if (!record)
+        return false;
+    mainId = record->mainEntId;
+    if (subId)
+        *subId = record->subEntId;
+    return true;
+}
+
+// The store of a set that has items, or null.
+const GxapSelectSet::SSetData::Store* filledStore(const GxapSelectSet& set) {
+    return hasItems(set) ? set.sharedData->entities : nullptr;
+}
+
+std::int64_t liveTotal(const GxapSelectSet::SSetData::Store& store) {
+    std::int64_t total = 0;
+    for (const auto* page = store.head; page; page = page->next)
+        total += page->liveCount;
+    return total;
+}
+
+bool idsAt(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObjectId* subId) {
+    const auto* const store = filledStore(set);
+    if (!store || index < 0 || index >= liveTotal(*store))
+        return false;
+    return copyIds(store->at(index), mainId, subId);
+}
+
+// The first and the last item trust the set's count: the store itself answers when the two disagree.
+bool idsAtEdge(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObjectId* subId) {
+    const auto* const store = filledStore(set);
+    return store && copyIds(store->at(index), mainId, subId);
+}
+
+int lastIndex(const GxapSelectSet& set) {
+    return hasItems(set) ? static_cast<int>(set.sharedData->entityCount - 1) : 0;
+}
+
+bool holdsItem(const GxapSelectSet& set, const selected_entity& record) {
+    return set.findInMap(record.mainEntId, record.subEntId, record.gsMarker, &record.nestedEntFullPath) !=
+           set.sharedData->dataMap.end();
+}
+
+// Whether some record of `other` is held by `set` (wanted true) or is not (wanted false). Both sets have
+// items.
+bool anyRecord(const GxapSelectSet& other, const GxapSelectSet& set, bool wanted) {
+    return kvdetail::anyOccupied(*other.sharedData->entities, [&](const auto* slot) {
+        return slot->value && holdsItem(set, *slot->value) == wanted;
+    });
+}
+
+} // namespace
+
+selected_entity* GxapSelectSet::getAt(int index) const {
+    const SSetData::Store* const store = filledStore(*this);
+    return store && index >= 0 ? recordIn(store->elementAt(index)) : nullptr;
+}
+
+bool GxapSelectSet::getAt(int index, GxDbObjectId& mainId) const {
+    return idsAt(*this, index, mainId, nullptr);
+}
+
+bool GxapSelectSet::getAt(int index, GxDbObjectId& mainId, GxDbObjectId& subId) const {
+    return idsAt(*this, index, mainId, &subId);
+}
+
+selected_entity* GxapSelectSet::getFirst() const {
+    return getAt(0);
+}
+
+bool GxapSelectSet::getFirst(GxDbObjectId& mainId) const {
+    return idsAtEdge(*this, 0, mainId, nullptr);
+}
+
+bool GxapSelectSet::getFirst(GxDbObjectId& mainId, GxDbObjectId& subId) const {
+    return idsAtEdge(*this, 0, mainId, &subId);
+}
+
+selected_entity* GxapSelectSet::getLast() const {
+    return getAt(lastIndex(*this));
+}
+
+bool GxapSelectSet::getLast(GxDbObjectId& mainId) const {
+    return idsAtEdge(*this, lastIndex(*this), mainId, nullptr);
+}
+
+bool GxapSelectSet::getLast(GxDbObjectId& mainId, GxDbObjectId& subId) const {
+    return idsAtEdge(*this, lastIndex(*this), mainId, &subId);
+}
+
+bool GxapSelectSet::contains(const GxapSelectSet* other) const {
+    return other && filledStore(*other) && hasItems(*this) && !anyRecord(*other, *this, false);
+}
+
+bool GxapSelectSet::intersectedWith(const GxapSelectSet* other) const {
+    return other && filledStore(*other) && hasItems(*this) && anyRecord(*other, *this, true);
+}

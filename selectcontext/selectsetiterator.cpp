@@ -2,10 +2,12 @@
 
 #include "selectcontext/GxapSelectSet.h"
 #include "selectcontext/SetDetail.h"
+#include "selectcontext/SharedPaths.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -23,6 +25,24 @@ const Store* storeOf(const GxapSelectSet* set) {
 
 std::int32_t clamped(int index, const GxapSelectSet::SSetData& data) {
     return std::min(index, static_cast<std::int32_t>(data.entityCount));
+}
+
+// A list comes into the record with its first segment, so that none is ever left empty.
+void addSegment(selected_entity& record, const GxDbFullSubentPath& path) {
+    if (record.highlightSegmentArray) {
+        kvdetail::appendPathCopy(*record.highlightSegmentArray, path);
+        return;
+    }
+    auto segments = std::make_unique<KvVector<GxDbFullSubentPath*>>();
+    kvdetail::appendPathCopy(*segments, path);
+    record.highlightSegmentArray = segments.release();
+}
+
+void clearSegments(selected_entity& record) {
+    const std::unique_ptr<KvVector<GxDbFullSubentPath*>> segments(
+        std::exchange(record.highlightSegmentArray, nullptr));
+    if (segments)
+        kvdetail::dropPathOwner(*segments);
 }
 
 } // namespace
@@ -218,6 +238,53 @@ const KvVector<GxDbObjectId>& GxapSelectSet::ConstIterator::nestedEntFullPath() 
     return record ? record->nestedEntFullPath : sEmptyPath;
 }
 
+bool GxapSelectSet::ConstIterator::isNestedEnt() const {
+    const selected_entity* const record = get();
+    if (!record || !record->nestedEntFullPath.data.block)
+        return false;
+    const int length = record->nestedEntFullPath.logicalLength();
+    if (length != 2)
+        return length > 1;
+    return record->subEntId.isNull() || record->mainEntId == record->subEntId;
+}
+
+bool GxapSelectSet::ConstIterator::getFullSubentPath(GxDbFullSubentPath& path) const {
+    if (!truckerIterator)
+        return false;
+    const KvVector<GxDbObjectId>& nested = nestedEntFullPath();
+    const GxDbObjectId mainId = mainEntId();
+    int last = 0;
+    while (last < nested.logicalLength() && nested.at(last) != mainId)
+        ++last;
+    if (last == nested.logicalLength())
+        return false;
+
+    path.objectIds().setLogicalLength(last + 1);
+    for (int i = 0; i <= last; ++i)
+        path.objectIds()[i] = nested.at(i);
+    path.subentId() = {0, gsMarker(), nullptr};
+    return true;
+}
+
+bool GxapSelectSet::ConstIterator::getFilteredNestedFullPath(KvVector<GxDbObjectId>& ids) const {
+    if (!truckerIterator)
+        return false;
+    ids.setLogicalLength(0);
+    // A copy that shares the block: what opening an entity sets off may change the record.
+    const KvVector<GxDbObjectId> nested = nestedEntFullPath();
+    if (nested == sEmptyPath)
+        return false;
+    for (int i = 0; i < nested.logicalLength(); ++i) {
+        GxDbObjectPointerBase<GxDbEntity> entity;
+        if (entity.open(nested.at(i), GxDb::kForRead, false) != eOk)
+            continue;
+        const int length = ids.logicalLength();
+        ids.setLogicalLength(length + 1);
+        ids.at(length) = nested.at(i);
+    }
+    return true;
+}
+
 GxapSelectSet::Iterator::Iterator(const GxapSelectSet* ofSet, int atIndex) : ConstIterator(ofSet, atIndex) {}
 
 GxapSelectSet::Iterator::Iterator(const Iterator& other) : ConstIterator(other) {}
@@ -229,4 +296,20 @@ GxapSelectSet::Iterator& GxapSelectSet::Iterator::operator=(const Iterator& othe
 
 selected_entity* GxapSelectSet::Iterator::get() {
     return ConstIterator::get();
+}
+
+void GxapSelectSet::Iterator::setNestedEntFullPath(const KvVector<GxDbObjectId>& path) {
+    if (selected_entity* const record = get())
+        record->nestedEntFullPath = path;
+}
+
+void GxapSelectSet::Iterator::setHighlightSegment(const GxDbFullSubentPath* path) {
+    const std::int64_t count = set && set->sharedData ? set->sharedData->entityCount : 0;
+    selected_entity* const record = index < count ? get() : nullptr;
+    if (!record)
+        return;
+    if (path)
+        addSegment(*record, *path);
+    else
+        clearSegments(*record);
 }

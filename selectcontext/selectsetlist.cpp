@@ -1,0 +1,145 @@
+// The named selection sets: their list, the counted handle of a list, and the manager of the one that the
+// process has.
+
+#include "selectcontext/GxapSSListSmartPtr.h"
+#include "selectcontext/GxapSelectSetList.h"
+#include "selectcontext/GxapSelectSetListManager.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace {
+
+struct MemoryDeleter {
+    void operator()(void* memory) const noexcept { _kvFree(memory); }
+};
+
+struct SetDeleter {
+    void operator()(GxapSelectSet* set) const noexcept {
+        set->~GxapSelectSet();
+        _kvFree(set);
+    }
+};
+using OwnedSet = std::unique_ptr<GxapSelectSet, SetDeleter>;
+
+// An empty set in memory from _kvMalloc, or null where there is none.
+OwnedSet makeSet() {
+    std::unique_ptr<void, MemoryDeleter> memory(_kvMalloc(sizeof(GxapSelectSet)));
+    if (!memory)
+        return nullptr;
+    OwnedSet set(new (memory.get()) GxapSelectSet(false));
+    memory.release();
+    return set;
+}
+
+// Word 0 of a name is the set's address, and all of the name that the list looks at.
+long firstWord(const GxapSelectSet* set) {
+    return reinterpret_cast<long>(set);
+}
+
+std::list<GxapSelectSet*>::iterator findByName(std::list<GxapSelectSet*>& sets, const long* name) {
+    return std::find_if(sets.begin(), sets.end(),
+                        [name](const GxapSelectSet* set) { return name && firstWord(set) == name[0]; });
+}
+
+} // namespace
+
+GxapSelectSetList::GxapSelectSetList() = default;
+
+GxapSelectSetList::~GxapSelectSetList() {
+    for (GxapSelectSet* set : sets)
+        SetDeleter()(set);
+}
+
+GxapSelectSet* GxapSelectSetList::newSelectSet(long* name) {
+    if (!name)
+        return nullptr;
+    OwnedSet set = makeSet();
+    if (!set)
+        return nullptr;
+    sets.push_front(set.get());
+    name[0] = firstWord(set.get());
+    GxapSelectSet* const listed = set.release();
+    gxdbInitGdsNameKey(name);
+    return listed;
+}
+
+GxapSelectSet* GxapSelectSetList::addSelectSet(const GxapSelectSet& src, long* name) {
+    GxapSelectSet* const set = newSelectSet(name);
+    if (set)
+        *set = src;
+    return set;
+}
+
+GxapSelectSet* GxapSelectSetList::getSSetByName(const long* name) {
+    const auto found = findByName(sets, name);
+    return found == sets.end() ? nullptr : *found;
+}
+
+void GxapSelectSetList::delSelectSet(long* name) {
+    const auto found = findByName(sets, name);
+    if (found == sets.end())
+        return;
+    const OwnedSet doomed(*found);
+    sets.erase(found);
+}
+
+GxapSSListSmartPtr::GxapSSListSmartPtr() : list(nullptr), refCount(nullptr) {
+    auto fresh = std::make_unique<GxapSelectSetList>();
+    refCount = new std::int32_t(1);
+    list = fresh.release();
+}
+
+GxapSSListSmartPtr::GxapSSListSmartPtr(const GxapSSListSmartPtr& other) : GxapSSListSmartPtr(&other) {}
+
+GxapSSListSmartPtr::GxapSSListSmartPtr(const GxapSSListSmartPtr* other) : list(nullptr), refCount(nullptr) {
+    if (other)
+        assign(*other);
+}
+
+GxapSSListSmartPtr& GxapSSListSmartPtr::assign(const GxapSSListSmartPtr& other) {
+    if (this == &other)
+        return *this;
+    release();
+    list = other.list;
+    refCount = other.refCount;
+    if (list && refCount)
+        ++*refCount;
+    return *this;
+}
+
+GxapSSListSmartPtr& GxapSSListSmartPtr::operator=(const GxapSSListSmartPtr& other) {
+    return assign(other);
+}
+
+void GxapSSListSmartPtr::release() {
+    GxapSelectSetList* const doomedList = std::exchange(list, nullptr);
+    std::int32_t* const count = std::exchange(refCount, nullptr);
+    if (!count || --*count != 0)
+        return;
+    delete doomedList;
+    delete count;
+}
+
+GxapSSListSmartPtr::~GxapSSListSmartPtr() {
+    release();
+}
+
+GxapSSListSmartPtr* GxapSelectSetListManager::s_smartPtrSSList = nullptr;
+KvLocker GxapSelectSetListManager::s_locker;
+
+GxapSSListSmartPtr* GxapSelectSetListManager::newInstance() {
+    if (!s_smartPtrSSList)
+        s_smartPtrSSList = new GxapSSListSmartPtr;
+    return s_smartPtrSSList;
+}
+
+GxapSSListSmartPtr* GxapSelectSetListManager::getInstance() {
+    return newInstance();
+}
+
+void GxapSelectSetListManager::destroy() {
+    delete std::exchange(s_smartPtrSSList, nullptr);
+}

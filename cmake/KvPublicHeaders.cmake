@@ -29,11 +29,6 @@ set(KV_LIBRARY_HEADERS
 
 # kv_public_headers(<target> <scope> <headers...>): makes the headers part of the target, rooted at the tree.
 function(kv_public_headers target scope)
-    foreach(header IN LISTS ARGN)
-        if(NOT EXISTS "${PROJECT_SOURCE_DIR}/${header}")
-            list(REMOVE_ITEM ARGN ${header})
-        endif()
-    endforeach()
     list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/")
     target_sources(${target} ${scope} FILE_SET HEADERS BASE_DIRS "${PROJECT_SOURCE_DIR}" FILES ${ARGN})
 endfunction()

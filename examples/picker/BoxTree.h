@@ -1,0 +1,56 @@
+// Finds, among many boxes that do not change, those that overlap a region without looking at all of them.
+//
+// A packed R-tree: the boxes are sorted into tiles of kFanout neighbours, the tiles' boxes likewise, up to
+// one root.
+#pragma once
+
+#include "examples/picker/Geometry.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace picker {
+
+class BoxTree {
+public:
+    BoxTree() = default;
+    // O(n log n). Empty boxes are never found.
+    explicit BoxTree(const std::vector<Box>& boxes);
+
+    // Calls found(index of a box) for each box that overlaps the region, in no particular order.
+    template <class Found>
+    void visitOverlapping(const Box& region, Found found) const {
+        if (!mNodes.empty())
+            visit(mNodes.size() - 1, region, found);
+    }
+
+private:
+    static constexpr std::uint32_t kFanout = 16;
+
+    struct Node {
+        Box box;
+        std::uint32_t first; // its first child, or for a leaf the index of its box
+        std::uint32_t last;  // behind its last child, or kLeaf
+    };
+    static constexpr std::uint32_t kLeaf = 0;
+
+    static void sortIntoTiles(std::vector<Node>& nodes);
+    Node parentOf(std::uint32_t first, std::uint32_t last) const;
+
+    template <class Found>
+    void visit(std::size_t at, const Box& region, Found& found) const {
+        const Node& node = mNodes[at];
+        if (!node.box.overlaps(region))
+            return;
+        if (node.last == kLeaf) {
+            found(node.first);
+            return;
+        }
+        for (std::uint32_t child = node.first; child < node.last; ++child)
+            visit(child, region, found);
+    }
+
+    std::vector<Node> mNodes; // leaves, then each level above them; the root is the last one
+};
+
+} // namespace picker

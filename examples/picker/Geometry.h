@@ -1,0 +1,81 @@
+// Plane geometry of the drawing: points, boxes, transforms, and the questions that picks ask of straight
+// lines.
+#pragma once
+
+#include <limits>
+#include <optional>
+
+namespace picker {
+
+struct Point {
+    double x = 0;
+    double y = 0;
+};
+
+inline Point operator+(Point a, Point b) {
+    return {a.x + b.x, a.y + b.y};
+}
+inline Point operator-(Point a, Point b) {
+    return {a.x - b.x, a.y - b.y};
+}
+inline Point operator*(double scale, Point p) {
+    return {scale * p.x, scale * p.y};
+}
+inline bool operator==(Point a, Point b) {
+    return a.x == b.x && a.y == b.y;
+}
+inline bool operator!=(Point a, Point b) {
+    return !(a == b);
+}
+
+double dot(Point a, Point b);
+double cross(Point a, Point b);
+double length(Point p);
+Point interpolated(Point from, Point to, double parameter);
+
+// An axis-parallel box that owns its borders. A new one is empty: it contains and overlaps nothing.
+struct Box {
+    Point low{std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()};
+    Point high{-std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()};
+
+    static Box around(Point centre, double halfSize);
+    static Box between(Point corner, Point opposite);
+
+    void add(Point p);
+    void add(const Box& other);
+    bool isEmpty() const;
+    bool contains(Point p) const;
+    bool overlaps(const Box& other) const;
+};
+
+// An affine map with the six numbers of SVG's matrix(): x' = a x + c y + e, y' = b x + d y + f.
+struct Affine {
+    double a = 1, b = 0, c = 0, d = 1, e = 0, f = 0;
+
+    static Affine translation(double x, double y) { return {1, 0, 0, 1, x, y}; }
+    static Affine scaling(double x, double y) { return {x, 0, 0, y, 0, 0}; }
+    static Affine rotation(double degrees);
+    static Affine skewX(double degrees);
+    static Affine skewY(double degrees);
+
+    Point operator()(Point p) const { return {a * p.x + c * p.y + e, b * p.x + d * p.y + f}; }
+    Box operator()(const Box& box) const; // the box around the mapped box
+
+    // Nothing for a map that flattens the plane.
+    std::optional<Affine> inverse() const;
+};
+
+// The map that applies `inner` first.
+Affine operator*(const Affine& outer, const Affine& inner);
+
+// From a point to the nearest point of a line.
+double distance(Point p, Point from, Point to);
+
+// Whether any point of a line lies in the box or on its border.
+bool touches(const Box& box, Point from, Point to);
+
+// Where a line first meets another one, as parameter 0..1 along the first. Lines that touch at an end meet,
+// and so do lines that overlap: there it is the first common point.
+std::optional<double> crossing(Point from, Point to, Point otherFrom, Point otherTo);
+
+} // namespace picker

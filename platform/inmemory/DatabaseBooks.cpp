@@ -119,8 +119,8 @@ void Database::Books::operator delete(void* memory) noexcept {
 }
 
 GxDbObjectId Database::Books::add(std::unique_ptr<GxDbObject> object, std::string_view name) {
-    if (object == nullptr || !object->objectId().isNull())
-        throw std::invalid_argument("only an object that no database holds can be added");
+    if (object == nullptr)
+        throw std::invalid_argument("there is no object to add");
     GxDbStub& stub = mStubs.issue();
     stub.entity = dynamic_cast<GxDbEntity*>(object.get());
     stub.object = object.release();

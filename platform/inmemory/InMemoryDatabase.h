@@ -91,7 +91,8 @@ public:
     ~Database();
 
     // Takes an object in and issues its id. name: what findByName finds it by; may be empty; the first of
-    // several objects of one name is the one that is found. std::length_error beyond the capacity.
+    // several objects of one name is the one that is found. std::invalid_argument for null, std::length_error
+    // beyond the capacity.
     GxDbObjectId add(std::unique_ptr<GxDbObject> object, std::string_view name = {});
 
     // The same with a new plain Entity.

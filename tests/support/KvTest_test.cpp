@@ -1,0 +1,145 @@
+#include "tests/support/KvTest.h"
+
+#include "platform/KvGeometry.h"
+#include "platform/inmemory/InMemoryDatabase.h"
+#include "tests/support/Ids.h"
+#include "tests/support/Mistakes.h"
+#include "tests/support/NewTracking.h"
+
+#include <array>
+#include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace kvtest;
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class KvTestFixture : public KvTest {
+protected:
+    void SetUp() override {
+        KvTest::SetUp();
+        reportsAtTheEnd(); // so that what the framework sets up for its first interception is not counted
+                           // later
+    }
+
+    // Ends the watch ahead of time, answers what it reports, and starts another one.
+    std::vector<std::string> reportsAtTheEnd() {
+        testing::TestPartResultArray results;
+        {
+            using Reporter = testing::ScopedFakeTestPartResultReporter;
+            const Reporter reporter(Reporter::INTERCEPT_ONLY_CURRENT_THREAD, &results);
+            KvTest::TearDown();
+        }
+        KvTest::SetUp();
+        std::vector<std::string> reports;
+        for (int i = 0; i < results.size(); ++i)
+            reports.emplace_back(results.GetTestPartResult(i).message());
+        return reports;
+    }
+};
+
+TEST_F(KvTestFixture, StartsWithLogsAndTrackingOn) {
+    EXPECT_TRUE(kvinmemory::isLogging());
+    EXPECT_TRUE(kvinmemory::isTrackingMemory());
+    EXPECT_EQ(kvinmemory::mallocCalls(), 0);
+    const auto block = std::make_unique<std::array<char, 777>>();
+    EXPECT_EQ(liveNewBlocksOfSize(777), 1);
+}
+
+TEST_F(KvTestFixture, EndsWithEverythingPutBack) {
+    kvinmemory::makeEqual(id(1), id(2));
+    KvTest::TearDown();
+    EXPECT_FALSE(kvinmemory::isLogging());
+    EXPECT_FALSE(kvinmemory::isTrackingMemory());
+    EXPECT_NE(id(1), id(2));
+    KvTest::SetUp();
+}
+
+TEST_F(KvTestFixture, ReportsNothingAboutACleanTest) {
+    expectNothingLeft();
+    _kvFree(_kvMalloc(8));
+    const auto reports = reportsAtTheEnd();
+    EXPECT_THAT(reports, IsEmpty());
+}
+
+TEST_F(KvTestFixture, ReportsADoubleFree) {
+    void* block = _kvMalloc(8);
+    _kvFree(block);
+    freeByMistake(block);
+    const auto reports = reportsAtTheEnd();
+    EXPECT_THAT(reports, ElementsAre(HasSubstr("_kvFree twice")));
+}
+
+TEST_F(KvTestFixture, ReportsAForeignFree) {
+    const auto block = std::make_unique<int>();
+    freeByMistake(block.get());
+    const auto reports = reportsAtTheEnd();
+    EXPECT_THAT(reports, ElementsAre(HasSubstr("not of _kvMalloc")));
+}
+
+TEST_F(KvTestFixture, ReportsAWrongDelete) {
+    void* block = _kvMalloc(8);
+    deleteByMistake(block);
+    _kvFree(block);
+    const auto reports = reportsAtTheEnd();
+    EXPECT_THAT(reports, ElementsAre(HasSubstr("operator delete")));
+}
+
+TEST_F(KvTestFixture, SaysNothingOfWhatIsLeftUnlessAsked) {
+    GxDbFullSubentPath path;
+    const auto reports = reportsAtTheEnd();
+    EXPECT_THAT(reports, IsEmpty());
+}
+
+TEST_F(KvTestFixture, ReportsBlocksLeft) {
+    expectNothingLeft();
+    void* block = _kvMalloc(8);
+    const auto reports = reportsAtTheEnd();
+    EXPECT_THAT(reports, ElementsAre(HasSubstr("blocks of _kvMalloc")));
+    kvinmemory::resetAll();
+    _kvFree(block);
+}
+
+TEST_F(KvTestFixture, ReportsNewBlocksLeft) {
+    expectNothingLeft();
+    void* block = ::operator new(8);
+    const auto reports = reportsAtTheEnd();
+    EXPECT_THAT(reports, ElementsAre(HasSubstr("blocks of operator new")));
+    ::operator delete(block);
+}
+
+TEST_F(KvTestFixture, ReportsPathsLeft) {
+    expectNothingLeft();
+    const GxDbFullSubentPath path;
+    const auto reports = reportsAtTheEnd();
+    EXPECT_THAT(reports, ElementsAre(HasSubstr("sub-entity paths")));
+}
+
+TEST_F(KvTestFixture, ReportsSharersOfTheEmptyBlockLeft) {
+    expectNothingLeft();
+    const KvVector<int> sharer;
+    const auto reports = reportsAtTheEnd();
+    EXPECT_THAT(reports, ElementsAre(HasSubstr("sharers of the empty block")));
+}
+
+TEST_F(KvTestFixture, TheFrameworksOwnTracesAreNotLeftBehind) {
+    expectNothingLeft();
+    SCOPED_TRACE("one");
+    SCOPED_TRACE("two");
+}
+
+TEST_F(KvTestFixture, CountsMatrices) {
+    EXPECT_EQ(liveNewMatrices(), 0);
+    const auto matrix = std::make_unique<GxGeMatrix3d>();
+    EXPECT_EQ(liveNewMatrices(), 1);
+}
+
+} // namespace

@@ -1,0 +1,133 @@
+// What the tests of iterators and edits share: filling sets, looking at them, and owning what a removal
+// leaves behind.
+#pragma once
+
+#include "selectcontext/KvSelectContext.h"
+#include "tests/support/Ids.h"
+#include "tests/support/KvTest.h"
+#include "tests/support/SetInvariants.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace kvtest {
+
+// Watches that a test leaves no memory, no path and no sharer of the empty block behind.
+class SetTest : public KvTest {
+protected:
+    void SetUp() override {
+        KvTest::SetUp();
+        { SCOPED_TRACE("the first trace of a thread leaves memory behind"); }
+        expectNothingLeft();
+    }
+};
+
+constexpr unsigned kPageSlots = 4096;
+constexpr const wchar_t* kAccessError = L"Error access KvTrucker";
+
+// A set seen through its editing interface.
+inline GxapSSetWriteAccessor& edit(GxapSelectSet& set) {
+    return static_cast<GxapSSetWriteAccessor&>(set);
+}
+
+// Appends id(first), id(first + 1), ... without sub ids.
+inline void appendIds(GxapSelectSet& set, unsigned long first, unsigned long count) {
+    for (unsigned long n = first; n < first + count; ++n)
+        edit(set).append(id(n), GxDbObjectId());
+}
+
+// The n of an id(n).
+inline unsigned long numberOf(const GxDbObjectId& fabricated) {
+    return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(fabricated.stub())) / 16;
+}
+
+// The n of the current record's main id; 0 without one.
+inline unsigned long at(const GxapSelectSet::ConstIterator& it) {
+    return numberOf(it.mainEntId());
+}
+
+// A set of id(1) ... id(count).
+class Filled {
+public:
+    using Store = GxapSelectSet::SSetData::Store;
+
+    explicit Filled(unsigned long count) { appendIds(set, 1, count); }
+    Store& store() const { return *set.sharedData->entities; }
+    Store::Slot* slot(unsigned i) const { return store().head->slots + i; }
+
+    GxapSelectSet set;
+};
+
+// The main ids of the records in store order, read without any of the library's walks.
+inline std::vector<unsigned long> mainIds(const GxapSelectSet& set) {
+    std::vector<unsigned long> ids;
+    if (!set.sharedData || !set.sharedData->entities)
+        return ids;
+    using Store = GxapSelectSet::SSetData::Store;
+    for (const Store::Page* page = set.sharedData->entities->head; page; page = page->next) {
+        for (const Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
+            if (!slot->free && slot->value)
+                ids.push_back(numberOf(slot->value->mainEntId));
+        }
+    }
+    return ids;
+}
+
+inline std::vector<unsigned long> idRange(unsigned long first, unsigned long count) {
+    std::vector<unsigned long> ids;
+    for (unsigned long n = first; n < first + count; ++n)
+        ids.push_back(n);
+    return ids;
+}
+
+inline int registrations(const GxapSelectSet& set) {
+    return set.iterators.logicalLength();
+}
+
+inline bool isRegistered(const GxapSelectSet& set, const GxapSelectSet::ConstIterator& it) {
+    for (int i = 0; i < set.iterators.logicalLength(); ++i) {
+        if (set.iterators.at(i) == &it)
+            return true;
+    }
+    return false;
+}
+
+inline std::uint32_t owners(const GxapSelectSet& set) {
+    return set.sharedData->refCount.load();
+}
+
+// Keeps the data a set has now alive, whatever the set does next.
+class DataHold {
+public:
+    explicit DataHold(const GxapSelectSet& set) : mData(set.sharedData) { mData->addRef(); }
+    DataHold(const DataHold&) = delete;
+    DataHold& operator=(const DataHold&) = delete;
+    ~DataHold() { mData->delRef(); }
+
+private:
+    const GxapSelectSet::SSetData* mData;
+};
+
+// Takes the records of one main id out of private data; a removal leaves them to whoever asked for it.
+inline std::vector<std::unique_ptr<selected_entity>> takeOut(GxapSelectSet& set, const GxDbObjectId& mainId) {
+    std::vector<std::unique_ptr<selected_entity>> records;
+    using Store = GxapSelectSet::SSetData::Store;
+    for (const Store::Page* page = set.sharedData->entities->head; page; page = page->next) {
+        for (const Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
+            if (!slot->free && slot->value && slot->value->mainEntId == mainId)
+                records.emplace_back(slot->value);
+        }
+    }
+    edit(set).remove(mainId);
+    return records;
+}
+
+// The same for id(first), id(first + 1), ...; the records are freed.
+inline void takeOutIds(GxapSelectSet& set, unsigned long first, unsigned long count) {
+    for (unsigned long n = first; n < first + count; ++n)
+        takeOut(set, id(n));
+}
+
+} // namespace kvtest

@@ -1,0 +1,103 @@
+// What the benchmark selects: the five parts of an item's identity, and the record that the peers keep of it.
+#pragma once
+
+#include "platform/KvDatabase.h"
+#include "platform/KvGeometry.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace kvbench {
+
+// An item as a picker hands it over: the whole entity, without path and transform, as most picks are.
+struct Pick {
+    GxDbObjectId mainId;
+    GxDbObjectId subId;
+    long gsMarker = -1;
+};
+using Picks = std::vector<Pick>;
+
+// Ids in ascending order of `index`.
+inline GxDbObjectId idAt(std::size_t index) {
+    return GxDbObjectId(reinterpret_cast<GxDbStub*>((index + 1) * 64));
+}
+
+struct IdHash {
+    std::size_t operator()(const GxDbObjectId& id) const noexcept {
+        return std::hash<const void*>()(id.stub());
+    }
+};
+
+struct IdEqual {
+    bool operator()(const GxDbObjectId& a, const GxDbObjectId& b) const noexcept { return a == b; }
+};
+
+// A pointer to something that a record owns alone and copies with itself.
+template <class T>
+class Owned {
+public:
+    Owned() = default;
+    Owned(const Owned& other) : mValue(other.mValue ? std::make_unique<T>(*other.mValue) : nullptr) {}
+    Owned(Owned&&) noexcept = default;
+    Owned& operator=(const Owned& other) {
+        mValue = other.mValue ? std::make_unique<T>(*other.mValue) : nullptr;
+        return *this;
+    }
+    Owned& operator=(Owned&&) noexcept = default;
+
+    const T* get() const { return mValue.get(); }
+
+private:
+    std::unique_ptr<T> mValue;
+};
+
+// The same fields as selected_entity, in the containers that an application's programmers would take.
+struct PeerItem {
+    explicit PeerItem(const Pick& pick) : mainId(pick.mainId), subId(pick.subId), gsMarker(pick.gsMarker) {}
+
+    GxDbObjectId mainId;
+    GxDbObjectId subId;
+    long gsMarker;
+    std::vector<int> viewports;
+    Owned<std::vector<GxDbFullSubentPath>> segments;
+    Owned<std::vector<GxDbFullSubentPath>> subselection;
+    bool alive = true; // for the peers that leave a gap where an item was
+    std::vector<GxDbObjectId> path;
+    Owned<GxGeMatrix3d> transform;
+};
+
+inline bool isNoMarker(long marker) {
+    return marker == 0 || marker == -1;
+}
+
+inline bool isSameTransform(const GxGeMatrix3d* a, const GxGeMatrix3d* b) {
+    return a && b ? a->isEqualTo(*b) : a == b;
+}
+
+// The five-part identity: main id, sub id, marker (0 and -1 are one), path and transform.
+inline bool isSame(const PeerItem& item, const Pick& pick) {
+    const bool sameMarker =
+        isNoMarker(item.gsMarker) ? isNoMarker(pick.gsMarker) : item.gsMarker == pick.gsMarker;
+    return item.mainId == pick.mainId && item.subId == pick.subId && sameMarker && item.path.empty() &&
+           isSameTransform(item.transform.get(), nullptr);
+}
+
+inline bool isSame(const PeerItem& a, const PeerItem& b) {
+    const bool sameMarker = isNoMarker(a.gsMarker) ? isNoMarker(b.gsMarker) : a.gsMarker == b.gsMarker;
+    return a.mainId == b.mainId && a.subId == b.subId && sameMarker && a.path == b.path &&
+           isSameTransform(a.transform.get(), b.transform.get());
+}
+
+// The exact three keys by which items are removed.
+inline bool hasKeys(const PeerItem& item, const Pick& pick) {
+    return item.mainId == pick.mainId && item.subId == pick.subId && item.gsMarker == pick.gsMarker;
+}
+
+inline Pick keysOf(const PeerItem& item) {
+    return {item.mainId, item.subId, item.gsMarker};
+}
+
+} // namespace kvbench

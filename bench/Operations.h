@@ -1,0 +1,312 @@
+// The operations that are measured, each as a class: what it prepares untimed, and what it times.
+#pragma once
+
+#include "bench/Item.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace kvbench {
+
+enum class Order { kAscending, kShuffled };
+
+inline const char* nameOf(Order order) {
+    return order == Order::kAscending ? "ascending" : "shuffled";
+}
+
+// The same shuffle for every contender and every run.
+inline std::vector<std::size_t> indices(std::size_t count, Order order, unsigned seed = 1) {
+    std::vector<std::size_t> result(count);
+    std::iota(result.begin(), result.end(), std::size_t{0});
+    if (order == Order::kShuffled)
+        std::shuffle(result.begin(), result.end(), std::mt19937_64(seed));
+    return result;
+}
+
+// `count` different entities, `first` the lowest of them.
+inline Picks picks(std::size_t count, Order order, std::size_t first = 0) {
+    Picks result;
+    result.reserve(count);
+    for (const std::size_t index : indices(count, order))
+        result.push_back({idAt(first + index), GxDbObjectId(), -1});
+    return result;
+}
+
+template <class Set>
+void fill(Set& set, const Picks& items) {
+    for (const Pick& pick : items)
+        set.select(pick);
+}
+
+// Something that the compiler cannot drop.
+inline void keep(std::uintptr_t value) {
+    asm volatile("" : : "r"(value) : "memory");
+}
+
+inline void require(bool held) {
+    if (!held)
+        std::abort();
+}
+
+// Every operation class:
+//   kName; kIsRepeatable: one preparation serves many timed runs;
+//   Operation(count, order) prepares; run() is timed and leaves the number of items it dealt with in check().
+
+template <class Set>
+struct Select {
+    static constexpr const char* kName = "select";
+    static constexpr bool kIsRepeatable = false;
+
+    Select(std::size_t count, Order order) : mItems(picks(count, order)) {}
+    void run() { fill(mSet, mItems); }
+    void check() const { require(mSet.size() == mItems.size()); }
+
+    Picks mItems;
+    Set mSet;
+};
+
+template <class Set>
+struct Filled {
+    Filled(std::size_t count, Order order) : mItems(picks(count, order)) { fill(mSet, mItems); }
+
+    Picks mItems;
+    Set mSet;
+};
+
+template <class Set>
+struct Reselect : Filled<Set> {
+    static constexpr const char* kName = "re-select (refused)";
+    static constexpr bool kIsRepeatable = true;
+
+    using Filled<Set>::Filled;
+    void run() { fill(this->mSet, this->mItems); }
+    void check() const { require(this->mSet.size() == this->mItems.size()); }
+};
+
+template <class Set>
+struct Presence : Filled<Set> {
+    static constexpr const char* kName = "presence by id";
+    static constexpr bool kIsRepeatable = true;
+
+    using Filled<Set>::Filled;
+    void run() {
+        mFound = 0;
+        for (const Pick& pick : this->mItems)
+            mFound += std::size_t{this->mSet.has(pick.mainId)};
+    }
+    void check() const { require(mFound == this->mItems.size()); }
+
+    std::size_t mFound = 0;
+};
+
+template <class Set>
+struct Position : Filled<Set> {
+    static constexpr const char* kName = "id to position";
+    static constexpr bool kIsRepeatable = true;
+
+    // Contenders that count positions through a list are asked less often.
+    Position(std::size_t count, Order order)
+        : Filled<Set>(count, order),
+          mStep(Set::kIndexesPositions ? 1 : std::max<std::size_t>(count / 100, 1)) {}
+
+    std::size_t share() const { return mStep; }
+    void run() {
+        mSum = 0;
+        for (std::size_t i = 0; i < this->mItems.size(); i += mStep)
+            mSum += std::size_t{this->mSet.positionOf(this->mItems[i].mainId) == static_cast<long>(i)};
+    }
+    void check() const { require(mSum == (this->mItems.size() + mStep - 1) / mStep); }
+
+    std::size_t mStep;
+    std::size_t mSum = 0;
+};
+
+template <class Set>
+struct Walk : Filled<Set> {
+    static constexpr const char* kName = "walk";
+    static constexpr bool kIsRepeatable = true;
+
+    using Filled<Set>::Filled;
+    void run() { keep(this->mSet.walk()); }
+    void check() const {}
+};
+
+template <class Set>
+struct Nth : Filled<Set> {
+    static constexpr const char* kName = "n-th item at random";
+    static constexpr bool kIsRepeatable = true;
+
+    Nth(std::size_t count, Order order)
+        : Filled<Set>(count, order), mPositions(indices(count, Order::kShuffled, 2)),
+          mStep(Set::kIndexesPositions ? 1 : std::max<std::size_t>(count / 100, 1)) {}
+
+    std::size_t share() const { return mStep; }
+    void run() {
+        std::uintptr_t sum = 0;
+        for (std::size_t i = 0; i < mPositions.size(); i += mStep)
+            sum += static_cast<std::uintptr_t>(this->mSet.at(mPositions[i]));
+        keep(sum);
+    }
+    void check() const {}
+
+    std::vector<std::size_t> mPositions;
+    std::size_t mStep;
+};
+
+// Copies a handle and drops the copy, once per item of the set's size, so that the result reads in ns per
+// copy.
+template <class Set>
+struct HandleCopy : Filled<Set> {
+    static constexpr const char* kName = "handle copy";
+    static constexpr bool kIsRepeatable = true;
+
+    using Filled<Set>::Filled;
+    void run() {
+        for (std::size_t i = 0; i < this->mItems.size(); ++i) {
+            const Set copy(this->mSet);
+            keep(reinterpret_cast<std::uintptr_t>(&copy));
+        }
+    }
+    void check() const {}
+};
+
+template <class Set>
+struct FirstWrite : Filled<Set> {
+    static constexpr const char* kName = "first write after a copy";
+    static constexpr bool kIsRepeatable = false;
+
+    FirstWrite(std::size_t count, Order order) : Filled<Set>(count, order), mCopy(this->mSet) {}
+    void run() { mCopy.detach(); }
+    void check() const { require(mCopy.size() == this->mItems.size()); }
+
+    Set mCopy;
+};
+
+template <class Set>
+struct RemoveHalf : Filled<Set> {
+    static constexpr const char* kName = "remove half at random";
+    static constexpr bool kIsRepeatable = false;
+
+    RemoveHalf(std::size_t count, Order order) : Filled<Set>(count, order) {
+        for (const std::size_t index : indices(count, Order::kShuffled, 3)) {
+            if (mDoomed.size() < count / 2)
+                mDoomed.push_back(this->mItems[index]);
+        }
+    }
+    std::size_t share() const { return 2; }
+    void run() {
+        for (const Pick& pick : mDoomed)
+            this->mSet.remove(pick);
+    }
+    void check() const { require(this->mSet.size() == this->mItems.size() - mDoomed.size()); }
+
+    Picks mDoomed;
+};
+
+template <class Set>
+struct RemoveAllForward : Filled<Set> {
+    static constexpr const char* kName = "remove all from the front";
+    static constexpr bool kIsRepeatable = false;
+
+    using Filled<Set>::Filled;
+    void run() { this->mSet.removeAllForward(); }
+    void check() const { require(this->mSet.size() == 0); }
+};
+
+template <class Set>
+struct RemoveAllBackward : Filled<Set> {
+    static constexpr const char* kName = "remove all from the back";
+    static constexpr bool kIsRepeatable = false;
+
+    using Filled<Set>::Filled;
+    void run() { this->mSet.removeAllBackward(); }
+    void check() const { require(this->mSet.size() == 0); }
+};
+
+// Two sets of `count` items that have half of them in common.
+template <class Set>
+struct Overlapping {
+    Overlapping(std::size_t count, Order order) : mCount(count) {
+        fill(mA, picks(count, order));
+        fill(mB, picks(count, order, count / 2));
+    }
+
+    std::size_t mCount;
+    Set mA;
+    Set mB;
+    Set mResult;
+};
+
+template <class Set>
+struct Merge : Overlapping<Set> {
+    static constexpr const char* kName = "merge, half overlapping";
+    static constexpr bool kIsRepeatable = false;
+
+    using Overlapping<Set>::Overlapping;
+    void run() { this->mResult.mergeOf(this->mA, this->mB); }
+    void check() const { require(this->mResult.size() == this->mCount + this->mCount / 2); }
+};
+
+template <class Set>
+struct Minus : Overlapping<Set> {
+    static constexpr const char* kName = "minus, half overlapping";
+    static constexpr bool kIsRepeatable = false;
+
+    using Overlapping<Set>::Overlapping;
+    void run() { this->mResult.minusOf(this->mA, this->mB); }
+    void check() const { require(this->mResult.size() == this->mCount / 2); }
+};
+
+template <class Set>
+struct Contains {
+    static constexpr const char* kName = "contains an equal set";
+    static constexpr bool kIsRepeatable = true;
+
+    Contains(std::size_t count, Order order) {
+        fill(mA, picks(count, order));
+        fill(mB, picks(count, order));
+    }
+    void run() { mHeld = mA.contains(mB); }
+    void check() const { require(mHeld); }
+
+    Set mA;
+    Set mB;
+    bool mHeld = false;
+};
+
+template <class Set>
+struct SetUnique {
+    static constexpr const char* kName = "setUnique, ten per id";
+    static constexpr bool kIsRepeatable = false;
+
+    SetUnique(std::size_t count, Order order) : mIds(std::max<std::size_t>(count / 10, 1)) {
+        mSet.setUniqueRule(false);
+        for (const std::size_t index : indices(mIds * 10, order))
+            mSet.select({idAt(index / 10), GxDbObjectId(), static_cast<long>(index % 10) + 1});
+    }
+    void run() { mSet.setUniqueRule(true); }
+    void check() const { require(mSet.size() == mIds); }
+
+    std::size_t mIds;
+    Set mSet;
+};
+
+template <class Set>
+struct Destroy {
+    static constexpr const char* kName = "destruction";
+    static constexpr bool kIsRepeatable = false;
+
+    Destroy(std::size_t count, Order order) { fill(*mSet, picks(count, order)); }
+    void run() { mSet.reset(); }
+    void check() const {}
+
+    std::unique_ptr<Set> mSet = std::make_unique<Set>();
+};
+
+} // namespace kvbench

@@ -1,0 +1,88 @@
+// What all the contenders do alike: a counted handle over a state, copied on the first write, and the
+// operations that follow from a state's own.
+#pragma once
+
+#include "bench/Item.h"
+
+#include <memory>
+#include <utility>
+
+namespace kvbench {
+
+// `State` is copyable and keeps items in the order of insertion, found by main id:
+//   append(PeerItem&&), has(id), anyOfId(id, test), eraseFirstOfId(id, test), forEach(visit), anyOf(test),
+//   positionOf(id), at(position), size(), removeAllForward(), removeAllBackward(), keepFirstOfEachId().
+template <class State>
+class Peer {
+public:
+    static constexpr const char* kName = State::kName;
+    static constexpr std::size_t kLargest = State::kLargest;
+    static constexpr bool kIndexesPositions = State::kIndexesPositions;
+
+    void setUniqueRule(bool on) {
+        if (on && !mUnique)
+            mState->keepFirstOfEachId();
+        mUnique = on;
+    }
+
+    void select(const Pick& pick) {
+        if (mUnique && mState->anyOfId(pick.mainId, [&](const PeerItem& item) { return isSame(item, pick); }))
+            return;
+        mState->append(PeerItem(pick));
+    }
+
+    bool has(const GxDbObjectId& id) const { return mState->has(id); }
+    long positionOf(const GxDbObjectId& id) const { return mState->positionOf(id); }
+    long at(std::size_t position) const { return mState->at(position).gsMarker; }
+    std::size_t size() const { return mState->size(); }
+
+    std::uintptr_t walk() const {
+        std::uintptr_t sum = 0;
+        mState->forEach([&sum](const PeerItem& item) {
+            sum += reinterpret_cast<std::uintptr_t>(item.mainId.stub()) +
+                   static_cast<std::uintptr_t>(item.gsMarker);
+        });
+        return sum;
+    }
+
+    void detach() {
+        if (mState.use_count() > 1)
+            mState = std::make_shared<State>(std::as_const(*mState));
+    }
+
+    bool remove(const Pick& pick) {
+        return mState->eraseFirstOfId(pick.mainId, [&](const PeerItem& item) { return hasKeys(item, pick); });
+    }
+
+    void removeAllForward() { mState->removeAllForward(); }
+    void removeAllBackward() { mState->removeAllBackward(); }
+
+    void mergeOf(const Peer& a, const Peer& b) {
+        mState = a.mState;
+        detach();
+        b.mState->forEach([this](const PeerItem& item) {
+            if (!holds(item))
+                mState->append(PeerItem(item));
+        });
+    }
+
+    void minusOf(const Peer& a, const Peer& b) {
+        mState = a.mState;
+        detach();
+        b.mState->forEach([this](const PeerItem& item) { remove(keysOf(item)); });
+    }
+
+    bool contains(const Peer& other) const {
+        return !other.mState->anyOf([this](const PeerItem& item) { return !holds(item); });
+    }
+
+private:
+    bool holds(const PeerItem& wanted) const {
+        return mState->anyOfId(wanted.mainId, [&](const PeerItem& item) { return isSame(item, wanted); });
+    }
+
+    std::shared_ptr<State> mState = std::make_shared<State>();
+    bool mUnique = true;
+};
+
+} // namespace kvbench

@@ -1,0 +1,128 @@
+// QList of items and QMultiHash from id to index; a removed item leaves a gap.
+#pragma once
+
+#include "bench/peers/Peer.h"
+
+#include <QHash>
+#include <QList>
+#include <QSet>
+#include <algorithm>
+
+inline uint qHash(const GxDbObjectId& id, uint seed = 0) {
+    return qHash(reinterpret_cast<quintptr>(id.stub()), seed);
+}
+
+namespace kvbench {
+
+class QtState {
+public:
+    static constexpr const char* kName = "QList+QMultiHash";
+    static constexpr std::size_t kLargest = 1000000;
+    static constexpr bool kIndexesPositions = true;
+
+    QtState() = default;
+    // Qt's own sharing would put the copy off to a write that is not measured.
+    QtState(const QtState& other) : mItems(other.mItems), mIndex(other.mIndex) {
+        mItems.detach();
+        mIndex.detach();
+    }
+    QtState& operator=(const QtState&) = delete;
+
+    void append(PeerItem&& item) {
+        mIndex.insert(item.mainId, mItems.size());
+        mItems.append(std::move(item));
+    }
+
+    bool has(const GxDbObjectId& id) const { return mIndex.contains(id); }
+
+    template <class Test>
+    bool anyOfId(const GxDbObjectId& id, Test test) const {
+        for (auto entry = mIndex.constFind(id); entry != mIndex.constEnd() && entry.key() == id; ++entry) {
+            if (test(mItems.at(entry.value())))
+                return true;
+        }
+        return false;
+    }
+
+    template <class Test>
+    bool eraseFirstOfId(const GxDbObjectId& id, Test test) {
+        for (auto entry = mIndex.find(id); entry != mIndex.end() && entry.key() == id; ++entry) {
+            if (!test(mItems.at(entry.value())))
+                continue;
+            mItems[entry.value()].alive = false;
+            mIndex.erase(entry);
+            return true;
+        }
+        return false;
+    }
+
+    template <class Visit>
+    void forEach(Visit visit) const {
+        for (const PeerItem& item : mItems) {
+            if (item.alive)
+                visit(item);
+        }
+    }
+
+    template <class Test>
+    bool anyOf(Test test) const {
+        return std::any_of(mItems.begin(), mItems.end(),
+                           [&](const PeerItem& item) { return item.alive && test(item); });
+    }
+
+    long positionOf(const GxDbObjectId& id) const {
+        const auto found = mIndex.constFind(id);
+        if (found == mIndex.constEnd())
+            return -1;
+        if (mIndex.size() == mItems.size())
+            return found.value();
+        return std::count_if(mItems.begin(), mItems.begin() + found.value(),
+                             [](const PeerItem& item) { return item.alive; });
+    }
+
+    const PeerItem& at(std::size_t position) const {
+        if (mIndex.size() == mItems.size())
+            return mItems.at(static_cast<int>(position));
+        return *std::find_if(mItems.begin(), mItems.end(),
+                             [&position](const PeerItem& item) { return item.alive && position-- == 0; });
+    }
+
+    std::size_t size() const { return static_cast<std::size_t>(mIndex.size()); }
+
+    void removeAllForward() {
+        for (int i = 0; i < mItems.size(); ++i)
+            removeIndex(i);
+        mItems.clear();
+    }
+
+    void removeAllBackward() {
+        for (; !mItems.isEmpty(); mItems.removeLast())
+            removeIndex(mItems.size() - 1);
+    }
+
+    void keepFirstOfEachId() {
+        QMultiHash<GxDbObjectId, int> kept;
+        kept.reserve(mIndex.size());
+        for (int i = 0; i < mItems.size(); ++i) {
+            PeerItem& item = mItems[i];
+            item.alive = item.alive && !kept.contains(item.mainId);
+            if (item.alive)
+                kept.insert(item.mainId, i);
+        }
+        mIndex = kept;
+    }
+
+private:
+    void removeIndex(int i) {
+        if (!mItems.at(i).alive)
+            return;
+        mIndex.remove(mItems.at(i).mainId, i);
+        mItems[i].alive = false;
+    }
+
+    QList<PeerItem> mItems;
+    QMultiHash<GxDbObjectId, int> mIndex;
+};
+using QtContainers = Peer<QtState>;
+
+} // namespace kvbench

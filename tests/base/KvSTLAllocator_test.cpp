@@ -1,0 +1,185 @@
+#include "base/KvSTLAllocator.h"
+
+#include "tests/support/AllocationFailure.h"
+#include "tests/support/KvTest.h"
+#include "tests/support/NewTracking.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <new>
+#include <set>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Entry = std::pair<const long, unsigned long>;
+using Index = std::multimap<long, unsigned long, std::less<long>, _KvSTLAllocator<Entry>>;
+
+static_assert(std::is_same_v<_KvSTLAllocator<Entry>::value_type, Entry>);
+static_assert(std::is_nothrow_default_constructible_v<_KvSTLAllocator<Entry>>);
+static_assert(
+    std::is_same_v<std::allocator_traits<_KvSTLAllocator<Entry>>::rebind_alloc<int>, _KvSTLAllocator<int>>);
+
+struct alignas(16) Wide {
+    std::uint64_t words[6];
+};
+
+class KvSTLAllocatorTest : public kvtest::KvTest {};
+
+TEST_F(KvSTLAllocatorTest, AllAllocatorsAreEqual) {
+    const _KvSTLAllocator<int> ints;
+    const _KvSTLAllocator<long> longs(ints);
+    EXPECT_TRUE(ints == longs);
+    EXPECT_FALSE(ints != longs);
+    EXPECT_TRUE(ints == _KvSTLAllocator<int>());
+}
+
+TEST_F(KvSTLAllocatorTest, MemoryOfOneAllocatorIsGivenBackThroughAnother) {
+    _KvSTLAllocator<Entry> one;
+    _KvSTLAllocator<Entry> other;
+    Entry* memory = one.allocate(1);
+    new (memory) Entry(1, 2);
+    other.deallocate(memory, 1);
+}
+
+TEST_F(KvSTLAllocatorTest, MemoryIsAlignedAndHeldByOneOwnerAtATime) {
+    _KvSTLAllocator<Wide> allocator;
+    std::vector<std::pair<Wide*, std::size_t>> owned;
+    std::uint64_t stamp = 0;
+    for (int round = 0; round < 5; ++round) {
+        for (std::size_t n = 1; n <= 40; ++n) {
+            Wide* memory = allocator.allocate(n);
+            ASSERT_EQ(reinterpret_cast<std::uintptr_t>(memory) % alignof(Wide), 0u);
+            for (std::size_t i = 0; i < n; ++i)
+                new (memory + i) Wide{{stamp, stamp, stamp, stamp, stamp, stamp}};
+            owned.emplace_back(memory, n);
+            ++stamp;
+        }
+        for (std::size_t k = 0; k < owned.size(); k += 2) {
+            allocator.deallocate(owned[k].first, owned[k].second);
+            owned[k].first = nullptr;
+        }
+    }
+    for (std::size_t k = 0; k < owned.size(); ++k) {
+        const auto& [memory, n] = owned[k];
+        for (std::size_t i = 0; memory && i < n; ++i) {
+            ASSERT_EQ(memory[i].words[0], k);
+            ASSERT_EQ(memory[i].words[5], k);
+        }
+        if (memory)
+            allocator.deallocate(memory, n);
+    }
+}
+
+TEST_F(KvSTLAllocatorTest, IndexOverItBehavesLikeAnyOther) {
+    Index index;
+    std::multimap<long, unsigned long> expected;
+    for (unsigned long i = 0; i < 3000; ++i) {
+        const long key = static_cast<long>(i * 7919 % 613);
+        index.emplace(key, i);
+        expected.emplace(key, i);
+        if (i % 3 == 0) {
+            index.erase(static_cast<long>(i % 401));
+            expected.erase(static_cast<long>(i % 401));
+        }
+    }
+    EXPECT_TRUE(std::equal(index.begin(), index.end(), expected.begin(), expected.end()));
+}
+
+TEST_F(KvSTLAllocatorTest, CopiedMovedAndSwappedIndexesKeepTheirEntries) {
+    Index index{{1, 10}, {2, 20}};
+    Index copy(index);
+    Index moved(std::move(index));
+    Index other{{3, 30}};
+    moved.swap(other);
+    EXPECT_EQ(copy, other);
+    EXPECT_EQ(moved.size(), 1u);
+    copy = moved;
+    EXPECT_EQ(copy, moved);
+}
+
+TEST_F(KvSTLAllocatorTest, FillingAndClearingAgainAndAgainTakesNoMoreMemory) {
+    const auto fillAndClear = [] {
+        Index index;
+        for (long i = 0; i < 500; ++i)
+            index.emplace(i, 0);
+    };
+    fillAndClear();
+    fillAndClear();
+    const long settled = kvtest::liveNewBlocks();
+    for (int i = 0; i < 50; ++i)
+        fillAndClear();
+    EXPECT_EQ(kvtest::liveNewBlocks(), settled);
+}
+
+TEST_F(KvSTLAllocatorTest, NumberBeyondTheAddressSpaceIsRefused) {
+    _KvSTLAllocator<Entry> allocator;
+    const std::size_t tooMany = std::numeric_limits<std::size_t>::max() / sizeof(Entry) + 2;
+    EXPECT_THROW(static_cast<void>(allocator.allocate(tooMany)), std::bad_alloc);
+}
+
+TEST_F(KvSTLAllocatorTest, InsertionThatFailsLeavesTheIndexAsItWas) {
+    kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
+        Index index{{1, 10}, {2, 20}};
+        const Index before(index);
+        const kvtest::Outcome outcome = point.run([&] {
+            for (long i = 0; i < 200; ++i)
+                index.emplace(100 + i, 0);
+        });
+        EXPECT_EQ(outcome.failed, outcome.injected);
+        index.erase(index.lower_bound(100), index.end());
+        EXPECT_EQ(index, before);
+    });
+}
+
+TEST_F(KvSTLAllocatorTest, FailureIsBadAlloc) {
+    _KvSTLAllocator<Wide> allocator;
+    kvtest::failNew(1, true);
+    EXPECT_THROW(static_cast<void>(allocator.allocate(4096)), std::bad_alloc);
+    kvtest::allowNew();
+}
+
+TEST_F(KvSTLAllocatorTest, IndexIsGivenBackOnAnotherThread) {
+    auto index = std::make_unique<Index>();
+    for (long i = 0; i < 1000; ++i)
+        index->emplace(i, 0);
+    std::thread([&index] {
+        index->emplace(5, 1);
+        index.reset();
+    }).join();
+    Index next;
+    for (long i = 0; i < 1000; ++i)
+        next.emplace(i, 1);
+    EXPECT_EQ(next.size(), 1000u);
+}
+
+TEST_F(KvSTLAllocatorTest, ThreadsFillAndClearIndexesOfTheirOwn) {
+    std::vector<std::thread> threads;
+    std::vector<std::size_t> sizes(4);
+    for (std::size_t t = 0; t < sizes.size(); ++t) {
+        threads.emplace_back([&sizes, t] {
+            for (int round = 0; round < 10; ++round) {
+                Index index;
+                for (long i = 0; i < 300; ++i)
+                    index.emplace(i, static_cast<unsigned long>(t));
+                for (const auto& entry : index)
+                    sizes[t] += entry.second == t ? 1u : 0u;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const std::size_t size : sizes)
+        EXPECT_EQ(size, 3000u);
+}
+
+} // namespace

@@ -1,0 +1,194 @@
+// Vectors that share a block, let go on several threads. The thread sanitizer is the judge of these tests.
+#include "base/KvVector.h"
+
+#include "platform/inmemory/InMemoryOsBase.h"
+#include "tests/base/VectorValues.h"
+#include "tests/support/Ids.h"
+#include "tests/support/KvTest.h"
+#include "tests/support/NewTracking.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using kvtest::contents;
+using kvtest::filled;
+using kvtest::shares;
+using kvtest::values;
+
+constexpr int kThreads = 4;
+constexpr int kRounds = 200;
+
+// Threads that wait here go on at the same moment.
+class StartingLine {
+public:
+    explicit StartingLine(int threads) : mMissing(threads) {}
+
+    void arriveAndWait() {
+        mMissing.fetch_sub(1);
+        while (mMissing.load() > 0)
+            std::this_thread::yield();
+    }
+
+private:
+    std::atomic<int> mMissing;
+};
+
+// The books of memory are guarded by locks and counters of their own; kept, they would order the threads and
+// hide races of the blocks' counts.
+template <class Vector>
+class KvVectorThreadsOf : public kvtest::KvTest {
+protected:
+    void SetUp() override {
+        KvTest::SetUp();
+        kvinmemory::trackMemory(false);
+        kvinmemory::setLogging(false);
+        kvtest::trackNewSizes(false);
+    }
+};
+
+// Whether the vector holds the values 0, 1, ... ; allocates nothing, for the same reason.
+template <class Vector>
+bool holds(const Vector& vector, const std::vector<kvtest::Element<Vector>>& expected) {
+    if (static_cast<std::size_t>(vector.logicalLength()) != expected.size())
+        return false;
+    for (int i = 0; i < vector.logicalLength(); ++i) {
+        if (!(vector.at(i) == expected[static_cast<std::size_t>(i)]))
+            return false;
+    }
+    return true;
+}
+
+struct TypeName {
+    template <class Vector>
+    static std::string GetName(int index) {
+        static const char* const kNames[] = {"Int", "String", "ObjectId"};
+        return kNames[index];
+    }
+};
+
+using VectorTypes = ::testing::Types<KvVector<int>, KvVector<std::string>, KvVector<GxDbObjectId>>;
+TYPED_TEST_SUITE(KvVectorThreadsOf, VectorTypes, TypeName);
+
+TYPED_TEST(KvVectorThreadsOf, HoldersThatAllReadAndThenLetGoTogetherFreeTheBlockOnce) {
+    struct Holder {
+        TypeParam vector;
+        bool agreed = false;
+    };
+    const auto expected = values<TypeParam>({0, 1, 2, 3, 4});
+    for (int round = 0; round < kRounds; ++round) {
+        std::vector<Holder> holders;
+        {
+            const TypeParam original = filled<TypeParam>(5);
+            holders.assign(kThreads, Holder{original, false});
+        }
+        StartingLine line(kThreads);
+        std::vector<std::thread> threads;
+        for (Holder& holder : holders) {
+            threads.emplace_back([&holder, &expected, &line] {
+                line.arriveAndWait();
+                holder.agreed = holds(holder.vector, expected);
+                holder.vector = TypeParam();
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        for (const Holder& holder : holders)
+            ASSERT_TRUE(holder.agreed);
+    }
+}
+
+TYPED_TEST(KvVectorThreadsOf, OwnerThatWaitsForAReaderToLetGoWritesInPlace) {
+    const auto expected = values<TypeParam>({0, 1, 2});
+    const auto replacement = kvtest::value<TypeParam>(50);
+    for (int round = 0; round < kRounds; ++round) {
+        TypeParam owner = filled<TypeParam>(3);
+        const KvVectorBlock* block = owner.data.block;
+        std::optional<TypeParam> lent(owner);
+        bool agreed = false;
+        std::thread reader([&lent, &agreed, &expected] {
+            agreed = holds(*lent, expected);
+            lent.reset();
+        });
+        while (shares(owner) != 1)
+            std::this_thread::yield();
+        owner.at(1) = replacement;
+        EXPECT_EQ(owner.data.block, block);
+        reader.join();
+        ASSERT_TRUE(agreed);
+        ASSERT_EQ(contents(std::as_const(owner)), values<TypeParam>({0, 50, 2}));
+    }
+}
+
+TYPED_TEST(KvVectorThreadsOf, OwnerThatWaitsForAReaderToLetGoFreesTheBlock) {
+    const auto expected = values<TypeParam>({0, 1, 2});
+    for (int round = 0; round < kRounds; ++round) {
+        std::optional<TypeParam> owner(filled<TypeParam>(3));
+        std::optional<TypeParam> lent(owner);
+        bool agreed = false;
+        std::thread reader([&lent, &agreed, &expected] {
+            agreed = holds(*lent, expected);
+            lent.reset();
+        });
+        while (shares(*owner) != 1)
+            std::this_thread::yield();
+        owner.reset();
+        reader.join();
+        ASSERT_TRUE(agreed);
+    }
+}
+
+TYPED_TEST(KvVectorThreadsOf, WritersMakeCopiesOfTheirOwnWhileOthersRead) {
+    const TypeParam original = filled<TypeParam>(4);
+    std::vector<TypeParam> holders(kThreads, original);
+    StartingLine line(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        TypeParam& holder = holders[static_cast<std::size_t>(t)];
+        threads.emplace_back([&holder, &line, t] {
+            line.arriveAndWait();
+            for (int i = 0; i < kRounds; ++i) {
+                TypeParam copy(holder);
+                copy.at(t % 4) = kvtest::value<TypeParam>(i);
+                copy.setLogicalLength(4 + i % 9);
+                copy = holder;
+                copy.removeAt(1);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(contents(original), values<TypeParam>({0, 1, 2, 3}));
+    EXPECT_EQ(shares(original), static_cast<std::uint32_t>(kThreads) + 1);
+}
+
+TYPED_TEST(KvVectorThreadsOf, EmptyBlockIsCountedRightByAllThreads) {
+    const std::uint32_t before = kvtest::emptyBlockCount();
+    StartingLine line(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&line] {
+            line.arriveAndWait();
+            for (int i = 0; i < kRounds; ++i) {
+                TypeParam vector;
+                TypeParam copy(vector);
+                copy.setLogicalLength(1);
+                copy = vector;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(kvtest::emptyBlockCount(), before);
+}
+
+} // namespace

@@ -1,0 +1,86 @@
+// A paged store with four slots a page, so that a handful of elements reaches every page boundary.
+#pragma once
+
+#include "base/KvTrucker.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <vector>
+
+namespace kvtest {
+
+using SmallStore = KvTrucker<long, 64u>;
+
+constexpr std::uint32_t kBeforeFirst = 0xFFFFFFFFu;
+constexpr std::uint32_t kNotFound = 0xFFFFFFFFu;
+constexpr unsigned kNoIndex = 0xFFFFFFFFu;
+constexpr std::ptrdiff_t kSmallPageSlots = 4;
+
+static_assert(sizeof(SmallStore::Slot) == 16, "a small page holds four slots");
+
+// Appends 0, 1, ... count - 1 and returns their slots.
+inline std::vector<SmallStore::Slot*> fill(SmallStore& store, int count) {
+    std::vector<SmallStore::Slot*> slots;
+    for (long value = 0; value < count; ++value)
+        slots.push_back(store.append(value));
+    return slots;
+}
+
+template <class Store>
+std::size_t pageCount(const Store& store) {
+    std::size_t count = 0;
+    for (const auto* page = store.head; page; page = page->next)
+        ++count;
+    return count;
+}
+
+// The page at this ordinal of the chain.
+template <class Store>
+typename Store::Page* pageAt(const Store& store, int ordinal) {
+    auto* page = store.head;
+    while (page && ordinal-- > 0)
+        page = page->next;
+    return page;
+}
+
+// The occupied slots' values, read straight from the pages.
+inline std::vector<long> valuesOf(const SmallStore& store) {
+    std::vector<long> values;
+    for (const SmallStore::Page* page = store.head; page; page = page->next) {
+        for (const SmallStore::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
+            if (slot->free == 0)
+                values.push_back(slot->value);
+        }
+    }
+    return values;
+}
+
+// The values that an iterator passes until it is at the end; gives up far beyond any number that a test
+// stores.
+inline std::vector<long> walkFrom(const SmallStore& store, SmallStore::iterator it) {
+    constexpr std::size_t kGiveUp = 100000;
+    std::vector<long> values;
+    while (!store.isEnd(it) && values.size() < kGiveUp) {
+        values.push_back(*it);
+        it.next();
+    }
+    return values;
+}
+
+inline SmallStore::iterator beforeFirst(const SmallStore& store) {
+    SmallStore::iterator it = store.end();
+    it.page = nullptr;
+    it.pageEnd = nullptr;
+    it.slot = nullptr;
+    it.position = kBeforeFirst;
+    return it;
+}
+
+// Frees the element at this index the way an iterator removal does.
+inline void removeIndex(SmallStore& store, int index) {
+    SmallStore::iterator it = store.iteratorAt(index);
+    store.removeAt(it);
+}
+
+} // namespace kvtest

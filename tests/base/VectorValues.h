@@ -1,0 +1,111 @@
+// Vectors of several element types and allocators, and values to put into them.
+#pragma once
+
+#include "base/KvVector.h"
+#include "platform/KvDatabase.h"
+#include "tests/support/Ids.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kvtest {
+
+struct Sample {
+    int number = 0;
+    double weight = 0;
+};
+
+inline bool operator==(const Sample& a, const Sample& b) {
+    return a.number == b.number && a.weight == b.weight;
+}
+
+// Value number n of an element type; no two numbers give equal values.
+template <class T>
+struct ValueOf;
+
+template <>
+struct ValueOf<int> {
+    static int number(int n) { return 100 + n; }
+};
+
+template <>
+struct ValueOf<double> {
+    static double number(int n) { return 0.5 + n; }
+};
+
+template <>
+struct ValueOf<std::string> {
+    // Too long for the string's own buffer, so that each copy has memory of its own.
+    static std::string number(int n) {
+        return "an element with memory of its own, number " + std::to_string(n);
+    }
+};
+
+template <>
+struct ValueOf<Sample> {
+    static Sample number(int n) { return {n + 1, 0.25 * n}; }
+};
+
+template <>
+struct ValueOf<GxDbObjectId> {
+    static GxDbObjectId number(int n) { return id(static_cast<unsigned long>(n) + 1); }
+};
+
+template <class Vector>
+struct ElementOf;
+
+template <class T, class Allocator, class RefCounter, class GrowPolicy>
+struct ElementOf<KvVector<T, Allocator, RefCounter, GrowPolicy>> {
+    using type = T;
+    using allocator = Allocator;
+};
+
+template <class Vector>
+using Element = typename ElementOf<Vector>::type;
+
+template <class Vector>
+Element<Vector> value(int n) {
+    return ValueOf<Element<Vector>>::number(n);
+}
+
+// Gives a vector the values first, first + 1, ... from its element `from` on.
+template <class Vector>
+void setValues(Vector& vector, int from, int first) {
+    for (int i = from; i < vector.logicalLength(); ++i)
+        vector.at(i) = value<Vector>(first + i - from);
+}
+
+// A vector of the values 0, 1, ... length - 1.
+template <class Vector>
+Vector filled(int length) {
+    Vector vector;
+    vector.setLogicalLength(length);
+    setValues(vector, 0, 0);
+    return vector;
+}
+
+// The elements, read without making the vector's block private.
+template <class Vector>
+std::vector<Element<Vector>> contents(const Vector& vector) {
+    std::vector<Element<Vector>> elements;
+    for (int i = 0; i < vector.logicalLength(); ++i)
+        elements.push_back(vector.at(i));
+    return elements;
+}
+
+// The values of these numbers, to compare contents with.
+template <class Vector>
+std::vector<Element<Vector>> values(const std::vector<int>& numbers) {
+    std::vector<Element<Vector>> elements;
+    for (const int n : numbers)
+        elements.push_back(value<Vector>(n));
+    return elements;
+}
+
+template <class Vector>
+std::uint32_t shares(const Vector& vector) {
+    return vector.data.block ? vector.data.block->refCount.load() : 0;
+}
+
+} // namespace kvtest

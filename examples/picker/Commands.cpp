@@ -56,11 +56,20 @@ std::string omissionsLine(const std::vector<Omission>& omissions) {
 
 // ---- what items look like
 
-std::string pathText(const Drawing& drawing, const KvVector<GxDbObjectId>& path) {
+template <class TextOf>
+std::string pathText(const KvVector<GxDbObjectId>& path, TextOf textOf) {
     std::string text;
     for (int i = 0; i < path.logicalLength(); ++i)
-        text += (i == 0 ? "" : " > ") + std::to_string(drawing.database().handleOf(path.at(i)));
+        text += (i == 0 ? "" : " > ") + textOf(path.at(i));
     return text.empty() ? "-" : text;
+}
+
+std::string handlePath(const Drawing& drawing, const KvVector<GxDbObjectId>& path) {
+    return pathText(path, [&](GxDbObjectId id) { return std::to_string(drawing.database().handleOf(id)); });
+}
+
+std::string labelledPath(const Drawing& drawing, const KvVector<GxDbObjectId>& path) {
+    return pathText(path, [&](GxDbObjectId id) { return drawing.label(id); });
 }
 
 std::string crossingText(const GxapSelectedEntInfo* info) {
@@ -117,17 +126,24 @@ Box boxOf(const Arguments& arguments) {
 
 // ---- drawing
 
+std::size_t referencesIn(const BlockDefinition& block) {
+    const auto& contents = block.contents();
+    return static_cast<std::size_t>(
+        std::count_if(contents.begin(), contents.end(),
+                      [](const BlockDefinition::Content& content) { return content.reference != nullptr; }));
+}
+
 void info(Console& console, const Arguments& arguments) {
     arguments.expectNone();
     const Drawing& drawing = console.session.drawing();
-    std::uint64_t references = 0;
-    for (const BlockDefinition::Content& content : drawing.model().contents())
-        references += content.reference ? 1 : 0;
-    const std::uint64_t plain = drawing.model().contents().size() - references;
-    console.out << drawing.name() << ": page of " << sizeOf(drawing.page()) << "; "
-                << entities(drawing.model().curveCount()) << " placed: " << plain << " plain, the others by "
-                << plural(references, "reference", "references") << " to " << drawing.blocks().size() - 1
-                << " blocks\n";
+    const std::size_t references = referencesIn(drawing.model());
+    console.out << drawing.name() << ", " << sizeOf(drawing.page()) << ": "
+                << entities(drawing.model().curveCount()) << " placed";
+    if (references > 0)
+        console.out << ", " << drawing.model().contents().size() - references << " plain, the others by "
+                    << plural(references, "reference", "references") << " to "
+                    << plural(drawing.blocks().size() - 1, "block", "blocks");
+    console.out << '\n';
     const std::string omissions = omissionsLine(drawing.omissions());
     if (!omissions.empty())
         console.out << omissions << '\n';
@@ -146,9 +162,7 @@ void blocks(Console& console, const Arguments& arguments) {
                  {"entities shown", Table::Align::right},
                  {"size"}});
     for (const BlockDefinition* block : console.session.drawing().blocks()) {
-        std::size_t references = 0;
-        for (const BlockDefinition::Content& content : block->contents())
-            references += content.reference ? 1 : 0;
+        const std::size_t references = referencesIn(*block);
         table.add({block == &console.session.drawing().model() ? "(the drawing)" : block->name(),
                    std::to_string(block->contents().size() - references), std::to_string(references),
                    std::to_string(block->curveCount()), sizeOf(block->box())});
@@ -222,7 +236,7 @@ void byId(Console& console, const Arguments& arguments) {
 
 void addRow(Table& table, const Drawing& drawing, const GxapSelectSet::ConstIterator& it) {
     table.add({std::to_string(it.index), idText(drawing, it.mainEntId()), idText(drawing, it.subEntId()),
-               markerText(it.gsMarker()), pathText(drawing, it.nestedEntFullPath()),
+               markerText(it.gsMarker()), handlePath(drawing, it.nestedEntFullPath()),
                crossingText(it.selectedEntityInfo())});
 }
 
@@ -258,14 +272,11 @@ void item(Console& console, const Arguments& arguments) {
         throw CommandError("set " + console.session.currentName() + " has " + items(itemCount(set)) +
                            ", counted from 0");
     const Drawing& drawing = console.session.drawing();
-    const KvVector<GxDbObjectId>& path = it.nestedEntFullPath();
     console.out << "item " << it.index << ": main id " << idText(drawing, it.mainEntId()) << ", sub id "
-                << idText(drawing, it.subEntId()) << ", marker " << markerText(it.gsMarker())
-                << ", fence crossing " << crossingText(it.selectedEntityInfo()) << "\n  path ";
-    for (int i = 0; i < path.logicalLength(); ++i)
-        console.out << (i == 0 ? "" : " > ") << drawing.label(path.at(i));
-    console.out << (path.logicalLength() == 0 ? "none" : "") << "; placed "
-                << transformText(it.selectedEntityInfo()) << '\n';
+                << idText(drawing, it.subEntId()) << ", marker " << markerText(it.gsMarker()) << ", placed "
+                << transformText(it.selectedEntityInfo()) << "\n  path "
+                << labelledPath(drawing, it.nestedEntFullPath()) << ", fence crossing "
+                << crossingText(it.selectedEntityInfo()) << '\n';
 }
 
 void count(Console& console, const Arguments& arguments) {

@@ -22,7 +22,7 @@ namespace {
 constexpr const char* kPrompt = "picker> ";
 
 constexpr const char* kUsage =
-    "usage: picker [DRAWING.svg] [-f SCRIPT | -c COMMAND]...\n"
+    "usage: picker [DRAWING.svg] [-f|--script SCRIPT | -c|--command COMMAND]...\n"
     "Without scripts and commands, lines are taken from standard input; the command help explains them.\n"
     "Exit status: 0, 1 where a command failed, 2 where a drawing could not be read.\n";
 
@@ -177,19 +177,23 @@ struct Job {
     std::string text;
 };
 
+std::optional<Job::Kind> optionKind(const std::string& word) {
+    if (word == "-f" || word == "--script")
+        return Job::Kind::script;
+    if (word == "-c" || word == "--command")
+        return Job::Kind::command;
+    if (word.size() > 1 && word.front() == '-')
+        throw UsageError("unknown option " + word);
+    return std::nullopt;
+}
+
 std::vector<Job> jobsOf(const std::vector<std::string>& arguments) {
     std::vector<Job> jobs;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& word = arguments[i];
-        if (word != "-f" && word != "-c") {
-            if (word.size() > 1 && word.front() == '-')
-                throw UsageError("unknown option " + word);
-            jobs.push_back({Job::Kind::drawing, word});
-            continue;
-        }
-        if (++i == arguments.size())
-            throw UsageError(word + " needs something behind it");
-        jobs.push_back({word == "-f" ? Job::Kind::script : Job::Kind::command, arguments[i]});
+        const std::optional<Job::Kind> kind = optionKind(arguments[i]);
+        if (kind && ++i == arguments.size())
+            throw UsageError(arguments.back() + " needs something behind it");
+        jobs.push_back({kind.value_or(Job::Kind::drawing), arguments[i]});
     }
     return jobs;
 }

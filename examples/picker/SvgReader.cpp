@@ -243,6 +243,7 @@ private:
     // ---- the document
 
     void parse() {
+        findLines();
         if (mText.compare(0, 2, "\x1f\x8b") == 0)
             throw DrawingError(mName + ":1:1: the file is compressed; unpack it first");
         const pugi::xml_parse_result result = mDocument.load_buffer(mText.data(), mText.size());
@@ -259,27 +260,28 @@ private:
                         "the drawing starts with <" + printable(mRoot.name()) + ">, not with <svg>");
     }
 
-    DrawingError error(std::ptrdiff_t offset, const std::string& message) const {
-        const auto end = mText.begin() + std::clamp<std::ptrdiff_t>(offset, 0, std::ptrdiff_t(mText.size()));
-        const auto lines = std::count(mText.begin(), end, '\n');
-        const auto lineBegin =
-            std::find(std::make_reverse_iterator(end), std::make_reverse_iterator(mText.begin()), '\n')
-                .base();
-        return DrawingError(mName + ":" + std::to_string(lines + 1) + ":" +
-                            std::to_string(end - lineBegin + 1) + ": " + message);
+    void findLines() {
+        mLineBegins.push_back(0);
+        for (std::size_t i = 0; i < mText.size(); ++i) {
+            if (mText[i] == '\n')
+                mLineBegins.push_back(static_cast<std::ptrdiff_t>(i) + 1);
+        }
     }
 
-    std::size_t lineOf(xml_node node) {
-        // Elements are met roughly in order, so the lines are counted on from the last place.
-        const std::ptrdiff_t offset = std::max<std::ptrdiff_t>(0, node.offset_debug());
-        const std::ptrdiff_t end = std::min(offset, std::ptrdiff_t(mText.size()));
-        if (end < mCountedTo) {
-            mCountedTo = 0;
-            mLines = 1;
-        }
-        mLines += std::size_t(std::count(mText.begin() + mCountedTo, mText.begin() + end, '\n'));
-        mCountedTo = end;
-        return mLines;
+    // Counted from 1. An offset below 0 is that of something whose place is not known.
+    std::size_t lineAt(std::ptrdiff_t offset) const {
+        const auto next = std::upper_bound(mLineBegins.begin() + 1, mLineBegins.end(), offset);
+        return static_cast<std::size_t>(next - mLineBegins.begin());
+    }
+
+    std::size_t lineOf(xml_node node) const { return lineAt(node.offset_debug()); }
+
+    DrawingError error(std::ptrdiff_t offset, const std::string& message) const {
+        const std::ptrdiff_t place = std::max<std::ptrdiff_t>(offset, 0);
+        const std::size_t line = lineAt(place);
+        const std::ptrdiff_t column = place - mLineBegins[line - 1] + 1;
+        return DrawingError(mName + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " +
+                            message);
     }
 
     // The element's name in the SVG namespace; empty for text, comments and foreign elements.
@@ -500,6 +502,7 @@ private:
 
     const std::string& mText;
     const std::string& mName;
+    std::vector<std::ptrdiff_t> mLineBegins;
     pugi::xml_document mDocument;
     xml_node mRoot;
     std::unordered_set<std::string_view> mPrefixes;
@@ -508,8 +511,6 @@ private:
     std::vector<xml_node> mTargets;                       // by block
     std::vector<PendingElement> mPending;
     std::size_t mBlock = 0; // the one that is read
-    std::ptrdiff_t mCountedTo = 0;
-    std::size_t mLines = 1;
     Scene mScene;
 };
 

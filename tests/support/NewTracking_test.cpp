@@ -35,29 +35,33 @@ struct Form {
     std::function<void(void*)> giveBack;
 };
 
+constexpr std::align_val_t kWide{64};
+
 std::vector<Form> forms() {
-    constexpr std::align_val_t wide{64};
     return {
         {"plain", [] { return ::operator new(kBytes); }, [](void* p) { ::operator delete(p); }},
-        {"sized", [] { return ::operator new(kBytes); }, [](void* p) { ::operator delete(p, kBytes); }},
         {"array", [] { return ::operator new[](kBytes); }, [](void* p) { ::operator delete[](p); }},
-        {"sized array", [] { return ::operator new[](kBytes); },
-         [](void* p) { ::operator delete[](p, kBytes); }},
         {"nothrow", [] { return ::operator new(kBytes, std::nothrow); },
          [](void* p) { ::operator delete(p, std::nothrow); }},
         {"nothrow array", [] { return ::operator new[](kBytes, std::nothrow); },
          [](void* p) { ::operator delete[](p, std::nothrow); }},
-        {"aligned", [] { return ::operator new(kBytes, wide); }, [](void* p) { ::operator delete(p, wide); }},
-        {"sized aligned", [] { return ::operator new(kBytes, wide); },
-         [](void* p) { ::operator delete(p, kBytes, wide); }},
-        {"aligned array", [] { return ::operator new[](kBytes, wide); },
-         [](void* p) { ::operator delete[](p, wide); }},
-        {"sized aligned array", [] { return ::operator new[](kBytes, wide); },
-         [](void* p) { ::operator delete[](p, kBytes, wide); }},
-        {"nothrow aligned", [] { return ::operator new(kBytes, wide, std::nothrow); },
-         [](void* p) { ::operator delete(p, wide, std::nothrow); }},
-        {"nothrow aligned array", [] { return ::operator new[](kBytes, wide, std::nothrow); },
-         [](void* p) { ::operator delete[](p, wide, std::nothrow); }},
+        {"aligned", [] { return ::operator new(kBytes, kWide); },
+         [](void* p) { ::operator delete(p, kWide); }},
+        {"aligned array", [] { return ::operator new[](kBytes, kWide); },
+         [](void* p) { ::operator delete[](p, kWide); }},
+        {"nothrow aligned", [] { return ::operator new(kBytes, kWide, std::nothrow); },
+         [](void* p) { ::operator delete(p, kWide, std::nothrow); }},
+        {"nothrow aligned array", [] { return ::operator new[](kBytes, kWide, std::nothrow); },
+         [](void* p) { ::operator delete[](p, kWide, std::nothrow); }},
+#ifdef __cpp_sized_deallocation // not every compiler calls these forms by default
+        {"sized", [] { return ::operator new(kBytes); }, [](void* p) { ::operator delete(p, kBytes); }},
+        {"sized array", [] { return ::operator new[](kBytes); },
+         [](void* p) { ::operator delete[](p, kBytes); }},
+        {"sized aligned", [] { return ::operator new(kBytes, kWide); },
+         [](void* p) { ::operator delete(p, kBytes, kWide); }},
+        {"sized aligned array", [] { return ::operator new[](kBytes, kWide); },
+         [](void* p) { ::operator delete[](p, kBytes, kWide); }},
+#endif
     };
 }
 

@@ -26,6 +26,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr int kOutOfMemory = 6;
+constexpr int kInvalidIndex = 24;
 
 using LongArray = GxArray<long>;
 
@@ -260,6 +261,15 @@ TEST_F(GxArrayTest, AtAndIndexGiveTheSameElement) {
     EXPECT_THAT(contents(array), ElementsAre(0, 50, 2));
 }
 
+TEST_F(GxArrayTest, AtOutsideTheLengthRaisesInvalidIndex) {
+    LongArray array = filled(3);
+    const LongArray& constArray = array;
+    for (const int i : {-1, 3, 8, INT_MAX, INT_MIN}) {
+        expectStatus([&] { array.at(i); }, kInvalidIndex);
+        expectStatus([&] { constArray.at(i); }, kInvalidIndex);
+    }
+}
+
 TEST_F(GxArrayTest, HoldsIds) {
     GxArray<GxDbObjectId, GxArrayMemCopyReallocator<GxDbObjectId>> ids;
     for (int i = 0; i < 20; ++i) {
@@ -281,6 +291,16 @@ TEST_F(GxArrayTest, CopyHasElementsOfItsOwn) {
     copy.at(0) = 9;
     EXPECT_EQ(array.at(0), 0);
     EXPECT_TRUE(invariants(copy));
+}
+
+TEST_F(GxArrayTest, CopiesGrowAsTheirSourceDoes) {
+    LongArray array = filled(3);
+    array.mGrowLength = 20;
+    LongArray copy(array);
+    LongArray assigned;
+    assigned = array;
+    EXPECT_EQ(copy.growLength(), 20);
+    EXPECT_EQ(assigned.growLength(), 20);
 }
 
 TEST_F(GxArrayTest, CopyOfAnEmptyArrayIsEmpty) {

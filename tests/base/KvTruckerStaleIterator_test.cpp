@@ -200,6 +200,17 @@ TEST_F(KvTruckerStaleIteratorTest, EndStaysTheEndAfterAPageOfAnotherStoreWasFree
     EXPECT_THAT(valuesOf(store), ElementsAre(0, 1, 2, 3, 4, 5));
 }
 
+TEST_F(KvTruckerStaleIteratorTest, OldEndReachesThePageAppendedBehindItAfterAPageOfAnotherStoreWasFreed) {
+    store.append(6);
+    store.append(7);
+    SmallStore::iterator it = store.end();
+    freeAPageElsewhere();
+    store.append(8);
+    it.next();
+    EXPECT_EQ(*it, 8);
+    EXPECT_EQ(it.position, 1u);
+}
+
 TEST_F(KvTruckerStaleIteratorTest, WalkGoesOnThoughAPageElsewhereIsFreedAtEachStep) {
     std::vector<long> seen;
     for (SmallStore::iterator it = store.iteratorAt(0); !store.isEnd(it); it.next()) {

@@ -110,24 +110,19 @@ private:
     const GxapSelectSet::SSetData* mData;
 };
 
-// Takes the records of one main id out of private data; a removal leaves them to whoever asked for it.
-inline std::vector<std::unique_ptr<selected_entity>> takeOut(GxapSelectSet& set, const GxDbObjectId& mainId) {
+// Takes the records of id(first), id(first + 1), ... out of private data. A removal leaves a record to
+// whoever asked for it, so they are freed here.
+inline void takeOutIds(GxapSelectSet& set, unsigned long first, unsigned long count) {
     std::vector<std::unique_ptr<selected_entity>> records;
     using Store = GxapSelectSet::SSetData::Store;
     for (const Store::Page* page = set.sharedData->entities->head; page; page = page->next) {
         for (const Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
-            if (!slot->free && slot->value && slot->value->mainEntId == mainId)
+            if (!slot->free && slot->value && numberOf(slot->value->mainEntId) - first < count)
                 records.emplace_back(slot->value);
         }
     }
-    edit(set).remove(mainId);
-    return records;
-}
-
-// The same for id(first), id(first + 1), ...; the records are freed.
-inline void takeOutIds(GxapSelectSet& set, unsigned long first, unsigned long count) {
     for (unsigned long n = first; n < first + count; ++n)
-        takeOut(set, id(n));
+        edit(set).remove(id(n));
 }
 
 } // namespace kvtest

@@ -107,14 +107,15 @@ TEST_F(IteratorFailure, OfAConstructionThatIsDisabledCannotHappen) {
         kvtest::Expect::None);
 }
 
-// Wherever an assignment stops, the iterator is positioned or disabled, and registered with the set that it
-// names or nowhere.
+// Wherever an assignment stops: a position is registered with the set that it is in, and nothing is
+// registered with a set that it does not name.
 void expectSound(const ConstIterator& it, const GxapSelectSet& from, const GxapSelectSet& to) {
     EXPECT_TRUE(invariants(from));
     EXPECT_TRUE(invariants(to));
     EXPECT_TRUE(it.set == &from || it.set == &to || it.set == nullptr);
     EXPECT_EQ(it.isDone(), it.truckerIterator == nullptr);
     EXPECT_EQ(it.get() == nullptr, it.truckerIterator == nullptr);
+    EXPECT_TRUE(!it.truckerIterator || isRegistered(*it.set, it));
 }
 
 TEST_F(IteratorFailure, OfAnAssignmentFromAnotherSetLeavesBothRegistriesSound) {

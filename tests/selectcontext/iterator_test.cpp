@@ -105,6 +105,15 @@ TEST_F(IteratorRegistry, IgnoresNullBesideRegisteredIterators) {
     EXPECT_TRUE(isRegistered(set, it));
 }
 
+TEST_F(IteratorRegistry, TakesNoEntryOutForNull) {
+    GxapSelectSet set;
+    set.iterators.setLogicalLength(1);
+    set.iterators.at(0) = nullptr;
+    set.removeIterator(nullptr);
+    EXPECT_EQ(registrations(set), 1);
+    set.iterators.setLogicalLength(0);
+}
+
 TEST_F(IteratorRegistry, HoldsAnIteratorOnceHoweverOftenItIsAdded) {
     GxapSelectSet set;
     ConstIterator it = unregistered(set);

@@ -396,7 +396,7 @@ TEST_F(SelectFailure, ThatOpensAPageLeavesTheFullPage) {
                 selection.check(full.set, outcome);
                 EXPECT_TRUE(invariants(full.set));
                 EXPECT_EQ(full.set.sharedData->entityCount, outcome.failed ? kPageSlots : kPageSlots + 1);
-                kvtest::takeOut(full.set, id(kSelected));
+                kvtest::takeOutIds(full.set, kSelected, 1);
                 ASSERT_LT(nth, 100);
                 if (!outcome.injected)
                     break;

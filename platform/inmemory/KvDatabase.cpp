@@ -74,24 +74,39 @@ void makeEqual(GxDbObjectId a, GxDbObjectId b) {
 
 } // namespace kvinmemory
 
-bool c5ObjIdIsEqualTo(const GxDbStub* a, const GxDbStub* b) noexcept {
-    using kvinmemory::gEqualIds;
-    if (a == b)
-        return true;
-    if (gEqualIds.isEmpty())
-        return false;
+namespace kvinmemory {
+
+namespace {
+
+// Out of line, so that comparisons are as short as can be as long as nothing was made equal.
+[[gnu::noinline, gnu::cold]] bool haveSameLowest(const GxDbStub* a, const GxDbStub* b) noexcept {
     return gEqualIds.lowest(a) == gEqualIds.lowest(b);
 }
 
-bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcept {
-    using kvinmemory::gEqualIds;
-    if (gEqualIds.isEmpty())
-        return std::less<>()(a, b);
+[[gnu::noinline, gnu::cold]] bool hasLessLowest(const GxDbStub* a, const GxDbStub* b) noexcept {
     return std::less<>()(gEqualIds.lowest(a), gEqualIds.lowest(b));
 }
 
+bool isEqual(const GxDbStub* a, const GxDbStub* b) noexcept {
+    return a == b || (!gEqualIds.isEmpty() && haveSameLowest(a, b));
+}
+
+} // namespace
+
+} // namespace kvinmemory
+
+bool c5ObjIdIsEqualTo(const GxDbStub* a, const GxDbStub* b) noexcept {
+    return kvinmemory::isEqual(a, b);
+}
+
+bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcept {
+    if (!kvinmemory::gEqualIds.isEmpty())
+        return kvinmemory::hasLessLowest(a, b);
+    return std::less<>()(a, b);
+}
+
 bool GxDbObjectId::isNull() const {
-    return c5ObjIdIsEqualTo(mStub, kNull.mStub);
+    return kvinmemory::isEqual(mStub, nullptr);
 }
 
 bool GxDbObjectId::isValid() const {

@@ -85,7 +85,8 @@ bool failsOnDemand() noexcept {
     return fails;
 }
 
-void* watchedMalloc(std::size_t bytes) {
+// Both out of line, so that memory comes and goes at the speed of malloc as long as nobody watches.
+[[gnu::noinline, gnu::cold]] void* watchedMalloc(std::size_t bytes) {
     const bool tracked = isOn(kTracking);
     if (tracked)
         gBlocks.countCall(bytes);
@@ -95,6 +96,11 @@ void* watchedMalloc(std::size_t bytes) {
     if (tracked && memory != nullptr)
         gBlocks.enter(memory, bytes);
     return memory;
+}
+
+[[gnu::noinline, gnu::cold]] void trackedFree(void* memory) {
+    if (memory == nullptr || gBlocks.strike(memory))
+        std::free(memory);
 }
 
 } // namespace
@@ -170,8 +176,9 @@ void* _kvMalloc(std::size_t bytes) noexcept {
 
 void _kvFree(void* memory) noexcept {
     using namespace kvinmemory;
-    if (!isOn(kTracking) || memory == nullptr || gBlocks.strike(memory))
-        std::free(memory);
+    if (isOn(kTracking))
+        return trackedFree(memory);
+    std::free(memory);
 }
 
 // ---- Exceptions

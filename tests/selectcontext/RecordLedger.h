@@ -1,0 +1,21 @@
+// Knows every record that exists, so that a test can free the ones that an edit leaves behind on purpose,
+// also those of a copy that the edit itself made of shared data: nobody else has their address.
+#pragma once
+
+#include "selectcontext/selected_entity.h"
+
+#include <vector>
+
+namespace kvtest {
+
+// From opening on the ledger enters blocks of a record's size, and strikes them when they are freed. Its
+// test program is linked with --wrap=malloc,--wrap=free. One thread at a time.
+void openRecordLedger();
+void closeRecordLedger();
+
+// The blocks obtained since the ledger was opened that still exist, in no particular order: records, and
+// while there are sets, the data of sets, which has the same size.
+std::vector<selected_entity*> liveRecords();
+bool isLiveRecord(const selected_entity* record);
+
+} // namespace kvtest

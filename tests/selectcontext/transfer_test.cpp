@@ -1,0 +1,380 @@
+#include "tests/selectcontext/EditTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <utility>
+
+namespace {
+
+using kvtest::count;
+using kvtest::edit;
+using kvtest::id;
+using kvtest::invariants;
+using kvtest::items;
+using kvtest::Items;
+using kvtest::kPageSlots;
+using kvtest::numberOf;
+using kvtest::owners;
+using kvtest::plainItems;
+using kvtest::record;
+using kvtest::registrations;
+using kvtest::SetOf;
+using kvtest::shareData;
+using kvtest::Unique;
+
+using ConstIterator = GxapSelectSet::ConstIterator;
+using Numbers = std::vector<unsigned long>;
+
+class Transfer : public kvtest::EditTest {};
+class TransferWithoutExcluder : public kvtest::EditTest {};
+class TransferIntoItself : public kvtest::EditTest {};
+
+// Excludes the main ids that a rule picks, and notes which it was asked for.
+class Excluder : public IGxapSSetEntityExcluder {
+public:
+    explicit Excluder(std::function<bool(unsigned long)> rule) : mRule(std::move(rule)) {}
+
+    bool isExcluded(GxDbObjectId mainEntId) override {
+        asked.push_back(numberOf(mainEntId));
+        return mRule(asked.back());
+    }
+
+    Numbers asked;
+
+private:
+    std::function<bool(unsigned long)> mRule;
+};
+
+Excluder nothing() {
+    return Excluder([](unsigned long) { return false; });
+}
+
+Excluder everything() {
+    return Excluder([](unsigned long) { return true; });
+}
+
+Excluder evenOnes() {
+    return Excluder([](unsigned long n) { return n % 2 == 0; });
+}
+
+// --- without an excluder
+
+TEST_F(TransferWithoutExcluder, SharesTheData) {
+    const SetOf source({{1}, {2}}, Unique::kOff);
+    SetOf target{{8}}, out{{9}};
+    const ConstIterator it = target.set.begin();
+    source.set.transfer(target.set, nullptr, &out.set);
+    EXPECT_TRUE(shareData(target.set, source.set));
+    EXPECT_EQ(owners(source.set), 2u);
+    EXPECT_EQ(it.truckerIterator, nullptr);
+    EXPECT_EQ(items(out.set), plainItems(9, 1));
+    EXPECT_EQ(leftRecords({&source.set, &out.set}), 0u);
+}
+
+TEST_F(TransferWithoutExcluder, TakesTheDataOfASetThatHasNone) {
+    GxapSelectSet source;
+    source.releaseData();
+    SetOf target{{8}};
+    source.transfer(target.set, nullptr, nullptr);
+    EXPECT_EQ(target.set.sharedData, nullptr);
+    EXPECT_EQ(source.sharedData, nullptr);
+}
+
+TEST_F(TransferWithoutExcluder, IntoItselfDoesNothing) {
+    SetOf s{{1}};
+    const ConstIterator it = s.set.begin();
+    s.set.transfer(s.set, nullptr, &s.set);
+    EXPECT_EQ(items(s.set), plainItems(1, 1));
+    EXPECT_EQ(kvtest::at(it), 1u);
+    EXPECT_EQ(owners(s.set), 1u);
+}
+
+// --- with an excluder
+
+TEST_F(Transfer, SplitsTheItems) {
+    const SetOf source{{1}, {2}, {3}, {4}};
+    SetOf target{{8}}, out{{9}};
+    Excluder excluder = evenOnes();
+    source.set.transfer(target.set, &excluder, &out.set);
+    EXPECT_EQ(items(target.set), (Items{{8}, {1}, {3}}));
+    EXPECT_EQ(items(out.set), (Items{{9}, {2}, {4}}));
+    EXPECT_EQ(items(source.set), plainItems(1, 4));
+    EXPECT_TRUE(invariants(target.set) && invariants(out.set) && invariants(source.set));
+}
+
+TEST_F(Transfer, AsksOnceForEachRecordInStoreOrder) {
+    const SetOf source{{5}, {1}, {5, 2}, {3}};
+    GxapSelectSet target;
+    Excluder excluder = evenOnes();
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{5, 1, 5, 3}));
+}
+
+TEST_F(Transfer, DropsExcludedItemsThatNobodyTakes) {
+    const SetOf source{{1}, {2}, {3}};
+    GxapSelectSet target;
+    Excluder excluder = evenOnes();
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(items(target), (Items{{1}, {3}}));
+}
+
+TEST_F(Transfer, OfNothingLeavesTheTargetAsItWas) {
+    const SetOf source{{1}, {2}};
+    SetOf target{{8}};
+    const GxapSelectSet sharer(target.set);
+    const ConstIterator it = target.set.begin();
+    Excluder excluder = everything();
+    source.set.transfer(target.set, &excluder, nullptr);
+    EXPECT_TRUE(shareData(target.set, sharer));
+    EXPECT_EQ(kvtest::at(it), 8u);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2}));
+}
+
+TEST_F(Transfer, FromAnEmptySetAsksForNothing) {
+    const GxapSelectSet source;
+    SetOf target{{8}};
+    Excluder excluder = nothing();
+    source.transfer(target.set, &excluder, nullptr);
+    EXPECT_TRUE(excluder.asked.empty());
+    EXPECT_EQ(items(target.set), plainItems(8, 1));
+}
+
+TEST_F(Transfer, FromASetWithoutDataCreatesIt) {
+    GxapSelectSet source;
+    source.releaseData();
+    SetOf target{{8}};
+    Excluder excluder = nothing();
+    source.transfer(target.set, &excluder, nullptr);
+    ASSERT_NE(source.sharedData, nullptr);
+    EXPECT_EQ(count(source), 0u);
+    EXPECT_TRUE(excluder.asked.empty());
+    EXPECT_EQ(items(target.set), plainItems(8, 1));
+}
+
+TEST_F(Transfer, IntoASetWithoutDataCreatesIt) {
+    const SetOf source{{1}, {2}};
+    GxapSelectSet target, out;
+    target.releaseData();
+    out.releaseData();
+    Excluder excluder = evenOnes();
+    source.set.transfer(target, &excluder, &out);
+    EXPECT_EQ(items(target), plainItems(1, 1));
+    EXPECT_EQ(items(out), plainItems(2, 1));
+}
+
+TEST_F(Transfer, FollowsTheUniqueRuleOfEachReceiver) {
+    const SetOf source({{1}, {1}, {2}, {2}}, Unique::kOff);
+    SetOf target({{1}}, Unique::kOn), out({{2}}, Unique::kOff);
+    Excluder excluder = evenOnes();
+    source.set.transfer(target.set, &excluder, &out.set);
+    EXPECT_EQ(items(target.set), plainItems(1, 1));
+    EXPECT_EQ(items(out.set), (Items{{2}, {2}, {2}}));
+}
+
+TEST_F(Transfer, CopiesKeysPathAndInfo) {
+    const SetOf source{{1, 2, 3, {7}, 1.5}};
+    kvtest::giveSegments(*record(source.set, 0), 1);
+    GxapSelectSet target;
+    Excluder excluder = nothing();
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(items(target), items(source.set));
+    EXPECT_NE(record(target, 0), record(source.set, 0));
+    EXPECT_NE(record(target, 0)->selectedEntityInfo, record(source.set, 0)->selectedEntityInfo);
+    EXPECT_EQ(record(target, 0)->highlightSegmentArray, nullptr);
+}
+
+TEST_F(Transfer, LeavesTheFlagsOfTheReceivers) {
+    SetOf source({{1}, {2}}, Unique::kOff);
+    edit(source.set).setSelectByNestedMode(true);
+    SetOf target, out;
+    Excluder excluder = evenOnes();
+    source.set.transfer(target.set, &excluder, &out.set);
+    for (const SetOf* receiver : {&target, &out}) {
+        EXPECT_TRUE(receiver->data().unique);
+        EXPECT_FALSE(receiver->set.isSelectByNestedMode());
+    }
+}
+
+TEST_F(Transfer, MakesSharedReceiversPrivate) {
+    const SetOf source{{1}, {2}};
+    SetOf target{{8}}, out{{9}};
+    const GxapSelectSet targetSharer(target.set), outSharer(out.set);
+    Excluder excluder = evenOnes();
+    source.set.transfer(target.set, &excluder, &out.set);
+    EXPECT_EQ(items(target.set), (Items{{8}, {1}}));
+    EXPECT_EQ(items(out.set), (Items{{9}, {2}}));
+    EXPECT_EQ(items(targetSharer), plainItems(8, 1));
+    EXPECT_EQ(items(outSharer), plainItems(9, 1));
+}
+
+TEST_F(Transfer, IntoASharerOfTheSourceAddsToItsCopy) {
+    const SetOf source({{1}, {2}}, Unique::kOff);
+    GxapSelectSet target(source.set);
+    Excluder excluder = nothing();
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(items(target), (Items{{1}, {2}, {1}, {2}}));
+    EXPECT_EQ(items(source.set), plainItems(1, 2));
+    EXPECT_EQ(owners(source.set), 1u);
+}
+
+TEST_F(Transfer, MayUseOneReceiverForBoth) {
+    const SetOf source{{1}, {2}, {3}};
+    GxapSelectSet target;
+    Excluder excluder = evenOnes();
+    source.set.transfer(target, &excluder, &target);
+    EXPECT_EQ(items(target), plainItems(1, 3));
+}
+
+TEST_F(Transfer, PassesOverRecordsWithoutAMainId) {
+    SetOf source{{1}, {2}, {3}};
+    record(source.set, 1)->mainEntId = GxDbObjectId();
+    GxapSelectSet target, out;
+    Excluder excluder = nothing();
+    source.set.transfer(target, &excluder, &out);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 3}));
+    EXPECT_EQ(items(target), (Items{{1}, {3}}));
+    EXPECT_EQ(count(out), 0u);
+}
+
+TEST_F(Transfer, PassesOverNullRecords) {
+    SetOf source{{1}, {2}, {3}};
+    const auto taken = kvtest::takeRecordOut(source.set, 1);
+    GxapSelectSet target;
+    Excluder excluder = nothing();
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 3}));
+    EXPECT_EQ(items(target), (Items{{1}, {3}}));
+}
+
+TEST_F(Transfer, TakesAlsoWhatTheIndexHasLost) {
+    SetOf source{{1, 1}, {1, 2}, {3}};
+    edit(source.set).remove(id(1), id(1));
+    GxapSelectSet target;
+    Excluder excluder = nothing();
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(items(target), (Items{{1, 2}, {3}}));
+}
+
+TEST_F(Transfer, GoesAcrossPages) {
+    const SetOf source(plainItems(1, kPageSlots + 1));
+    GxapSelectSet target, out;
+    Excluder excluder = evenOnes();
+    source.set.transfer(target, &excluder, &out);
+    EXPECT_EQ(count(target), kPageSlots / 2 + 1);
+    EXPECT_EQ(count(out), kPageSlots / 2);
+    EXPECT_EQ(excluder.asked, kvtest::idRange(1, kPageSlots + 1));
+}
+
+TEST_F(Transfer, LeavesNoIteratorRegistered) {
+    const SetOf source{{1}, {2}};
+    const ConstIterator it = source.set.begin();
+    GxapSelectSet target;
+    Excluder excluder = nothing();
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(registrations(source.set), 1);
+    EXPECT_EQ(registrations(target), 0);
+}
+
+TEST_F(Transfer, PassesOnWhatTheExcluderThrows) {
+    struct Refusal {};
+    const SetOf source{{1}, {2}, {3}};
+    GxapSelectSet target;
+    Excluder excluder([](unsigned long n) -> bool {
+        if (n == 2)
+            throw Refusal();
+        return false;
+    });
+    EXPECT_THROW(source.set.transfer(target, &excluder, nullptr), Refusal);
+    EXPECT_EQ(items(target), plainItems(1, 1));
+    EXPECT_EQ(registrations(source.set), 0);
+    EXPECT_TRUE(invariants(target));
+}
+
+// --- into the set itself
+
+TEST_F(TransferIntoItself, DoublesWhatWasThereWithoutUnique) {
+    SetOf s({{1}, {2}, {3}}, Unique::kOff);
+    Excluder excluder = nothing();
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2, 3}));
+    EXPECT_EQ(items(s.set), (Items{{1}, {2}, {3}, {1}, {2}, {3}}));
+    EXPECT_TRUE(invariants(s.set));
+}
+
+TEST_F(TransferIntoItself, AddsTheItemsThatAreNotExcluded) {
+    SetOf s({{1}, {2}, {3}}, Unique::kOff);
+    GxapSelectSet out;
+    Excluder excluder = evenOnes();
+    s.set.transfer(s.set, &excluder, &out);
+    EXPECT_EQ(items(s.set), (Items{{1}, {2}, {3}, {1}, {3}}));
+    EXPECT_EQ(items(out), plainItems(2, 1));
+}
+
+TEST_F(TransferIntoItself, ChangesNothingWithUnique) {
+    SetOf s{{1}, {2}};
+    Excluder excluder = nothing();
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2}));
+    EXPECT_EQ(items(s.set), plainItems(1, 2));
+}
+
+TEST_F(TransferIntoItself, AddsTheExcludedItemsWhereItTakesThose) {
+    SetOf s({{1}, {2}, {3}, {4}}, Unique::kOff);
+    GxapSelectSet target;
+    Excluder excluder = evenOnes();
+    s.set.transfer(target, &excluder, &s.set);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2, 3, 4}));
+    EXPECT_EQ(items(s.set), (Items{{1}, {2}, {3}, {4}, {2}, {4}}));
+    EXPECT_EQ(items(target), (Items{{1}, {3}}));
+}
+
+TEST_F(TransferIntoItself, AsBothReceiversDoublesWhatWasThere) {
+    SetOf s({{1}, {2}, {3}}, Unique::kOff);
+    Excluder excluder = evenOnes();
+    s.set.transfer(s.set, &excluder, &s.set);
+    EXPECT_EQ(items(s.set), (Items{{1}, {2}, {3}, {1}, {2}, {3}}));
+}
+
+TEST_F(TransferIntoItself, EndsAcrossPages) {
+    SetOf s(plainItems(1, kPageSlots), Unique::kOff);
+    Excluder excluder = nothing();
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(count(s.set), 2 * kPageSlots);
+    EXPECT_EQ(excluder.asked.size(), kPageSlots);
+    EXPECT_TRUE(invariants(s.set));
+}
+
+// The first append copies the data, which disables the walk's iterator.
+TEST_F(TransferIntoItself, OfSharedDataEndsWithTheFirstItemThatIsAdded) {
+    SetOf s({{2}, {1}, {3}}, Unique::kOff);
+    const GxapSelectSet sharer(s.set);
+    Excluder excluder = evenOnes();
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{2, 1}));
+    EXPECT_EQ(items(s.set), (Items{{2}, {1}, {3}, {1}}));
+    EXPECT_EQ(items(sharer), (Items{{2}, {1}, {3}}));
+    EXPECT_EQ(registrations(s.set), 0);
+}
+
+TEST_F(TransferIntoItself, OfSharedDataAsksOnWhileItemsAreRefused) {
+    SetOf s{{1}, {2}, {3}};
+    const GxapSelectSet sharer(s.set);
+    Excluder excluder = nothing();
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2, 3}));
+    EXPECT_TRUE(shareData(s.set, sharer));
+}
+
+TEST_F(TransferIntoItself, OfSharedDataEndsWithTheFirstExcludedItemWhereItTakesThose) {
+    SetOf s({{1}, {2}, {4}}, Unique::kOff);
+    const GxapSelectSet sharer(s.set);
+    GxapSelectSet target;
+    Excluder excluder = evenOnes();
+    s.set.transfer(target, &excluder, &s.set);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2}));
+    EXPECT_EQ(items(s.set), (Items{{1}, {2}, {4}, {2}}));
+    EXPECT_EQ(items(target), plainItems(1, 1));
+}
+
+} // namespace

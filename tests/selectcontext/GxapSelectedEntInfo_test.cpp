@@ -141,6 +141,16 @@ TEST_F(EntInfo, AbsentMatrixIsReadFromItsDefault) {
               &GxapSelectedEntInfo::CompoundTransformBTROffsetPtrDefVal);
 }
 
+TEST_F(EntInfo, AbsentFieldBesideAPresentOneIsReadFromItsDefault) {
+    GxapSelectedEntInfo withFence;
+    withFence.setSelFenceResultInfo(fence(1, 0.5));
+    EXPECT_EQ(withFence.getCompoundTransformBTROffsetPtr(),
+              &GxapSelectedEntInfo::CompoundTransformBTROffsetPtrDefVal);
+    GxapSelectedEntInfo withMatrix;
+    withMatrix.setCompoundTransformWithBTROffset(matrixWith(2));
+    EXPECT_EQ(withMatrix.getFenceIntersectInfoPtr(), &GxapSelectedEntInfo::FenceIntersectInfoPtrDefVal);
+}
+
 TEST_F(EntInfo, AbsentFenceResultLeavesTheOutputAlone) {
     const GxapSelectedEntInfo info;
     SelFenceIntersectInfo out = fence(77, 1.5);

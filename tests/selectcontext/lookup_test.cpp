@@ -629,6 +629,24 @@ TEST_F(Lookup, FormsWithMoreKeysReadTheRecordsMainIdToo) {
     }
 }
 
+TEST_F(Lookup, OnlyTheEntriesOfTheMainIdAreSearched) {
+    GxapSelectSet set;
+    Keys keys;
+    keys.mainId = id(9);
+    addItem(set, keys).mainEntId = id(1);
+    const Keys wanted;
+    for (const auto& lookUp : everyFindInMap(set, wanted))
+        EXPECT_TRUE(isEnd(set, lookUp())) << "without an entry of its own";
+    keys.mainId = id(1);
+    keys.subId = id(12);
+    addItem(set, keys);
+    EXPECT_EQ(set.find(wanted.mainId), 1);
+    EXPECT_EQ(set.find(wanted.mainId, wanted.subId), -1) << "behind the entries of its own";
+    EXPECT_EQ(set.find(wanted.mainId, wanted.subId, wanted.marker), -1);
+    EXPECT_EQ(set.find(wanted.mainId, wanted.subId, &wanted.path), -1);
+    EXPECT_EQ(set.find(wanted.mainId, wanted.subId, wanted.marker, &wanted.path), -1);
+}
+
 TEST_F(Lookup, EntryWithoutSlotIsFoundByTheOneIdFormOnly) {
     GxapSelectSet set;
     const Keys keys;

@@ -730,6 +730,18 @@ TEST_F(SharedData, DestructionOfDataWithoutStoreIsHarmless) {
     EXPECT_EQ(before.liveNew(), 0);
 }
 
+TEST_F(SharedData, DestructionUnderOtherOwnersFreesThePagesButNoRecord) {
+    std::unique_ptr<selected_entity> left;
+    const AllocationCount before;
+    {
+        SSetData data;
+        left.reset(&addRecord(data, id(1)));
+        data.refCount = 2;
+    }
+    EXPECT_EQ(before.liveNew(), 1);
+    EXPECT_TRUE(left->mainEntId == id(1));
+}
+
 // ---- clone: the data
 
 TEST_F(SharedData, CloneIsHeldByNobody) {

@@ -145,7 +145,6 @@ Tally Session::collect(const std::function<void(Picker&, const Picker::Found&)>&
         ++tally.found;
     });
     tally.added = itemCount(set()) - before;
-    tally.examined = static_cast<std::uint32_t>(picker.examined());
     return tally;
 }
 

@@ -27,7 +27,6 @@ public:
 struct Tally {
     std::uint32_t found = 0;
     std::uint32_t added = 0;
-    std::uint32_t examined = 0; // placed entities and references that the picker looked at
 
     std::uint32_t refused() const { return found - added; }
 };

@@ -4,6 +4,7 @@
 
 #include <exception>
 #include <fstream>
+#include <iostream>
 #include <new>
 #include <utility>
 
@@ -12,8 +13,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#else
-#include <iostream>
 #endif
 
 namespace picker {
@@ -91,8 +90,10 @@ public:
 
     std::optional<std::string> next() override {
         const std::unique_ptr<char, decltype(&std::free)> typed(readline(kPrompt), std::free);
-        if (!typed)
+        if (!typed) {
+            std::cout << std::endl; // the prompt's line is still open
             return std::nullopt;
+        }
         if (*typed)
             add_history(typed.get());
         return std::string(typed.get());

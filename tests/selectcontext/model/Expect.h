@@ -1,0 +1,45 @@
+// Comparing what the library has with what the model has.
+#pragma once
+
+#include <sstream>
+#include <string>
+
+namespace kvmodel {
+
+// Thrown where library and model disagree.
+struct Mismatch {
+    std::string what;
+};
+
+inline void expect(bool holds, const char* what) {
+    if (!holds)
+        throw Mismatch{what};
+}
+
+template <class Value>
+void expectEqual(Value actual, Value model, const char* what) {
+    if (actual == model)
+        return;
+    std::ostringstream text;
+    text << what << ": the library has " << actual << ", the model " << model;
+    throw Mismatch{text.str()};
+}
+
+inline void expectSame(long actual, long model, const char* what) {
+    expectEqual(actual, model, what);
+}
+
+inline void expectSame(const void* actual, const void* model, const char* what) {
+    expectEqual(actual, model, what);
+}
+
+// Enters an address that the library has chosen, or compares it with the one entered before.
+template <class T>
+void bind(T actual, T& known, const char* what) {
+    expect(actual != nullptr, what);
+    if (!known)
+        known = actual;
+    expectSame(static_cast<const void*>(actual), static_cast<const void*>(known), what);
+}
+
+} // namespace kvmodel

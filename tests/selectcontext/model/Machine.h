@@ -1,0 +1,141 @@
+// Does operations with the library and with the model, and compares the two after each.
+#pragma once
+
+#include "selectcontext/KvSelectContext.h"
+#include "tests/selectcontext/model/Expect.h"
+#include "tests/selectcontext/model/Model.h"
+#include "tests/selectcontext/model/Operation.h"
+#include "tests/selectcontext/model/World.h"
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kvmodel {
+
+class Machine {
+public:
+    explicit Machine(const Profile& profile);
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+    ~Machine();
+
+    void perform(const Operation& operation);
+
+    // Lets everything go that the operations have made.
+    void finish();
+
+private:
+    using ConstIterator = GxapSelectSet::ConstIterator;
+    using Iterator = GxapSelectSet::Iterator;
+    using SegmentList = KvVector<GxDbFullSubentPath*>;
+
+    static constexpr int kConstCount = kCursorCount / 2;
+
+#define KV_MODEL_METHOD(name, roles, small, large) void name(const Operation& o);
+    KV_MODEL_OPERATIONS(KV_MODEL_METHOD)
+#undef KV_MODEL_METHOD
+
+    // ---- Both sides of an argument
+    GxapSelectSet& set(int s) const {
+        return *mSets[static_cast<std::size_t>(s)];
+    }
+    GxapSSetWriteAccessor& accessor(int s) const {
+        return static_cast<GxapSSetWriteAccessor&>(set(s));
+    }
+    GxapSelectSet* setOrNull(int s) const {
+        return s < 0 ? nullptr : &set(s);
+    }
+    Set& modelSet(int s) {
+        return mModel.sets[static_cast<std::size_t>(s)];
+    }
+    Set* modelSetOrNull(int s) {
+        return s < 0 ? nullptr : &modelSet(s);
+    }
+    ConstIterator& cursor(int c) const;
+    Iterator& writable(int c) const {
+        return *mWritable[static_cast<std::size_t>(c - kConstCount)];
+    }
+    Cursor& modelCursor(int c) {
+        return mModel.cursors[static_cast<std::size_t>(c)];
+    }
+    int countOf(int s);
+    int numberOf(const Set* set) const;
+    long stubOf(int id) const;
+
+    // ---- Doing
+    using Call = std::function<long()>;
+    long both(const char* what, const Call& actual, const Call& model);
+    void bothRecords(const char* what, const std::function<selected_entity*()>& actual,
+                     const std::function<RecordPtr()>& model);
+    void limitSizes();
+    void dropCursor(int c);
+    void makeSet(int s, int mode, int source);
+    template <class Slot, class Make>
+    void place(Slot& slot, bool assigned, const Make& make);
+    void placeModel(Cursor& cursor, bool assigned, const std::function<void(Cursor&)>& make);
+    static int sourceOf(const Operation& o);
+
+    struct ActualKeys {
+        const GxDbObjectId& main;
+        const GxDbObjectId& sub;
+        long marker;
+        const KvVector<GxDbObjectId>* path;
+        int info;
+    };
+    void lookUpAll(int s, const ActualKeys& actual, const Keys& all);
+    void lookUpForm(int s, const Keys& keys,
+                    const std::function<GxapSelectSet::SSetData::DataMap::const_iterator()>& findInMap,
+                    const std::function<int()>& find, const std::function<ConstIterator()>& findItr);
+    void readRecord(const ConstIterator& it, const Cursor& model);
+    void readPaths(const ConstIterator& it, const Cursor& model);
+    void expectHighlights(const std::vector<RecordPtr>& records, bool flag, bool on);
+
+    // ---- Comparing
+    void compare();
+    void bindLeftBehind();
+    bool couldBe(const selected_entity& actual, const Record& model) const;
+    void compareHandle(int s);
+    void compareCursor(int c);
+    void compareData(const GxapSelectSet::SSetData& actual, Data& model, bool full);
+    void comparePages(const GxapSelectSet::SSetData::Store& actual, const Store& model, bool full);
+    void compareSlot(const Page& page, int slot);
+    void compareIndex(const GxapSelectSet::SSetData& actual, const Data& model) const;
+    void compareRecord(const selected_entity& actual, Record& model);
+    void compareInfo(const GxapSelectedEntInfo* actual, const std::optional<Info>& model);
+    void compareList(const char* what, const SegmentList* actual, std::optional<PathList>& model);
+    template <class T, class U, class Same>
+    void compareVector(const char* what, const KvVector<T>& actual, const Vector<U>& model, const Same& same);
+    void comparePath(const GxDbFullSubentPath* actual, const PathPtr& model) const;
+    void deleteLeftBehind();
+    static void deleteOrphanedLists();
+
+    const Profile& mProfile;
+    World mWorld;
+    Model mModel;
+    GxapSelectSetList mNamed;
+    std::array<GxapSelectSet*, kSetCount> mSets{};
+    std::array<long[2], kSetCount> mNames{};
+    std::array<bool, kSetCount> mIsNamed{};
+    std::array<std::unique_ptr<ConstIterator>, kConstCount> mConst;
+    std::array<std::unique_ptr<Iterator>, kConstCount> mWritable;
+
+    std::vector<std::pair<const void*, RecordPtr>> mReturned; // records that both sides have returned
+    std::vector<void*> mNewRecords;                           // made in this step, by address
+    std::vector<void*> mNewInSets;                            // those of them that the sets hold
+    int mStep = 0;
+    bool mRecordsChanged = false; // beside being added or removed
+    long mEmptyVectors = 0;       // found while comparing
+    long mOtherEmptyVectors;      // of everything that is not compared
+    long mOtherPaths;
+};
+
+// Runs operations on fresh sets, and checks that nothing is left afterwards. progress(i) is called before
+// operation number i. Throws a Mismatch.
+void runOperations(const Profile& profile, const std::vector<Operation>& operations, bool tracksMemory,
+                   const std::function<void(int)>& progress);
+
+} // namespace kvmodel

@@ -1,0 +1,160 @@
+#include "tests/selectcontext/model/World.h"
+
+#include "platform/KvOsBase.h"
+
+#include <new>
+#include <sstream>
+#include <utility>
+
+namespace kvmodel {
+
+namespace {
+
+constexpr std::size_t kDatabaseCapacity = 20000;
+
+std::vector<std::string> sHighlightCalls;
+
+// Takes a note of every highlight, and keeps nothing else.
+class NotingEntity : public GxDbEntity {
+public:
+    GxErrorStatus highlight(const GxDbFullSubentPath& path, bool flag) const override {
+        sHighlightCalls.push_back(World::highlightCall(true, flag, &path));
+        return eOk;
+    }
+    GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool flag) const override {
+        sHighlightCalls.push_back(World::highlightCall(false, flag, &path));
+        return eOk;
+    }
+};
+
+const Info kInfos[World::kInfoCount] = {{7, 0, -1, 0}, {0, 1, -1, 0},  {1, 2, -1, 0},
+                                        {2, 3, -1, 0}, {3, 0, 2, 0.5}, {4, 1, 0, 0.25}};
+
+} // namespace
+
+World::World(const Profile& profile)
+    : mDatabase(kDatabaseCapacity), mRules(profile.idCount + 2), mInvalid(profile.idCount + 1),
+      mErased(profile.idCount) {
+    mIds.emplace_back();
+    for (int i = 1; i <= profile.idCount; ++i)
+        mIds.push_back(mDatabase.add(std::make_unique<NotingEntity>()));
+    mIds.push_back(mDatabase.addInvalid());
+    mDatabase.erase(id(mErased));
+    if (profile.hasEqualIds) {
+        for (const auto& [a, b] : {std::pair(2, 3), std::pair(5, 3), std::pair(7, 6), std::pair(8, 0)}) {
+            kvinmemory::makeEqual(id(a), id(b));
+            mRules.makeEqual(a, b);
+        }
+    }
+
+    for (const std::vector<int>& ids :
+         std::vector<std::vector<int>>{{}, {1}, {1, 2}, {2, 1}, {1, 2, 3}, {1, 2}, {4, 3, 1, 2}})
+        addNestedPath(ids);
+    addSubentPath({{}, 1, 0});
+    addSubentPath({{1, mInvalid}, 1, 0});
+    addSubentPath({{1, 0}, 1, 0});
+    for (int entity = 1; entity <= 8; ++entity) {
+        addSubentPath({{entity}, 1, 0});
+        addSubentPath({{entity % 8 + 1, entity}, 1, entity % 2});
+    }
+    addSubentPath({{1}, 1, 1});
+}
+
+World::~World() {
+    std::vector<std::string>().swap(sHighlightCalls);
+}
+
+// Ids were issued in the order of their numbers.
+int World::numberOf(const GxDbObjectId& id) const {
+    return static_cast<int>(mDatabase.handleOf(id));
+}
+
+bool World::opens(int number) const {
+    // An id opens as itself, whatever it is equal to.
+    return number != 0 && number != mInvalid && number != mErased;
+}
+
+std::optional<int> World::entityOf(const SubentPath& path) const {
+    if (path.ids.empty())
+        return std::nullopt;
+    const int last = path.ids.back();
+    if (mRules.isNull(last) || last == mInvalid)
+        return std::nullopt;
+    return last;
+}
+
+const KvVector<GxDbObjectId>* World::nestedPath(int number) const {
+    return number < 0 ? nullptr : &mNestedPaths[static_cast<std::size_t>(number)];
+}
+
+const Vector<int>* World::modelNestedPath(int number) const {
+    return number < 0 ? nullptr : &mModelNestedPaths[static_cast<std::size_t>(number)];
+}
+
+GxGeMatrix3d World::matrix(int number) {
+    constexpr double kFarBelowTolerance = 1e-12;
+    GxGeMatrix3d matrix;
+    matrix.entry[0][3] = number == 2 ? 1 + kFarBelowTolerance : number;
+    return matrix;
+}
+
+std::optional<Info> World::modelInfo(int number) {
+    return number < 0 ? std::nullopt : std::optional<Info>(kInfos[number]);
+}
+
+GxapSelectedEntInfo* World::makeInfo(int number) {
+    if (number < 0)
+        return nullptr;
+    const Info& contents = kInfos[number];
+    auto* const info = new (_kvMalloc(sizeof(GxapSelectedEntInfo))) GxapSelectedEntInfo();
+    info->word0 = contents.word0;
+    if (contents.matrix != 0)
+        info->setCompoundTransformWithBTROffset(matrix(contents.matrix));
+    if (contents.fenceIndex >= 0)
+        info->setSelFenceResultInfo({contents.fenceIndex, 0, contents.fenceParam});
+    return info;
+}
+
+void World::freeInfo(GxapSelectedEntInfo* info) {
+    if (!info)
+        return;
+    info->~GxapSelectedEntInfo();
+    _kvFree(info);
+}
+
+void World::addNestedPath(const std::vector<int>& ids) {
+    KvVector<GxDbObjectId> path;
+    Vector<int> modelPath;
+    for (int number : ids) {
+        const int length = path.logicalLength();
+        path.setLogicalLength(length + 1);
+        path.at(length) = id(number);
+        modelPath.push(number);
+    }
+    if (modelPath.block())
+        modelPath.block()->actual = path.data.block;
+    mNestedPaths.push_back(path);
+    mModelNestedPaths.push_back(modelPath);
+}
+
+void World::addSubentPath(const SubentPath& path) {
+    auto actual = std::make_unique<GxDbFullSubentPath>();
+    actual->objectIds().setLogicalLength(static_cast<int>(path.ids.size()));
+    for (std::size_t i = 0; i < path.ids.size(); ++i)
+        actual->objectIds()[static_cast<int>(i)] = id(path.ids[i]);
+    actual->subentId() = {path.type, path.index, nullptr};
+    mSubentPaths.push_back(std::move(actual));
+    mModelSubentPaths.push_back(path);
+}
+
+std::string World::highlightCall(bool on, bool flag, const void* path) {
+    std::ostringstream call;
+    call << (on ? '+' : '-') << (flag ? '1' : '0') << path;
+    return call.str();
+}
+
+std::vector<std::string> World::takeHighlightCalls() {
+    return std::exchange(sHighlightCalls, {});
+}
+
+} // namespace kvmodel

@@ -1,0 +1,77 @@
+// What the sets of a random test are filled with: ids, nested paths, infos and sub-entity paths, each for the
+// library and for the model.
+#pragma once
+
+#include "base/KvVector.h"
+#include "platform/KvDatabase.h"
+#include "platform/inmemory/InMemoryDatabase.h"
+#include "selectcontext/KvSelectContext.h"
+#include "tests/selectcontext/model/Model.h"
+#include "tests/selectcontext/model/Operation.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kvmodel {
+
+class World {
+public:
+    static constexpr int kNestedPathCount = 7;
+    static constexpr int kInfoCount = 6;
+    static constexpr int kSubentPathCount = 20;
+
+    explicit World(const Profile& profile);
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+    ~World();
+
+    const IdRules& rules() const { return mRules; }
+
+    // By number; 0 is the null id.
+    const GxDbObjectId& id(int number) const { return mIds[static_cast<std::size_t>(number)]; }
+    int numberOf(const GxDbObjectId& id) const;
+    bool opens(int number) const;
+
+    // The id that a path leads to, if it is a valid one.
+    std::optional<int> entityOf(const SubentPath& path) const;
+
+    // By number; -1 is null.
+    const KvVector<GxDbObjectId>* nestedPath(int number) const;
+    const Vector<int>* modelNestedPath(int number) const;
+
+    // A new info in memory of _kvMalloc; -1 is null.
+    static GxapSelectedEntInfo* makeInfo(int number);
+    static std::optional<Info> modelInfo(int number);
+    static void freeInfo(GxapSelectedEntInfo* info);
+
+    const GxDbFullSubentPath& subentPath(int number) const {
+        return *mSubentPaths[static_cast<std::size_t>(number)];
+    }
+    const SubentPath& modelSubentPath(int number) const {
+        return mModelSubentPaths[static_cast<std::size_t>(number)];
+    }
+
+    static GxGeMatrix3d matrix(int number);
+
+    // Highlight calls since this was last called: "+" or "-", flag and path of each.
+    std::vector<std::string> takeHighlightCalls();
+    static std::string highlightCall(bool on, bool flag, const void* path);
+
+private:
+    void addNestedPath(const std::vector<int>& ids);
+    void addSubentPath(const SubentPath& path);
+
+    kvinmemory::Database mDatabase;
+    std::vector<GxDbObjectId> mIds;
+    IdRules mRules;
+    int mInvalid;
+    int mErased;
+    std::vector<KvVector<GxDbObjectId>> mNestedPaths;
+    std::vector<Vector<int>> mModelNestedPaths;
+    std::vector<std::unique_ptr<GxDbFullSubentPath>> mSubentPaths;
+    std::vector<SubentPath> mModelSubentPaths;
+};
+
+} // namespace kvmodel

@@ -1,0 +1,51 @@
+// Several sets that share their data are driven through every operation, side by side with a plain model.
+//
+// KV_MODEL_SEED and KV_MODEL_OPERATIONS choose other operations and another number of them.
+#include "tests/selectcontext/model/Campaign.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+
+namespace {
+
+using kvmodel::Profile;
+
+#ifndef __has_feature
+#define __has_feature(feature) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || __has_feature(address_sanitizer) ||     \
+    __has_feature(thread_sanitizer)
+constexpr long kOperations = 60000;
+#elif defined(NDEBUG)
+constexpr long kOperations = 1000000;
+#else
+constexpr long kOperations = 100000;
+#endif
+
+constexpr std::uint64_t kSeed = 1;
+
+constexpr Profile kSmall{"small sets", false, false, 8, 40, 500};
+constexpr Profile kEqual{"ids that are equal although distinct", false, true, 8, 40, 250};
+constexpr Profile kLarge{"sets across pages", true, false, 6000, 9000, 200};
+
+void expectAgreement(const Profile& profile, long operations) {
+    const std::string failure =
+        kvmodel::runCampaign(profile, kvmodel::seedOr(kSeed), kvmodel::operationsOr(operations));
+    EXPECT_TRUE(failure.empty()) << failure;
+}
+
+TEST(SelectSetModel, SmallSetsAgreeWithTheirModelAfterEveryOperation) {
+    expectAgreement(kSmall, kOperations);
+}
+
+TEST(SelectSetModel, SetsOfDistinctButEqualIdsAgreeWithTheirModel) {
+    expectAgreement(kEqual, kOperations / 20);
+}
+
+TEST(SelectSetModel, SetsOfSeveralPagesAgreeWithTheirModel) {
+    expectAgreement(kLarge, kOperations / 250);
+}
+
+} // namespace

@@ -173,12 +173,12 @@ bool GxapSelectSet::ConstIterator::step(bool /*forward*/) const {
 }
 
 bool GxapSelectSet::ConstIterator::getPrevIterator(ConstIterator& prev) const {
-    if (!truckerIterator || index < 1)
+    const Store* const store = storeOf(set);
+    if (!truckerIterator || !store || index < 1)
         return false;
     prev = *this;
     --prev.index;
-    if (prev.truckerIterator)
-        kvdetail::stepBack(storeOf(set), *prev.truckerIterator);
+    kvdetail::stepBack(store, *prev.truckerIterator);
     return true;
 }
 

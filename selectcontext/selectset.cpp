@@ -305,8 +305,9 @@ auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& su
     -> SSetData::DataMap::const_iterator {
     if (!path)
         return findInMap(mainId, subId, gsMarker);
+    const SSetData& data = dataToSearch(*this);
     const GxGeMatrix3d* const wanted = matrixOf(info);
-    return findInRun(dataToSearch(*this), mainId, [&](const selected_entity& record) {
+    return findInRun(data, mainId, [&](const selected_entity& record) {
         return record.subEntId == subId && isGsMarkEqual(record.gsMarker, gsMarker) &&
                record.nestedEntFullPath == *path &&
                isMatrixEqual(wanted, matrixOf(record.selectedEntityInfo));

@@ -160,6 +160,7 @@ namespace kvinmemory {
 
 namespace {
 
+// Relaxed: counting must not order the threads whose paths it counts.
 std::atomic<long> gLivePaths{0};
 Countdown gPathCopyCountdown;
 Countdown gPathAssignmentCountdown;
@@ -186,14 +187,14 @@ void throwFromPathAssignment(long nth) noexcept {
 } // namespace kvinmemory
 
 GxDbFullSubentPath::GxDbFullSubentPath() {
-    ++kvinmemory::gLivePaths;
+    kvinmemory::gLivePaths.fetch_add(1, std::memory_order_relaxed);
 }
 
 GxDbFullSubentPath::GxDbFullSubentPath(const GxDbFullSubentPath& other)
     : mObjectIds(other.mObjectIds), mSubentId(other.mSubentId) {
     using namespace kvinmemory;
     throwIfDue(gPathCopyCountdown);
-    ++gLivePaths;
+    gLivePaths.fetch_add(1, std::memory_order_relaxed);
     if (isLogging())
         gEvents.write(eventOf(DatabaseCall::PathCopy, this, &other));
 }
@@ -210,7 +211,7 @@ GxDbFullSubentPath& GxDbFullSubentPath::operator=(const GxDbFullSubentPath& othe
 
 GxDbFullSubentPath::~GxDbFullSubentPath() {
     using namespace kvinmemory;
-    --gLivePaths;
+    gLivePaths.fetch_sub(1, std::memory_order_relaxed);
     if (isLogging())
         gEvents.write(eventOf(DatabaseCall::PathDestruction, this, nullptr));
 }

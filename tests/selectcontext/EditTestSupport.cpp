@@ -112,7 +112,23 @@ selected_entity* record(const GxapSelectSet& set, std::size_t position) {
     return recordAt(set, position);
 }
 
-// ---- records left behind
+// ---- what is left behind
+
+std::set<const GxDbFullSubentPath*> pathCopiesLeft() {
+    std::set<const GxDbFullSubentPath*> left;
+    for (const kvinmemory::DatabaseEvent& event : kvinmemory::databaseEvents()) {
+        if (event.call == kvinmemory::DatabaseCall::PathCopy)
+            left.insert(event.path);
+        else if (event.call == kvinmemory::DatabaseCall::PathDestruction)
+            left.erase(event.path);
+    }
+    return left;
+}
+
+void freePathCopiesLeft() {
+    for (const GxDbFullSubentPath* path : pathCopiesLeft())
+        delete path;
+}
 
 void EditTest::SetUp() {
     SetTest::SetUp();

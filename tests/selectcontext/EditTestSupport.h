@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <initializer_list>
 #include <iosfwd>
+#include <set>
 #include <vector>
 
 namespace kvtest {
@@ -68,7 +69,12 @@ bool shareData(const GxapSelectSet& a, const GxapSelectSet& b);
 unsigned pages(const GxapSelectSet& set);
 selected_entity* record(const GxapSelectSet& set, std::size_t position);
 
-// ---- records left behind
+// ---- what is left behind
+
+// The copies of paths that exist and that no local of the test is, as far as the log of the database shows:
+// those that the library has made for lists of sub-selected paths, which it never deletes.
+std::set<const GxDbFullSubentPath*> pathCopiesLeft();
+void freePathCopiesLeft();
 
 // Frees, after the test, the records that its edits left unreleased, and then looks whether anything else was
 // left.

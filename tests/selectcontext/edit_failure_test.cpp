@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
-#include <set>
 #include <vector>
 
 namespace {
@@ -18,6 +17,7 @@ using kvtest::edit;
 using kvtest::Expect;
 using kvtest::FailurePoint;
 using kvtest::forEachAllocationFailure;
+using kvtest::freePathCopiesLeft;
 using kvtest::id;
 using kvtest::invariants;
 using kvtest::Item;
@@ -25,6 +25,7 @@ using kvtest::items;
 using kvtest::Items;
 using kvtest::kPageSlots;
 using kvtest::liveRecords;
+using kvtest::pathCopiesLeft;
 using kvtest::plainItems;
 using kvtest::record;
 using kvtest::registrations;
@@ -109,25 +110,8 @@ class SubselFailure : public kvtest::EditTest {
 protected:
     void TearDown() override {
         freeLeftRecords();
-        freeCopies();
+        freePathCopiesLeft();
         EditTest::TearDown();
-    }
-
-    // Copies of paths that the library has made and that still exist.
-    static std::set<const Path*> copies() {
-        std::set<const Path*> left;
-        for (const kvinmemory::DatabaseEvent& event : kvinmemory::databaseEvents()) {
-            if (event.call == kvinmemory::DatabaseCall::PathCopy)
-                left.insert(event.path);
-            else if (event.call == kvinmemory::DatabaseCall::PathDestruction)
-                left.erase(event.path);
-        }
-        return left;
-    }
-
-    static void freeCopies() {
-        for (const Path* path : copies())
-            delete path;
     }
 
     // A set whose only item is a sub-selection of one path. The path is the caller's.
@@ -360,13 +344,13 @@ TEST_F(SubselFailure, OfAppendingAPath) {
         EXPECT_TRUE(invariants(set));
         EXPECT_EQ(registrations(set), 0);
         EXPECT_EQ(length(set), point.outcome().failed ? 1 : 2);
-        EXPECT_EQ(copies().size(), point.outcome().failed ? 0u : 1u);
+        EXPECT_EQ(pathCopiesLeft().size(), point.outcome().failed ? 0u : 1u);
         if (point.outcome().failed) {
             EXPECT_TRUE(edit(set).appendSubentPathSubsel(added));
         }
         EXPECT_EQ(length(set), 2);
         EXPECT_EQ(length(sharer), 1);
-        freeCopies();
+        freePathCopiesLeft();
     });
     EXPECT_TRUE(liveRecords().empty());
 }
@@ -381,13 +365,13 @@ TEST_F(SubselFailure, OfAppendingAPathOfANewEntity) {
             point.run([&] { edit(s.set).appendSubentPathSubsel(added); });
             EXPECT_TRUE(invariants(s.set));
             EXPECT_EQ(kvtest::count(s.set), point.outcome().failed ? 3u : 4u);
-            EXPECT_EQ(copies().size(), point.outcome().failed ? 0u : 1u);
+            EXPECT_EQ(pathCopiesLeft().size(), point.outcome().failed ? 0u : 1u);
             if (point.outcome().failed) {
                 EXPECT_TRUE(edit(s.set).appendSubentPathSubsel(added));
             }
             EXPECT_EQ(kvtest::count(s.set), 4u);
             EXPECT_EQ(items(sharer), kThree);
-            freeCopies();
+            freePathCopiesLeft();
         }
         EXPECT_TRUE(liveRecords().empty());
     });

@@ -4,7 +4,6 @@
 
 #include <limits>
 #include <memory>
-#include <set>
 #include <utility>
 #include <vector>
 
@@ -18,6 +17,7 @@ using kvtest::IndexState;
 using kvtest::invariants;
 using kvtest::isLiveRecord;
 using kvtest::owners;
+using kvtest::pathCopiesLeft;
 using kvtest::record;
 using kvtest::registrations;
 using kvtest::SegmentArray;
@@ -38,22 +38,9 @@ class SubselectionTest : public kvtest::EditTest {
 protected:
     void TearDown() override {
         freeLeftRecords();
-        for (const Path* path : copiesLeft())
-            delete path;
+        kvtest::freePathCopiesLeft();
         std::vector<std::unique_ptr<Path>>().swap(mPaths);
         EditTest::TearDown();
-    }
-
-    // Copies of paths that exist and that no vector or local of the test owns, as far as the log shows.
-    static std::set<const Path*> copiesLeft() {
-        std::set<const Path*> left;
-        for (const kvinmemory::DatabaseEvent& event : kvinmemory::databaseEvents()) {
-            if (event.call == kvinmemory::DatabaseCall::PathCopy)
-                left.insert(event.path);
-            else if (event.call == kvinmemory::DatabaseCall::PathDestruction)
-                left.erase(event.path);
-        }
-        return left;
     }
 
     // The path of part number n of the entity.
@@ -445,12 +432,12 @@ TEST_F(AppendSubselOfNewEntity, MarksItsInfo) {
 TEST_F(AppendSubselOfNewEntity, LeavesThePathsCopyUnreleasedAndNothingElse) {
     GxapSelectSet set;
     const Path path = part(first, 1);
-    const auto before = copiesLeft();
+    const auto before = pathCopiesLeft();
     const long infos = kvinmemory::liveBlocksOfSize(sizeof(GxapSelectedEntInfo));
     const long paths = kvinmemory::livePaths();
     EXPECT_TRUE(edit(set).appendSubentPathSubsel(path));
     EXPECT_EQ(kvinmemory::livePaths(), paths + 1);
-    EXPECT_EQ(copiesLeft().size(), before.size() + 1);
+    EXPECT_EQ(pathCopiesLeft().size(), before.size() + 1);
     EXPECT_EQ(kvinmemory::liveBlocksOfSize(sizeof(GxapSelectedEntInfo)), infos + 1);
     EXPECT_EQ(leftRecords({&set}), 0u);
 }

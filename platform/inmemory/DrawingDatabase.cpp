@@ -57,15 +57,12 @@ void Entity::operator delete(void* memory) noexcept {
 
 GxErrorStatus Entity::highlight(const GxDbFullSubentPath& path, bool entityFlag) const {
     const GxErrorStatus status = GxDbEntity::highlight(path, entityFlag);
-    if (status == eOk)
-        mHighlights.push_back({contentsOf(path), entityFlag});
+    mHighlights.push_back({contentsOf(path), entityFlag});
     return status;
 }
 
 GxErrorStatus Entity::unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const {
     const GxErrorStatus status = GxDbEntity::unhighlight(path, entityFlag);
-    if (status != eOk)
-        return status;
     const PathContents contents = contentsOf(path);
     const auto newest = std::find_if(mHighlights.rbegin(), mHighlights.rend(),
                                      [&](const Highlight& one) { return one.path == contents; });

@@ -118,6 +118,7 @@ TEST_F(SubentPath, IdsLengthAndEveryFieldOfThePartTellPathsApart) {
     const GxDbFullSubentPath path = subentPath({1, 2}, 3, 4);
     EXPECT_FALSE(path == subentPath({1, 5}, 3, 4));
     EXPECT_FALSE(path == subentPath({1}, 3, 4));
+    EXPECT_FALSE(subentPath({1}, 3, 4) == path);
     EXPECT_FALSE(path == subentPath({1, 2}, 0, 4));
     EXPECT_FALSE(path == subentPath({1, 2}, 3, 0));
     GxDbFullSubentPath other = path;

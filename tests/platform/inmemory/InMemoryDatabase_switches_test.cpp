@@ -64,6 +64,13 @@ TEST_F(EqualIds, MayIncludeNull) {
     EXPECT_TRUE(id(5) < id(1));
 }
 
+TEST_F(EqualIds, AreNotValidWhenTheyEqualNull) {
+    Database database;
+    const GxDbObjectId entity = database.addEntity();
+    makeEqual(entity, GxDbObjectId::kNull);
+    EXPECT_FALSE(entity.isValid());
+}
+
 TEST_F(EqualIds, OpenAsTheirOwnObjects) {
     Database database;
     const GxDbObjectId first = database.addEntity();

@@ -100,6 +100,7 @@ public:
 
 private:
     static constexpr std::int32_t kInitialGrowLength = 8;
+    static constexpr std::size_t kMostElements = PTRDIFF_MAX / sizeof(T);
     static constexpr std::int64_t kDoublingLimitBytes =
         65536; // storage doubles below this size, then grows by it
 
@@ -122,9 +123,9 @@ private:
     static T* allocate(std::int64_t capacity) {
         if (capacity == 0)
             return nullptr;
-        if (capacity > std::numeric_limits<std::int32_t>::max())
-            kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
-        void* const memory = ::operator new(static_cast<std::size_t>(capacity) * sizeof(T), std::nothrow);
+        const auto count = static_cast<std::size_t>(capacity);
+        const bool isTooMany = capacity > std::numeric_limits<std::int32_t>::max() || count > kMostElements;
+        void* const memory = isTooMany ? nullptr : ::operator new(count * sizeof(T), std::nothrow);
         if (!memory)
             kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
         std::uninitialized_value_construct_n(static_cast<T*>(memory), capacity);

@@ -66,9 +66,12 @@ template <class T>
 class KvDefaultMemAllocator {
 public:
     static T* alloc(std::int32_t n) {
-        T* const array = new (std::nothrow) T[static_cast<std::size_t>(n)]();
-        if (!array)
+        T* array = nullptr;
+        try {
+            array = new T[static_cast<std::size_t>(n)]();
+        } catch (const std::bad_alloc&) {
             kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
+        }
         return array;
     }
 
@@ -83,7 +86,8 @@ public:
     static T* alloc(std::int32_t n) {
         if (n < 1)
             return nullptr;
-        void* const memory = _kvMalloc(static_cast<std::size_t>(n) * sizeof(T));
+        const auto count = static_cast<std::size_t>(n);
+        void* const memory = count <= kMostElements ? _kvMalloc(count * sizeof(T)) : nullptr;
         if (!memory)
             kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
         T* const array = static_cast<T*>(memory);
@@ -97,6 +101,9 @@ public:
         std::destroy_n(array, physicalLength);
         _kvFree(array);
     }
+
+private:
+    static constexpr std::size_t kMostElements = PTRDIFF_MAX / sizeof(T);
 };
 
 // The allocator of KvVector<T> where none is named: object ids live in the application's memory.

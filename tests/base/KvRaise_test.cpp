@@ -85,7 +85,7 @@ TEST_F(KvRaiseTest, EachErrorIsAnObjectOfItsOwn) {
 TEST_F(KvRaiseTest, ExceptionThatCannotBeMadeIsBadAlloc) {
     Recorder recorder;
     kvinmemory::installCrashRecorder(&recorder);
-    kvtest::failNew(1, true);
+    kvtest::failNew(1, false);
     EXPECT_THROW(kvdetail::raiseStatus(24), std::bad_alloc);
     kvtest::allowNew();
     EXPECT_EQ(recorder.calls, 0);

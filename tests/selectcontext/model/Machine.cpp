@@ -1011,7 +1011,8 @@ void Machine::lookUpKeysOf(const Operation& o) {
         return;
     const selected_entity* const record = set(o[1]).getAt(at);
     const auto info = World::modelInfo(o[3]);
-    lookUpAll(o[0], {record->mainEntId, record->subEntId, record->gsMarker, &record->nestedEntFullPath, o[3]},
+    lookUpAll(o[4] != 0 ? o[1] : o[0],
+              {record->mainEntId, record->subEntId, record->gsMarker, &record->nestedEntFullPath, o[3]},
               {model->main, model->sub, model->marker, &model->path, info ? info->matrix : 0});
 }
 
@@ -1272,7 +1273,6 @@ void Machine::replaceRecord(const Operation& o) {
             selected_entity** const slot = accessor(o[0]).getAt(at);
             if (!slot)
                 return 0L;
-            delete *slot;
             *slot = new selected_entity;
             (*slot)->mainEntId = mWorld.id(o[2]);
             (*slot)->subEntId = mWorld.id(o[3]);
@@ -1287,6 +1287,7 @@ void Machine::replaceRecord(const Operation& o) {
             record->main = o[2];
             record->sub = o[3];
             record->marker = o[4];
+            mModel.removed.push_back(place.record());
             place.page->slots[static_cast<std::size_t>(place.slot)] = record;
             return 1L;
         });

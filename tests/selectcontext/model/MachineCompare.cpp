@@ -79,18 +79,25 @@ void Machine::bindLeftBehind() {
 }
 
 bool Machine::couldBe(const selected_entity& actual, const Record& model) const {
-    const auto lengthOf = [](const SegmentList* list) { return list ? list->logicalLength() : -1; };
-    const auto modelLengthOf = [](const std::optional<PathList>& list) { return list ? list->size() : -1; };
-    const void* const block = model.path.block() ? model.path.block()->actual : gpEmptyVectorData;
+    // A block that the operation itself has made is not known yet.
+    const auto onBlock = [](const KvVectorBlock* block, const auto& vector) {
+        if (vector.isOnEmptyBlock())
+            return block == gpEmptyVectorData;
+        return block != gpEmptyVectorData && (!vector.block()->actual || vector.block()->actual == block);
+    };
+    const auto onList = [&onBlock](const SegmentList* list, const std::optional<PathList>& modelList) {
+        return list && modelList ? onBlock(list->data.block, *modelList) : !list && !modelList;
+    };
     const GxapSelectedEntInfo* const info = actual.selectedEntityInfo;
     if ((info != nullptr) != model.info.has_value() || (info && info->word0 != model.info->word0))
         return false;
     return actual.mainEntId.stub() == mWorld.id(model.main).stub() &&
            actual.subEntId.stub() == mWorld.id(model.sub).stub() && actual.gsMarker == model.marker &&
            actual.hasSubselPaths == model.hasSubselection &&
-           lengthOf(actual.highlightSegmentArray) == modelLengthOf(model.segments) &&
-           lengthOf(actual.subselPathArray) == modelLengthOf(model.subselection) &&
-           actual.nestedEntFullPath.data.block == block;
+           onBlock(actual.hlVpArray.data.block, model.viewports) &&
+           onBlock(actual.nestedEntFullPath.data.block, model.path) &&
+           onList(actual.highlightSegmentArray, model.segments) &&
+           onList(actual.subselPathArray, model.subselection);
 }
 
 void Machine::deleteLeftBehind() {

@@ -405,12 +405,12 @@ bool Model::step(Cursor& cursor) {
 }
 
 bool Model::previous(const Cursor& cursor, Cursor& before) {
-    if (!cursor.at || cursor.index < 1)
+    if (!cursor.at || cursor.index < 1 || !cursor.set->data)
         return false;
     assign(before, cursor);
     --before.index;
     if (before.at)
-        back(before.set->data ? before.set->data->store : nullptr, *before.at);
+        back(before.set->data->store, *before.at);
     return true;
 }
 

@@ -55,8 +55,8 @@ namespace kvmodel {
     OPERATION(setSegment, "wXbs", 8, 1)                                                                      \
     OPERATION(writeViewports, "cv", 3, 1)                                                                    \
     OPERATION(lookUp, "siumnf", 8, 6)                                                                        \
-    OPERATION(lookUpKeysOf, "sspf", 4, 4)                                                                    \
-    OPERATION(readPositions, "sp", 4, 4)                                                                     \
+    OPERATION(lookUpKeysOf, "sspfb", 4, 14)                                                                  \
+    OPERATION(readPositions, "sp", 4, 8)                                                                     \
     OPERATION(compareSets, "sS", 5, 2)                                                                       \
     OPERATION(draw, "sbb", 1, 0)                                                                             \
     OPERATION(drawCursor, "scbb", 2, 0)                                                                      \
@@ -69,7 +69,7 @@ namespace kvmodel {
     OPERATION(readSubselection, "spq", 4, 1)                                                                 \
     OPERATION(editRecord, "spiumb", 3, 1)                                                                    \
     OPERATION(replaceRecord, "spiumb", 2, 1)                                                                 \
-    OPERATION(fill, "sz", 0, 3)                                                                              \
+    OPERATION(fill, "sz", 0, 6)                                                                              \
     OPERATION(removeRun, "spz", 0, 3)                                                                        \
     OPERATION(removeThroughCursor, "swpz", 0, 3)
 

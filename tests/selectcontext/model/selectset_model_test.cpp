@@ -45,7 +45,7 @@ TEST(SelectSetModel, SetsOfDistinctButEqualIdsAgreeWithTheirModel) {
 }
 
 TEST(SelectSetModel, SetsOfSeveralPagesAgreeWithTheirModel) {
-    expectAgreement(kLarge, kOperations / 250);
+    expectAgreement(kLarge, kOperations / 125);
 }
 
 } // namespace

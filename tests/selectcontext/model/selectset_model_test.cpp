@@ -17,7 +17,7 @@ using kvmodel::Profile;
 #endif
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || __has_feature(address_sanitizer) ||     \
     __has_feature(thread_sanitizer)
-constexpr long kOperations = 60000;
+constexpr long kOperations = 100000;
 #elif defined(NDEBUG)
 constexpr long kOperations = 1000000;
 #else

@@ -7,11 +7,13 @@
 #include <new>
 #include <unordered_set>
 
+// The linker takes what shared libraries call for references to the wrappers, which have to be visible for
+// that.
 extern "C" {
 void* __real_malloc(std::size_t bytes);
 void __real_free(void* memory);
-void* __wrap_malloc(std::size_t bytes);
-void __wrap_free(void* memory);
+__attribute__((visibility("default"))) void* __wrap_malloc(std::size_t bytes);
+__attribute__((visibility("default"))) void __wrap_free(void* memory);
 }
 
 namespace {

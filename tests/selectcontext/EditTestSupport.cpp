@@ -93,6 +93,14 @@ SetOf::SetOf(const Items& held, Unique unique) {
 
 SetOf::~SetOf() = default;
 
+FleetingSharer::FleetingSharer(const GxapSelectSet& set) : mSharer(std::make_unique<GxapSelectSet>(set)) {
+    atNextRecord([this] { mSharer.reset(); });
+}
+
+FleetingSharer::~FleetingSharer() {
+    atNextRecord(nullptr);
+}
+
 std::uint32_t count(const GxapSelectSet& set) {
     return set.sharedData->entityCount;
 }

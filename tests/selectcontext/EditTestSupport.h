@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <initializer_list>
 #include <iosfwd>
+#include <memory>
 #include <set>
 #include <vector>
 
@@ -62,6 +63,21 @@ public:
     Store& store() const { return *set.sharedData->entities; }
 
     GxapSelectSet set;
+};
+
+// A set that shares data, and lets it go while the next edit copies that data: from then on only what is
+// edited holds it.
+class FleetingSharer {
+public:
+    explicit FleetingSharer(const GxapSelectSet& set);
+    FleetingSharer(const FleetingSharer&) = delete;
+    FleetingSharer& operator=(const FleetingSharer&) = delete;
+    ~FleetingSharer();
+
+    bool isGone() const { return mSharer == nullptr; }
+
+private:
+    std::unique_ptr<GxapSelectSet> mSharer;
 };
 
 std::uint32_t count(const GxapSelectSet& set);

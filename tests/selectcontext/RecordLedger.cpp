@@ -53,13 +53,22 @@ Addresses& addresses() {
 }
 
 bool gOpen = false;
+std::function<void()> gAtNextRecord;
+
+void recordMade(void* memory) {
+    addresses().insert(memory);
+    if (!gAtNextRecord)
+        return;
+    const std::function<void()> call = std::exchange(gAtNextRecord, nullptr);
+    call();
+}
 
 } // namespace
 
 void* __wrap_malloc(std::size_t bytes) {
     void* const memory = __real_malloc(bytes);
     if (gOpen && memory != nullptr && bytes == sizeof(selected_entity))
-        addresses().insert(memory);
+        recordMade(memory);
     return memory;
 }
 
@@ -78,6 +87,7 @@ void openRecordLedger() {
 
 void closeRecordLedger() {
     gOpen = false;
+    gAtNextRecord = nullptr;
     addresses().clear();
 }
 
@@ -94,6 +104,10 @@ std::vector<selected_entity*> liveRecords() {
 
 bool isLiveRecord(const selected_entity* record) {
     return addresses().count(const_cast<selected_entity*>(record)) != 0;
+}
+
+void atNextRecord(std::function<void()> call) {
+    gAtNextRecord = std::move(call);
 }
 
 } // namespace kvtest

@@ -4,6 +4,7 @@
 
 #include "selectcontext/selected_entity.h"
 
+#include <functional>
 #include <vector>
 
 namespace kvtest {
@@ -17,5 +18,9 @@ void closeRecordLedger();
 // while there are sets, the data of sets, which has the same size.
 std::vector<selected_entity*> liveRecords();
 bool isLiveRecord(const selected_entity* record);
+
+// Calls the function when the next record is made, once. Where an edit copies shared data, that is in the
+// middle of it: what another thread may do to its own handle at any time can be done there at will.
+void atNextRecord(std::function<void()> call);
 
 } // namespace kvtest

@@ -6,10 +6,12 @@ namespace {
 
 using kvtest::count;
 using kvtest::edit;
+using kvtest::FleetingSharer;
 using kvtest::id;
 using kvtest::IndexState;
 using kvtest::invariants;
 using kvtest::isRegistered;
+using kvtest::Item;
 using kvtest::items;
 using kvtest::Items;
 using kvtest::kPageSlots;
@@ -408,6 +410,15 @@ TEST_F(MergeIntoOperand, BothDoublesItAcrossPages) {
     EXPECT_EQ(pages(target.set), 2u);
 }
 
+TEST_F(MergeIntoOperand, OutlivesTheDataThatItReads) {
+    SetOf target({{1}, {2, 1, 5, {7}, 1.5}, {3}}, Unique::kOff);
+    const FleetingSharer sharer(target.set);
+    merge(target.set, &target.set, &target.set);
+    EXPECT_TRUE(sharer.isGone());
+    const Item nested{2, 1, 5, {7}, 1.5};
+    EXPECT_EQ(items(target.set), (Items{{1}, nested, {3}, {1}, nested, {3}}));
+}
+
 // --- minus
 
 TEST_F(Minus, MakesTheDifference) {
@@ -657,6 +668,14 @@ TEST_F(MinusFromItself, AsBothIsEmptiedAcrossPages) {
     minus(target.set, &target.set, &target.set);
     EXPECT_EQ(count(target.set), 0u);
     EXPECT_EQ(pages(target.set), 0u);
+}
+
+TEST_F(MinusFromItself, OutlivesTheDataThatItReads) {
+    SetOf target{{1}, {2, 1, 5, {7}, 1.5}, {3}};
+    const FleetingSharer sharer(target.set);
+    minus(target.set, &target.set, &target.set);
+    EXPECT_TRUE(sharer.isGone());
+    EXPECT_EQ(count(target.set), 0u);
 }
 
 TEST_F(MinusFromItself, AsBothKeepsWhatTheIndexHasLost) {

@@ -11,6 +11,7 @@ using kvtest::addressOf;
 using kvtest::count;
 using kvtest::edit;
 using kvtest::fill;
+using kvtest::FleetingSharer;
 using kvtest::id;
 using kvtest::IndexState;
 using kvtest::invariants;
@@ -209,10 +210,9 @@ TEST_F(RemoveMain, TakesTheKeyOfItsOwnIndex) {
 TEST_F(RemoveMain, OutlivesTheDataItsArgumentIsIn) {
     SetOf s{{1}, {2}};
     const GxDbObjectId& inside = record(s.set, 0)->mainEntId;
-    {
-        const kvtest::DataHold hold(s.set);
-        EXPECT_TRUE(edit(s.set).remove(inside));
-    }
+    const FleetingSharer sharer(s.set);
+    EXPECT_TRUE(edit(s.set).remove(inside));
+    EXPECT_TRUE(sharer.isGone());
     EXPECT_EQ(items(s.set), (Items{{2}}));
 }
 
@@ -410,13 +410,12 @@ TEST_F(RemoveMainSub, PassesOverASlotThatHoldsANullRecord) {
     EXPECT_EQ(s.data().dataMap.count(id(1)), 0u);
 }
 
-TEST_F(RemoveMainSub, TakesTheIdsOfItsOwnRecord) {
+TEST_F(RemoveMainSub, OutlivesTheDataItsArgumentsAreIn) {
     SetOf s{{1, 2}, {3}};
     const selected_entity* inside = record(s.set, 0);
-    {
-        const kvtest::DataHold hold(s.set);
-        EXPECT_TRUE(edit(s.set).remove(inside->mainEntId, inside->subEntId));
-    }
+    const FleetingSharer sharer(s.set);
+    EXPECT_TRUE(edit(s.set).remove(inside->mainEntId, inside->subEntId));
+    EXPECT_TRUE(sharer.isGone());
     EXPECT_EQ(items(s.set), (Items{{3}}));
 }
 
@@ -554,13 +553,12 @@ TEST_F(RemoveExact, PassesOverEntriesWithoutASlotAndNullRecords) {
     EXPECT_FALSE(edit(s.set).remove(id(1), id(2), -1));
 }
 
-TEST_F(RemoveExact, TakesTheKeysOfItsOwnRecord) {
+TEST_F(RemoveExact, OutlivesTheDataItsArgumentsAreIn) {
     SetOf s{{1, 2, 3}, {3}};
     const selected_entity* inside = record(s.set, 0);
-    {
-        const kvtest::DataHold hold(s.set);
-        EXPECT_TRUE(edit(s.set).remove(inside->mainEntId, inside->subEntId, inside->gsMarker));
-    }
+    const FleetingSharer sharer(s.set);
+    EXPECT_TRUE(edit(s.set).remove(inside->mainEntId, inside->subEntId, inside->gsMarker));
+    EXPECT_TRUE(sharer.isGone());
     EXPECT_EQ(items(s.set), (Items{{3}}));
 }
 
@@ -871,6 +869,16 @@ TEST_F(RemoveAtIterator, OfASetThatSharesTheDataStaysOnThatData) {
     EXPECT_EQ(it.index, 0);
     EXPECT_EQ(it.get(), record(sharer, 0));
     EXPECT_TRUE(isRegistered(sharer, it));
+}
+
+TEST_F(RemoveAtIterator, OutlivesTheDataThatTheIteratorIsIn) {
+    SetOf s{{1}, {2}, {3}};
+    Iterator it(&s.set, 2);
+    const FleetingSharer sharer(s.set);
+    EXPECT_TRUE(edit(s.set).removeAt(it));
+    EXPECT_TRUE(sharer.isGone());
+    EXPECT_EQ(items(s.set), plainItems(1, 2));
+    EXPECT_EQ(it.truckerIterator, nullptr);
 }
 
 // --- removeAt(index)

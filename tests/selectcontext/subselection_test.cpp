@@ -218,9 +218,9 @@ TEST_F(EditMainSubsel, OutlivesTheDataItsArgumentIsIn) {
     GxapSelectSet set;
     fillWithSubselection(set, {1});
     const GxDbObjectId& inside = record(set, 1)->mainEntId;
-    auto sharer = std::make_unique<GxapSelectSet>(set);
+    const kvtest::FleetingSharer sharer(set);
     EXPECT_EQ(edit(set).findMainSubsel(inside).index, 1);
-    sharer.reset();
+    EXPECT_TRUE(sharer.isGone());
     EXPECT_EQ(count(set), 2u);
 }
 

@@ -14,6 +14,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -815,7 +816,16 @@ TEST_F(KvVectorMemory, GrowthToTheLargestIntIsAskedFor) {
     EXPECT_EQ(vector.logicalLength(), 8);
 }
 
+// So large that no heap holds many of them. It refuses by itself, since the heap of a sanitizer would end the
+// program rather than say no.
 struct Vast {
+    static void* operator new[](std::size_t) { throw std::bad_alloc(); }
+    static void* operator new[](std::size_t, const std::nothrow_t&) noexcept { return nullptr; }
+    static void operator delete[](void* memory) noexcept { ::operator delete[](memory); }
+    static void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+        ::operator delete[](memory);
+    }
+
     char bytes[std::size_t{1} << 33];
 };
 

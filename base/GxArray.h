@@ -60,8 +60,8 @@ public:
     int physicalLength() const noexcept { return mPhysicalLength; }
     int growLength() const noexcept { return mGrowLength; }
 
-    // Sets the number of elements; a negative one counts as 0. Storage grows, never shrinks. Amortised O(1)
-    // per element added.
+    // Sets the number of elements; a negative one counts as 0. Storage grows, never shrinks, by
+    // doubling up to 64 KB and by that much from there on. O(1) where there is room, else O(length).
     void setLogicalLength(int n) {
         n = std::max(n, 0);
         if (n > mPhysicalLength)

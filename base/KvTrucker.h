@@ -60,8 +60,8 @@ public:
 
     static constexpr std::uint32_t kSlotsPerPage = PageBytes / sizeof(Slot);
     static_assert(kSlotsPerPage > 0 && PageBytes % sizeof(Slot) == 0, "a page holds a whole number of slots");
-    static_assert(std::is_nothrow_default_constructible_v<T>,
-                  "a new page is filled with values that cannot throw");
+    static_assert(std::is_nothrow_default_constructible_v<T> && std::is_nothrow_copy_assignable_v<T>,
+                  "filling a page and storing a value cannot throw");
 
     // The state before the first element, and the answer of positionOf() where there is none.
     static constexpr std::uint32_t kNoPosition = 0xFFFFFFFFu;
@@ -106,15 +106,15 @@ public:
     Slot* append(const T& value);
 
     // The i-th occupied slot, with its page and its ordinal within the page; null beyond the last, and then
-    // the page is null and the ordinal what was left of i when the pages ended (kNoPosition when no page was
-    // reached). KvErrorStatus 24 for a negative i. O(pages + slots of one page).
+    // the page is null and the ordinal kNoPosition (or, in a page whose count promises too much, what was
+    // left of i when the page was reached). KvErrorStatus 24 for a negative i. O(pages + slots of one page).
     Slot* elementAt(int i, Page** page = nullptr, unsigned* indexInPage = nullptr) const;
 
     // The i-th value; KvErrorStatus 24 when there is none. Cost of elementAt().
     T& at(int i) const;
 
     // An iterator on the i-th element; a negative i gives the end, an i beyond the last an iterator without
-    // page and slot, which is not the end. Cost of elementAt().
+    // page and slot, which is not the end where the store has pages. Cost of elementAt().
     iterator iteratorAt(int i) const;
 
     // One past the last page's block. O(1).
@@ -123,9 +123,10 @@ public:
     // Compares store, page, slot and position with the end. Reads nothing through the iterator. O(1).
     bool isEnd(const iterator& it) const;
 
-    // Frees the iterator's slot; nothing for the end, a free slot or an iterator whose page is gone. The
-    // iterator stays on the freed slot, unless its page became empty: then it moves back to the element
-    // before it, or to before the first, and the page is freed. O(1), or O(pages) when a page is freed.
+    // Frees the iterator's slot; nothing for the end, a free slot, an iterator whose page is gone or one of
+    // another store. The iterator stays on the freed slot, unless its page became empty: then it moves back
+    // to the element before it, or to before the first, and the page is freed. O(1), or O(pages) when a page
+    // is freed or was freed somewhere.
     void removeAt(iterator& it);
 
     // The position of the element in the slot at this address; kNoPosition for an address that is null, not
@@ -416,7 +417,8 @@ bool KvTrucker<T, PageBytes, Allocator>::isEnd(const iterator& it) const {
 
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::removeAt(iterator& it) {
-    if (isEnd(it) || !it.page || !it.slot || !it.isOnPage() || it.slot == blockEnd(it.page) || it.slot->free)
+    if (it.trucker != this || isEnd(it) || !it.page || !it.slot || !it.isOnPage() ||
+        it.slot == blockEnd(it.page) || it.slot->free)
         return;
     Page* const page = it.page;
     it.slot->free = 1;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <new>
 
 // The head of a block; the payload of `capacity` bytes follows at byte 4, so fields in it are misaligned and
 // are moved with memcpy. The functions take the pointer that holds the block and may replace it.

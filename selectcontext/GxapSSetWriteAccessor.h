@@ -93,6 +93,8 @@ public:
     // O(1).
     void setUnique(bool on);
 
+    // The first item of `id`, whatever its other keys; end() for a null or absent id; done at once on an
+    // empty set. Shared data is copied only when the item is found.
     Iterator findMainSubsel(const GxDbObjectId& id);
 
     // Adds a copy of the path to the sub-selection of the item of the path's last id. An entity that the set

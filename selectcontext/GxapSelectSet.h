@@ -26,7 +26,8 @@ KVSELECTCONTEXT_API bool isGsMarkEqual(long a, long b);
 //
 // Invariants while no operation is under way:
 //  1. `sharedData` is non-null from construction on, but for the time between releaseData() and the next
-//     createData() or assignData(). Every reader takes null for an empty set.
+//     createData() or assignData(), and in a copy of a set without data. Every reader takes null for an
+//     empty set.
 //  2. `iterators` holds each registered iterator once, in the order of registration. It is the handle's own.
 //  3. An iterator that `iterators` does not hold is disabled, or was assigned within its set after being
 //     disabled.
@@ -48,8 +49,9 @@ public:
     //  3. `dataMap` has one entry per record: its main id and the address of its slot. Entries of one id are
     //     in the order of their insertion. Two documented operations depart from this: the removal by main
     //     and sub id, and a caller's own change of a record, after which updateDataMap() is due.
-    //  4. `refCount` is the number of handles that share the data; while it is above 1, nobody changes the
-    //     data.
+    //  4. `refCount` is the number of handles that share the data; while it is above 1, no edit changes the
+    //     data. What writes into shared data all the same says so: updateDataMap(), an Iterator that does
+    //     not come from the accessor, findSubentPathSubsel() (which makes a list's block private).
     //
     // Thread safety: `refCount` may be changed from any thread; the rest belongs to the handle's thread.
     class KVSELECTCONTEXT_API SSetData {
@@ -101,7 +103,8 @@ public:
     class KVSELECTCONTEXT_API ConstIterator {
     public:
         // On the item at `index`; the number of items gives the end. A null set, or one without data, gives a
-        // disabled iterator; a negative index one that is done. O(p + slots of a page).
+        // disabled iterator; a negative index one that is done, and an index above the number one that
+        // is neither done nor on an item (reading there throws). O(p + slots of a page).
         ConstIterator(const GxapSelectSet* set, int index);
 
         // The same position, registered in its own right; a copy of a disabled iterator is disabled.
@@ -115,7 +118,7 @@ public:
         // Gives the position up; the registration stays.
         void disable();
 
-        // No position, or the set's end. Compares fields, reads no page. O(1).
+        // No position, or the set's end. Reads nothing through the position. O(1).
         bool isDone() const;
 
         // To the next item; the argument is ignored. False when there is none, or when already done. The step
@@ -130,8 +133,9 @@ public:
         bool operator==(const ConstIterator& other) const;
         bool operator!=(const ConstIterator& other) const;
 
-        // The current record, or null without one. It stays the set's. O(1), like the accessors below, which
-        // answer null, 0, the null id or an empty path without a current record.
+        // The current record, or null without one. It stays the set's. O(1), or O(p) after a page was freed
+        // somewhere; like the accessors below, which answer null, 0, the null id or an empty path without a
+        // current record. KvExceptionWithMsg "Error access KvTrucker" on an item that was removed.
         selected_entity* get() const;
         GxDbObjectId mainEntId() const;
         GxDbObjectId subEntId() const;
@@ -173,7 +177,7 @@ public:
         void setNestedEntFullPath(const KvVector<GxDbObjectId>& path);
 
         // Adds a copy of the path to the record's highlight segments; null removes all segments. Nothing
-        // without a record. Amortised O(1), O(segments) for null.
+        // without a record. O(1) where the list has room, else O(segments).
         void setHighlightSegment(const GxDbFullSubentPath* path);
     };
 
@@ -213,7 +217,8 @@ public:
 
     // Iterators by value, each with one registration. A set without data gets fresh data first. iteratorAt
     // takes an index above the count for the end; a negative one is done at once. cbegin and cend are the
-    // same positions for a non-const set. O(1) for begin and end, else O(p + slots of a page).
+    // same positions for a non-const set. O(registered iterators), and O(p + slots of a page) but for the
+    // end.
     ConstIterator begin() const;
     ConstIterator end() const;
     ConstIterator cbegin();

@@ -19,10 +19,10 @@ struct GxDbElasticData;
 //  2. The block holds the present fields without gaps, in the order of their bits, 8 bytes each.
 //  3. The info owns the fence info, the matrix (both made with new) and the block (made with _kvMalloc).
 //
-// The block's payload begins at its fourth byte, so the addresses that the ...Ptr() getters return may be
-// misaligned: read and write through them with memcpy. Running out of memory is KvErrorStatus 6 for the
-// block, std::bad_alloc for a fence info or a matrix; the info then keeps its bits and fields as they were.
-// Every operation is O(1).
+// The block's payload begins behind its first four bytes, so the addresses that the ...Ptr() getters return
+// may be misaligned: read and write through them with memcpy. Running out of memory is KvErrorStatus 6 for
+// the block, std::bad_alloc for a fence info or a matrix; the info then keeps its bits and fields as they
+// were (an assignment leaves each field old or new). Every operation is O(1).
 //
 // Thread safety: none; an info belongs to one thread at a time.
 class KVSELECTCONTEXT_API GxapSelectedEntInfo {

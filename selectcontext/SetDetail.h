@@ -25,6 +25,11 @@ inline selected_entity* recordAt(unsigned long address) noexcept {
     return address ? slotAt(address)->value : nullptr;
 }
 
+// The set has data, and items in it. Almost every operation asks this first.
+inline bool hasItems(const GxapSelectSet& set) noexcept {
+    return set.sharedData && set.sharedData->entityCount != 0;
+}
+
 // Data as a fresh set has it: unique, empty, with a store of its own, held by nobody yet.
 std::unique_ptr<SSetData> makeData();
 

@@ -20,16 +20,16 @@ namespace kvdetail {
 
 // Makes the caller one more owner of every path of the list; null elements are skipped. All or, with
 // std::bad_alloc, none. O(paths log shared paths).
-void addPathOwner(const KvVector<GxDbFullSubentPath*>& paths);
+void addPathOwners(const KvVector<GxDbFullSubentPath*>& paths);
 
 // Gives one ownership of the path up; the last owner's call deletes it. Null: nothing. O(log shared paths).
 void dropPathOwner(GxDbFullSubentPath* path) noexcept;
 
 // Gives one ownership of every path of the list up.
-void dropPathOwner(const KvVector<GxDbFullSubentPath*>& paths) noexcept;
+void dropPathOwners(const KvVector<GxDbFullSubentPath*>& paths) noexcept;
 
 // Appends a copy of the path to a list, and returns it. KvErrorStatus 6, std::bad_alloc or what copying the
-// path throws leave the list as it was. Amortised O(1).
+// path throws leave the list as it was. O(1) where there is room, else O(length).
 GxDbFullSubentPath* appendPathCopy(KvVector<GxDbFullSubentPath*>& paths, const GxDbFullSubentPath& path);
 
 } // namespace kvdetail

@@ -42,20 +42,33 @@ T* load(T* const* place) {
     return value;
 }
 
-// Stores, replaces or, for the default value, removes a field. The bit follows the block, so that a block
-// that cannot change leaves bits and fields as they were.
+// Stores, replaces or, for the default value, removes a field; false when the block does not hold what the
+// bits promise. The bit follows the block, so that a block that cannot change leaves bits and fields as they
+// were.
 template <class T>
-void storeField(GxapSelectedEntInfo& info, std::uint64_t bit, unsigned offset, T* value, T* defaultValue) {
+bool storeField(GxapSelectedEntInfo& info, std::uint64_t bit, unsigned offset, T* value, T* defaultValue) {
     const bool present = (info.presenceBits & bit) != 0;
     if (value == defaultValue) {
         if (present)
             kvdetail::elasticErase(info.elasticData, offset, true);
         info.presenceBits &= ~bit;
-    } else if (present) {
-        kvdetail::elasticSetAtOffset(info.elasticData, offset, value);
-    } else if (kvdetail::elasticInsert(info.elasticData, offset, value)) {
-        info.presenceBits |= bit;
+        return true;
     }
+    if (present)
+        return kvdetail::elasticSetAtOffset(info.elasticData, offset, value);
+    if (!kvdetail::elasticInsert(info.elasticData, offset, value))
+        return false;
+    info.presenceBits |= bit;
+    return true;
+}
+
+bool storeFence(GxapSelectedEntInfo& info, SelFenceIntersectInfo* fence) {
+    return storeField(info, kFenceBit, kFenceOffset, fence, GxapSelectedEntInfo::FenceIntersectInfoPtrDefVal);
+}
+
+bool storeMatrix(GxapSelectedEntInfo& info, GxGeMatrix3d* matrix) {
+    return storeField(info, kMatrixBit, matrixOffset(info), matrix,
+                      GxapSelectedEntInfo::CompoundTransformBTROffsetPtrDefVal);
 }
 
 } // namespace
@@ -119,11 +132,11 @@ GxGeMatrix3d* GxapSelectedEntInfo::getBTRMatPtr() const {
 }
 
 void GxapSelectedEntInfo::setFenceIntersectInfoPtr(SelFenceIntersectInfo* const& info) {
-    storeField(*this, kFenceBit, kFenceOffset, info, FenceIntersectInfoPtrDefVal);
+    storeFence(*this, info);
 }
 
 void GxapSelectedEntInfo::setCompoundTransformBTROffsetPtr(GxGeMatrix3d* const& matrix) {
-    storeField(*this, kMatrixBit, matrixOffset(*this), matrix, CompoundTransformBTROffsetPtrDefVal);
+    storeMatrix(*this, matrix);
 }
 
 bool GxapSelectedEntInfo::getSelFenceResultInfo(SelFenceIntersectInfo& out) const {
@@ -140,8 +153,8 @@ void GxapSelectedEntInfo::setSelFenceResultInfo(const SelFenceIntersectInfo& inf
     SelFenceIntersectInfo* const held = getFenceInfoPtr();
     if (!held) {
         auto fresh = std::make_unique<SelFenceIntersectInfo>(info);
-        setFenceIntersectInfoPtr(fresh.get());
-        fresh.release();
+        if (storeFence(*this, fresh.get()))
+            fresh.release();
         return;
     }
     const bool heldIsUnset = held->index == -1;
@@ -182,8 +195,8 @@ void GxapSelectedEntInfo::setCompoundTransformWithBTROffset(const GxGeMatrix3d& 
     }
     auto fresh = std::make_unique<GxGeMatrix3d>();
     *fresh = matrix;
-    setCompoundTransformBTROffsetPtr(fresh.get());
-    fresh.release();
+    if (storeMatrix(*this, fresh.get()))
+        fresh.release();
 }
 
 void GxapSelectedEntInfo::setBTRMatPtr(const GxGeMatrix3d* matrix) {
@@ -245,7 +258,7 @@ PathOwners& pathOwners() {
 
 } // namespace
 
-void addPathOwner(const KvVector<GxDbFullSubentPath*>& paths) {
+void addPathOwners(const KvVector<GxDbFullSubentPath*>& paths) {
     struct Added {
         const KvVector<GxDbFullSubentPath*>& paths;
         int count = 0;
@@ -269,7 +282,7 @@ void dropPathOwner(GxDbFullSubentPath* path) noexcept {
         delete path;
 }
 
-void dropPathOwner(const KvVector<GxDbFullSubentPath*>& paths) noexcept {
+void dropPathOwners(const KvVector<GxDbFullSubentPath*>& paths) noexcept {
     for (int i = 0; i < paths.logicalLength(); ++i)
         dropPathOwner(paths.at(i));
 }
@@ -293,7 +306,7 @@ selected_entity::~selected_entity() {
     if (highlightSegmentArray) {
         // Read in place, also where the block is shared: this record's share keeps everybody from writing to
         // it, and a private copy would need memory.
-        kvdetail::dropPathOwner(*highlightSegmentArray);
+        kvdetail::dropPathOwners(*highlightSegmentArray);
         delete highlightSegmentArray;
     }
     if (hasSubselPaths)

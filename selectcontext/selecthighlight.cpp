@@ -10,11 +10,11 @@ namespace {
 class HeldPaths {
 public:
     explicit HeldPaths(const KvVector<GxDbFullSubentPath*>& paths) : mPaths(paths) {
-        kvdetail::addPathOwner(mPaths);
+        kvdetail::addPathOwners(mPaths);
     }
     HeldPaths(const HeldPaths&) = delete;
     HeldPaths& operator=(const HeldPaths&) = delete;
-    ~HeldPaths() { kvdetail::dropPathOwner(mPaths); }
+    ~HeldPaths() { kvdetail::dropPathOwners(mPaths); }
 
     const KvVector<GxDbFullSubentPath*>& paths() const { return mPaths; }
 

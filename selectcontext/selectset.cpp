@@ -9,12 +9,13 @@
 #include <memory>
 #include <utility>
 
+using kvdetail::hasItems;
 using kvdetail::recordAt;
 
 namespace kvdetail {
 namespace {
 
-// An entry of the index that is taken back unless its record's slot is found room for.
+// An entry of the index that is taken back unless keep() gives it its slot.
 class PendingEntry {
 public:
     PendingEntry(DataMap& map, const GxDbObjectId& id) : mMap(map), mEntry(map.emplace(id, 0)) {}
@@ -50,7 +51,7 @@ std::unique_ptr<selected_entity> cloneRecord(const selected_entity& source) {
     copy->selectedEntityInfo = copyInfo(source.selectedEntityInfo).release();
     copy->subselPathArray = shareList(source.subselPathArray).release();
     if (auto segments = shareList(source.highlightSegmentArray)) {
-        addPathOwner(*segments);
+        addPathOwners(*segments);
         copy->highlightSegmentArray = segments.release();
     }
     return copy;
@@ -199,6 +200,7 @@ bool isGsMarkEqual(long a, long b) {
 namespace {
 
 using DataMap = GxapSelectSet::SSetData::DataMap;
+using Store = GxapSelectSet::SSetData::Store;
 
 const GxapSelectSet::SSetData& dataToSearch(const GxapSelectSet& set) {
     if (!set.sharedData)
@@ -239,11 +241,8 @@ int positionOf(const GxapSelectSet& set, DataMap::const_iterator entry) {
     const auto& data = *set.sharedData;
     if (entry == data.dataMap.end() || !data.entities)
         return -1;
-    return static_cast<int>(data.entities->positionOf(kvdetail::slotAt(entry->second)));
-}
-
-bool hasItems(const GxapSelectSet& set) {
-    return set.sharedData && set.sharedData->entityCount != 0;
+    const std::uint32_t position = data.entities->positionOf(kvdetail::slotAt(entry->second));
+    return position == Store::kNoPosition ? -1 : static_cast<int>(position);
 }
 
 template <class... Keys>

@@ -42,7 +42,7 @@ void clearSegments(selected_entity& record) {
     const std::unique_ptr<KvVector<GxDbFullSubentPath*>> segments(
         std::exchange(record.highlightSegmentArray, nullptr));
     if (segments)
-        kvdetail::dropPathOwner(*segments);
+        kvdetail::dropPathOwners(*segments);
 }
 
 } // namespace

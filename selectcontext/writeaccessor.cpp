@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+using kvdetail::hasItems;
+
 GxapSelectSet::SSetData* GxapSSetWriteAccessor::writeData() {
     if (!sharedData)
         return createData();
@@ -50,24 +52,30 @@ selected_entity** GxapSSetWriteAccessor::getAt(int index) {
     return slot ? &slot->value : nullptr;
 }
 
+namespace {
+
+// The keys come by value: the data that writing lets go may hold what the caller passed.
+template <class... Keys>
+GxapSelectSet::Iterator findForWriting(GxapSSetWriteAccessor& set, Keys... keys) {
+    set.writeData();
+    const int position = set.find(keys...);
+    return position < 0 ? set.end() : GxapSelectSet::Iterator(&set, position);
+}
+
+} // namespace
+
 GxapSelectSet::Iterator GxapSSetWriteAccessor::findItr(const GxDbObjectId& mainId) {
-    writeData();
-    const int position = find(mainId);
-    return position < 0 ? end() : Iterator(this, position);
+    return findForWriting(*this, mainId);
 }
 
 GxapSelectSet::Iterator GxapSSetWriteAccessor::findItr(const GxDbObjectId& mainId,
                                                        const GxDbObjectId& subId) {
-    writeData();
-    const int position = find(mainId, subId);
-    return position < 0 ? end() : Iterator(this, position);
+    return findForWriting(*this, mainId, subId);
 }
 
 GxapSelectSet::Iterator GxapSSetWriteAccessor::findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId,
                                                        long gsMarker) {
-    writeData();
-    const int position = find(mainId, subId, gsMarker);
-    return position < 0 ? end() : Iterator(this, position);
+    return findForWriting(*this, mainId, subId, gsMarker);
 }
 
 GxapSelectSet::Iterator GxapSSetWriteAccessor::findMain(const GxDbObjectId& mainId) {
@@ -137,10 +145,6 @@ bool GxapSSetWriteAccessor::append(const selected_entity* record) {
 namespace {
 
 using Store = GxapSelectSet::SSetData::Store;
-
-bool hasItems(const GxapSelectSet& set) {
-    return set.sharedData && set.sharedData->entityCount != 0;
-}
 
 // The occupied slot that an index entry names, with its page; both null for an entry without one.
 struct OccupiedSlot {
@@ -476,9 +480,8 @@ GxapSelectSet::Iterator GxapSSetWriteAccessor::findMainSubsel(const GxDbObjectId
         return Iterator(this, 0);
     if (id.isNull() || findInMap(id) == sharedData->dataMap.end())
         return end();
-    const GxDbObjectId wanted = id; // the argument may be part of the data that this lets go
-    writeData();
-    return iteratorAt(find(wanted));
+    // The position is counted out before the data is copied: a copy is indexed anew.
+    return iteratorAt(find(id));
 }
 
 bool GxapSSetWriteAccessor::appendSubentPathSubsel(const GxDbFullSubentPath& path) {

@@ -1,0 +1,107 @@
+// What the tests of opening and highlighting share: a drawing that watches that everything is given back, and
+// what was called of it as lines to compare.
+#pragma once
+
+#include "tests/selectcontext/RecordTestSupport.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kvtest {
+
+class DrawingTest : public SetTest {
+protected:
+    void SetUp() override {
+        SetTest::SetUp();
+        mObjectsAtStart = kvinmemory::liveObjects();
+        mDrawing.emplace(1024);
+    }
+
+    void TearDown() override {
+        EXPECT_EQ(kvinmemory::openObjects(), 0) << "objects left open";
+        mDrawing.reset();
+        EXPECT_EQ(kvinmemory::liveObjects(), mObjectsAtStart) << "objects left undeleted";
+        SetTest::TearDown();
+    }
+
+    kvinmemory::Database& drawing() { return *mDrawing; }
+
+    // What was opened, highlighted and released up to now, in order: "open A", "highlight A 1" with the index
+    // of the path's part, "unhighlight A 1", "close A", "delete".
+    std::vector<std::string> calls() const {
+        std::vector<std::string> lines;
+        for (const kvinmemory::DatabaseEvent& event : kvinmemory::databaseEvents()) {
+            const std::string line = describe(event);
+            if (!line.empty())
+                lines.push_back(line);
+        }
+        return lines;
+    }
+
+private:
+    std::string describe(const kvinmemory::DatabaseEvent& event) const {
+        const std::string name(mDrawing->nameOf(event.id));
+        const std::string part = std::to_string(event.contents.part.index);
+        switch (event.call) {
+        case kvinmemory::DatabaseCall::Open:
+            return "open " + name;
+        case kvinmemory::DatabaseCall::Close:
+            return "close " + name;
+        case kvinmemory::DatabaseCall::Delete:
+            return "delete";
+        case kvinmemory::DatabaseCall::Highlight:
+            return "highlight " + name + " " + part;
+        case kvinmemory::DatabaseCall::Unhighlight:
+            return "unhighlight " + name + " " + part;
+        default:
+            return "";
+        }
+    }
+
+    std::optional<kvinmemory::Database> mDrawing;
+    long mObjectsAtStart = 0;
+};
+
+using Lines = std::vector<std::string>;
+
+// The numbers n of the id(n) of a vector.
+inline std::vector<unsigned long> numbersOf(const KvVector<GxDbObjectId>& ids) {
+    std::vector<unsigned long> numbers;
+    for (int i = 0; i < ids.logicalLength(); ++i)
+        numbers.push_back(numberOf(ids.at(i)));
+    return numbers;
+}
+
+inline std::vector<unsigned long> numbersOf(const GxDbFullSubentPath& path) {
+    std::vector<unsigned long> numbers;
+    for (int i = 0; i < path.objectIds().logicalLength(); ++i)
+        numbers.push_back(numberOf(path.objectIds().at(i)));
+    return numbers;
+}
+
+// Adds segments whose parts have these indices to the item at a position. Data that is shared is written.
+inline void addSegments(GxapSelectSet& set, int position, const std::vector<std::int64_t>& indices) {
+    GxapSelectSet::Iterator it(&set, position);
+    for (const std::int64_t index : indices) {
+        const GxDbFullSubentPath path = subentPath({1}, 1, index);
+        it.setHighlightSegment(&path);
+    }
+}
+
+// The indices of the parts of a record's segments; a null element counts as -1.
+inline std::vector<std::int64_t> segmentsOf(const selected_entity& record) {
+    std::vector<std::int64_t> indices;
+    const SegmentArray* const segments = record.highlightSegmentArray;
+    for (int i = 0; segments && i < segments->logicalLength(); ++i) {
+        const GxDbFullSubentPath* const path = segments->at(i);
+        indices.push_back(path ? path->subentId().index : -1);
+    }
+    return indices;
+}
+
+inline std::vector<std::int64_t> segmentsAt(const GxapSelectSet& set, std::size_t position) {
+    return segmentsOf(*recordAt(set, position));
+}
+
+} // namespace kvtest

@@ -1,0 +1,313 @@
+#include "tests/selectcontext/DrawingTestSupport.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <random>
+#include <set>
+#include <thread>
+#include <utility>
+#include <vector>
+
+// Clones share highlight paths. Whatever the sharers then do, in any order, a path lives as long as some
+// record refers to it, and dies once.
+
+namespace {
+
+using kvinmemory::livePaths;
+using kvtest::addSegments;
+using kvtest::edit;
+using kvtest::id;
+using kvtest::recordAt;
+using kvtest::SegmentArray;
+using kvtest::segmentsAt;
+using Indices = std::vector<std::int64_t>;
+
+// A set of one item with data of its own, and what its segments are to be.
+struct Sharer {
+    std::unique_ptr<GxapSelectSet> set;
+    Indices segments;
+};
+
+constexpr std::size_t kSharers = 3;
+
+enum class Deed { Add, Clear, WriteThroughAt, Clone, ClearSet, Die };
+constexpr std::array<Deed, 6> kDeeds = {Deed::Add,   Deed::Clear,    Deed::WriteThroughAt,
+                                        Deed::Clone, Deed::ClearSet, Deed::Die};
+
+// A set, its clone, and the clone of that, beside a model of who refers to what.
+class Family {
+public:
+    Family() {
+        Sharer& first = mSharers[0];
+        first.set = std::make_unique<GxapSelectSet>();
+        edit(*first.set).append(id(1), GxDbObjectId());
+        add(first);
+        add(first);
+        for (std::size_t i = 1; i < kSharers; ++i)
+            clone(mSharers[i], mSharers[i - 1]);
+    }
+
+    // A deed of a set that is gone, or that holds no item any more, is left undone.
+    void act(Deed deed, std::size_t actor) {
+        Sharer& sharer = mSharers[actor];
+        if (deed == Deed::Clone)
+            return clone(mSharers[(actor + 1) % kSharers], sharer);
+        if (!sharer.set || sharer.set->sharedData->entityCount == 0)
+            return;
+        if (deed == Deed::Add)
+            return add(sharer);
+        if (deed == Deed::WriteThroughAt)
+            return writeThroughAt(sharer);
+        if (deed == Deed::Clear)
+            edit(*sharer.set).begin().setHighlightSegment(nullptr);
+        else if (deed == Deed::ClearSet)
+            edit(*sharer.set).clear();
+        else
+            sharer.set.reset();
+        sharer.segments.clear();
+    }
+
+    ::testing::AssertionResult isAsExpected() const {
+        std::set<std::int64_t> alive;
+        for (const Sharer& sharer : mSharers) {
+            if (!sharer.set)
+                continue;
+            alive.insert(sharer.segments.begin(), sharer.segments.end());
+            if (sharer.set->sharedData->entityCount > 0 && segmentsAt(*sharer.set, 0) != sharer.segments)
+                return ::testing::AssertionFailure() << "a set does not see the paths that it should";
+        }
+        if (livePaths() != static_cast<long>(alive.size()))
+            return ::testing::AssertionFailure() << livePaths() << " paths live, not " << alive.size();
+        return ::testing::AssertionSuccess();
+    }
+
+private:
+    void add(Sharer& sharer) {
+        const std::int64_t index = mNextIndex++;
+        addSegments(*sharer.set, 0, {index});
+        sharer.segments.push_back(index);
+    }
+
+    static void writeThroughAt(Sharer& sharer) {
+        SegmentArray* const list = recordAt(*sharer.set, 0)->highlightSegmentArray;
+        for (int i = 0; list && i < list->logicalLength(); ++i) {
+            GxDbFullSubentPath* const path = list->at(i);
+            list->at(i) = path;
+        }
+    }
+
+    static void clone(Sharer& to, const Sharer& from) {
+        if (!from.set)
+            return;
+        to.set = std::make_unique<GxapSelectSet>(*from.set);
+        edit(*to.set).writeData();
+        to.segments = from.segments;
+    }
+
+    std::array<Sharer, kSharers> mSharers;
+    std::int64_t mNextIndex = 1;
+};
+
+class HighlightPaths : public kvtest::SetTest {
+protected:
+    // Many paths come and go here; nobody asks for the events.
+    void SetUp() override {
+        SetTest::SetUp();
+        kvinmemory::setLogging(false);
+    }
+};
+
+struct Step {
+    Deed deed;
+    std::size_t actor;
+};
+
+Step stepNumber(std::size_t n) {
+    return {kDeeds[n % kDeeds.size()], n / kDeeds.size()};
+}
+
+constexpr std::size_t kSteps = kDeeds.size() * kSharers;
+
+TEST_F(HighlightPaths, AreTheSameObjectsInACloneAndItsClone) {
+    GxapSelectSet source;
+    edit(source).append(id(1), GxDbObjectId());
+    addSegments(source, 0, {1, 2});
+    const auto clone = kvtest::cloneOf(source);
+    const auto cloneOfClone = kvtest::cloneOf(*clone);
+    const SegmentArray& paths = *recordAt(source, 0)->highlightSegmentArray;
+    for (const GxapSelectSet* set : {clone.get(), cloneOfClone.get()}) {
+        const SegmentArray& seen = *recordAt(*set, 0)->highlightSegmentArray;
+        ASSERT_EQ(seen.logicalLength(), 2);
+        EXPECT_NE(&seen, &paths);
+        EXPECT_EQ(seen.at(0), paths.at(0));
+        EXPECT_EQ(seen.at(1), paths.at(1));
+    }
+    EXPECT_EQ(livePaths(), 2);
+}
+
+TEST_F(HighlightPaths, DieOnceInEveryOrderOfThreeDeeds) {
+    for (std::size_t n = 0; n < kSteps * kSteps * kSteps; ++n) {
+        Family family;
+        for (const std::size_t number : {n % kSteps, n / kSteps % kSteps, n / kSteps / kSteps}) {
+            const Step step = stepNumber(number);
+            family.act(step.deed, step.actor);
+            ASSERT_TRUE(family.isAsExpected()) << "sequence " << n;
+        }
+    }
+    EXPECT_EQ(livePaths(), 0);
+}
+
+TEST_F(HighlightPaths, DieOnceWhicheverSharersDieFirst) {
+    std::array<std::size_t, kSharers> order = {0, 1, 2};
+    do {
+        Family family;
+        for (const std::size_t actor : order) {
+            family.act(Deed::Die, actor);
+            ASSERT_TRUE(family.isAsExpected());
+        }
+        EXPECT_EQ(livePaths(), 0);
+    } while (std::next_permutation(order.begin(), order.end()));
+}
+
+TEST_F(HighlightPaths, DieOnceInLongRandomRuns) {
+    for (unsigned seed = 1; seed <= 20; ++seed) {
+        std::minstd_rand random(seed);
+        Family family;
+        for (int i = 0; i < 100; ++i) {
+            const Step step = stepNumber(random() % kSteps);
+            family.act(step.deed, step.actor);
+            ASSERT_TRUE(family.isAsExpected()) << "seed " << seed << ", step " << i;
+        }
+    }
+    EXPECT_EQ(livePaths(), 0);
+}
+
+TEST_F(HighlightPaths, OfOneItemAreGivenUpWithoutThoseOfAnother) {
+    GxapSelectSet source;
+    kvtest::appendIds(source, 1, 3);
+    for (int position = 0; position < 3; ++position)
+        addSegments(source, position, {position});
+    const auto clone = kvtest::cloneOf(source);
+    edit(source).iteratorAt(1).setHighlightSegment(nullptr);
+    edit(*clone).iteratorAt(0).setHighlightSegment(nullptr);
+    EXPECT_EQ(livePaths(), 3);
+    edit(*clone).iteratorAt(1).setHighlightSegment(nullptr);
+    EXPECT_EQ(livePaths(), 2);
+    EXPECT_EQ(segmentsAt(source, 0), Indices({0}));
+    EXPECT_EQ(segmentsAt(*clone, 2), Indices({2}));
+}
+
+// The books of memory and events are kept under locks, which would order the threads.
+class HighlightPathsOnThreads : public kvtest::KvTest {
+protected:
+    void SetUp() override {
+        KvTest::SetUp();
+        kvinmemory::setLogging(false);
+        kvinmemory::trackMemory(false);
+        kvtest::trackNewSizes(false);
+    }
+};
+
+constexpr int kRounds = 200;
+constexpr std::size_t kThreads = 2;
+
+// Runs one piece of work on a thread each, all from the same moment on.
+void onThreads(const std::array<std::function<void()>, kThreads>& work) {
+    std::atomic<std::size_t> missing{kThreads};
+    std::vector<std::thread> threads;
+    for (const auto& piece : work) {
+        threads.emplace_back([&missing, &piece] {
+            missing.fetch_sub(1, std::memory_order_relaxed);
+            while (missing.load(std::memory_order_relaxed) != 0)
+                std::this_thread::yield();
+            piece();
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+// Reads every path, so that a path that died too early shows.
+std::int64_t sumOf(const GxapSelectSet& set) {
+    std::int64_t sum = 0;
+    for (const std::int64_t index : segmentsAt(set, 0))
+        sum += index;
+    return sum;
+}
+
+struct Twins {
+    Twins() {
+        first = std::make_unique<GxapSelectSet>();
+        edit(*first).append(id(1), GxDbObjectId());
+        addSegments(*first, 0, {1, 2, 3});
+        second = kvtest::cloneOf(*first);
+    }
+
+    std::unique_ptr<GxapSelectSet> first, second;
+};
+
+TEST_F(HighlightPathsOnThreads, DieOnceWhenBothSharersDie) {
+    for (int round = 0; round < kRounds; ++round) {
+        Twins twins;
+        const auto die = [](std::unique_ptr<GxapSelectSet>& set) {
+            EXPECT_EQ(sumOf(*set), 6);
+            set.reset();
+        };
+        onThreads({[&] { die(twins.first); }, [&] { die(twins.second); }});
+        ASSERT_EQ(livePaths(), 0);
+    }
+}
+
+TEST_F(HighlightPathsOnThreads, DieOnceWhenBothSharersClear) {
+    for (int round = 0; round < kRounds; ++round) {
+        Twins twins;
+        const auto clear = [](GxapSelectSet& set) {
+            EXPECT_EQ(sumOf(set), 6);
+            edit(set).begin().setHighlightSegment(nullptr);
+        };
+        onThreads({[&] { clear(*twins.first); }, [&] { clear(*twins.second); }});
+        ASSERT_EQ(livePaths(), 0);
+    }
+}
+
+TEST_F(HighlightPathsOnThreads, AreSeenByTheSharerThatStays) {
+    for (int round = 0; round < kRounds; ++round) {
+        Twins twins;
+        onThreads({[&] {
+                       addSegments(*twins.first, 0, {4});
+                       EXPECT_EQ(sumOf(*twins.first), 10);
+                       edit(*twins.first).begin().setHighlightSegment(nullptr);
+                       twins.first.reset();
+                   },
+                   [&] {
+                       EXPECT_EQ(sumOf(*twins.second), 6);
+                       addSegments(*twins.second, 0, {5});
+                       EXPECT_EQ(sumOf(*twins.second), 11);
+                   }});
+        EXPECT_EQ(sumOf(*twins.second), 11);
+        ASSERT_EQ(livePaths(), 4);
+    }
+    EXPECT_EQ(livePaths(), 0);
+}
+
+TEST_F(HighlightPathsOnThreads, AreClonedOnOneWhileTheyAreGivenUpOnTheOther) {
+    for (int round = 0; round < kRounds; ++round) {
+        Twins twins;
+        onThreads({[&] { twins.first.reset(); },
+                   [&] {
+                       const auto third = kvtest::cloneOf(*twins.second);
+                       recordAt(*third, 0)->highlightSegmentArray->at(0);
+                       twins.second.reset();
+                       EXPECT_EQ(sumOf(*third), 6);
+                   }});
+        ASSERT_EQ(livePaths(), 0);
+    }
+}
+
+} // namespace

@@ -50,7 +50,7 @@ GxapSelectSetList::GxapSelectSetList() = default;
 
 GxapSelectSetList::~GxapSelectSetList() {
     for (GxapSelectSet* set : sets)
-        SetDeleter()(set);
+        OwnedSet(set).reset(); // which tolerates a null that a caller has put in
 }
 
 GxapSelectSet* GxapSelectSetList::newSelectSet(long* name) {

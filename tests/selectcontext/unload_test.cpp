@@ -1,0 +1,20 @@
+// What loading and unloading the library does to the application. Not linked with the library, but loaded at
+// run time.
+
+#include "base/KvVector.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(LoadedLibrary, SharesTheEmptyBlockTwiceUntilItIsUnloaded) {
+    const std::uint32_t before = gpEmptyVectorData->refCount;
+    void* const library = dlopen(KV_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    EXPECT_EQ(gpEmptyVectorData->refCount, before + 2);
+    ASSERT_EQ(dlclose(library), 0) << dlerror();
+    EXPECT_EQ(gpEmptyVectorData->refCount, before);
+}
+
+} // namespace

@@ -14,8 +14,7 @@
 // the list and of its paths, so that an entity may clear the segments from within the call. The paths stay
 // the caller's.
 //
-// Throws what the entity throws; KvErrorStatus 24 when the list is shortened in place underneath;
-// std::bad_alloc. O(paths). Belongs to the thread that uses the database.
+// Throws what the entity throws, and std::bad_alloc. O(paths). Belongs to the thread that uses the database.
 KVSELECTCONTEXT_API void gxutEntityGxDbFullPathHighlight(const GxDbObjectId& id,
                                                          const KvVector<GxDbFullSubentPath*>* paths,
                                                          bool entityFlag, bool highlight);

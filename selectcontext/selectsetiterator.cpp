@@ -276,11 +276,13 @@ bool GxapSelectSet::ConstIterator::getFilteredNestedFullPath(KvVector<GxDbObject
         return false;
     for (int i = 0; i < nested.logicalLength(); ++i) {
         GxDbObjectPointerBase<GxDbEntity> entity;
-        if (entity.open(nested.at(i), GxDb::kForRead, false) != eOk)
-            continue;
-        const int length = ids.logicalLength();
-        ids.setLogicalLength(length + 1);
-        ids.at(length) = nested.at(i);
+        if (entity.open(nested.at(i), GxDb::kForRead, false) == eOk) {
+            const int length = ids.logicalLength();
+            ids.setLogicalLength(length + 1);
+            ids.at(length) = nested.at(i);
+        }
+        // Here, and not in the destructor, so that what closing throws reaches the caller.
+        entity.closeInternal();
     }
     return true;
 }

@@ -191,8 +191,9 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId) {
         freeSlot(data, OccupiedSlot(*data.entities, entry->second));
         countDown(data);
     }
+    const bool removed = run.first != run.second;
     data.dataMap.erase(run.first, run.second);
-    return run.first != run.second;
+    return removed;
 }
 
 bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectId& subId) {

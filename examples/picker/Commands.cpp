@@ -1,5 +1,6 @@
 #include "examples/picker/Commands.h"
 
+#include "examples/picker/Picture.h"
 #include "examples/picker/SvgValues.h"
 #include "examples/picker/Table.h"
 
@@ -8,6 +9,8 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <limits>
 #include <sstream>
 
@@ -112,6 +115,11 @@ void sayTally(Console& console, const Tally& tally) {
                 << items(itemCount(console.session.set())) << '\n';
 }
 
+void sayRemoved(Console& console, std::uint32_t removed) {
+    console.out << items(removed) << " taken out; set " << console.session.currentName() << " has "
+                << items(itemCount(console.session.set())) << '\n';
+}
+
 GxDbObjectId idOf(const Drawing& drawing, const std::string& text) {
     const GxDbObjectId id = drawing.find(text);
     if (id.isNull())
@@ -181,12 +189,22 @@ void aperture(Console& console, const Arguments& arguments) {
     console.out << "point picks reach " << shortNumber(console.session.aperture()) << " units far\n";
 }
 
-void pick(Console& console, const Arguments& arguments) {
+struct PointPick {
+    Point point;
+    double reach;
+};
+
+PointPick pointPick(const Console& console, const Arguments& arguments) {
     const std::vector<double> v = arguments.numbers(2, 3);
     const double reach = v.size() == 3 ? v[2] : console.session.aperture();
     if (reach < 0)
         arguments.fail("the aperture cannot be negative");
-    sayTally(console, console.session.pick({v[0], v[1]}, reach));
+    return {{v[0], v[1]}, reach};
+}
+
+void pick(Console& console, const Arguments& arguments) {
+    const PointPick where = pointPick(console, arguments);
+    sayTally(console, console.session.pick(where.point, where.reach));
 }
 
 void window(Console& console, const Arguments& arguments) {
@@ -303,14 +321,168 @@ void has(Console& console, const Arguments& arguments) {
 
 void clear(Console& console, const Arguments& arguments) {
     arguments.expectNone();
-    console.session.edit().clear();
+    console.session.clear();
     console.out << "set " << console.session.currentName() << " is empty\n";
+}
+
+// ---- edits of the current set
+
+void removePick(Console& console, const Arguments& arguments) {
+    const PointPick where = pointPick(console, arguments);
+    sayRemoved(console, console.session.removeNearest(where.point, where.reach));
+}
+
+void removeBox(Console& console, const Arguments& arguments) {
+    sayRemoved(console, console.session.removeInside(boxOf(arguments)));
+}
+
+void removeId(Console& console, const Arguments& arguments) {
+    if (arguments.count() == 0)
+        arguments.fail("an id is missing");
+    std::uint32_t removed = 0;
+    for (const std::string& word : arguments.words())
+        removed += console.session.removePath(idPath(console.session.drawing(), word));
+    sayRemoved(console, removed);
+}
+
+void removeAt(Console& console, const Arguments& arguments) {
+    sayRemoved(console, console.session.removeAt(arguments.positions(1, 1)[0]));
+}
+
+void unique(Console& console, const Arguments& arguments) {
+    const std::string word = arguments.optionalWord();
+    if (!word.empty() && word != "on" && word != "off")
+        arguments.fail("'" + word + "' is neither on nor off");
+    const std::uint32_t removed = word.empty() ? 0 : console.session.setUnique(word == "on");
+    const GxapSelectSet& set = console.session.set();
+    const bool isUnique = !set.sharedData || set.sharedData->unique;
+    console.out << "set " << console.session.currentName()
+                << (isUnique ? " refuses items that it has" : " takes items again that it has");
+    if (removed > 0)
+        console.out << "; " << items(removed) << " under the same main id as others taken out";
+    console.out << '\n';
+}
+
+// ---- edges
+
+void edge(Console& console, const Arguments& arguments) {
+    const PointPick where = pointPick(console, arguments);
+    const bool isAdded = console.session.addEdge(where.point, where.reach);
+    console.out << (isAdded ? "edge added" : "no new edge there") << "; set " << console.session.currentName()
+                << " has " << items(itemCount(console.session.set())) << '\n';
+}
+
+std::string arrayPath(const Drawing& drawing, const GxArray<GxDbObjectId>& ids) {
+    std::string text;
+    for (int i = 0; i < ids.logicalLength(); ++i)
+        text += (i == 0 ? "" : " > ") + std::to_string(drawing.database().handleOf(ids.at(i)));
+    return text;
+}
+
+void edges(Console& console, const Arguments& arguments) {
+    arguments.expectNone();
+    const Drawing& drawing = console.session.drawing();
+    Table table({{"#", Table::Align::right},
+                 {"entity"},
+                 {"edge", Table::Align::right},
+                 {"segment", Table::Align::right},
+                 {"path"}});
+    const GxapSelectSet& set = console.session.set();
+    bool isEmpty = true;
+    for (GxapSelectSet::ConstIterator it = set.begin(); !it.isDone(); it.step()) {
+        const selected_entity& record = *it.get();
+        const int count = record.hasSubselPaths ? record.subselPathArray->logicalLength() : 0;
+        for (int i = 0; i < count; ++i) {
+            GxDbFullSubentPath path;
+            set.getSubentPathAtSubsel(it.index, i, path);
+            table.add({std::to_string(it.index), idText(drawing, it.mainEntId()), std::to_string(i),
+                       std::to_string(path.subentId().index), arrayPath(drawing, path.objectIds())});
+            isEmpty = false;
+        }
+    }
+    if (isEmpty)
+        console.out << "set " << console.session.currentName() << " has no edges\n";
+    else
+        table.print(console.out, console.width);
+}
+
+void removeEdge(Console& console, const Arguments& arguments) {
+    const std::vector<int> v = arguments.positions(2, 2);
+    console.session.removeEdge(v[0], v[1]);
+    console.out << "edge taken out; set " << console.session.currentName() << " has "
+                << items(itemCount(console.session.set())) << '\n';
+}
+
+// ---- highlights
+
+void sayHighlights(Console& console) {
+    console.out << "the drawing shows "
+                << plural(highlightCount(console.session.drawing()), "highlight", "highlights") << '\n';
+}
+
+void highlight(Console& console, const Arguments& arguments) {
+    const std::vector<int> positions = arguments.positions(0, std::numeric_limits<std::size_t>::max());
+    if (positions.empty())
+        console.session.highlightAll();
+    for (const int position : positions)
+        console.session.highlight(position);
+    sayHighlights(console);
+}
+
+void highlightEdge(Console& console, const Arguments& arguments) {
+    const PointPick where = pointPick(console, arguments);
+    const std::optional<int> position = console.session.highlightSegment(where.point, where.reach);
+    console.out << (position ? "of item " + std::to_string(*position) : "nothing there") << "; ";
+    sayHighlights(console);
+}
+
+void unhighlight(Console& console, const Arguments& arguments) {
+    const std::vector<int> positions = arguments.positions(0, std::numeric_limits<std::size_t>::max());
+    if (positions.empty())
+        console.session.unhighlightAll();
+    for (const int position : positions)
+        console.session.unhighlight(position);
+    sayHighlights(console);
+}
+
+// Never the drawing's own file.
+std::filesystem::path pictureFile(const Session& session, const Arguments& arguments) {
+    std::filesystem::path file = arguments.optionalWord();
+    if (file.empty())
+        file = std::filesystem::path(session.drawing().name()).stem().string() + "-highlight.svg";
+    if (file.extension() != ".svg")
+        arguments.fail("'" + file.string() + "' does not end in .svg");
+    std::error_code isUnrelated;
+    if (!session.file().empty() && std::filesystem::equivalent(file, session.file(), isUnrelated))
+        throw CommandError(file.string() + " is the drawing itself");
+    return file;
+}
+
+void writeFile(const std::filesystem::path& file, const std::string& text) {
+    std::error_code failure; // opening says it as well
+    if (file.has_parent_path())
+        std::filesystem::create_directories(file.parent_path(), failure);
+    std::ofstream out(file, std::ios::binary);
+    out << text;
+    out.close();
+    if (!out)
+        throw CommandError(file.string() + " cannot be written");
+}
+
+void show(Console& console, const Arguments& arguments) {
+    const Drawing& drawing = console.session.drawing();
+    const std::filesystem::path svg = pictureFile(console.session, arguments);
+    std::filesystem::path png = svg;
+    png.replace_extension(".png");
+    writeFile(svg, pictureOf(drawing));
+    const bool hasPng = convertToPng(svg.string(), png.string());
+    console.out << plural(highlightCount(drawing), "highlight", "highlights") << " in " << svg.string()
+                << (hasPng ? " and " + png.string() : "; no PNG, for rsvg-convert made none") << '\n';
 }
 
 // ---- several sets
 
-std::string setName(const Arguments& arguments) {
-    const std::string& name = arguments.word();
+std::string plainName(const std::string& name, const Arguments& arguments) {
     const bool isPlain = std::all_of(name.begin(), name.end(),
                                      [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; });
     if (!isPlain || name.empty())
@@ -318,7 +490,44 @@ std::string setName(const Arguments& arguments) {
     return name;
 }
 
+std::string setName(const Arguments& arguments) {
+    return plainName(arguments.word(), arguments);
+}
+
+// The words in front of the last one.
+Filter filterOf(const Arguments& arguments) {
+    std::vector<std::string> words(arguments.words().begin(), arguments.words().end() - 1);
+    const std::string kind = words.front();
+    const Arguments rest({words.begin() + 1, words.end()}, arguments.usage());
+    if (kind == "type")
+        return curvesOfType(rest.word());
+    if (kind == "block")
+        return referencesTo(rest.word());
+    if (kind == "box")
+        return inside(boxOf(rest));
+    arguments.fail("'" + kind + "' is no filter: type TYPE, block BLOCK, box X1 Y1 X2 Y2");
+}
+
+void sayTransfer(Console& console, const Transfer& done, const std::string& name, const std::string& verb) {
+    console.out << items(done.matched) << ' ' << verb << ", " << done.added << " new there; set " << name
+                << " has " << items(itemCount(console.session.set(name))) << ", set "
+                << console.session.currentName() << " has " << items(itemCount(console.session.set()))
+                << '\n';
+}
+
+void move(Console& console, const Arguments& arguments) {
+    if (arguments.count() < 2)
+        arguments.fail("a filter and a set are needed");
+    const std::string name = plainName(arguments.words().back(), arguments);
+    sayTransfer(console, console.session.moveMatching(filterOf(arguments), name), name, "moved");
+}
+
 void copy(Console& console, const Arguments& arguments) {
+    if (arguments.count() > 1) {
+        const std::string filtered = plainName(arguments.words().back(), arguments);
+        sayTransfer(console, console.session.copyMatching(filterOf(arguments), filtered), filtered, "copied");
+        return;
+    }
     const std::string name = setName(arguments);
     console.session.copyTo(name);
     console.out << "set " << name << " is a copy of set " << console.session.currentName() << ": "
@@ -350,13 +559,86 @@ void use(Console& console, const Arguments& arguments) {
     table.print(console.out, console.width);
 }
 
+// Words are NAME = SET [+|- SET].
+void assign(Console& console, const Arguments& arguments) {
+    const std::vector<std::string>& words = arguments.words();
+    if (words.size() != 3 && words.size() != 5)
+        arguments.fail("this is no expression of sets");
+    const std::string target = plainName(words[0], arguments);
+    if (words.size() == 3)
+        console.session.assign(target, words[2]);
+    else if (words[3] == "+")
+        console.session.unite(target, words[2], words[4]);
+    else if (words[3] == "-")
+        console.session.subtract(target, words[2], words[4]);
+    else
+        arguments.fail("'" + words[3] + "' is neither + nor -");
+    console.out << "set " << target << " has " << items(itemCount(console.session.set(target))) << '\n';
+}
+
+void contains(Console& console, const Arguments& arguments) {
+    const GxapSelectSet& other = console.session.set(arguments.word());
+    const bool isHeld = console.session.set().contains(&other);
+    console.out << "set " << console.session.currentName() << (isHeld ? " contains" : " does not contain")
+                << " all of set " << arguments.word() << '\n';
+}
+
+void intersects(Console& console, const Arguments& arguments) {
+    const GxapSelectSet& other = console.session.set(arguments.word());
+    const bool isMet = console.session.set().intersectedWith(&other);
+    console.out << "set " << console.session.currentName() << (isMet ? " has" : " has no")
+                << " items in common with set " << arguments.word() << '\n';
+}
+
+// ---- sets with names
+
+std::string wordsText(const SetWords& words) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%#lx %ld", static_cast<unsigned long>(words[0]), words[1]);
+    return text;
+}
+
+void save(Console& console, const Arguments& arguments) {
+    const SetWords& words = console.session.save(arguments.word());
+    console.out << "saved as " << arguments.word() << ", known as " << wordsText(words) << ": "
+                << items(itemCount(console.session.set())) << '\n';
+}
+
+void sets(Console& console, const Arguments& arguments) {
+    arguments.expectNone();
+    if (console.session.savedSets().empty()) {
+        console.out << "no set was saved\n";
+        return;
+    }
+    Table table({{"saved as"}, {"items", Table::Align::right}, {"known as"}});
+    for (const auto& [name, words] : console.session.savedSets())
+        table.add({name, std::to_string(itemCount(console.session.saved(name))), wordsText(words)});
+    table.print(console.out, console.width);
+}
+
+void recall(Console& console, const Arguments& arguments) {
+    console.session.recall(arguments.word());
+    console.out << "set " << console.session.currentName() << " is what was saved as " << arguments.word()
+                << ": " << items(itemCount(console.session.set())) << '\n';
+}
+
+void drop(Console& console, const Arguments& arguments) {
+    console.session.drop(arguments.word());
+    console.out << arguments.word() << " is dropped\n";
+}
+
 // ---- the session
 
 void echo(Console& console, const Arguments& arguments) {
     console.out << arguments.joined() << '\n';
 }
 
+// The one command whose name stands between its arguments.
+constexpr const char* kAssign = "=";
+
 std::string usageOf(const Command& command) {
+    if (command.name == std::string(kAssign))
+        return command.arguments;
     return std::string(command.name) + (*command.arguments ? " " : "") + command.arguments;
 }
 
@@ -455,7 +737,28 @@ const std::vector<Command>& commands() {
         {"count", "", "how many items the current set has", count},
         {"has", "ID", "whether the current set has items with that main id", has},
         {"clear", "", "empty the current set", clear},
-        {"copy", "NAME", "copy the current set to another one", copy},
+        {"remove-pick", "X Y [APERTURE]", "take out the entity nearest to a point", removePick},
+        {"remove-box", "X1 Y1 X2 Y2", "take out the entities wholly inside a box", removeBox},
+        {"remove-id", "ID[/ID]...", "take out all under a main id, or at the end of a path of ids", removeId},
+        {"remove-at", "POSITION", "take out one item", removeAt},
+        {"unique", "[on|off]", "whether a set refuses what it has; on: one item per main id stays", unique},
+        {"edge", "X Y [APERTURE]", "sub-select the segment of an entity nearest to a point", edge},
+        {"edges", "", "the sub-selected segments", edges},
+        {"remove-edge", "POSITION EDGE", "take a segment out of its item, with the last one the item",
+         removeEdge},
+        {"highlight", "[POSITION]...", "highlight items, or all of the current set", highlight},
+        {"highlight-edge", "X Y [APERTURE]", "highlight the segment nearest to a point", highlightEdge},
+        {"unhighlight", "[POSITION]...", "highlight items no more, or none of the current set", unhighlight},
+        {"show", "[FILE.svg]", "write the drawing with its highlights, also as PNG", show},
+        {"copy", "[FILTER] NAME", "copy the current set, or add what matches to another one", copy},
+        {"move", "FILTER NAME", "FILTER: type TYPE, block BLOCK or box X1 Y1 X2 Y2, of main ids", move},
+        {kAssign, "NAME = SET [+ SET | - SET]", "a copy, the union or the difference of sets", assign},
+        {"contains", "NAME", "whether the current set has all items of another one", contains},
+        {"intersects", "NAME", "whether the current set has any item of another one", intersects},
+        {"save", "NAME", "hand the current set to the list of named sets", save},
+        {"sets", "", "the named sets (load is for drawings, recall for these)", sets},
+        {"recall", "NAME", "make the current set what was saved under that name", recall},
+        {"drop", "NAME", "delete a named set", drop},
         {"use", "[NAME]", "make another set the current one, or list them", use},
         {"echo", "[TEXT]...", "print a text", echo},
         {"help", "[COMMAND]", "explain the commands", help},
@@ -491,6 +794,8 @@ std::vector<std::string> wordsOf(const std::string& line) {
 void runCommand(Console& console, std::vector<std::string> words) {
     if (words.empty())
         return;
+    if (words.size() > 1 && words[1] == kAssign)
+        words.insert(words.begin(), kAssign);
     const Command& command = commandOf(words.front());
     words.erase(words.begin());
     command.run(console, Arguments(std::move(words), usageOf(command)));

@@ -18,6 +18,7 @@ public:
 
     std::size_t count() const { return mWords.size(); }
     const std::vector<std::string>& words() const { return mWords; }
+    const std::string& usage() const { return mUsage; }
     // Exactly one word; at most one, else empty; none.
     const std::string& word() const;
     std::string optionalWord() const;

@@ -16,6 +16,10 @@ std::uint64_t saturatedSum(std::uint64_t a, std::uint64_t b) {
 
 } // namespace
 
+Box BlockDefinition::Content::box() const {
+    return reference ? reference->placement()(reference->block().box()) : curve->outline().box();
+}
+
 const BlockDefinition::Content* BlockDefinition::find(GxDbObjectId id) const {
     // Ids were issued in drawing order.
     const auto found =
@@ -29,15 +33,15 @@ void BlockDefinition::finish() {
     boxes.reserve(mContents.size());
     for (const Content& content : mContents) {
         const BlockReference* reference = content.reference;
-        boxes.push_back(reference ? reference->placement()(reference->block().box())
-                                  : content.curve->outline().box());
+        boxes.push_back(content.box());
         mBox.add(boxes.back());
         mCurveCount = saturatedSum(mCurveCount, reference ? reference->block().curveCount() : 1);
     }
     mTree = BoxTree(boxes);
 }
 
-Drawing::Drawing(const Scene& scene) : mName(scene.name), mPage(scene.page), mOmissions(scene.omissions) {
+Drawing::Drawing(const Scene& scene)
+    : mName(scene.name), mSource(scene.source), mPage(scene.page), mOmissions(scene.omissions) {
     // References need the definitions before these are filled.
     std::vector<std::unique_ptr<BlockDefinition>> owned;
     std::vector<BlockDefinition*> definitions;

@@ -16,6 +16,11 @@ namespace picker {
 
 class BlockDefinition;
 
+// The types of parts that paths lead to: an entity as a whole, with the gs marker of its item as index, or
+// one segment of it by its number.
+constexpr std::int32_t kWholePart = 0;
+constexpr std::int32_t kEdgePart = 2;
+
 // Segment n of the outline, counted from 1, is what gs marker n names.
 class Curve : public kvinmemory::Entity {
 public:
@@ -49,6 +54,8 @@ public:
         GxDbObjectId id;
         const Curve* curve;
         const BlockReference* reference;
+
+        Box box() const; // in the block's coordinates
     };
 
     explicit BlockDefinition(std::string name) : mName(std::move(name)) {}
@@ -80,6 +87,7 @@ public:
     explicit Drawing(const Scene& scene);
 
     const std::string& name() const { return mName; }
+    const std::string& source() const { return mSource; } // the file's text
     const Box& page() const { return mPage; }
     const std::vector<Omission>& omissions() const { return mOmissions; }
     const kvinmemory::Database& database() const { return mDatabase; }
@@ -103,6 +111,7 @@ private:
 
     kvinmemory::Database mDatabase;
     std::string mName;
+    std::string mSource;
     Box mPage;
     std::vector<Omission> mOmissions;
     std::vector<const BlockDefinition*> mBlocks;

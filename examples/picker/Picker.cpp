@@ -34,8 +34,9 @@ Box boxAround(const std::vector<Point>& corners, const Affine& transform) {
 // Goes down through the references, with a stack of its own, so that no depth of nesting is too much.
 class Picker::Walk {
 public:
-    Walk(const BlockDefinition& model, const Region* region) : mRegion(region), mPlacements{Affine()} {
-        push(model);
+    Walk(const BlockDefinition& block, const Affine& placement, const Region* region)
+        : mRegion(region), mPlacements{placement} {
+        push(block);
     }
 
     // Goes on to the next placed curve; null at the end.
@@ -101,15 +102,20 @@ private:
 };
 
 template <class Visit>
-void Picker::visitPlaced(const Region* region, Visit visit) {
-    Walk walk(mDrawing.model(), region);
+void Picker::visit(Walk& walk, Visit visitor) {
     Pick pick;
     while (const Curve* curve = walk.next(pick)) {
-        visit(*curve, pick);
+        visitor(*curve, pick);
         pick.gsMarker = -1;
         pick.crossing.reset();
     }
     mExamined = walk.examined();
+}
+
+template <class Visit>
+void Picker::visitPlaced(const Region* region, Visit visitor) {
+    Walk walk(mDrawing.model(), Affine(), region);
+    visit(walk, visitor);
 }
 
 std::optional<Pick> Picker::nearest(Point p, double aperture) {
@@ -160,6 +166,11 @@ void Picker::fence(const std::vector<Point>& fence, const Found& found) {
 
 void Picker::all(const Found& found) {
     visitPlaced(nullptr, [&](const Curve&, const Pick& pick) { found(pick); });
+}
+
+void Picker::allIn(const BlockReference& reference, const Affine& placement, const Found& found) {
+    Walk walk(reference.block(), placement * reference.placement(), nullptr);
+    visit(walk, [&](const Curve&, const Pick& pick) { found(pick); });
 }
 
 } // namespace picker

@@ -49,6 +49,9 @@ public:
     // Entities that the chain of points meets, each with the first meeting along the entity.
     void fence(const std::vector<Point>& fence, const Found& found);
     void all(const Found& found);
+    // Everything that one placed reference shows; the paths start behind the reference. The placement is that
+    // of the block in which the reference is.
+    void allIn(const BlockReference& reference, const Affine& placement, const Found& found);
 
     // How many placed entities and references the last pick had to look at.
     std::size_t examined() const { return mExamined; }
@@ -59,10 +62,13 @@ private:
 
     class Walk;
 
-    // Calls visit(curve, pick) for every placed curve near the region, or without one for all; the pick names
-    // the whole entity.
+    // Calls visitor(curve, pick) for every placed curve that the walk comes to; the pick names the whole
+    // entity.
     template <class Visit>
-    void visitPlaced(const Region* region, Visit visit);
+    void visit(Walk& walk, Visit visitor);
+    // The same for every one near the region, or without one for all.
+    template <class Visit>
+    void visitPlaced(const Region* region, Visit visitor);
 
     const Drawing& mDrawing;
     std::size_t mExamined = 0;

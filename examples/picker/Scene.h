@@ -38,6 +38,7 @@ struct Omission {
 
 struct Scene {
     std::string name;
+    std::string source;                      // the file's text
     std::vector<SceneBlock> blocks;          // the first one is the drawing itself
     std::vector<std::size_t> innermostFirst; // all blocks, each behind the blocks that it inserts
     std::vector<Omission> omissions;

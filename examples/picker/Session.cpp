@@ -2,6 +2,8 @@
 
 #include "examples/picker/SvgReader.h"
 
+#include <algorithm>
+#include <limits>
 #include <new>
 
 namespace picker {
@@ -46,6 +48,97 @@ InfoPointer infoOf(const Pick& pick) {
     return info;
 }
 
+// No pick gives this marker.
+constexpr long kDoomed = std::numeric_limits<long>::min();
+
+// What the library writes into the info of an item that stands for edges.
+constexpr std::uint32_t kEdgesInfo = 6;
+
+GxapSSetWriteAccessor& accessorOf(GxapSelectSet& set) {
+    return static_cast<GxapSSetWriteAccessor&>(set);
+}
+
+std::vector<selected_entity*> sortedRecords(const GxapSelectSet& set) {
+    std::vector<selected_entity*> records;
+    records.reserve(itemCount(set));
+    for (GxapSelectSet::ConstIterator it = set.begin(); !it.isDone(); it.step())
+        records.push_back(it.get());
+    std::sort(records.begin(), records.end());
+    return records;
+}
+
+void showRecord(const selected_entity& record, bool on) {
+    if (record.highlightSegmentArray)
+        gxutEntityGxDbFullPathHighlight(record.mainEntId, record.highlightSegmentArray, false, on);
+}
+
+// A record that an edit takes out of its set stays allocated, for somebody else may hold it. Here nobody
+// does: when the edit is over, it goes, and what it highlighted with it. Answers how many went.
+template <class Edit>
+std::uint32_t editAndRelease(GxapSSetWriteAccessor& set, Edit edit) {
+    set.writeData();
+    const std::vector<selected_entity*> before = sortedRecords(set);
+    edit();
+    const std::vector<selected_entity*> after = sortedRecords(set);
+    std::vector<selected_entity*> removed;
+    std::set_difference(before.begin(), before.end(), after.begin(), after.end(),
+                        std::back_inserter(removed));
+    for (selected_entity* record : removed) {
+        const std::unique_ptr<selected_entity> owned(record);
+        showRecord(*record, false);
+    }
+    return static_cast<std::uint32_t>(removed.size());
+}
+
+// Before the records of a set are destroyed. Those that it shares live on, and stay highlighted.
+void darken(const GxapSelectSet& set) {
+    if (set.sharedData && set.sharedData->refCount < 2)
+        set.draw(false, false);
+}
+
+// Knows the library's question about a main id as a question about the drawing.
+class FilterExcluder : public IGxapSSetEntityExcluder {
+public:
+    FilterExcluder(const BlockDefinition& model, const Filter& filter, std::set<GxDbObjectId>& matches)
+        : mModel(model), mFilter(filter), mMatches(matches) {}
+
+    bool isExcluded(GxDbObjectId mainId) override {
+        const BlockDefinition::Content* content = mModel.find(mainId);
+        if (!content || !mFilter(*content))
+            return true;
+        mMatches.insert(mainId);
+        ++mMatched;
+        return false;
+    }
+
+    std::uint32_t matched() const { return mMatched; }
+
+private:
+    const BlockDefinition& mModel;
+    const Filter& mFilter;
+    std::set<GxDbObjectId>& mMatches;
+    std::uint32_t mMatched = 0;
+};
+
+GxDbFullSubentPath partOf(const std::vector<GxDbObjectId>& ids, std::int32_t type, long index) {
+    GxDbFullSubentPath path;
+    path.objectIds().setLogicalLength(static_cast<int>(ids.size()));
+    for (std::size_t i = 0; i < ids.size(); ++i)
+        path.objectIds().at(static_cast<int>(i)) = ids[i];
+    path.subentId().type = type;
+    path.subentId().index = index;
+    return path;
+}
+
+bool hasSegment(const GxapSelectSet::ConstIterator& it, const GxDbFullSubentPath& path) {
+    const KvVector<GxDbFullSubentPath*>* segments = it.highlightSegmentArray();
+    for (int i = 0; segments && i < segments->logicalLength(); ++i) {
+        if (*segments->at(i) == path)
+            return true;
+    }
+    return false;
+}
+
 KvVector<GxDbObjectId> toVector(const std::vector<GxDbObjectId>& path) {
     KvVector<GxDbObjectId> ids;
     ids.setLogicalLength(static_cast<int>(path.size()));
@@ -60,6 +153,18 @@ std::uint32_t itemCount(const GxapSelectSet& set) {
     return set.sharedData ? set.sharedData->entityCount : 0;
 }
 
+std::vector<GxDbObjectId> pathOf(const GxapSelectSet::ConstIterator& it) {
+    const KvVector<GxDbObjectId>& nested = it.nestedEntFullPath();
+    std::vector<GxDbObjectId> ids;
+    for (int i = 0; i < nested.logicalLength(); ++i)
+        ids.push_back(nested.at(i));
+    return ids.empty() ? std::vector<GxDbObjectId>{it.mainEntId()} : ids;
+}
+
+Session::~Session() {
+    GxapSelectSetListManager::destroy();
+}
+
 std::map<std::string, GxapSelectSet> Session::freshSets() {
     std::map<std::string, GxapSelectSet> sets;
     sets.try_emplace(kFirstSet);
@@ -68,12 +173,16 @@ std::map<std::string, GxapSelectSet> Session::freshSets() {
 
 void Session::load(const std::string& file) {
     load(readSvg(file));
+    mFile = file;
 }
 
 void Session::load(const Scene& scene) {
     auto drawing = std::make_unique<const Drawing>(scene);
+    dropAll();
     mSets = freshSets();
+    mEdgePaths.clear();
     mCurrent = kFirstSet;
+    mFile.clear();
     mDrawing = std::move(drawing);
 }
 
@@ -83,8 +192,15 @@ const Drawing& Session::drawing() const {
     return *mDrawing;
 }
 
+const GxapSelectSet& Session::set(const std::string& name) const {
+    const auto found = mSets.find(name);
+    if (found == mSets.end())
+        throw CommandError("there is no set " + name);
+    return found->second;
+}
+
 GxapSSetWriteAccessor& Session::edit() {
-    return static_cast<GxapSSetWriteAccessor&>(mSets.at(mCurrent));
+    return accessorOf(mSets.at(mCurrent));
 }
 
 void Session::use(const std::string& name) {
@@ -93,7 +209,286 @@ void Session::use(const std::string& name) {
 }
 
 void Session::copyTo(const std::string& name) {
-    mSets[name] = set();
+    assign(name, mCurrent);
+}
+
+void Session::assign(const std::string& target, const std::string& source) {
+    const GxapSelectSet& from = set(source);
+    GxapSelectSet& to = mSets[target];
+    if (&to == &from)
+        return;
+    darken(to);
+    to = from;
+}
+
+void Session::unite(const std::string& target, const std::string& a, const std::string& b) {
+    const GxapSelectSet& left = set(a);
+    const GxapSelectSet& right = set(b);
+    GxapSelectSet& to = mSets[target];
+    if (&to != &left)
+        darken(to);
+    // By value, so that the target may be the second operand: the library would replace that first.
+    const GxapSelectSet rightItems = right;
+    accessorOf(to).merge(&left, &rightItems);
+}
+
+void Session::subtract(const std::string& target, const std::string& a, const std::string& b) {
+    const GxapSelectSet rightItems = set(b);
+    assign(target, a);
+    GxapSSetWriteAccessor& to = accessorOf(mSets.at(target));
+    if (itemCount(to) > 0 && itemCount(rightItems) > 0)
+        editAndRelease(to, [&] { to.minus(&to, &rightItems); });
+}
+
+Transfer Session::transfer(const Filter& filter, const std::string& target, std::set<GxDbObjectId>& mainIds) {
+    if (target == mCurrent)
+        throw CommandError("set " + target + " is the current one already");
+    FilterExcluder excluder(drawing().model(), filter, mainIds);
+    GxapSelectSet& to = mSets[target];
+    const std::uint32_t before = itemCount(to);
+    set().transfer(to, &excluder, nullptr);
+    return {excluder.matched(), itemCount(to) - before};
+}
+
+Transfer Session::copyMatching(const Filter& filter, const std::string& target) {
+    std::set<GxDbObjectId> mainIds;
+    return transfer(filter, target, mainIds);
+}
+
+Transfer Session::moveMatching(const Filter& filter, const std::string& target) {
+    std::set<GxDbObjectId> mainIds;
+    const Transfer result = transfer(filter, target, mainIds);
+    if (mainIds.empty())
+        return result;
+    editAndRelease(edit(), [&] {
+        for (const GxDbObjectId id : mainIds)
+            edit().remove(id);
+    });
+    return result;
+}
+
+// ---- edits of the current set
+
+std::uint32_t Session::removeNearest(Point p, double aperture) {
+    const std::optional<Pick> nearest = Picker(drawing()).nearest(p, aperture);
+    return nearest ? removePlaced({nearest->path}) : 0;
+}
+
+std::uint32_t Session::removeInside(const Box& box) {
+    std::set<std::vector<GxDbObjectId>> paths;
+    Picker(drawing()).window(box, [&](const Pick& pick) { paths.insert(pick.path); });
+    return removePlaced(paths);
+}
+
+std::uint32_t Session::removePath(const std::vector<GxDbObjectId>& path) {
+    if (path.size() != 1)
+        return removePlaced({path});
+    return removeIf([&](const Item& it) { return it.mainEntId() == path.front(); });
+}
+
+std::uint32_t Session::removePlaced(const std::set<std::vector<GxDbObjectId>>& paths) {
+    return removeIf([&](const Item& it) { return paths.count(pathOf(it)) > 0; });
+}
+
+void Session::expectPosition(int position) const {
+    if (static_cast<std::uint32_t>(position) >= itemCount(set()))
+        throw CommandError("set " + mCurrent + " has no item " + std::to_string(position));
+}
+
+std::uint32_t Session::removeAt(int position) {
+    expectPosition(position);
+    return removeIf([&](const Item& it) { return it.index == position; });
+}
+
+// The library removes by main id, sub id and marker, and takes the first of several items that have these in
+// common: an entity of a block in a block has them for each place that it has within the outermost reference.
+// A marker of their own makes the items that are meant the only ones.
+std::uint32_t Session::removeIf(const std::function<bool(const Item&)>& isDoomed) {
+    std::vector<int> positions;
+    for (Item it = set().begin(); !it.isDone(); it.step()) {
+        if (isDoomed(it))
+            positions.push_back(it.index);
+    }
+    if (positions.empty())
+        return 0;
+    return editAndRelease(edit(), [&] {
+        std::vector<selected_entity*> doomed;
+        auto next = positions.begin();
+        for (Item it = edit().begin(); next != positions.end(); it.step()) {
+            if (it.index != *next)
+                continue;
+            doomed.push_back(it.get());
+            ++next;
+        }
+        for (selected_entity* record : doomed)
+            record->gsMarker = kDoomed;
+        for (const selected_entity* record : doomed)
+            edit().remove(record->mainEntId, record->subEntId, kDoomed);
+    });
+}
+
+std::uint32_t Session::setUnique(bool on) {
+    if (set().sharedData && set().sharedData->unique == on)
+        return 0;
+    return editAndRelease(edit(), [&] { edit().setUnique(on); });
+}
+
+void Session::clear() {
+    darken(set());
+    edit().clear();
+}
+
+// ---- edges
+
+// The library's own way to such an item only registers the entity, with an item that takes no paths; so the
+// item is made here, and given its list.
+GxapSelectSet::Iterator Session::edgeItem(GxDbObjectId id) {
+    GxapSelectSet::Iterator it = edit().findMainSubsel(id);
+    if (!it.isDone() && !it.get()->hasSubselPaths)
+        throw CommandError(drawing().label(id) + " is in the set already, as an item without edges");
+    if (!it.isDone())
+        return it;
+    InfoPointer info = newInfo();
+    info->word0 = kEdgesInfo;
+    auto list = std::make_unique<KvVector<GxDbFullSubentPath*>>();
+    edit().select(id, GxDbObjectId::kNull, -1, info.release(), nullptr);
+    it = edit().findMainSubsel(id);
+    it.get()->subselPathArray = list.release();
+    it.get()->hasSubselPaths = true;
+    return it;
+}
+
+bool Session::addEdge(Point p, double aperture) {
+    const std::optional<Pick> nearest = Picker(drawing()).nearest(p, aperture);
+    if (!nearest)
+        return false;
+    const GxDbFullSubentPath path = partOf(nearest->path, kEdgePart, nearest->gsMarker);
+    const GxDbObjectId id = nearest->path.back();
+    if (set().findSubentPathSubsel(id, path) >= 0)
+        return false;
+    const GxapSelectSet::Iterator it = edgeItem(id);
+    if (!edit().appendSubentPathSubsel(path))
+        throw CommandError(drawing().label(id) + " takes no edges");
+    // The list holds a copy that the library never deletes.
+    const KvVector<GxDbFullSubentPath*>& paths = *it.ConstIterator::get()->subselPathArray;
+    mEdgePaths.emplace_back(paths.at(paths.logicalLength() - 1));
+    return true;
+}
+
+void Session::removeEdge(int position, int edge) {
+    expectPosition(position);
+    const selected_entity* record = set().getAt(position);
+    const int edges = record->hasSubselPaths ? record->subselPathArray->logicalLength() : 0;
+    if (edge >= edges) // the library takes the length itself for a position, and raises
+        throw CommandError("item " + std::to_string(position) + " has no edge " + std::to_string(edge));
+    const bool isHighlighted = record->highlightSegmentArray != nullptr;
+    unhighlight(position);
+    editAndRelease(edit(), [&] { edit().removeSubentPathAtSubsel(position, edge); });
+    if (isHighlighted && edges > 1)
+        highlight(position);
+}
+
+// ---- highlights
+
+void Session::highlight(int position) {
+    expectPosition(position);
+    GxapSelectSet::Iterator it = edit().iteratorAt(position);
+    highlight(it);
+}
+
+void Session::unhighlight(int position) {
+    expectPosition(position);
+    GxapSelectSet::Iterator it = edit().iteratorAt(position);
+    unhighlight(it);
+}
+
+void Session::highlightAll() {
+    for (GxapSelectSet::Iterator it = edit().begin(); !it.isDone(); it.step())
+        highlight(it);
+}
+
+void Session::unhighlightAll() {
+    for (GxapSelectSet::Iterator it = edit().begin(); !it.isDone(); it.step())
+        unhighlight(it);
+}
+
+// Entities add up what they are told, so what the item highlighted before is taken back first.
+void Session::highlight(GxapSelectSet::Iterator& it) {
+    unhighlight(it);
+    const selected_entity& record = *it.get();
+    if (record.hasSubselPaths) {
+        const KvVector<GxDbFullSubentPath*>& edges = *record.subselPathArray;
+        for (int i = 0; i < edges.logicalLength(); ++i)
+            edit().setHighlightSegment(it, edges.at(i));
+    } else {
+        const GxDbFullSubentPath whole = partOf(pathOf(it), kWholePart, it.gsMarker());
+        edit().setHighlightSegment(it, &whole);
+    }
+    set().draw(it, false, true);
+}
+
+void Session::unhighlight(GxapSelectSet::Iterator& it) {
+    set().draw(it, false, false);
+    edit().setHighlightSegment(it, nullptr);
+}
+
+std::optional<int> Session::highlightSegment(Point p, double aperture) {
+    const std::optional<Pick> nearest = Picker(drawing()).nearest(p, aperture);
+    if (!nearest)
+        return std::nullopt;
+    const bool isNested = nearest->isNested();
+    const KvVector<GxDbObjectId> path = isNested ? toVector(nearest->path) : KvVector<GxDbObjectId>();
+    const GxDbObjectId subId = isNested ? nearest->path.back() : GxDbObjectId::kNull;
+    const int position = set().sharedData ? set().find(nearest->path.front(), subId, &path) : -1;
+    if (position < 0)
+        throw CommandError(drawing().label(nearest->path.back()) + " is not in set " + mCurrent);
+    const GxDbFullSubentPath segment = partOf(nearest->path, kEdgePart, nearest->gsMarker);
+    GxapSelectSet::Iterator it = edit().iteratorAt(position);
+    if (hasSegment(it, segment))
+        return position;
+    set().draw(it, false, false);
+    edit().setHighlightSegment(it, &segment);
+    set().draw(it, false, true);
+    return position;
+}
+
+// ---- sets with names
+
+const GxapSelectSet& Session::saved(const std::string& name) const {
+    const auto found = mSaved.find(name);
+    const GxapSelectSet* set = nullptr;
+    if (found != mSaved.end())
+        set = GxapSelectSetListManager::getInstance()->list->getSSetByName(found->second.data());
+    if (!set)
+        throw CommandError("no set was saved as " + name);
+    return *set;
+}
+
+const SetWords& Session::save(const std::string& name) {
+    SetWords words{};
+    if (!GxapSelectSetListManager::getInstance()->list->addSelectSet(set(), words.data()))
+        throw std::bad_alloc();
+    if (mSaved.count(name) > 0)
+        drop(name);
+    return mSaved[name] = words;
+}
+
+void Session::recall(const std::string& name) {
+    const GxapSelectSet& source = saved(name);
+    darken(set());
+    edit().copyFrom(source);
+}
+
+void Session::drop(const std::string& name) {
+    darken(saved(name));
+    GxapSelectSetListManager::getInstance()->list->delSelectSet(mSaved.at(name).data());
+    mSaved.erase(name);
+}
+
+// The names first: they mean nothing without the list.
+void Session::dropAll() {
+    mSaved.clear();
+    GxapSelectSetListManager::destroy();
 }
 
 Tally Session::pick(Point p, double aperture) {

@@ -230,6 +230,7 @@ public:
         parse();
         collectTargets();
         mScene.name = std::filesystem::path(mName).filename().string();
+        mScene.source = mText;
         mScene.page = page();
         blockOf(mRoot);
         // Reading a block may find further ones.

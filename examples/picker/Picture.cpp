@@ -1,0 +1,189 @@
+#include "examples/picker/Picture.h"
+
+#include "examples/picker/Picker.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace picker {
+namespace {
+
+struct Highlighted {
+    GxDbObjectId main; // the entity that was told
+    kvinmemory::PathContents path;
+};
+
+// Entities count how often a part was highlighted; it is seen once.
+std::vector<Highlighted> highlightedParts(const Drawing& drawing) {
+    std::vector<Highlighted> parts;
+    const kvinmemory::Database& database = drawing.database();
+    for (std::size_t i = 0; i < database.size(); ++i) {
+        const GxDbObjectId id = database.idAt(i);
+        const kvinmemory::Entity* entity = dynamic_cast<const kvinmemory::Entity*>(database.entity(id));
+        if (!entity)
+            continue;
+        const std::size_t first = parts.size();
+        for (const kvinmemory::Entity::Highlight& highlight : entity->highlights()) {
+            const auto begin = parts.begin() + static_cast<std::ptrdiff_t>(first);
+            if (std::none_of(begin, parts.end(),
+                             [&](const Highlighted& part) { return part.path == highlight.path; }))
+                parts.push_back({id, highlight.path});
+        }
+    }
+    return parts;
+}
+
+// ---- path data
+
+// Writes outlines, each segment joined to the one before where they share a point.
+class PathData {
+public:
+    void add(const Outline& outline, const Affine& placement) {
+        for (const Outline::Segment& segment : outline.segments())
+            add(outline, segment, placement);
+        mPenAt.reset();
+    }
+
+    void add(const Outline& outline, const Outline::Segment& segment, const Affine& placement) {
+        if (mPenAt != segment.first)
+            addPoint('M', placement(outline.points()[segment.first]));
+        for (std::uint32_t i = segment.first + 1; i <= segment.last; ++i)
+            addPoint('L', placement(outline.points()[i]));
+        mPenAt = segment.last;
+    }
+
+    const std::string& text() const { return mText; }
+
+private:
+    void addPoint(char command, Point p) {
+        char text[64];
+        std::snprintf(text, sizeof text, "%c%.9g %.9g", command, p.x, p.y);
+        mText += text;
+    }
+
+    std::string mText;
+    std::optional<std::uint32_t> mPenAt; // index of the point
+};
+
+// The content at the end of a path of ids, and where it is placed.
+struct Placed {
+    const BlockDefinition::Content* content;
+    Affine placement;
+};
+
+std::optional<Placed> placed(const Drawing& drawing, const kvinmemory::BookVector<GxDbObjectId>& ids) {
+    const BlockDefinition* block = &drawing.model();
+    Placed found{nullptr, Affine()};
+    for (const GxDbObjectId id : ids) {
+        if (found.content)
+            found.placement = found.placement * found.content->reference->placement();
+        found.content = block ? block->find(id) : nullptr;
+        if (!found.content)
+            return std::nullopt;
+        block = found.content->reference ? &found.content->reference->block() : nullptr;
+    }
+    return found.content ? std::optional(found) : std::nullopt;
+}
+
+std::string pathDataOf(const Drawing& drawing, const kvinmemory::PathContents& path) {
+    const std::optional<Placed> place = placed(drawing, path.ids);
+    PathData data;
+    if (!place)
+        return "";
+    if (const BlockReference* reference = place->content->reference) {
+        Picker(drawing).allIn(*reference, place->placement, [&](const Pick& pick) {
+            data.add(drawing.curve(pick.path.back())->outline(), pick.placement);
+        });
+        return data.text();
+    }
+    const Outline& outline = place->content->curve->outline();
+    const auto segment = static_cast<std::uint64_t>(path.part.index) - 1;
+    if (path.part.type != kEdgePart)
+        data.add(outline, place->placement);
+    else if (segment < outline.segments().size())
+        data.add(outline, outline.segments()[segment], place->placement);
+    return data.text();
+}
+
+// ---- elements
+
+std::string pathText(const Drawing& drawing, const kvinmemory::BookVector<GxDbObjectId>& ids) {
+    std::string text;
+    for (const GxDbObjectId id : ids)
+        text += (text.empty() ? "" : "/") + std::to_string(drawing.database().handleOf(id));
+    return text;
+}
+
+// A style attribute wins over the file's style sheet, which a presentation attribute would not.
+std::string styleFor(const Box& page) {
+    const double size = std::max(page.high.x - page.low.x, page.high.y - page.low.y);
+    char text[200];
+    std::snprintf(text, sizeof text,
+                  "fill:none;stroke:#ff1f8f;stroke-width:%.4g;stroke-opacity:.85;stroke-linecap:round;"
+                  "stroke-linejoin:round",
+                  size / 250);
+    return text;
+}
+
+std::string elementOf(const Drawing& drawing, const Highlighted& part, const std::string& style) {
+    return "<path data-main=\"" + std::to_string(drawing.database().handleOf(part.main)) + "\" data-path=\"" +
+           pathText(drawing, part.path.ids) + "\" data-marker=\"" + std::to_string(part.path.part.index) +
+           "\" style=\"" + style + "\" d=\"" + pathDataOf(drawing, part.path) + "\"/>\n";
+}
+
+// Where the end tag of the outermost element begins: the last tag, but for comments and processing
+// instructions that may follow it.
+std::size_t endTagOf(std::string_view text) {
+    for (;;) {
+        text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
+        const bool isComment = text.size() > 3 && text.substr(text.size() - 3) == "-->";
+        const bool isInstruction = text.size() > 2 && text.substr(text.size() - 2) == "?>";
+        if (!isComment && !isInstruction)
+            return text.rfind("</");
+        text = text.substr(0, std::min(text.size() - 1, text.rfind(isComment ? "<!--" : "<?")));
+    }
+}
+
+} // namespace
+
+std::size_t highlightCount(const Drawing& drawing) {
+    return highlightedParts(drawing).size();
+}
+
+std::string pictureOf(const Drawing& drawing) {
+    const std::vector<Highlighted> parts = highlightedParts(drawing);
+    const std::size_t end = endTagOf(drawing.source());
+    if (parts.empty() || end == std::string::npos)
+        return drawing.source();
+    const std::string style = styleFor(drawing.page());
+    std::string group = "<g xmlns=\"http://www.w3.org/2000/svg\" id=\"highlight\">\n";
+    for (const Highlighted& part : parts)
+        group += elementOf(drawing, part, style);
+    std::string picture = drawing.source();
+    return picture.insert(end, group + "</g>\n");
+}
+
+bool convertToPng(const std::string& svgFile, const std::string& pngFile) {
+    constexpr const char* kSize = "1400"; // of the longer side
+    std::vector<std::string> words{
+        "rsvg-convert", "--keep-aspect-ratio", "--width", kSize, "--height", kSize, "--output", pngFile, "--",
+        svgFile};
+    std::vector<char*> arguments;
+    for (std::string& word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    pid_t child = 0;
+    if (posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0)
+        return false;
+    int status = 0;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+} // namespace picker

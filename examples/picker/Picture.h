@@ -1,0 +1,21 @@
+// The drawing with everything over it that its entities were told to highlight, as SVG and as PNG.
+#pragma once
+
+#include "examples/picker/Drawing.h"
+
+#include <string>
+
+namespace picker {
+
+// How many different parts the entities of the drawing keep highlighted.
+std::size_t highlightCount(const Drawing& drawing);
+
+// The drawing's file with one more group, g#highlight, of one path element for each highlighted part. Where
+// nothing is highlighted it is the file as it was. An element names the entity that was told (data-main), the
+// ids that lead to the part (data-path), and the marker (data-marker).
+std::string pictureOf(const Drawing& drawing);
+
+// Makes a PNG of an SVG file by the program rsvg-convert. False: that is not installed, or not content.
+bool convertToPng(const std::string& svgFile, const std::string& pngFile);
+
+} // namespace picker

@@ -175,7 +175,7 @@ TEST_F(CommandLine, CopyAndUseHandleSeveralSets) {
 TEST_F(CommandLine, NamesOfSetsArePlain) {
     EXPECT_THAT(errorOf("use a+b"), HasSubstr("letters, digits and _"));
     EXPECT_THAT(errorOf("copy \"\""), HasSubstr("letters, digits and _"));
-    EXPECT_THAT(errorOf("copy"), HasSubstr("usage: copy NAME"));
+    EXPECT_THAT(errorOf("copy"), HasSubstr("usage: copy [FILTER] NAME"));
 }
 
 TEST_F(CommandLine, InfoTellsWhatIsThereAndWhatIsNot) {

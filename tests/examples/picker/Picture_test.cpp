@@ -1,0 +1,267 @@
+// What a person sees: highlights by commands, in the entities and in the picture.
+#include "examples/picker/Picture.h"
+
+#include "examples/picker/Commands.h"
+
+#include "tests/examples/picker/Pictures.h"
+#include "tests/examples/picker/Svg.h"
+
+#include <gmock/gmock.h>
+
+#include <sstream>
+
+using namespace picker;
+using kvtest::highlightsIn;
+using kvtest::onlyPathDataIn;
+using kvtest::sceneOf;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class Highlighting : public testing::Test {
+protected:
+    Highlighting() {
+        // 1 the drawing: 2 line, 3 s, 4 t; 5 block s: 6 rect; 7 block t: 8 s.
+        session.load(
+            sceneOf("<symbol id='s'><rect width='10' height='10'/></symbol>"
+                    "<symbol id='t'><use href='#s' transform='scale(2)'/></symbol>"
+                    "<line y1='80' y2='80' x2='10'/><use href='#s'/><use href='#t' x='50' y='50'/>"));
+    }
+
+    std::string run(const std::string& line) {
+        std::ostringstream out;
+        Console console{session, out, 100};
+        runCommand(console, wordsOf(line));
+        return out.str();
+    }
+
+    std::string picture() const { return pictureOf(session.drawing()); }
+    std::string original() const { return session.drawing().source(); }
+
+    // "main path marker" of every item of a set.
+    std::multiset<std::string> itemsOf(const GxapSelectSet& set) const {
+        const kvinmemory::Database& database = session.drawing().database();
+        std::multiset<std::string> items;
+        for (auto it = set.begin(); !it.isDone(); it.step()) {
+            std::string path;
+            for (const GxDbObjectId id : pathOf(it))
+                path += (path.empty() ? "" : "/") + std::to_string(database.handleOf(id));
+            items.insert(std::to_string(database.handleOf(it.mainEntId())) + " " + path + " " +
+                         std::to_string(it.gsMarker()));
+        }
+        return items;
+    }
+
+    Session session;
+};
+
+} // namespace
+
+TEST_F(Highlighting, PictureOfNothingIsTheFile) {
+    run("all");
+    EXPECT_EQ(picture(), original());
+}
+
+TEST_F(Highlighting, PictureShowsPlainNestedAndTwiceNestedItems) {
+    run("pick 5 80");
+    run("pick 5 0");
+    run("pick 60 70");
+    EXPECT_EQ(run("highlight"), "the drawing shows 3 highlights\n");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("2 2 1", "3 3/6 1", "4 4/8/6 3"));
+    EXPECT_EQ(highlightsIn(picture()), itemsOf(session.set()));
+}
+
+TEST_F(Highlighting, PictureIsTheFileWithOneGroupMore) {
+    run("all");
+    run("highlight");
+    std::string text = picture();
+    const std::size_t begin = text.find("<g xmlns=\"http://www.w3.org/2000/svg\" id=\"highlight\">");
+    const std::size_t end = text.find("</g>\n", begin);
+    ASSERT_NE(begin, std::string::npos);
+    text.erase(begin, end + 5 - begin);
+    EXPECT_EQ(text, original());
+}
+
+TEST_F(Highlighting, PlainItemIsDrawnWhereItIs) {
+    run("pick 5 80");
+    run("highlight");
+    EXPECT_EQ(onlyPathDataIn(picture()), "M0 80L10 80");
+}
+
+TEST_F(Highlighting, TwiceNestedItemIsDrawnByItsCompoundTransform) {
+    run("id 4/8/6");
+    run("highlight");
+    EXPECT_EQ(onlyPathDataIn(picture()), "M50 50L70 50L70 70L50 70L50 50");
+}
+
+TEST_F(Highlighting, ReferenceIsDrawnWithAllThatItShows) {
+    run("id 4");
+    run("highlight");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("4 4 -1"));
+    EXPECT_EQ(onlyPathDataIn(picture()), "M50 50L70 50L70 70L50 70L50 50");
+}
+
+TEST_F(Highlighting, UnhighlightGivesTheFileBack) {
+    run("all");
+    run("highlight");
+    run("highlight-edge 60 70");
+    EXPECT_NE(picture(), original());
+    EXPECT_EQ(run("unhighlight"), "the drawing shows 0 highlights\n");
+    EXPECT_EQ(picture(), original());
+}
+
+TEST_F(Highlighting, GoesByPosition) {
+    run("all");
+    run("highlight 0 2");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("2 2 -1", "4 4/8/6 -1"));
+    run("unhighlight 0");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("4 4/8/6 -1"));
+    EXPECT_THROW(run("highlight 3"), CommandError);
+}
+
+TEST_F(Highlighting, IsInTheEntitiesOncePerItem) {
+    run("pick 5 80");
+    run("highlight");
+    run("highlight");
+    const GxDbObjectId id = session.drawing().find("2");
+    const auto* entity = dynamic_cast<const kvinmemory::Entity*>(session.drawing().database().entity(id));
+    EXPECT_EQ(entity->highlights().size(), 1u);
+}
+
+TEST_F(Highlighting, ShowsWhatEntitiesWereToldAndNotWhatTheSetSays) {
+    run("pick 5 80");
+    const GxDbObjectId id = session.drawing().find("2");
+    GxDbFullSubentPath path;
+    path.objectIds().setLogicalLength(1);
+    path.objectIds().at(0) = id;
+    path.subentId().index = 7;
+    session.drawing().database().entity(id)->highlight(path, false);
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("2 2 7"));
+}
+
+TEST_F(Highlighting, SegmentIsDrawnAlone) {
+    run("id 4/8/6");
+    EXPECT_EQ(run("highlight-edge 60 70"), "of item 0; the drawing shows 1 highlight\n");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("4 4/8/6 3"));
+    EXPECT_EQ(onlyPathDataIn(picture()), "M70 70L50 70");
+}
+
+TEST_F(Highlighting, SegmentsAddUpAndAreSeenOnce) {
+    run("id 4/8/6");
+    run("highlight-edge 60 70");
+    run("highlight-edge 70 60");
+    EXPECT_EQ(run("highlight-edge 70 60"), "of item 0; the drawing shows 2 highlights\n");
+}
+
+TEST_F(Highlighting, SegmentOfWhatIsNotInTheSetIsAnError) {
+    EXPECT_THROW(run("highlight-edge 60 70"), CommandError);
+    EXPECT_EQ(run("highlight-edge 30 30"), "nothing there; the drawing shows 0 highlights\n");
+}
+
+TEST_F(Highlighting, EdgesAreHighlightedAsSegments) {
+    run("edge 60 70");
+    run("edge 5 0");
+    run("highlight");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("6 3/6 1", "6 4/8/6 3"));
+    run("remove-edge 0 0");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("6 3/6 1"));
+    run("remove-edge 0 0");
+    EXPECT_EQ(picture(), original());
+}
+
+TEST_F(Highlighting, GoesWithTheItem) {
+    for (const std::string edit : {"clear", "remove-at 0", "remove-id 2 3 4", "unique on", "A = A - B",
+                                   "move type line C", "A = B", "recall nothing"}) {
+        run("use B");
+        run("clear");
+        run("all");
+        run("use N");
+        run("save nothing");
+        run("use A");
+        run("A = A - A");
+        run("unique off");
+        run("id 2 2 3/6");
+        run("highlight");
+        run(edit);
+        // What is left of the set is what is left of the picture.
+        std::multiset<std::string> left;
+        for (auto it = session.set().begin(); !it.isDone(); it.step()) {
+            if (it.highlightSegmentArray())
+                left.insert(std::to_string(session.drawing().database().handleOf(it.mainEntId())));
+        }
+        std::multiset<std::string> seen;
+        for (const std::string& each : highlightsIn(picture()))
+            seen.insert(each.substr(0, each.find(' ')));
+        const std::set<std::string> leftOnce(left.begin(), left.end());
+        EXPECT_EQ(std::set<std::string>(seen.begin(), seen.end()), leftOnce) << edit;
+        run("unhighlight");
+        EXPECT_EQ(picture(), original()) << edit;
+    }
+}
+
+TEST_F(Highlighting, StaysForACopyThatKeepsTheItems) {
+    run("id 2");
+    run("highlight");
+    run("copy B");
+    run("clear");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("2 2 -1"));
+    run("use B");
+    run("unhighlight");
+    EXPECT_EQ(picture(), original());
+}
+
+TEST(Picture, GroupStandsBeforeTheEndTagWhateverFollows) {
+    Session session;
+    session.load(
+        parseSvg("<svg xmlns='http://www.w3.org/2000/svg'><line x2='9'/></svg>\n<!-- </svg> -->\n<?a b?>",
+                 "test.svg"));
+    session.all();
+    session.highlightAll();
+    const std::string picture = pictureOf(session.drawing());
+    EXPECT_THAT(highlightsIn(picture), ElementsAre("2 2 -1"));
+    EXPECT_EQ(picture.substr(picture.rfind("</g>")), "</g>\n</svg>\n<!-- </svg> -->\n<?a b?>");
+}
+
+// ---- files
+
+namespace {
+
+class Showing : public Highlighting {
+protected:
+    kvtest::WorkingDirectory directory{"picker_show"};
+};
+
+} // namespace
+
+TEST_F(Showing, WritesThePictureAndItsPng) {
+    const kvtest::StandInConverter converter;
+    run("all");
+    run("highlight");
+    EXPECT_EQ(run("show to/it.svg"), "3 highlights in to/it.svg and to/it.png\n");
+    EXPECT_EQ(kvtest::textOf("to/it.svg"), picture());
+    EXPECT_EQ(kvtest::textOf("to/it.png"),
+              "--keep-aspect-ratio --width 1400 --height 1400 --output to/it.png -- to/it.svg\n");
+}
+
+TEST_F(Showing, WorksWithoutAConverter) {
+    const kvtest::ProgramDirectory empty;
+    EXPECT_EQ(run("show it.svg"), "0 highlights in it.svg; no PNG, for rsvg-convert made none\n");
+    EXPECT_EQ(kvtest::textOf("it.svg"), original());
+}
+
+TEST_F(Showing, NamesTheFileAfterTheDrawing) {
+    const kvtest::ProgramDirectory empty;
+    run("show");
+    EXPECT_EQ(kvtest::textOf("test-highlight.svg"), original());
+}
+
+TEST_F(Showing, RefusesWhatItCannotOrMustNotWrite) {
+    EXPECT_THROW(run("show it.txt"), CommandError);
+    std::ofstream("file") << "";
+    EXPECT_THROW(run("show file/it.svg"), CommandError);
+    std::ofstream("plan.svg") << original();
+    session.load("plan.svg");
+    EXPECT_THROW(run("show ./plan.svg"), CommandError);
+    EXPECT_EQ(kvtest::textOf("plan.svg"), original());
+}

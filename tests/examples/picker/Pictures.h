@@ -1,0 +1,101 @@
+// What tests of pictures need: a directory to write into, a program that makes PNGs, and an eye for what a
+// picture shows.
+#pragma once
+
+#include <pugixml.hpp>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace kvtest {
+
+inline std::string textOf(const std::string& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// A new directory that is the working one for as long as this lives, and gone afterwards.
+class WorkingDirectory {
+public:
+    explicit WorkingDirectory(const std::string& name)
+        : mBefore(std::filesystem::current_path()),
+          mPath(std::filesystem::temp_directory_path() / (name + std::to_string(getpid()))) {
+        std::filesystem::remove_all(mPath);
+        std::filesystem::create_directories(mPath);
+        std::filesystem::current_path(mPath);
+    }
+    WorkingDirectory(const WorkingDirectory&) = delete;
+    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+    ~WorkingDirectory() {
+        std::filesystem::current_path(mBefore);
+        std::filesystem::remove_all(mPath);
+    }
+
+private:
+    std::filesystem::path mBefore;
+    std::filesystem::path mPath;
+};
+
+// Lets programs be found in one directory of the working one only, for as long as this lives.
+class ProgramDirectory {
+public:
+    ProgramDirectory() : mBefore(std::getenv("PATH")) {
+        const std::filesystem::path directory = std::filesystem::current_path() / "programs";
+        std::filesystem::create_directories(directory);
+        setenv("PATH", directory.c_str(), 1);
+    }
+    ProgramDirectory(const ProgramDirectory&) = delete;
+    ProgramDirectory& operator=(const ProgramDirectory&) = delete;
+    ~ProgramDirectory() { setenv("PATH", mBefore.c_str(), 1); }
+
+private:
+    std::string mBefore;
+};
+
+// An rsvg-convert that writes its arguments into the file that it is to make, so that tests do not depend on
+// what is installed.
+class StandInConverter {
+public:
+    StandInConverter() {
+        const std::string file = "programs/rsvg-convert";
+        std::ofstream(file) << "#!/bin/sh\nall=\"$*\"\n"
+                               "while [ \"$1\" != --output ]; do shift; done\n"
+                               "echo \"$all\" > \"$2\"\n";
+        std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    }
+
+private:
+    ProgramDirectory mDirectory;
+};
+
+// "main path marker" of each element that a picture shows over the drawing.
+inline std::multiset<std::string> highlightsIn(const std::string& picture) {
+    pugi::xml_document document;
+    document.load_string(picture.c_str());
+    std::multiset<std::string> found;
+    const pugi::xml_node group = document.document_element().find_child_by_attribute("g", "id", "highlight");
+    for (const pugi::xml_node element : group.children()) {
+        found.insert(std::string(element.attribute("data-main").value()) + " " +
+                     element.attribute("data-path").value() + " " + element.attribute("data-marker").value());
+    }
+    return found;
+}
+
+// The path data of the only element that a picture shows.
+inline std::string onlyPathDataIn(const std::string& picture) {
+    pugi::xml_document document;
+    document.load_string(picture.c_str());
+    const pugi::xml_node group = document.document_element().find_child_by_attribute("g", "id", "highlight");
+    const pugi::xml_node element = group.first_child();
+    return element.next_sibling() ? "several" : element.attribute("d").value();
+}
+
+} // namespace kvtest

@@ -39,7 +39,7 @@ std::string shortNumber(double value) {
     if (std::abs(value) < kNoise)
         value = 0;
     char text[32];
-    std::snprintf(text, sizeof text, "%.6g", value);
+    (void)std::snprintf(text, sizeof text, "%.6g", value);
     return text;
 }
 
@@ -80,7 +80,7 @@ std::string crossingText(const GxapSelectedEntInfo* info) {
     if (!info || !info->getSelFenceResultInfo(crossing))
         return "-";
     char text[64];
-    std::snprintf(text, sizeof text, "segment %d at %.3f", crossing.index, crossing.param);
+    (void)std::snprintf(text, sizeof text, "segment %d at %.3f", crossing.index, crossing.param);
     return text;
 }
 
@@ -594,7 +594,7 @@ void intersects(Console& console, const Arguments& arguments) {
 
 std::string wordsText(const SetWords& words) {
     char text[64];
-    std::snprintf(text, sizeof text, "%#lx %ld", static_cast<unsigned long>(words[0]), words[1]);
+    (void)std::snprintf(text, sizeof text, "%#lx %ld", static_cast<unsigned long>(words[0]), words[1]);
     return text;
 }
 

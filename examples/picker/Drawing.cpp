@@ -83,7 +83,7 @@ const BlockReference* Drawing::reference(GxDbObjectId id) const {
 }
 
 std::string Drawing::label(GxDbObjectId id) const {
-    const std::string handle = std::to_string(mDatabase.handleOf(id));
+    std::string handle = std::to_string(mDatabase.handleOf(id));
     if (const Curve* found = curve(id))
         return handle + " " + found->type();
     if (const BlockReference* found = reference(id))

@@ -64,7 +64,7 @@ public:
 private:
     void addPoint(char command, Point p) {
         char text[64];
-        std::snprintf(text, sizeof text, "%c%.9g %.9g", command, p.x, p.y);
+        (void)std::snprintf(text, sizeof text, "%c%.9g %.9g", command, p.x, p.y);
         mText += text;
     }
 
@@ -125,10 +125,10 @@ std::string pathText(const Drawing& drawing, const kvinmemory::BookVector<GxDbOb
 std::string styleFor(const Box& page) {
     const double size = std::max(page.high.x - page.low.x, page.high.y - page.low.y);
     char text[200];
-    std::snprintf(text, sizeof text,
-                  "fill:none;stroke:#ff1f8f;stroke-width:%.4g;stroke-opacity:.85;stroke-linecap:round;"
-                  "stroke-linejoin:round",
-                  size / 250);
+    (void)std::snprintf(text, sizeof text,
+                        "fill:none;stroke:#ff1f8f;stroke-width:%.4g;stroke-opacity:.85;stroke-linecap:round;"
+                        "stroke-linejoin:round",
+                        size / 250);
     return text;
 }
 
@@ -176,6 +176,7 @@ bool convertToPng(const std::string& svgFile, const std::string& pngFile) {
         "rsvg-convert", "--keep-aspect-ratio", "--width", kSize, "--height", kSize, "--output", pngFile, "--",
         svgFile};
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

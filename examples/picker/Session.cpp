@@ -156,6 +156,7 @@ std::uint32_t itemCount(const GxapSelectSet& set) {
 std::vector<GxDbObjectId> pathOf(const GxapSelectSet::ConstIterator& it) {
     const KvVector<GxDbObjectId>& nested = it.nestedEntFullPath();
     std::vector<GxDbObjectId> ids;
+    ids.reserve(static_cast<std::size_t>(nested.logicalLength()));
     for (int i = 0; i < nested.logicalLength(); ++i)
         ids.push_back(nested.at(i));
     return ids.empty() ? std::vector<GxDbObjectId>{it.mainEntId()} : ids;

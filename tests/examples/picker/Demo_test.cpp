@@ -29,7 +29,8 @@ class Demo : public testing::Test {
 protected:
     static std::string output() {
         std::istringstream in;
-        std::ostringstream out, errors;
+        std::ostringstream out;
+        std::ostringstream errors;
         const int status = runProgram({kDemoDirectory + "/office.svg", "-f", kDemoDirectory + "/demo.txt"},
                                       in, {out, errors, 100}, false);
         EXPECT_EQ(status, 0);

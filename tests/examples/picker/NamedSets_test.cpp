@@ -9,7 +9,6 @@
 
 using namespace picker;
 using kvtest::sceneOf;
-using testing::HasSubstr;
 using testing::MatchesRegex;
 
 namespace {

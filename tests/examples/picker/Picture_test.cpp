@@ -15,7 +15,6 @@ using kvtest::highlightsIn;
 using kvtest::onlyPathDataIn;
 using kvtest::sceneOf;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -76,7 +75,7 @@ TEST_F(Highlighting, PictureIsTheFileWithOneGroupMore) {
     run("all");
     run("highlight");
     std::string text = picture();
-    const std::size_t begin = text.find("<g xmlns=\"http://www.w3.org/2000/svg\" id=\"highlight\">");
+    const std::size_t begin = text.find(R"(<g xmlns="http://www.w3.org/2000/svg" id="highlight">)");
     const std::size_t end = text.find("</g>\n", begin);
     ASSERT_NE(begin, std::string::npos);
     text.erase(begin, end + 5 - begin);

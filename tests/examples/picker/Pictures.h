@@ -47,7 +47,9 @@ private:
 // Lets programs be found in one directory of the working one only, for as long as this lives.
 class ProgramDirectory {
 public:
-    ProgramDirectory() : mBefore(std::getenv("PATH")) {
+    ProgramDirectory() {
+        if (const char* path = std::getenv("PATH"))
+            mBefore = path;
         const std::filesystem::path directory = std::filesystem::current_path() / "programs";
         std::filesystem::create_directories(directory);
         setenv("PATH", directory.c_str(), 1);

@@ -10,10 +10,11 @@
 // iterators that the accessor hands out afterwards are good until the next such step. Adding never moves a
 // record; removing adjusts no iterator.
 //
-// Bad arguments throw nothing: edits return false or do nothing. Out of memory is KvErrorStatus 6 or
-// std::bad_alloc and leaves the set as it was or, for operations that edit item by item, with whole items
-// done. Arguments may be references into this very set. Costs: n is the number of items, p = n / 4096 the
-// number of pages; the O(n) of a copy-on-write comes on top where the data is shared.
+// Bad arguments throw nothing: edits return false or do nothing. Two things alone throw beside that, and say
+// so: an iterator left on an item that was removed, and a path index of just the number of paths. Out of
+// memory is KvErrorStatus 6 or std::bad_alloc and leaves the set as it was or, for operations that edit item
+// by item, with whole items done. Arguments may be references into this very set. Costs: n is the number of
+// items, p = n / 4096 the number of pages; the O(n) of a copy-on-write comes on top where the data is shared.
 //
 // Thread safety: one thread at a time.
 class KVSELECTCONTEXT_API GxapSSetWriteAccessor : public GxapSelectSet {
@@ -78,19 +79,26 @@ public:
     bool remove(const GxDbObjectId& mainId, const GxDbObjectId& subId);
     bool remove(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker);
 
-    // Takes out the iterator's item, or the one at `index`, by its three keys. `it` then stands on the item
-    // before, or where it was when there is none. False when done or out of range.
+    // Takes out the iterator's item, or the one at `index`, by its three keys: where several items have the
+    // same three, the first of them in the index goes. `it` then stands on the item before, or where it was
+    // when there is none; where shared data was copied for the removal it is disabled, as all iterators are.
+    // False when done or out of range; KvExceptionWithMsg "Error access KvTrucker" for an iterator left on an
+    // item that was removed. Cost of the three-key remove(), and of getAt() for an index.
     bool removeAt(Iterator& it);
     bool removeAt(int index);
 
     // Makes this set the union of a and b, or a without the items of b (by their exact three keys). Null
-    // operands count as empty; either may be this set. Data is shared where nothing has to be changed.
-    // O(items of b * log n).
+    // operands count as empty. Data is shared where nothing has to be changed. O(items of b * log n).
+    //
+    // A union has a's items as they are and then those of b that append() takes; it is `unique` if either
+    // is, and in nested mode if either is; where one operand is empty it shares the other's data, flags and
+    // all. Operands may be this set, but `a` takes its place first: merge(&a, this) gives a's items alone
+    // (twice where no set is unique), minus(&a, this) takes every item away that the index knows.
     void merge(const GxapSelectSet* a, const GxapSelectSet* b);
     void minus(const GxapSelectSet* a, const GxapSelectSet* b);
 
-    // Sets the flag; switching it on keeps the first item of each main id only. O(n log n) for that, else
-    // O(1).
+    // Sets the flag; switching it on keeps the first item of each main id only, and leaves the records of the
+    // others unreleased. O(n log n) for that, else O(1).
     void setUnique(bool on);
 
     // The first item of `id`, whatever its other keys; end() for a null or absent id; done at once on an
@@ -98,8 +106,9 @@ public:
     Iterator findMainSubsel(const GxDbObjectId& id);
 
     // Adds a copy of the path to the sub-selection of the item of the path's last id. An entity that the set
-    // does not hold is added as a plain item, marked by an info whose first word is 6; the path itself is not
-    // kept then. False for a path without ids, an invalid last id, and an item that is no sub-selection.
+    // does not hold is added as a plain item, marked by an info whose first word is 6; the path's copy is
+    // left unreleased then, and belongs to nobody. False for a path without ids, an invalid last id, and an
+    // item that is no sub-selection.
     bool appendSubentPathSubsel(const GxDbFullSubentPath& path);
 
     // Takes a path out of its item's sub-selection, by value or by position, and the item itself with its

@@ -10,9 +10,9 @@
 // most one entity is open at a time.
 //
 // An id that does not open as an entity (erased, invalid, no entity) is skipped silently. A null or empty
-// list draws nothing; a null element is skipped. For the time of the loop the drawing is one more owner of
-// the list and of its paths, so that an entity may clear the segments from within the call. The paths stay
-// the caller's.
+// list draws nothing; a null element is skipped. For the time of the call the drawing is one more owner of
+// the list and of its paths, so that opening or highlighting an entity may clear the segments; what is added
+// to them meanwhile is not drawn. The paths stay the caller's.
 //
 // Throws what the entity throws, and std::bad_alloc. O(paths). Belongs to the thread that uses the database.
 KVSELECTCONTEXT_API void gxutEntityGxDbFullPathHighlight(const GxDbObjectId& id,

@@ -300,7 +300,8 @@ public:
     // log n).
     void transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* excluder, GxapSelectSet* excludedOut) const;
 
-    // The position of `path` in the sub-selection of the item of `id`, or -1. O(find + paths).
+    // The position of `path` in the sub-selection of the item of `id`, or -1. Makes the list's block private,
+    // also in shared data: not for several readers at once. O(find + paths).
     int findSubentPathSubsel(const GxDbObjectId& id, const GxDbFullSubentPath& path) const;
 
     // Copies the path at `pathIndex` of the sub-selection of the item at `entityIndex` out. False for bad

@@ -26,8 +26,9 @@ public:
     // Destroys every set, newest first. O(sets).
     ~GxapSelectSetList();
 
-    // A new empty set and its name. Null, with list and name as they were, when _kvMalloc has no memory.
-    // O(1).
+    // A new empty set and its name. Null, with list and name as they were, when _kvMalloc has no memory. With
+    // list and word 0 as they were, too, std::bad_alloc or KvErrorStatus 6 where other memory is out, and
+    // what gxdbInitGdsNameKey throws. O(1).
     GxapSelectSet* newSelectSet(long* name);
 
     // A new set that shares the data of `src`. As newSelectSet.

@@ -1,4 +1,4 @@
-// Ownership of entity infos, which live in memory from _kvMalloc.
+// Ownership of what lives in memory from _kvMalloc: raw memory, and entity infos.
 #pragma once
 
 #include "base/KvRaise.h"
@@ -8,6 +8,12 @@
 #include <new>
 
 namespace kvdetail {
+
+struct MemoryDeleter {
+    void operator()(void* memory) const noexcept { _kvFree(memory); }
+};
+
+using OwnedMemory = std::unique_ptr<void, MemoryDeleter>;
 
 struct InfoDeleter {
     void operator()(GxapSelectedEntInfo* info) const noexcept {
@@ -21,10 +27,7 @@ using OwnedInfo = std::unique_ptr<GxapSelectedEntInfo, InfoDeleter>;
 // An info made in memory from _kvMalloc. KvErrorStatus 6 when there is none.
 template <class... Arguments>
 OwnedInfo makeInfo(const Arguments&... arguments) {
-    struct MemoryDeleter {
-        void operator()(void* memory) const noexcept { _kvFree(memory); }
-    };
-    std::unique_ptr<void, MemoryDeleter> memory(_kvMalloc(sizeof(GxapSelectedEntInfo)));
+    OwnedMemory memory(_kvMalloc(sizeof(GxapSelectedEntInfo)));
     if (!memory)
         raiseStatus(kStatusOutOfMemory);
     OwnedInfo info(new (memory.get()) GxapSelectedEntInfo(arguments...));

@@ -15,8 +15,8 @@ namespace kvdetail {
 //  1. A path without an entry has one owner.
 //  2. A path with an entry of n has n + 1 owners.
 //
-// Thread safety: every function may be called from any thread. A lock guards the look-up alone; it is not
-// taken while no path is shared at all.
+// Thread safety: every function may be called from any thread. A lock guards the table alone; giving paths up
+// does not take it while no path is shared at all.
 
 // Makes the caller one more owner of every path of the list; null elements are skipped. All or, with
 // std::bad_alloc, none. O(paths log shared paths).

@@ -6,27 +6,30 @@
 
 namespace {
 
-// One more owner of a list and of its paths for the time of a drawing.
+// One more owner of a list and of its paths for the time of a drawing: what opening or highlighting an entity
+// sets off may clear the segments that are drawn.
 class HeldPaths {
 public:
-    explicit HeldPaths(const KvVector<GxDbFullSubentPath*>& paths) : mPaths(paths) {
-        kvdetail::addPathOwners(mPaths);
+    explicit HeldPaths(const KvVector<GxDbFullSubentPath*>* paths) {
+        if (!paths)
+            return;
+        kvdetail::addPathOwners(*paths);
+        mPaths = *paths;
     }
     HeldPaths(const HeldPaths&) = delete;
     HeldPaths& operator=(const HeldPaths&) = delete;
     ~HeldPaths() { kvdetail::dropPathOwners(mPaths); }
 
-    const KvVector<GxDbFullSubentPath*>& paths() const { return mPaths; }
+    const KvVector<GxDbFullSubentPath*>& operator*() const { return mPaths; }
 
 private:
-    const KvVector<GxDbFullSubentPath*> mPaths;
+    KvVector<GxDbFullSubentPath*> mPaths;
 };
 
 void drawPaths(const GxDbEntity& entity, const KvVector<GxDbFullSubentPath*>& paths, bool entityFlag,
                bool highlight) {
-    const HeldPaths held(paths);
-    for (int i = 0; i < held.paths().logicalLength(); ++i) {
-        const GxDbFullSubentPath* const path = held.paths().at(i);
+    for (int i = 0; i < paths.logicalLength(); ++i) {
+        const GxDbFullSubentPath* const path = paths.at(i);
         if (!path)
             continue;
         if (highlight)
@@ -40,10 +43,11 @@ void drawPaths(const GxDbEntity& entity, const KvVector<GxDbFullSubentPath*>& pa
 
 void gxutEntityGxDbFullPathHighlight(const GxDbObjectId& id, const KvVector<GxDbFullSubentPath*>* paths,
                                      bool entityFlag, bool highlight) {
+    const HeldPaths held(paths);
     GxDbObjectPointerBase<GxDbEntity> entity;
     const GxErrorStatus opened = entity.open(id, GxDb::kForRead, false);
-    if (opened == eOk && entity.mObject && paths && paths->logicalLength() > 0)
-        drawPaths(*entity.mObject, *paths, entityFlag, highlight);
+    if (opened == eOk && entity.mObject)
+        drawPaths(*entity.mObject, *held, entityFlag, highlight);
     // Here, and not in the destructor, so that what closing throws reaches the caller.
     entity.closeInternal();
 }

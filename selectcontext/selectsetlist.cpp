@@ -4,6 +4,7 @@
 #include "selectcontext/GxapSSListSmartPtr.h"
 #include "selectcontext/GxapSelectSetList.h"
 #include "selectcontext/GxapSelectSetListManager.h"
+#include "selectcontext/OwnedInfo.h"
 
 #include <algorithm>
 #include <memory>
@@ -11,10 +12,6 @@
 #include <utility>
 
 namespace {
-
-struct MemoryDeleter {
-    void operator()(void* memory) const noexcept { _kvFree(memory); }
-};
 
 struct SetDeleter {
     void operator()(GxapSelectSet* set) const noexcept {
@@ -26,7 +23,7 @@ using OwnedSet = std::unique_ptr<GxapSelectSet, SetDeleter>;
 
 // An empty set in memory from _kvMalloc, or null where there is none.
 OwnedSet makeSet() {
-    std::unique_ptr<void, MemoryDeleter> memory(_kvMalloc(sizeof(GxapSelectSet)));
+    kvdetail::OwnedMemory memory(_kvMalloc(sizeof(GxapSelectSet)));
     if (!memory)
         return nullptr;
     OwnedSet set(new (memory.get()) GxapSelectSet(false));
@@ -44,6 +41,35 @@ std::list<GxapSelectSet*>::iterator findByName(std::list<GxapSelectSet*>& sets, 
                         [name](const GxapSelectSet* set) { return name && firstWord(set) == name[0]; });
 }
 
+// Puts a set at the front of a list and its address into a name; both are as they were where keep() is not
+// reached.
+class Listing {
+public:
+    Listing(std::list<GxapSelectSet*>& sets, OwnedSet set, long* name)
+        : mSets(sets), mSet(set.get()), mName(name), mOldWord(name[0]) {
+        mSets.push_front(mSet);
+        set.release();
+        mName[0] = firstWord(mSet);
+    }
+    Listing(const Listing&) = delete;
+    Listing& operator=(const Listing&) = delete;
+    ~Listing() {
+        if (!mSet)
+            return;
+        mSets.remove(mSet);
+        mName[0] = mOldWord;
+        OwnedSet(mSet).reset();
+    }
+
+    GxapSelectSet* keep() { return std::exchange(mSet, nullptr); }
+
+private:
+    std::list<GxapSelectSet*>& mSets;
+    GxapSelectSet* mSet;
+    long* const mName;
+    const long mOldWord;
+};
+
 } // namespace
 
 GxapSelectSetList::GxapSelectSetList() = default;
@@ -59,11 +85,9 @@ GxapSelectSet* GxapSelectSetList::newSelectSet(long* name) {
     OwnedSet set = makeSet();
     if (!set)
         return nullptr;
-    sets.push_front(set.get());
-    name[0] = firstWord(set.get());
-    GxapSelectSet* const listed = set.release();
+    Listing listing(sets, std::move(set), name);
     gxdbInitGdsNameKey(name);
-    return listed;
+    return listing.keep();
 }
 
 GxapSelectSet* GxapSelectSetList::addSelectSet(const GxapSelectSet& src, long* name) {

@@ -253,9 +253,9 @@ bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
         return true;
 
     --it.index;
+    // An iterator that the registry does not know is still positioned in the data that was let go.
     if (it.set == this && sharedData != held)
-        it.disable(); // also where the registry did not know it: the position is one in the data that was let
-                      // go
+        it.disable();
     else
         *it.truckerIterator = before;
     return true;
@@ -296,7 +296,6 @@ private:
 // nor removing destroys a record.
 std::vector<const selected_entity*> recordsOf(const GxapSelectSet::SSetData& data) {
     std::vector<const selected_entity*> records;
-    records.reserve(data.entityCount);
     kvdetail::forEachOccupied(*data.entities, [&records](const Store::Slot* slot) {
         if (slot->value)
             records.push_back(slot->value);
@@ -388,16 +387,6 @@ void GxapSelectSet::transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* exc
     }
 }
 
-namespace {
-
-// A slot that goes, with its page.
-struct DoomedSlot {
-    Store::Slot* slot;
-    Store::Page* page;
-};
-
-} // namespace
-
 // What needs memory comes before the first change of what is held.
 void GxapSSetWriteAccessor::setUnique(bool on) {
     const SSetData& held = kvdetail::dataOf(*this);
@@ -410,24 +399,26 @@ void GxapSSetWriteAccessor::setUnique(bool on) {
     }
 
     SSetData::DataMap kept;
-    std::vector<DoomedSlot> doomed;
-    for (Store::Page* page = data.entities->head; page; page = page->next) {
-        for (Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
-            if (slot->free || !slot->value)
-                continue;
+    std::uint32_t staying = 0; // counts slots without a record, too
+    std::vector<Store::Slot*> doomed;
+    kvdetail::forEachOccupied(*data.entities, [&](Store::Slot* slot) {
+        if (slot->value) {
             const GxDbObjectId& id = slot->value->mainEntId;
             const auto place = kept.lower_bound(id);
-            if (place != kept.end() && !(id < place->first))
-                doomed.push_back({slot, page});
-            else
-                kept.emplace_hint(place, id, kvdetail::slotAddress(slot));
+            if (place != kept.end() && !(id < place->first)) {
+                doomed.push_back(slot);
+                return;
+            }
+            kept.emplace_hint(place, id, kvdetail::slotAddress(slot));
         }
-    }
+        ++staying;
+    });
     data.unique = true;
     data.dataMap.swap(kept);
-    data.entityCount = static_cast<std::uint32_t>(data.dataMap.size());
-    for (const DoomedSlot& d : doomed)
-        data.entities->removeSlot(d.slot, d.page, true);
+    data.entityCount = staying;
+    // A slot's page is looked for anew each time: removing may free it.
+    for (Store::Slot* slot : doomed)
+        data.entities->removeSlot(slot, data.entities->pageOf(slot), true);
 }
 
 namespace {

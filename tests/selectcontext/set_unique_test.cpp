@@ -235,6 +235,7 @@ TEST_F(SetUniqueOn, PassesOverNullRecords) {
     edit(s.set).setUnique(true);
     EXPECT_EQ(items(s.set), (Items{{1, 2}, {2}}));
     EXPECT_EQ(s.data().dataMap.size(), 2u);
+    EXPECT_EQ(s.data().entityCount, 3u) << "the slot without a record is still occupied";
 }
 
 TEST_F(SetUniqueOn, StopsWhereTheSetCountsAsEmpty) {

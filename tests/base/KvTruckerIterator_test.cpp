@@ -397,6 +397,26 @@ TEST_F(KvTruckerIteratorTest, RemoveAtAnOldEndDoesNothing) {
     EXPECT_TRUE(invariants(store));
 }
 
+TEST_F(KvTruckerIteratorTest, RemoveAtAnElementOfAnotherStoreDoesNothing) {
+    fillWith(3);
+    SmallStore other;
+    fill(other, 5);
+    for (const int index : {1, 4}) { // the last one has a page of its own
+        SmallStore::iterator it = other.iteratorAt(index);
+        const SmallStore::iterator before = it;
+        store.removeAt(it);
+        EXPECT_EQ(it.trucker, before.trucker);
+        EXPECT_EQ(it.page, before.page);
+        EXPECT_EQ(it.slot, before.slot);
+        EXPECT_EQ(it.position, before.position);
+    }
+    EXPECT_THAT(valuesOf(other), ElementsAre(0, 1, 2, 3, 4));
+    EXPECT_THAT(valuesOf(store), ElementsAre(0, 1, 2));
+    EXPECT_TRUE(invariants(store));
+    EXPECT_TRUE(invariants(other));
+    other.freeAllPages();
+}
+
 TEST_F(KvTruckerIteratorTest, RemoveAtWithoutPageOrSlotDoesNothing) {
     fillWith(4);
     SmallStore::iterator it = store.iteratorAt(1);

@@ -762,6 +762,33 @@ TEST_F(KvVectorMemory, DelegatedStorageOfABlockWithoutCapacityIsNotFreed) {
     EXPECT_EQ(kvinmemory::foreignFrees(), 0);
 }
 
+TEST_F(KvVectorMemory, DefaultStorageOfABlockWithoutCapacityIsFreed) {
+    IntVector vector;
+    vector.data._release();
+    const long news = kvtest::liveNewBlocks();
+    auto* block = static_cast<KvVectorBlock*>(_kvMalloc(sizeof(KvVectorBlock)));
+    vector.data.block = new (block) KvVectorBlock{{1}, 0, 0, 8, new int[2]};
+    ASSERT_EQ(kvtest::liveNewBlocks(), news + 1);
+    vector.data._release();
+    EXPECT_EQ(vector.data.block, nullptr);
+    EXPECT_EQ(kvtest::liveNewBlocks(), news);
+    EXPECT_EQ(kvinmemory::liveBlocks(), 0);
+}
+
+TEST_F(KvVectorMemory, DefaultStorageOfABlockWithoutCapacityIsFreedWhenTheVectorGrows) {
+    const long news = kvtest::liveNewBlocks();
+    {
+        IntVector vector;
+        vector.data._release();
+        auto* block = static_cast<KvVectorBlock*>(_kvMalloc(sizeof(KvVectorBlock)));
+        vector.data.block = new (block) KvVectorBlock{{1}, 0, 0, 8, new int[2]};
+        vector.setLogicalLength(1);
+        EXPECT_EQ(kvtest::liveNewBlocks(), news + 1);
+    }
+    EXPECT_EQ(kvtest::liveNewBlocks(), news);
+    EXPECT_EQ(kvinmemory::liveBlocks(), 0);
+}
+
 TEST_F(KvVectorMemory, CopyOfASharedBlockAllocatesOnce) {
     IdVector vector = filled<IdVector>(3);
     const IdVector other(vector);

@@ -79,7 +79,9 @@ static_assert(offsetof(Store::iterator, page) == 8);
 static_assert(offsetof(Store::iterator, pageEnd) == 16);
 static_assert(offsetof(Store::iterator, slot) == 24);
 static_assert(offsetof(Store::iterator, position) == 32);
+static_assert(offsetof(Store::iterator, epoch) == 36);
 static_assert(std::is_same_v<decltype(Store::iterator::position), std::uint32_t>);
+static_assert(std::is_same_v<decltype(Store::iterator::epoch), std::uint32_t>);
 static_assert(std::is_same_v<decltype(Store::Page::liveCount), std::uint32_t>);
 static_assert(!std::is_copy_constructible_v<Store> && !std::is_copy_assignable_v<Store>);
 

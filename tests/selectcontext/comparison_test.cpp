@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <sys/mman.h>
 #include <utility>
 
 namespace {
@@ -28,6 +30,27 @@ bool contains(const SetOf& s, const SetOf& other) {
 bool intersected(const SetOf& s, const SetOf& other) {
     return s.set.intersectedWith(&other.set);
 }
+
+// Puts a record into a slot that nobody can read: whoever looks at it ends the program.
+class UnreadableRecord {
+public:
+    UnreadableRecord(const SetOf& s, std::size_t position)
+        : mMemory(mmap(nullptr, sizeof(selected_entity), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)),
+          mSlot(kvtest::occupiedSlots(s.data()).at(position)), mRecord(mSlot->value) {
+        mSlot->value = static_cast<selected_entity*>(mMemory);
+    }
+    UnreadableRecord(const UnreadableRecord&) = delete;
+    UnreadableRecord& operator=(const UnreadableRecord&) = delete;
+    ~UnreadableRecord() {
+        mSlot->value = mRecord;
+        munmap(mMemory, sizeof(selected_entity));
+    }
+
+private:
+    void* const mMemory;
+    kvtest::Store::Slot* const mSlot;
+    selected_entity* const mRecord;
+};
 
 // --- contains
 
@@ -69,6 +92,12 @@ TEST_F(Contains, NoNullSet) {
 TEST_F(Contains, CountsNoDuplicates) {
     const SetOf once{{1}, {2}}, twice({{1}, {1}, {1}}, Unique::kOff);
     EXPECT_TRUE(contains(once, twice));
+}
+
+TEST_F(Contains, StopsAtTheFirstItemThatIsMissing) {
+    const SetOf s{{1}, {2}}, other{{1}, {9}, {2}};
+    const UnreadableRecord behind(other, 2);
+    EXPECT_FALSE(contains(s, other));
 }
 
 TEST_F(Contains, AcrossPages) {
@@ -113,6 +142,12 @@ TEST_F(IntersectedWith, NoNullSet) {
     const SetOf s{{1}}, empty;
     EXPECT_FALSE(s.set.intersectedWith(nullptr));
     EXPECT_FALSE(empty.set.intersectedWith(nullptr));
+}
+
+TEST_F(IntersectedWith, StopsAtTheFirstItemInCommon) {
+    const SetOf s{{1}, {2}}, other{{9}, {1}, {2}};
+    const UnreadableRecord behind(other, 2);
+    EXPECT_TRUE(intersected(s, other));
 }
 
 TEST_F(IntersectedWith, AnItemOfALaterPage) {

@@ -136,6 +136,8 @@ static_assert(offsetof(Store::iterator, page) == 8);
 static_assert(offsetof(Store::iterator, pageEnd) == 16);
 static_assert(offsetof(Store::iterator, slot) == 24);
 static_assert(offsetof(Store::iterator, position) == 32);
+static_assert(offsetof(Store::iterator, epoch) == 36);
+static_assert(kSame<decltype(Store::iterator::epoch), std::uint32_t>);
 
 // ---- GxapSelectSet and its accessor
 using Registry = GxArray<ConstIterator*, GxArrayMemCopyReallocator<ConstIterator*>>;
@@ -211,6 +213,48 @@ using Path = const IdPath*;
 [[maybe_unused]] constexpr SSetData* (SSetData::*kClone)() const = &SSetData::clone;
 [[maybe_unused]] constexpr void (SSetData::*kAddRef)() const = &SSetData::addRef;
 [[maybe_unused]] constexpr void (SSetData::*kDelRef)() const = &SSetData::delRef;
+
+// The editing interface, member by member; the overloaded ones are picked by their types.
+using Accessor = GxapSSetWriteAccessor;
+template <class Member>
+constexpr bool has(Member) {
+    return true;
+}
+static_assert(kSame<decltype(&Accessor::writeData), SSetData* (Accessor::*)()>);
+static_assert(kSame<decltype(&Accessor::updateDataMap), void (Accessor::*)()>);
+static_assert(kSame<decltype(&Accessor::clear), void (Accessor::*)()>);
+static_assert(kSame<decltype(&Accessor::copyFrom), Accessor& (Accessor::*)(const GxapSelectSet&)>);
+static_assert(kSame<decltype(&Accessor::getAt), selected_entity** (Accessor::*)(int)>);
+static_assert(has<Iterator (Accessor::*)(Id)>(&Accessor::findItr));
+static_assert(has<Iterator (Accessor::*)(Id, Id)>(&Accessor::findItr));
+static_assert(has<Iterator (Accessor::*)(Id, Id, long)>(&Accessor::findItr));
+static_assert(kSame<decltype(&Accessor::findMain), Iterator (Accessor::*)(Id)>);
+static_assert(kSame<decltype(&Accessor::iteratorAt), Iterator (Accessor::*)(int)>);
+static_assert(kSame<decltype(&Accessor::begin), Iterator (Accessor::*)()>);
+static_assert(kSame<decltype(&Accessor::end), Iterator (Accessor::*)()>);
+static_assert(kSame<decltype(&Accessor::setSelectByNestedMode), void (Accessor::*)(bool)>);
+static_assert(kSame<decltype(&Accessor::setHighlightSegment),
+                    void (Accessor::*)(Iterator&, const GxDbFullSubentPath*)>);
+static_assert(
+    kSame<decltype(&Accessor::select), void (Accessor::*)(Id, Id, long, GxapSelectedEntInfo*, Path)>);
+static_assert(has<void (Accessor::*)(Id, Id)>(&Accessor::append));
+static_assert(has<bool (Accessor::*)(const selected_entity*)>(&Accessor::append));
+static_assert(has<bool (Accessor::*)(Id)>(&Accessor::remove));
+static_assert(has<bool (Accessor::*)(Id, Id)>(&Accessor::remove));
+static_assert(has<bool (Accessor::*)(Id, Id, long)>(&Accessor::remove));
+static_assert(has<bool (Accessor::*)(Iterator&)>(&Accessor::removeAt));
+static_assert(has<bool (Accessor::*)(int)>(&Accessor::removeAt));
+static_assert(
+    kSame<decltype(&Accessor::merge), void (Accessor::*)(const GxapSelectSet*, const GxapSelectSet*)>);
+static_assert(
+    kSame<decltype(&Accessor::minus), void (Accessor::*)(const GxapSelectSet*, const GxapSelectSet*)>);
+static_assert(kSame<decltype(&Accessor::setUnique), void (Accessor::*)(bool)>);
+static_assert(kSame<decltype(&Accessor::findMainSubsel), Iterator (Accessor::*)(Id)>);
+static_assert(
+    kSame<decltype(&Accessor::appendSubentPathSubsel), bool (Accessor::*)(const GxDbFullSubentPath&)>);
+static_assert(
+    kSame<decltype(&Accessor::removeSubentPathSubsel), bool (Accessor::*)(const GxDbFullSubentPath&)>);
+static_assert(kSame<decltype(&Accessor::removeSubentPathAtSubsel), bool (Accessor::*)(int, int)>);
 
 } // namespace
 

@@ -178,6 +178,36 @@ TEST_F(RemoveMain, CopiesSharedData) {
     EXPECT_EQ(leftRecords({&s.set, &sharer, &original.set}), 2u);
 }
 
+// A copy passes over the slot and does not index it.
+TEST_F(RemoveMain, CopiesSharedDataAlsoWhereTheCopyHoldsNothingOfTheEntity) {
+    SetOf s{{1}, {2}};
+    const auto taken = kvtest::takeRecordOut(s.set, 0);
+    const GxapSelectSet sharer(s.set);
+    EXPECT_FALSE(edit(s.set).remove(id(1)));
+    EXPECT_FALSE(shareData(s.set, sharer));
+    EXPECT_EQ(items(s.set), plainItems(2, 1));
+    EXPECT_EQ(sharer.sharedData->dataMap.count(id(1)), 1u);
+}
+
+TEST_F(RemoveMain, OfAnEntryWithoutASlotCopiesSharedData) {
+    SetOf s{{2}};
+    s.data().dataMap.emplace(id(1), 0);
+    const GxapSelectSet sharer(s.set);
+    EXPECT_FALSE(edit(s.set).remove(id(1)));
+    EXPECT_FALSE(shareData(s.set, sharer));
+    EXPECT_EQ(count(s.set), 1u);
+}
+
+TEST_F(RemoveMain, WhereTheCountIsZeroCopiesNothing) {
+    SetOf s{{1}};
+    s.data().entityCount = 0;
+    const GxapSelectSet sharer(s.set);
+    EXPECT_FALSE(edit(s.set).remove(id(1)));
+    EXPECT_FALSE(edit(s.set).remove(id(1), kNoId));
+    EXPECT_FALSE(edit(s.set).remove(id(1), kNoId, -1));
+    EXPECT_TRUE(shareData(s.set, sharer));
+}
+
 TEST_F(RemoveMain, ComparesIdsAsThePlatformDoes) {
     kvinmemory::makeEqual(id(1), id(2));
     SetOf s{{1}, {3}, {2, 1}};
@@ -399,6 +429,19 @@ TEST_F(RemoveMainSub, DropsAnEntryWithoutASlotUncounted) {
     EXPECT_TRUE(edit(s.set).remove(id(1), id(2)));
     EXPECT_EQ(count(s.set), 1u);
     EXPECT_TRUE(invariants(s.set));
+}
+
+TEST_F(RemoveMainSub, OfAnEntryWithoutARecordCopiesNothing) {
+    SetOf s{{1}, {2}};
+    s.data().dataMap.emplace(id(3), 0);
+    const auto taken = kvtest::takeRecordOut(s.set, 0);
+    const GxapSelectSet sharer(s.set);
+    for (const unsigned long n : {1ul, 3ul}) {
+        EXPECT_FALSE(edit(s.set).remove(id(n), kNoId));
+        EXPECT_FALSE(edit(s.set).remove(id(n), kNoId, -1));
+    }
+    EXPECT_TRUE(shareData(s.set, sharer));
+    EXPECT_EQ(s.data().dataMap.size(), 3u);
 }
 
 TEST_F(RemoveMainSub, PassesOverASlotThatHoldsANullRecord) {

@@ -504,4 +504,108 @@ TEST_F(DrawCallback, ThatDrawsTheSetAgainNestsTheCalls) {
     EXPECT_EQ(databaseEvents(DatabaseCall::Open).size(), databaseEvents(DatabaseCall::Close).size());
 }
 
+// What opening an entity sets off may take away what is to be drawn.
+class DrawOpening : public kvtest::DrawingTest {
+protected:
+    void SetUp() override {
+        DrawingTest::SetUp();
+        set = std::make_unique<GxapSelectSet>();
+    }
+
+    void TearDown() override {
+        set.reset();
+        DrawingTest::TearDown();
+    }
+
+    // The set gets an item with segments 1 and 2. Its entity is made anew by each opening, after the work.
+    GxDbObjectId addItem(std::function<void()> work) {
+        const GxDbObjectId id = drawing().addNonResident(
+            [work = std::move(work)] {
+                work();
+                return std::make_unique<kvinmemory::Entity>();
+            },
+            "A");
+        edit(*set).append(id, GxDbObjectId());
+        addSegments(*set, 0, {1, 2});
+        return id;
+    }
+
+    std::unique_ptr<GxapSelectSet> set;
+};
+
+const Lines kOpenedAndDrawn = {"open A", "highlight  1", "highlight  2", "delete"};
+
+TEST_F(DrawOpening, ThatClearsTheSegmentsLeavesThemToTheDrawing) {
+    addItem([&] {
+        edit(*set).begin().setHighlightSegment(nullptr);
+        EXPECT_EQ(livePaths(), 2);
+    });
+    set->draw(true, true);
+    EXPECT_EQ(calls(), kOpenedAndDrawn);
+    EXPECT_EQ(recordAt(*set, 0)->highlightSegmentArray, nullptr);
+    EXPECT_EQ(livePaths(), 0);
+}
+
+TEST_F(DrawOpening, ThatAddsASegmentDoesNotGetItDrawn) {
+    addItem([&] { addSegments(*set, 0, {9}); });
+    set->draw(true, true);
+    EXPECT_EQ(calls(), kOpenedAndDrawn);
+    EXPECT_EQ(segmentsAt(*set, 0), std::vector<std::int64_t>({1, 2, 9}));
+    EXPECT_EQ(livePaths(), 3);
+}
+
+TEST_F(DrawOpening, ThatReplacesTheSegmentsGetsTheOldOnesDrawn) {
+    addItem([&] {
+        edit(*set).begin().setHighlightSegment(nullptr);
+        addSegments(*set, 0, {8, 9});
+    });
+    set->draw(true, true);
+    EXPECT_EQ(calls(), kOpenedAndDrawn);
+    EXPECT_EQ(segmentsAt(*set, 0), std::vector<std::int64_t>({8, 9}));
+    EXPECT_EQ(livePaths(), 2);
+}
+
+TEST_F(DrawOpening, ThatClearsTheSetEndsTheDrawingWithTheItem) {
+    addItem([&] { edit(*set).clear(); });
+    edit(*set).append(drawing().addEntity("B"), GxDbObjectId());
+    addSegments(*set, 1, {3});
+    set->draw(true, true);
+    EXPECT_EQ(calls(), kOpenedAndDrawn);
+    EXPECT_EQ(livePaths(), 0);
+}
+
+TEST_F(DrawOpening, ThatReleasesTheDataEndsTheDrawingWithTheItem) {
+    addItem([&] { set->releaseData(); });
+    set->draw(true, false);
+    EXPECT_EQ(calls(), Lines({"open A", "unhighlight  1", "unhighlight  2", "delete"}));
+    EXPECT_EQ(livePaths(), 0);
+    EXPECT_EQ(set->sharedData, nullptr);
+}
+
+TEST_F(DrawOpening, ThatClearsTheSegmentsAndThrowsLeavesNothingBehind) {
+    addItem([&] {
+        edit(*set).begin().setHighlightSegment(nullptr);
+        throw PlatformFailure{0};
+    });
+    EXPECT_THROW(set->draw(true, true), PlatformFailure);
+    EXPECT_TRUE(databaseEvents(DatabaseCall::Highlight).empty());
+    EXPECT_EQ(livePaths(), 0);
+    EXPECT_EQ(registrations(*set), 0);
+}
+
+TEST_F(DrawOpening, ThatClearsTheSegmentsAndIsRefusedDrawsNothing) {
+    const GxDbObjectId refused = addItem([&] { edit(*set).begin().setHighlightSegment(nullptr); });
+    drawing().forceOpenStatus(refused, kRefused, true);
+    set->draw(true, true);
+    EXPECT_EQ(calls(), Lines({"open A", "delete"}));
+    EXPECT_EQ(livePaths(), 0);
+}
+
+TEST_F(DrawOpening, ThatThrowsLeavesTheSegmentsToTheItem) {
+    addItem([] { throw PlatformFailure{0}; });
+    EXPECT_THROW(set->draw(true, true), PlatformFailure);
+    EXPECT_EQ(segmentsAt(*set, 0), std::vector<std::int64_t>({1, 2}));
+    EXPECT_EQ(livePaths(), 2);
+}
+
 } // namespace

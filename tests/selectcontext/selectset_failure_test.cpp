@@ -125,6 +125,55 @@ void expectAllOrNothing(const Prepare& prepare, const Prepare& edit,
         expect);
 }
 
+void withEarlierFence(GxapSelectedEntInfo& info) {
+    info.setSelFenceResultInfo(fence(3, 0.25));
+}
+void withOtherMatrix(GxapSelectedEntInfo& info) {
+    info.setCompoundTransformWithBTROffset(matrixWith(40));
+}
+void withOtherBoth(GxapSelectedEntInfo& info) {
+    withEarlierFence(info);
+    withOtherMatrix(info);
+}
+
+bool haveSameFence(const GxapSelectedEntInfo& a, const GxapSelectedEntInfo& b) {
+    SelFenceIntersectInfo ofA = fence(-1, 0), ofB = fence(-1, 0);
+    return a.getSelFenceResultInfo(ofA) == b.getSelFenceResultInfo(ofB) && ofA.index == ofB.index &&
+           ofA.param == ofB.param;
+}
+
+bool haveSameMatrix(const GxapSelectedEntInfo& a, const GxapSelectedEntInfo& b) {
+    GxGeMatrix3d ofA, ofB;
+    return a.getCompoundTransformWithBTROffset(ofA) == b.getCompoundTransformWithBTROffset(ofB) &&
+           sameEntries(ofA, ofB);
+}
+
+// Whatever allocation of an assignment fails, each of the target's fields is what it was or what the
+// assignment makes it, and none is left behind.
+void assignInTurn(const Prepare& prepareTarget, const Prepare& prepareSource) {
+    GxapSelectedEntInfo source, before, after;
+    prepareSource(source);
+    prepareTarget(before);
+    prepareTarget(after);
+    const AllocationCount ofAssignment;
+    after = source;
+    const bool allocates = ofAssignment.newCalls() + ofAssignment.mallocCalls() > 0;
+    forEachAllocationFailure(
+        [&](FailurePoint& point) {
+            const AllocationCount held;
+            {
+                GxapSelectedEntInfo target;
+                prepareTarget(target);
+                const bool failed = point.run([&] { target = source; }).failed;
+                EXPECT_TRUE(haveSameFence(target, after) || (failed && haveSameFence(target, before)));
+                EXPECT_TRUE(haveSameMatrix(target, after) || (failed && haveSameMatrix(target, before)));
+            }
+            EXPECT_EQ(held.liveNew(), 0);
+            EXPECT_EQ(held.liveMalloc(), 0);
+        },
+        allocates ? kvtest::Expect::Failures : kvtest::Expect::None);
+}
+
 // Two records with all that a record can own, and a slot without a record between them.
 struct RichSet {
     RichSet() {
@@ -294,6 +343,15 @@ TEST_F(FailingInfo, AssignmentThatFailsLeavesBothInfosSound) {
             EXPECT_EQ(source.pointArray.data.block->refCount.load(), 1u);
             EXPECT_TRUE(InfoContents(source) == contents);
         });
+    }
+}
+
+TEST_F(FailingInfo, AssignmentThatFailsLeavesEachFieldOldOrNew) {
+    const Prepare targets[] = {withNothing, withFence, withMatrix, withBoth, withEmptiedBlock};
+    const Prepare sources[] = {withNothing, withEarlierFence, withOtherMatrix, withOtherBoth};
+    for (const Prepare& prepareTarget : targets) {
+        for (const Prepare& prepareSource : sources)
+            assignInTurn(prepareTarget, prepareSource);
     }
 }
 

@@ -214,6 +214,16 @@ TEST_F(EditMainSubsel, OfASetWithNothingIsDone) {
     EXPECT_EQ(set.sharedData, nullptr);
 }
 
+TEST_F(EditMainSubsel, BehindASlotWithoutARecordStandsOnTheItem) {
+    GxapSelectSet set;
+    for (const GxDbObjectId& entity : {first, second, third})
+        edit(set).append(entity, kNoId);
+    const auto taken = kvtest::takeRecordOut(set, 0);
+    Iterator it = edit(set).findMainSubsel(second);
+    EXPECT_EQ(it.get(), record(set, 1));
+    EXPECT_TRUE(it == set.findItr(second));
+}
+
 TEST_F(EditMainSubsel, OutlivesTheDataItsArgumentIsIn) {
     GxapSelectSet set;
     fillWithSubselection(set, {1});
@@ -287,7 +297,9 @@ TEST_F(AppendSubsel, AddsACopyToTheList) {
 TEST_F(AppendSubsel, GoesByTheLastIdOfThePath) {
     GxapSelectSet set;
     fillWithSubselection(set, {});
+    subselect(*record(set, 0), {1});
     EXPECT_TRUE(edit(set).appendSubentPathSubsel(subentPath({first, third, second}, 1, 4)));
+    EXPECT_EQ(parts(record(set, 0)), (Parts{1}));
     EXPECT_EQ(parts(record(set, 1)), (Parts{4}));
 }
 
@@ -577,6 +589,31 @@ TEST_F(RemoveSubsel, PassesOverNullElements) {
     EXPECT_EQ(count(set), 2u);
 }
 
+// Both entities have the path among their parts.
+TEST_F(RemoveSubsel, GoesByTheLastIdOfThePath) {
+    Path path = subentPath({first, third, second}, 1, 4);
+    GxapSelectSet set;
+    SegmentArray& ofSecond = fillWithSubselection(set, {1});
+    SegmentArray& ofFirst = subselect(*record(set, 0), {2});
+    kvtest::append(ofSecond, &path);
+    kvtest::append(ofFirst, &path);
+    EXPECT_TRUE(edit(set).removeSubentPathSubsel(path));
+    EXPECT_EQ(parts(record(set, 0)), (Parts{2, 4}));
+    EXPECT_EQ(parts(record(set, 1)), (Parts{1}));
+}
+
+TEST_F(RemoveSubsel, AsksTheFirstItemOfTheEntityOnly) {
+    GxapSelectSet set;
+    edit(set).append(first, kNoId);
+    edit(set).append(first, second);
+    subselect(*record(set, 1), {1, 2});
+    EXPECT_FALSE(edit(set).removeSubentPathSubsel(part(first, 2)));
+    EXPECT_EQ(parts(record(set, 1)), (Parts{1, 2}));
+    kvtest::reverseIndex(*set.sharedData);
+    EXPECT_TRUE(edit(set).removeSubentPathSubsel(part(first, 2)));
+    EXPECT_EQ(parts(record(set, 1)), (Parts{1}));
+}
+
 TEST_F(RemoveSubsel, FromAnOrdinaryItemOrNoneAnswersFalse) {
     GxapSelectSet set;
     EXPECT_FALSE(edit(set).removeSubentPathSubsel(part(first, 1)));
@@ -786,6 +823,16 @@ TEST_F(FindSubsel, GoesByTheGivenIdNotByThePath) {
     EXPECT_EQ(set.findSubentPathSubsel(second, foreign), 0);
     *kept = Path();
     EXPECT_EQ(set.findSubentPathSubsel(second, Path()), 0);
+}
+
+TEST_F(FindSubsel, AsksTheFirstItemOfTheEntityOnly) {
+    GxapSelectSet set;
+    edit(set).append(first, kNoId);
+    edit(set).append(first, second);
+    subselect(*record(set, 1), {1, 2});
+    EXPECT_EQ(set.findSubentPathSubsel(first, part(first, 2)), -1);
+    kvtest::reverseIndex(*set.sharedData);
+    EXPECT_EQ(set.findSubentPathSubsel(first, part(first, 2)), 1);
 }
 
 TEST_F(FindSubsel, NeedsNoValidId) {

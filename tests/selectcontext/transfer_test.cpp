@@ -29,6 +29,7 @@ using Numbers = std::vector<unsigned long>;
 class Transfer : public kvtest::EditTest {};
 class TransferWithoutExcluder : public kvtest::EditTest {};
 class TransferIntoItself : public kvtest::EditTest {};
+class TransferCallback : public kvtest::EditTest {};
 
 // Excludes the main ids that a rule picks, and notes which it was asked for.
 class Excluder : public IGxapSSetEntityExcluder {
@@ -375,6 +376,127 @@ TEST_F(TransferIntoItself, OfSharedDataEndsWithTheFirstExcludedItemWhereItTakesT
     EXPECT_EQ(excluder.asked, (Numbers{1, 2}));
     EXPECT_EQ(items(s.set), (Items{{1}, {2}, {4}, {2}}));
     EXPECT_EQ(items(target), plainItems(1, 1));
+}
+
+// --- an excluder that changes the set that is transferred
+
+// Does something when it is first asked, and excludes nothing.
+Excluder nothingButFirst(std::function<void()> work) {
+    return Excluder([work = std::move(work), isFirst = true](unsigned long) mutable {
+        if (std::exchange(isFirst, false))
+            work();
+        return false;
+    });
+}
+
+TEST_F(TransferCallback, ThatClearsTheSetFindsItsItemGone) {
+    SetOf source{{1}, {2}};
+    GxapSelectSet target;
+    Excluder excluder = nothingButFirst([&] { edit(source.set).clear(); });
+    kvtest::expectMessage([&] { source.set.transfer(target, &excluder, nullptr); }, kvtest::kAccessError);
+    EXPECT_EQ(excluder.asked, (Numbers{1}));
+    EXPECT_EQ(count(target), 0u);
+    EXPECT_EQ(registrations(source.set), 0);
+}
+
+TEST_F(TransferCallback, ThatClearsAndFillsTheSetFindsItsItemGone) {
+    SetOf source{{1}, {2}};
+    GxapSelectSet target;
+    Excluder excluder = nothingButFirst([&] {
+        edit(source.set).clear();
+        edit(source.set).append(id(7), GxDbObjectId());
+    });
+    kvtest::expectMessage([&] { source.set.transfer(target, &excluder, nullptr); }, kvtest::kAccessError);
+    EXPECT_EQ(count(target), 0u);
+    EXPECT_EQ(items(source.set), plainItems(7, 1));
+}
+
+TEST_F(TransferCallback, ThatTakesTheItemOutFindsItGone) {
+    SetOf source{{1}, {2}};
+    GxapSelectSet target;
+    Excluder excluder = nothingButFirst([&] { edit(source.set).remove(id(1)); });
+    kvtest::expectMessage([&] { source.set.transfer(target, &excluder, nullptr); }, kvtest::kAccessError);
+    EXPECT_EQ(count(target), 0u);
+    EXPECT_EQ(registrations(source.set), 0);
+}
+
+TEST_F(TransferCallback, ThatClearsSharedDataEndsTheTransfer) {
+    SetOf source{{1}, {2}};
+    const GxapSelectSet sharer(source.set);
+    GxapSelectSet target;
+    Excluder excluder = nothingButFirst([&] { edit(source.set).clear(); });
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1}));
+    EXPECT_EQ(count(target), 0u);
+    EXPECT_EQ(items(sharer), plainItems(1, 2));
+}
+
+TEST_F(TransferCallback, ThatReleasesTheDataEndsTheTransfer) {
+    SetOf source{{1}, {2}};
+    GxapSelectSet target;
+    Excluder excluder = nothingButFirst([&] { source.set.releaseData(); });
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1}));
+    EXPECT_EQ(count(target), 0u);
+    EXPECT_EQ(source.set.sharedData, nullptr);
+}
+
+TEST_F(TransferCallback, ThatReassignsTheSetEndsTheTransfer) {
+    SetOf source{{1}, {2}};
+    const SetOf other{{7}, {8}, {9}};
+    GxapSelectSet target;
+    Excluder excluder = nothingButFirst([&] { source.set = other.set; });
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1}));
+    EXPECT_EQ(count(target), 0u);
+    EXPECT_TRUE(shareData(source.set, other.set));
+}
+
+TEST_F(TransferCallback, ThatReassignsTheSetAfterThatLeavesTheOtherDataAlone) {
+    SetOf source{{1}, {2}};
+    const SetOf other{{7}, {8}};
+    GxapSelectSet target, out;
+    Excluder excluder([&](unsigned long n) {
+        if (n == 2)
+            source.set = other.set;
+        return n == 1;
+    });
+    source.set.transfer(target, &excluder, &out);
+    EXPECT_EQ(items(out), plainItems(1, 1));
+    EXPECT_EQ(count(target), 0u);
+    EXPECT_EQ(owners(other.set), 2u);
+}
+
+TEST_F(TransferCallback, ThatEditsSharedDataEndsTheTransfer) {
+    SetOf source{{1}, {2}};
+    const GxapSelectSet sharer(source.set);
+    GxapSelectSet target;
+    Excluder excluder = nothingButFirst([&] { edit(source.set).append(id(9), GxDbObjectId()); });
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1}));
+    EXPECT_EQ(count(target), 0u);
+    EXPECT_EQ(items(source.set), (Items{{1}, {2}, {9}}));
+}
+
+TEST_F(TransferCallback, ThatAppendsToTheSetIsAskedForThatToo) {
+    SetOf source{{1}, {2}};
+    GxapSelectSet target;
+    Excluder excluder = nothingButFirst([&] { edit(source.set).append(id(9), GxDbObjectId()); });
+    source.set.transfer(target, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2, 9}));
+    EXPECT_EQ(items(target), items(source.set));
+}
+
+TEST_F(TransferCallback, ThatClearsTheTargetGetsWhatFollows) {
+    SetOf source{{1}, {2}, {3}};
+    SetOf target{{8}};
+    Excluder excluder([&](unsigned long n) {
+        if (n == 2)
+            edit(target.set).clear();
+        return false;
+    });
+    source.set.transfer(target.set, &excluder, nullptr);
+    EXPECT_EQ(items(target.set), plainItems(2, 2));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "examples/picker/Commands.h"
 
 #include "examples/picker/Picture.h"
+#include "examples/picker/SvgReader.h"
 #include "examples/picker/SvgValues.h"
 #include "examples/picker/Table.h"
 
@@ -59,15 +60,16 @@ std::string omissionsLine(const std::vector<Omission>& omissions) {
 
 // ---- what items look like
 
-template <class TextOf>
-std::string pathText(const KvVector<GxDbObjectId>& path, TextOf textOf) {
+template <class Ids, class TextOf>
+std::string pathText(const Ids& path, TextOf textOf) {
     std::string text;
     for (int i = 0; i < path.logicalLength(); ++i)
         text += (i == 0 ? "" : " > ") + textOf(path.at(i));
     return text.empty() ? "-" : text;
 }
 
-std::string handlePath(const Drawing& drawing, const KvVector<GxDbObjectId>& path) {
+template <class Ids>
+std::string handlePath(const Drawing& drawing, const Ids& path) {
     return pathText(path, [&](GxDbObjectId id) { return std::to_string(drawing.database().handleOf(id)); });
 }
 
@@ -157,7 +159,17 @@ void info(Console& console, const Arguments& arguments) {
         console.out << omissions << '\n';
 }
 
+void recall(Console& console, const Arguments& arguments) {
+    console.session.recall(arguments.word());
+    console.out << "set " << console.session.currentName() << " is what was saved as " << arguments.word()
+                << ": " << items(itemCount(console.session.set())) << '\n';
+}
+
 void load(Console& console, const Arguments& arguments) {
+    if (console.session.savedSets().count(arguments.word()) > 0) {
+        recall(console, arguments);
+        return;
+    }
     console.session.load(arguments.word());
     info(console, Arguments({}, ""));
 }
@@ -230,24 +242,29 @@ void all(Console& console, const Arguments& arguments) {
     sayTally(console, console.session.all());
 }
 
+// Between the slashes; there is at least one id.
 std::vector<GxDbObjectId> idPath(const Drawing& drawing, const std::string& text) {
     std::vector<GxDbObjectId> path;
-    std::istringstream parts(text);
-    for (std::string part; std::getline(parts, part, '/');)
-        path.push_back(idOf(drawing, part));
+    std::size_t begin = 0;
+    for (std::size_t end = text.find('/'); end != std::string::npos; end = text.find('/', begin)) {
+        path.push_back(idOf(drawing, text.substr(begin, end - begin)));
+        begin = end + 1;
+    }
+    path.push_back(idOf(drawing, text.substr(begin)));
     return path;
 }
 
-void byId(Console& console, const Arguments& arguments) {
+std::vector<std::vector<GxDbObjectId>> idPaths(const Console& console, const Arguments& arguments) {
     if (arguments.count() == 0)
         arguments.fail("an id is missing");
-    Tally sum;
-    for (const std::string& word : arguments.words()) {
-        const Tally tally = console.session.byPath(idPath(console.session.drawing(), word));
-        sum.found += tally.found;
-        sum.added += tally.added;
-    }
-    sayTally(console, sum);
+    std::vector<std::vector<GxDbObjectId>> paths;
+    for (const std::string& word : arguments.words())
+        paths.push_back(idPath(console.session.drawing(), word));
+    return paths;
+}
+
+void byId(Console& console, const Arguments& arguments) {
+    sayTally(console, console.session.byPaths(idPaths(console, arguments)));
 }
 
 // ---- the current set
@@ -256,6 +273,11 @@ void addRow(Table& table, const Drawing& drawing, const GxapSelectSet::ConstIter
     table.add({std::to_string(it.index), idText(drawing, it.mainEntId()), idText(drawing, it.subEntId()),
                markerText(it.gsMarker()), handlePath(drawing, it.nestedEntFullPath()),
                crossingText(it.selectedEntityInfo())});
+}
+
+CommandError noSuchItem(const Session& session) {
+    return CommandError("set " + session.currentName() + " has " + items(itemCount(session.set())) +
+                        ", counted from 0");
 }
 
 void list(Console& console, const Arguments& arguments) {
@@ -267,6 +289,10 @@ void list(Console& console, const Arguments& arguments) {
         console.out << "set " << console.session.currentName() << " is empty\n";
         return;
     }
+    if (rows == 0)
+        arguments.fail("a list has at least one item");
+    if (static_cast<std::uint32_t>(first) >= itemCount(set))
+        throw noSuchItem(console.session);
     Table table({{"#", Table::Align::right},
                  {"main id"},
                  {"sub id"},
@@ -283,18 +309,30 @@ void list(Console& console, const Arguments& arguments) {
                     << it.index << '\n';
 }
 
+// What the library makes of a nested path; it has nothing to resolve in a plain item.
+void sayResolved(Console& console, const GxapSelectSet::ConstIterator& it) {
+    GxDbFullSubentPath path;
+    KvVector<GxDbObjectId> opened;
+    if (!it.getFullSubentPath(path) || !it.getFilteredNestedFullPath(opened))
+        return;
+    const Drawing& drawing = console.session.drawing();
+    console.out << "  resolved to entity " << handlePath(drawing, path.objectIds()) << ", marker "
+                << markerText(path.subentId().index) << "; ids that open: " << handlePath(drawing, opened)
+                << '\n';
+}
+
 void item(Console& console, const Arguments& arguments) {
     const GxapSelectSet& set = console.session.set();
     const GxapSelectSet::ConstIterator it = set.iteratorAt(arguments.positions(1, 1)[0]);
     if (it.isDone())
-        throw CommandError("set " + console.session.currentName() + " has " + items(itemCount(set)) +
-                           ", counted from 0");
+        throw noSuchItem(console.session);
     const Drawing& drawing = console.session.drawing();
     console.out << "item " << it.index << ": main id " << idText(drawing, it.mainEntId()) << ", sub id "
                 << idText(drawing, it.subEntId()) << ", marker " << markerText(it.gsMarker()) << ", placed "
                 << transformText(it.selectedEntityInfo()) << "\n  path "
                 << labelledPath(drawing, it.nestedEntFullPath()) << ", fence crossing "
                 << crossingText(it.selectedEntityInfo()) << '\n';
+    sayResolved(console, it);
 }
 
 void count(Console& console, const Arguments& arguments) {
@@ -337,12 +375,7 @@ void removeBox(Console& console, const Arguments& arguments) {
 }
 
 void removeId(Console& console, const Arguments& arguments) {
-    if (arguments.count() == 0)
-        arguments.fail("an id is missing");
-    std::uint32_t removed = 0;
-    for (const std::string& word : arguments.words())
-        removed += console.session.removePath(idPath(console.session.drawing(), word));
-    sayRemoved(console, removed);
+    sayRemoved(console, console.session.removePaths(idPaths(console, arguments)));
 }
 
 void removeAt(Console& console, const Arguments& arguments) {
@@ -367,16 +400,10 @@ void unique(Console& console, const Arguments& arguments) {
 
 void edge(Console& console, const Arguments& arguments) {
     const PointPick where = pointPick(console, arguments);
-    const bool isAdded = console.session.addEdge(where.point, where.reach);
-    console.out << (isAdded ? "edge added" : "no new edge there") << "; set " << console.session.currentName()
+    const Tally tally = console.session.addEdge(where.point, where.reach);
+    const char* const done = tally.found == 0 ? "nothing there" : "already among the edges";
+    console.out << (tally.added > 0 ? "edge added" : done) << "; set " << console.session.currentName()
                 << " has " << items(itemCount(console.session.set())) << '\n';
-}
-
-std::string arrayPath(const Drawing& drawing, const GxArray<GxDbObjectId>& ids) {
-    std::string text;
-    for (int i = 0; i < ids.logicalLength(); ++i)
-        text += (i == 0 ? "" : " > ") + std::to_string(drawing.database().handleOf(ids.at(i)));
-    return text;
 }
 
 void edges(Console& console, const Arguments& arguments) {
@@ -396,7 +423,7 @@ void edges(Console& console, const Arguments& arguments) {
             GxDbFullSubentPath path;
             set.getSubentPathAtSubsel(it.index, i, path);
             table.add({std::to_string(it.index), idText(drawing, it.mainEntId()), std::to_string(i),
-                       std::to_string(path.subentId().index), arrayPath(drawing, path.objectIds())});
+                       std::to_string(path.subentId().index), handlePath(drawing, path.objectIds())});
             isEmpty = false;
         }
     }
@@ -416,16 +443,15 @@ void removeEdge(Console& console, const Arguments& arguments) {
 // ---- highlights
 
 void sayHighlights(Console& console) {
-    console.out << "the drawing shows "
-                << plural(highlightCount(console.session.drawing()), "highlight", "highlights") << '\n';
+    const std::size_t count = highlightCount(console.session.drawing());
+    console.out << "the drawing shows " << plural(count, "highlight", "highlights") << '\n';
 }
 
 void highlight(Console& console, const Arguments& arguments) {
     const std::vector<int> positions = arguments.positions(0, std::numeric_limits<std::size_t>::max());
     if (positions.empty())
         console.session.highlightAll();
-    for (const int position : positions)
-        console.session.highlight(position);
+    console.session.highlight(positions);
     sayHighlights(console);
 }
 
@@ -440,8 +466,7 @@ void unhighlight(Console& console, const Arguments& arguments) {
     const std::vector<int> positions = arguments.positions(0, std::numeric_limits<std::size_t>::max());
     if (positions.empty())
         console.session.unhighlightAll();
-    for (const int position : positions)
-        console.session.unhighlight(position);
+    console.session.unhighlight(positions);
     sayHighlights(console);
 }
 
@@ -451,7 +476,7 @@ std::filesystem::path pictureFile(const Session& session, const Arguments& argum
     if (file.empty())
         file = std::filesystem::path(session.drawing().name()).stem().string() + "-highlight.svg";
     if (file.extension() != ".svg")
-        arguments.fail("'" + file.string() + "' does not end in .svg");
+        arguments.fail("'" + file.string() + "' is not the name of an .svg file");
     std::error_code isUnrelated;
     if (!session.file().empty() && std::filesystem::equivalent(file, session.file(), isUnrelated))
         throw CommandError(file.string() + " is the drawing itself");
@@ -475,9 +500,13 @@ void show(Console& console, const Arguments& arguments) {
     std::filesystem::path png = svg;
     png.replace_extension(".png");
     writeFile(svg, pictureOf(drawing));
-    const bool hasPng = convertToPng(svg.string(), png.string());
+    const Conversion conversion = convertToPng(svg.string(), png.string());
+    if (conversion != Conversion::done)
+        throw CommandError(
+            svg.string() + " is written, but no PNG: rsvg-convert " +
+            (conversion == Conversion::noProgram ? "is not installed (package librsvg2-bin)" : "failed"));
     console.out << plural(highlightCount(drawing), "highlight", "highlights") << " in " << svg.string()
-                << (hasPng ? " and " + png.string() : "; no PNG, for rsvg-convert made none") << '\n';
+                << " and " << png.string() << '\n';
 }
 
 // ---- several sets
@@ -494,18 +523,36 @@ std::string setName(const Arguments& arguments) {
     return plainName(arguments.word(), arguments);
 }
 
+Filter typeFilter(const std::string& type) {
+    if (!isShapeType(type))
+        throw CommandError("'" + type + "' is no type of entity, such as line or path");
+    return curvesOfType(type);
+}
+
+Filter blockFilter(const Drawing& drawing, const std::string& name) {
+    const auto& blocks = drawing.blocks();
+    // The first one is the drawing itself, which is nowhere placed.
+    if (std::none_of(blocks.begin() + 1, blocks.end(),
+                     [&](const BlockDefinition* block) { return block->name() == name; }))
+        throw CommandError("there is no block '" + name + "'; blocks lists them");
+    return referencesTo(name);
+}
+
 // The words in front of the last one.
-Filter filterOf(const Arguments& arguments) {
-    std::vector<std::string> words(arguments.words().begin(), arguments.words().end() - 1);
-    const std::string kind = words.front();
-    const Arguments rest({words.begin() + 1, words.end()}, arguments.usage());
-    if (kind == "type")
-        return curvesOfType(rest.word());
-    if (kind == "block")
-        return referencesTo(rest.word());
-    if (kind == "box")
+Filter filterOf(const Console& console, const Arguments& arguments) {
+    const std::vector<std::string>& words = arguments.words();
+    const Arguments rest({words.begin() + 1, words.end() - 1}, arguments.usage());
+    if (words.front() == "type")
+        return typeFilter(rest.word());
+    if (words.front() == "block")
+        return blockFilter(console.session.drawing(), rest.word());
+    if (words.front() == "box")
         return inside(boxOf(rest));
-    arguments.fail("'" + kind + "' is no filter: type TYPE, block BLOCK, box X1 Y1 X2 Y2");
+    rest.fail("'" + words.front() + "' is no filter");
+}
+
+bool isFilter(const std::string& word) {
+    return word == "type" || word == "block" || word == "box";
 }
 
 void sayTransfer(Console& console, const Transfer& done, const std::string& name, const std::string& verb) {
@@ -519,16 +566,20 @@ void move(Console& console, const Arguments& arguments) {
     if (arguments.count() < 2)
         arguments.fail("a filter and a set are needed");
     const std::string name = plainName(arguments.words().back(), arguments);
-    sayTransfer(console, console.session.moveMatching(filterOf(arguments), name), name, "moved");
+    const Filter filter = filterOf(console, arguments);
+    sayTransfer(console, console.session.moveMatching(filter, name), name, "moved");
 }
 
 void copy(Console& console, const Arguments& arguments) {
     if (arguments.count() > 1) {
         const std::string filtered = plainName(arguments.words().back(), arguments);
-        sayTransfer(console, console.session.copyMatching(filterOf(arguments), filtered), filtered, "copied");
+        const Filter filter = filterOf(console, arguments);
+        sayTransfer(console, console.session.copyMatching(filter, filtered), filtered, "copied");
         return;
     }
     const std::string name = setName(arguments);
+    if (isFilter(name))
+        arguments.fail("a filter needs more words");
     console.session.copyTo(name);
     console.out << "set " << name << " is a copy of set " << console.session.currentName() << ": "
                 << items(itemCount(console.session.set())) << '\n';
@@ -599,6 +650,8 @@ std::string wordsText(const SetWords& words) {
 }
 
 void save(Console& console, const Arguments& arguments) {
+    if (arguments.word().empty())
+        arguments.fail("a name is missing");
     const SetWords& words = console.session.save(arguments.word());
     console.out << "saved as " << arguments.word() << ", known as " << wordsText(words) << ": "
                 << items(itemCount(console.session.set())) << '\n';
@@ -614,12 +667,6 @@ void sets(Console& console, const Arguments& arguments) {
     for (const auto& [name, words] : console.session.savedSets())
         table.add({name, std::to_string(itemCount(console.session.saved(name))), wordsText(words)});
     table.print(console.out, console.width);
-}
-
-void recall(Console& console, const Arguments& arguments) {
-    console.session.recall(arguments.word());
-    console.out << "set " << console.session.currentName() << " is what was saved as " << arguments.word()
-                << ": " << items(itemCount(console.session.set())) << '\n';
 }
 
 void drop(Console& console, const Arguments& arguments) {
@@ -642,6 +689,12 @@ std::string usageOf(const Command& command) {
     return std::string(command.name) + (*command.arguments ? " " : "") + command.arguments;
 }
 
+constexpr const char* kFilterHelp = "FILTER is type TYPE, block BLOCK or box X1 Y1 X2 Y2";
+
+bool takesFilter(const Command& command) {
+    return std::string(command.arguments).find("FILTER") != std::string::npos;
+}
+
 const Command& commandOf(const std::string& name) {
     const auto found = std::find_if(commands().begin(), commands().end(),
                                     [&](const Command& command) { return name == command.name; });
@@ -657,9 +710,11 @@ void help(Console& console, const Arguments& arguments) {
         chosen = {commandOf(name)};
     for (const Command& command : chosen) {
         std::string usage = usageOf(command);
-        usage.resize(std::max<std::size_t>(usage.size(), 32), ' ');
+        usage.resize(std::max<std::size_t>(usage.size(), 29), ' ');
         console.out << usage << ' ' << command.help << '\n';
     }
+    if (std::any_of(chosen.begin(), chosen.end(), takesFilter))
+        console.out << kFilterHelp << ", and asks about main ids\n";
 }
 
 void quit(Console& console, const Arguments& arguments) {
@@ -671,7 +726,7 @@ void quit(Console& console, const Arguments& arguments) {
 
 const std::string& Arguments::word() const {
     if (mWords.size() != 1)
-        fail(mWords.empty() ? "something is missing" : "'" + mWords[1] + "' is too much");
+        fail(mWords.empty() ? "a word is missing" : "'" + mWords[1] + "' is too much");
     return mWords.front();
 }
 
@@ -722,8 +777,8 @@ void Arguments::fail(const std::string& what) const {
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> table{
-        {"load", "FILE", "load a drawing; the sets of the old one go", load},
-        {"info", "", "what the drawing holds, and what of its file is not drawn", info},
+        {"load", "FILE|NAME", "load a drawing, whose old sets go, or a saved set", load},
+        {"info", "", "what the drawing holds, and what is not drawn", info},
         {"blocks", "", "the blocks of the drawing", blocks},
         {"pick", "X Y [APERTURE]", "add the entity nearest to a point", pick},
         {"aperture", "[SIZE]", "how far point picks reach", aperture},
@@ -731,35 +786,34 @@ const std::vector<Command>& commands() {
         {"crossing", "X1 Y1 X2 Y2", "add the entities that a box touches", crossing},
         {"fence", "X1 Y1 X2 Y2 [X Y]...", "add the entities that a chain of lines crosses", fence},
         {"all", "", "add everything", all},
-        {"id", "ID[/ID]...", "add entities, or references, by id, name or path of ids", byId},
+        {"id", "ID[/ID]...", "add what has an id, a name or a path of ids", byId},
         {"list", "[FIRST [COUNT]]", "the items of the current set", list},
-        {"item", "POSITION", "all about one item", item},
+        {"item", "POSITION", "all about one item, with its path resolved", item},
         {"count", "", "how many items the current set has", count},
-        {"has", "ID", "whether the current set has items with that main id", has},
+        {"has", "ID", "whether items have that main id", has},
         {"clear", "", "empty the current set", clear},
         {"remove-pick", "X Y [APERTURE]", "take out the entity nearest to a point", removePick},
         {"remove-box", "X1 Y1 X2 Y2", "take out the entities wholly inside a box", removeBox},
-        {"remove-id", "ID[/ID]...", "take out all under a main id, or at the end of a path of ids", removeId},
+        {"remove-id", "ID[/ID]...", "take out all under a main id, or one path of ids", removeId},
         {"remove-at", "POSITION", "take out one item", removeAt},
-        {"unique", "[on|off]", "whether a set refuses what it has; on: one item per main id stays", unique},
-        {"edge", "X Y [APERTURE]", "sub-select the segment of an entity nearest to a point", edge},
+        {"unique", "[on|off]", "refuse duplicates; on also keeps one per main id", unique},
+        {"edge", "X Y [APERTURE]", "sub-select the segment nearest to a point", edge},
         {"edges", "", "the sub-selected segments", edges},
-        {"remove-edge", "POSITION EDGE", "take a segment out of its item, with the last one the item",
-         removeEdge},
-        {"highlight", "[POSITION]...", "highlight items, or all of the current set", highlight},
+        {"remove-edge", "POSITION EDGE", "take out a segment, and its item with the last", removeEdge},
+        {"highlight", "[POSITION]...", "highlight items, or the whole current set", highlight},
         {"highlight-edge", "X Y [APERTURE]", "highlight the segment nearest to a point", highlightEdge},
-        {"unhighlight", "[POSITION]...", "highlight items no more, or none of the current set", unhighlight},
-        {"show", "[FILE.svg]", "write the drawing with its highlights, also as PNG", show},
-        {"copy", "[FILTER] NAME", "copy the current set, or add what matches to another one", copy},
-        {"move", "FILTER NAME", "FILTER: type TYPE, block BLOCK or box X1 Y1 X2 Y2, of main ids", move},
-        {kAssign, "NAME = SET [+ SET | - SET]", "a copy, the union or the difference of sets", assign},
-        {"contains", "NAME", "whether the current set has all items of another one", contains},
-        {"intersects", "NAME", "whether the current set has any item of another one", intersects},
+        {"unhighlight", "[POSITION]...", "no more highlight items, or the whole set", unhighlight},
+        {"show", "[FILE.svg]", "write drawing and highlights, as SVG and as PNG", show},
+        {"copy", "[FILTER] NAME", "copy the set, or add its matching items to NAME", copy},
+        {"move", "FILTER NAME", "the same, and take them out of the current set", move},
+        {kAssign, "NAME = SET [+|- SET]", "a copy, the union or the difference of sets", assign},
+        {"contains", "NAME", "whether the current set has all items of NAME", contains},
+        {"intersects", "NAME", "whether the current set has any item of NAME", intersects},
         {"save", "NAME", "hand the current set to the list of named sets", save},
-        {"sets", "", "the named sets (load is for drawings, recall for these)", sets},
-        {"recall", "NAME", "make the current set what was saved under that name", recall},
+        {"sets", "", "the named sets, and the two words of each", sets},
+        {"recall", "NAME", "make the current set what was saved as NAME", recall},
         {"drop", "NAME", "delete a named set", drop},
-        {"use", "[NAME]", "make another set the current one, or list them", use},
+        {"use", "[NAME]", "make another or a new set current, or list them", use},
         {"echo", "[TEXT]...", "print a text", echo},
         {"help", "[COMMAND]", "explain the commands", help},
         {"quit", "", "end the session", quit}};
@@ -794,11 +848,13 @@ std::vector<std::string> wordsOf(const std::string& line) {
 void runCommand(Console& console, std::vector<std::string> words) {
     if (words.empty())
         return;
-    if (words.size() > 1 && words[1] == kAssign)
+    const bool isHelp = words.size() == 2 && words[0] == "help";
+    if (words.size() > 1 && words[1] == kAssign && !isHelp)
         words.insert(words.begin(), kAssign);
     const Command& command = commandOf(words.front());
     words.erase(words.begin());
-    command.run(console, Arguments(std::move(words), usageOf(command)));
+    const std::string filterHelp = takesFilter(command) ? std::string("; ") + kFilterHelp : "";
+    command.run(console, Arguments(std::move(words), usageOf(command) + filterHelp));
 }
 
 } // namespace picker

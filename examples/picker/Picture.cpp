@@ -9,7 +9,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <optional>
+#include <set>
+#include <stdexcept>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 namespace picker {
@@ -22,6 +25,8 @@ struct Highlighted {
 
 // Entities count how often a part was highlighted; it is seen once.
 std::vector<Highlighted> highlightedParts(const Drawing& drawing) {
+    using Key = std::tuple<GxDbObjectId, std::vector<GxDbObjectId>, std::int32_t, std::int64_t>;
+    std::set<Key> known;
     std::vector<Highlighted> parts;
     const kvinmemory::Database& database = drawing.database();
     for (std::size_t i = 0; i < database.size(); ++i) {
@@ -29,12 +34,11 @@ std::vector<Highlighted> highlightedParts(const Drawing& drawing) {
         const kvinmemory::Entity* entity = dynamic_cast<const kvinmemory::Entity*>(database.entity(id));
         if (!entity)
             continue;
-        const std::size_t first = parts.size();
         for (const kvinmemory::Entity::Highlight& highlight : entity->highlights()) {
-            const auto begin = parts.begin() + static_cast<std::ptrdiff_t>(first);
-            if (std::none_of(begin, parts.end(),
-                             [&](const Highlighted& part) { return part.path == highlight.path; }))
-                parts.push_back({id, highlight.path});
+            const kvinmemory::PathContents& path = highlight.path;
+            const Key key(id, {path.ids.begin(), path.ids.end()}, path.part.type, path.part.index);
+            if (known.insert(key).second)
+                parts.push_back({id, path});
         }
     }
     return parts;
@@ -126,7 +130,7 @@ std::string styleFor(const Box& page) {
     const double size = std::max(page.high.x - page.low.x, page.high.y - page.low.y);
     char text[200];
     (void)std::snprintf(text, sizeof text,
-                        "fill:none;stroke:#ff1f8f;stroke-width:%.4g;stroke-opacity:.85;stroke-linecap:round;"
+                        "fill:none;stroke:#ff1f8f;stroke-width:%.4g;stroke-linecap:round;"
                         "stroke-linejoin:round",
                         size / 250);
     return text;
@@ -159,9 +163,11 @@ std::size_t highlightCount(const Drawing& drawing) {
 
 std::string pictureOf(const Drawing& drawing) {
     const std::vector<Highlighted> parts = highlightedParts(drawing);
-    const std::size_t end = endTagOf(drawing.source());
-    if (parts.empty() || end == std::string::npos)
+    if (parts.empty())
         return drawing.source();
+    const std::size_t end = endTagOf(drawing.source());
+    if (end == std::string::npos)
+        throw std::runtime_error("highlights cannot be added to a file in this encoding");
     const std::string style = styleFor(drawing.page());
     std::string group = "<g xmlns=\"http://www.w3.org/2000/svg\" id=\"highlight\">\n";
     for (const Highlighted& part : parts)
@@ -170,7 +176,7 @@ std::string pictureOf(const Drawing& drawing) {
     return picture.insert(end, group + "</g>\n");
 }
 
-bool convertToPng(const std::string& svgFile, const std::string& pngFile) {
+Conversion convertToPng(const std::string& svgFile, const std::string& pngFile) {
     constexpr const char* kSize = "1400"; // of the longer side
     std::vector<std::string> words{
         "rsvg-convert", "--keep-aspect-ratio", "--width", kSize, "--height", kSize, "--output", pngFile, "--",
@@ -182,9 +188,10 @@ bool convertToPng(const std::string& svgFile, const std::string& pngFile) {
     arguments.push_back(nullptr);
     pid_t child = 0;
     if (posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0)
-        return false;
+        return Conversion::noProgram;
     int status = 0;
-    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    const bool isDone = waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return isDone ? Conversion::done : Conversion::failed;
 }
 
 } // namespace picker

@@ -11,11 +11,14 @@ namespace picker {
 std::size_t highlightCount(const Drawing& drawing);
 
 // The drawing's file with one more group, g#highlight, of one path element for each highlighted part. Where
-// nothing is highlighted it is the file as it was. An element names the entity that was told (data-main), the
-// ids that lead to the part (data-path), and the marker (data-marker).
+// nothing is highlighted it is the file as it was; a std::runtime_error where its text cannot be added to. An
+// element names the entity that was told (data-main), the ids that lead to the part (data-path), and the
+// marker (data-marker).
 std::string pictureOf(const Drawing& drawing);
 
-// Makes a PNG of an SVG file by the program rsvg-convert. False: that is not installed, or not content.
-bool convertToPng(const std::string& svgFile, const std::string& pngFile);
+enum class Conversion { done, noProgram, failed };
+
+// Makes a PNG of an SVG file by the program rsvg-convert.
+Conversion convertToPng(const std::string& svgFile, const std::string& pngFile);
 
 } // namespace picker

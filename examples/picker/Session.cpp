@@ -67,6 +67,33 @@ std::vector<selected_entity*> sortedRecords(const GxapSelectSet& set) {
     return records;
 }
 
+// Entities count what they are told to highlight, one count for each record that highlights it. Where an edit
+// gave the set copies of records that another set keeps, these tell their entities for themselves.
+class CopyWatch {
+public:
+    explicit CopyWatch(const GxapSelectSet& set) : CopyWatch(set, {set.sharedData}) {}
+    // `known` is the data that the set may come to share.
+    CopyWatch(const GxapSelectSet& set, std::vector<const GxapSelectSet::SSetData*> known)
+        : mSet(set), mKnown(std::move(known)) {}
+
+    void showCopies() const {
+        if (std::find(mKnown.begin(), mKnown.end(), mSet.sharedData) == mKnown.end())
+            mSet.draw(false, true);
+    }
+
+private:
+    const GxapSelectSet& mSet;
+    std::vector<const GxapSelectSet::SSetData*> mKnown;
+};
+
+// For edits of the records themselves.
+GxapSSetWriteAccessor& unshared(GxapSelectSet& set) {
+    const CopyWatch watch(set);
+    accessorOf(set).writeData();
+    watch.showCopies();
+    return accessorOf(set);
+}
+
 void showRecord(const selected_entity& record, bool on) {
     if (record.highlightSegmentArray)
         gxutEntityGxDbFullPathHighlight(record.mainEntId, record.highlightSegmentArray, false, on);
@@ -75,8 +102,8 @@ void showRecord(const selected_entity& record, bool on) {
 // A record that an edit takes out of its set stays allocated, for somebody else may hold it. Here nobody
 // does: when the edit is over, it goes, and what it highlighted with it. Answers how many went.
 template <class Edit>
-std::uint32_t editAndRelease(GxapSSetWriteAccessor& set, Edit edit) {
-    set.writeData();
+std::uint32_t editAndRelease(GxapSelectSet& set, Edit edit) {
+    unshared(set);
     const std::vector<selected_entity*> before = sortedRecords(set);
     edit();
     const std::vector<selected_entity*> after = sortedRecords(set);
@@ -94,6 +121,13 @@ std::uint32_t editAndRelease(GxapSSetWriteAccessor& set, Edit edit) {
 void darken(const GxapSelectSet& set) {
     if (set.sharedData && set.sharedData->refCount < 2)
         set.draw(false, false);
+}
+
+void replace(GxapSelectSet& set, const GxapSelectSet& by) {
+    if (set.sharedData == by.sharedData)
+        return;
+    darken(set);
+    set = by;
 }
 
 // Knows the library's question about a main id as a question about the drawing.
@@ -201,7 +235,7 @@ const GxapSelectSet& Session::set(const std::string& name) const {
 }
 
 GxapSSetWriteAccessor& Session::edit() {
-    return accessorOf(mSets.at(mCurrent));
+    return unshared(mSets.at(mCurrent));
 }
 
 void Session::use(const std::string& name) {
@@ -215,30 +249,26 @@ void Session::copyTo(const std::string& name) {
 
 void Session::assign(const std::string& target, const std::string& source) {
     const GxapSelectSet& from = set(source);
-    GxapSelectSet& to = mSets[target];
-    if (&to == &from)
-        return;
-    darken(to);
-    to = from;
+    replace(mSets[target], from);
 }
 
 void Session::unite(const std::string& target, const std::string& a, const std::string& b) {
     const GxapSelectSet& left = set(a);
     const GxapSelectSet& right = set(b);
-    GxapSelectSet& to = mSets[target];
-    if (&to != &left)
-        darken(to);
-    // By value, so that the target may be the second operand: the library would replace that first.
-    const GxapSelectSet rightItems = right;
-    accessorOf(to).merge(&left, &rightItems);
+    // A set of its own, so that the target may be an operand: the library would replace the second one first.
+    GxapSelectSet sum;
+    const CopyWatch watch(sum, {left.sharedData, right.sharedData});
+    accessorOf(sum).merge(&left, &right);
+    watch.showCopies();
+    replace(mSets[target], sum);
 }
 
 void Session::subtract(const std::string& target, const std::string& a, const std::string& b) {
-    const GxapSelectSet rightItems = set(b);
-    assign(target, a);
-    GxapSSetWriteAccessor& to = accessorOf(mSets.at(target));
-    if (itemCount(to) > 0 && itemCount(rightItems) > 0)
-        editAndRelease(to, [&] { to.minus(&to, &rightItems); });
+    const GxapSelectSet& right = set(b);
+    GxapSelectSet rest = set(a);
+    if (itemCount(rest) > 0 && itemCount(right) > 0)
+        editAndRelease(rest, [&] { accessorOf(rest).minus(&rest, &right); });
+    replace(mSets[target], rest);
 }
 
 Transfer Session::transfer(const Filter& filter, const std::string& target, std::set<GxDbObjectId>& mainIds) {
@@ -247,7 +277,9 @@ Transfer Session::transfer(const Filter& filter, const std::string& target, std:
     FilterExcluder excluder(drawing().model(), filter, mainIds);
     GxapSelectSet& to = mSets[target];
     const std::uint32_t before = itemCount(to);
+    const CopyWatch watch(to);
     set().transfer(to, &excluder, nullptr);
+    watch.showCopies();
     return {excluder.matched(), itemCount(to) - before};
 }
 
@@ -261,9 +293,10 @@ Transfer Session::moveMatching(const Filter& filter, const std::string& target) 
     const Transfer result = transfer(filter, target, mainIds);
     if (mainIds.empty())
         return result;
-    editAndRelease(edit(), [&] {
+    GxapSSetWriteAccessor& from = edit();
+    editAndRelease(from, [&] {
         for (const GxDbObjectId id : mainIds)
-            edit().remove(id);
+            from.remove(id);
     });
     return result;
 }
@@ -281,10 +314,10 @@ std::uint32_t Session::removeInside(const Box& box) {
     return removePlaced(paths);
 }
 
-std::uint32_t Session::removePath(const std::vector<GxDbObjectId>& path) {
-    if (path.size() != 1)
-        return removePlaced({path});
-    return removeIf([&](const Item& it) { return it.mainEntId() == path.front(); });
+std::uint32_t Session::removePaths(const std::vector<std::vector<GxDbObjectId>>& paths) {
+    const std::set<std::vector<GxDbObjectId>> placed(paths.begin(), paths.end());
+    return removeIf(
+        [&](const Item& it) { return placed.count({it.mainEntId()}) > 0 || placed.count(pathOf(it)) > 0; });
 }
 
 std::uint32_t Session::removePlaced(const std::set<std::vector<GxDbObjectId>>& paths) {
@@ -312,10 +345,11 @@ std::uint32_t Session::removeIf(const std::function<bool(const Item&)>& isDoomed
     }
     if (positions.empty())
         return 0;
-    return editAndRelease(edit(), [&] {
+    GxapSSetWriteAccessor& from = edit();
+    return editAndRelease(from, [&] {
         std::vector<selected_entity*> doomed;
         auto next = positions.begin();
-        for (Item it = edit().begin(); next != positions.end(); it.step()) {
+        for (Item it = from.begin(); next != positions.end(); it.step()) {
             if (it.index != *next)
                 continue;
             doomed.push_back(it.get());
@@ -324,19 +358,20 @@ std::uint32_t Session::removeIf(const std::function<bool(const Item&)>& isDoomed
         for (selected_entity* record : doomed)
             record->gsMarker = kDoomed;
         for (const selected_entity* record : doomed)
-            edit().remove(record->mainEntId, record->subEntId, kDoomed);
+            from.remove(record->mainEntId, record->subEntId, kDoomed);
     });
 }
 
 std::uint32_t Session::setUnique(bool on) {
     if (set().sharedData && set().sharedData->unique == on)
         return 0;
-    return editAndRelease(edit(), [&] { edit().setUnique(on); });
+    GxapSSetWriteAccessor& from = edit();
+    return editAndRelease(from, [&] { from.setUnique(on); });
 }
 
 void Session::clear() {
     darken(set());
-    edit().clear();
+    accessorOf(mSets.at(mCurrent)).clear();
 }
 
 // ---- edges
@@ -344,36 +379,36 @@ void Session::clear() {
 // The library's own way to such an item only registers the entity, with an item that takes no paths; so the
 // item is made here, and given its list.
 GxapSelectSet::Iterator Session::edgeItem(GxDbObjectId id) {
-    GxapSelectSet::Iterator it = edit().findMainSubsel(id);
-    if (!it.isDone() && !it.get()->hasSubselPaths)
+    const Item held = set().findMainSubsel(id);
+    if (!held.isDone() && !held.get()->hasSubselPaths)
         throw CommandError(drawing().label(id) + " is in the set already, as an item without edges");
-    if (!it.isDone())
-        return it;
+    if (!held.isDone())
+        return edit().findMainSubsel(id);
     InfoPointer info = newInfo();
     info->word0 = kEdgesInfo;
     auto list = std::make_unique<KvVector<GxDbFullSubentPath*>>();
     edit().select(id, GxDbObjectId::kNull, -1, info.release(), nullptr);
-    it = edit().findMainSubsel(id);
+    GxapSelectSet::Iterator it = edit().findMainSubsel(id);
     it.get()->subselPathArray = list.release();
     it.get()->hasSubselPaths = true;
     return it;
 }
 
-bool Session::addEdge(Point p, double aperture) {
+Tally Session::addEdge(Point p, double aperture) {
     const std::optional<Pick> nearest = Picker(drawing()).nearest(p, aperture);
     if (!nearest)
-        return false;
+        return {};
     const GxDbFullSubentPath path = partOf(nearest->path, kEdgePart, nearest->gsMarker);
     const GxDbObjectId id = nearest->path.back();
     if (set().findSubentPathSubsel(id, path) >= 0)
-        return false;
+        return {1, 0};
     const GxapSelectSet::Iterator it = edgeItem(id);
     if (!edit().appendSubentPathSubsel(path))
         throw CommandError(drawing().label(id) + " takes no edges");
     // The list holds a copy that the library never deletes.
     const KvVector<GxDbFullSubentPath*>& paths = *it.ConstIterator::get()->subselPathArray;
     mEdgePaths.emplace_back(paths.at(paths.logicalLength() - 1));
-    return true;
+    return {1, 1};
 }
 
 void Session::removeEdge(int position, int edge) {
@@ -383,24 +418,31 @@ void Session::removeEdge(int position, int edge) {
     if (edge >= edges) // the library takes the length itself for a position, and raises
         throw CommandError("item " + std::to_string(position) + " has no edge " + std::to_string(edge));
     const bool isHighlighted = record->highlightSegmentArray != nullptr;
-    unhighlight(position);
-    editAndRelease(edit(), [&] { edit().removeSubentPathAtSubsel(position, edge); });
+    unhighlight({position});
+    GxapSSetWriteAccessor& from = edit();
+    editAndRelease(from, [&] { from.removeSubentPathAtSubsel(position, edge); });
     if (isHighlighted && edges > 1)
-        highlight(position);
+        highlight({position});
 }
 
 // ---- highlights
 
-void Session::highlight(int position) {
-    expectPosition(position);
-    GxapSelectSet::Iterator it = edit().iteratorAt(position);
-    highlight(it);
+void Session::highlight(const std::vector<int>& positions) {
+    for (const int position : positions)
+        expectPosition(position);
+    for (const int position : positions) {
+        GxapSelectSet::Iterator it = edit().iteratorAt(position);
+        highlight(it);
+    }
 }
 
-void Session::unhighlight(int position) {
-    expectPosition(position);
-    GxapSelectSet::Iterator it = edit().iteratorAt(position);
-    unhighlight(it);
+void Session::unhighlight(const std::vector<int>& positions) {
+    for (const int position : positions)
+        expectPosition(position);
+    for (const int position : positions) {
+        GxapSelectSet::Iterator it = edit().iteratorAt(position);
+        unhighlight(it);
+    }
 }
 
 void Session::highlightAll() {
@@ -475,9 +517,7 @@ const SetWords& Session::save(const std::string& name) {
 }
 
 void Session::recall(const std::string& name) {
-    const GxapSelectSet& source = saved(name);
-    darken(set());
-    edit().copyFrom(source);
+    replace(mSets.at(mCurrent), saved(name));
 }
 
 void Session::drop(const std::string& name) {
@@ -515,7 +555,17 @@ Tally Session::all() {
     return collect([](Picker& picker, const Picker::Found& found) { picker.all(found); });
 }
 
-Tally Session::byPath(const std::vector<GxDbObjectId>& path) {
+Tally Session::byPaths(const std::vector<std::vector<GxDbObjectId>>& paths) {
+    std::vector<Pick> picks;
+    for (const std::vector<GxDbObjectId>& path : paths)
+        picks.push_back(pickAt(path));
+    return collect([&](Picker&, const Picker::Found& found) {
+        for (const Pick& pick : picks)
+            found(pick);
+    });
+}
+
+Pick Session::pickAt(const std::vector<GxDbObjectId>& path) const {
     Pick pick;
     const BlockDefinition* block = &drawing().model();
     for (const GxDbObjectId id : path) {
@@ -529,7 +579,7 @@ Tally Session::byPath(const std::vector<GxDbObjectId>& path) {
         pick.path.push_back(id);
         block = content->reference ? &content->reference->block() : nullptr;
     }
-    return collect([&](Picker&, const Picker::Found& found) { found(pick); });
+    return pick;
 }
 
 Tally Session::collect(const std::function<void(Picker&, const Picker::Found&)>& pick) {
@@ -546,13 +596,16 @@ Tally Session::collect(const std::function<void(Picker&, const Picker::Found&)>&
 
 void Session::add(const Pick& pick) {
     InfoPointer info = infoOf(pick);
-    if (!pick.isNested()) {
-        edit().select(pick.path.front(), GxDbObjectId::kNull, pick.gsMarker, info.release(), nullptr);
-        return;
-    }
-    const KvVector<GxDbObjectId> path = toVector(pick.path);
+    const bool isNested = pick.isNested();
+    const KvVector<GxDbObjectId> path = isNested ? toVector(pick.path) : KvVector<GxDbObjectId>();
+    const GxDbObjectId subId = isNested ? pick.path.back() : GxDbObjectId::kNull;
+    GxapSelectSet& set = mSets.at(mCurrent);
+    // A refused item must leave shared data shared, so it is the library that sees to the copy.
+    const CopyWatch watch(set);
     // From the call on the set owns the info, also where it refuses the item or runs out of memory.
-    edit().select(pick.path.front(), pick.path.back(), pick.gsMarker, info.release(), &path);
+    accessorOf(set).select(pick.path.front(), subId, pick.gsMarker, info.release(),
+                           isNested ? &path : nullptr);
+    watch.showCopies();
 }
 
 } // namespace picker

@@ -70,8 +70,9 @@ public:
     Tally crossing(const Box& box);
     Tally fence(const std::vector<Point>& chain);
     Tally all();
-    // The entity at the end of a path of ids, as a whole.
-    Tally byPath(const std::vector<GxDbObjectId>& path);
+    // The entities at the ends of paths of ids, as a whole. CommandError where a path leads nowhere; then no
+    // entity is added.
+    Tally byPaths(const std::vector<std::vector<GxDbObjectId>>& paths);
 
     // ---- working sets
 
@@ -79,7 +80,6 @@ public:
     const std::string& currentName() const { return mCurrent; }
     const GxapSelectSet& set() const { return mSets.at(mCurrent); }
     const GxapSelectSet& set(const std::string& name) const; // CommandError where there is none
-    GxapSSetWriteAccessor& edit();
     // Makes the set current; it is empty if it is new.
     void use(const std::string& name);
     // The copy shares its data with the current set until one of them changes.
@@ -98,24 +98,25 @@ public:
     // Each answers how many items went.
     std::uint32_t removeNearest(Point p, double aperture);
     std::uint32_t removeInside(const Box& box); // of the entities wholly inside
-    // Of the entity at the end of a path of ids; an id alone stands for all items under that main id.
-    std::uint32_t removePath(const std::vector<GxDbObjectId>& path);
+    // Of the entities at the ends of paths of ids; an id alone stands for all items under that main id.
+    std::uint32_t removePaths(const std::vector<std::vector<GxDbObjectId>>& paths);
     std::uint32_t removeAt(int position);
     std::uint32_t setUnique(bool on);
     void clear();
 
     // ---- edges: single segments of an entity, in an item of their own
 
-    // The segment nearest to the point. False: there is none, or the item has it. CommandError where the
-    // entity is in the set otherwise.
-    bool addEdge(Point p, double aperture);
+    // The segment nearest to the point, where there is one. CommandError where the entity is in the set
+    // otherwise.
+    Tally addEdge(Point p, double aperture);
     void removeEdge(int position, int edge);
 
     // ---- highlights
 
-    // The whole path of an item, or its edges; and none of it.
-    void highlight(int position);
-    void unhighlight(int position);
+    // The whole path of each item, or its edges; and none of it. CommandError, with nothing done, where a
+    // position has no item.
+    void highlight(const std::vector<int>& positions);
+    void unhighlight(const std::vector<int>& positions);
     void highlightAll();
     void unhighlightAll();
     // The segment nearest to the point, in addition to what its item shows. CommandError where the entity is
@@ -135,6 +136,8 @@ private:
 
     Tally collect(const std::function<void(Picker&, const Picker::Found&)>& pick);
     void add(const Pick& pick);
+    Pick pickAt(const std::vector<GxDbObjectId>& path) const;
+    GxapSSetWriteAccessor& edit();
     void expectPosition(int position) const;
     Transfer transfer(const Filter& filter, const std::string& target, std::set<GxDbObjectId>& mainIds);
     std::uint32_t removeIf(const std::function<bool(const Item&)>& isDoomed);

@@ -527,6 +527,10 @@ std::string contentsOf(const std::string& file) {
 
 } // namespace
 
+bool isShapeType(const std::string& name) {
+    return kShapes.count(name) > 0;
+}
+
 Scene readSvg(const std::string& file) {
     return parseSvg(contentsOf(file), file);
 }

@@ -18,6 +18,9 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Whether elements of that name become entities.
+bool isShapeType(const std::string& name);
+
 Scene readSvg(const std::string& file);
 
 // The same from text; `name` is what errors call it.

@@ -113,6 +113,14 @@ TEST_F(CommandLine, IdSaysWhatIsWrong) {
     EXPECT_THAT(errorOf("id nobody"), HasSubstr("nothing in the drawing has the id or name 'nobody'"));
     EXPECT_EQ(errorOf("id 5"), "5 rect is not in the drawing itself");
     EXPECT_EQ(errorOf("id 3/2"), "2 line is not in 3 desk");
+    EXPECT_EQ(errorOf("id \"\""), "nothing in the drawing has the id or name ''");
+    EXPECT_EQ(errorOf("id 3/"), "nothing in the drawing has the id or name ''");
+}
+
+TEST_F(CommandLine, IdAddsNothingWhereOneOfSeveralIsWrong) {
+    errorOf("id 2 nobody");
+    errorOf("id 2 5");
+    EXPECT_EQ(itemCount(session.set()), 0u);
 }
 
 TEST_F(CommandLine, ListShowsEveryField) {
@@ -134,6 +142,12 @@ TEST_F(CommandLine, ListGoesOnWhereItIsTold) {
     EXPECT_THAT(run("list 2"), testing::Not(HasSubstr("more")));
 }
 
+TEST_F(CommandLine, ListStartsAtAnItemAndHasOne) {
+    run("all");
+    EXPECT_EQ(errorOf("list 3"), "set A has 3 items, counted from 0");
+    EXPECT_EQ(errorOf("list 0 0"), "a list has at least one item; usage: list [FIRST [COUNT]]");
+}
+
 TEST_F(CommandLine, ListOfAnEmptySetSaysSo) {
     EXPECT_EQ(run("list"), "set A is empty\n");
 }
@@ -141,8 +155,15 @@ TEST_F(CommandLine, ListOfAnEmptySetSaysSo) {
 TEST_F(CommandLine, ItemShowsPathAndTransform) {
     run("pick 10 5");
     EXPECT_EQ(run("item 0"), "item 0: main id 3 desk, sub id 5 rect, marker 2, placed by [1 0 0; 0 1 0]\n"
-                             "  path 3 desk > 5 rect, fence crossing -\n");
+                             "  path 3 desk > 5 rect, fence crossing -\n"
+                             "  resolved to entity 3, marker 2; ids that open: 3 > 5\n");
     EXPECT_EQ(errorOf("item 1"), "set A has 1 item, counted from 0");
+}
+
+TEST_F(CommandLine, ItemThatIsNotNestedHasNothingToResolve) {
+    run("id 2");
+    EXPECT_EQ(run("item 0"), "item 0: main id 2 line, sub id -, marker -, placed as drawn\n"
+                             "  path -, fence crossing -\n");
 }
 
 TEST_F(CommandLine, CountTellsItemsAndMainIds) {
@@ -195,10 +216,24 @@ TEST_F(CommandLine, EchoPrintsItsWords) {
     EXPECT_EQ(run("echo"), "\n");
 }
 
-TEST_F(CommandLine, HelpHasALinePerCommand) {
-    const std::string text = run("help");
-    EXPECT_EQ(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')), commands().size());
-    EXPECT_THAT(run("help fence"), HasSubstr("fence X1 Y1 X2 Y2 [X Y]..."));
+TEST_F(CommandLine, HelpHasALinePerCommandAndOneAboutFilters) {
+    std::istringstream lines(run("help"));
+    std::string line;
+    for (const Command& command : commands()) {
+        std::getline(lines, line);
+        EXPECT_THAT(line, testing::EndsWith(std::string(" ") + command.help));
+        EXPECT_LE(line.size(), 80u) << line;
+    }
+    std::getline(lines, line);
+    EXPECT_EQ(line, "FILTER is type TYPE, block BLOCK or box X1 Y1 X2 Y2, and asks about main ids");
+    EXPECT_FALSE(std::getline(lines, line));
+}
+
+TEST_F(CommandLine, HelpExplainsOneCommand) {
+    EXPECT_EQ(run("help fence"),
+              "fence X1 Y1 X2 Y2 [X Y]...    add the entities that a chain of lines crosses\n");
+    EXPECT_EQ(run("help ="), "NAME = SET [+|- SET]          a copy, the union or the difference of sets\n");
+    EXPECT_THAT(run("help move"), HasSubstr("\nFILTER is type TYPE"));
     EXPECT_THAT(errorOf("help nobody"), HasSubstr("unknown command 'nobody'"));
 }
 
@@ -207,6 +242,17 @@ TEST_F(CommandLine, QuitFinishes) {
     EXPECT_FALSE(isFinished);
     run("quit");
     EXPECT_TRUE(isFinished);
+}
+
+TEST(CommandsWithoutADrawing, SayOnlyThatThereIsNone) {
+    Session session;
+    for (const std::string line :
+         {"highlight", "show", "edges", "edge 1 2", "move block b B", "remove-id 2"}) {
+        std::ostringstream out;
+        Console console{session, out, 100};
+        EXPECT_THROW(runCommand(console, wordsOf(line)), CommandError) << line;
+        EXPECT_EQ(out.str(), "") << line;
+    }
 }
 
 TEST_F(CommandLine, ErrorsNameTheWordAndTheUsage) {

@@ -144,11 +144,25 @@ TEST_F(Editing, FilterThatMatchesNothingLeavesTheSetShared) {
     EXPECT_EQ(session.set("A").sharedData, session.set("B").sharedData);
 }
 
+TEST_F(Editing, TransferTakesABoxByAnyTwoCorners) {
+    run("all");
+    EXPECT_THAT(run("copy box 31 11 -1 -1 B"), HasSubstr("2 items copied"));
+}
+
 TEST_F(Editing, TransfersSayWhatIsWrong) {
-    EXPECT_THAT(errorOf("move B"), HasSubstr("a filter and a set are needed"));
-    EXPECT_THAT(errorOf("move colour red B"), HasSubstr("'colour' is no filter"));
+    run("all");
+    EXPECT_EQ(errorOf("move B"), "a filter and a set are needed; usage: move FILTER NAME; "
+                                 "FILTER is type TYPE, block BLOCK or box X1 Y1 X2 Y2");
+    EXPECT_THAT(errorOf("move colour red B"), HasSubstr("'colour' is no filter; usage: move FILTER NAME; F"));
+    EXPECT_THAT(errorOf("move type line"), HasSubstr("a word is missing"));
+    EXPECT_THAT(errorOf("move type a b B"), HasSubstr("'b' is too much"));
     EXPECT_THAT(errorOf("copy box 1 2 3 B"), HasSubstr("a number is missing"));
+    EXPECT_THAT(errorOf("copy box"), HasSubstr("a filter needs more words"));
+    EXPECT_EQ(errorOf("move type desk B"), "'desk' is no type of entity, such as line or path");
+    EXPECT_EQ(errorOf("copy block line B"), "there is no block 'line'; blocks lists them");
     EXPECT_THAT(errorOf("move type line A"), HasSubstr("set A is the current one already"));
+    EXPECT_EQ(session.sets().size(), 1u);
+    EXPECT_EQ(itemsOf("A").size(), 5u);
 }
 
 // ---- removal
@@ -178,6 +192,13 @@ TEST_F(Editing, RemovalByIdTakesAllUnderAMainId) {
     run("all");
     EXPECT_EQ(run("remove-id 3"), "2 items taken out; set A has 3 items\n");
     EXPECT_THAT(itemsOf("A"), ElementsAre("2", "4/6/9", "4/7/9"));
+}
+
+TEST_F(Editing, RemovalTakesNothingWhereOneOfSeveralIdsIsWrong) {
+    run("all");
+    EXPECT_EQ(errorOf("remove-id 2 nobody"), "nothing in the drawing has the id or name 'nobody'");
+    EXPECT_EQ(errorOf("remove-id 3/"), "nothing in the drawing has the id or name ''");
+    EXPECT_EQ(itemsOf("A").size(), 5u);
 }
 
 TEST_F(Editing, RemovalByPathTakesOnePlace) {
@@ -254,8 +275,8 @@ TEST_F(Editing, EdgesAreSegmentsInOneItemOfTheEntity) {
 
 TEST_F(Editing, EdgeIsTakenOnce) {
     run("edge 5 0");
-    EXPECT_EQ(run("edge 5 0"), "no new edge there; set A has 1 item\n");
-    EXPECT_EQ(run("edge 70 70"), "no new edge there; set A has 1 item\n");
+    EXPECT_EQ(run("edge 5 0"), "already among the edges; set A has 1 item\n");
+    EXPECT_EQ(run("edge 70 70"), "nothing there; set A has 1 item\n");
 }
 
 TEST_F(Editing, EdgesItemIsMarkedAsTheLibraryMarksIt) {

@@ -10,6 +10,7 @@
 using namespace picker;
 using kvtest::sceneOf;
 using testing::MatchesRegex;
+using testing::StartsWith;
 
 namespace {
 
@@ -65,6 +66,22 @@ TEST_F(NamedSets, RecallFindsTheSetByItsWords) {
     EXPECT_EQ(run("recall both"), "set A is what was saved as both: 2 items\n");
     EXPECT_EQ(itemCount(session->set()), 2u);
     EXPECT_EQ(errorOf("recall none"), "no set was saved as none");
+}
+
+TEST_F(NamedSets, LoadTakesASavedNameBeforeAFile) {
+    run("all");
+    run("save both");
+    run("clear");
+    EXPECT_EQ(run("load both"), "set A is what was saved as both: 2 items\n");
+    EXPECT_EQ(itemCount(session->set()), 2u);
+    EXPECT_THROW(run("load neither"), DrawingError);
+    EXPECT_EQ(itemCount(session->set()), 2u);
+}
+
+TEST_F(NamedSets, HaveAName) {
+    EXPECT_THAT(errorOf("save \"\""), StartsWith("a name is missing"));
+    EXPECT_THAT(errorOf("save a b"), StartsWith("'b' is too much"));
+    EXPECT_TRUE(list().sets.empty());
 }
 
 TEST_F(NamedSets, StayAsTheyWereSaved) {

@@ -35,6 +35,15 @@ protected:
         return out.str();
     }
 
+    std::string errorOf(const std::string& line) {
+        try {
+            run(line);
+        } catch (const CommandError& error) {
+            return error.what();
+        }
+        return "no error";
+    }
+
     std::string picture() const { return pictureOf(session.drawing()); }
     std::string original() const { return session.drawing().source(); }
 
@@ -52,7 +61,39 @@ protected:
         return items;
     }
 
+    // "main part" of all that the items of any set, saved ones too, are to show.
+    std::set<std::string> partsHeld() const {
+        std::set<std::string> parts;
+        for (const auto& [name, set] : session.sets())
+            addParts(set, parts);
+        for (const auto& [name, words] : session.savedSets())
+            addParts(session.saved(name), parts);
+        return parts;
+    }
+
+    static std::set<std::string> partsIn(const std::string& picture) {
+        const std::multiset<std::string> seen = highlightsIn(picture);
+        return {seen.begin(), seen.end()};
+    }
+
     Session session;
+
+private:
+    void addParts(const GxapSelectSet& set, std::set<std::string>& parts) const {
+        const kvinmemory::Database& database = session.drawing().database();
+        for (auto it = set.begin(); !it.isDone(); it.step()) {
+            const KvVector<GxDbFullSubentPath*>* segments = it.highlightSegmentArray();
+            for (int i = 0; segments && i < segments->logicalLength(); ++i) {
+                const GxDbFullSubentPath& segment = *segments->at(i);
+                std::string path;
+                for (int k = 0; k < segment.objectIds().logicalLength(); ++k)
+                    path +=
+                        (k == 0 ? "" : "/") + std::to_string(database.handleOf(segment.objectIds().at(k)));
+                parts.insert(std::to_string(database.handleOf(it.mainEntId())) + " " + path + " " +
+                             std::to_string(segment.subentId().index));
+            }
+        }
+    }
 };
 
 } // namespace
@@ -116,7 +157,15 @@ TEST_F(Highlighting, GoesByPosition) {
     EXPECT_THAT(highlightsIn(picture()), ElementsAre("2 2 -1", "4 4/8/6 -1"));
     run("unhighlight 0");
     EXPECT_THAT(highlightsIn(picture()), ElementsAre("4 4/8/6 -1"));
-    EXPECT_THROW(run("highlight 3"), CommandError);
+}
+
+TEST_F(Highlighting, ChangesNothingWhereOneOfSeveralPositionsIsWrong) {
+    run("all");
+    EXPECT_THROW(run("highlight 0 3"), CommandError);
+    EXPECT_EQ(picture(), original());
+    run("highlight");
+    EXPECT_THROW(run("unhighlight 0 3"), CommandError);
+    EXPECT_EQ(highlightsIn(picture()).size(), 3u);
 }
 
 TEST_F(Highlighting, IsInTheEntitiesOncePerItem) {
@@ -210,6 +259,42 @@ TEST_F(Highlighting, StaysForACopyThatKeepsTheItems) {
     EXPECT_EQ(picture(), original());
 }
 
+// Whatever one of the sets that hold an item does, the others' highlights of it stay.
+TEST_F(Highlighting, IsSeenAsLongAsAnySetHoldsIt) {
+    for (const std::string edit : {"id 3",
+                                   "remove-at 0",
+                                   "unhighlight",
+                                   "clear",
+                                   "unique off",
+                                   "edge 5 0",
+                                   "highlight-edge 5 80",
+                                   "A = A + C",
+                                   "A = A - C",
+                                   "A = C",
+                                   "A = C + A",
+                                   "B = B + C",
+                                   "B = C - B",
+                                   "B = A + B",
+                                   "recall S",
+                                   "move type line C",
+                                   "copy type line C",
+                                   "copy block s B",
+                                   "remove-id 2",
+                                   "drop S",
+                                   "save S"}) {
+        for (const std::string line : {"use B", "clear", "use C", "clear", "id 2 3", "use A", "clear", "id 2",
+                                       "highlight", "save S", "B = A", edit.c_str()})
+            run(line);
+        EXPECT_EQ(partsIn(picture()), partsHeld()) << edit;
+        for (const std::string line : {"unhighlight", "use B", "unhighlight", "drop S"}) {
+            if (line != "drop S" || session.savedSets().count("S") > 0)
+                run(line);
+            EXPECT_EQ(partsIn(picture()), partsHeld()) << edit << ", " << line;
+        }
+        EXPECT_EQ(picture(), original()) << edit;
+    }
+}
+
 TEST(Picture, GroupStandsBeforeTheEndTagWhateverFollows) {
     Session session;
     session.load(
@@ -243,24 +328,33 @@ TEST_F(Showing, WritesThePictureAndItsPng) {
               "--keep-aspect-ratio --width 1400 --height 1400 --output to/it.png -- to/it.svg\n");
 }
 
-TEST_F(Showing, WorksWithoutAConverter) {
+TEST_F(Showing, WritesThePictureAloneWithoutAConverterAndSaysSo) {
     const kvtest::ProgramDirectory empty;
-    EXPECT_EQ(run("show it.svg"), "0 highlights in it.svg; no PNG, for rsvg-convert made none\n");
+    EXPECT_EQ(errorOf("show it.svg"), "it.svg is written, but no PNG: rsvg-convert is not installed "
+                                      "(package librsvg2-bin)");
+    EXPECT_EQ(kvtest::textOf("it.svg"), original());
+}
+
+TEST_F(Showing, SaysThatAConverterFailed) {
+    const kvtest::StandInConverter converter;
+    std::filesystem::create_directory("it.png");
+    EXPECT_EQ(errorOf("show it.svg"), "it.svg is written, but no PNG: rsvg-convert failed");
     EXPECT_EQ(kvtest::textOf("it.svg"), original());
 }
 
 TEST_F(Showing, NamesTheFileAfterTheDrawing) {
-    const kvtest::ProgramDirectory empty;
+    const kvtest::StandInConverter converter;
     run("show");
     EXPECT_EQ(kvtest::textOf("test-highlight.svg"), original());
 }
 
 TEST_F(Showing, RefusesWhatItCannotOrMustNotWrite) {
-    EXPECT_THROW(run("show it.txt"), CommandError);
+    EXPECT_EQ(errorOf("show it.txt"), "'it.txt' is not the name of an .svg file; usage: show [FILE.svg]");
+    EXPECT_THAT(errorOf("show .svg"), testing::StartsWith("'.svg' is not the name of an .svg file"));
     std::ofstream("file") << "";
-    EXPECT_THROW(run("show file/it.svg"), CommandError);
+    EXPECT_EQ(errorOf("show file/it.svg"), "file/it.svg cannot be written");
     std::ofstream("plan.svg") << original();
     session.load("plan.svg");
-    EXPECT_THROW(run("show ./plan.svg"), CommandError);
+    EXPECT_EQ(errorOf("show ./plan.svg"), "./plan.svg is the drawing itself");
     EXPECT_EQ(kvtest::textOf("plan.svg"), original());
 }

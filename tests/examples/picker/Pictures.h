@@ -68,7 +68,7 @@ class StandInConverter {
 public:
     StandInConverter() {
         const std::string file = "programs/rsvg-convert";
-        std::ofstream(file) << "#!/bin/sh\nall=\"$*\"\n"
+        std::ofstream(file) << "#!/bin/sh\nexec 2>/dev/null\nall=\"$*\"\n"
                                "while [ \"$1\" != --output ]; do shift; done\n"
                                "echo \"$all\" > \"$2\"\n";
         std::filesystem::permissions(file, std::filesystem::perms::owner_all);

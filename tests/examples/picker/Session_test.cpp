@@ -128,8 +128,8 @@ TEST_F(PickSession, NothingFoundChangesNothing) {
 }
 
 TEST_F(PickSession, ByIdTakesPlainEntitiesAndWholeReferences) {
-    session.byPath({id("2")});
-    session.byPath({id("4")});
+    session.byPaths({{id("2")}});
+    session.byPaths({{id("4")}});
     GxapSelectSet::ConstIterator it = session.set().begin();
     EXPECT_EQ(it.mainEntId(), id("2"));
     it.step();
@@ -141,16 +141,16 @@ TEST_F(PickSession, ByIdTakesPlainEntitiesAndWholeReferences) {
 
 TEST_F(PickSession, ByPathIsTheSameItemAsABoxPick) {
     session.window(Box::between({49, 49}, {71, 71}));
-    const Tally tally = session.byPath({id("4"), id("8"), id("6")});
+    const Tally tally = session.byPaths({{id("4"), id("8"), id("6")}});
     EXPECT_EQ(tally.found, 1u);
     EXPECT_EQ(tally.refused(), 1u);
 }
 
 TEST_F(PickSession, ByPathRefusesWhatIsNotThere) {
-    EXPECT_THROW(session.byPath({id("6")}), CommandError);
-    EXPECT_THROW(session.byPath({id("3"), id("8")}), CommandError);
-    EXPECT_THROW(session.byPath({id("2"), id("6")}), CommandError);
-    EXPECT_THROW(session.byPath({id("5")}), CommandError);
+    EXPECT_THROW(session.byPaths({{id("6")}}), CommandError);
+    EXPECT_THROW(session.byPaths({{id("3"), id("8")}}), CommandError);
+    EXPECT_THROW(session.byPaths({{id("2"), id("6")}}), CommandError);
+    EXPECT_THROW(session.byPaths({{id("5")}}), CommandError);
     EXPECT_EQ(itemCount(session.set()), 0u);
 }
 

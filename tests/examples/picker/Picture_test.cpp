@@ -307,6 +307,20 @@ TEST(Picture, GroupStandsBeforeTheEndTagWhateverFollows) {
     EXPECT_EQ(picture.substr(picture.rfind("</g>")), "</g>\n</svg>\n<!-- </svg> -->\n<?a b?>");
 }
 
+TEST(Picture, OfAFileThatTakesNoMoreTextIsAnError) {
+    const std::string text = "<?xml version='1.0' encoding='UTF-16LE'?>"
+                             "<svg xmlns='http://www.w3.org/2000/svg'><line x2='9'/></svg>";
+    std::string wide;
+    for (const char c : text)
+        wide += {c, '\0'};
+    Session session;
+    session.load(parseSvg(wide, "wide.svg"));
+    session.all();
+    EXPECT_EQ(pictureOf(session.drawing()), wide);
+    session.highlightAll();
+    EXPECT_THROW(pictureOf(session.drawing()), std::runtime_error);
+}
+
 // ---- files
 
 namespace {

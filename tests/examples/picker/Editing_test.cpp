@@ -159,6 +159,7 @@ TEST_F(Editing, TransfersSayWhatIsWrong) {
     EXPECT_THAT(errorOf("copy box 1 2 3 B"), HasSubstr("a number is missing"));
     EXPECT_THAT(errorOf("copy box"), HasSubstr("a filter needs more words"));
     EXPECT_EQ(errorOf("move type desk B"), "'desk' is no type of entity, such as line or path");
+    EXPECT_EQ(errorOf("copy block \"\" B"), "there is no block ''; blocks lists them");
     EXPECT_EQ(errorOf("copy block line B"), "there is no block 'line'; blocks lists them");
     EXPECT_THAT(errorOf("move type line A"), HasSubstr("set A is the current one already"));
     EXPECT_EQ(session.sets().size(), 1u);
@@ -300,6 +301,16 @@ TEST_F(Editing, LastEdgeTakesTheItemWithIt) {
     EXPECT_EQ(errorOf("remove-edge 0 1"), "item 0 has no edge 1");
     EXPECT_EQ(run("remove-edge 0 0"), "edge taken out; set A has 0 items\n");
     EXPECT_EQ(errorOf("remove-edge 0 0"), "set A has no item 0");
+}
+
+TEST_F(Editing, EdgesGoWithTheDrawing) {
+    const long before = kvinmemory::livePaths();
+    run("edge 5 0");
+    run("edge 10 5");
+    run("remove-edge 0 0");
+    EXPECT_GT(kvinmemory::livePaths(), before);
+    session.load(sceneOf("<line x2='1'/>"));
+    EXPECT_EQ(kvinmemory::livePaths(), before);
 }
 
 TEST_F(Editing, CopiesKeepTheirEdges) {

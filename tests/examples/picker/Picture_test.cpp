@@ -200,6 +200,46 @@ TEST_F(Highlighting, SegmentsAddUpAndAreSeenOnce) {
     run("highlight-edge 60 70");
     run("highlight-edge 70 60");
     EXPECT_EQ(run("highlight-edge 70 60"), "of item 0; the drawing shows 2 highlights\n");
+    EXPECT_EQ(session.set().getFirst()->highlightSegmentArray->logicalLength(), 2);
+}
+
+TEST_F(Highlighting, OfTheSamePartByTwoItemsIsSeenOnce) {
+    run("unique off");
+    run("id 2 2");
+    EXPECT_EQ(run("highlight"), "the drawing shows 1 highlight\n");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("2 2 -1"));
+    run("unhighlight 0");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("2 2 -1"));
+}
+
+TEST_F(Highlighting, StaysWhereASetIsReplacedByItself) {
+    run("id 2");
+    run("highlight");
+    run("A = A");
+    EXPECT_THAT(highlightsIn(picture()), ElementsAre("2 2 -1"));
+}
+
+TEST_F(Highlighting, OfASegmentThatIsNotThereDrawsNothing) {
+    const GxDbObjectId id = session.drawing().find("2");
+    for (const long segment : {0L, 2L}) {
+        GxDbFullSubentPath path;
+        path.objectIds().setLogicalLength(1);
+        path.objectIds().at(0) = id;
+        path.subentId().type = kEdgePart;
+        path.subentId().index = segment;
+        session.drawing().database().entity(id)->highlight(path, false);
+        EXPECT_EQ(highlightsIn(picture()).size(), 1u);
+        EXPECT_EQ(onlyPathDataIn(picture()), "");
+        session.drawing().database().entity(id)->unhighlight(path, false);
+    }
+}
+
+TEST_F(Highlighting, OutlinesOfAReferenceStartAnew) {
+    session.load(sceneOf("<symbol id='s'><line x2='9'/><path d='M7 7M5 5L6 6'/><line x1='9' x2='8'/></symbol>"
+                         "<use href='#s'/>"));
+    run("id 2");
+    run("highlight");
+    EXPECT_EQ(onlyPathDataIn(picture()), "M0 0L9 0M5 5L6 6M9 0L8 0");
 }
 
 TEST_F(Highlighting, SegmentOfWhatIsNotInTheSetIsAnError) {
@@ -272,6 +312,8 @@ TEST_F(Highlighting, IsSeenAsLongAsAnySetHoldsIt) {
                                    "A = A - C",
                                    "A = C",
                                    "A = C + A",
+                                   "C = A + N",
+                                   "C = N + A",
                                    "B = B + C",
                                    "B = C - B",
                                    "B = A + B",
@@ -282,11 +324,12 @@ TEST_F(Highlighting, IsSeenAsLongAsAnySetHoldsIt) {
                                    "remove-id 2",
                                    "drop S",
                                    "save S"}) {
-        for (const std::string line : {"use B", "clear", "use C", "clear", "id 2 3", "use A", "clear", "id 2",
-                                       "highlight", "save S", "B = A", edit.c_str()})
+        for (const std::string line : {"use N", "use B", "clear", "use C", "clear", "id 2 3", "use A",
+                                       "clear", "id 2", "highlight", "save S", "B = A", edit.c_str()})
             run(line);
         EXPECT_EQ(partsIn(picture()), partsHeld()) << edit;
-        for (const std::string line : {"unhighlight", "use B", "unhighlight", "drop S"}) {
+        for (const std::string line :
+             {"unhighlight", "use B", "unhighlight", "use C", "unhighlight", "drop S"}) {
             if (line != "drop S" || session.savedSets().count("S") > 0)
                 run(line);
             EXPECT_EQ(partsIn(picture()), partsHeld()) << edit << ", " << line;
@@ -297,14 +340,14 @@ TEST_F(Highlighting, IsSeenAsLongAsAnySetHoldsIt) {
 
 TEST(Picture, GroupStandsBeforeTheEndTagWhateverFollows) {
     Session session;
-    session.load(
-        parseSvg("<svg xmlns='http://www.w3.org/2000/svg'><line x2='9'/></svg>\n<!-- </svg> -->\n<?a b?>",
-                 "test.svg"));
+    session.load(parseSvg(
+        "<svg xmlns='http://www.w3.org/2000/svg'><line x2='9'/></svg>\n<!-- </g></svg> -->\n<?a <b?>",
+        "test.svg"));
     session.all();
     session.highlightAll();
     const std::string picture = pictureOf(session.drawing());
     EXPECT_THAT(highlightsIn(picture), ElementsAre("2 2 -1"));
-    EXPECT_EQ(picture.substr(picture.rfind("</g>")), "</g>\n</svg>\n<!-- </svg> -->\n<?a b?>");
+    EXPECT_EQ(picture.substr(picture.find("</g>")), "</g>\n</svg>\n<!-- </g></svg> -->\n<?a <b?>");
 }
 
 TEST(Picture, OfAFileThatTakesNoMoreTextIsAnError) {

@@ -240,6 +240,16 @@ TEST_F(Comparison, AsksTheCountsFirst) {
     EXPECT_FALSE(intersected(other, s));
 }
 
+TEST_F(Comparison, WithASetThatHasNoStoreIsFalse) {
+    const SetOf s{{1}}, without{{1}};
+    auto* const store = std::exchange(without.data().entities, nullptr);
+    EXPECT_FALSE(contains(s, without));
+    EXPECT_FALSE(intersected(s, without));
+    EXPECT_FALSE(contains(without, s));
+    EXPECT_FALSE(intersected(without, s));
+    without.data().entities = store;
+}
+
 TEST_F(Comparison, WalksOverFreedSlots) {
     SetOf s{{1}, {2}, {3}, {4}};
     edit(s.set).remove(id(1));

@@ -117,6 +117,15 @@ TEST_F(HighlightSegment, KeepsItsPlaceAndAddressWhileTheListGrows) {
     EXPECT_EQ(listAt(filled.set, 0).at(0), first);
 }
 
+TEST_F(HighlightSegment, MakesTheListGrowByOne) {
+    Filled filled(1);
+    for (std::int64_t n = 1; n <= 17; ++n) {
+        addSegments(filled.set, 0, {n});
+        EXPECT_EQ(listAt(filled.set, 0).logicalLength(), n);
+        EXPECT_EQ(listAt(filled.set, 0).physicalLength(), (n + 7) / 8 * 8);
+    }
+}
+
 TEST_F(HighlightSegment, GoesToTheItemUnderTheIterator) {
     Filled filled(3);
     addSegments(filled.set, 1, {7});

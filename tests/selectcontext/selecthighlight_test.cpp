@@ -117,6 +117,14 @@ TEST_F(PathHighlight, PassesOverWhatCannotBeOpened) {
     EXPECT_EQ(calls(), Lines({"open erased", "open layer", "open ", "open "}));
 }
 
+TEST_F(PathHighlight, PassesOverAnOpenThatSucceedsAndYieldsNothing) {
+    const GxDbObjectId a = drawing().addEntity("A");
+    drawing().forceOpenStatus(a, eOk);
+    const Paths paths(1);
+    gxutEntityGxDbFullPathHighlight(a, &paths.list, true, true);
+    EXPECT_EQ(calls(), Lines({"open A"}));
+}
+
 TEST_F(PathHighlight, ClosesWhatAFailedOpenYields) {
     const GxDbObjectId a = drawing().addEntity("A");
     drawing().forceOpenStatus(a, kRefused, true);

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -154,8 +155,10 @@ TEST_F(SelectSetList, LooksAtTheFirstWordAlone) {
     GxapSelectSetList list;
     Name name;
     GxapSelectSet* const set = list.newSelectSet(name);
-    const long other[2] = {addressOf(set), 12345};
-    EXPECT_EQ(list.getSSetByName(other), set);
+    for (const long word : {12345L, 0L, -1L, std::numeric_limits<long>::min()}) {
+        const long other[2] = {addressOf(set), word};
+        EXPECT_EQ(list.getSSetByName(other), set);
+    }
 }
 
 TEST_F(SelectSetList, FindsNoSetOfAnotherName) {
@@ -229,11 +232,13 @@ TEST_F(DeleteNamedSet, LeavesTheOthersInOrder) {
 
 TEST_F(DeleteNamedSet, LooksAtTheFirstWordAlone) {
     GxapSelectSetList list;
-    Name name;
-    list.newSelectSet(name);
-    name.words[1] = 99;
-    list.delSelectSet(name);
-    EXPECT_TRUE(list.sets.empty());
+    for (const long word : {99L, 0L, -1L, std::numeric_limits<long>::min()}) {
+        Name name;
+        list.newSelectSet(name);
+        name.words[1] = word;
+        list.delSelectSet(name);
+        EXPECT_TRUE(list.sets.empty());
+    }
 }
 
 TEST_F(DeleteNamedSet, PassesSetsOfOtherListsOver) {

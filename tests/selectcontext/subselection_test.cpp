@@ -853,6 +853,16 @@ TEST_F(FindSubsel, OfBadIdsAnswersNone) {
     EXPECT_EQ(set.sharedData, nullptr);
 }
 
+TEST_F(FindSubsel, OfTheNullIdAnswersNoneThoughAnItemHasIt) {
+    GxapSelectSet set;
+    fillWithSubselection(set, {1});
+    record(set, 1)->mainEntId = kNoId;
+    edit(set).updateDataMap();
+    EXPECT_EQ(set.findSubentPathSubsel(kNoId, part(second, 1)), -1);
+    EXPECT_TRUE(std::as_const(set).findMainSubsel(kNoId) == set.end());
+    EXPECT_TRUE(edit(set).findMainSubsel(kNoId) == set.end());
+}
+
 TEST_F(FindSubsel, InAnythingButASubselectionAnswersNone) {
     GxapSelectSet set;
     fillWithSubselection(set, {1});
@@ -923,6 +933,15 @@ TEST_F(GetSubselAt, OfBadIndexesLeavesThePathAlone) {
     for (const int bad : {-1, 3, 4, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()})
         EXPECT_FALSE(std::as_const(set).getSubentPathAtSubsel(1, bad, path)) << bad;
     EXPECT_TRUE(path == part(third, 7));
+}
+
+TEST_F(GetSubselAt, AsksTheCountFirst) {
+    GxapSelectSet set;
+    fillWithSubselection(set, {1});
+    set.sharedData->entityCount = 1;
+    Path path;
+    EXPECT_FALSE(set.getSubentPathAtSubsel(1, 0, path));
+    EXPECT_EQ(path.objectIds().logicalLength(), 0);
 }
 
 TEST_F(GetSubselAt, OfTheListsLengthRaises) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <utility>
 
 namespace {
@@ -399,16 +400,24 @@ TEST_F(TransferCallback, ThatClearsTheSetFindsItsItemGone) {
     EXPECT_EQ(registrations(source.set), 0);
 }
 
-TEST_F(TransferCallback, ThatClearsAndFillsTheSetFindsItsItemGone) {
+// The new item may lie in the memory of the old one.
+TEST_F(TransferCallback, ThatClearsAndFillsTheSetFindsTheNewItemOrNone) {
     SetOf source{{1}, {2}};
     GxapSelectSet target;
     Excluder excluder = nothingButFirst([&] {
         edit(source.set).clear();
         edit(source.set).append(id(7), GxDbObjectId());
     });
-    kvtest::expectMessage([&] { source.set.transfer(target, &excluder, nullptr); }, kvtest::kAccessError);
-    EXPECT_EQ(count(target), 0u);
+    try {
+        source.set.transfer(target, &excluder, nullptr);
+        EXPECT_EQ(items(target), plainItems(7, 1));
+    } catch (KvExceptionWithMsg* raised) {
+        const std::unique_ptr<KvExceptionWithMsg> owner(raised);
+        EXPECT_STREQ(raised->message(), kvtest::kAccessError);
+        EXPECT_EQ(count(target), 0u);
+    }
     EXPECT_EQ(items(source.set), plainItems(7, 1));
+    EXPECT_EQ(registrations(source.set), 0);
 }
 
 TEST_F(TransferCallback, ThatTakesTheItemOutFindsItGone) {

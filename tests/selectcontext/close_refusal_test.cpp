@@ -1,0 +1,84 @@
+// Entities whose closing throws, after a drawing and after the resolution of a path.
+
+#include "tests/selectcontext/RecordTestSupport.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace {
+
+struct Refusal {};
+
+bool gRefuses = false;
+int gCloses = 0;
+
+} // namespace
+
+// In place of the platform's own: nothing here asks what is open.
+GxErrorStatus GxDbObject::close() {
+    ++gCloses;
+    if (gRefuses)
+        throw Refusal();
+    return eOk;
+}
+
+namespace {
+
+using kvinmemory::DatabaseCall;
+using kvinmemory::livePaths;
+using kvtest::edit;
+using kvtest::registrations;
+
+// A set of one item with a segment and a path of two ids, in a drawing that refuses to close entities.
+class RefusedClose : public kvtest::SetTest {
+protected:
+    void SetUp() override {
+        SetTest::SetUp();
+        mDrawing = std::make_unique<kvinmemory::Database>(64);
+        const GxDbObjectId outer = mDrawing->addEntity("outer");
+        const GxDbObjectId inner = mDrawing->addEntity("inner");
+        set = std::make_unique<GxapSelectSet>();
+        const KvVector<GxDbObjectId> nested = kvtest::idVector({outer, inner});
+        edit(*set).select(inner, GxDbObjectId(), -1, nullptr, &nested);
+        const GxDbFullSubentPath path = kvtest::subentPath({outer, inner}, 1, 1);
+        edit(*set).begin().setHighlightSegment(&path);
+        gCloses = 0;
+        gRefuses = true;
+    }
+
+    void TearDown() override {
+        gRefuses = false;
+        set.reset();
+        mDrawing.reset();
+        SetTest::TearDown();
+    }
+
+    std::unique_ptr<GxapSelectSet> set;
+
+private:
+    std::unique_ptr<kvinmemory::Database> mDrawing;
+};
+
+TEST_F(RefusedClose, ReachesTheCallerOfADrawing) {
+    EXPECT_THROW(set->draw(true, true), Refusal);
+    EXPECT_EQ(kvinmemory::databaseEvents(DatabaseCall::Highlight).size(), 1u);
+    EXPECT_EQ(gCloses, 1);
+    EXPECT_EQ(registrations(*set), 0);
+}
+
+TEST_F(RefusedClose, LeavesTheSegmentsOfADrawingToTheItem) {
+    EXPECT_THROW(set->draw(true, true), Refusal);
+    EXPECT_EQ(livePaths(), 1);
+    edit(*set).begin().setHighlightSegment(nullptr);
+    EXPECT_EQ(livePaths(), 0);
+}
+
+TEST_F(RefusedClose, ReachesTheCallerOfAPathsResolution) {
+    const GxapSelectSet::ConstIterator it = set->begin();
+    KvVector<GxDbObjectId> ids;
+    EXPECT_THROW(it.getFilteredNestedFullPath(ids), Refusal);
+    EXPECT_EQ(gCloses, 1);
+    EXPECT_EQ(it.nestedEntFullPath().logicalLength(), 2);
+}
+
+} // namespace

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <type_traits>
 #include <vector>
 
 namespace kvbench {
@@ -49,6 +50,8 @@ public:
     Owned& operator=(Owned&&) noexcept = default;
 
     const T* get() const { return mValue.get(); }
+    T* get() { return mValue.get(); }
+    T& make() { return mValue ? *mValue : *(mValue = std::make_unique<T>()); }
 
 private:
     std::unique_ptr<T> mValue;
@@ -56,18 +59,23 @@ private:
 
 // The same fields as selected_entity, in the containers that an application's programmers would take.
 struct PeerItem {
+    PeerItem() = default;
     explicit PeerItem(const Pick& pick) : mainId(pick.mainId), subId(pick.subId), gsMarker(pick.gsMarker) {}
+
+    // For the peers that leave a gap where an item was: what is selected has an id.
+    bool isGap() const { return !mainId.stub(); }
 
     GxDbObjectId mainId;
     GxDbObjectId subId;
-    long gsMarker;
+    long gsMarker = -1;
     std::vector<int> viewports;
     Owned<std::vector<GxDbFullSubentPath>> segments;
     Owned<std::vector<GxDbFullSubentPath>> subselection;
-    bool alive = true; // for the peers that leave a gap where an item was
     std::vector<GxDbObjectId> path;
     Owned<GxGeMatrix3d> transform;
 };
+static_assert(std::is_nothrow_move_constructible_v<PeerItem> && std::is_nothrow_move_assignable_v<PeerItem>,
+              "a growing vector moves its items");
 
 inline bool isNoMarker(long marker) {
     return marker == 0 || marker == -1;

@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <numeric>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace kvbench {
@@ -20,13 +22,30 @@ inline const char* nameOf(Order order) {
     return order == Order::kAscending ? "ascending" : "shuffled";
 }
 
-// The same shuffle for every contender and every run.
-inline std::vector<std::size_t> indices(std::size_t count, Order order, unsigned seed = 1) {
-    std::vector<std::size_t> result(count);
+constexpr unsigned kSelectionSeed = 1;
+constexpr unsigned kAccessSeed = 2;
+constexpr unsigned kRemovalSeed = 3;
+
+// The same shuffle for every contender and every run; kept, as measurements ask for it again and again.
+inline const std::vector<std::size_t>& indices(std::size_t count, Order order,
+                                               unsigned seed = kSelectionSeed) {
+    static std::map<std::tuple<std::size_t, Order, unsigned>, std::vector<std::size_t>> kept;
+    std::vector<std::size_t>& result = kept[{count, order, seed}];
+    if (!result.empty())
+        return result;
+    result.resize(count);
     std::iota(result.begin(), result.end(), std::size_t{0});
     if (order == Order::kShuffled)
         std::shuffle(result.begin(), result.end(), std::mt19937_64(seed));
     return result;
+}
+
+// For all that is measured at this size.
+inline void prepareIndices(std::size_t count, Order order) {
+    indices(count, order);
+    indices(std::max<std::size_t>(count / 10, 1) * 10, order);
+    indices(count, Order::kShuffled, kAccessSeed);
+    indices(count, Order::kShuffled, kRemovalSeed);
 }
 
 // `count` different entities, `first` the lowest of them.
@@ -44,6 +63,17 @@ void fill(Set& set, const Picks& items) {
         set.select(pick);
 }
 
+// How far apart the items are that a contender is asked for which has to count through a list to each.
+template <class Set>
+std::size_t stepFor(std::size_t count) {
+    constexpr std::size_t kMostAsked = 20;
+    return Set::kIndexesPositions ? 1 : std::max<std::size_t>(count / kMostAsked, 1);
+}
+
+inline std::size_t stepsIn(std::size_t count, std::size_t step) {
+    return (count + step - 1) / step;
+}
+
 // Something that the compiler cannot drop.
 inline void keep(std::uintptr_t value) {
     asm volatile("" : : "r"(value) : "memory");
@@ -56,7 +86,8 @@ inline void require(bool held) {
 
 // Every operation class:
 //   kName; kIsRepeatable: one preparation serves many timed runs;
-//   Operation(count, order) prepares; run() is timed and leaves the number of items it dealt with in check().
+//   Operation(count, order) prepares; run() is timed; itemsDealtWith() is the number of items that one run
+//   deals with; check() aborts when the last run did not do its job.
 
 template <class Set>
 struct Select {
@@ -65,6 +96,7 @@ struct Select {
 
     Select(std::size_t count, Order order) : mItems(picks(count, order)) {}
     void run() { fill(mSet, mItems); }
+    std::size_t itemsDealtWith() const { return mItems.size(); }
     void check() const { require(mSet.size() == mItems.size()); }
 
     Picks mItems;
@@ -74,6 +106,7 @@ struct Select {
 template <class Set>
 struct Filled {
     Filled(std::size_t count, Order order) : mItems(picks(count, order)) { fill(mSet, mItems); }
+    std::size_t itemsDealtWith() const { return mItems.size(); }
 
     Picks mItems;
     Set mSet;
@@ -110,18 +143,15 @@ struct Position : Filled<Set> {
     static constexpr const char* kName = "id to position";
     static constexpr bool kIsRepeatable = true;
 
-    // Contenders that count positions through a list are asked less often.
-    Position(std::size_t count, Order order)
-        : Filled<Set>(count, order),
-          mStep(Set::kIndexesPositions ? 1 : std::max<std::size_t>(count / 100, 1)) {}
+    Position(std::size_t count, Order order) : Filled<Set>(count, order), mStep(stepFor<Set>(count)) {}
 
-    std::size_t share() const { return mStep; }
+    std::size_t itemsDealtWith() const { return stepsIn(this->mItems.size(), mStep); }
     void run() {
         mSum = 0;
         for (std::size_t i = 0; i < this->mItems.size(); i += mStep)
             mSum += std::size_t{this->mSet.positionOf(this->mItems[i].mainId) == static_cast<long>(i)};
     }
-    void check() const { require(mSum == (this->mItems.size() + mStep - 1) / mStep); }
+    void check() const { require(mSum == itemsDealtWith()); }
 
     std::size_t mStep;
     std::size_t mSum = 0;
@@ -133,8 +163,16 @@ struct Walk : Filled<Set> {
     static constexpr bool kIsRepeatable = true;
 
     using Filled<Set>::Filled;
-    void run() { keep(this->mSet.walk()); }
-    void check() const {}
+    void run() { mSum = this->mSet.walk(); }
+    void check() const {
+        std::uintptr_t sum = 0;
+        for (const Pick& pick : this->mItems)
+            sum += reinterpret_cast<std::uintptr_t>(pick.mainId.stub()) +
+                   static_cast<std::uintptr_t>(pick.gsMarker);
+        require(mSum == sum);
+    }
+
+    std::uintptr_t mSum = 0;
 };
 
 template <class Set>
@@ -143,20 +181,22 @@ struct Nth : Filled<Set> {
     static constexpr bool kIsRepeatable = true;
 
     Nth(std::size_t count, Order order)
-        : Filled<Set>(count, order), mPositions(indices(count, Order::kShuffled, 2)),
-          mStep(Set::kIndexesPositions ? 1 : std::max<std::size_t>(count / 100, 1)) {}
+        : Filled<Set>(count, order), mPositions(indices(count, Order::kShuffled, kAccessSeed)),
+          mStep(stepFor<Set>(count)) {}
 
-    std::size_t share() const { return mStep; }
+    std::size_t itemsDealtWith() const { return stepsIn(mPositions.size(), mStep); }
     void run() {
-        std::uintptr_t sum = 0;
+        mSum = 0;
         for (std::size_t i = 0; i < mPositions.size(); i += mStep)
-            sum += static_cast<std::uintptr_t>(this->mSet.at(mPositions[i]));
-        keep(sum);
+            mSum += this->mSet.at(mPositions[i]);
     }
-    void check() const {}
+    void check() const {
+        require(mSum == -static_cast<long>(itemsDealtWith())); // no item has a marker, which reads as -1
+    }
 
     std::vector<std::size_t> mPositions;
     std::size_t mStep;
+    long mSum = 0;
 };
 
 // Copies a handle and drops the copy, once per item of the set's size, so that the result reads in ns per
@@ -173,7 +213,7 @@ struct HandleCopy : Filled<Set> {
             keep(reinterpret_cast<std::uintptr_t>(&copy));
         }
     }
-    void check() const {}
+    void check() const { require(this->mSet.size() == this->mItems.size()); }
 };
 
 template <class Set>
@@ -194,12 +234,12 @@ struct RemoveHalf : Filled<Set> {
     static constexpr bool kIsRepeatable = false;
 
     RemoveHalf(std::size_t count, Order order) : Filled<Set>(count, order) {
-        for (const std::size_t index : indices(count, Order::kShuffled, 3)) {
+        for (const std::size_t index : indices(count, Order::kShuffled, kRemovalSeed)) {
             if (mDoomed.size() < count / 2)
                 mDoomed.push_back(this->mItems[index]);
         }
     }
-    std::size_t share() const { return 2; }
+    std::size_t itemsDealtWith() const { return mDoomed.size(); }
     void run() {
         for (const Pick& pick : mDoomed)
             this->mSet.remove(pick);
@@ -237,6 +277,9 @@ struct Overlapping {
         fill(mB, picks(count, order, count / 2));
     }
 
+    // As many as either set has: each is read or looked up once.
+    std::size_t itemsDealtWith() const { return mCount; }
+
     std::size_t mCount;
     Set mA;
     Set mB;
@@ -270,8 +313,10 @@ struct Contains {
 
     Contains(std::size_t count, Order order) {
         fill(mA, picks(count, order));
-        fill(mB, picks(count, order));
+        mB = mA;
+        mB.detach();
     }
+    std::size_t itemsDealtWith() const { return mA.size(); }
     void run() { mHeld = mA.contains(mB); }
     void check() const { require(mHeld); }
 
@@ -288,8 +333,9 @@ struct SetUnique {
     SetUnique(std::size_t count, Order order) : mIds(std::max<std::size_t>(count / 10, 1)) {
         mSet.setUniqueRule(false);
         for (const std::size_t index : indices(mIds * 10, order))
-            mSet.select({idAt(index / 10), GxDbObjectId(), static_cast<long>(index % 10) + 1});
+            mSet.select(Pick{idAt(index / 10), GxDbObjectId(), static_cast<long>(index % 10) + 1});
     }
+    std::size_t itemsDealtWith() const { return mIds * 10; }
     void run() { mSet.setUniqueRule(true); }
     void check() const { require(mSet.size() == mIds); }
 
@@ -302,9 +348,12 @@ struct Destroy {
     static constexpr const char* kName = "destruction";
     static constexpr bool kIsRepeatable = false;
 
-    Destroy(std::size_t count, Order order) { fill(*mSet, picks(count, order)); }
+    Destroy(std::size_t count, Order order) : mCount(count) { fill(*mSet, picks(count, order)); }
+    std::size_t itemsDealtWith() const { return mCount; }
     void run() { mSet.reset(); }
-    void check() const {}
+    void check() const { require(!mSet); }
+
+    std::size_t mCount;
 
     std::unique_ptr<Set> mSet = std::make_unique<Set>();
 };

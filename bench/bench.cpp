@@ -1,102 +1,51 @@
 // Times the library's operations beside contenders that do the same work on the same items, in one run.
 //
-// Benchmarks are named operation/order/size/contender. Medians over interleaved repetitions are what counts:
-//   --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
+// Benchmarks are named operation/order/size/contender. Medians over interleaved repetitions are what counts;
+// scripts/bench runs them so and reports on them. --sizes=100,10000 (default: all) picks the sizes.
 
+#include "bench/Child.h"
+#include "bench/Contenders.h"
+#include "bench/Measure.h"
 #include "bench/Operations.h"
-#include "bench/peers/LinkedList.h"
-#include "bench/peers/SelectContext.h"
-#include "bench/peers/VectorHash.h"
-#ifdef KV_BENCH_BOOST
-#include "bench/peers/MultiIndex.h"
-#endif
-#ifdef KV_BENCH_COLONY
-#include "bench/peers/Colony.h"
-#endif
-#ifdef KV_BENCH_QT
-#include "bench/peers/QtContainers.h"
-#endif
-#ifdef KV_BENCH_OCCT
-#include "bench/peers/NCollection.h"
-#endif
 
+#include <algorithm>
 #include <benchmark/benchmark.h>
-#include <chrono>
-#include <malloc.h>
-#include <memory>
+#include <cstdlib>
+#include <cstring>
 #include <string>
+#include <vector>
 
 namespace kvbench {
 namespace {
 
-constexpr std::size_t kSizes[] = {100, 1000, 10000, 100000, 1000000};
-
-double secondsOf(std::chrono::steady_clock::duration duration) {
-    return std::chrono::duration<double>(duration).count();
-}
-
-// One in `share` of the items is dealt with.
-template <class Operation>
-auto shareOf(const Operation& operation, int) -> decltype(operation.share()) {
-    return operation.share();
-}
-template <class Operation>
-std::size_t shareOf(const Operation&, long) {
-    return 1;
-}
-
-template <class Operation>
-double timedRun(Operation& operation) {
-    const auto start = std::chrono::steady_clock::now();
-    operation.run();
-    const auto end = std::chrono::steady_clock::now();
-    operation.check();
-    return secondsOf(end - start);
-}
+using Sizes = std::vector<std::size_t>;
 
 template <class Operation>
 void measure(benchmark::State& state, std::size_t count, Order order) {
-    std::unique_ptr<Operation> operation;
-    double seconds = 0;
-    std::size_t runs = 0;
-    std::size_t share = 1;
+    prepareIndices(count, order); // here, so that the processes of all measurements have them
     for (auto _ : state) {
-        if (!operation || !Operation::kIsRepeatable)
-            operation = std::make_unique<Operation>(count, order);
-        share = shareOf(*operation, 0);
-        const double run = timedRun(*operation);
-        state.SetIterationTime(run);
-        seconds += run;
-        ++runs;
+        const auto timing = inChild([=] { return timingOf<Operation>(count, order); });
+        if (!timing) {
+            state.SkipWithError("the measurement's process died");
+            return;
+        }
+        state.SetIterationTime(timing->nsPerItem * 1e-9);
+        state.counters["ns_per_item"] = timing->nsPerItem;
+        state.counters["shortest_region_us"] = timing->shortestRegionUs;
     }
-    const double items = static_cast<double>(runs) * static_cast<double>((count + share - 1) / share);
-    state.counters["ns_per_item"] = seconds * 1e9 / items;
 }
 
-std::size_t allocatedBytes() {
-    const struct mallinfo2 info = mallinfo2();
-    return info.uordblks + info.hblkhd;
-}
-
-// Everything that a set of `count` items takes from the heap, as the allocator accounts for it.
 template <class Set>
 void measureBytes(benchmark::State& state, std::size_t count, Order order) {
     for (auto _ : state) {
-        const Picks items = picks(count, order);
-        const std::size_t before = allocatedBytes();
-        Set set;
-        fill(set, items);
-        for (const Pick& pick : items) // an index that is built when first asked is part of the set
-            require(set.has(pick.mainId));
-        const std::size_t after = allocatedBytes();
+        const auto bytes = inChild([=] { return bytesPerItem<Set>(count, order); });
+        if (!bytes) {
+            state.SkipWithError("the measurement's process died");
+            return;
+        }
         state.SetIterationTime(1e-9);
-        state.counters["bytes_per_item"] = static_cast<double>(after - before) / static_cast<double>(count);
+        state.counters["bytes_per_item"] = *bytes;
     }
-}
-
-// Fewer iterations for larger sets: each prepares sets of its own.
-benchmark::IterationCount iterationsFor(std::size_t count) {
-    return static_cast<benchmark::IterationCount>(std::max<std::size_t>(200000 / count, 1));
 }
 
 std::string nameFor(const char* operation, Order order, std::size_t count, const char* contender) {
@@ -109,38 +58,77 @@ void add(std::size_t count, Order order) {
         nameFor(Operation<Set>::kName, order, count, Set::kName).c_str(),
         [count, order](benchmark::State& state) { measure<Operation<Set>>(state, count, order); })
         ->UseManualTime()
-        ->Iterations(iterationsFor(count));
+        ->Iterations(1);
+}
+
+// What a set takes is the same every time.
+template <class Set>
+void addMemory(std::size_t count, Order order) {
+    benchmark::RegisterBenchmark(
+        nameFor("memory", order, count, Set::kName).c_str(),
+        [count, order](benchmark::State& state) { measureBytes<Set>(state, count, order); })
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Repetitions(1);
 }
 
 template <class Set>
-void addAll() {
-    for (const std::size_t count : kSizes) {
+void addAll(std::size_t count, Order order) {
+    add<Select, Set>(count, order);
+    add<Reselect, Set>(count, order);
+    add<Presence, Set>(count, order);
+    add<Position, Set>(count, order);
+    add<Walk, Set>(count, order);
+    add<Nth, Set>(count, order);
+    add<HandleCopy, Set>(count, order);
+    add<FirstWrite, Set>(count, order);
+    add<RemoveHalf, Set>(count, order);
+    add<RemoveAllForward, Set>(count, order);
+    add<RemoveAllBackward, Set>(count, order);
+    add<Merge, Set>(count, order);
+    add<Minus, Set>(count, order);
+    add<Contains, Set>(count, order);
+    add<SetUnique, Set>(count, order);
+    add<Destroy, Set>(count, order);
+    addMemory<Set>(count, order);
+}
+
+template <class Set>
+void addAll(const Sizes& sizes) {
+    for (const std::size_t count : sizes) {
         if (count > Set::kLargest)
-            break;
-        for (const Order order : {Order::kAscending, Order::kShuffled}) {
-            add<Select, Set>(count, order);
-            add<Reselect, Set>(count, order);
-            add<Presence, Set>(count, order);
-            add<Position, Set>(count, order);
-            add<Walk, Set>(count, order);
-            add<Nth, Set>(count, order);
-            add<HandleCopy, Set>(count, order);
-            add<FirstWrite, Set>(count, order);
-            add<RemoveHalf, Set>(count, order);
-            add<RemoveAllForward, Set>(count, order);
-            add<RemoveAllBackward, Set>(count, order);
-            add<Merge, Set>(count, order);
-            add<Minus, Set>(count, order);
-            add<Contains, Set>(count, order);
-            add<SetUnique, Set>(count, order);
-            add<Destroy, Set>(count, order);
-            benchmark::RegisterBenchmark(
-                nameFor("memory", order, count, Set::kName).c_str(),
-                [count, order](benchmark::State& state) { measureBytes<Set>(state, count, order); })
-                ->UseManualTime()
-                ->Iterations(1);
-        }
+            continue;
+        addAll<Set>(count, Order::kAscending);
+        addAll<Set>(count, Order::kShuffled);
     }
+}
+
+template <class... Sets>
+struct All {
+    static void add(const Sizes& sizes) { (addAll<Sets>(sizes), ...); }
+};
+
+// Takes --sizes=N,N... out of the arguments. Empty for a list with something else than sizes in it.
+Sizes takeSizes(int& argc, char** argv) {
+    constexpr char kFlag[] = "--sizes=";
+    char** const end = argv + argc;
+    char** const found = std::find_if(
+        argv + 1, end, [&](char* arg) { return std::strncmp(arg, kFlag, sizeof kFlag - 1) == 0; });
+    if (found == end)
+        return {100, 1000, 10000, 100000, 1000000};
+
+    Sizes sizes;
+    for (const char* at = *found + sizeof kFlag - 2; *at != '\0';) {
+        char* next = nullptr;
+        const unsigned long size = std::strtoul(at + 1, &next, 10);
+        if (size == 0 || (*next != ',' && *next != '\0'))
+            return {};
+        sizes.push_back(size);
+        at = next;
+    }
+    std::copy(found + 1, end, found);
+    --argc;
+    return sizes;
 }
 
 } // namespace
@@ -148,23 +136,11 @@ void addAll() {
 
 int main(int argc, char** argv) {
     using namespace kvbench;
-    addAll<SelectContext>();
-    addAll<VectorHash>();
-#ifdef KV_BENCH_BOOST
-    addAll<MultiIndex>();
-#endif
-#ifdef KV_BENCH_COLONY
-    addAll<Colony>();
-#endif
-#ifdef KV_BENCH_QT
-    addAll<QtContainers>();
-#endif
-#ifdef KV_BENCH_OCCT
-    addAll<NCollection>();
-#endif
-    addAll<LinkedList>();
+    const Sizes sizes = takeSizes(argc, argv);
+    ContendersIn<All>::add(sizes);
+    benchmark::AddCustomContext("left_out", leftOut());
     benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+    if (sizes.empty() || benchmark::ReportUnrecognizedArguments(argc, argv))
         return 2;
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -1,4 +1,4 @@
-// plf::colony of items and std::unordered_multimap from id to item. The colony reuses the place of an erased
+// plf::colony of items and std::unordered_multimap from id to place. The colony reuses the place of an erased
 // item, so that order of insertion holds only until something is inserted after an erasure; no operation
 // measured does that.
 #pragma once
@@ -22,13 +22,13 @@ public:
     ColonyState(const ColonyState& other) {
         mItems.reserve(other.mItems.size());
         mIndex.reserve(other.mIndex.size());
-        other.forEach([this](const PeerItem& item) { append(PeerItem(item)); });
+        other.forEach([this](const PeerItem& item) { append(item); });
     }
     ColonyState& operator=(const ColonyState&) = delete;
 
-    void append(PeerItem&& item) {
-        const GxDbObjectId id = item.mainId;
-        mIndex.emplace(id, &*mItems.insert(std::move(item)));
+    template <class Item>
+    void append(const Item& item) {
+        mIndex.emplace(item.mainId, mItems.emplace(item));
     }
 
     bool has(const GxDbObjectId& id) const { return mIndex.find(id) != mIndex.end(); }
@@ -46,7 +46,7 @@ public:
             std::find_if(run.first, run.second, [&](const auto& entry) { return test(*entry.second); });
         if (found == run.second)
             return false;
-        mItems.erase(mItems.get_iterator(found->second));
+        mItems.erase(found->second);
         mIndex.erase(found);
         return true;
     }
@@ -66,7 +66,7 @@ public:
         const auto found = mIndex.find(id);
         if (found == mIndex.end())
             return -1;
-        return distance(mItems.begin(), mItems.get_iterator(pointer(found->second)));
+        return distance(mItems.begin(), Items::const_iterator(found->second));
     }
 
     const PeerItem& at(std::size_t position) const {
@@ -79,7 +79,7 @@ public:
 
     void removeAllForward() {
         for (auto it = mItems.begin(); it != mItems.end();) {
-            removeEntry(&*it);
+            removeEntry(it);
             it = mItems.erase(it);
         }
     }
@@ -87,20 +87,19 @@ public:
     void removeAllBackward() {
         while (!mItems.empty()) {
             const auto last = --mItems.end();
-            removeEntry(&*last);
+            removeEntry(last);
             mItems.erase(last);
         }
     }
 
     void keepFirstOfEachId() {
         Index kept;
-        kept.reserve(mIndex.size());
         for (auto it = mItems.begin(); it != mItems.end();) {
             if (kept.find(it->mainId) != kept.end()) {
                 it = mItems.erase(it);
                 continue;
             }
-            kept.emplace(it->mainId, &*it);
+            kept.emplace(it->mainId, it);
             ++it;
         }
         mIndex = std::move(kept);
@@ -108,14 +107,12 @@ public:
 
 private:
     using Items = plf::colony<PeerItem>;
-    using Index = std::unordered_multimap<GxDbObjectId, PeerItem*, IdHash, IdEqual>;
+    using Index = std::unordered_multimap<GxDbObjectId, Items::iterator, IdHash, IdEqual>;
 
-    static Items::const_pointer pointer(const PeerItem* item) { return item; }
-
-    void removeEntry(const PeerItem* item) {
-        const auto run = mIndex.equal_range(item->mainId);
-        mIndex.erase(
-            std::find_if(run.first, run.second, [item](const auto& entry) { return entry.second == item; }));
+    void removeEntry(const Items::iterator& place) {
+        const auto run = mIndex.equal_range(place->mainId);
+        mIndex.erase(std::find_if(run.first, run.second,
+                                  [&place](const auto& entry) { return entry.second == place; }));
     }
 
     Items mItems;

@@ -16,7 +16,10 @@ public:
     static constexpr std::size_t kLargest = 100;
     static constexpr bool kIndexesPositions = true;
 
-    void append(PeerItem&& item) { mItems.push_back(std::move(item)); }
+    template <class Item>
+    void append(const Item& item) {
+        mItems.emplace_back(item);
+    }
 
     bool has(const GxDbObjectId& id) const {
         return anyOf([&id](const PeerItem& item) { return item.mainId == id; });
@@ -49,9 +52,9 @@ public:
     }
 
     long positionOf(const GxDbObjectId& id) const {
-        return std::distance(mItems.begin(),
-                             std::find_if(mItems.begin(), mItems.end(),
-                                          [&id](const PeerItem& item) { return item.mainId == id; }));
+        const auto found = std::find_if(mItems.begin(), mItems.end(),
+                                        [&id](const PeerItem& item) { return item.mainId == id; });
+        return found == mItems.end() ? -1 : std::distance(mItems.begin(), found);
     }
 
     const PeerItem& at(std::size_t position) const {

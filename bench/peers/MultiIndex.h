@@ -19,7 +19,10 @@ public:
     static constexpr std::size_t kLargest = 1000000;
     static constexpr bool kIndexesPositions = false;
 
-    void append(PeerItem&& item) { mItems.push_back(std::move(item)); }
+    template <class Item>
+    void append(const Item& item) {
+        mItems.emplace_back(item);
+    }
 
     bool has(const GxDbObjectId& id) const { return byId().find(id) != byId().end(); }
 

@@ -1,24 +1,23 @@
-// Open CASCADE's NCollection_List of items and NCollection_DataMap from an item's identity to its place in
-// the list, as an interactive selection there holds its owners.
+// Open CASCADE's NCollection_List of items and NCollection_DataMap from id to place in the list, as an
+// interactive selection there holds its owners.
 #pragma once
 
 #include "bench/peers/Peer.h"
 
 #include <NCollection_DataMap.hxx>
 #include <NCollection_List.hxx>
-#include <NCollection_Map.hxx>
+#include <Standard_Address.hxx>
 #include <Standard_Integer.hxx>
+#include <algorithm>
 #include <vector>
 
 namespace kvbench {
 
-struct IdentityHasher {
-    static Standard_Integer HashCode(const Pick& key, Standard_Integer upper) {
-        return ::HashCode(reinterpret_cast<std::uintptr_t>(key.mainId.stub()), upper);
+struct NCollectionIdHasher {
+    static Standard_Integer HashCode(const GxDbObjectId& id, Standard_Integer upper) {
+        return ::HashCode(static_cast<const void*>(id.stub()), upper);
     }
-    static Standard_Boolean IsEqual(const Pick& a, const Pick& b) {
-        return a.mainId == b.mainId && a.subId == b.subId && a.gsMarker == b.gsMarker;
-    }
+    static Standard_Boolean IsEqual(const GxDbObjectId& a, const GxDbObjectId& b) { return a == b; }
 };
 
 class NCollectionState {
@@ -29,47 +28,64 @@ public:
 
     NCollectionState() = default;
     NCollectionState(const NCollectionState& other) {
-        other.forEach([this](const PeerItem& item) { append(PeerItem(item)); });
+        other.forEach([this](const PeerItem& item) { append(item); });
     }
     NCollectionState& operator=(const NCollectionState&) = delete;
 
-    void append(PeerItem&& item) {
-        const Pick key = identity(item);
-        Items::Iterator place;
-        mItems.Append(item, place);
-        mIndex.Bind(key, place);
+    template <class Item>
+    void append(const Item& item) {
+        Place place;
+        mItems.Append(PeerItem(item), place);
+        if (Run* const run = mIndex.ChangeSeek(item.mainId))
+            run->others.make().push_back(place);
+        else
+            mIndex.Bind(item.mainId, Run{place, {}});
     }
 
-    bool has(const GxDbObjectId& id) const { return mIndex.IsBound(Pick{id, GxDbObjectId(), kNoMarker}); }
+    bool has(const GxDbObjectId& id) const { return mIndex.IsBound(id); }
 
-    // The identity is the key, so that an id's items are looked up one identity at a time.
     template <class Test>
     bool anyOfId(const GxDbObjectId& id, Test test) const {
-        const Items::Iterator* const place = mIndex.Seek(Pick{id, GxDbObjectId(), kNoMarker});
-        return place && test(place->Value());
+        const Run* const run = mIndex.Seek(id);
+        if (!run)
+            return false;
+        if (test(run->first.Value()))
+            return true;
+        const std::vector<Place>* const others = run->others.get();
+        return others && std::any_of(others->begin(), others->end(),
+                                     [&](const Place& place) { return test(place.Value()); });
     }
 
+    // The id comes by value: it may be that of the item that goes.
     template <class Test>
-    bool eraseFirstOfId(const GxDbObjectId& id, Test test) {
-        const Pick key{id, GxDbObjectId(), kNoMarker};
-        const Items::Iterator* const place = mIndex.Seek(key);
-        if (!place || !test(place->Value()))
+    bool eraseFirstOfId(GxDbObjectId id, Test test) {
+        Run* const run = mIndex.ChangeSeek(id);
+        if (!run)
             return false;
-        Items::Iterator it = *place;
-        mIndex.UnBind(key);
-        removeFromList(it);
+        std::vector<Place>* const others = run->others.get();
+        Place place = run->first;
+        if (!test(place.Value())) {
+            if (!takeFirst(others, test, place))
+                return false;
+        } else if (others && !others->empty()) {
+            run->first = others->front();
+            others->erase(others->begin());
+        } else {
+            mIndex.UnBind(id);
+        }
+        removeFromList(place);
         return true;
     }
 
     template <class Visit>
     void forEach(Visit visit) const {
-        for (Items::Iterator it(mItems); it.More(); it.Next())
+        for (Place it(mItems); it.More(); it.Next())
             visit(it.Value());
     }
 
     template <class Test>
     bool anyOf(Test test) const {
-        for (Items::Iterator it(mItems); it.More(); it.Next()) {
+        for (Place it(mItems); it.More(); it.Next()) {
             if (test(it.Value()))
                 return true;
         }
@@ -77,16 +93,17 @@ public:
     }
 
     long positionOf(const GxDbObjectId& id) const {
+        const Run* const run = mIndex.Seek(id);
+        if (!run)
+            return -1;
         long position = 0;
-        for (Items::Iterator it(mItems); it.More(); it.Next(), ++position) {
-            if (it.Value().mainId == id)
-                return position;
-        }
-        return -1;
+        for (Place it(mItems); !(it == run->first); it.Next())
+            ++position;
+        return position;
     }
 
     const PeerItem& at(std::size_t position) const {
-        Items::Iterator it(mItems);
+        Place it(mItems);
         for (; position > 0; --position)
             it.Next();
         return it.Value();
@@ -95,45 +112,72 @@ public:
     std::size_t size() const { return static_cast<std::size_t>(mItems.Extent()); }
 
     void removeAllForward() {
-        while (!mItems.IsEmpty()) {
-            mIndex.UnBind(identity(mItems.First()));
-            mItems.RemoveFirst();
-        }
+        while (!mItems.IsEmpty())
+            erase(mItems.First());
     }
 
-    void removeAllBackward() { removeAllForward(); }
+    void removeAllBackward() {
+        while (!mItems.IsEmpty())
+            erase(mItems.Last());
+    }
 
     void keepFirstOfEachId() {
-        NCollection_Map<Pick, IdentityHasher> seen;
-        for (Items::Iterator it(mItems); it.More();) {
-            const PeerItem& item = it.Value();
-            if (seen.Add(Pick{item.mainId, GxDbObjectId(), kNoMarker})) {
-                it.Next();
+        Index kept;
+        for (Place it(mItems); it.More();) {
+            if (kept.IsBound(it.Value().mainId)) {
+                mItems.Remove(it); // steps on
                 continue;
             }
-            mIndex.UnBind(identity(item));
-            removeFromList(it);
+            kept.Bind(it.Value().mainId, Run{it, {}});
+            it.Next();
         }
+        mIndex.Exchange(kept);
     }
 
 private:
     using Items = NCollection_List<PeerItem>;
+    using Place = Items::Iterator;
 
-    static constexpr long kNoMarker = -1;
+    // The places of one id's items, in order. Most ids have one.
+    struct Run {
+        Place first;
+        Owned<std::vector<Place>> others;
+    };
+    using Index = NCollection_DataMap<GxDbObjectId, Run, NCollectionIdHasher>;
 
-    static Pick identity(const PeerItem& item) {
-        return {item.mainId, item.subId, isNoMarker(item.gsMarker) ? kNoMarker : item.gsMarker};
+    template <class Test>
+    static bool takeFirst(std::vector<Place>* places, Test test, Place& taken) {
+        if (!places)
+            return false;
+        const auto found = std::find_if(places->begin(), places->end(),
+                                        [&](const Place& place) { return test(place.Value()); });
+        if (found == places->end())
+            return false;
+        taken = *found;
+        places->erase(found);
+        return true;
+    }
+
+    void erase(const PeerItem& wanted) {
+        eraseFirstOfId(wanted.mainId, [&wanted](const PeerItem& item) { return &item == &wanted; });
     }
 
     // A place in this list knows the item before it: the next item's place in the index has to follow.
-    void removeFromList(Items::Iterator& it) {
-        mItems.Remove(it);
-        if (it.More())
-            *mIndex.ChangeSeek(identity(it.Value())) = it;
+    void removeFromList(Place place) {
+        mItems.Remove(place);
+        if (!place.More())
+            return;
+        Run& run = *mIndex.ChangeSeek(place.Value().mainId);
+        if (run.first == place) {
+            run.first = place;
+            return;
+        }
+        std::vector<Place>& others = *run.others.get();
+        *std::find(others.begin(), others.end(), place) = place;
     }
 
     Items mItems;
-    NCollection_DataMap<Pick, Items::Iterator, IdentityHasher> mIndex;
+    Index mIndex;
 };
 using NCollection = Peer<NCollectionState>;
 

@@ -10,8 +10,9 @@
 namespace kvbench {
 
 // `State` is copyable and keeps items in the order of insertion, found by main id:
-//   append(PeerItem&&), has(id), anyOfId(id, test), eraseFirstOfId(id, test), forEach(visit), anyOf(test),
-//   positionOf(id), at(position), size(), removeAllForward(), removeAllBackward(), keepFirstOfEachId().
+//   append(Pick or PeerItem), has(id), anyOfId(id, test), eraseFirstOfId(id, test), forEach(visit),
+//   anyOf(test), positionOf(id), at(position), size(), removeAllForward(), removeAllBackward(),
+//   keepFirstOfEachId().
 template <class State>
 class Peer {
 public:
@@ -20,15 +21,20 @@ public:
     static constexpr bool kIndexesPositions = State::kIndexesPositions;
 
     void setUniqueRule(bool on) {
-        if (on && !mUnique)
+        if (on && !mUnique) {
+            detach();
             mState->keepFirstOfEachId();
+        }
         mUnique = on;
     }
 
-    void select(const Pick& pick) {
-        if (mUnique && mState->anyOfId(pick.mainId, [&](const PeerItem& item) { return isSame(item, pick); }))
+    // Refuses an item of the same five-part identity. `Item` is a Pick or a PeerItem.
+    template <class Item>
+    void select(const Item& item) {
+        if (mUnique && holds(item))
             return;
-        mState->append(PeerItem(pick));
+        detach();
+        mState->append(item);
     }
 
     bool has(const GxDbObjectId& id) const { return mState->has(id); }
@@ -51,24 +57,28 @@ public:
     }
 
     bool remove(const Pick& pick) {
+        detach();
         return mState->eraseFirstOfId(pick.mainId, [&](const PeerItem& item) { return hasKeys(item, pick); });
     }
 
-    void removeAllForward() { mState->removeAllForward(); }
-    void removeAllBackward() { mState->removeAllBackward(); }
+    void removeAllForward() {
+        detach();
+        mState->removeAllForward();
+    }
+
+    void removeAllBackward() {
+        detach();
+        mState->removeAllBackward();
+    }
 
     void mergeOf(const Peer& a, const Peer& b) {
-        mState = a.mState;
-        detach();
-        b.mState->forEach([this](const PeerItem& item) {
-            if (!holds(item))
-                mState->append(PeerItem(item));
-        });
+        *this = a;
+        mUnique = a.mUnique || b.mUnique;
+        b.mState->forEach([this](const PeerItem& item) { select(item); });
     }
 
     void minusOf(const Peer& a, const Peer& b) {
-        mState = a.mState;
-        detach();
+        *this = a;
         b.mState->forEach([this](const PeerItem& item) { remove(keysOf(item)); });
     }
 
@@ -77,7 +87,8 @@ public:
     }
 
 private:
-    bool holds(const PeerItem& wanted) const {
+    template <class Item>
+    bool holds(const Item& wanted) const {
         return mState->anyOfId(wanted.mainId, [&](const PeerItem& item) { return isSame(item, wanted); });
     }
 

@@ -28,9 +28,10 @@ public:
     }
     QtState& operator=(const QtState&) = delete;
 
-    void append(PeerItem&& item) {
+    template <class Item>
+    void append(const Item& item) {
         mIndex.insert(item.mainId, mItems.size());
-        mItems.append(std::move(item));
+        mItems.append(PeerItem(item));
     }
 
     bool has(const GxDbObjectId& id) const { return mIndex.contains(id); }
@@ -49,7 +50,7 @@ public:
         for (auto entry = mIndex.find(id); entry != mIndex.end() && entry.key() == id; ++entry) {
             if (!test(mItems.at(entry.value())))
                 continue;
-            mItems[entry.value()].alive = false;
+            mItems[entry.value()] = PeerItem();
             mIndex.erase(entry);
             return true;
         }
@@ -59,7 +60,7 @@ public:
     template <class Visit>
     void forEach(Visit visit) const {
         for (const PeerItem& item : mItems) {
-            if (item.alive)
+            if (!item.isGap())
                 visit(item);
         }
     }
@@ -67,7 +68,7 @@ public:
     template <class Test>
     bool anyOf(Test test) const {
         return std::any_of(mItems.begin(), mItems.end(),
-                           [&](const PeerItem& item) { return item.alive && test(item); });
+                           [&](const PeerItem& item) { return !item.isGap() && test(item); });
     }
 
     long positionOf(const GxDbObjectId& id) const {
@@ -77,14 +78,14 @@ public:
         if (mIndex.size() == mItems.size())
             return found.value();
         return std::count_if(mItems.begin(), mItems.begin() + found.value(),
-                             [](const PeerItem& item) { return item.alive; });
+                             [](const PeerItem& item) { return !item.isGap(); });
     }
 
     const PeerItem& at(std::size_t position) const {
         if (mIndex.size() == mItems.size())
             return mItems.at(static_cast<int>(position));
         return *std::find_if(mItems.begin(), mItems.end(),
-                             [&position](const PeerItem& item) { return item.alive && position-- == 0; });
+                             [&position](const PeerItem& item) { return !item.isGap() && position-- == 0; });
     }
 
     std::size_t size() const { return static_cast<std::size_t>(mIndex.size()); }
@@ -102,22 +103,24 @@ public:
 
     void keepFirstOfEachId() {
         QMultiHash<GxDbObjectId, int> kept;
-        kept.reserve(mIndex.size());
         for (int i = 0; i < mItems.size(); ++i) {
             PeerItem& item = mItems[i];
-            item.alive = item.alive && !kept.contains(item.mainId);
-            if (item.alive)
+            if (item.isGap())
+                continue;
+            if (!kept.contains(item.mainId))
                 kept.insert(item.mainId, i);
+            else
+                item = PeerItem();
         }
         mIndex = kept;
     }
 
 private:
     void removeIndex(int i) {
-        if (!mItems.at(i).alive)
+        if (mItems.at(i).isGap())
             return;
         mIndex.remove(mItems.at(i).mainId, i);
-        mItems[i].alive = false;
+        mItems[i] = PeerItem();
     }
 
     QList<PeerItem> mItems;

@@ -15,9 +15,10 @@ public:
     static constexpr std::size_t kLargest = 1000000;
     static constexpr bool kIndexesPositions = true;
 
-    void append(PeerItem&& item) {
+    template <class Item>
+    void append(const Item& item) {
         mIndex.emplace(item.mainId, static_cast<std::uint32_t>(mItems.size()));
-        mItems.push_back(std::move(item));
+        mItems.emplace_back(item);
     }
 
     bool has(const GxDbObjectId& id) const { return mIndex.find(id) != mIndex.end(); }
@@ -36,7 +37,7 @@ public:
                                         [&](const auto& entry) { return test(mItems[entry.second]); });
         if (found == run.second)
             return false;
-        mItems[found->second].alive = false;
+        mItems[found->second] = PeerItem();
         mIndex.erase(found);
         return true;
     }
@@ -44,7 +45,7 @@ public:
     template <class Visit>
     void forEach(Visit visit) const {
         for (const PeerItem& item : mItems) {
-            if (item.alive)
+            if (!item.isGap())
                 visit(item);
         }
     }
@@ -52,7 +53,7 @@ public:
     template <class Test>
     bool anyOf(Test test) const {
         return std::any_of(mItems.begin(), mItems.end(),
-                           [&](const PeerItem& item) { return item.alive && test(item); });
+                           [&](const PeerItem& item) { return !item.isGap() && test(item); });
     }
 
     long positionOf(const GxDbObjectId& id) const {
@@ -62,14 +63,14 @@ public:
         if (mIndex.size() == mItems.size())
             return static_cast<long>(found->second);
         return std::count_if(mItems.begin(), mItems.begin() + found->second,
-                             [](const PeerItem& item) { return item.alive; });
+                             [](const PeerItem& item) { return !item.isGap(); });
     }
 
     const PeerItem& at(std::size_t position) const {
         if (mIndex.size() == mItems.size())
             return mItems[position];
         return *std::find_if(mItems.begin(), mItems.end(),
-                             [&position](const PeerItem& item) { return item.alive && position-- == 0; });
+                             [&position](const PeerItem& item) { return !item.isGap() && position-- == 0; });
     }
 
     std::size_t size() const { return mIndex.size(); }
@@ -87,12 +88,14 @@ public:
 
     void keepFirstOfEachId() {
         Index kept;
-        kept.reserve(mIndex.size());
         for (std::size_t i = 0; i < mItems.size(); ++i) {
             PeerItem& item = mItems[i];
-            item.alive = item.alive && kept.find(item.mainId) == kept.end();
-            if (item.alive)
+            if (item.isGap())
+                continue;
+            if (kept.find(item.mainId) == kept.end())
                 kept.emplace(item.mainId, static_cast<std::uint32_t>(i));
+            else
+                item = PeerItem();
         }
         mIndex = std::move(kept);
     }
@@ -101,12 +104,12 @@ private:
     using Index = std::unordered_multimap<GxDbObjectId, std::uint32_t, IdHash, IdEqual>;
 
     void removeIndex(std::size_t i) {
-        if (!mItems[i].alive)
+        if (mItems[i].isGap())
             return;
         const auto run = mIndex.equal_range(mItems[i].mainId);
         mIndex.erase(
             std::find_if(run.first, run.second, [i](const auto& entry) { return entry.second == i; }));
-        mItems[i].alive = false;
+        mItems[i] = PeerItem();
     }
 
     std::vector<PeerItem> mItems;

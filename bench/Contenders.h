@@ -1,0 +1,59 @@
+// All the contenders whose packages are there, and the names of those that are left out.
+#pragma once
+
+#include "bench/peers/LinkedList.h"
+#include "bench/peers/SelectContext.h"
+#include "bench/peers/VectorHash.h"
+#ifdef KV_BENCH_BOOST
+#include "bench/peers/MultiIndex.h"
+#endif
+#ifdef KV_BENCH_COLONY
+#include "bench/peers/Colony.h"
+#endif
+#ifdef KV_BENCH_QT
+#include "bench/peers/QtContainers.h"
+#endif
+#ifdef KV_BENCH_OCCT
+#include "bench/peers/NCollection.h"
+#endif
+
+#include <string>
+
+namespace kvbench {
+
+// List<every contender's set>.
+template <template <class...> class List>
+using ContendersIn = List<SelectContext, VectorHash,
+#ifdef KV_BENCH_BOOST
+                          MultiIndex,
+#endif
+#ifdef KV_BENCH_COLONY
+                          Colony,
+#endif
+#ifdef KV_BENCH_QT
+                          QtContainers,
+#endif
+#ifdef KV_BENCH_OCCT
+                          NCollection,
+#endif
+                          LinkedList>;
+
+// The contenders whose package was not there when this was built, separated by commas.
+inline std::string leftOut() {
+    std::string names;
+#ifndef KV_BENCH_BOOST
+    names += ", Boost.MultiIndex";
+#endif
+#ifndef KV_BENCH_COLONY
+    names += ", plf::colony+unordered_multimap";
+#endif
+#ifndef KV_BENCH_QT
+    names += ", QList+QMultiHash";
+#endif
+#ifndef KV_BENCH_OCCT
+    names += ", NCollection List+DataMap";
+#endif
+    return names.empty() ? names : names.substr(2);
+}
+
+} // namespace kvbench

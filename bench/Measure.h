@@ -1,0 +1,122 @@
+// How an operation is timed: several sets in one go where they are small, and several times where that is
+// cheap.
+#pragma once
+
+#include "bench/Operations.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <malloc.h>
+#include <memory>
+#include <vector>
+
+namespace kvbench {
+
+constexpr std::size_t kItemsPerRegion = 16000; // in as many sets as that takes: one of 10^6, 160 of 10^2
+constexpr std::size_t kRegions = 5;            // at most, for one figure
+constexpr double kEnoughSeconds = 0.4;         // after which no further region is begun
+constexpr double kLongRegionSeconds = 200e-6;  // what the rounds of a repeatable operation are to add up to
+constexpr double kMostRounds = 10000;
+
+struct Timing {
+    double nsPerItem;
+    double shortestRegionUs;
+};
+
+inline std::size_t setsOf(std::size_t count) {
+    return std::max<std::size_t>((kItemsPerRegion + count - 1) / count, 1);
+}
+
+inline double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+template <class Operation>
+class Batch {
+public:
+    Batch(std::size_t count, Order order) : mCount(count), mOrder(order) { prepare(); }
+
+    void prepare() {
+        mOperations.clear();
+        while (mOperations.size() < setsOf(mCount))
+            mOperations.push_back(std::make_unique<Operation>(mCount, mOrder));
+    }
+
+    double seconds(std::size_t rounds) {
+        const auto start = std::chrono::steady_clock::now();
+        for (std::size_t round = 0; round < rounds; ++round) {
+            for (const auto& operation : mOperations)
+                operation->run();
+        }
+        const double result = secondsSince(start);
+        for (const auto& operation : mOperations)
+            operation->check();
+        return result;
+    }
+
+    double itemsDealtWith() const {
+        return static_cast<double>(mOperations.size()) *
+               static_cast<double>(mOperations.front()->itemsDealtWith());
+    }
+
+private:
+    std::size_t mCount;
+    Order mOrder;
+    std::vector<std::unique_ptr<Operation>> mOperations;
+};
+
+inline std::size_t roundsFor(double secondsOfOne) {
+    const double rounds = std::ceil(kLongRegionSeconds / std::max(secondsOfOne, 1e-9));
+    return static_cast<std::size_t>(std::clamp(rounds, 1.0, kMostRounds));
+}
+
+// The median of a few timed regions; a first one warms up, unless preparing another set for it is dear.
+// Leaves the last sets to the end of the process, as releasing them would take as long as many an operation.
+template <class Operation>
+Timing timingOf(std::size_t count, Order order) {
+    auto& batch = *new Batch<Operation>(count, order);
+    const auto start = std::chrono::steady_clock::now();
+    std::size_t rounds = 1;
+    bool isPrepared = true;
+    if (Operation::kIsRepeatable || count <= kItemsPerRegion) {
+        const double warmUp = batch.seconds(1);
+        isPrepared = Operation::kIsRepeatable;
+        rounds = isPrepared ? roundsFor(warmUp) : 1;
+    }
+    std::vector<double> regions;
+    do {
+        if (!isPrepared)
+            batch.prepare();
+        regions.push_back(batch.seconds(rounds));
+        isPrepared = Operation::kIsRepeatable;
+    } while (regions.size() < kRegions && secondsSince(start) < kEnoughSeconds);
+
+    std::sort(regions.begin(), regions.end());
+    const double items = batch.itemsDealtWith() * static_cast<double>(rounds);
+    return {regions[regions.size() / 2] * 1e9 / items, regions.front() * 1e6};
+}
+
+inline std::size_t allocatedBytes() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+// Everything that sets of `count` items take from the heap, as the allocator accounts for it. Leaves them to
+// the end of the process.
+template <class Set>
+double bytesPerItem(std::size_t count, Order order) {
+    const Picks items = picks(count, order);
+    auto& sets = *new std::vector<std::unique_ptr<Set>>(setsOf(count));
+    const std::size_t before = allocatedBytes();
+    for (std::unique_ptr<Set>& set : sets) {
+        set = std::make_unique<Set>();
+        fill(*set, items);
+        for (const Pick& pick : items) // an index that is built when first asked is part of the set
+            require(set->has(pick.mainId));
+    }
+    return static_cast<double>(allocatedBytes() - before) / static_cast<double>(count * sets.size());
+}
+
+} // namespace kvbench

@@ -2,7 +2,10 @@
 #pragma once
 
 #include "base/KvBaseExport.h"
+#include "base/KvOccupancy.h"
+#include "base/KvPageIndex.h"
 #include "base/KvRaise.h"
+#include "base/KvShortcuts.h"
 
 #include <atomic>
 #include <cstddef>
@@ -10,6 +13,7 @@
 #include <memory>
 #include <new>
 #include <type_traits>
+#include <vector>
 
 namespace kvdetail {
 
@@ -18,6 +22,14 @@ namespace kvdetail {
 // reads. Relaxed: a thread only needs to see the frees of its own stores, and those it has made or
 // synchronised with.
 KV_BASE_API extern std::atomic<std::uint32_t> gStoreEpoch;
+
+inline std::uint32_t currentStoreEpoch() noexcept {
+    return gStoreEpoch.load(std::memory_order_relaxed);
+}
+
+inline void raiseStoreEpoch() noexcept {
+    gStoreEpoch.fetch_add(1, std::memory_order_relaxed);
+}
 
 constexpr const wchar_t* kStoreAccessMessage = L"Error access KvTrucker";
 
@@ -51,14 +63,18 @@ public:
         T value;
         unsigned char free; // 1 empty, 0 occupied
     };
+    static constexpr std::uint32_t kSlotsPerPage = PageBytes / sizeof(Slot);
+
     struct Page {
         Page* next;
         std::uint32_t liveCount; // occupied slots
         Slot* slots;             // the block of kSlotsPerPage slots
         Slot* fillEnd;           // the first slot that was never used
+
+        std::uint32_t number = 0;             // the store's own: its place in the page index
+        KvOccupancy<kSlotsPerPage> occupancy; // kept while the page has holes
     };
 
-    static constexpr std::uint32_t kSlotsPerPage = PageBytes / sizeof(Slot);
     static_assert(kSlotsPerPage > 0 && PageBytes % sizeof(Slot) == 0, "a page holds a whole number of slots");
     static_assert(std::is_nothrow_default_constructible_v<T> && std::is_nothrow_copy_assignable_v<T>,
                   "filling a page and storing a value cannot throw");
@@ -83,11 +99,43 @@ public:
 
         // To the next occupied slot, across pages, or to the end. From before the first element it goes to
         // the first slot, with position 0 where that slot is occupied. An iterator without page or slot does
-        // not move; one whose page is gone goes to the end. O(slots skipped).
-        void next();
+        // not move; one whose page is gone goes to the end. O(1), O(slots skipped / 64) in a page with holes.
+        void next() {
+            if (!nextNeighbour())
+                nextElsewhere();
+        }
+
+        // Stands on a slot, and not on the end of a page. Reads nothing through the iterator.
+        bool isOnSlot() const noexcept { return slot && slot < pageEnd; }
+
+        // What next() does where the next slot of the page is occupied and the page known to be there; false,
+        // and nothing done, elsewhere.
+        bool nextNeighbour() noexcept {
+            // Before the first element, `position` is the largest number.
+            if (!isOnSlot() || !page || epoch != kvdetail::currentStoreEpoch() || position >= page->liveCount)
+                return false;
+            Slot* const neighbour = slot + 1;
+            if (neighbour == pageEnd || neighbour->free)
+                return false;
+            slot = neighbour;
+            ++position;
+            return true;
+        }
+
+        // The value of an occupied slot on a page that is known to be there, else null.
+        T* valueHere() const noexcept {
+            return isOnSlot() && epoch == kvdetail::currentStoreEpoch() && !slot->free ? &slot->value
+                                                                                       : nullptr;
+        }
 
         // The page is in the store's chain and the slot in its block, or one past it.
-        bool isOnPage() const noexcept;
+        bool isOnPage() const noexcept {
+            return trucker && (epoch == kvdetail::currentStoreEpoch() || isOnFoundPage());
+        }
+
+    private:
+        void nextElsewhere();
+        bool isOnFoundPage() const noexcept;
     };
 
     KvTrucker() = default;
@@ -97,7 +145,7 @@ public:
     // Frees the pages; what the slots point at is not touched.
     ~KvTrucker() {
         freeAllPages();
-        raiseEpoch();
+        kvdetail::raiseStoreEpoch();
     }
 
     // Occupies the next slot. KvErrorStatus 6 when no page can be obtained. O(1); a page per kSlotsPerPage
@@ -121,7 +169,11 @@ public:
     iterator end() const;
 
     // Compares store, page, slot and position with the end. Reads nothing through the iterator. O(1).
-    bool isEnd(const iterator& it) const;
+    bool isEnd(const iterator& it) const {
+        // The slot first: it decides for every iterator on an element.
+        return it.slot == blockEnd(tail) && it.trucker == this && it.page == tail &&
+               it.position == (tail ? tail->liveCount : 0);
+    }
 
     // Frees the iterator's slot; nothing for the end, a free slot, an iterator whose page is gone or one of
     // another store. The iterator stays on the freed slot, unless its page became empty: then it moves back
@@ -154,16 +206,21 @@ public:
         return nullptr;
     }
 
-    // The page whose used slots this address is one of, or null. O(pages).
+    // The page whose used slots this address is one of, or null. O(1), O(pages) for null.
     Page* pageOf(const void* slot) const noexcept {
+        Page* const indexed = indexedPages() ? mIndex.find(slot) : nullptr;
+        if (indexed && isWithin(slot, indexed->slots, indexed->fillEnd))
+            return indexed;
         Page* page = head;
         while (page && !isWithin(slot, page->slots, page->fillEnd))
             page = page->next;
         return page;
     }
 
-    // The page before `page`, or null for the head and for a page that is not in the chain. O(pages).
+    // The page before `page`, which is one of this store or null; null for the head. O(pages).
     Page* pageBefore(const Page* page) const noexcept {
+        if (page == head)
+            return nullptr;
         for (Page* p = head; p; p = p->next) {
             if (p->next == page)
                 return p;
@@ -171,14 +228,63 @@ public:
         return nullptr;
     }
 
+    // The first occupied slot of the page's block from this slot of it on, or null. O(1) where the next slot
+    // is occupied, O(slots skipped / 64) where the page has holes.
+    static Slot* firstOccupiedOf(const Page* page, Slot* from) noexcept;
+
+    // The last occupied slot of the page before its slot number `below`, or null. O(1) where the page has no
+    // holes.
+    static Slot* lastOccupiedBefore(const Page* page, std::ptrdiff_t below) noexcept;
+
+    // The number of occupied slots of the page before this slot of it. O(1) where the page has no holes.
+    static std::uint32_t occupiedBefore(const Page* page, const Slot* slot) noexcept;
+
     Page* head = nullptr;
     Page* tail = nullptr;
 
 private:
-    static std::uint32_t currentEpoch() noexcept {
-        return kvdetail::gStoreEpoch.load(std::memory_order_relaxed);
+    // Every used slot is occupied, so that a slot's number is its ordinal.
+    static bool hasNoHoles(const Page* page) noexcept {
+        return kvdetail::kHasOccupancy && page->fillEnd - page->slots == page->liveCount;
     }
-    static void raiseEpoch() noexcept { kvdetail::gStoreEpoch.fetch_add(1, std::memory_order_relaxed); }
+
+    // The page's bits are kept, and agree with its count.
+    static bool hasBits(const Page* page) noexcept {
+        return kvdetail::kHasOccupancy && page->occupancy.isKept() &&
+               page->occupancy.count() == page->liveCount;
+    }
+
+    static std::uint32_t numberOf(const Page* page, const Slot* slot) noexcept {
+        return static_cast<std::uint32_t>(slot - page->slots);
+    }
+
+    // The n-th occupied slot of the page where arithmetic or bits can tell, else null.
+    static Slot* nthByShortcut(const Page* page, std::uint32_t n) noexcept;
+    static void vacate(Page* page, Slot* slot) noexcept;
+
+    // The chain as an array with the same ends, or null where there is none. A page of it is believed once
+    // the one before leads to it.
+    const std::vector<Page*>* indexedPages() const noexcept {
+        if (!mIndex.isInUse() || mIndex.pages().front() != head || mIndex.pages().back() != tail)
+            return nullptr;
+        return &mIndex.pages();
+    }
+
+    // The i-th page of the array where the chain leads to it from this page, else null.
+    static Page* linkedTo(const Page* page, const std::vector<Page*>& pages, std::size_t i) noexcept {
+        if (i >= pages.size())
+            return nullptr;
+        Page* ahead = pages[i];
+        // Keeps the compiler from taking page->next, which is the same: pages along the array are read at
+        // once, those along the chain one after the other.
+        asm("" : "+r"(ahead));
+        return page->next == ahead ? ahead : nullptr;
+    }
+
+    // Moves `remaining` past the whole pages before the one that holds the element, which is returned; null
+    // when the pages end first.
+    Page* skipPages(std::uint32_t& remaining) const noexcept;
+    std::uint32_t liveBefore(const Page* page) const noexcept;
 
     // Addresses are compared as integers: they may come from anywhere.
     static bool isWithin(const void* address, const Slot* first, const Slot* last) noexcept {
@@ -199,6 +305,8 @@ private:
     static void freePage(Page* page) noexcept;
     void unlink(Page* page) noexcept;
     bool contains(const Page* page) const noexcept;
+
+    KvPageIndex<Page, PageBytes> mIndex;
 };
 
 namespace kvdetail {
@@ -216,13 +324,10 @@ void stepBack(const Store* store, typename Store::iterator& it) {
     while (onPage) {
         // Counted in slots from the block's start, so that no address below the block is ever formed.
         const std::ptrdiff_t below = it.position == 0 ? 0 : it.slot - it.page->slots;
-        for (std::ptrdiff_t i = below - 1; i >= 0; --i) {
-            Slot* const candidate = it.page->slots + i;
-            if (!candidate->free) {
-                it.slot = candidate;
-                --it.position;
-                return;
-            }
+        if (Slot* const previous = Store::lastOccupiedBefore(it.page, below)) {
+            it.slot = previous;
+            --it.position;
+            return;
         }
         it.page = store->pageBefore(it.page);
         onPage = it.page != nullptr;
@@ -271,7 +376,7 @@ T& KvTrucker<T, PageBytes, Allocator>::iterator::operator*() const {
 }
 
 template <class T, unsigned PageBytes, class Allocator>
-void KvTrucker<T, PageBytes, Allocator>::iterator::next() {
+void KvTrucker<T, PageBytes, Allocator>::iterator::nextElsewhere() {
     Slot* from = nullptr;
     if (position == kNoPosition) {
         if (!trucker || !trucker->head)
@@ -280,7 +385,7 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::next() {
         pageEnd = blockEnd(page);
         slot = page->slots;
         position = 0;
-        epoch = currentEpoch();
+        epoch = kvdetail::currentStoreEpoch();
         // The first element reached this way has position 0, one less than iteratorAt() gives it.
         if (slot && !slot->free)
             return;
@@ -296,7 +401,7 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::next() {
     }
 
     if (position < page->liveCount) {
-        if (Slot* const found = firstOccupied(from, blockEnd(page))) {
+        if (Slot* const found = firstOccupiedOf(page, from)) {
             slot = found;
             ++position;
             return;
@@ -309,7 +414,7 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::next() {
         pageEnd = blockEnd(page);
         if (page->liveCount == 0)
             continue;
-        if (Slot* const found = firstOccupied(page->slots, pageEnd)) {
+        if (Slot* const found = firstOccupiedOf(page, page->slots)) {
             slot = found;
             position = 1;
             return;
@@ -321,10 +426,8 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::next() {
 }
 
 template <class T, unsigned PageBytes, class Allocator>
-bool KvTrucker<T, PageBytes, Allocator>::iterator::isOnPage() const noexcept {
-    const std::uint32_t now = currentEpoch();
-    if (epoch == now)
-        return true;
+bool KvTrucker<T, PageBytes, Allocator>::iterator::isOnFoundPage() const noexcept {
+    const std::uint32_t now = kvdetail::currentStoreEpoch();
     if (!trucker || !trucker->contains(page))
         return false;
     if (slot != blockEnd(page) && !isWithin(slot, page->slots, blockEnd(page)))
@@ -338,6 +441,8 @@ auto KvTrucker<T, PageBytes, Allocator>::append() -> Slot* {
     Page* const page = pageForAppending();
     Slot* const slot = page->fillEnd;
     slot->free = 0;
+    if (page->occupancy.isKept())
+        page->occupancy.set(numberOf(page, slot));
     ++page->liveCount;
     ++page->fillEnd;
     return slot;
@@ -360,17 +465,18 @@ auto KvTrucker<T, PageBytes, Allocator>::elementAt(int i, Page** page, unsigned*
         kvdetail::raiseStatus(kvdetail::kStatusInvalidIndex);
 
     auto remaining = static_cast<std::uint32_t>(i);
-    Page* p = head;
-    for (; p && remaining >= p->liveCount; p = p->next)
-        remaining -= p->liveCount;
+    Page* const p = skipPages(remaining);
     if (!p)
         return nullptr;
 
     if (indexInPage)
         *indexInPage = remaining;
-    Slot* found = firstOccupied(p->slots, p->fillEnd);
-    for (; found && remaining > 0; --remaining)
-        found = firstOccupied(found + 1, p->fillEnd);
+    Slot* found = nthByShortcut(p, remaining);
+    if (!found) {
+        found = firstOccupied(p->slots, p->fillEnd);
+        for (; found && remaining > 0; --remaining)
+            found = firstOccupied(found + 1, p->fillEnd);
+    }
     if (!found) {
         // The page's count promises more than its slots hold; only a caller that changed its fields gets
         // here.
@@ -400,28 +506,22 @@ auto KvTrucker<T, PageBytes, Allocator>::iteratorAt(int i) const -> iterator {
     Page* page = nullptr;
     unsigned index = kNoPosition;
     Slot* const slot = elementAt(i, &page, &index);
-    return {this, page, blockEnd(page), slot, index + 1, currentEpoch()};
+    return {this, page, blockEnd(page), slot, index + 1, kvdetail::currentStoreEpoch()};
 }
 
 template <class T, unsigned PageBytes, class Allocator>
 auto KvTrucker<T, PageBytes, Allocator>::end() const -> iterator {
     Slot* const last = blockEnd(tail);
-    return {this, tail, last, last, tail ? tail->liveCount : 0, currentEpoch()};
-}
-
-template <class T, unsigned PageBytes, class Allocator>
-bool KvTrucker<T, PageBytes, Allocator>::isEnd(const iterator& it) const {
-    return it.trucker == this && it.page == tail && it.slot == blockEnd(tail) &&
-           it.position == (tail ? tail->liveCount : 0);
+    return {this, tail, last, last, tail ? tail->liveCount : 0, kvdetail::currentStoreEpoch()};
 }
 
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::removeAt(iterator& it) {
-    if (it.trucker != this || isEnd(it) || !it.page || !it.slot || !it.isOnPage() ||
-        it.slot == blockEnd(it.page) || it.slot->free)
+    if (it.trucker != this || isEnd(it) || !it.page || !it.isOnPage() ||
+        !isWithin(it.slot, it.page->slots, blockEnd(it.page)) || it.slot->free)
         return;
     Page* const page = it.page;
-    it.slot->free = 1;
+    vacate(page, it.slot);
     if (page->liveCount > 0)
         --page->liveCount;
     if (page->liveCount > 0)
@@ -433,20 +533,16 @@ void KvTrucker<T, PageBytes, Allocator>::removeAt(iterator& it) {
               nullptr, kNoPosition, 0}; // its position, or the page's count, was not true
     unlink(page);
     freePage(page);
-    it.epoch = currentEpoch();
+    it.epoch = kvdetail::currentStoreEpoch();
 }
 
 template <class T, unsigned PageBytes, class Allocator>
 std::uint32_t KvTrucker<T, PageBytes, Allocator>::positionOf(const void* slot) const {
-    std::uint32_t before = 0;
-    for (const Page* page = head; page; page = page->next) {
-        if (isWithin(slot, page->slots, page->fillEnd)) {
-            const auto* const found = static_cast<const Slot*>(slot);
-            return found->free ? kNoPosition : before + countOccupied(page->slots, found);
-        }
-        before += page->liveCount;
-    }
-    return kNoPosition;
+    const Page* const page = pageOf(slot);
+    const auto* const found = static_cast<const Slot*>(slot);
+    if (!page || found->free)
+        return kNoPosition;
+    return liveBefore(page) + occupiedBefore(page, found);
 }
 
 template <class T, unsigned PageBytes, class Allocator>
@@ -454,7 +550,7 @@ void KvTrucker<T, PageBytes, Allocator>::removeSlot(Slot* slot, Page* page, bool
     if (!page)
         return;
     if (isWithin(slot, page->slots, blockEnd(page)))
-        slot->free = 1;
+        vacate(page, slot);
     if (page->liveCount > 0)
         --page->liveCount;
     if (page->liveCount > 0)
@@ -465,6 +561,7 @@ void KvTrucker<T, PageBytes, Allocator>::removeSlot(Slot* slot, Page* page, bool
         freePage(page);
     } else if (page == tail) {
         page->fillEnd = page->slots;
+        page->occupancy.drop();
     }
 }
 
@@ -473,6 +570,7 @@ void KvTrucker<T, PageBytes, Allocator>::freeAllPages() {
     Page* page = head;
     head = nullptr;
     tail = nullptr;
+    mIndex.clear();
     while (page) {
         Page* const next = page->next;
         freePage(page);
@@ -490,6 +588,8 @@ auto KvTrucker<T, PageBytes, Allocator>::pageForAppending() -> Page* {
     else
         head = page;
     tail = page;
+    if (kvdetail::kHasPageIndex)
+        mIndex.append(page, head);
     return page;
 }
 
@@ -503,9 +603,8 @@ auto KvTrucker<T, PageBytes, Allocator>::makePage() -> Page* {
         kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
     }
     auto* const slots = static_cast<Slot*>(blockMemory);
-    for (std::uint32_t i = 0; i < kSlotsPerPage; ++i)
-        new (slots + i) Slot{T(), 1};
-    return new (pageMemory) Page{nullptr, 0, slots, slots};
+    std::uninitialized_fill_n(slots, kSlotsPerPage, Slot{T(), 1});
+    return new (pageMemory) Page{nullptr, 0, slots, slots, 0, {}};
 }
 
 template <class T, unsigned PageBytes, class Allocator>
@@ -515,7 +614,7 @@ void KvTrucker<T, PageBytes, Allocator>::freePage(Page* page) noexcept {
         Allocator::deallocate(page->slots, PageBytes);
     }
     Allocator::deallocate(page, sizeof(Page));
-    raiseEpoch();
+    kvdetail::raiseStoreEpoch();
 }
 
 template <class T, unsigned PageBytes, class Allocator>
@@ -527,6 +626,8 @@ void KvTrucker<T, PageBytes, Allocator>::unlink(Page* page) noexcept {
         head = page->next;
     if (tail == page)
         tail = before;
+    if (kvdetail::kHasPageIndex)
+        mIndex.remove(page, head);
 }
 
 template <class T, unsigned PageBytes, class Allocator>
@@ -535,4 +636,103 @@ bool KvTrucker<T, PageBytes, Allocator>::contains(const Page* page) const noexce
     while (p && p != page)
         p = p->next;
     return p != nullptr;
+}
+
+template <class T, unsigned PageBytes, class Allocator>
+auto KvTrucker<T, PageBytes, Allocator>::firstOccupiedOf(const Page* page, Slot* from) noexcept -> Slot* {
+    Slot* const last = blockEnd(page);
+    if (from >= last || !from->free)
+        return from < last ? from : nullptr;
+    if (hasBits(page)) {
+        const std::uint32_t first = page->occupancy.firstFrom(numberOf(page, from));
+        if (first == kSlotsPerPage)
+            return nullptr;
+        if (!page->slots[first].free)
+            return page->slots + first;
+    }
+    return firstOccupied(from, last);
+}
+
+template <class T, unsigned PageBytes, class Allocator>
+auto KvTrucker<T, PageBytes, Allocator>::lastOccupiedBefore(const Page* page, std::ptrdiff_t below) noexcept
+    -> Slot* {
+    if (below > 0 && hasBits(page)) {
+        const std::uint32_t last = page->occupancy.lastBefore(static_cast<std::uint32_t>(below));
+        if (last == kSlotsPerPage)
+            return nullptr;
+        if (!page->slots[last].free)
+            return page->slots + last;
+    }
+    for (std::ptrdiff_t i = below - 1; i >= 0; --i) {
+        if (!page->slots[i].free)
+            return page->slots + i;
+    }
+    return nullptr;
+}
+
+template <class T, unsigned PageBytes, class Allocator>
+auto KvTrucker<T, PageBytes, Allocator>::nthByShortcut(const Page* page, std::uint32_t n) noexcept -> Slot* {
+    std::uint32_t number = kSlotsPerPage;
+    if (hasNoHoles(page))
+        number = n;
+    else if (hasBits(page))
+        number = page->occupancy.nth(n);
+    Slot* const slot = page->slots + number;
+    return slot < page->fillEnd && !slot->free ? slot : nullptr;
+}
+
+template <class T, unsigned PageBytes, class Allocator>
+std::uint32_t KvTrucker<T, PageBytes, Allocator>::occupiedBefore(const Page* page,
+                                                                 const Slot* slot) noexcept {
+    if (hasNoHoles(page))
+        return numberOf(page, slot);
+    return hasBits(page) ? page->occupancy.countBefore(numberOf(page, slot))
+                         : countOccupied(page->slots, slot);
+}
+
+// Bits are kept from the page's first hole on.
+template <class T, unsigned PageBytes, class Allocator>
+void KvTrucker<T, PageBytes, Allocator>::vacate(Page* page, Slot* slot) noexcept {
+    if (!page->occupancy.isKept() && hasNoHoles(page))
+        page->occupancy.start(page->liveCount);
+    if (page->occupancy.isKept())
+        page->occupancy.clear(numberOf(page, slot));
+    slot->free = 1;
+}
+
+// Pages are read from the array before the links that confirm it have arrived.
+template <class T, unsigned PageBytes, class Allocator>
+auto KvTrucker<T, PageBytes, Allocator>::skipPages(std::uint32_t& remaining) const noexcept -> Page* {
+    Page* page = head;
+    if (const std::vector<Page*>* const pages = indexedPages()) {
+        for (std::size_t i = 1; remaining >= page->liveCount; ++i) {
+            Page* const ahead = linkedTo(page, *pages, i);
+            if (!ahead)
+                break;
+            remaining -= page->liveCount;
+            page = ahead;
+        }
+    }
+    for (; page && remaining >= page->liveCount; page = page->next)
+        remaining -= page->liveCount;
+    return page;
+}
+
+// The occupied slots of the pages before this one.
+template <class T, unsigned PageBytes, class Allocator>
+std::uint32_t KvTrucker<T, PageBytes, Allocator>::liveBefore(const Page* page) const noexcept {
+    std::uint32_t before = 0;
+    const Page* p = head;
+    if (const std::vector<Page*>* const pages = indexedPages()) {
+        for (std::size_t i = 1; p != page; ++i) {
+            const Page* const ahead = linkedTo(p, *pages, i);
+            if (!ahead)
+                break;
+            before += p->liveCount;
+            p = ahead;
+        }
+    }
+    for (; p && p != page; p = p->next)
+        before += p->liveCount;
+    return before;
 }

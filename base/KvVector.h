@@ -182,6 +182,13 @@ private:
     }
 };
 
+namespace kvdetail {
+
+// Asks for a vector without a block.
+struct NoBlock {};
+
+} // namespace kvdetail
+
 // A copy-on-write vector. Copies share one block; the first write to a shared block copies the elements.
 //
 // Invariants:
@@ -204,6 +211,9 @@ class KvVector {
 public:
     // Shares the process-wide empty block. O(1), allocates nothing.
     KvVector() : KvVector(gpEmptyVectorData) {}
+
+    // Has no block, for whoever gives it one at once.
+    explicit KvVector(kvdetail::NoBlock /*tag*/) noexcept {}
 
     // Shares the other's block. O(1), allocates nothing.
     KvVector(const KvVector& other) : KvVector(other.data.block) {}

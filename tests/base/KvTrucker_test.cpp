@@ -352,6 +352,65 @@ TEST_F(KvTruckerTest, SlotsOccupiedAgainByTheCallerAreCounted) {
     EXPECT_EQ(store.positionOf(slots[3]), 3u);
 }
 
+TEST_F(KvTruckerTest, SlotFreedByTheCallerInAPageWithHolesIsNoLongerCounted) {
+    SmallStore store;
+    const auto slots = fill(store, 4);
+    removeIndex(store, 0);
+    slots[2]->free = 1;
+    store.head->liveCount = 2;
+    EXPECT_EQ(store.elementAt(0), slots[1]);
+    EXPECT_EQ(store.elementAt(1), slots[3]);
+    EXPECT_EQ(store.positionOf(slots[3]), 1u);
+    EXPECT_THAT(walkFrom(store, store.iteratorAt(0)), ElementsAre(1, 3));
+}
+
+TEST_F(KvTruckerTest, SlotOccupiedByTheCallerInAPageWithHolesIsCounted) {
+    SmallStore store;
+    const auto slots = fill(store, 4);
+    removeIndex(store, 1);
+    removeIndex(store, 1);
+    slots[1]->free = 0;
+    store.head->liveCount = 3;
+    EXPECT_EQ(store.elementAt(1), slots[1]);
+    EXPECT_EQ(store.positionOf(slots[3]), 2u);
+    EXPECT_THAT(walkFrom(store, store.iteratorAt(0)), ElementsAre(0, 1, 3));
+}
+
+TEST_F(KvTruckerTest, StepBackPassesASlotFreedByTheCallerInAPageWithHoles) {
+    SmallStore store;
+    const auto slots = fill(store, 4);
+    removeIndex(store, 1);
+    slots[2]->free = 1;
+    SmallStore::iterator it = store.iteratorAt(2);
+    it = {&store, store.head, store.head->slots + 4, slots[3], 2, it.epoch};
+    kvdetail::stepBack(&store, it);
+    EXPECT_EQ(it.slot, slots[0]);
+}
+
+TEST_F(KvTruckerTest, RemovalsAfterACallersRemovalCountOn) {
+    SmallStore store;
+    const auto slots = fill(store, 4);
+    slots[0]->free = 1;
+    store.head->liveCount = 3;
+    store.removeSlot(slots[2], store.head, true);
+    EXPECT_EQ(store.elementAt(0), slots[1]);
+    EXPECT_EQ(store.elementAt(1), slots[3]);
+    EXPECT_EQ(store.positionOf(slots[3]), 1u);
+    store.append(4);
+    EXPECT_EQ(store.positionOf(store.tail->slots), 2u);
+}
+
+TEST_F(KvTruckerTest, RemovalThroughAnIteratorOutsideItsPageTouchesNothing) {
+    SmallStore store;
+    fill(store, 3);
+    SmallStore::Slot foreign{7, 0};
+    SmallStore::iterator it = store.iteratorAt(1);
+    it.slot = &foreign;
+    store.removeAt(it);
+    EXPECT_EQ(foreign.free, 0);
+    EXPECT_THAT(valuesOf(store), ElementsAre(0, 1, 2));
+}
+
 // ---- at
 
 TEST_F(KvTruckerTest, AtGivesAReferenceToTheStoredValue) {

@@ -1,0 +1,143 @@
+#include "base/KvOccupancy.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Says whether the bits answer every question as a plain list of flags does.
+template <unsigned Count>
+::testing::AssertionResult agrees(const KvOccupancy<Count>& bits, const std::vector<bool>& flags) {
+    std::uint32_t before = 0;
+    std::uint32_t last = Count;
+    for (std::uint32_t i = 0; i < Count; ++i) {
+        if (bits.countBefore(i) != before)
+            return ::testing::AssertionFailure() << "countBefore(" << i << ") is " << bits.countBefore(i);
+        if (bits.lastBefore(i) != last)
+            return ::testing::AssertionFailure() << "lastBefore(" << i << ") is " << bits.lastBefore(i);
+        if (!flags[i])
+            continue;
+        if (bits.nth(before) != i)
+            return ::testing::AssertionFailure() << "nth(" << before << ") is " << bits.nth(before);
+        last = i;
+        ++before;
+    }
+    if (bits.lastBefore(Count) != last)
+        return ::testing::AssertionFailure() << "the last bit is " << bits.lastBefore(Count);
+    if (bits.count() != before || bits.nth(before) != Count)
+        return ::testing::AssertionFailure() << "count() is " << bits.count() << " instead of " << before;
+    std::uint32_t next = Count;
+    for (std::uint32_t i = Count; i-- > 0;) {
+        next = flags[i] ? i : next;
+        if (bits.firstFrom(i) != next)
+            return ::testing::AssertionFailure() << "firstFrom(" << i << ") is " << bits.firstFrom(i);
+    }
+    return ::testing::AssertionSuccess();
+}
+
+template <unsigned Count>
+std::vector<bool> firstFlags(std::uint32_t used) {
+    std::vector<bool> flags(Count);
+    for (std::uint32_t i = 0; i < used; ++i)
+        flags[i] = true;
+    return flags;
+}
+
+// Pages of one word, of a part of one, of one block, of one block and a part of a word, and a real one.
+template <class Bits>
+class KvOccupancyTest : public ::testing::Test {};
+
+template <unsigned N>
+struct Slots {
+    static constexpr unsigned kCount = N;
+};
+using Sizes = ::testing::Types<Slots<4>, Slots<64>, Slots<512>, Slots<515>, Slots<4096>>;
+
+class SizeNames {
+public:
+    template <class S>
+    static std::string GetName(int) {
+        return std::to_string(S::kCount);
+    }
+};
+TYPED_TEST_SUITE(KvOccupancyTest, Sizes, SizeNames);
+
+TYPED_TEST(KvOccupancyTest, NothingIsKeptBeforeTheStart) {
+    const KvOccupancy<TypeParam::kCount> bits;
+    EXPECT_FALSE(bits.isKept());
+    EXPECT_EQ(bits.count(), 0u);
+}
+
+TYPED_TEST(KvOccupancyTest, StartSetsTheUsedBitsAlone) {
+    constexpr unsigned kCount = TypeParam::kCount;
+    for (const std::uint32_t used : {0u, 1u, 3u, kCount / 2, kCount / 2 + 1, kCount - 1, kCount}) {
+        KvOccupancy<kCount> bits;
+        bits.start(used);
+        EXPECT_TRUE(bits.isKept());
+        EXPECT_TRUE(agrees(bits, firstFlags<kCount>(used))) << used << " used";
+    }
+}
+
+TYPED_TEST(KvOccupancyTest, StartForgetsWhatWasKeptBefore) {
+    constexpr unsigned kCount = TypeParam::kCount;
+    KvOccupancy<kCount> bits;
+    bits.start(kCount);
+    for (std::uint32_t i = 0; i < kCount; ++i)
+        bits.clear(i);
+    bits.drop();
+    EXPECT_FALSE(bits.isKept());
+    bits.start(2);
+    EXPECT_TRUE(agrees(bits, firstFlags<kCount>(2)));
+}
+
+TYPED_TEST(KvOccupancyTest, SettingOrClearingTwiceCountsOnce) {
+    KvOccupancy<TypeParam::kCount> bits;
+    bits.start(3);
+    bits.clear(1);
+    bits.clear(1);
+    EXPECT_EQ(bits.count(), 2u);
+    bits.set(1);
+    bits.set(1);
+    EXPECT_TRUE(agrees(bits, firstFlags<TypeParam::kCount>(3)));
+}
+
+TYPED_TEST(KvOccupancyTest, BitsClearedFromTheFrontOnAndSetAgainAtTheFront) {
+    constexpr unsigned kCount = TypeParam::kCount;
+    KvOccupancy<kCount> bits;
+    std::vector<bool> flags = firstFlags<kCount>(kCount);
+    bits.start(kCount);
+    for (std::uint32_t i = 0; i < kCount; ++i) {
+        bits.clear(i);
+        flags[i] = false;
+        ASSERT_EQ(bits.nth(0), i + 1);
+    }
+    EXPECT_TRUE(agrees(bits, flags));
+    bits.set(0);
+    flags[0] = true;
+    EXPECT_TRUE(agrees(bits, flags));
+}
+
+TYPED_TEST(KvOccupancyTest, RandomChangesAgreeWithPlainFlags) {
+    constexpr unsigned kCount = TypeParam::kCount;
+    std::mt19937 random(kCount);
+    KvOccupancy<kCount> bits;
+    std::vector<bool> flags = firstFlags<kCount>(kCount);
+    bits.start(kCount);
+    for (int round = 0; round < 40; ++round) {
+        // Sparse and dense in turn, so that whole words and blocks run empty.
+        for (std::uint32_t n = 0; n < kCount; ++n) {
+            const auto i = static_cast<std::uint32_t>(random() % kCount);
+            const bool occupied = random() % 8 < (round % 2 == 0 ? 1u : 7u);
+            flags[i] = occupied;
+            occupied ? bits.set(i) : bits.clear(i);
+        }
+        ASSERT_TRUE(agrees(bits, flags)) << "round " << round;
+    }
+}
+
+} // namespace

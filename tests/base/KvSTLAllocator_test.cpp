@@ -1,5 +1,6 @@
 #include "base/KvSTLAllocator.h"
 
+#include "base/KvNodePool.h"
 #include "tests/support/AllocationFailure.h"
 #include "tests/support/KvTest.h"
 #include "tests/support/NewTracking.h"
@@ -184,6 +185,121 @@ TEST_F(KvSTLAllocatorTest, ThreadsFillAndClearIndexesOfTheirOwn) {
         thread.join();
     for (const std::size_t size : sizes)
         EXPECT_EQ(size, 3000u);
+}
+
+// ---- with a pool
+
+// An index with a pool of its own, which it alone owns.
+Index pooledIndex() {
+    auto* const pool = new KvNodePool;
+    Index index{_KvSTLAllocator<Entry>(pool)};
+    pool->release();
+    return index;
+}
+
+void fillWith(Index& index, long count) {
+    for (long i = 0; i < count; ++i)
+        index.emplace(i, 0);
+}
+
+TEST_F(KvSTLAllocatorTest, AllocatorsOfTwoPoolsDiffer) {
+    const Index one = pooledIndex();
+    const Index other = pooledIndex();
+    EXPECT_FALSE(one.get_allocator() == other.get_allocator());
+    EXPECT_TRUE(one.get_allocator() != _KvSTLAllocator<Entry>());
+    EXPECT_TRUE(one.get_allocator() == one.get_allocator());
+}
+
+TEST_F(KvSTLAllocatorTest, NodesComeFromThePool) {
+    Index index = pooledIndex();
+    fillWith(index, 30);
+    EXPECT_EQ(index.get_allocator().pool()->live(), 30u);
+    index.erase(index.begin());
+    EXPECT_EQ(index.get_allocator().pool()->live(), 29u);
+}
+
+TEST_F(KvSTLAllocatorTest, PoolGoesWithTheLastIndexThatUsesIt) {
+    const long before = kvtest::liveNewBlocks();
+    {
+        Index moved;
+        {
+            Index index = pooledIndex();
+            fillWith(index, 30);
+            moved = std::move(index);
+        }
+        EXPECT_EQ(moved.size(), 30u);
+        fillWith(moved, 30);
+        EXPECT_EQ(moved.get_allocator().pool()->live(), 60u);
+    }
+    EXPECT_EQ(kvtest::liveNewBlocks(), before);
+}
+
+TEST_F(KvSTLAllocatorTest, EmptyIndexThatWasSwappedAwayIsFilledOnceItsPoolsOwnerIsGone) {
+    Index mine;
+    {
+        Index index = pooledIndex();
+        fillWith(index, 3);
+        mine.swap(index);
+    }
+    mine.clear();
+    fillWith(mine, 100);
+    EXPECT_EQ(mine.size(), 100u);
+}
+
+TEST_F(KvSTLAllocatorTest, NodeThatOutlivesItsIndexIsGivenBack) {
+    const long before = kvtest::liveNewBlocks();
+    {
+        Index::node_type node;
+        {
+            Index index = pooledIndex();
+            fillWith(index, 3);
+            node = index.extract(index.begin());
+        }
+        EXPECT_EQ(node.key(), 0);
+    }
+    EXPECT_EQ(kvtest::liveNewBlocks(), before);
+}
+
+TEST_F(KvSTLAllocatorTest, NodeTakenOutAndPutBackLeavesNothingBehindButATrace) {
+    const long before = kvtest::liveNewBlocks();
+    {
+        Index index = pooledIndex();
+        fillWith(index, 3);
+        const std::uint64_t changes = index.get_allocator().pool()->changes();
+        index.insert(index.extract(index.begin()));
+        EXPECT_NE(index.get_allocator().pool()->changes(), changes);
+        EXPECT_EQ(index.get_allocator().pool()->live(), 3u);
+    }
+    EXPECT_EQ(kvtest::liveNewBlocks(), before);
+}
+
+TEST_F(KvSTLAllocatorTest, ReadingTheAllocatorChangesNothing) {
+    Index index = pooledIndex();
+    fillWith(index, 3);
+    const std::uint64_t changes = index.get_allocator().pool()->changes();
+    const auto allocator = index.get_allocator();
+    EXPECT_EQ(allocator.pool()->changes(), changes);
+}
+
+TEST_F(KvSTLAllocatorTest, CopyTakesNoPartInThePool) {
+    Index index = pooledIndex();
+    fillWith(index, 10);
+    const Index copy(index);
+    EXPECT_EQ(copy.get_allocator().pool(), nullptr);
+    EXPECT_EQ(index.get_allocator().pool()->live(), 10u);
+    EXPECT_EQ(copy, index);
+}
+
+TEST_F(KvSTLAllocatorTest, PooledInsertionThatFailsLeavesTheIndexAsItWas) {
+    kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
+        Index index = pooledIndex();
+        const kvtest::Outcome outcome = point.run([&index] { fillWith(index, 3000); });
+        EXPECT_EQ(outcome.failed, outcome.injected);
+        EXPECT_EQ(index.get_allocator().pool()->live(), index.size());
+        long expected = 0;
+        for (const auto& entry : index)
+            EXPECT_EQ(entry.first, expected++);
+    });
 }
 
 } // namespace

@@ -1,0 +1,137 @@
+// KvNodePool: memory for the nodes of one container.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+// Hands out memory of one size, that of the first request, from chunks that grow with the number of nodes;
+// nodes that are asked for one after the other lie one after the other. A request of another size goes to
+// operator new.
+//
+// Invariants:
+//  1. live() is the number of nodes that are out.
+//  2. changes() rises with every node that is handed out, given back or taken out of its container. Equal
+//     values mean that the container has neither gained nor lost a node, nor had one taken out and put back.
+//  3. The pool lives until it has neither owners nor nodes that are out. Every container that takes nodes
+//     from it is an owner: one that was swapped away may still give nodes back, and ask for new ones.
+//
+// Thread safety: owners may come and go on any thread; the rest belongs to the container's thread.
+class KvNodePool {
+public:
+    KvNodePool() = default;
+    KvNodePool(const KvNodePool&) = delete;
+    KvNodePool& operator=(const KvNodePool&) = delete;
+
+    // One owner more, one less. Whoever makes the pool is the first.
+    void addOwner() noexcept { mOwners.fetch_add(1, std::memory_order_relaxed); }
+    void release() noexcept {
+        if (mOwners.fetch_sub(1, std::memory_order_acq_rel) == 1 && mLive == 0)
+            delete this;
+    }
+
+    // A node is taken out of its container, to be put back or given back by whoever has it.
+    void noteTakenOut() noexcept { ++mChanges; }
+
+    std::size_t live() const noexcept { return mLive; }
+    std::uint64_t changes() const noexcept { return mChanges; }
+
+    // O(1). std::bad_alloc when there is no memory.
+    void* allocate(std::size_t bytes) {
+        if (mNodeBytes == 0)
+            mNodeBytes = rounded(bytes);
+        if (rounded(bytes) != mNodeBytes)
+            return ::operator new(bytes);
+        void* const node = mFree ? takeFreed() : takeFresh();
+        ++mLive;
+        ++mChanges;
+        return node;
+    }
+
+    // O(1).
+    void deallocate(void* memory, std::size_t bytes) noexcept {
+        if (rounded(bytes) != mNodeBytes) {
+            ::operator delete(memory);
+            return;
+        }
+        mFree = new (memory) FreeNode{mFree};
+        --mLive;
+        ++mChanges;
+        if (mLive == 0 && mOwners.load(std::memory_order_acquire) == 0)
+            delete this;
+    }
+
+    // Takes every node back at once; the container has to forget its nodes without giving them back.
+    // O(chunks).
+    void reclaimAll() noexcept {
+        freeChunks();
+        mFree = nullptr;
+        mNext = nullptr;
+        mEnd = nullptr;
+        mNodesInChunk = 0;
+        mLive = 0;
+        ++mChanges;
+    }
+
+private:
+    struct FreeNode {
+        FreeNode* next;
+    };
+    struct alignas(alignof(std::max_align_t)) Chunk {
+        Chunk* next;
+    };
+
+    static constexpr std::size_t kAlignment = alignof(std::max_align_t);
+    static constexpr std::uint32_t kFewestNodes = 8;
+    static constexpr std::uint32_t kMostNodes = 1024;
+
+    static std::size_t rounded(std::size_t bytes) noexcept {
+        return (bytes + kAlignment - 1) / kAlignment * kAlignment;
+    }
+
+    ~KvNodePool() { freeChunks(); }
+
+    void* takeFreed() noexcept {
+        FreeNode* const node = mFree;
+        mFree = node->next;
+        return node;
+    }
+
+    void* takeFresh() {
+        if (mNext == mEnd)
+            addChunk();
+        unsigned char* const node = mNext;
+        mNext += mNodeBytes;
+        return node;
+    }
+
+    void addChunk() {
+        std::uint32_t nodes = mNodesInChunk == 0 ? kFewestNodes : 2 * mNodesInChunk;
+        if (nodes > kMostNodes)
+            nodes = kMostNodes;
+        void* const memory = ::operator new(sizeof(Chunk) + nodes * mNodeBytes);
+        mChunks = new (memory) Chunk{mChunks};
+        mNodesInChunk = nodes;
+        mNext = static_cast<unsigned char*>(memory) + sizeof(Chunk);
+        mEnd = mNext + nodes * mNodeBytes;
+    }
+
+    void freeChunks() noexcept {
+        while (mChunks) {
+            Chunk* const chunk = mChunks;
+            mChunks = chunk->next;
+            ::operator delete(chunk);
+        }
+    }
+
+    FreeNode* mFree = nullptr;
+    unsigned char* mNext = nullptr; // the part of the newest chunk that was never handed out
+    unsigned char* mEnd = nullptr;
+    Chunk* mChunks = nullptr;
+    std::size_t mNodeBytes = 0;
+    std::size_t mLive = 0;
+    std::uint64_t mChanges = 0;
+    std::uint32_t mNodesInChunk = 0; // of the newest one
+    std::atomic<std::uint32_t> mOwners{1};
+};

@@ -1,0 +1,178 @@
+#include "base/KvNodePool.h"
+
+#include "tests/support/AllocationFailure.h"
+#include "tests/support/KvTest.h"
+#include "tests/support/NewTracking.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <set>
+#include <vector>
+
+namespace {
+
+constexpr std::size_t kNodeBytes = 48;
+
+class KvNodePoolTest : public kvtest::KvTest {
+protected:
+    void SetUp() override {
+        KvTest::SetUp();
+        { SCOPED_TRACE("the first trace of a thread leaves memory behind"); }
+        expectNothingLeft();
+        pool = new KvNodePool;
+    }
+
+    void TearDown() override {
+        pool->release();
+        KvTest::TearDown();
+    }
+
+    std::vector<void*> take(std::size_t count) {
+        std::vector<void*> nodes;
+        for (std::size_t i = 0; i < count; ++i)
+            nodes.push_back(pool->allocate(kNodeBytes));
+        return nodes;
+    }
+
+    void give(const std::vector<void*>& nodes) {
+        for (void* node : nodes)
+            pool->deallocate(node, kNodeBytes);
+    }
+
+    KvNodePool* pool = nullptr;
+};
+
+TEST_F(KvNodePoolTest, NewPoolTakesNoMemory) {
+    const long before = kvtest::newCalls();
+    EXPECT_EQ(pool->live(), 0u);
+    EXPECT_EQ(kvtest::newCalls(), before);
+}
+
+TEST_F(KvNodePoolTest, NodesAreAlignedAndDoNotOverlap) {
+    const std::vector<void*> nodes = take(5000);
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(nodes[i]) % alignof(std::max_align_t), 0u);
+        std::memset(nodes[i], static_cast<int>(i % 251), kNodeBytes);
+    }
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const auto* const bytes = static_cast<const unsigned char*>(nodes[i]);
+        ASSERT_EQ(bytes[0], i % 251);
+        ASSERT_EQ(bytes[kNodeBytes - 1], i % 251);
+    }
+    give(nodes);
+}
+
+TEST_F(KvNodePoolTest, LiveCountsTheNodesThatAreOutAndChangesRiseBothWays) {
+    std::uint64_t changes = pool->changes();
+    const std::vector<void*> nodes = take(3);
+    EXPECT_EQ(pool->live(), 3u);
+    EXPECT_GT(pool->changes(), changes);
+    changes = pool->changes();
+    give(nodes);
+    EXPECT_EQ(pool->live(), 0u);
+    EXPECT_GT(pool->changes(), changes);
+}
+
+TEST_F(KvNodePoolTest, GivenAndTakenAgainCountsAsChanged) {
+    const std::vector<void*> nodes = take(3);
+    const std::uint64_t changes = pool->changes();
+    give({nodes[1]});
+    const std::vector<void*> again = take(1);
+    EXPECT_EQ(pool->live(), 3u);
+    EXPECT_NE(pool->changes(), changes);
+    give({nodes[0], nodes[2], again[0]});
+}
+
+TEST_F(KvNodePoolTest, FreedNodesAreHandedOutAgainBeforeFreshMemory) {
+    const std::vector<void*> nodes = take(100);
+    give(nodes);
+    const long before = kvtest::newCalls();
+    const std::vector<void*> again = take(100);
+    EXPECT_LT(kvtest::newCalls() - before, 20) << "room for the test's own list";
+    EXPECT_EQ(std::set<void*>(again.begin(), again.end()), std::set<void*>(nodes.begin(), nodes.end()));
+    give(again);
+}
+
+TEST_F(KvNodePoolTest, ManyNodesTakeFewBlocks) {
+    const long before = kvtest::liveNewBlocks();
+    const std::vector<void*> nodes = take(10000);
+    EXPECT_LT(kvtest::liveNewBlocks() - before, 30);
+    give(nodes);
+}
+
+TEST_F(KvNodePoolTest, RequestOfAnotherSizeIsNoNode) {
+    const std::vector<void*> nodes = take(1);
+    void* const array = pool->allocate(10 * kNodeBytes);
+    EXPECT_EQ(pool->live(), 1u);
+    std::memset(array, 1, 10 * kNodeBytes);
+    pool->deallocate(array, 10 * kNodeBytes);
+    EXPECT_EQ(pool->live(), 1u);
+    give(nodes);
+}
+
+TEST_F(KvNodePoolTest, ReclaimingTakesAllNodesBackAndFreesTheirMemory) {
+    const long before = kvtest::liveNewBlocks();
+    const std::uint64_t changes = pool->changes();
+    static_cast<void>(take(3000).size());
+    pool->reclaimAll();
+    EXPECT_EQ(pool->live(), 0u);
+    EXPECT_NE(pool->changes(), changes);
+    EXPECT_EQ(kvtest::liveNewBlocks(), before);
+    const std::vector<void*> nodes = take(50);
+    EXPECT_EQ(std::set<void*>(nodes.begin(), nodes.end()).size(), 50u);
+    give(nodes);
+}
+
+TEST_F(KvNodePoolTest, PoolLivesUntilItsLastOwnerLetsItGo) {
+    pool->addOwner();
+    pool->release();
+    const std::vector<void*> nodes = take(20);
+    EXPECT_EQ(pool->live(), 20u);
+    give(nodes);
+}
+
+TEST_F(KvNodePoolTest, PoolWithoutOwnersLivesUntilItsLastNodeIsGivenBack) {
+    const long before = kvtest::liveNewBlocks();
+    auto* const other = new KvNodePool;
+    void* nodes[100];
+    for (void*& node : nodes)
+        node = other->allocate(kNodeBytes);
+    other->release();
+    for (void* node : nodes) {
+        EXPECT_GT(kvtest::liveNewBlocks(), before);
+        other->deallocate(node, kNodeBytes);
+    }
+    EXPECT_EQ(kvtest::liveNewBlocks(), before);
+}
+
+TEST_F(KvNodePoolTest, NodeTakenOutOfItsContainerCountsAsAChange) {
+    const std::uint64_t changes = pool->changes();
+    pool->noteTakenOut();
+    EXPECT_NE(pool->changes(), changes);
+    EXPECT_EQ(pool->live(), 0u);
+}
+
+TEST_F(KvNodePoolTest, PoolThatCannotGrowIsAsItWas) {
+    kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
+        auto* const growing = new KvNodePool;
+        std::vector<void*> nodes;
+        nodes.reserve(4000);
+        const kvtest::Outcome outcome = point.run([&] {
+            while (nodes.size() < 4000)
+                nodes.push_back(growing->allocate(kNodeBytes));
+        });
+        EXPECT_EQ(outcome.failed, outcome.injected);
+        EXPECT_EQ(growing->live(), nodes.size());
+        nodes.push_back(growing->allocate(kNodeBytes));
+        EXPECT_EQ(std::set<void*>(nodes.begin(), nodes.end()).size(), nodes.size());
+        for (void* node : nodes)
+            growing->deallocate(node, kNodeBytes);
+        EXPECT_EQ(growing->live(), 0u);
+        growing->release();
+    });
+}
+
+} // namespace

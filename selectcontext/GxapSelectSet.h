@@ -14,8 +14,13 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <type_traits>
 #include <utility>
+
+namespace kvdetail {
+struct SetShortcuts;
+} // namespace kvdetail
 
 // Two markers are the same when they are the same value, or when both mean that there is no marker: 0 and -1.
 KVSELECTCONTEXT_API bool isGsMarkEqual(long a, long b);
@@ -69,8 +74,11 @@ public:
         SSetData& operator=(const SSetData&) = delete;
 
         // One handle more, one less; the last one destroys the data. Any thread. O(1), O(n) for the last.
-        void addRef() const;
-        void delRef() const;
+        void addRef() const { refCount.fetch_add(1); }
+        void delRef() const {
+            if (refCount.fetch_sub(1) == 1)
+                destroy();
+        }
 
         // Destroys every record and empties index and store; both flags stay. Does nothing while more than
         // one handle holds the data. O(n).
@@ -86,6 +94,14 @@ public:
         bool selectByNestedMode; // kept for callers
         std::uint32_t entityCount;
         Store* entities;
+
+    private:
+        friend struct kvdetail::SetShortcuts;
+
+        explicit SSetData(std::unique_ptr<kvdetail::SetShortcuts> shortcuts);
+        void destroy() const;
+
+        kvdetail::SetShortcuts* const mShortcuts; // hints alone: the named fields may be changed by anybody
     };
 
     // A cursor over a set's items in store order, registered with the set: it is disabled when the set gives
@@ -185,12 +201,20 @@ public:
     explicit GxapSelectSet(bool ignored = true);
 
     // Shares the other's data; neither iterators nor the LISP count are copied. O(1).
-    GxapSelectSet(const GxapSelectSet& other);
+    GxapSelectSet(const GxapSelectSet& other) : sharedData(other.sharedData), lispRefCnt(0) {
+        if (sharedData)
+            sharedData->addRef();
+    }
 
     // Shares the other's data in place of its own; nothing when it does already. Otherwise every iterator of
     // this set is disabled. O(1), O(n) where this was the last handle on its data.
     GxapSelectSet& operator=(const GxapSelectSet& other);
-    ~GxapSelectSet();
+    ~GxapSelectSet() {
+        if (iterators.logicalLength() != 0)
+            orphanIterators();
+        if (sharedData)
+            sharedData->delRef();
+    }
 
     // Fresh empty data in place of what the set has. Returns it; it stays the set's.
     SSetData* createData();
@@ -317,7 +341,58 @@ public:
     mutable SSetData* sharedData;
     mutable GxArray<ConstIterator*, GxArrayMemCopyReallocator<ConstIterator*>> iterators;
     std::int64_t lispRefCnt;
+
+private:
+    void orphanIterators() const;
 };
+
+// What a walk over a set calls for every item is defined here, for the caller's compiler to see.
+
+inline bool GxapSelectSet::ConstIterator::isDone() const {
+    if (!truckerIterator || !set || !set->sharedData)
+        return true;
+    const SSetData::Store* const store = set->sharedData->entities;
+    return !store || (!truckerIterator->isOnSlot() && store->isEnd(*truckerIterator));
+}
+
+inline bool GxapSelectSet::ConstIterator::step(bool /*forward*/) const {
+    if (isDone())
+        return false;
+    index = static_cast<std::int32_t>(static_cast<std::uint32_t>(index) + 1);
+    // A position in a store that the set has given up leads to the end of the one that it has.
+    const SSetData::Store* const store = set->sharedData->entities;
+    if (truckerIterator->trucker != store)
+        *truckerIterator = store->end();
+    else if (truckerIterator->nextNeighbour())
+        return true;
+    else
+        truckerIterator->next();
+    return !isDone();
+}
+
+inline selected_entity* GxapSelectSet::ConstIterator::get() const {
+    if (isDone())
+        return nullptr;
+    if (truckerIterator->trucker != set->sharedData->entities)
+        kvdetail::raiseMessage(kvdetail::kStoreAccessMessage);
+    selected_entity** const value = truckerIterator->valueHere();
+    return value ? *value : **truckerIterator;
+}
+
+inline GxDbObjectId GxapSelectSet::ConstIterator::mainEntId() const {
+    const selected_entity* const record = get();
+    return record ? record->mainEntId : GxDbObjectId::kNull;
+}
+
+inline GxDbObjectId GxapSelectSet::ConstIterator::subEntId() const {
+    const selected_entity* const record = get();
+    return record ? record->subEntId : GxDbObjectId::kNull;
+}
+
+inline long GxapSelectSet::ConstIterator::gsMarker() const {
+    const selected_entity* const record = get();
+    return record ? record->gsMarker : 0;
+}
 
 static_assert(sizeof(GxapSelectSet::SSetData::Store::Slot) == 16, "a page holds 4096 slots");
 static_assert(sizeof(GxapSelectSet::SSetData::Store::iterator) == 40,

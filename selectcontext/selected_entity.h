@@ -6,6 +6,9 @@
 #include "selectcontext/GxapSelectedEntInfo.h"
 #include "selectcontext/KvSelectContextExport.h"
 
+#include <cstddef>
+#include <new>
+
 // The record of one selected item: which entity was picked, through which nested path, at which marker, with
 // what is highlighted or sub-selected of it. Records are made with new, one by one, and belong to the set
 // whose store holds them; removing an item frees its slot only and leaves the record to whoever has its
@@ -29,11 +32,22 @@ struct KVSELECTCONTEXT_API selected_entity {
     GxapSelectedEntInfo* selectedEntityInfo = nullptr; // made in memory from _kvMalloc; null: none
 
     selected_entity() = default;
+
+    // Both vectors without a block, for whoever gives them theirs at once.
+    explicit selected_entity(kvdetail::NoBlock none) noexcept : hlVpArray(none), nestedEntFullPath(none) {}
     selected_entity(const selected_entity&) = delete;
     selected_entity& operator=(const selected_entity&) = delete;
 
     // Gives up what the record owns. Allocates nothing, never throws. O(highlight segments).
     ~selected_entity();
+
+    // Records are deleted the ordinary way, on any thread, wherever their memory comes from.
+    static void* operator new(std::size_t bytes);
+    static void* operator new(std::size_t bytes, const std::nothrow_t& tag) noexcept;
+    static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }
+    static void operator delete(void* record) noexcept;
+    static void operator delete(void* record, const std::nothrow_t& tag) noexcept;
+    static void operator delete(void* /*record*/, void* /*place*/) noexcept {}
 };
 
 static_assert(sizeof(selected_entity) == 72, "callers are compiled against this layout");

@@ -3,6 +3,7 @@
 #include "selectcontext/GxDbElasticData.h"
 #include "selectcontext/GxapSelectedEntInfo.h"
 #include "selectcontext/OwnedInfo.h"
+#include "selectcontext/RecordPool.h"
 #include "selectcontext/SharedPaths.h"
 #include "selectcontext/selected_entity.h"
 
@@ -311,4 +312,20 @@ selected_entity::~selected_entity() {
     }
     if (hasSubselPaths)
         delete subselPathArray;
+}
+
+void* selected_entity::operator new(std::size_t bytes) {
+    return ::operator new(bytes);
+}
+
+void* selected_entity::operator new(std::size_t bytes, const std::nothrow_t& tag) noexcept {
+    return ::operator new(bytes, tag);
+}
+
+void selected_entity::operator delete(void* record) noexcept {
+    kvdetail::RecordPool::deallocate(record);
+}
+
+void selected_entity::operator delete(void* record, const std::nothrow_t& /*tag*/) noexcept {
+    kvdetail::RecordPool::deallocate(record);
 }

@@ -1,13 +1,20 @@
 // The set handle and its shared data: lifecycle, lookup by id, positional access, comparison.
 
 #include "selectcontext/GxapSelectSet.h"
+#include "selectcontext/Lookups.h"
+#include "selectcontext/OrderedIndex.h"
 #include "selectcontext/OwnedInfo.h"
 #include "selectcontext/SetDetail.h"
+#include "selectcontext/SetShortcuts.h"
 #include "selectcontext/SharedPaths.h"
 
 #include <cstdint>
+#include <iterator>
 #include <memory>
+#include <new>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 using kvdetail::hasItems;
 using kvdetail::recordAt;
@@ -18,7 +25,8 @@ namespace {
 // An entry of the index that is taken back unless keep() gives it its slot.
 class PendingEntry {
 public:
-    PendingEntry(DataMap& map, const GxDbObjectId& id) : mMap(map), mEntry(map.emplace(id, 0)) {}
+    PendingEntry(DataMap& map, const GxDbObjectId& id, DataMap::const_iterator runEnd)
+        : mMap(map), mEntry(map.emplace_hint(runEnd, id, 0)) {}
     PendingEntry(const PendingEntry&) = delete;
     PendingEntry& operator=(const PendingEntry&) = delete;
     ~PendingEntry() {
@@ -26,7 +34,10 @@ public:
             mMap.erase(mEntry);
     }
 
-    void keep(const Store::Slot* slot) { mEntry->second = slotAddress(slot); }
+    DataMap::const_iterator keep(const Store::Slot* slot) {
+        mEntry->second = slotAddress(slot);
+        return mEntry;
+    }
 
 private:
     DataMap& mMap;
@@ -40,21 +51,77 @@ std::unique_ptr<KvVector<GxDbFullSubentPath*>> shareList(const KvVector<GxDbFull
     return std::make_unique<KvVector<GxDbFullSubentPath*>>(*list);
 }
 
-std::unique_ptr<selected_entity> cloneRecord(const selected_entity& source) {
-    auto copy = std::make_unique<selected_entity>();
-    copy->mainEntId = source.mainEntId;
-    copy->subEntId = source.subEntId;
-    copy->gsMarker = source.gsMarker;
-    copy->hlVpArray = source.hlVpArray;
-    copy->nestedEntFullPath = source.nestedEntFullPath;
-    copy->hasSubselPaths = source.hasSubselPaths;
-    copy->selectedEntityInfo = copyInfo(source.selectedEntityInfo).release();
-    copy->subselPathArray = shareList(source.subselPathArray).release();
+// References to the process-wide empty block, taken many at a time: nearly every record has two, and taking
+// one is an atomic operation.
+class EmptyBlockShares {
+public:
+    EmptyBlockShares() = default;
+    EmptyBlockShares(const EmptyBlockShares&) = delete;
+    EmptyBlockShares& operator=(const EmptyBlockShares&) = delete;
+    ~EmptyBlockShares() {
+        if (mLeft > 0)
+            mBlock->refCount.fetch_sub(mLeft); // never the last: the platform holds one, too
+    }
+
+    // `fresh` has no block yet.
+    template <class T>
+    void share(KvVector<T>& fresh, const KvVector<T>& source) {
+        if (!mBlock || source.data.block != mBlock) {
+            fresh = source;
+            return;
+        }
+        if (mLeft == 0) {
+            mBlock->refCount.fetch_add(kTakenAtOnce);
+            mLeft = kTakenAtOnce;
+        }
+        --mLeft;
+        fresh.data.block = mBlock;
+    }
+
+private:
+    static constexpr std::uint32_t kTakenAtOnce = 256;
+
+    KvVectorBlock* const mBlock = gpEmptyVectorData;
+    std::uint32_t mLeft = 0;
+};
+
+void copyFields(const selected_entity& source, selected_entity& copy, EmptyBlockShares& empty) {
+    copy.mainEntId = source.mainEntId;
+    copy.subEntId = source.subEntId;
+    copy.gsMarker = source.gsMarker;
+    empty.share(copy.hlVpArray, source.hlVpArray);
+    empty.share(copy.nestedEntFullPath, source.nestedEntFullPath);
+    copy.hasSubselPaths = source.hasSubselPaths;
+    copy.selectedEntityInfo = copyInfo(source.selectedEntityInfo).release();
+    copy.subselPathArray = shareList(source.subselPathArray).release();
     if (auto segments = shareList(source.highlightSegmentArray)) {
         addPathOwners(*segments);
-        copy->highlightSegmentArray = segments.release();
+        copy.highlightSegmentArray = segments.release();
     }
-    return copy;
+}
+
+// Clones the records of one store into another, empty one, and enters them into its index. The records ahead
+// are drawn into the caches meanwhile.
+void cloneRecords(const SSetData& source, SSetData& copy) {
+    constexpr std::ptrdiff_t kAhead = 8;
+    RecordPool& records = SetShortcuts::of(copy).records;
+    records.expectMany(source.entityCount);
+    EmptyBlockShares empty;
+    OrderedIndex index(copy);
+    for (const Store::Page* page = source.entities->head; page; page = page->next) {
+        for (const Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
+            if (page->fillEnd - slot > kAhead)
+                __builtin_prefetch(slot[kAhead].value);
+            if (slot->free || !slot->value)
+                continue;
+            std::unique_ptr<selected_entity> record(::new (records.allocate()) selected_entity(NoBlock()));
+            copyFields(*slot->value, *record, empty);
+            const Store::Slot* const copied = copy.entities->append(record.get());
+            record.release();
+            index.add(copied);
+        }
+    }
+    index.finish();
 }
 
 } // namespace
@@ -63,6 +130,17 @@ std::unique_ptr<SSetData> makeData() {
     auto data = std::make_unique<SSetData>();
     data->entities = new Store;
     return data;
+}
+
+std::unique_ptr<selected_entity> newRecord(const SSetData& data) {
+    std::unique_ptr<selected_entity> record(::new (SetShortcuts::of(data).records.allocate())
+                                                selected_entity(NoBlock()));
+    if (KvVectorBlock* const empty = gpEmptyVectorData) {
+        empty->refCount.fetch_add(2); // for both vectors: an atomic operation is most of what a record costs
+        record->hlVpArray.data.block = empty;
+        record->nestedEntFullPath.data.block = empty;
+    }
+    return record;
 }
 
 SSetData& dataOf(const GxapSelectSet& set) {
@@ -74,42 +152,127 @@ SSetData& dataOf(const GxapSelectSet& set) {
 }
 
 // The entry comes first, without its slot: it is the one part that can be taken back without a trace.
-void appendRecord(SSetData& data, std::unique_ptr<selected_entity> record) {
+DataMap::const_iterator appendRecord(SSetData& data, std::unique_ptr<selected_entity> record,
+                                     DataMap::const_iterator runEnd) {
     if (!data.entities)
         data.entities = new Store; // data that a caller has made by hand
-    PendingEntry entry(data.dataMap, record->mainEntId);
-    entry.keep(data.entities->append(record.get()));
+    SetShortcuts& shortcuts = SetShortcuts::of(data);
+    IdHash* const hash = shortcuts.hashToEdit(data);
+    PendingEntry entry(data.dataMap, record->mainEntId, runEnd);
+    const Store::Slot* const slot = data.entities->append(record.get());
     record.release();
+    const DataMap::const_iterator added = entry.keep(slot);
+    if (hash && !hash->noteAdded(data.dataMap, added))
+        shortcuts.dropHash();
+    else if (hash)
+        hash->follow(data.dataMap);
+    return added;
+}
+
+// The hash comes first, then the end of the index, where ids that are selected in ascending order belong.
+Run runOf(const SSetData& data, const GxDbObjectId& id, IndexCursor* cursor) {
+    const DataMap& map = data.dataMap;
+    DataMap::const_iterator entry = cursor ? cursor->guess(map, id) : map.end();
+    if (entry != map.end())
+        return {entry, true};
+    const SetShortcuts& shortcuts = SetShortcuts::of(data);
+    if (const IdHash* const hash = shortcuts.hashFor(data)) {
+        entry = hash->find(map, id);
+        if (entry != map.end())
+            return {entry, true};
+    }
+    if (map.empty() || map.rbegin()->first < id)
+        return {map.end(), false};
+    entry = map.lower_bound(id);
+    if (entry == map.end() || !(entry->first == id))
+        return {entry, false};
+    shortcuts.noteFound(data);
+    return {entry, true};
+}
+
+DataMap::const_iterator runEnd(const SSetData& data, const GxDbObjectId& id) {
+    const DataMap& map = data.dataMap;
+    return map.empty() || !(id < map.rbegin()->first) ? map.end() : map.upper_bound(id);
+}
+
+Run runForRemoval(const SSetData& data, const GxDbObjectId& id, IndexCursor* cursor) {
+    const DataMap& map = data.dataMap;
+    if (cursor || map.empty())
+        return runOf(data, id, cursor);
+    if (map.begin()->first == id)
+        return {map.begin(), true};
+    const auto last = std::prev(map.end());
+    if (last->first == id && !(std::prev(last)->first == id))
+        return {last, true};
+    return runOf(data, id);
+}
+
+// Extracting leaves out what erasing does: looking for the next entry.
+void eraseEntry(SSetData& data, DataMap::const_iterator entry) {
+    IdHash* const hash = SetShortcuts::of(data).hashToEdit(data);
+    if (hash)
+        hash->noteErasing(data.dataMap, entry);
+    data.dataMap.extract(entry);
+    if (hash)
+        hash->follow(data.dataMap);
+}
+
+void indexRecords(SSetData& data) {
+    OrderedIndex index(data);
+    forEachOccupied(*data.entities, [&index](const Store::Slot* slot) {
+        if (slot->value)
+            index.add(slot);
+    });
+    index.finish();
+}
+
+// The pool takes its nodes back at once where it knows them all: the index is then made anew in place,
+// without a walk over nodes that need no destructor.
+void clearIndex(SSetData& data) noexcept {
+    static_assert(std::is_trivially_destructible_v<DataMap::value_type>, "nodes are given up undestroyed");
+    SetShortcuts& shortcuts = SetShortcuts::of(data);
+    shortcuts.dropHash();
+    const DataMap::allocator_type allocator = data.dataMap.get_allocator();
+    KvNodePool* const pool = allocator.pool();
+    if (!pool || pool != shortcuts.nodes.get() || pool->live() != data.dataMap.size()) {
+        data.dataMap.clear();
+        return;
+    }
+    new (&data.dataMap) DataMap(allocator);
+    pool->reclaimAll();
+    pool->release(); // on behalf of the map that was not destroyed
 }
 
 } // namespace kvdetail
 
-GxapSelectSet::SSetData::SSetData()
-    : refCount(0), unique(true), selectByNestedMode(false), entityCount(0), entities(nullptr) {}
+GxapSelectSet::SSetData::SSetData() : SSetData(std::make_unique<kvdetail::SetShortcuts>()) {}
+
+GxapSelectSet::SSetData::SSetData(std::unique_ptr<kvdetail::SetShortcuts> shortcuts)
+    : refCount(0), dataMap(DataMap::allocator_type(shortcuts->nodes.get())), unique(true),
+      selectByNestedMode(false), entityCount(0), entities(nullptr), mShortcuts(shortcuts.release()) {}
 
 GxapSelectSet::SSetData::~SSetData() {
     clear();
     delete entities;
+    delete mShortcuts;
 }
 
-void GxapSelectSet::SSetData::addRef() const {
-    refCount.fetch_add(1);
-}
-
-void GxapSelectSet::SSetData::delRef() const {
-    if (refCount.fetch_sub(1) == 1)
-        delete this;
+void GxapSelectSet::SSetData::destroy() const {
+    delete this;
 }
 
 void GxapSelectSet::SSetData::clear() {
     if (refCount.load() > 1)
         return;
-    dataMap.clear();
+    kvdetail::clearIndex(*this);
     entityCount = 0;
     if (!entities)
         return;
-    kvdetail::forEachOccupied(*entities, [](const Store::Slot* slot) { delete slot->value; });
+    kvdetail::RecordPool::Destroyer destroyer;
+    kvdetail::forEachOccupied(*entities,
+                              [&destroyer](const Store::Slot* slot) { destroyer.destroy(slot->value); });
     entities->freeAllPages();
+    mShortcuts->records.close();
 }
 
 GxapSelectSet::SSetData* GxapSelectSet::SSetData::clone() const {
@@ -119,10 +282,7 @@ GxapSelectSet::SSetData* GxapSelectSet::SSetData::clone() const {
     copy->entityCount = entityCount;
     if (!entities)
         return copy.release();
-    kvdetail::forEachOccupied(*entities, [&copy](const Store::Slot* slot) {
-        if (slot->value)
-            kvdetail::appendRecord(*copy, kvdetail::cloneRecord(*slot->value));
-    });
+    kvdetail::cloneRecords(*this, *copy);
     return copy.release();
 }
 
@@ -130,20 +290,16 @@ GxapSelectSet::GxapSelectSet(bool /*ignored*/) : sharedData(nullptr), lispRefCnt
     createData();
 }
 
-GxapSelectSet::GxapSelectSet(const GxapSelectSet& other) : sharedData(nullptr), lispRefCnt(0) {
-    assignData(other.sharedData);
-}
-
 GxapSelectSet& GxapSelectSet::operator=(const GxapSelectSet& other) {
     assignData(other.sharedData);
     return *this;
 }
 
-GxapSelectSet::~GxapSelectSet() {
-    // An iterator that outlives its set must not unregister from it.
+// Iterators that outlive their set must not unregister from it, and have no position any more.
+void GxapSelectSet::orphanIterators() const {
     for (int i = 0; i < iterators.logicalLength(); ++i)
         iterators[i]->set = nullptr;
-    releaseData();
+    disableAllIterator();
 }
 
 // The old data goes only once the fresh data is complete.
@@ -209,25 +365,18 @@ const GxapSelectSet::SSetData& dataToSearch(const GxapSelectSet& set) {
     return *set.sharedData;
 }
 
-// The first entry of the id's run whose record has that main id and passes `matches`. The run ends at the
-// first key that is greater.
+// The entry of a set that has items; the end of an empty one's index.
 template <class Matches>
-DataMap::const_iterator findInRun(const GxapSelectSet::SSetData& data, const GxDbObjectId& mainId,
-                                  Matches matches) {
-    const auto end = data.dataMap.end();
+DataMap::const_iterator findInSet(const GxapSelectSet& set, const GxDbObjectId& mainId, Matches matches) {
+    const GxapSelectSet::SSetData& data = dataToSearch(set);
     if (data.entityCount == 0 || !data.entities)
-        return end;
-    const auto first = data.dataMap.lower_bound(mainId);
-    for (auto entry = first; entry != end && !(mainId < entry->first); ++entry) {
-        const selected_entity* const record = recordAt(entry->second);
-        if (record && record->mainEntId == mainId && matches(*record))
-            return entry;
-    }
-    return end;
+        return data.dataMap.end();
+    return kvdetail::findInRun(data, mainId, matches, kvdetail::runOf(data, mainId)).entry;
 }
 
-const GxGeMatrix3d* matrixOf(const GxapSelectedEntInfo* info) {
-    return info ? info->getBTRMatPtr() : nullptr;
+bool hasKeys(const selected_entity& record, const kvdetail::ItemKeys& keys) {
+    return record.subEntId == keys.subId && isGsMarkEqual(record.gsMarker, keys.gsMarker) &&
+           (!keys.path || record.nestedEntFullPath == *keys.path);
 }
 
 bool isMatrixEqual(const GxGeMatrix3d* wanted, const GxGeMatrix3d* held) {
@@ -258,24 +407,41 @@ GxapSelectSet::ConstIterator findIterator(const GxapSelectSet& set, const Keys&.
 
 } // namespace
 
+namespace kvdetail {
+
+Found findItem(const SSetData& data, const ItemKeys& keys, const Run& run) {
+    return findInRun(
+        data, keys.mainId, [&](const selected_entity& record) { return hasKeys(record, keys); }, run);
+}
+
+Found findItem(const SSetData& data, const ItemKeys& keys, const Run& run, const GxGeMatrix3d* matrix) {
+    return findInRun(
+        data, keys.mainId,
+        [&](const selected_entity& record) {
+            return hasKeys(record, keys) && isMatrixEqual(matrix, matrixOf(record.selectedEntityInfo));
+        },
+        run);
+}
+
+} // namespace kvdetail
+
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId) const -> SSetData::DataMap::const_iterator {
     const SSetData& data = dataToSearch(*this);
     const auto end = data.dataMap.end();
     if (data.entityCount == 0)
         return end;
-    const auto first = data.dataMap.lower_bound(mainId);
-    return first != end && first->first == mainId ? first : end;
+    const kvdetail::Run run = kvdetail::runOf(data, mainId);
+    return run.isHeld ? run.first : end;
 }
 
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId) const
     -> SSetData::DataMap::const_iterator {
-    return findInRun(dataToSearch(*this), mainId,
-                     [&](const selected_entity& record) { return record.subEntId == subId; });
+    return findInSet(*this, mainId, [&](const selected_entity& record) { return record.subEntId == subId; });
 }
 
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker) const
     -> SSetData::DataMap::const_iterator {
-    return findInRun(dataToSearch(*this), mainId, [&](const selected_entity& record) {
+    return findInSet(*this, mainId, [&](const selected_entity& record) {
         return record.subEntId == subId && isGsMarkEqual(record.gsMarker, gsMarker);
     });
 }
@@ -284,7 +450,7 @@ auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& su
                               const KvVector<GxDbObjectId>* path) const -> SSetData::DataMap::const_iterator {
     if (!path)
         return findInMap(mainId, subId);
-    return findInRun(dataToSearch(*this), mainId, [&](const selected_entity& record) {
+    return findInSet(*this, mainId, [&](const selected_entity& record) {
         return record.subEntId == subId && record.nestedEntFullPath == *path;
     });
 }
@@ -293,10 +459,8 @@ auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& su
                               const KvVector<GxDbObjectId>* path) const -> SSetData::DataMap::const_iterator {
     if (!path)
         return findInMap(mainId, subId, gsMarker);
-    return findInRun(dataToSearch(*this), mainId, [&](const selected_entity& record) {
-        return record.subEntId == subId && isGsMarkEqual(record.gsMarker, gsMarker) &&
-               record.nestedEntFullPath == *path;
-    });
+    const kvdetail::ItemKeys keys{mainId, subId, gsMarker, path};
+    return findInSet(*this, mainId, [&](const selected_entity& record) { return hasKeys(record, keys); });
 }
 
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
@@ -305,12 +469,10 @@ auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& su
     if (!path)
         return findInMap(mainId, subId, gsMarker);
     const SSetData& data = dataToSearch(*this);
-    const GxGeMatrix3d* const wanted = matrixOf(info);
-    return findInRun(data, mainId, [&](const selected_entity& record) {
-        return record.subEntId == subId && isGsMarkEqual(record.gsMarker, gsMarker) &&
-               record.nestedEntFullPath == *path &&
-               isMatrixEqual(wanted, matrixOf(record.selectedEntityInfo));
-    });
+    if (data.entityCount == 0 || !data.entities)
+        return data.dataMap.end();
+    const kvdetail::Run run = kvdetail::runOf(data, mainId);
+    return kvdetail::findItem(data, {mainId, subId, gsMarker, path}, run, kvdetail::matrixOf(info)).entry;
 }
 
 int GxapSelectSet::find(const GxDbObjectId& mainId) const {
@@ -408,16 +570,12 @@ int lastIndex(const GxapSelectSet& set) {
     return hasItems(set) ? static_cast<int>(set.sharedData->entityCount - 1) : 0;
 }
 
-bool holdsItem(const GxapSelectSet& set, const selected_entity& record) {
-    return set.findInMap(record.mainEntId, record.subEntId, record.gsMarker, &record.nestedEntFullPath) !=
-           set.sharedData->dataMap.end();
-}
-
 // Whether some record of `other` is held by `set` (wanted true) or is not (wanted false). Both sets have
 // items.
 bool anyRecord(const GxapSelectSet& other, const GxapSelectSet& set, bool wanted) {
-    return kvdetail::anyOccupied(*other.sharedData->entities, [&](const auto* slot) {
-        return slot->value && holdsItem(set, *slot->value) == wanted;
+    kvdetail::Lookups lookups(set);
+    return kvdetail::anyRecordOf(*other.sharedData->entities, lookups, [&](const selected_entity& record) {
+        return lookups.holds(record) == wanted;
     });
 }
 

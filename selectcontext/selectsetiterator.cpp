@@ -152,26 +152,6 @@ void GxapSelectSet::ConstIterator::disable() {
     truckerIterator = nullptr;
 }
 
-bool GxapSelectSet::ConstIterator::isDone() const {
-    if (!truckerIterator)
-        return true;
-    const Store* const store = storeOf(set);
-    return !store || store->isEnd(*truckerIterator);
-}
-
-bool GxapSelectSet::ConstIterator::step(bool /*forward*/) const {
-    if (isDone())
-        return false;
-    index = static_cast<std::int32_t>(static_cast<std::uint32_t>(index) + 1);
-    // A position in a store that the set has given up leads to the end of the one that it has.
-    const Store* const store = storeOf(set);
-    if (truckerIterator->trucker == store)
-        truckerIterator->next();
-    else
-        *truckerIterator = store->end();
-    return !isDone();
-}
-
 bool GxapSelectSet::ConstIterator::getPrevIterator(ConstIterator& prev) const {
     const Store* const store = storeOf(set);
     if (!truckerIterator || !store || index < 1)
@@ -193,29 +173,6 @@ bool GxapSelectSet::ConstIterator::operator==(const ConstIterator& other) const 
 
 bool GxapSelectSet::ConstIterator::operator!=(const ConstIterator& other) const {
     return !(*this == other);
-}
-
-selected_entity* GxapSelectSet::ConstIterator::get() const {
-    if (isDone())
-        return nullptr;
-    if (truckerIterator->trucker != storeOf(set))
-        kvdetail::raiseMessage(kvdetail::kStoreAccessMessage);
-    return **truckerIterator;
-}
-
-GxDbObjectId GxapSelectSet::ConstIterator::mainEntId() const {
-    const selected_entity* const record = get();
-    return record ? record->mainEntId : GxDbObjectId::kNull;
-}
-
-GxDbObjectId GxapSelectSet::ConstIterator::subEntId() const {
-    const selected_entity* const record = get();
-    return record ? record->subEntId : GxDbObjectId::kNull;
-}
-
-long GxapSelectSet::ConstIterator::gsMarker() const {
-    const selected_entity* const record = get();
-    return record ? record->gsMarker : 0;
 }
 
 GxapSelectedEntInfo* GxapSelectSet::ConstIterator::selectedEntityInfo() const {

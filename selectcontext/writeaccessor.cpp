@@ -1,12 +1,15 @@
 // Every operation that changes a set.
 
 #include "selectcontext/GxapSSetWriteAccessor.h"
+#include "selectcontext/Lookups.h"
 #include "selectcontext/OwnedInfo.h"
 #include "selectcontext/SetDetail.h"
+#include "selectcontext/SetShortcuts.h"
 #include "selectcontext/SharedPaths.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -23,13 +26,9 @@ GxapSelectSet::SSetData* GxapSSetWriteAccessor::writeData() {
 
 void GxapSSetWriteAccessor::updateDataMap() {
     SSetData& data = kvdetail::dataOf(*this);
-    data.dataMap.clear();
-    if (!data.entities)
-        return;
-    kvdetail::forEachOccupied(*data.entities, [&data](const SSetData::Store::Slot* slot) {
-        if (slot->value)
-            data.dataMap.emplace(slot->value->mainEntId, kvdetail::slotAddress(slot));
-    });
+    kvdetail::clearIndex(data);
+    if (data.entities)
+        kvdetail::indexRecords(data);
 }
 
 void GxapSSetWriteAccessor::clear() {
@@ -104,27 +103,69 @@ void GxapSSetWriteAccessor::setHighlightSegment(Iterator& it, const GxDbFullSube
     it.setHighlightSegment(path);
 }
 
-void GxapSSetWriteAccessor::select(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
-                                   GxapSelectedEntInfo* entInfo, const KvVector<GxDbObjectId>* nestedPath) {
-    if (mainId.isNull())
-        return;
-    kvdetail::OwnedInfo info(entInfo);
-    const SSetData& held = kvdetail::dataOf(*this);
-    if (held.unique && findInMap(mainId, subId, gsMarker, nestedPath, info.get()) != held.dataMap.end())
+namespace {
+
+using kvdetail::DataMap;
+using kvdetail::Found;
+using kvdetail::ItemKeys;
+using kvdetail::Lookups;
+using kvdetail::recordAt;
+using kvdetail::SSetData;
+using kvdetail::Store;
+
+// The item of these keys, and of the info's transform where there is a path, in the data as it is; its place
+// where it is not there.
+Found findEqual(const SSetData& data, const ItemKeys& keys, const GxapSelectedEntInfo* info,
+                Lookups* lookups) {
+    if (!data.unique || data.entityCount == 0 || !data.entities)
+        return {data.dataMap.end(), kvdetail::runEnd(data, keys.mainId)};
+    const auto run = kvdetail::runOf(data, keys.mainId, lookups ? lookups->cursor() : nullptr);
+    const Found found = keys.path ? kvdetail::findItem(data, keys, run, kvdetail::matrixOf(info))
+                                  : kvdetail::findItem(data, keys, run);
+    return lookups ? lookups->noted(found) : found;
+}
+
+// select() of a main id that is not null, as one of many lookups or on its own.
+void selectItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, kvdetail::OwnedInfo info,
+                Lookups* lookups) {
+    const SSetData& held = kvdetail::dataOf(set);
+    Found found = findEqual(held, keys, info.get(), lookups);
+    if (found.entry != held.dataMap.end())
         return;
 
-    auto record = std::make_unique<selected_entity>();
-    record->mainEntId = mainId;
-    record->subEntId = subId;
-    record->gsMarker = gsMarker;
-    if (nestedPath)
-        record->nestedEntFullPath = *nestedPath;
+    // Memory of data that others share is not touched.
+    const bool isShared = held.refCount.load() >= 2;
+    auto record = isShared ? std::make_unique<selected_entity>() : kvdetail::newRecord(held);
+    record->mainEntId = keys.mainId;
+    record->subEntId = keys.subId;
+    record->gsMarker = keys.gsMarker;
+    if (keys.path)
+        record->nestedEntFullPath = *keys.path;
     record->selectedEntityInfo = info.release();
 
-    // The arguments may be part of the data that this lets go: nothing of them is read from here on.
-    SSetData& data = *writeData();
-    kvdetail::appendRecord(data, std::move(record));
+    // The keys may be part of the data that this lets go: nothing of them is read from here on.
+    SSetData& data = *set.writeData();
+    if (&data != &held)
+        found.place = kvdetail::runEnd(data, record->mainEntId);
+    kvdetail::appendRecord(data, std::move(record), found.place);
     ++data.entityCount;
+}
+
+// append() of a record, as one of many lookups or on its own. A null main id makes select() leave the copy of
+// the info to its caller, so none is made.
+void appendItem(GxapSSetWriteAccessor& set, const selected_entity& record, Lookups* lookups) {
+    if (record.mainEntId.isNull())
+        return;
+    selectItem(set, {record.mainEntId, record.subEntId, record.gsMarker, &record.nestedEntFullPath},
+               kvdetail::copyInfo(record.selectedEntityInfo), lookups);
+}
+
+} // namespace
+
+void GxapSSetWriteAccessor::select(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
+                                   GxapSelectedEntInfo* entInfo, const KvVector<GxDbObjectId>* nestedPath) {
+    if (!mainId.isNull())
+        selectItem(*this, {mainId, subId, gsMarker, nestedPath}, kvdetail::OwnedInfo(entInfo), nullptr);
 }
 
 void GxapSSetWriteAccessor::append(const GxDbObjectId& mainId, const GxDbObjectId& subId) {
@@ -134,17 +175,11 @@ void GxapSSetWriteAccessor::append(const GxDbObjectId& mainId, const GxDbObjectI
 bool GxapSSetWriteAccessor::append(const selected_entity* record) {
     if (!record)
         return false;
-    // A null main id makes select() leave the copy to its caller.
-    if (record->mainEntId.isNull())
-        return true;
-    select(record->mainEntId, record->subEntId, record->gsMarker,
-           kvdetail::copyInfo(record->selectedEntityInfo).release(), &record->nestedEntFullPath);
+    appendItem(*this, *record, nullptr);
     return true;
 }
 
 namespace {
-
-using Store = GxapSelectSet::SSetData::Store;
 
 // The occupied slot that an index entry names, with its page; both null for an entry without one.
 struct OccupiedSlot {
@@ -160,7 +195,7 @@ struct OccupiedSlot {
     Store::Page* page;
 };
 
-void freeSlot(GxapSelectSet::SSetData& data, const OccupiedSlot& place) {
+void freeSlot(SSetData& data, const OccupiedSlot& place) {
     if (place.slot)
         data.entities->removeSlot(place.slot, place.page, true);
 }
@@ -169,9 +204,47 @@ bool holds(const OccupiedSlot& place, const GxDbObjectId& subId) {
     return place.slot && place.slot->value && place.slot->value->subEntId == subId;
 }
 
-void countDown(GxapSelectSet::SSetData& data) {
+void countDown(SSetData& data) {
     if (data.entityCount > 0)
         --data.entityCount;
+}
+
+} // namespace
+
+namespace {
+
+// The first entry of the id's run in data that may have been copied since `found` was found.
+DataMap::const_iterator firstEntry(const SSetData& data, const SSetData* searched, const GxDbObjectId& id,
+                                   DataMap::const_iterator found) {
+    return &data == searched ? found : kvdetail::runOf(data, id).first;
+}
+
+// remove() of three keys, as one of many lookups or on its own.
+bool removeItem(GxapSSetWriteAccessor& set, GxDbObjectId id, GxDbObjectId sub, long gsMarker,
+                Lookups* lookups) {
+    if (id.isNull() || !hasItems(set) || !set.sharedData->entities)
+        return false;
+    const SSetData* const searched = set.sharedData;
+    const auto run = kvdetail::runForRemoval(*searched, id, lookups ? lookups->cursor() : nullptr);
+    const Found found = kvdetail::findItem(*searched, {id, sub, gsMarker, nullptr}, run);
+    if (lookups)
+        lookups->noted(found);
+    if (found.entry == searched->dataMap.end())
+        return false;
+    SSetData& data = *set.writeData();
+    for (auto entry = firstEntry(data, searched, id, run.first); kvdetail::isOfId(data.dataMap, entry, id);
+         ++entry) {
+        const OccupiedSlot place(*data.entities, entry->second);
+        if (!holds(place, sub) || place.slot->value->gsMarker != gsMarker)
+            continue;
+        freeSlot(data, place);
+        if (lookups && lookups->cursor()->isGuessing())
+            lookups->cursor()->standAt(std::next(entry));
+        kvdetail::eraseEntry(data, entry);
+        countDown(data);
+        return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -181,18 +254,22 @@ void countDown(GxapSelectSet::SSetData& data) {
 
 bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId) {
     const GxDbObjectId id = mainId;
-    if (id.isNull() || !hasItems(*this) || findInMap(id) == sharedData->dataMap.end())
+    if (id.isNull() || !hasItems(*this))
+        return false;
+    const SSetData* const searched = sharedData;
+    const auto found = findInMap(id);
+    if (found == searched->dataMap.end())
         return false;
     SSetData& data = *writeData();
     if (!data.entities)
         return false;
-    const auto run = data.dataMap.equal_range(id);
-    for (auto entry = run.first; entry != run.second; ++entry) {
+    bool removed = false;
+    for (auto entry = firstEntry(data, searched, id, found); kvdetail::isOfId(data.dataMap, entry, id);) {
         freeSlot(data, OccupiedSlot(*data.entities, entry->second));
         countDown(data);
+        kvdetail::eraseEntry(data, entry++);
+        removed = true;
     }
-    const bool removed = run.first != run.second;
-    data.dataMap.erase(run.first, run.second);
     return removed;
 }
 
@@ -205,39 +282,21 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectI
     if (!data.entities)
         return false;
     bool removed = false;
-    const auto run = data.dataMap.equal_range(id);
-    for (auto entry = run.first; entry != run.second; ++entry) {
+    // All entries of the id go, also those of the records that stay.
+    for (auto entry = kvdetail::runOf(data, id).first; kvdetail::isOfId(data.dataMap, entry, id);) {
         const OccupiedSlot place(*data.entities, entry->second);
+        kvdetail::eraseEntry(data, entry++);
         if (!holds(place, sub))
             continue;
         freeSlot(data, place);
         countDown(data);
         removed = true;
     }
-    // All entries of the id go, also those of the records that stay.
-    data.dataMap.erase(run.first, run.second);
     return removed;
 }
 
 bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker) {
-    const GxDbObjectId id = mainId;
-    const GxDbObjectId sub = subId;
-    if (id.isNull() || !hasItems(*this) || findInMap(id, sub, gsMarker) == sharedData->dataMap.end())
-        return false;
-    SSetData& data = *writeData();
-    if (!data.entities)
-        return false;
-    const auto run = data.dataMap.equal_range(id);
-    for (auto entry = run.first; entry != run.second; ++entry) {
-        const OccupiedSlot place(*data.entities, entry->second);
-        if (!holds(place, sub) || place.slot->value->gsMarker != gsMarker)
-            continue;
-        freeSlot(data, place);
-        data.dataMap.erase(entry);
-        countDown(data);
-        return true;
-    }
-    return false;
+    return removeItem(*this, mainId, subId, gsMarker, nullptr);
 }
 
 bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
@@ -246,7 +305,8 @@ bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
     const SSetData* const held = sharedData;
     const bool hasBefore = it.index >= 1;
     Store::iterator before = *it.truckerIterator;
-    kvdetail::stepBack(it.set->sharedData->entities, before);
+    if (hasBefore)
+        kvdetail::stepBack(it.set->sharedData->entities, before);
     if (!remove(it.mainEntId(), it.subEntId(), it.gsMarker()))
         return false;
     if (!hasBefore)
@@ -276,7 +336,7 @@ namespace {
 // Data that nobody shares is left alone: one more holder would make the next write copy it.
 class HeldData {
 public:
-    explicit HeldData(const GxapSelectSet::SSetData& data) : mData(data), mIsHeld(data.refCount.load() >= 2) {
+    explicit HeldData(const SSetData& data) : mData(data), mIsHeld(data.refCount.load() >= 2) {
         if (mIsHeld)
             mData.addRef();
     }
@@ -288,13 +348,13 @@ public:
     }
 
 private:
-    const GxapSelectSet::SSetData& mData;
+    const SSetData& mData;
     const bool mIsHeld;
 };
 
 // The records of the store at this moment, to be read while the set that holds them is edited: neither adding
 // nor removing destroys a record.
-std::vector<const selected_entity*> recordsOf(const GxapSelectSet::SSetData& data) {
+std::vector<const selected_entity*> recordsOf(const SSetData& data) {
     std::vector<const selected_entity*> records;
     kvdetail::forEachOccupied(*data.entities, [&records](const Store::Slot* slot) {
         if (slot->value)
@@ -303,18 +363,18 @@ std::vector<const selected_entity*> recordsOf(const GxapSelectSet::SSetData& dat
     return records;
 }
 
-// Calls visit(record) for every record that the data holds now, also where the visitor edits `edited` and
-// that holds this very data.
+// Calls visit(record) for every record that the data holds now, to be looked up in `edited`, also where the
+// visitor edits that and it holds this very data.
 template <class Visit>
-void forEachRecord(const GxapSelectSet::SSetData& data, const GxapSelectSet& edited, Visit visit) {
+void forEachRecord(const SSetData& data, const GxapSelectSet& edited, Lookups& lookups, Visit visit) {
     if (edited.sharedData == &data && data.refCount.load() < 2) {
         for (const selected_entity* record : recordsOf(data))
             visit(*record);
         return;
     }
-    kvdetail::forEachOccupied(*data.entities, [&visit](const Store::Slot* slot) {
-        if (slot->value)
-            visit(*slot->value);
+    kvdetail::anyRecordOf(*data.entities, lookups, [&visit](const selected_entity& record) {
+        visit(record);
+        return false;
     });
 }
 
@@ -348,7 +408,9 @@ void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b
     if (added.selectByNestedMode)
         setSelectByNestedMode(true);
     writeData()->unique = uniqueResult;
-    forEachRecord(added, *this, [this](const selected_entity& record) { append(&record); });
+    Lookups lookups(*this);
+    forEachRecord(added, *this, lookups,
+                  [this, &lookups](const selected_entity& record) { appendItem(*this, record, &lookups); });
 }
 
 void GxapSSetWriteAccessor::minus(const GxapSelectSet* a, const GxapSelectSet* b) {
@@ -362,8 +424,9 @@ void GxapSSetWriteAccessor::minus(const GxapSelectSet* a, const GxapSelectSet* b
 
     const SSetData& taken = *b->sharedData;
     const HeldData held(taken);
-    forEachRecord(taken, *this, [this](const selected_entity& record) {
-        remove(record.mainEntId, record.subEntId, record.gsMarker);
+    Lookups lookups(*this);
+    forEachRecord(taken, *this, lookups, [this, &lookups](const selected_entity& record) {
+        removeItem(*this, record.mainEntId, record.subEntId, record.gsMarker, &lookups);
     });
 }
 
@@ -387,6 +450,54 @@ void GxapSelectSet::transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* exc
     }
 }
 
+namespace {
+
+// The first record of each main id of a store: an index of them, with nodes of its own, and the slots of all
+// others.
+class FirstOfEachId {
+public:
+    explicit FirstOfEachId(const Store& store) {
+        kvdetail::forEachOccupied(store, [this](Store::Slot* slot) { add(slot); });
+    }
+
+    // Takes the place of the data's index. The entries that were there are forgotten at once.
+    void install(SSetData& data) noexcept {
+        kvdetail::clearIndex(data);
+        data.dataMap.swap(mKept);
+        kvdetail::SetShortcuts::of(data).nodes.swap(mNodes);
+    }
+
+    // The number of slots that stay, with those that have no record.
+    std::uint32_t staying() const noexcept { return mStaying; }
+    const std::vector<Store::Slot*>& doomed() const noexcept { return mDoomed; }
+
+private:
+    void add(Store::Slot* slot) {
+        if (slot->value && !enter(slot->value->mainEntId, slot))
+            mDoomed.push_back(slot);
+        else
+            ++mStaying;
+    }
+
+    // False where the id is there. Ids that ascend are entered behind all others.
+    bool enter(const GxDbObjectId& id, const Store::Slot* slot) {
+        DataMap::const_iterator place = mKept.end();
+        if (!mKept.empty() && !(mKept.rbegin()->first < id))
+            place = mKept.lower_bound(id);
+        if (kvdetail::isOfId(mKept, place, id))
+            return false;
+        mKept.emplace_hint(place, id, kvdetail::slotAddress(slot));
+        return true;
+    }
+
+    kvdetail::OwnedNodePool mNodes = kvdetail::makeNodePool();
+    DataMap mKept{DataMap::allocator_type(mNodes.get())};
+    std::uint32_t mStaying = 0;
+    std::vector<Store::Slot*> mDoomed;
+};
+
+} // namespace
+
 // What needs memory comes before the first change of what is held.
 void GxapSSetWriteAccessor::setUnique(bool on) {
     const SSetData& held = kvdetail::dataOf(*this);
@@ -398,26 +509,12 @@ void GxapSSetWriteAccessor::setUnique(bool on) {
         return;
     }
 
-    SSetData::DataMap kept;
-    std::uint32_t staying = 0; // counts slots without a record, too
-    std::vector<Store::Slot*> doomed;
-    kvdetail::forEachOccupied(*data.entities, [&](Store::Slot* slot) {
-        if (slot->value) {
-            const GxDbObjectId& id = slot->value->mainEntId;
-            const auto place = kept.lower_bound(id);
-            if (place != kept.end() && !(id < place->first)) {
-                doomed.push_back(slot);
-                return;
-            }
-            kept.emplace_hint(place, id, kvdetail::slotAddress(slot));
-        }
-        ++staying;
-    });
+    FirstOfEachId first(*data.entities);
+    first.install(data);
     data.unique = true;
-    data.dataMap.swap(kept);
-    data.entityCount = staying;
+    data.entityCount = first.staying();
     // A slot's page is looked for anew each time: removing may free it.
-    for (Store::Slot* slot : doomed)
+    for (Store::Slot* slot : first.doomed())
         data.entities->removeSlot(slot, data.entities->pageOf(slot), true);
 }
 
@@ -455,6 +552,20 @@ int positionIn(KvVector<GxDbFullSubentPath*>& list, const GxDbFullSubentPath& pa
     return -1;
 }
 
+// The position that the entry's record has in a copy of the data, which leaves slots without a record out; -1
+// where the entry has no record.
+int positionInCopy(const SSetData& data, DataMap::const_iterator entry) {
+    const selected_entity* const record = data.entities ? recordAt(*data.entities, entry->second) : nullptr;
+    if (!record)
+        return -1;
+    int position = -1;
+    kvdetail::anyOccupied(*data.entities, [&](const Store::Slot* slot) {
+        position += slot->value ? 1 : 0;
+        return slot->value == record;
+    });
+    return position;
+}
+
 constexpr std::uint32_t kSubselectionInfoWord = 6;
 
 } // namespace
@@ -473,7 +584,8 @@ GxapSelectSet::Iterator GxapSSetWriteAccessor::findMainSubsel(const GxDbObjectId
     if (id.isNull() || findInMap(id) == sharedData->dataMap.end())
         return end();
     // The position is counted out before the data is copied: a copy is indexed anew.
-    return iteratorAt(find(id));
+    return iteratorAt(sharedData->refCount.load() >= 2 ? positionInCopy(*sharedData, findInMap(id))
+                                                       : find(id));
 }
 
 bool GxapSSetWriteAccessor::appendSubentPathSubsel(const GxDbFullSubentPath& path) {

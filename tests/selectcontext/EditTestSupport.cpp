@@ -165,7 +165,7 @@ std::size_t EditTest::leftRecords(std::initializer_list<const GxapSelectSet*> se
 
 void EditTest::freeLeftRecords() {
     const std::vector<selected_entity*> left = liveRecords();
-    EXPECT_EQ(static_cast<long>(left.size()), liveNewBlocksOfSize(sizeof(selected_entity)))
+    EXPECT_EQ(liveRecordBlocks(), liveNewBlocksOfSize(sizeof(selected_entity)))
         << "blocks of a record's size that are no records";
     if (HasFailure())
         return;

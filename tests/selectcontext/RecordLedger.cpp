@@ -1,5 +1,7 @@
 #include "tests/selectcontext/RecordLedger.h"
 
+#include "selectcontext/RecordPool.h"
+
 #include <cstddef>
 #include <functional>
 #include <new>
@@ -52,6 +54,21 @@ Addresses& addresses() {
     return instance;
 }
 
+// Those of a larger set, many to a block.
+Addresses& chunks() {
+    static Addresses instance;
+    return instance;
+}
+
+// Calls visit(record) for every record of a chunk, too.
+template <class Visit>
+void forEachRecord(Visit visit) {
+    for (void* memory : addresses())
+        visit(static_cast<selected_entity*>(memory));
+    for (void* memory : chunks())
+        kvdetail::RecordPool::forEachOfChunk(memory, visit);
+}
+
 bool gOpen = false;
 std::function<void()> gAtNextRecord;
 
@@ -69,12 +86,16 @@ void* __wrap_malloc(std::size_t bytes) {
     void* const memory = __real_malloc(bytes);
     if (gOpen && memory != nullptr && bytes == sizeof(selected_entity))
         recordMade(memory);
+    if (gOpen && memory != nullptr && bytes == kvdetail::RecordPool::kChunkBytes)
+        chunks().insert(memory);
     return memory;
 }
 
 void __wrap_free(void* memory) {
-    if (gOpen)
+    if (gOpen) {
         addresses().erase(memory);
+        chunks().erase(memory);
+    }
     __real_free(memory);
 }
 
@@ -82,6 +103,7 @@ namespace kvtest {
 
 void openRecordLedger() {
     addresses().clear();
+    chunks().clear();
     gOpen = true;
 }
 
@@ -89,21 +111,26 @@ void closeRecordLedger() {
     gOpen = false;
     gAtNextRecord = nullptr;
     addresses().clear();
+    chunks().clear();
 }
 
 // The answer's own memory may have the size of a record, too.
 std::vector<selected_entity*> liveRecords() {
     const bool wasOpen = std::exchange(gOpen, false);
     std::vector<selected_entity*> records;
-    records.reserve(addresses().size());
-    for (void* memory : addresses())
-        records.push_back(static_cast<selected_entity*>(memory));
+    forEachRecord([&records](selected_entity* record) { records.push_back(record); });
     gOpen = wasOpen;
     return records;
 }
 
+long liveRecordBlocks() {
+    return static_cast<long>(addresses().size());
+}
+
 bool isLiveRecord(const selected_entity* record) {
-    return addresses().count(const_cast<selected_entity*>(record)) != 0;
+    bool isLive = false;
+    forEachRecord([&](const selected_entity* live) { isLive = isLive || live == record; });
+    return isLive;
 }
 
 void atNextRecord(std::function<void()> call) {

@@ -9,14 +9,17 @@
 
 namespace kvtest {
 
-// From opening on the ledger enters blocks of a record's size, and strikes them when they are freed. Its
+// From opening on the ledger enters blocks of a record's size, and blocks of many records, and strikes them
+// when they are freed. Its
 // test program is linked with --wrap=malloc,--wrap=free. One thread at a time.
 void openRecordLedger();
 void closeRecordLedger();
 
-// The blocks obtained since the ledger was opened that still exist, in no particular order: records, and
-// while there are sets, the data of sets, which has the same size.
+// The records made since the ledger was opened that still exist, in no particular order.
 std::vector<selected_entity*> liveRecords();
+
+// How many of them have a block to themselves.
+long liveRecordBlocks();
 bool isLiveRecord(const selected_entity* record);
 
 // Calls the function when the next record is made, once. Where an edit copies shared data, that is in the

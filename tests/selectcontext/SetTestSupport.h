@@ -25,6 +25,7 @@ protected:
 };
 
 constexpr unsigned kPageSlots = 4096;
+constexpr std::size_t kPageBytes = 65536;
 constexpr const wchar_t* kAccessError = L"Error access KvTrucker";
 
 // A set seen through its editing interface.

@@ -224,6 +224,19 @@ TEST_F(EditMainSubsel, BehindASlotWithoutARecordStandsOnTheItem) {
     EXPECT_TRUE(it == set.findItr(second));
 }
 
+// The copy leaves the slot out, so that the item stands elsewhere in it.
+TEST_F(EditMainSubsel, BehindASlotWithoutARecordOfSharedDataStandsOnTheItemOfTheCopy) {
+    GxapSelectSet set;
+    for (const GxDbObjectId& entity : {first, second, third})
+        edit(set).append(entity, kNoId);
+    const auto taken = kvtest::takeRecordOut(set, 0);
+    const GxapSelectSet sharer(set);
+    Iterator it = edit(set).findMainSubsel(second);
+    EXPECT_FALSE(shareData(set, sharer));
+    EXPECT_EQ(it.get(), record(set, 0));
+    EXPECT_TRUE(it == set.findItr(second));
+}
+
 TEST_F(EditMainSubsel, OutlivesTheDataItsArgumentIsIn) {
     GxapSelectSet set;
     fillWithSubselection(set, {1});

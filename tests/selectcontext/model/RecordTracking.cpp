@@ -1,9 +1,11 @@
 #include "tests/selectcontext/model/RecordTracking.h"
 
+#include "selectcontext/RecordPool.h"
 #include "selectcontext/selected_entity.h"
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <new>
 #include <unordered_set>
 
@@ -41,16 +43,46 @@ bool operator==(const UnwatchedAllocator<T>&, const UnwatchedAllocator<U>&) noex
     return true;
 }
 
+using Blocks =
+    std::unordered_set<const void*, std::hash<const void*>, std::equal_to<>, UnwatchedAllocator<const void*>>;
+
 struct Books {
-    std::unordered_set<const void*, std::hash<const void*>, std::equal_to<>, UnwatchedAllocator<const void*>>
-        records;
+    Blocks records;
     std::vector<void*, UnwatchedAllocator<void*>> fresh;
+    Blocks chunks;       // each with many records of a larger set
+    Blocks chunkRecords; // those of them that were taken as new
 };
+
+// Brings the books on the records of chunks up to date: strikes those that are gone, and enters those that
+// are new. Returns how many there are.
+std::size_t countChunkRecords(Books& books) {
+    Blocks live;
+    for (const void* chunk : books.chunks) {
+        kvdetail::RecordPool::forEachOfChunk(const_cast<void*>(chunk), [&](selected_entity* record) {
+            live.insert(record);
+            if (books.chunkRecords.count(record) == 0)
+                books.fresh.push_back(record);
+        });
+    }
+    books.chunkRecords.swap(live);
+    return books.chunkRecords.size();
+}
 
 // Made on first use and never destroyed: blocks come before main() and go after it.
 Books& books() {
     static auto* const instance = new (__real_malloc(sizeof(Books))) Books;
     return *instance;
+}
+
+// Another chunk may come to lie where this one was, with records that are new.
+void forgetRecordsOf(const void* chunk) {
+    Blocks& records = books().chunkRecords;
+    const auto* const first = static_cast<const unsigned char*>(chunk);
+    for (auto record = records.begin(); record != records.end();) {
+        const auto* const at = static_cast<const unsigned char*>(*record);
+        const bool isOfChunk = at >= first && at < first + kvdetail::RecordPool::kChunkBytes;
+        record = isOfChunk ? records.erase(record) : std::next(record);
+    }
 }
 
 bool gRecordsAreMade = false;
@@ -63,12 +95,17 @@ void* __wrap_malloc(std::size_t bytes) {
         books().records.insert(memory);
         books().fresh.push_back(memory);
     }
+    if (memory && bytes == kvdetail::RecordPool::kChunkBytes)
+        books().chunks.insert(memory);
     return memory;
 }
 
 void __wrap_free(void* memory) {
-    if (memory)
+    if (memory) {
         books().records.erase(memory);
+        if (books().chunks.erase(memory) != 0)
+            forgetRecordsOf(memory);
+    }
     __real_free(memory);
 }
 
@@ -87,15 +124,16 @@ void isNoRecord(const void* block) {
 }
 
 bool isLiveRecord(const void* record) {
-    return books().records.count(record) != 0;
+    return books().records.count(record) != 0 || books().chunkRecords.count(record) != 0;
 }
 
 std::size_t liveRecordCount() {
-    return books().records.size();
+    return books().records.size() + countChunkRecords(books());
 }
 
 std::vector<void*> takeNewRecords() {
     Books& b = books();
+    countChunkRecords(b);
     std::vector<void*> taken(b.fresh.begin(), b.fresh.end());
     // An address may have been given out twice.
     std::sort(taken.begin(), taken.end());

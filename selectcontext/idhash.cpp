@@ -1,0 +1,133 @@
+// The hash beside the id index.
+
+#include "selectcontext/IdHash.h"
+
+#include <iterator>
+#include <new>
+
+namespace kvdetail {
+namespace {
+
+// The number of low bits in which no two stubs of the index differ.
+unsigned commonZeros(const IdHash::DataMap& map) {
+    std::uintptr_t differences = 0;
+    const auto bits = [](const auto& entry) { return reinterpret_cast<std::uintptr_t>(entry.first.stub()); };
+    for (const auto& entry : map)
+        differences |= bits(entry) ^ bits(*map.begin());
+    return differences == 0 ? 0 : static_cast<unsigned>(__builtin_ctzll(differences));
+}
+
+} // namespace
+
+std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
+    auto hash = std::make_unique<IdHash>();
+    std::size_t size = 16;
+    while (size * 3 < (map.size() + 1) * 5)
+        size *= 2;
+    hash->mPlaces.resize(size);
+    hash->mShift = commonZeros(map);
+    for (auto entry = map.begin(); entry != map.end(); ++entry) {
+        if (!hash->noteAdded(map, entry))
+            return nullptr;
+    }
+    hash->follow(map);
+    return hash;
+} catch (const std::bad_alloc&) {
+    return nullptr;
+}
+
+bool IdHash::isCurrent(const DataMap& map) const noexcept {
+    const KvNodePool* const pool = map.get_allocator().pool();
+    return pool && pool == mPool && pool->changes() == mChanges && pool->live() == map.size();
+}
+
+IdHash::DataMap::const_iterator IdHash::find(const DataMap& map, const GxDbObjectId& id) const {
+    const Place& place = mPlaces[placeOf(id.stub())];
+    if (!place.stub || !(place.first->first == id))
+        return map.end();
+    if (mHasTwins && place.first != map.begin() && std::prev(place.first)->first == id)
+        return map.end();
+    return place.first;
+}
+
+bool IdHash::noteAdded(const DataMap& map, DataMap::const_iterator entry) noexcept {
+    const GxDbStub* const stub = entry->first.stub();
+    if (!stub)
+        return true; // never looked up
+    if (entry != map.begin()) {
+        const auto before = std::prev(entry);
+        if (before->first == entry->first) {
+            mHasTwins = true;
+            return before->first.stub() == stub;
+        }
+    }
+    if (!hasRoom()) {
+        try {
+            grow();
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+    }
+    enter(stub, entry);
+    return true;
+}
+
+void IdHash::noteErasing(const DataMap& map, DataMap::const_iterator entry) noexcept {
+    const GxDbStub* const stub = entry->first.stub();
+    const std::size_t place = placeOf(stub);
+    if (!stub || mPlaces[place].first != entry || !mPlaces[place].stub)
+        return;
+    const auto behind = std::next(entry);
+    if (mHasTwins && behind != map.end() && behind->first == entry->first)
+        mPlaces[place].first = behind;
+    else
+        removePlace(place);
+}
+
+// Neighbouring stubs share a group of places, so that walking through ids in order walks through the table,
+// too; the groups are spread over the table.
+std::size_t IdHash::homeOf(const GxDbStub* stub) const noexcept {
+    constexpr unsigned kGroup = 4;
+    const std::uintptr_t number = reinterpret_cast<std::uintptr_t>(stub) >> mShift;
+    const std::uintptr_t group = (number / kGroup) * 0x9E3779B97F4A7C15u >> 20;
+    return (group * kGroup + number % kGroup) & (mPlaces.size() - 1);
+}
+
+// The stub's place, or the free one where it would be entered.
+std::size_t IdHash::placeOf(const GxDbStub* stub) const noexcept {
+    std::size_t i = homeOf(stub);
+    while (mPlaces[i].stub && mPlaces[i].stub != stub)
+        i = next(i);
+    return i;
+}
+
+void IdHash::enter(const GxDbStub* stub, DataMap::const_iterator first) noexcept {
+    mPlaces[placeOf(stub)] = {stub, first};
+    ++mUsed;
+}
+
+// Places behind a freed one move up, so that none is cut off from its home.
+void IdHash::removePlace(std::size_t i) noexcept {
+    const std::size_t mask = mPlaces.size() - 1;
+    for (std::size_t j = next(i); mPlaces[j].stub; j = next(j)) {
+        const std::size_t home = homeOf(mPlaces[j].stub);
+        if (((j - home) & mask) < ((j - i) & mask))
+            continue;
+        mPlaces[i] = mPlaces[j];
+        i = j;
+    }
+    mPlaces[i].stub = nullptr;
+    --mUsed;
+}
+
+void IdHash::grow() {
+    std::vector<Place> old(2 * mPlaces.size());
+    old.swap(mPlaces);
+    mUsed = 0;
+    for (const Place& place : old) {
+        if (place.stub)
+            enter(place.stub, place.first);
+    }
+}
+
+} // namespace kvdetail

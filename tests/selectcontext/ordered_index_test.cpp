@@ -1,0 +1,168 @@
+#include "selectcontext/OrderedIndex.h"
+
+#include "platform/inmemory/InMemoryDatabase.h"
+#include "selectcontext/SetDetail.h"
+#include "tests/support/AllocationFailure.h"
+#include "tests/support/Ids.h"
+#include "tests/support/KvTest.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <vector>
+
+namespace {
+
+using kvdetail::OrderedIndex;
+using kvdetail::SSetData;
+using kvdetail::Store;
+using kvtest::id;
+using Numbers = std::vector<unsigned long>;
+
+class OrderedIndexTest : public kvtest::KvTest {
+protected:
+    void SetUp() override {
+        KvTest::SetUp();
+        { SCOPED_TRACE("the first trace of a thread leaves memory behind"); }
+        expectNothingLeft();
+        data = kvdetail::makeData();
+    }
+
+    void TearDown() override {
+        data.reset();
+        KvTest::TearDown();
+    }
+
+    // Fills the store, not the index.
+    void store(const Numbers& numbers) {
+        for (const unsigned long n : numbers) {
+            auto record = std::make_unique<selected_entity>();
+            record->mainEntId = id(n);
+            data->entities->append(record.get());
+            record.release();
+        }
+    }
+
+    void index() const {
+        OrderedIndex ordered(*data);
+        kvdetail::forEachOccupied(*data->entities, [&](const Store::Slot* slot) { ordered.add(slot); });
+        ordered.finish();
+    }
+
+    // The index is what entering the records one by one makes of them.
+    void expectIndexed() const {
+        std::multimap<GxDbObjectId, unsigned long> expected;
+        kvdetail::forEachOccupied(*data->entities, [&](const Store::Slot* slot) {
+            expected.emplace(slot->value->mainEntId, kvdetail::slotAddress(slot));
+        });
+        ASSERT_EQ(data->dataMap.size(), expected.size());
+        auto wanted = expected.begin();
+        for (const auto& entry : data->dataMap) {
+            ASSERT_EQ(entry.first.stub(), wanted->first.stub());
+            ASSERT_EQ(entry.second, wanted->second);
+            ++wanted;
+        }
+    }
+
+    void expectOrders(const Numbers& numbers) {
+        store(numbers);
+        index();
+        expectIndexed();
+    }
+
+    std::unique_ptr<SSetData> data;
+};
+
+Numbers ascending(std::size_t count) {
+    Numbers numbers(count);
+    std::iota(numbers.begin(), numbers.end(), 1);
+    return numbers;
+}
+
+Numbers shuffled(std::size_t count, unsigned seed) {
+    Numbers numbers = ascending(count);
+    std::shuffle(numbers.begin(), numbers.end(), std::mt19937(seed));
+    return numbers;
+}
+
+TEST_F(OrderedIndexTest, EmptyStoreHasAnEmptyIndex) {
+    expectOrders({});
+}
+
+TEST_F(OrderedIndexTest, AscendingIds) {
+    expectOrders(ascending(3000));
+}
+
+TEST_F(OrderedIndexTest, DescendingIds) {
+    Numbers numbers = ascending(3000);
+    std::reverse(numbers.begin(), numbers.end());
+    expectOrders(numbers);
+}
+
+TEST_F(OrderedIndexTest, ShuffledIdsFewAndMany) {
+    for (const std::size_t count : {2u, 20u, 255u, 256u, 257u, 5000u}) {
+        data = kvdetail::makeData();
+        expectOrders(shuffled(count, 3));
+    }
+}
+
+TEST_F(OrderedIndexTest, LastIdAloneIsOutOfOrder) {
+    Numbers numbers = ascending(1000);
+    numbers.back() = 500;
+    expectOrders(numbers);
+}
+
+TEST_F(OrderedIndexTest, EqualIdsStayInStoreOrder) {
+    Numbers numbers = shuffled(3000, 4);
+    for (unsigned long& n : numbers)
+        n = n % 97 + 1;
+    expectOrders(numbers);
+}
+
+TEST_F(OrderedIndexTest, OneIdAlone) {
+    expectOrders(Numbers(1000, 7));
+}
+
+TEST_F(OrderedIndexTest, IdsThatDifferInHighBitsOnly) {
+    Numbers numbers;
+    for (const unsigned long n : shuffled(1000, 5))
+        numbers.push_back((n << 40) + 3);
+    expectOrders(numbers);
+}
+
+TEST_F(OrderedIndexTest, DistinctStubsOfOneObject) {
+    kvinmemory::makeEqual(id(3), id(900));
+    kvinmemory::makeEqual(id(5), id(6));
+    kvinmemory::makeEqual(id(400), id(2));
+    expectOrders(ascending(1000));
+    data = kvdetail::makeData();
+    expectOrders(shuffled(1000, 6));
+    data = kvdetail::makeData();
+    expectOrders({1, 900, 3, 900, 5, 6, 5});
+}
+
+TEST_F(OrderedIndexTest, SortsOrFailsWithNothingLost) {
+    const Numbers orders[] = {ascending(600), shuffled(600, 7)};
+    for (const Numbers& numbers : orders) {
+        kvtest::forEachAllocationFailure([&](kvtest::FailurePoint& point) {
+            data = kvdetail::makeData();
+            store(numbers);
+            const kvtest::Outcome outcome = point.run([&] { index(); });
+            EXPECT_EQ(outcome.failed, outcome.injected);
+            EXPECT_LE(data->dataMap.size(), numbers.size());
+            kvdetail::clearIndex(*data);
+            EXPECT_TRUE(data->dataMap.empty());
+            index();
+            expectIndexed();
+            data.reset();
+        });
+    }
+}
+
+} // namespace

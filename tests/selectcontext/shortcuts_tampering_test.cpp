@@ -1,0 +1,398 @@
+// Callers change what is public behind the library: index, count, store, pages and slots. What the library
+// keeps beside these must never show.
+#include "tests/selectcontext/EditTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using kvtest::appendIds;
+using kvtest::edit;
+using kvtest::id;
+using kvtest::idRange;
+using kvtest::invariants;
+using kvtest::kPageSlots;
+using kvtest::mainIds;
+using kvtest::SSetData;
+using kvtest::Store;
+using DataMap = SSetData::DataMap;
+
+class ShortcutsTampering : public kvtest::EditTest {
+protected:
+    static constexpr unsigned long kCount = 200;
+
+    // So many ids have been found that the next one is looked up by whatever was made for that.
+    static void lookUpMuch(const GxapSelectSet& set, unsigned long first, unsigned long count) {
+        for (unsigned long n = first; n < first + count; ++n)
+            static_cast<void>(set.findInMap(id(n)));
+    }
+
+    static void fillAndLookUp(GxapSelectSet& set, unsigned long first = 1) {
+        appendIds(set, first, kCount);
+        lookUpMuch(set, first, kCount);
+    }
+
+    // Every id from 0 to 1000 is found where the index has it, and nowhere else.
+    static void expectFindsWhatTheIndexHas(const GxapSelectSet& set) {
+        const DataMap& map = set.sharedData->dataMap;
+        for (unsigned long n = 0; n <= 1000; ++n) {
+            const auto entry = map.lower_bound(id(n));
+            const bool isHeld = entry != map.end() && entry->first == id(n);
+            ASSERT_EQ(set.findInMap(id(n)), isHeld ? entry : map.end()) << n;
+        }
+    }
+
+    static DataMap& mapOf(GxapSelectSet& set) { return set.sharedData->dataMap; }
+};
+
+// ---- the index
+
+TEST_F(ShortcutsTampering, EntryErasedByTheCallerIsNotFound) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    mapOf(set).erase(id(17));
+    expectFindsWhatTheIndexHas(set);
+}
+
+TEST_F(ShortcutsTampering, EntryErasedAndOneOfAnotherIdInserted) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    const unsigned long slot = mapOf(set).lower_bound(id(17))->second;
+    mapOf(set).erase(id(17));
+    mapOf(set).emplace(id(900), slot);
+    expectFindsWhatTheIndexHas(set);
+}
+
+TEST_F(ShortcutsTampering, EntryErasedAndInsertedAgain) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    const unsigned long slot = mapOf(set).lower_bound(id(17))->second;
+    mapOf(set).erase(id(17));
+    mapOf(set).emplace(id(17), slot);
+    expectFindsWhatTheIndexHas(set);
+    EXPECT_EQ(set.find(id(17)), 16);
+    EXPECT_TRUE(invariants(set));
+}
+
+TEST_F(ShortcutsTampering, EntryGivenAnotherIdInFrontOfTheHolderOfThatId) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    auto node = mapOf(set).extract(mapOf(set).lower_bound(id(17)));
+    node.key() = id(50);
+    mapOf(set).insert(mapOf(set).lower_bound(id(50)), std::move(node));
+    expectFindsWhatTheIndexHas(set);
+    lookUpMuch(set, 1, kCount);
+    expectFindsWhatTheIndexHas(set);
+}
+
+TEST_F(ShortcutsTampering, RecordAndEntryGivenAnotherIdTogether) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    kvtest::record(set, 16)->mainEntId = id(50);
+    auto node = mapOf(set).extract(mapOf(set).lower_bound(id(17)));
+    node.key() = id(50);
+    mapOf(set).insert(mapOf(set).lower_bound(id(50)), std::move(node));
+    EXPECT_EQ(set.find(id(50)), 16);
+    EXPECT_EQ(set.find(id(17)), -1);
+    EXPECT_TRUE(edit(set).remove(id(50)));
+    EXPECT_EQ(set.sharedData->entityCount, kCount - 2);
+    expectFindsWhatTheIndexHas(set);
+    EXPECT_TRUE(invariants(set));
+}
+
+TEST_F(ShortcutsTampering, FirstOfEqualIdsMovedBehindTheOthers) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    edit(set).append(id(17), id(5));
+    auto node = mapOf(set).extract(mapOf(set).lower_bound(id(17)));
+    mapOf(set).insert(std::move(node));
+    expectFindsWhatTheIndexHas(set);
+    EXPECT_EQ(set.find(id(17)), static_cast<int>(kCount));
+}
+
+TEST_F(ShortcutsTampering, ExtractedNodeIsNotFoundThoughItExists) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    auto node = mapOf(set).extract(mapOf(set).lower_bound(id(17)));
+    expectFindsWhatTheIndexHas(set);
+    mapOf(set).emplace(id(900), node.mapped());
+    expectFindsWhatTheIndexHas(set);
+    lookUpMuch(set, 1, kCount);
+    expectFindsWhatTheIndexHas(set);
+    mapOf(set).erase(id(900));
+    mapOf(set).insert(std::move(node));
+    expectFindsWhatTheIndexHas(set);
+    EXPECT_TRUE(invariants(set));
+}
+
+TEST_F(ShortcutsTampering, NodeThatOutlivesItsSet) {
+    DataMap::node_type node;
+    {
+        GxapSelectSet set;
+        fillAndLookUp(set);
+        node = mapOf(set).extract(mapOf(set).begin());
+    }
+    EXPECT_EQ(node.key(), id(1));
+}
+
+TEST_F(ShortcutsTampering, IndexClearedByTheCallerAndMadeAnew) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    mapOf(set).clear();
+    expectFindsWhatTheIndexHas(set);
+    edit(set).append(id(17), GxDbObjectId());
+    expectFindsWhatTheIndexHas(set);
+    edit(set).updateDataMap();
+    expectFindsWhatTheIndexHas(set);
+    EXPECT_TRUE(invariants(set));
+}
+
+TEST_F(ShortcutsTampering, IndexesSwappedBetweenTwoSets) {
+    GxapSelectSet one;
+    GxapSelectSet other;
+    fillAndLookUp(one, 1);
+    fillAndLookUp(other, 101);
+    mapOf(one).swap(mapOf(other));
+    expectFindsWhatTheIndexHas(one);
+    expectFindsWhatTheIndexHas(other);
+    lookUpMuch(one, 1, 2 * kCount);
+    expectFindsWhatTheIndexHas(one);
+    EXPECT_EQ(one.find(id(250)), -1) << "its slot is the other set's";
+    mapOf(one).swap(mapOf(other));
+    expectFindsWhatTheIndexHas(one);
+    EXPECT_TRUE(invariants(one));
+    EXPECT_TRUE(invariants(other));
+}
+
+TEST_F(ShortcutsTampering, SetGoesOnWithTheIndexOfOneThatIsGone) {
+    for (const unsigned long count : {0ul, 3ul, kCount}) {
+        GxapSelectSet set;
+        fillAndLookUp(set);
+        {
+            GxapSelectSet gone;
+            appendIds(gone, 1, count);
+            mapOf(set).swap(mapOf(gone));
+        }
+        expectFindsWhatTheIndexHas(set);
+        edit(set).updateDataMap();
+        EXPECT_TRUE(invariants(set));
+        appendIds(set, 500, kCount);
+        lookUpMuch(set, 500, kCount);
+        expectFindsWhatTheIndexHas(set);
+        edit(set).setUnique(false);
+        edit(set).setUnique(true);
+        EXPECT_TRUE(invariants(set));
+        edit(set).clear();
+        appendIds(set, 1, kCount);
+        EXPECT_TRUE(invariants(set));
+    }
+}
+
+TEST_F(ShortcutsTampering, CallersMapOutlivesTheSetThatItsNodesComeFrom) {
+    for (const unsigned long count : {0ul, 3ul, kCount}) {
+        DataMap mine;
+        {
+            GxapSelectSet set;
+            appendIds(set, 1, count);
+            mine.swap(mapOf(set));
+            EXPECT_TRUE(mapOf(set).empty());
+        }
+        EXPECT_EQ(mine.size(), count);
+        mine.clear();
+        for (unsigned long n = 1; n <= kCount; ++n)
+            mine.emplace(id(n), n);
+        EXPECT_EQ(mine.size(), kCount);
+    }
+}
+
+TEST_F(ShortcutsTampering, MapMovedOutOfASetAndAnotherMovedIn) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    DataMap mine(std::move(mapOf(set)));
+    mapOf(set).clear();
+    edit(set).append(id(700), GxDbObjectId());
+    expectFindsWhatTheIndexHas(set);
+    edit(set).remove(id(700));
+    mapOf(set) = std::move(mine);
+    expectFindsWhatTheIndexHas(set);
+    EXPECT_TRUE(invariants(set));
+    mapOf(set) = DataMap(mapOf(set));
+    expectFindsWhatTheIndexHas(set);
+    lookUpMuch(set, 1, kCount);
+    appendIds(set, 300, kCount);
+    EXPECT_TRUE(invariants(set));
+    edit(set).clear();
+    EXPECT_TRUE(mapOf(set).empty());
+}
+
+TEST_F(ShortcutsTampering, ClearingTakesNoNodeThatTheCallerHolds) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    auto node = mapOf(set).extract(mapOf(set).lower_bound(id(17)));
+    edit(set).clear();
+    EXPECT_EQ(node.key(), id(17));
+    appendIds(set, 300, kCount);
+    EXPECT_EQ(node.key(), id(17));
+    EXPECT_TRUE(invariants(set));
+}
+
+TEST_F(ShortcutsTampering, EntriesMovedBetweenMapsOfOneAllocator) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    DataMap mine(mapOf(set).get_allocator());
+    mine.merge(mapOf(set));
+    expectFindsWhatTheIndexHas(set);
+    EXPECT_EQ(mine.size(), kCount);
+    appendIds(set, 600, 10);
+    edit(set).clear();
+    EXPECT_EQ(mine.count(id(200)), 1u);
+    mapOf(set).merge(mine);
+    EXPECT_TRUE(mine.empty());
+    appendIds(set, 700, 1);
+    expectFindsWhatTheIndexHas(set);
+}
+
+// ---- count, store and pages
+
+TEST_F(ShortcutsTampering, CountSetToZeroHidesEveryItem) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    set.sharedData->entityCount = 0;
+    EXPECT_EQ(set.findInMap(id(17)), mapOf(set).end());
+    set.sharedData->entityCount = kCount;
+    expectFindsWhatTheIndexHas(set);
+}
+
+TEST_F(ShortcutsTampering, StoresSwappedBetweenTwoSets) {
+    GxapSelectSet one;
+    GxapSelectSet other;
+    fillAndLookUp(one, 1);
+    fillAndLookUp(other, 101);
+    std::swap(one.sharedData->entities, other.sharedData->entities);
+    expectFindsWhatTheIndexHas(one);
+    EXPECT_EQ(one.find(id(17)), -1) << "its entry leads to no slot of the store";
+    edit(one).updateDataMap();
+    edit(other).updateDataMap();
+    expectFindsWhatTheIndexHas(one);
+    EXPECT_EQ(one.find(id(101)), 0);
+    EXPECT_TRUE(invariants(one));
+    EXPECT_TRUE(invariants(other));
+}
+
+// A set of six pages, each found by its address.
+class PagesTampering : public ShortcutsTampering {
+protected:
+    static constexpr unsigned long kMany = 6ul * kPageSlots;
+
+    void SetUp() override {
+        ShortcutsTampering::SetUp();
+        set = std::make_unique<GxapSelectSet>();
+        appendIds(*set, 1, kMany);
+        lookUpMuch(*set, 1, 2000);
+    }
+
+    void TearDown() override {
+        set.reset();
+        mLoose = std::vector<std::unique_ptr<selected_entity>>();
+        ShortcutsTampering::TearDown();
+    }
+
+    Store& store() const { return *set->sharedData->entities; }
+
+    Store::Page* page(unsigned ordinal) const {
+        Store::Page* p = store().head;
+        for (; ordinal > 0; --ordinal)
+            p = p->next;
+        return p;
+    }
+
+    // The records of a page are the test's from now on.
+    void keepRecords(const Store::Page& from) {
+        for (const Store::Slot* slot = from.slots; slot < from.fillEnd; ++slot) {
+            if (!slot->free)
+                mLoose.emplace_back(slot->value);
+        }
+    }
+
+    std::unique_ptr<GxapSelectSet> set;
+
+private:
+    std::vector<std::unique_ptr<selected_entity>> mLoose;
+};
+
+TEST_F(PagesTampering, EntriesOfAPageThatWasFreedLeadNowhere) {
+    keepRecords(*page(2));
+    Store::Page* const emptied = page(2);
+    Store::Slot* const slots = emptied->slots;
+    for (unsigned i = 0; i < kPageSlots; ++i)
+        store().removeSlot(slots + i, emptied, true);
+    set->sharedData->entityCount -= kPageSlots;
+    const unsigned long gone = 2ul * kPageSlots + 10;
+    EXPECT_NE(set->findInMap(id(gone)), set->sharedData->dataMap.end()) << "reads no record";
+    EXPECT_EQ(set->find(id(gone)), -1);
+    EXPECT_EQ(set->findInMap(id(gone), GxDbObjectId()), set->sharedData->dataMap.end());
+    EXPECT_EQ(set->find(id(5ul * kPageSlots)), static_cast<int>(4 * kPageSlots - 1));
+    edit(*set).updateDataMap();
+    EXPECT_TRUE(invariants(*set));
+}
+
+TEST_F(PagesTampering, EntriesOfAStoreThatWasEmptiedLeadNowhere) {
+    for (unsigned i = 0; i < 6; ++i)
+        keepRecords(*page(i));
+    store().freeAllPages();
+    EXPECT_EQ(set->find(id(5)), -1);
+    EXPECT_EQ(set->find(id(kMany - 5), GxDbObjectId()), -1);
+    set->sharedData->entityCount = 0;
+    set->sharedData->dataMap.clear();
+    appendIds(*set, 1, 5);
+    EXPECT_TRUE(invariants(*set));
+}
+
+TEST_F(PagesTampering, EntriesOfAPageThatWasTakenOutByHandLeadNowhere) {
+    Store::Page* const gone = page(3);
+    keepRecords(*gone);
+    page(2)->next = gone->next;
+    set->sharedData->entityCount -= kPageSlots;
+    EXPECT_EQ(set->find(id(3ul * kPageSlots + 10)), -1);
+    EXPECT_EQ(set->find(id(4ul * kPageSlots + 10)), static_cast<int>(3 * kPageSlots + 9));
+    EXPECT_EQ(set->getAt(3 * kPageSlots)->mainEntId, id(4ul * kPageSlots + 1));
+    edit(*set).updateDataMap();
+    EXPECT_TRUE(invariants(*set));
+    set.reset();
+    KvTkDefaultAllocator<selected_entity*>::deallocate(gone->slots, 65536);
+    KvTkDefaultAllocator<selected_entity*>::deallocate(gone, sizeof(Store::Page));
+}
+
+TEST_F(PagesTampering, PagesThatChangePlacesAreCountedWhereTheyStand) {
+    Store::Page* const second = page(1);
+    Store::Page* const third = page(2);
+    store().head->next = third;
+    second->next = third->next;
+    third->next = second;
+    EXPECT_EQ(set->getAt(kPageSlots)->mainEntId, id(2ul * kPageSlots + 1));
+    EXPECT_EQ(set->find(id(2ul * kPageSlots + 1)), static_cast<int>(kPageSlots));
+    EXPECT_EQ(set->find(id(kPageSlots + 1)), static_cast<int>(2 * kPageSlots));
+    EXPECT_EQ(set->find(id(3ul * kPageSlots + 1)), static_cast<int>(3 * kPageSlots));
+}
+
+TEST_F(PagesTampering, SlotsFreedByHandAreCountedOut) {
+    Store::Page* const first = store().head;
+    for (const unsigned i : {5u, 600u}) {
+        std::unique_ptr<selected_entity> record(first->slots[i].value);
+        first->slots[i].free = 1;
+        --first->liveCount;
+        --set->sharedData->entityCount;
+    }
+    EXPECT_EQ(set->find(id(601)), -1) << "its slot is free";
+    EXPECT_EQ(set->find(id(1000)), 997);
+    EXPECT_EQ(set->getAt(997)->mainEntId, id(1000));
+    edit(*set).updateDataMap();
+    EXPECT_TRUE(invariants(*set));
+}
+
+} // namespace

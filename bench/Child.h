@@ -3,6 +3,8 @@
 // process.
 #pragma once
 
+#include <limits>
+#include <malloc.h>
 #include <optional>
 #include <sys/wait.h>
 #include <thread>
@@ -20,6 +22,12 @@ inline void startIdleThread() {
     }).detach();
 }
 
+// An application has run for a while: what is freed stays in its heap, and the next set is made of it. In a
+// young process the end of the heap would go back to the system with every set.
+inline void keepFreedMemory() {
+    mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
+}
+
 // What `measurement` returns, or nothing when its process died.
 template <class Measurement>
 auto inChild(Measurement measurement) -> std::optional<decltype(measurement())> {
@@ -32,6 +40,7 @@ auto inChild(Measurement measurement) -> std::optional<decltype(measurement())> 
     const pid_t child = ::fork();
     if (child == 0) {
         startIdleThread();
+        keepFreedMemory();
         const Result result = measurement();
         const bool written = ::write(ends[1], &result, sizeof result) == sizeof result;
         ::_exit(written ? 0 : 1);

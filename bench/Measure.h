@@ -1,5 +1,4 @@
-// How an operation is timed: several sets in one go where they are small, and several times where that is
-// cheap.
+// How an operation is timed: on several sets where they are small, and several times where that is cheap.
 #pragma once
 
 #include "bench/Operations.h"
@@ -33,15 +32,13 @@ inline double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
+// Sets on which an operation is repeated.
 template <class Operation>
 class Batch {
 public:
-    Batch(std::size_t count, Order order) : mCount(count), mOrder(order) { prepare(); }
-
-    void prepare() {
-        mOperations.clear();
-        while (mOperations.size() < setsOf(mCount))
-            mOperations.push_back(std::make_unique<Operation>(mCount, mOrder));
+    Batch(std::size_t count, Order order) {
+        while (mOperations.size() < setsOf(count))
+            mOperations.push_back(std::make_unique<Operation>(count, order));
     }
 
     double seconds(std::size_t rounds) {
@@ -62,8 +59,6 @@ public:
     }
 
 private:
-    std::size_t mCount;
-    Order mOrder;
     std::vector<std::unique_ptr<Operation>> mOperations;
 };
 
@@ -72,30 +67,63 @@ inline std::size_t roundsFor(double secondsOfOne) {
     return static_cast<std::size_t>(std::clamp(rounds, 1.0, kMostRounds));
 }
 
-// The median of a few timed regions; a first one warms up, unless preparing another set for it is dear.
-// Leaves the last sets to the end of the process, as releasing them would take as long as many an operation.
+// The median of a few figures, which `figure` returns; no further one is begun after a while.
+template <class Figure>
+double medianOf(Figure figure) {
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<double> figures;
+    do
+        figures.push_back(figure());
+    while (figures.size() < kRegions && secondsSince(start) < kEnoughSeconds);
+    std::sort(figures.begin(), figures.end());
+    return figures[figures.size() / 2];
+}
+
+// An operation that leaves its sets as they were, after a first round that is not counted. Leaves the sets to
+// the end of the process, as releasing them would take as long as many an operation.
+template <class Operation>
+Timing timingOfRepeatable(std::size_t count, Order order) {
+    auto& batch = *new Batch<Operation>(count, order);
+    const std::size_t rounds = roundsFor(batch.seconds(1));
+    const double seconds = medianOf([&] { return batch.seconds(rounds); });
+    return {seconds * 1e9 / batch.itemsDealtWith() / static_cast<double>(rounds), seconds * 1e6};
+}
+
+// An operation that needs a fresh set each time: small ones one after the other in memory that the one before
+// has given back, the first of them not counted; large ones are left to the end of the process.
+template <class Operation>
+Timing timingOfFresh(std::size_t count, Order order) {
+    const bool isSmall = count <= kItemsPerRegion;
+    double items = 0;
+    const auto secondsOfOne = [&] {
+        auto operation = std::make_unique<Operation>(count, order);
+        const auto start = std::chrono::steady_clock::now();
+        operation->run();
+        const double result = secondsSince(start);
+        operation->check();
+        items = static_cast<double>(operation->itemsDealtWith());
+        if (!isSmall)
+            operation.release();
+        return result;
+    };
+    const std::size_t sets = setsOf(count);
+    if (isSmall)
+        secondsOfOne();
+    const double seconds = medianOf([&] {
+        double sum = 0;
+        for (std::size_t i = 0; i < sets; ++i)
+            sum += secondsOfOne();
+        return sum;
+    });
+    return {seconds * 1e9 / items / static_cast<double>(sets), seconds * 1e6};
+}
+
 template <class Operation>
 Timing timingOf(std::size_t count, Order order) {
-    auto& batch = *new Batch<Operation>(count, order);
-    const auto start = std::chrono::steady_clock::now();
-    std::size_t rounds = 1;
-    bool isPrepared = true;
-    if (Operation::kIsRepeatable || count <= kItemsPerRegion) {
-        const double warmUp = batch.seconds(1);
-        isPrepared = Operation::kIsRepeatable;
-        rounds = isPrepared ? roundsFor(warmUp) : 1;
-    }
-    std::vector<double> regions;
-    do {
-        if (!isPrepared)
-            batch.prepare();
-        regions.push_back(batch.seconds(rounds));
-        isPrepared = Operation::kIsRepeatable;
-    } while (regions.size() < kRegions && secondsSince(start) < kEnoughSeconds);
-
-    std::sort(regions.begin(), regions.end());
-    const double items = batch.itemsDealtWith() * static_cast<double>(rounds);
-    return {regions[regions.size() / 2] * 1e9 / items, regions.front() * 1e6};
+    if constexpr (Operation::kIsRepeatable)
+        return timingOfRepeatable<Operation>(count, order);
+    else
+        return timingOfFresh<Operation>(count, order);
 }
 
 inline std::size_t allocatedBytes() {

@@ -1,5 +1,5 @@
-// Open CASCADE's NCollection_List of items and NCollection_DataMap from id to place in the list, as an
-// interactive selection there holds its owners.
+// Open CASCADE's NCollection_List of counted items and NCollection_DataMap from id to place in the list, as
+// an interactive selection there holds its owners: each is an object of its own behind a handle.
 #pragma once
 
 #include "bench/peers/Peer.h"
@@ -7,7 +7,9 @@
 #include <NCollection_DataMap.hxx>
 #include <NCollection_List.hxx>
 #include <Standard_Address.hxx>
+#include <Standard_Handle.hxx>
 #include <Standard_Integer.hxx>
+#include <Standard_Transient.hxx>
 #include <algorithm>
 #include <vector>
 
@@ -21,6 +23,17 @@ struct NCollectionIdHasher {
 };
 
 class NCollectionState {
+    struct Owner : public Standard_Transient {
+        explicit Owner(const Pick& pick) : item(pick) {}
+        explicit Owner(const PeerItem& other) : item(other) {}
+
+        PeerItem item;
+    };
+    using Items = NCollection_List<opencascade::handle<Owner>>;
+    using Place = Items::Iterator;
+
+    static const PeerItem& itemAt(const Place& place) { return place.Value()->item; }
+
 public:
     static constexpr const char* kName = "NCollection List+DataMap";
     static constexpr std::size_t kLargest = 1000000;
@@ -35,7 +48,7 @@ public:
     template <class Item>
     void append(const Item& item) {
         Place place;
-        mItems.Append(PeerItem(item), place);
+        mItems.Append(new Owner(item), place);
         if (Run* const run = mIndex.ChangeSeek(item.mainId))
             run->others.make().push_back(place);
         else
@@ -49,11 +62,11 @@ public:
         const Run* const run = mIndex.Seek(id);
         if (!run)
             return false;
-        if (test(run->first.Value()))
+        if (test(itemAt(run->first)))
             return true;
         const std::vector<Place>* const others = run->others.get();
         return others && std::any_of(others->begin(), others->end(),
-                                     [&](const Place& place) { return test(place.Value()); });
+                                     [&](const Place& place) { return test(itemAt(place)); });
     }
 
     // The id comes by value: it may be that of the item that goes.
@@ -64,7 +77,7 @@ public:
             return false;
         std::vector<Place>* const others = run->others.get();
         Place place = run->first;
-        if (!test(place.Value())) {
+        if (!test(itemAt(place))) {
             if (!takeFirst(others, test, place))
                 return false;
         } else if (others && !others->empty()) {
@@ -80,13 +93,13 @@ public:
     template <class Visit>
     void forEach(Visit visit) const {
         for (Place it(mItems); it.More(); it.Next())
-            visit(it.Value());
+            visit(itemAt(it));
     }
 
     template <class Test>
     bool anyOf(Test test) const {
         for (Place it(mItems); it.More(); it.Next()) {
-            if (test(it.Value()))
+            if (test(itemAt(it)))
                 return true;
         }
         return false;
@@ -106,38 +119,35 @@ public:
         Place it(mItems);
         for (; position > 0; --position)
             it.Next();
-        return it.Value();
+        return itemAt(it);
     }
 
     std::size_t size() const { return static_cast<std::size_t>(mItems.Extent()); }
 
     void removeAllForward() {
         while (!mItems.IsEmpty())
-            erase(mItems.First());
+            erase(mItems.First()->item);
     }
 
     void removeAllBackward() {
         while (!mItems.IsEmpty())
-            erase(mItems.Last());
+            erase(mItems.Last()->item);
     }
 
     void keepFirstOfEachId() {
         Index kept;
         for (Place it(mItems); it.More();) {
-            if (kept.IsBound(it.Value().mainId)) {
+            if (kept.IsBound(itemAt(it).mainId)) {
                 mItems.Remove(it); // steps on
                 continue;
             }
-            kept.Bind(it.Value().mainId, Run{it, {}});
+            kept.Bind(itemAt(it).mainId, Run{it, {}});
             it.Next();
         }
         mIndex.Exchange(kept);
     }
 
 private:
-    using Items = NCollection_List<PeerItem>;
-    using Place = Items::Iterator;
-
     // The places of one id's items, in order. Most ids have one.
     struct Run {
         Place first;
@@ -150,7 +160,7 @@ private:
         if (!places)
             return false;
         const auto found = std::find_if(places->begin(), places->end(),
-                                        [&](const Place& place) { return test(place.Value()); });
+                                        [&](const Place& place) { return test(itemAt(place)); });
         if (found == places->end())
             return false;
         taken = *found;
@@ -167,7 +177,7 @@ private:
         mItems.Remove(place);
         if (!place.More())
             return;
-        Run& run = *mIndex.ChangeSeek(place.Value().mainId);
+        Run& run = *mIndex.ChangeSeek(itemAt(place).mainId);
         if (run.first == place) {
             run.first = place;
             return;

@@ -24,9 +24,11 @@ public:
 
     std::uintptr_t walk() const {
         std::uintptr_t sum = 0;
-        for (GxapSelectSet::ConstIterator it = mSet.begin(); !it.isDone(); it.step(true))
-            sum += reinterpret_cast<std::uintptr_t>(it.mainEntId().stub()) +
-                   static_cast<std::uintptr_t>(it.gsMarker());
+        for (GxapSelectSet::ConstIterator it = mSet.begin(); !it.isDone(); it.step(true)) {
+            const selected_entity* const record = it.get();
+            sum += reinterpret_cast<std::uintptr_t>(record->mainEntId.stub()) +
+                   static_cast<std::uintptr_t>(record->gsMarker);
+        }
         return sum;
     }
 
@@ -45,12 +47,10 @@ public:
         }
     }
 
+    // Each removal leaves the iterator on the item before.
     void removeAllBackward() {
-        while (mSet.sharedData->entityCount > 0) {
-            GxapSelectSet::Iterator it =
-                edit().iteratorAt(static_cast<int>(mSet.sharedData->entityCount) - 1);
-            edit().removeAt(it);
-        }
+        GxapSelectSet::Iterator it = edit().iteratorAt(static_cast<int>(mSet.sharedData->entityCount) - 1);
+        while (edit().removeAt(it)) {}
     }
 
     void mergeOf(const SelectContext& a, const SelectContext& b) { edit().merge(&a.mSet, &b.mSet); }

@@ -130,12 +130,12 @@ private:
     }
 
     void enter(const Page* page) noexcept {
-        const auto begin = reinterpret_cast<std::uintptr_t>(page->slots);
-        const std::uintptr_t first = begin / PageBytes;
-        const std::uintptr_t last = (begin + PageBytes - 1) / PageBytes;
-        enterRegion(first, begin, page->number);
-        if (last != first)
-            enterRegion(last, begin, page->number);
+        const auto block = reinterpret_cast<std::uintptr_t>(page->slots);
+        const std::uintptr_t firstRegion = block / PageBytes;
+        const std::uintptr_t lastRegion = (block + PageBytes - 1) / PageBytes;
+        enterRegion(firstRegion, block, page->number);
+        if (lastRegion != firstRegion)
+            enterRegion(lastRegion, block, page->number);
     }
 
     void refill() noexcept {

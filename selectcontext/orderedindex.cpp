@@ -55,13 +55,12 @@ void OrderedIndex::startWaiting() {
 // False, with an empty index, where the entries are not in the order of their ids, or where two stubs name
 // one object.
 bool OrderedIndex::enterSorted() {
-    for (const Waiting& entry : mWaiting) {
-        if (enterNext(GxDbObjectId(reinterpret_cast<GxDbStub*>(entry.stub)), slotAddress(entry.slot)))
-            continue;
+    const bool isSorted = std::all_of(mWaiting.begin(), mWaiting.end(), [this](const Waiting& entry) {
+        return enterNext(GxDbObjectId(reinterpret_cast<GxDbStub*>(entry.stub)), slotAddress(entry.slot));
+    });
+    if (!isSorted)
         clearIndex(mData);
-        return false;
-    }
-    return true;
+    return isSorted;
 }
 
 void OrderedIndex::enterOneByOne() {

@@ -17,7 +17,6 @@
 #include <vector>
 
 using kvdetail::hasItems;
-using kvdetail::recordAt;
 
 namespace kvdetail {
 namespace {

@@ -61,6 +61,8 @@ public:
     // Thread safety: `refCount` may be changed from any thread; the rest belongs to the handle's thread.
     class KVSELECTCONTEXT_API SSetData {
     public:
+        // Callers may change it as they like, but for one thing: entries move from one set's index to
+        // another's by value, or with the whole index by swap, never as nodes.
         using DataMap = std::multimap<GxDbObjectId, unsigned long, std::less<GxDbObjectId>,
                                       _KvSTLAllocator<std::pair<GxDbObjectId const, unsigned long>>>;
         using Store = KvTrucker<selected_entity*, 65536u, KvTkDefaultAllocator<selected_entity*>>;

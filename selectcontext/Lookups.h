@@ -56,8 +56,11 @@ public:
             return;
         const SSetData& data = *mSet.sharedData;
         const SetShortcuts& shortcuts = SetShortcuts::of(data);
-        if (mCount > data.dataMap.size() / kEntriesPerRecord)
+        // Once: where no hash can be made, trying again for every record would cost a walk each.
+        if (!mHasAskedForHash && mCount > data.dataMap.size() / kEntriesPerRecord) {
+            mHasAskedForHash = true;
             shortcuts.expectLookups(data);
+        }
         if (const IdHash* const hash = shortcuts.hashFor(data))
             drawNear(*hash, *data.entities, slot, last);
     }
@@ -92,6 +95,7 @@ private:
     const SSetData* mData = nullptr; // the data in which the cursor stands
     IndexCursor mCursor;
     std::size_t mCount = 0;
+    bool mHasAskedForHash = false;
 };
 
 // Whether visit(record) is true for a record of the store that is looked up in a set, asked in store order up

@@ -88,7 +88,8 @@ struct SetShortcuts {
 private:
     bool isWorthAHash(const GxapSelectSet::SSetData& data) const noexcept {
         constexpr std::size_t kFewestEntries = 48; // below, a descent is as fast
-        return kHasIdHash && nodes && data.dataMap.size() >= kFewestEntries;
+        // An index that a caller has put in need not have a pool, whose changes the hash goes by.
+        return kHasIdHash && data.dataMap.get_allocator().pool() && data.dataMap.size() >= kFewestEntries;
     }
 
     // Readers of shared data may be here at once; the first to be done gives its hash. An old one that the

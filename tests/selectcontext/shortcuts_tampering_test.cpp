@@ -79,6 +79,20 @@ TEST_F(ShortcutsTampering, EntryErasedAndInsertedAgain) {
     EXPECT_TRUE(invariants(set));
 }
 
+TEST_F(ShortcutsTampering, IndexOfTheCallersOwnIsSearched) {
+    GxapSelectSet set;
+    appendIds(set, 1, kCount);
+    DataMap own;
+    own.insert(mapOf(set).begin(), mapOf(set).end());
+    mapOf(set) = std::move(own);
+    lookUpMuch(set, 1, kCount);
+    expectFindsWhatTheIndexHas(set);
+    edit(set).append(id(900), GxDbObjectId());
+    EXPECT_TRUE(edit(set).remove(id(17)));
+    expectFindsWhatTheIndexHas(set);
+    EXPECT_TRUE(invariants(set));
+}
+
 TEST_F(ShortcutsTampering, EntryGivenAnotherIdInFrontOfTheHolderOfThatId) {
     GxapSelectSet set;
     fillAndLookUp(set);

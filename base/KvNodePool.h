@@ -1,14 +1,17 @@
 // KvNodePool: memory for the nodes of one container.
 #pragma once
 
+#include "base/KvLargeBlocks.h"
+
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <new>
 
 // Hands out memory of one size, that of the first request, from chunks that grow with the number of nodes;
-// nodes that are asked for one after the other lie one after the other. A request of another size goes to
-// operator new.
+// nodes that are asked for one after the other lie one after the other. A request of another size, or for
+// more than a node can be, goes to operator new.
 //
 // Invariants:
 //  1. live() is the number of nodes that are out.
@@ -39,9 +42,9 @@ public:
 
     // O(1). std::bad_alloc when there is no memory.
     void* allocate(std::size_t bytes) {
-        if (mNodeBytes == 0)
+        if (mNodeBytes == 0 && bytes <= kLargestNode)
             mNodeBytes = rounded(bytes);
-        if (rounded(bytes) != mNodeBytes)
+        if (!isNode(bytes))
             return ::operator new(bytes);
         void* const node = mFree ? takeFreed() : takeFresh();
         ++mLive;
@@ -51,7 +54,7 @@ public:
 
     // O(1).
     void deallocate(void* memory, std::size_t bytes) noexcept {
-        if (rounded(bytes) != mNodeBytes) {
+        if (!isNode(bytes)) {
             ::operator delete(memory);
             return;
         }
@@ -69,7 +72,7 @@ public:
         mFree = nullptr;
         mNext = nullptr;
         mEnd = nullptr;
-        mNodesInChunk = 0;
+        mChunkBytes = 0;
         mLive = 0;
         ++mChanges;
     }
@@ -80,14 +83,21 @@ private:
     };
     struct alignas(alignof(std::max_align_t)) Chunk {
         Chunk* next;
+        bool isLarge;
     };
 
     static constexpr std::size_t kAlignment = alignof(std::max_align_t);
-    static constexpr std::uint32_t kFewestNodes = 8;
-    static constexpr std::uint32_t kMostNodes = 1024;
+    static constexpr std::size_t kLargestNode = 4096;
+    static constexpr std::size_t kFewestNodes = 8;
+    static constexpr std::size_t kMostNodes = 1024;
 
-    static std::size_t rounded(std::size_t bytes) noexcept {
-        return (bytes + kAlignment - 1) / kAlignment * kAlignment;
+    static std::uint32_t rounded(std::size_t nodeBytes) noexcept {
+        const std::size_t units = (nodeBytes + kAlignment - 1) / kAlignment;
+        return static_cast<std::uint32_t>(std::max<std::size_t>(units, 1) * kAlignment);
+    }
+
+    bool isNode(std::size_t bytes) const noexcept {
+        return bytes <= kLargestNode && rounded(bytes) == mNodeBytes;
     }
 
     ~KvNodePool() { freeChunks(); }
@@ -106,22 +116,36 @@ private:
         return node;
     }
 
+    // Chunks double up to a certain size. A pool of more than a huge page takes huge pages, as many as make
+    // it grow by half.
     void addChunk() {
-        std::uint32_t nodes = mNodesInChunk == 0 ? kFewestNodes : 2 * mNodesInChunk;
-        if (nodes > kMostNodes)
-            nodes = kMostNodes;
-        void* const memory = ::operator new(sizeof(Chunk) + nodes * mNodeBytes);
-        mChunks = new (memory) Chunk{mChunks};
-        mNodesInChunk = nodes;
+        const bool isLarge = kvdetail::kHasLargeBlocks && mChunkBytes > kvdetail::kHugePageBytes;
+        const std::size_t bytes = isLarge ? nextLargeBytes() : nextSmallBytes();
+        void* const memory = isLarge ? kvdetail::allocateLarge(bytes) : ::operator new(bytes);
+        mChunks = new (memory) Chunk{mChunks, isLarge};
+        mChunkBytes += bytes;
         mNext = static_cast<unsigned char*>(memory) + sizeof(Chunk);
-        mEnd = mNext + nodes * mNodeBytes;
+        mEnd = mNext + (bytes - sizeof(Chunk)) / mNodeBytes * mNodeBytes;
+    }
+
+    std::size_t nextSmallBytes() const noexcept {
+        const std::size_t nodes = std::clamp(mChunkBytes / mNodeBytes, kFewestNodes, kMostNodes);
+        return sizeof(Chunk) + nodes * mNodeBytes;
+    }
+
+    std::size_t nextLargeBytes() const noexcept {
+        const std::size_t pages = mChunkBytes / kvdetail::kHugePageBytes / 2;
+        return std::max<std::size_t>(pages, 1) * kvdetail::kHugePageBytes;
     }
 
     void freeChunks() noexcept {
         while (mChunks) {
             Chunk* const chunk = mChunks;
             mChunks = chunk->next;
-            ::operator delete(chunk);
+            if (chunk->isLarge)
+                kvdetail::deallocateLarge(chunk);
+            else
+                ::operator delete(chunk);
         }
     }
 
@@ -129,9 +153,9 @@ private:
     unsigned char* mNext = nullptr; // the part of the newest chunk that was never handed out
     unsigned char* mEnd = nullptr;
     Chunk* mChunks = nullptr;
-    std::size_t mNodeBytes = 0;
     std::size_t mLive = 0;
     std::uint64_t mChanges = 0;
-    std::uint32_t mNodesInChunk = 0; // of the newest one
+    std::size_t mChunkBytes = 0; // of all chunks
+    std::uint32_t mNodeBytes = 0;
     std::atomic<std::uint32_t> mOwners{1};
 };

@@ -17,6 +17,25 @@
 #define KV_SHORTCUT_OCCUPANCY KV_SHORTCUTS
 #endif
 
+// The epoch of stores is read by an instruction, which the thread sanitizer could not see.
+#if defined(__SANITIZE_THREAD__)
+#define KV_WATCHES_THREADS 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define KV_WATCHES_THREADS 1
+#endif
+#endif
+#ifndef KV_WATCHES_THREADS
+#define KV_WATCHES_THREADS 0
+#endif
+#ifndef KV_SHORTCUT_PLAIN_EPOCH
+#if defined(__x86_64__) && defined(__GNUC__)
+#define KV_SHORTCUT_PLAIN_EPOCH (KV_SHORTCUTS && !KV_WATCHES_THREADS)
+#else
+#define KV_SHORTCUT_PLAIN_EPOCH 0
+#endif
+#endif
+
 // The address sanitizer sees what is done to memory that was given back only where every node and every
 // record has its memory to itself.
 #if defined(__SANITIZE_ADDRESS__)
@@ -55,6 +74,11 @@
 #define KV_SHORTCUT_ORDERED_INDEX KV_SHORTCUTS
 #endif
 
+// Large pools and tables lie in huge pages where the system gives any.
+#ifndef KV_SHORTCUT_LARGE_BLOCKS
+#define KV_SHORTCUT_LARGE_BLOCKS KV_SHORTCUTS
+#endif
+
 namespace kvdetail {
 
 constexpr bool kHasPageIndex = KV_SHORTCUT_PAGE_INDEX != 0;
@@ -64,5 +88,6 @@ constexpr bool kHasRecordPool = KV_SHORTCUT_RECORD_POOL != 0;
 constexpr bool kHasNextId = KV_SHORTCUT_NEXT_ID != 0;
 constexpr bool kHasIdHash = KV_SHORTCUT_ID_HASH != 0;
 constexpr bool kHasOrderedIndex = KV_SHORTCUT_ORDERED_INDEX != 0;
+constexpr bool kHasLargeBlocks = KV_SHORTCUT_LARGE_BLOCKS != 0;
 
 } // namespace kvdetail

@@ -13,11 +13,13 @@ set(KV_SEAM_HEADERS
 
 set(KV_LIBRARY_HEADERS
     base/KvBaseExport.h
+    base/KvLargeBlocks.h
     base/KvNodePool.h
     base/KvOccupancy.h
     base/KvPageIndex.h
     base/KvSTLAllocator.h
     base/KvShortcuts.h
+    base/KvStoreEpoch.h
     base/KvTrucker.h
     selectcontext/GxapSSListSmartPtr.h
     selectcontext/GxapSSetWriteAccessor.h

@@ -1,6 +1,7 @@
 // IdHash: finds the first index entry of an id without descending the index.
 #pragma once
 
+#include "base/KvLargeBlocks.h"
 #include "selectcontext/GxapSelectSet.h"
 
 #include <cstddef>
@@ -60,7 +61,10 @@ private:
         const GxDbStub* stub = nullptr; // null: a free place
         DataMap::const_iterator first;
     };
+    using Places = std::vector<Place, LargeArrayAllocator<Place>>;
 
+    bool collectRuns(const DataMap& map, Places& runs);
+    static unsigned commonZeros(const Places& runs) noexcept;
     std::size_t next(std::size_t i) const noexcept { return (i + 1) & (mPlaces.size() - 1); }
     std::size_t homeOf(const GxDbStub* stub) const noexcept;
     std::size_t placeOf(const GxDbStub* stub) const noexcept;
@@ -69,7 +73,7 @@ private:
     bool hasRoom() const noexcept { return (mUsed + 1) * 5 <= mPlaces.size() * 3; }
     void grow();
 
-    std::vector<Place> mPlaces; // a power of two
+    Places mPlaces; // a power of two
     std::size_t mUsed = 0;
     const KvNodePool* mPool = nullptr; // the index's; not to be read through
     std::uint64_t mChanges = 0;

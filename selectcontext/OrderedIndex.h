@@ -1,6 +1,7 @@
 // OrderedIndex: enters the records of a whole store into an empty id index.
 #pragma once
 
+#include "base/KvLargeBlocks.h"
 #include "selectcontext/GxapSelectSet.h"
 
 #include <cstddef>
@@ -38,15 +39,16 @@ private:
         std::uintptr_t stub;
         const GxapSelectSet::SSetData::Store::Slot* slot;
     };
+    using WaitingList = std::vector<Waiting, LargeArrayAllocator<Waiting>>;
 
     bool enterNext(const GxDbObjectId& id, unsigned long address);
     void startWaiting();
     bool enterSorted();
     void enterOneByOne();
-    static void sort(std::vector<Waiting>& entries);
+    static void sort(WaitingList& entries);
 
     GxapSelectSet::SSetData& mData;
-    std::vector<Waiting> mWaiting;
+    WaitingList mWaiting;
     bool mAscends = true;
 };
 

@@ -8,32 +8,62 @@
 namespace kvdetail {
 namespace {
 
-// The number of low bits in which no two stubs of the index differ.
-unsigned commonZeros(const IdHash::DataMap& map) {
-    std::uintptr_t differences = 0;
-    const auto bits = [](const auto& entry) { return reinterpret_cast<std::uintptr_t>(entry.first.stub()); };
-    for (const auto& entry : map)
-        differences |= bits(entry) ^ bits(*map.begin());
-    return differences == 0 ? 0 : static_cast<unsigned>(__builtin_ctzll(differences));
+constexpr std::size_t kFewestPlaces = 16;
+
+// At most three places in five are taken.
+std::size_t placesFor(std::size_t stubs) noexcept {
+    std::size_t places = kFewestPlaces;
+    while (places * 3 < (stubs + 1) * 5)
+        places *= 2;
+    return places;
 }
 
 } // namespace
 
+// In two steps: walking through the index waits for one entry after the other, entering stubs need not wait
+// for their places.
 std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
+    constexpr std::size_t kAhead = 16;
     auto hash = std::make_unique<IdHash>();
-    std::size_t size = 16;
-    while (size * 3 < (map.size() + 1) * 5)
-        size *= 2;
-    hash->mPlaces.resize(size);
-    hash->mShift = commonZeros(map);
-    for (auto entry = map.begin(); entry != map.end(); ++entry) {
-        if (!hash->noteAdded(map, entry))
-            return nullptr;
+    Places runs;
+    if (!hash->collectRuns(map, runs))
+        return nullptr;
+    hash->mShift = commonZeros(runs);
+    hash->mPlaces.resize(placesFor(map.size()));
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+        if (runs.size() - i > kAhead)
+            __builtin_prefetch(&hash->mPlaces[hash->homeOf(runs[i + kAhead].stub)], 1);
+        hash->enter(runs[i].stub, runs[i].first);
     }
     hash->follow(map);
     return hash;
 } catch (const std::bad_alloc&) {
     return nullptr;
+}
+
+// The first entry of every id's run. False where two stubs name one object.
+bool IdHash::collectRuns(const DataMap& map, Places& runs) {
+    runs.reserve(map.size());
+    for (auto entry = map.begin(); entry != map.end(); ++entry) {
+        const GxDbStub* const stub = entry->first.stub();
+        if (!runs.empty() && runs.back().first->first == entry->first) {
+            if (runs.back().stub != stub)
+                return false;
+            mHasTwins = true;
+        } else if (stub) { // null is never looked up
+            runs.push_back({stub, entry});
+        }
+    }
+    return true;
+}
+
+// The number of low bits in which no two stubs differ.
+unsigned IdHash::commonZeros(const Places& runs) noexcept {
+    std::uintptr_t differences = 0;
+    const auto bits = [](const Place& run) { return reinterpret_cast<std::uintptr_t>(run.stub); };
+    for (const Place& run : runs)
+        differences |= bits(run) ^ bits(runs.front());
+    return differences == 0 ? 0 : static_cast<unsigned>(__builtin_ctzll(differences));
 }
 
 bool IdHash::isCurrent(const DataMap& map) const noexcept {
@@ -77,11 +107,14 @@ void IdHash::noteErasing(const DataMap& map, DataMap::const_iterator entry) noex
     const std::size_t place = placeOf(stub);
     if (!stub || mPlaces[place].first != entry || !mPlaces[place].stub)
         return;
-    const auto behind = std::next(entry);
-    if (mHasTwins && behind != map.end() && behind->first == entry->first)
-        mPlaces[place].first = behind;
-    else
-        removePlace(place);
+    if (mHasTwins) { // only then: the entry behind may be in no cache
+        const auto behind = std::next(entry);
+        if (behind != map.end() && behind->first == entry->first) {
+            mPlaces[place].first = behind;
+            return;
+        }
+    }
+    removePlace(place);
 }
 
 // Neighbouring stubs share a group of places, so that walking through ids in order walks through the table,
@@ -121,7 +154,7 @@ void IdHash::removePlace(std::size_t i) noexcept {
 }
 
 void IdHash::grow() {
-    std::vector<Place> old(2 * mPlaces.size());
+    Places old(2 * mPlaces.size());
     old.swap(mPlaces);
     mUsed = 0;
     for (const Place& place : old) {

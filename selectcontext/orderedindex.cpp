@@ -72,7 +72,7 @@ void OrderedIndex::enterOneByOne() {
 
 // By stub, equal ones in the order in which they are: digit by digit from the lowest in which any two differ,
 // since a comparing sort takes as long as all the rest.
-void OrderedIndex::sort(std::vector<Waiting>& entries) {
+void OrderedIndex::sort(WaitingList& entries) {
     constexpr unsigned kDigitBits = 11;
     constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
     constexpr std::size_t kFewestEntries = kDigits / 8; // below, counting digits takes longer than comparing
@@ -86,7 +86,7 @@ void OrderedIndex::sort(std::vector<Waiting>& entries) {
     for (const Waiting& entry : entries)
         differences |= entry.stub ^ entries.front().stub;
 
-    std::vector<Waiting> sorted(entries.size());
+    WaitingList sorted(entries.size());
     while (differences != 0) {
         const auto shift = static_cast<unsigned>(__builtin_ctzll(differences));
         const auto digitOf = [shift](const Waiting& entry) { return (entry.stub >> shift) & (kDigits - 1); };

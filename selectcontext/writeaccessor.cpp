@@ -120,6 +120,8 @@ Found findEqual(const SSetData& data, const ItemKeys& keys, const GxapSelectedEn
     if (!data.unique || data.entityCount == 0 || !data.entities)
         return {data.dataMap.end(), kvdetail::runEnd(data, keys.mainId)};
     const auto run = kvdetail::runOf(data, keys.mainId, lookups ? lookups->cursor() : nullptr);
+    if (!run.isHeld && !lookups)
+        return {data.dataMap.end(), run.first};
     const Found found = keys.path ? kvdetail::findItem(data, keys, run, kvdetail::matrixOf(info))
                                   : kvdetail::findItem(data, keys, run);
     return lookups ? lookups->noted(found) : found;
@@ -128,7 +130,7 @@ Found findEqual(const SSetData& data, const ItemKeys& keys, const GxapSelectedEn
 // select() of a main id that is not null, as one of many lookups or on its own.
 void selectItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, kvdetail::OwnedInfo info,
                 Lookups* lookups) {
-    const SSetData& held = kvdetail::dataOf(set);
+    SSetData& held = kvdetail::dataOf(set);
     Found found = findEqual(held, keys, info.get(), lookups);
     if (found.entry != held.dataMap.end())
         return;
@@ -144,8 +146,8 @@ void selectItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, kvdetail::Owne
     record->selectedEntityInfo = info.release();
 
     // The keys may be part of the data that this lets go: nothing of them is read from here on.
-    SSetData& data = *set.writeData();
-    if (&data != &held)
+    SSetData& data = isShared ? *set.writeData() : held;
+    if (isShared)
         found.place = kvdetail::runEnd(data, record->mainEntId);
     kvdetail::appendRecord(data, std::move(record), found.place);
     ++data.entityCount;

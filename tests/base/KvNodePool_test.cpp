@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
+#include <new>
 #include <set>
 #include <vector>
 
@@ -103,6 +105,54 @@ TEST_F(KvNodePoolTest, ManyNodesTakeFewBlocks) {
     give(nodes);
 }
 
+// Enough for several blocks in huge pages.
+constexpr std::size_t kManyNodes = 300000;
+
+TEST_F(KvNodePoolTest, MostOfALargePoolLiesInHugePages) {
+    const std::vector<void*> nodes = take(kManyNodes);
+    std::set<std::uintptr_t> pages;
+    std::size_t firstInPage = 0;
+    for (void* node : nodes) {
+        const auto address = reinterpret_cast<std::uintptr_t>(node);
+        if (pages.insert(address / kvdetail::kHugePageBytes).second)
+            firstInPage += address % kvdetail::kHugePageBytes < 2 * kNodeBytes ? 1 : 0;
+        std::memset(node, 1, kNodeBytes);
+    }
+    const std::size_t filledPages = kManyNodes * kNodeBytes / kvdetail::kHugePageBytes;
+    EXPECT_EQ(firstInPage + 2 >= filledPages, kvdetail::kHasLargeBlocks);
+    EXPECT_EQ(std::set<void*>(nodes.begin(), nodes.end()).size(), kManyNodes);
+    give(nodes);
+}
+
+TEST_F(KvNodePoolTest, LargePoolFreesAllItsMemory) {
+    const long before = kvtest::liveNewBlocks();
+    static_cast<void>(take(kManyNodes).size());
+    pool->reclaimAll();
+    EXPECT_EQ(kvtest::liveNewBlocks(), before);
+}
+
+TEST_F(KvNodePoolTest, LargePoolThatCannotGrowIsAsItWas) {
+    auto* const growing = new KvNodePool;
+    std::vector<void*> nodes;
+    nodes.reserve(2 * kManyNodes);
+    while (nodes.size() < kManyNodes)
+        nodes.push_back(growing->allocate(kNodeBytes));
+    kvtest::failNew(1, true);
+    EXPECT_THROW(
+        {
+            while (nodes.size() < 2 * kManyNodes)
+                nodes.push_back(growing->allocate(kNodeBytes));
+        },
+        std::bad_alloc);
+    kvtest::allowNew();
+    EXPECT_EQ(growing->live(), nodes.size());
+    nodes.push_back(growing->allocate(kNodeBytes));
+    EXPECT_EQ(std::set<void*>(nodes.begin(), nodes.end()).size(), nodes.size());
+    for (void* node : nodes)
+        growing->deallocate(node, kNodeBytes);
+    growing->release();
+}
+
 TEST_F(KvNodePoolTest, RequestOfAnotherSizeIsNoNode) {
     const std::vector<void*> nodes = take(1);
     void* const array = pool->allocate(10 * kNodeBytes);
@@ -111,6 +161,22 @@ TEST_F(KvNodePoolTest, RequestOfAnotherSizeIsNoNode) {
     pool->deallocate(array, 10 * kNodeBytes);
     EXPECT_EQ(pool->live(), 1u);
     give(nodes);
+}
+
+TEST_F(KvNodePoolTest, FirstRequestOfNothingOrOfTooMuchHarmsNobody) {
+    void* const nothing = pool->allocate(0);
+    EXPECT_NE(nothing, nullptr);
+    pool->deallocate(nothing, 0);
+    auto* const other = new KvNodePool;
+    void* const array = other->allocate(1000000);
+    EXPECT_EQ(other->live(), 0u);
+    void* const node = other->allocate(kNodeBytes);
+    EXPECT_EQ(other->live(), 1u);
+    const volatile std::size_t beyondAllMemory = std::numeric_limits<std::size_t>::max() - 7;
+    other->deallocate(node, kNodeBytes);
+    other->deallocate(array, 1000000);
+    EXPECT_THROW(static_cast<void>(other->allocate(beyondAllMemory)), std::bad_alloc);
+    other->release();
 }
 
 TEST_F(KvNodePoolTest, ReclaimingTakesAllNodesBackAndFreesTheirMemory) {

@@ -1,4 +1,4 @@
-#include "base/KvTrucker.h"
+#include "base/KvStoreEpoch.h"
 
 namespace kvdetail {
 

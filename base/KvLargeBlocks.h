@@ -1,0 +1,72 @@
+// Large blocks of memory that are read in no order.
+#pragma once
+
+#include "base/KvShortcuts.h"
+
+#include <cstddef>
+#include <limits>
+#include <memory>
+#include <new>
+
+#ifdef __linux__
+#include <sys/mman.h>
+#endif
+
+namespace kvdetail {
+
+constexpr std::size_t kHugePageBytes = std::size_t{1} << 21;
+
+// A block that begins with a huge page, and has them where the system gives any. Reading at random in
+// ordinary pages takes as long for finding the page as for the reading. std::bad_alloc when there is no
+// memory.
+inline void* allocateLarge(std::size_t bytes) {
+    void* const memory = ::operator new (bytes, std::align_val_t{kHugePageBytes});
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    ::madvise(memory, bytes / kHugePageBytes * kHugePageBytes, MADV_HUGEPAGE); // refused, all stays as it is
+#endif
+    return memory;
+}
+
+inline void deallocateLarge(void* memory) noexcept {
+    ::operator delete (memory, std::align_val_t{kHugePageBytes});
+}
+
+// Takes arrays of at least a huge page as large blocks. For tables that grow with a set.
+template <class T>
+struct LargeArrayAllocator {
+    using value_type = T;
+
+    LargeArrayAllocator() noexcept = default;
+    template <class U>
+    LargeArrayAllocator(const LargeArrayAllocator<U>& /*other*/) noexcept {}
+
+    T* allocate(std::size_t n) {
+        return isLarge(n) ? static_cast<T*>(allocateLarge(n * sizeof(T))) : std::allocator<T>().allocate(n);
+    }
+
+    void deallocate(T* memory, std::size_t n) noexcept {
+        if (isLarge(n))
+            deallocateLarge(memory);
+        else
+            std::allocator<T>().deallocate(memory, n);
+    }
+
+private:
+    // A number beyond all memory is refused by the standard's own allocator.
+    static bool isLarge(std::size_t n) noexcept {
+        return kHasLargeBlocks && n >= kHugePageBytes / sizeof(T) &&
+               n <= std::numeric_limits<std::ptrdiff_t>::max() / sizeof(T);
+    }
+};
+
+template <class T, class U>
+bool operator==(const LargeArrayAllocator<T>& /*a*/, const LargeArrayAllocator<U>& /*b*/) noexcept {
+    return true;
+}
+
+template <class T, class U>
+bool operator!=(const LargeArrayAllocator<T>& /*a*/, const LargeArrayAllocator<U>& /*b*/) noexcept {
+    return false;
+}
+
+} // namespace kvdetail

@@ -1,0 +1,74 @@
+#include "base/KvLargeBlocks.h"
+
+#include "tests/support/KvTest.h"
+#include "tests/support/NewTracking.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <vector>
+
+namespace {
+
+using kvdetail::kHugePageBytes;
+using Allocator = kvdetail::LargeArrayAllocator<std::uint64_t>;
+
+constexpr std::size_t kNumbersInAHugePage = kHugePageBytes / sizeof(std::uint64_t);
+
+class KvLargeBlocksTest : public kvtest::KvTest {};
+
+bool beginsWithAHugePage(const void* memory) {
+    return reinterpret_cast<std::uintptr_t>(memory) % kHugePageBytes == 0;
+}
+
+TEST_F(KvLargeBlocksTest, BlockBeginsWithAHugePageAndIsAllThere) {
+    const std::size_t bytes = kHugePageBytes + 100;
+    void* const memory = kvdetail::allocateLarge(bytes);
+    EXPECT_TRUE(beginsWithAHugePage(memory));
+    std::memset(memory, 1, bytes);
+    kvdetail::deallocateLarge(memory);
+}
+
+TEST_F(KvLargeBlocksTest, BlockWithoutMemoryIsRefused) {
+    kvtest::failNew(1, false);
+    EXPECT_THROW(static_cast<void>(kvdetail::allocateLarge(kHugePageBytes)), std::bad_alloc);
+    kvtest::allowNew();
+}
+
+TEST_F(KvLargeBlocksTest, ArrayOfAHugePageIsALargeBlock) {
+    Allocator allocator;
+    std::uint64_t* const array = allocator.allocate(kNumbersInAHugePage);
+    EXPECT_EQ(beginsWithAHugePage(array), kvdetail::kHasLargeBlocks);
+    allocator.deallocate(array, kNumbersInAHugePage);
+}
+
+TEST_F(KvLargeBlocksTest, SmallerArrayTakesNoHugePage) {
+    Allocator allocator;
+    std::uint64_t* const array = allocator.allocate(kNumbersInAHugePage - 1);
+    EXPECT_FALSE(beginsWithAHugePage(array));
+    allocator.deallocate(array, kNumbersInAHugePage - 1);
+}
+
+TEST_F(KvLargeBlocksTest, ArrayBeyondAllMemoryIsRefused) {
+    Allocator allocator;
+    const std::size_t most = std::numeric_limits<std::size_t>::max();
+    EXPECT_THROW(static_cast<void>(allocator.allocate(most)), std::bad_alloc);
+    EXPECT_THROW(static_cast<void>(allocator.allocate(most / sizeof(std::uint64_t) + 2)), std::bad_alloc);
+}
+
+TEST_F(KvLargeBlocksTest, VectorGrowsAcrossTheBoundaryAndKeepsItsNumbers) {
+    std::vector<std::uint64_t, Allocator> numbers;
+    for (std::uint64_t i = 0; i < 3 * kNumbersInAHugePage; ++i)
+        numbers.push_back(i);
+    std::vector<std::uint64_t, Allocator> others(10, 7);
+    numbers.swap(others);
+    EXPECT_EQ(numbers.size(), 10u);
+    ASSERT_EQ(others.size(), 3 * kNumbersInAHugePage);
+    for (std::uint64_t i = 0; i < others.size(); ++i)
+        ASSERT_EQ(others[i], i);
+}
+
+} // namespace

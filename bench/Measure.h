@@ -1,6 +1,7 @@
 // How an operation is timed: on several sets where they are small, and several times where that is cheap.
 #pragma once
 
+#include "bench/FullSpeed.h"
 #include "bench/Operations.h"
 
 #include <algorithm>
@@ -18,18 +19,19 @@ constexpr std::size_t kRegions = 5;            // at most, for one figure
 constexpr double kEnoughSeconds = 0.4;         // after which no further region is begun
 constexpr double kLongRegionSeconds = 200e-6;  // what the rounds of a repeatable operation are to add up to
 constexpr double kMostRounds = 10000;
+constexpr std::size_t kMostDisturbed = 3; // regions that are measured again
 
 struct Timing {
     double nsPerItem;
     double shortestRegionUs;
 };
 
-inline std::size_t setsOf(std::size_t count) {
-    return std::max<std::size_t>((kItemsPerRegion + count - 1) / count, 1);
+inline bool isSmall(std::size_t count) {
+    return count <= kItemsPerRegion;
 }
 
-inline double secondsSince(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+inline std::size_t setsOf(std::size_t count) {
+    return std::max<std::size_t>((kItemsPerRegion + count - 1) / count, 1);
 }
 
 // Sets on which an operation is repeated.
@@ -67,14 +69,19 @@ inline std::size_t roundsFor(double secondsOfOne) {
     return static_cast<std::size_t>(std::clamp(rounds, 1.0, kMostRounds));
 }
 
-// The median of a few figures, which `figure` returns; no further one is begun after a while.
+// The median of a few figures, which `figure` returns; no further one is begun after a while. One that was
+// disturbed, as far as a probe behind it can tell, is taken again a few times.
 template <class Figure>
 double medianOf(Figure figure) {
     const auto start = std::chrono::steady_clock::now();
     std::vector<double> figures;
-    do
-        figures.push_back(figure());
-    while (figures.size() < kRegions && secondsSince(start) < kEnoughSeconds);
+    std::size_t disturbed = 0;
+    do {
+        const double next = figure();
+        if (!isAtFullSpeed() && ++disturbed <= kMostDisturbed)
+            continue;
+        figures.push_back(next);
+    } while (figures.empty() || (figures.size() < kRegions && secondsSince(start) < kEnoughSeconds));
     std::sort(figures.begin(), figures.end());
     return figures[figures.size() / 2];
 }
@@ -85,7 +92,12 @@ template <class Operation>
 Timing timingOfRepeatable(std::size_t count, Order order) {
     auto& batch = *new Batch<Operation>(count, order);
     const std::size_t rounds = roundsFor(batch.seconds(1));
-    const double seconds = medianOf([&] { return batch.seconds(rounds); });
+    const double seconds = medianOf([&] {
+        awaitFullSpeed();
+        if (isSmall(count))
+            batch.seconds(1); // waiting has emptied the caches
+        return batch.seconds(rounds);
+    });
     return {seconds * 1e9 / batch.itemsDealtWith() / static_cast<double>(rounds), seconds * 1e6};
 }
 
@@ -93,23 +105,26 @@ Timing timingOfRepeatable(std::size_t count, Order order) {
 // has given back, the first of them not counted; large ones are left to the end of the process.
 template <class Operation>
 Timing timingOfFresh(std::size_t count, Order order) {
-    const bool isSmall = count <= kItemsPerRegion;
     double items = 0;
     const auto secondsOfOne = [&] {
         auto operation = std::make_unique<Operation>(count, order);
+        if (!isSmall(count))
+            awaitFullSpeed();
         const auto start = std::chrono::steady_clock::now();
         operation->run();
         const double result = secondsSince(start);
         operation->check();
         items = static_cast<double>(operation->itemsDealtWith());
-        if (!isSmall)
+        if (!isSmall(count))
             operation.release();
         return result;
     };
     const std::size_t sets = setsOf(count);
-    if (isSmall)
-        secondsOfOne();
     const double seconds = medianOf([&] {
+        if (isSmall(count)) {
+            awaitFullSpeed();
+            secondsOfOne();
+        }
         double sum = 0;
         for (std::size_t i = 0; i < sets; ++i)
             sum += secondsOfOne();

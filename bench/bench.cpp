@@ -5,6 +5,7 @@
 
 #include "bench/Child.h"
 #include "bench/Contenders.h"
+#include "bench/FullSpeed.h"
 #include "bench/Measure.h"
 #include "bench/Operations.h"
 
@@ -142,6 +143,7 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (sizes.empty() || benchmark::ReportUnrecognizedArguments(argc, argv))
         return 2;
+    learnFullSpeed();
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

@@ -6,6 +6,7 @@
 #include "selectcontext/SetDetail.h"
 #include "selectcontext/SetShortcuts.h"
 #include "selectcontext/SharedPaths.h"
+#include "selectcontext/StubSet.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -483,6 +484,8 @@ private:
 
     // False where the id is there. Ids that ascend are entered behind all others.
     bool enter(const GxDbObjectId& id, const Store::Slot* slot) {
+        if (kvdetail::kHasIdHash && !mSeen.add(id.stub()))
+            return false;
         DataMap::const_iterator place = mKept.end();
         if (!mKept.empty() && !(mKept.rbegin()->first < id))
             place = mKept.lower_bound(id);
@@ -494,6 +497,7 @@ private:
 
     kvdetail::OwnedNodePool mNodes = kvdetail::makeNodePool();
     DataMap mKept{DataMap::allocator_type(mNodes.get())};
+    kvdetail::StubSet mSeen;
     std::uint32_t mStaying = 0;
     std::vector<Store::Slot*> mDoomed;
 };

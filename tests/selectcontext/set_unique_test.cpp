@@ -206,6 +206,14 @@ TEST_F(SetUniqueOn, ComparesIdsAsThePlatformDoes) {
     EXPECT_EQ(items(s.set), plainItems(2, 2));
 }
 
+TEST_F(SetUniqueOn, KnowsAnObjectByEachOfItsIdsAgainAndAgain) {
+    SetOf s({{5}, {2, 1}, {5, 1}, {2, 2}, {5, 2}, {2, 3}, {3}}, Unique::kOff);
+    kvinmemory::makeEqual(id(2), id(5));
+    edit(s.set).updateDataMap();
+    setUnique(s.set, true);
+    EXPECT_EQ(items(s.set), (Items{{5}, {3}}));
+}
+
 TEST_F(SetUniqueOn, IndexesAgainWhatWasLost) {
     SetOf s({{1, 1}, {1, 2}, {2}, {1, 3}}, Unique::kOff);
     edit(s.set).remove(id(1), id(1));

@@ -1,35 +1,23 @@
 // Large blocks of memory that are read in no order.
 #pragma once
 
+#include "base/KvBaseExport.h"
 #include "base/KvShortcuts.h"
 
 #include <cstddef>
 #include <limits>
 #include <memory>
-#include <new>
-
-#ifdef __linux__
-#include <sys/mman.h>
-#endif
 
 namespace kvdetail {
 
 constexpr std::size_t kHugePageBytes = std::size_t{1} << 21;
 
-// A block that begins with a huge page, and has them where the system gives any. Reading at random in
-// ordinary pages takes as long for finding the page as for the reading. std::bad_alloc when there is no
-// memory.
-inline void* allocateLarge(std::size_t bytes) {
-    void* const memory = ::operator new (bytes, std::align_val_t{kHugePageBytes});
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-    ::madvise(memory, bytes / kHugePageBytes * kHugePageBytes, MADV_HUGEPAGE); // refused, all stays as it is
-#endif
-    return memory;
-}
-
-inline void deallocateLarge(void* memory) noexcept {
-    ::operator delete (memory, std::align_val_t{kHugePageBytes});
-}
+// A block that begins with a huge page, and has them where the system gives any: reading at random in
+// ordinary pages takes as long for finding the page as for the reading. Memory that comes from a heap keeps
+// its huge pages when the heap uses it for something else. std::bad_alloc when there is no memory. Any
+// thread.
+KV_BASE_API void* allocateLarge(std::size_t bytes);
+KV_BASE_API void deallocateLarge(void* memory) noexcept;
 
 // Takes arrays of at least a huge page as large blocks. For tables that grow with a set.
 template <class T>

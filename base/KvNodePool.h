@@ -116,12 +116,24 @@ private:
         return node;
     }
 
-    // Chunks double up to a certain size. A pool of more than a huge page takes huge pages, as many as make
-    // it grow by half.
+    // The pool doubles, up to a certain size of its chunks. One of more than a huge page grows by half in
+    // huge pages, or where there is no block as large, as it did before.
     void addChunk() {
-        const bool isLarge = kvdetail::kHasLargeBlocks && mChunkBytes > kvdetail::kHugePageBytes;
-        const std::size_t bytes = isLarge ? nextLargeBytes() : nextSmallBytes();
-        void* const memory = isLarge ? kvdetail::allocateLarge(bytes) : ::operator new(bytes);
+        if (kvdetail::kHasLargeBlocks && mChunkBytes > kvdetail::kHugePageBytes && addLargeChunk())
+            return;
+        const std::size_t bytes = nextSmallBytes();
+        enter(::operator new(bytes), bytes, false);
+    }
+
+    bool addLargeChunk() noexcept try {
+        const std::size_t bytes = nextLargeBytes();
+        enter(kvdetail::allocateLarge(bytes), bytes, true);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+
+    void enter(void* memory, std::size_t bytes, bool isLarge) noexcept {
         mChunks = new (memory) Chunk{mChunks, isLarge};
         mChunkBytes += bytes;
         mNext = static_cast<unsigned char*>(memory) + sizeof(Chunk);

@@ -17,12 +17,12 @@ KV_BASE_API extern std::atomic<std::uint32_t> gStoreEpoch;
 
 // A walk asks twice for every item. Compilers take an atomic load, relaxed ones too, for a reason to read
 // everything else again that they have in registers: which doubles what a step costs. The same instruction
-// given by hand says that it reads the epoch alone. It is not moved over anything that may raise the epoch in
-// this thread, or that synchronises with another: calls, and atomic operations.
+// given by hand says that it reads the epoch alone. It is not moved over anything that raises the epoch in
+// this thread or synchronises with another: both are atomic operations, or calls that may make some.
 inline std::uint32_t currentStoreEpoch() noexcept {
 #if KV_SHORTCUT_PLAIN_EPOCH
-    std::uint32_t epoch;
-    asm("movl %1, %0" : "=r"(epoch) : "m"(gStoreEpoch));
+    std::uint32_t epoch = 0;
+    asm("{movl %1, %0|mov %0, %1}" : "=r"(epoch) : "m"(gStoreEpoch));
     return epoch;
 #else
     return gStoreEpoch.load(std::memory_order_relaxed);

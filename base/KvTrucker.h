@@ -599,13 +599,16 @@ auto KvTrucker<T, PageBytes, Allocator>::makePage() -> Page* {
 // half as long as clearing one slot after the other.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::clearSlots(Slot* slots) noexcept {
-    constexpr std::uint32_t kOneByOne = std::is_trivially_copyable_v<T> ? 64 : kSlotsPerPage;
-    std::uint32_t cleared = std::min(kOneByOne, kSlotsPerPage);
-    std::uninitialized_fill_n(slots, cleared, Slot{T(), 1});
-    while (cleared < kSlotsPerPage) {
-        const std::uint32_t count = std::min(cleared, kSlotsPerPage - cleared);
-        std::memcpy(slots + cleared, slots, count * sizeof(Slot));
-        cleared += count;
+    if constexpr (std::is_trivially_copyable_v<T>) {
+        std::uint32_t cleared = std::min<std::uint32_t>(kSlotsPerPage, 64);
+        std::uninitialized_fill_n(slots, cleared, Slot{T(), 1});
+        while (cleared < kSlotsPerPage) {
+            const std::uint32_t count = std::min(cleared, kSlotsPerPage - cleared);
+            std::memcpy(slots + cleared, slots, count * sizeof(Slot));
+            cleared += count;
+        }
+    } else {
+        std::uninitialized_fill_n(slots, kSlotsPerPage, Slot{T(), 1});
     }
 }
 

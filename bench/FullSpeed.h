@@ -1,5 +1,6 @@
-// Whether the machine gives this process all that it has. A virtual machine shares its cores with others, and
-// may for seconds have half of what it had before: more than most of the differences that are to be measured.
+// Whether the core works at full speed. A virtual machine shares its cores with others, and may for seconds
+// have half of what it had before: more than most of the differences that are to be measured. What others
+// take of the shared cache and of the memory's speed does not show here.
 #pragma once
 
 #include <algorithm>

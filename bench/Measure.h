@@ -15,8 +15,8 @@
 namespace kvbench {
 
 constexpr std::size_t kItemsPerRegion = 16000; // in as many sets as that takes: one of 10^6, 160 of 10^2
-constexpr std::size_t kRegions = 5;            // at most, for one figure
-constexpr double kEnoughSeconds = 0.4;         // after which no further region is begun
+constexpr std::size_t kRegions = 3;            // at most, for one figure
+constexpr double kEnoughSeconds = 0.2;         // of a figure, after which no further region is begun
 constexpr double kLongRegionSeconds = 200e-6;  // what the rounds of a repeatable operation are to add up to
 constexpr double kMostRounds = 10000;
 constexpr std::size_t kMostDisturbed = 3; // regions that are measured again
@@ -24,6 +24,12 @@ constexpr std::size_t kMostDisturbed = 3; // regions that are measured again
 struct Timing {
     double nsPerItem;
     double shortestRegionUs;
+};
+
+// What a region took, and whether the machine was at full speed to its end.
+struct Region {
+    double seconds = 0;
+    bool isUndisturbed = true;
 };
 
 inline bool isSmall(std::size_t count) {
@@ -43,13 +49,13 @@ public:
             mOperations.push_back(std::make_unique<Operation>(count, order));
     }
 
-    double seconds(std::size_t rounds) {
+    Region region(std::size_t rounds) {
         const auto start = std::chrono::steady_clock::now();
         for (std::size_t round = 0; round < rounds; ++round) {
             for (const auto& operation : mOperations)
                 operation->run();
         }
-        const double result = secondsSince(start);
+        const Region result{secondsSince(start), isAtFullSpeed()};
         for (const auto& operation : mOperations)
             operation->check();
         return result;
@@ -69,21 +75,22 @@ inline std::size_t roundsFor(double secondsOfOne) {
     return static_cast<std::size_t>(std::clamp(rounds, 1.0, kMostRounds));
 }
 
-// The median of a few figures, which `figure` returns; no further one is begun after a while. One that was
-// disturbed, as far as a probe behind it can tell, is taken again a few times.
-template <class Figure>
-double medianOf(Figure figure) {
-    const auto start = std::chrono::steady_clock::now();
-    std::vector<double> figures;
+// The median of a few regions, which `next` times; no further one is begun once they add up to enough. One
+// that was disturbed, as far as a probe behind it can tell, is taken again a few times.
+template <class Next>
+double medianOf(Next next) {
+    std::vector<double> regions;
     std::size_t disturbed = 0;
+    double sum = 0;
     do {
-        const double next = figure();
-        if (!isAtFullSpeed() && ++disturbed <= kMostDisturbed)
+        const Region region = next();
+        if (!region.isUndisturbed && ++disturbed <= kMostDisturbed)
             continue;
-        figures.push_back(next);
-    } while (figures.empty() || (figures.size() < kRegions && secondsSince(start) < kEnoughSeconds));
-    std::sort(figures.begin(), figures.end());
-    return figures[figures.size() / 2];
+        regions.push_back(region.seconds);
+        sum += region.seconds;
+    } while (regions.empty() || (regions.size() < kRegions && sum < kEnoughSeconds));
+    std::sort(regions.begin(), regions.end());
+    return regions[regions.size() / 2];
 }
 
 // An operation that leaves its sets as they were, after a first round that is not counted. Leaves the sets to
@@ -91,12 +98,12 @@ double medianOf(Figure figure) {
 template <class Operation>
 Timing timingOfRepeatable(std::size_t count, Order order) {
     auto& batch = *new Batch<Operation>(count, order);
-    const std::size_t rounds = roundsFor(batch.seconds(1));
+    const std::size_t rounds = roundsFor(batch.region(1).seconds);
     const double seconds = medianOf([&] {
         awaitFullSpeed();
         if (isSmall(count))
-            batch.seconds(1); // waiting has emptied the caches
-        return batch.seconds(rounds);
+            batch.region(1); // waiting has emptied the caches
+        return batch.region(rounds);
     });
     return {seconds * 1e9 / batch.itemsDealtWith() / static_cast<double>(rounds), seconds * 1e6};
 }
@@ -106,13 +113,14 @@ Timing timingOfRepeatable(std::size_t count, Order order) {
 template <class Operation>
 Timing timingOfFresh(std::size_t count, Order order) {
     double items = 0;
-    const auto secondsOfOne = [&] {
+    const auto regionOfOne = [&] {
         auto operation = std::make_unique<Operation>(count, order);
         if (!isSmall(count))
             awaitFullSpeed();
         const auto start = std::chrono::steady_clock::now();
         operation->run();
-        const double result = secondsSince(start);
+        const double seconds = secondsSince(start);
+        const Region result{seconds, isSmall(count) || isAtFullSpeed()};
         operation->check();
         items = static_cast<double>(operation->itemsDealtWith());
         if (!isSmall(count))
@@ -121,14 +129,15 @@ Timing timingOfFresh(std::size_t count, Order order) {
     };
     const std::size_t sets = setsOf(count);
     const double seconds = medianOf([&] {
-        if (isSmall(count)) {
-            awaitFullSpeed();
-            secondsOfOne();
-        }
-        double sum = 0;
+        if (!isSmall(count))
+            return regionOfOne();
+        awaitFullSpeed();
+        regionOfOne();
+        Region region;
         for (std::size_t i = 0; i < sets; ++i)
-            sum += secondsOfOne();
-        return sum;
+            region.seconds += regionOfOne().seconds;
+        region.isUndisturbed = isAtFullSpeed();
+        return region;
     });
     return {seconds * 1e9 / items / static_cast<double>(sets), seconds * 1e6};
 }

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <vector>
 
 namespace kvdetail {
@@ -13,18 +14,18 @@ namespace kvdetail {
 // Spares comparing ids where one comes again and again: the same stub is the same id. Other stubs may name
 // the same object, which only the application can tell.
 //
-// Invariant: mPlaces has each stub that was added once, in a table that is at most half full.
+// Invariant: mPlaces has each stub that was added once, in a table that is at most half full; none is added
+// any more once the table finds no memory to grow.
 //
 // Thread safety: none; it belongs to one operation.
 class StubSet {
 public:
-    // False for a stub that was added before, never for null. Amortised O(1). std::bad_alloc when there is no
-    // memory.
-    bool add(const GxDbStub* stub) {
-        if (!stub)
+    // False for a stub that is known to have been added before; never for null. Amortised O(1).
+    bool add(const GxDbStub* stub) noexcept {
+        if (!stub || mIsFull)
             return true;
-        if (2 * (mUsed + 1) > mPlaces.size())
-            grow();
+        if (2 * (mUsed + 1) > mPlaces.size() && !grow())
+            return true;
         const GxDbStub*& place = mPlaces[placeOf(stub)];
         if (place)
             return false;
@@ -47,17 +48,22 @@ private:
         return i;
     }
 
-    void grow() {
+    bool grow() noexcept try {
         Places old(mPlaces.empty() ? kFewestPlaces : 2 * mPlaces.size());
         old.swap(mPlaces);
         for (const GxDbStub* const stub : old) {
             if (stub)
                 mPlaces[placeOf(stub)] = stub;
         }
+        return true;
+    } catch (const std::bad_alloc&) {
+        mIsFull = true;
+        return false;
     }
 
     Places mPlaces; // a power of two; null: a free place
     std::size_t mUsed = 0;
+    bool mIsFull = false;
 };
 
 } // namespace kvdetail

@@ -41,18 +41,20 @@ std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
     return nullptr;
 }
 
-// The first entry of every id's run. False where two stubs name one object.
+// The first entry of every id's run. False where two stubs name one object, null among them.
 bool IdHash::collectRuns(const DataMap& map, Places& runs) {
     runs.reserve(map.size());
-    for (auto entry = map.begin(); entry != map.end(); ++entry) {
+    auto before = map.end();
+    for (auto entry = map.begin(); entry != map.end(); before = entry++) {
         const GxDbStub* const stub = entry->first.stub();
-        if (!runs.empty() && runs.back().first->first == entry->first) {
-            if (runs.back().stub != stub)
-                return false;
-            mHasTwins = true;
-        } else if (stub) { // null is never looked up
-            runs.push_back({stub, entry});
+        if (before == map.end() || !(before->first == entry->first)) {
+            if (stub) // null is never looked up
+                runs.push_back({stub, entry});
+            continue;
         }
+        if (before->first.stub() != stub)
+            return false;
+        mHasTwins = true;
     }
     return true;
 }

@@ -7,8 +7,11 @@
 
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <limits>
 #include <new>
+#include <sstream>
+#include <string>
 #include <vector>
 
 namespace {
@@ -30,6 +33,36 @@ TEST_F(KvLargeBlocksTest, BlockBeginsWithAHugePageAndIsAllThere) {
     EXPECT_TRUE(beginsWithAHugePage(memory));
     std::memset(memory, 1, bytes);
     kvdetail::deallocateLarge(memory);
+}
+
+// The flags that the system keeps for the memory at this address; empty where it tells none.
+std::string flagsOf(const void* memory) {
+    std::ifstream maps("/proc/self/smaps");
+    std::string line;
+    bool isHere = false;
+    while (std::getline(maps, line)) {
+        std::uintptr_t first = 0;
+        std::uintptr_t last = 0;
+        char dash = 0;
+        std::istringstream range(line);
+        if (range >> std::hex >> first >> dash >> last && dash == '-')
+            isHere = first <= reinterpret_cast<std::uintptr_t>(memory) &&
+                     reinterpret_cast<std::uintptr_t>(memory) < last;
+        else if (isHere && line.rfind("VmFlags:", 0) == 0)
+            return line;
+    }
+    return "";
+}
+
+TEST_F(KvLargeBlocksTest, SystemIsAskedForHugePages) {
+    if (!std::ifstream("/sys/kernel/mm/transparent_hugepage/enabled"))
+        GTEST_SKIP() << "a system without huge pages";
+    void* const memory = kvdetail::allocateLarge(kHugePageBytes);
+    const std::string flags = flagsOf(memory);
+    kvdetail::deallocateLarge(memory);
+    if (flags.empty())
+        GTEST_SKIP() << "a system that tells no flags";
+    EXPECT_NE(flags.find(" hg"), std::string::npos) << flags;
 }
 
 TEST_F(KvLargeBlocksTest, BlockWithoutMemoryIsRefused) {

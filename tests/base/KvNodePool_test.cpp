@@ -153,6 +153,41 @@ TEST_F(KvNodePoolTest, LargePoolThatCannotGrowIsAsItWas) {
     growing->release();
 }
 
+// It has made do without blocks as large before.
+TEST_F(KvNodePoolTest, LargePoolGrowsBySmallBlocksWhereThereIsNoLargeOne) {
+    if (!kvdetail::kHasLargeBlocks)
+        GTEST_SKIP() << "large blocks are switched off";
+    auto* const growing = new KvNodePool;
+    std::vector<void*> nodes;
+    nodes.reserve(2 * kManyNodes);
+    while (nodes.size() < kManyNodes)
+        nodes.push_back(growing->allocate(kNodeBytes));
+    kvtest::failNew(1, false);
+    while (kvtest::failedNews() == 0 && nodes.size() < 2 * kManyNodes)
+        nodes.push_back(growing->allocate(kNodeBytes));
+    kvtest::allowNew();
+    EXPECT_EQ(kvtest::failedNews(), 1);
+    EXPECT_EQ(growing->live(), nodes.size());
+    for (void* node : nodes)
+        growing->deallocate(node, kNodeBytes);
+    growing->release();
+}
+
+TEST_F(KvNodePoolTest, PoolGrowsByHalfAtTheMostInFewBlocks) {
+    const long calls = kvtest::newCalls();
+    const std::vector<void*> nodes = take(kManyNodes);
+    EXPECT_LT(kvtest::newCalls() - calls, 100);
+    const auto pages = [](const std::vector<void*>& all) {
+        std::set<std::uintptr_t> touched;
+        for (void* node : all)
+            touched.insert(reinterpret_cast<std::uintptr_t>(node) / kvdetail::kHugePageBytes);
+        return touched.size();
+    };
+    const std::size_t used = kManyNodes * kNodeBytes / kvdetail::kHugePageBytes;
+    EXPECT_LE(pages(nodes), 2 * used);
+    give(nodes);
+}
+
 TEST_F(KvNodePoolTest, RequestOfAnotherSizeIsNoNode) {
     const std::vector<void*> nodes = take(1);
     void* const array = pool->allocate(10 * kNodeBytes);

@@ -193,6 +193,55 @@ TEST_F(KvTruckerTest, StoreOfOneSlotPagesIsReleasedHoweverLongItsChain) {
     EXPECT_EQ(kvtest::liveNewBlocks(), before);
 }
 
+template <class T>
+struct Copied { // a value that is not to be copied byte by byte
+    Copied() = default;
+    Copied(T number) noexcept : value(number) {}
+    Copied(const Copied& other) noexcept : value(other.value) {}
+    Copied& operator=(const Copied& other) noexcept {
+        value = other.value;
+        return *this;
+    }
+    T value = 7;
+};
+
+template <class Store>
+void expectFreshPageIsClear() {
+    Store store;
+    store.append();
+    const auto* const slots = store.head->slots;
+    EXPECT_EQ(slots[0].free, 0);
+    for (std::uint32_t i = 1; i < Store::kSlotsPerPage; ++i)
+        ASSERT_EQ(slots[i].free, 1) << i;
+}
+
+TEST_F(KvTruckerTest, EverySlotOfAFreshPageIsFree) {
+    expectFreshPageIsClear<KvTrucker<long, 16u>>();
+    expectFreshPageIsClear<KvTrucker<long, 1600u>>(); // neither a power of two nor less than the others
+    expectFreshPageIsClear<KvTrucker<long, 65536u>>();
+    expectFreshPageIsClear<KvTrucker<Copied<long>, 1600u>>();
+}
+
+TEST_F(KvTruckerTest, EveryValueOfAFreshPageIsADefaultOne) {
+    KvTrucker<Copied<long>, 1600u> store;
+    store.append();
+    for (std::uint32_t i = 0; i < 100; ++i)
+        ASSERT_EQ(store.head->slots[i].value.value, 7) << i;
+    KvTrucker<int*, 65536u> pointers;
+    pointers.append();
+    for (std::uint32_t i = 0; i < 4096; ++i)
+        ASSERT_EQ(pointers.head->slots[i].value, nullptr) << i;
+}
+
+TEST_F(KvTruckerTest, EpochIsReadAnewAfterItRises) {
+    const std::uint32_t before = kvdetail::currentStoreEpoch();
+    kvdetail::raiseStoreEpoch();
+    const std::uint32_t after = kvdetail::currentStoreEpoch();
+    EXPECT_EQ(after, before + 1);
+    { SmallStore gone; }
+    EXPECT_EQ(kvdetail::currentStoreEpoch(), after + 1);
+}
+
 // ---- elementAt
 
 TEST_F(KvTruckerTest, ElementAtGivesSlotPageAndIndexInThePage) {

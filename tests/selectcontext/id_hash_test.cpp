@@ -162,6 +162,15 @@ TEST_F(IdHashTest, TwoStubsOfOneObjectAreRefused) {
     EXPECT_EQ(IdHash::build(equal), nullptr);
 }
 
+TEST_F(IdHashTest, NullStubOfAnObjectIsRefusedToo) {
+    kvinmemory::makeEqual(id(30), GxDbObjectId());
+    DataMap equal = makeMap();
+    equal.emplace(GxDbObjectId(), 1);
+    for (unsigned long n = 30; n <= 100; ++n)
+        equal.emplace(id(n), n);
+    EXPECT_EQ(IdHash::build(equal), nullptr);
+}
+
 TEST_F(IdHashTest, SecondStubOfAnObjectEndsTheHash) {
     kvinmemory::makeEqual(id(30), id(300));
     EXPECT_FALSE(hash->noteAdded(map, map.emplace(id(300), 300)));

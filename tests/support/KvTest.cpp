@@ -43,7 +43,7 @@ void KvTest::TearDown() {
     }
     EXPECT_EQ(kvinmemory::doubleFrees(), 0) << "blocks given to _kvFree twice";
     EXPECT_EQ(kvinmemory::foreignFrees(), 0) << "pointers given to _kvFree that are not of _kvMalloc";
-    EXPECT_EQ(wrongDeletes(), mWrongDeletesAtStart) << "blocks of _kvMalloc given to operator delete";
+    EXPECT_EQ(wrongDeletes(), mWrongDeletesAtStart) << "blocks given to a wrong operator delete";
     allowNew();
     trackNewSizes(false);
     kvinmemory::resetAll();

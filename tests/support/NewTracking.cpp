@@ -22,6 +22,7 @@ struct Sizes {
     BookMap<void*, std::size_t> liveBlocks;
     BookMap<std::size_t, long> liveBySize;
     BookMap<std::size_t, long> callsBySize;
+    BookMap<void*, std::size_t> alignedBlocks; // those that only an aligned operator delete may take
 };
 
 // Made on first use, since the first block may be wanted before main(), and never destroyed, since the last
@@ -37,6 +38,7 @@ std::atomic<bool> gTrackSizes{false};
 std::atomic<long> gLiveBlocks{0};
 std::atomic<long> gCalls{0};
 std::atomic<long> gWrongDeletes{0};
+std::atomic<long> gAlignedBlocks{0};
 
 std::atomic<bool> gArmed{false};
 std::atomic<bool> gFromThenOn{false};
@@ -76,6 +78,24 @@ void strike(void* memory) {
     books.liveBlocks.erase(found);
 }
 
+void noteAligned(void* memory, std::size_t alignment) {
+    Sizes& books = sizes();
+    const std::lock_guard<std::mutex> guard(books.mutex);
+    books.alignedBlocks[memory] = alignment;
+    gAlignedBlocks.fetch_add(1, std::memory_order_relaxed);
+}
+
+bool forgetAligned(void* memory) {
+    if (gAlignedBlocks.load(std::memory_order_relaxed) == 0)
+        return false;
+    Sizes& books = sizes();
+    const std::lock_guard<std::mutex> guard(books.mutex);
+    if (books.alignedBlocks.erase(memory) == 0)
+        return false;
+    gAlignedBlocks.fetch_sub(1, std::memory_order_relaxed);
+    return true;
+}
+
 void* newMemory(std::size_t bytes, std::size_t alignment) noexcept {
     gCalls.fetch_add(1, std::memory_order_relaxed);
     const bool tracked = gTrackSizes.load(std::memory_order_relaxed);
@@ -91,6 +111,8 @@ void* newMemory(std::size_t bytes, std::size_t alignment) noexcept {
         memory = nullptr;
     if (memory == nullptr)
         return nullptr;
+    if (alignment > alignof(std::max_align_t))
+        noteAligned(memory, alignment);
     gLiveBlocks.fetch_add(1, std::memory_order_relaxed);
     if (tracked)
         enter(memory, bytes);
@@ -104,9 +126,11 @@ void* newMemoryOrThrow(std::size_t bytes, std::size_t alignment) {
     return memory;
 }
 
-void deleteMemory(void* memory) noexcept {
+void deleteMemory(void* memory, bool asAligned = false) noexcept {
     if (memory == nullptr)
         return;
+    if (forgetAligned(memory) != asAligned)
+        ++gWrongDeletes;
     if (kvinmemory::isTrackingMemory() && kvinmemory::isLiveBlock(memory)) {
         ++gWrongDeletes;
         return;
@@ -169,22 +193,22 @@ void operator delete[](void* memory, std::size_t) noexcept {
     deleteMemory(memory);
 }
 void operator delete(void* memory, std::align_val_t) noexcept {
-    deleteMemory(memory);
+    deleteMemory(memory, true);
 }
 void operator delete[](void* memory, std::align_val_t) noexcept {
-    deleteMemory(memory);
+    deleteMemory(memory, true);
 }
 void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-    deleteMemory(memory);
+    deleteMemory(memory, true);
 }
 void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept {
-    deleteMemory(memory);
+    deleteMemory(memory, true);
 }
 void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-    deleteMemory(memory);
+    deleteMemory(memory, true);
 }
 void operator delete[](void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-    deleteMemory(memory);
+    deleteMemory(memory, true);
 }
 
 namespace kvtest {

@@ -20,8 +20,9 @@ void trackNewSizes(bool on);
 long liveNewBlocksOfSize(std::size_t bytes);
 long newCallsOfSize(std::size_t bytes);
 
-// Blocks of _kvMalloc, live and obtained while the in-memory platform tracked its memory, that were given to
-// operator delete by mistake. They are counted and left alone.
+// Blocks that were given to the wrong operator delete: those of _kvMalloc, live and obtained while the
+// in-memory platform tracked its memory, which are left alone, and aligned ones to a plain form, or the other
+// way round.
 long wrongDeletes() noexcept;
 
 // Lets the nth call of operator new from now on (1: the next) fail, and with fromThenOn all further ones: the

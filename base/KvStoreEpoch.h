@@ -16,7 +16,7 @@ namespace kvdetail {
 KV_BASE_API extern std::atomic<std::uint32_t> gStoreEpoch;
 
 // A walk asks twice for every item. Compilers take an atomic load, relaxed ones too, for a reason to read
-// everything else again that they have in registers: which doubles what a step costs. The same instruction
+// everything else again that they have in registers, which nearly doubles a step. The same instruction
 // given by hand says that it reads the epoch alone. It is not moved over anything that raises the epoch in
 // this thread or synchronises with another: both are atomic operations, or calls that may make some.
 inline std::uint32_t currentStoreEpoch() noexcept {

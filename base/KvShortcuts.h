@@ -74,6 +74,11 @@
 #define KV_SHORTCUT_ORDERED_INDEX KV_SHORTCUTS
 #endif
 
+// The id index of a small copy is copied, too, instead of built.
+#ifndef KV_SHORTCUT_INDEX_COPY
+#define KV_SHORTCUT_INDEX_COPY KV_SHORTCUTS
+#endif
+
 // Large pools and tables lie in huge pages where the system gives any.
 #ifndef KV_SHORTCUT_LARGE_BLOCKS
 #define KV_SHORTCUT_LARGE_BLOCKS KV_SHORTCUTS
@@ -88,6 +93,7 @@ constexpr bool kHasRecordPool = KV_SHORTCUT_RECORD_POOL != 0;
 constexpr bool kHasNextId = KV_SHORTCUT_NEXT_ID != 0;
 constexpr bool kHasIdHash = KV_SHORTCUT_ID_HASH != 0;
 constexpr bool kHasOrderedIndex = KV_SHORTCUT_ORDERED_INDEX != 0;
+constexpr bool kHasIndexCopy = KV_SHORTCUT_INDEX_COPY != 0;
 constexpr bool kHasLargeBlocks = KV_SHORTCUT_LARGE_BLOCKS != 0;
 
 } // namespace kvdetail

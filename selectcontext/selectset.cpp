@@ -1,6 +1,7 @@
 // The set handle and its shared data: lifecycle, lookup by id, positional access, comparison.
 
 #include "selectcontext/GxapSelectSet.h"
+#include "selectcontext/IndexCopy.h"
 #include "selectcontext/Lookups.h"
 #include "selectcontext/OrderedIndex.h"
 #include "selectcontext/OwnedInfo.h"
@@ -106,6 +107,7 @@ void cloneRecords(const SSetData& source, SSetData& copy) {
     RecordPool& records = SetShortcuts::of(copy).records;
     records.expectMany(source.entityCount);
     EmptyBlockShares empty;
+    const bool copiesIndex = isWorthCopyingIndex(source);
     OrderedIndex index(copy);
     for (const Store::Page* page = source.entities->head; page; page = page->next) {
         for (const Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
@@ -117,10 +119,13 @@ void cloneRecords(const SSetData& source, SSetData& copy) {
             copyFields(*slot->value, *record, empty);
             const Store::Slot* const copied = copy.entities->append(record.get());
             record.release();
-            index.add(copied);
+            if (!copiesIndex)
+                index.add(copied);
         }
     }
     index.finish();
+    if (copiesIndex && !copyIndex(source, copy))
+        indexRecords(copy);
 }
 
 } // namespace

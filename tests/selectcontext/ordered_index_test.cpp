@@ -1,29 +1,27 @@
 #include "selectcontext/OrderedIndex.h"
 
 #include "platform/inmemory/InMemoryDatabase.h"
-#include "selectcontext/SetDetail.h"
+#include "tests/selectcontext/IndexTestSupport.h"
 #include "tests/support/AllocationFailure.h"
-#include "tests/support/Ids.h"
 #include "tests/support/KvTest.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstddef>
-#include <functional>
-#include <map>
 #include <memory>
-#include <numeric>
-#include <random>
-#include <vector>
 
 namespace {
 
 using kvdetail::OrderedIndex;
 using kvdetail::SSetData;
 using kvdetail::Store;
+using kvtest::ascending;
+using kvtest::fillStore;
 using kvtest::id;
-using Numbers = std::vector<unsigned long>;
+using kvtest::isIndexed;
+using kvtest::Numbers;
+using kvtest::shuffled;
 
 class OrderedIndexTest : public kvtest::KvTest {
 protected:
@@ -39,57 +37,20 @@ protected:
         KvTest::TearDown();
     }
 
-    // Fills the store, not the index.
-    void store(const Numbers& numbers) {
-        for (const unsigned long n : numbers) {
-            auto record = std::make_unique<selected_entity>();
-            record->mainEntId = id(n);
-            data->entities->append(record.get());
-            record.release();
-        }
-    }
-
     void index() const {
         OrderedIndex ordered(*data);
         kvdetail::forEachOccupied(*data->entities, [&](const Store::Slot* slot) { ordered.add(slot); });
         ordered.finish();
     }
 
-    // The index is what entering the records one by one makes of them.
-    void expectIndexed() const {
-        std::multimap<GxDbObjectId, unsigned long> expected;
-        kvdetail::forEachOccupied(*data->entities, [&](const Store::Slot* slot) {
-            expected.emplace(slot->value->mainEntId, kvdetail::slotAddress(slot));
-        });
-        ASSERT_EQ(data->dataMap.size(), expected.size());
-        auto wanted = expected.begin();
-        for (const auto& entry : data->dataMap) {
-            ASSERT_EQ(entry.first.stub(), wanted->first.stub());
-            ASSERT_EQ(entry.second, wanted->second);
-            ++wanted;
-        }
-    }
-
     void expectOrders(const Numbers& numbers) {
-        store(numbers);
+        fillStore(*data, numbers);
         index();
-        expectIndexed();
+        EXPECT_TRUE(isIndexed(*data));
     }
 
     std::unique_ptr<SSetData> data;
 };
-
-Numbers ascending(std::size_t count) {
-    Numbers numbers(count);
-    std::iota(numbers.begin(), numbers.end(), 1);
-    return numbers;
-}
-
-Numbers shuffled(std::size_t count, unsigned seed) {
-    Numbers numbers = ascending(count);
-    std::shuffle(numbers.begin(), numbers.end(), std::mt19937(seed));
-    return numbers;
-}
 
 TEST_F(OrderedIndexTest, EmptyStoreHasAnEmptyIndex) {
     expectOrders({});
@@ -152,14 +113,14 @@ TEST_F(OrderedIndexTest, SortsOrFailsWithNothingLost) {
     for (const Numbers& numbers : orders) {
         kvtest::forEachAllocationFailure([&](kvtest::FailurePoint& point) {
             data = kvdetail::makeData();
-            store(numbers);
+            fillStore(*data, numbers);
             const kvtest::Outcome outcome = point.run([&] { index(); });
             EXPECT_EQ(outcome.failed, outcome.injected);
             EXPECT_LE(data->dataMap.size(), numbers.size());
             kvdetail::clearIndex(*data);
             EXPECT_TRUE(data->dataMap.empty());
             index();
-            expectIndexed();
+            EXPECT_TRUE(isIndexed(*data));
             data.reset();
         });
     }

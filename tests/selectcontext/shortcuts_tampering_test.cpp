@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -272,6 +273,26 @@ TEST_F(ShortcutsTampering, EntriesMovedBetweenMapsOfOneAllocator) {
 }
 
 // ---- count, store and pages
+
+TEST_F(ShortcutsTampering, CopyHasTheIndexOfItsRecordsWhateverTheOriginalsHolds) {
+    const std::function<void(DataMap&)> changes[] = {
+        [](DataMap& map) { map.erase(id(17)); },
+        [](DataMap& map) { map.find(id(17))->second = map.find(id(18))->second; },
+        [](DataMap& map) { std::swap(map.find(id(17))->second, map.find(id(18))->second); },
+        [](DataMap& map) { map.clear(); },
+        [](DataMap& map) { map.emplace(id(900), map.begin()->second); },
+    };
+    for (const auto& change : changes) {
+        GxapSelectSet set;
+        appendIds(set, 1, kCount);
+        change(mapOf(set));
+        GxapSelectSet copy(set);
+        edit(copy).writeData();
+        EXPECT_TRUE(invariants(copy));
+        expectFindsWhatTheIndexHas(copy);
+        edit(set).updateDataMap();
+    }
+}
 
 TEST_F(ShortcutsTampering, CountSetToZeroHidesEveryItem) {
     GxapSelectSet set;

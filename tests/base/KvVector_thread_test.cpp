@@ -1,15 +1,12 @@
 // Vectors that share a block, let go on several threads. The thread sanitizer is the judge of these tests.
 #include "base/KvVector.h"
 
-#include "platform/inmemory/InMemoryOsBase.h"
 #include "tests/base/VectorValues.h"
 #include "tests/support/Ids.h"
-#include "tests/support/KvTest.h"
-#include "tests/support/NewTracking.h"
+#include "tests/support/Threads.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -21,41 +18,19 @@ namespace {
 
 using kvtest::contents;
 using kvtest::filled;
+using kvtest::onThreads;
 using kvtest::shares;
 using kvtest::values;
+using kvtest::waitUntilOne;
 
-constexpr int kThreads = 4;
+constexpr std::size_t kThreads = 4;
 constexpr int kRounds = 200;
 
-// Threads that wait here go on at the same moment.
-class StartingLine {
-public:
-    explicit StartingLine(int threads) : mMissing(threads) {}
-
-    void arriveAndWait() {
-        mMissing.fetch_sub(1);
-        while (mMissing.load() > 0)
-            std::this_thread::yield();
-    }
-
-private:
-    std::atomic<int> mMissing;
-};
-
-// The books of memory are guarded by locks and counters of their own; kept, they would order the threads and
-// hide races of the blocks' counts.
 template <class Vector>
-class KvVectorThreadsOf : public kvtest::KvTest {
-protected:
-    void SetUp() override {
-        KvTest::SetUp();
-        kvinmemory::trackMemory(false);
-        kvinmemory::setLogging(false);
-        kvtest::trackNewSizes(false);
-    }
-};
+class KvVectorThreadsOf : public kvtest::ThreadTest {};
 
-// Whether the vector holds the values 0, 1, ... ; allocates nothing, for the same reason.
+// Whether the vector holds the values 0, 1, ... ; allocates nothing, as locks of the allocator would order
+// the threads.
 template <class Vector>
 bool holds(const Vector& vector, const std::vector<kvtest::Element<Vector>>& expected) {
     if (static_cast<std::size_t>(vector.logicalLength()) != expected.size())
@@ -73,14 +48,6 @@ template <class Vector>
 void letGo(Vector& vector) {
     vector.data._release();
     vector.data.block = nullptr;
-}
-
-// Waits until nobody else shares the block. The relaxed reads order nothing: that is left to the vector's
-// own.
-template <class Vector>
-void waitUntilAlone(const Vector& vector) {
-    while (vector.data.block->refCount.load(std::memory_order_relaxed) != 1)
-        std::this_thread::yield();
 }
 
 struct TypeName {
@@ -106,17 +73,11 @@ TYPED_TEST(KvVectorThreadsOf, HoldersThatAllReadAndThenLetGoTogetherFreeTheBlock
             const TypeParam original = filled<TypeParam>(5);
             holders.assign(kThreads, Holder{original, false});
         }
-        StartingLine line(kThreads);
-        std::vector<std::thread> threads;
-        for (Holder& holder : holders) {
-            threads.emplace_back([&holder, &expected, &line] {
-                line.arriveAndWait();
-                holder.agreed = holds(std::as_const(holder.vector), expected);
-                letGo(holder.vector);
-            });
-        }
-        for (std::thread& thread : threads)
-            thread.join();
+        onThreads(kThreads, [&](std::size_t n) {
+            Holder& holder = holders[n];
+            holder.agreed = holds(std::as_const(holder.vector), expected);
+            letGo(holder.vector);
+        });
         for (const Holder& holder : holders)
             ASSERT_TRUE(holder.agreed);
     }
@@ -134,7 +95,7 @@ TYPED_TEST(KvVectorThreadsOf, OwnerThatWaitsForAReaderToLetGoWritesInPlace) {
             agreed = holds(std::as_const(lent), expected);
             letGo(lent);
         });
-        waitUntilAlone(owner);
+        waitUntilOne(owner.data.block->refCount);
         owner.at(1) = replacement;
         EXPECT_EQ(owner.data.block, block);
         reader.join();
@@ -153,7 +114,7 @@ TYPED_TEST(KvVectorThreadsOf, OwnerThatWaitsForAReaderToLetGoFreesTheBlock) {
             agreed = holds(std::as_const(lent), expected);
             letGo(lent);
         });
-        waitUntilAlone(owner);
+        waitUntilOne(owner.data.block->refCount);
         letGo(owner);
         reader.join();
         ASSERT_TRUE(agreed);
@@ -163,44 +124,30 @@ TYPED_TEST(KvVectorThreadsOf, OwnerThatWaitsForAReaderToLetGoFreesTheBlock) {
 TYPED_TEST(KvVectorThreadsOf, WritersMakeCopiesOfTheirOwnWhileOthersRead) {
     const TypeParam original = filled<TypeParam>(4);
     std::vector<TypeParam> holders(kThreads, original);
-    StartingLine line(kThreads);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        TypeParam& holder = holders[static_cast<std::size_t>(t)];
-        threads.emplace_back([&holder, &line, t] {
-            line.arriveAndWait();
-            for (int i = 0; i < kRounds; ++i) {
-                TypeParam copy(holder);
-                copy.at(t % 4) = kvtest::value<TypeParam>(i);
-                copy.setLogicalLength(4 + i % 9);
-                copy = holder;
-                copy.removeAt(1);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreads(kThreads, [&](std::size_t n) {
+        const TypeParam& holder = holders[n];
+        for (int i = 0; i < kRounds; ++i) {
+            TypeParam copy(holder);
+            copy.at(static_cast<int>(n % 4)) = kvtest::value<TypeParam>(i);
+            copy.setLogicalLength(4 + i % 9);
+            copy = holder;
+            copy.removeAt(1);
+        }
+    });
     EXPECT_EQ(contents(original), values<TypeParam>({0, 1, 2, 3}));
-    EXPECT_EQ(shares(original), static_cast<std::uint32_t>(kThreads) + 1);
+    EXPECT_EQ(shares(original), kThreads + 1);
 }
 
 TYPED_TEST(KvVectorThreadsOf, EmptyBlockIsCountedRightByAllThreads) {
     const std::uint32_t before = kvtest::emptyBlockCount();
-    StartingLine line(kThreads);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&line] {
-            line.arriveAndWait();
-            for (int i = 0; i < kRounds; ++i) {
-                TypeParam vector;
-                TypeParam copy(vector);
-                copy.setLogicalLength(1);
-                copy = vector;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreads(kThreads, [](std::size_t) {
+        for (int i = 0; i < kRounds; ++i) {
+            TypeParam vector;
+            TypeParam copy(vector);
+            copy.setLogicalLength(1);
+            copy = vector;
+        }
+    });
     EXPECT_EQ(kvtest::emptyBlockCount(), before);
 }
 

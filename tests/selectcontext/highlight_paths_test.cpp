@@ -1,8 +1,8 @@
 #include "tests/selectcontext/DrawingTestSupport.h"
+#include "tests/support/Threads.h"
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -10,7 +10,6 @@
 #include <memory>
 #include <random>
 #include <set>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -203,34 +202,13 @@ TEST_F(HighlightPaths, OfOneItemAreGivenUpWithoutThoseOfAnother) {
     EXPECT_EQ(segmentsAt(*clone, 2), Indices({2}));
 }
 
-// The books of memory and events are kept under locks, which would order the threads.
-class HighlightPathsOnThreads : public kvtest::KvTest {
-protected:
-    void SetUp() override {
-        KvTest::SetUp();
-        kvinmemory::setLogging(false);
-        kvinmemory::trackMemory(false);
-        kvtest::trackNewSizes(false);
-    }
-};
+using HighlightPathsOnThreads = kvtest::ThreadTest;
 
 constexpr int kRounds = 200;
-constexpr std::size_t kThreads = 2;
 
-// Runs one piece of work on a thread each, all from the same moment on.
-void onThreads(const std::array<std::function<void()>, kThreads>& work) {
-    std::atomic<std::size_t> missing{kThreads};
-    std::vector<std::thread> threads;
-    for (const auto& piece : work) {
-        threads.emplace_back([&missing, &piece] {
-            missing.fetch_sub(1, std::memory_order_relaxed);
-            while (missing.load(std::memory_order_relaxed) != 0)
-                std::this_thread::yield();
-            piece();
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+// Runs one piece of work on a thread each.
+void onTwoThreads(const std::function<void()>& first, const std::function<void()>& second) {
+    kvtest::onThreads(2, [&](std::size_t n) { n == 0 ? first() : second(); });
 }
 
 // Reads every path, so that a path that died too early shows.
@@ -259,7 +237,7 @@ TEST_F(HighlightPathsOnThreads, DieOnceWhenBothSharersDie) {
             EXPECT_EQ(sumOf(*set), 6);
             set.reset();
         };
-        onThreads({[&] { die(twins.first); }, [&] { die(twins.second); }});
+        onTwoThreads([&] { die(twins.first); }, [&] { die(twins.second); });
         ASSERT_EQ(livePaths(), 0);
     }
 }
@@ -271,7 +249,7 @@ TEST_F(HighlightPathsOnThreads, DieOnceWhenBothSharersClear) {
             EXPECT_EQ(sumOf(set), 6);
             edit(set).begin().setHighlightSegment(nullptr);
         };
-        onThreads({[&] { clear(*twins.first); }, [&] { clear(*twins.second); }});
+        onTwoThreads([&] { clear(*twins.first); }, [&] { clear(*twins.second); });
         ASSERT_EQ(livePaths(), 0);
     }
 }
@@ -279,17 +257,18 @@ TEST_F(HighlightPathsOnThreads, DieOnceWhenBothSharersClear) {
 TEST_F(HighlightPathsOnThreads, AreSeenByTheSharerThatStays) {
     for (int round = 0; round < kRounds; ++round) {
         Twins twins;
-        onThreads({[&] {
-                       addSegments(*twins.first, 0, {4});
-                       EXPECT_EQ(sumOf(*twins.first), 10);
-                       edit(*twins.first).begin().setHighlightSegment(nullptr);
-                       twins.first.reset();
-                   },
-                   [&] {
-                       EXPECT_EQ(sumOf(*twins.second), 6);
-                       addSegments(*twins.second, 0, {5});
-                       EXPECT_EQ(sumOf(*twins.second), 11);
-                   }});
+        onTwoThreads(
+            [&] {
+                addSegments(*twins.first, 0, {4});
+                EXPECT_EQ(sumOf(*twins.first), 10);
+                edit(*twins.first).begin().setHighlightSegment(nullptr);
+                twins.first.reset();
+            },
+            [&] {
+                EXPECT_EQ(sumOf(*twins.second), 6);
+                addSegments(*twins.second, 0, {5});
+                EXPECT_EQ(sumOf(*twins.second), 11);
+            });
         EXPECT_EQ(sumOf(*twins.second), 11);
         ASSERT_EQ(livePaths(), 4);
     }
@@ -299,13 +278,13 @@ TEST_F(HighlightPathsOnThreads, AreSeenByTheSharerThatStays) {
 TEST_F(HighlightPathsOnThreads, AreClonedOnOneWhileTheyAreGivenUpOnTheOther) {
     for (int round = 0; round < kRounds; ++round) {
         Twins twins;
-        onThreads({[&] { twins.first.reset(); },
-                   [&] {
-                       const auto third = kvtest::cloneOf(*twins.second);
-                       recordAt(*third, 0)->highlightSegmentArray->at(0);
-                       twins.second.reset();
-                       EXPECT_EQ(sumOf(*third), 6);
-                   }});
+        onTwoThreads([&] { twins.first.reset(); },
+                     [&] {
+                         const auto third = kvtest::cloneOf(*twins.second);
+                         recordAt(*third, 0)->highlightSegmentArray->at(0);
+                         twins.second.reset();
+                         EXPECT_EQ(sumOf(*third), 6);
+                     });
         ASSERT_EQ(livePaths(), 0);
     }
 }

@@ -1,6 +1,6 @@
 #include "tests/selectcontext/RecordTestSupport.h"
+#include "tests/support/Threads.h"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -22,65 +22,32 @@ using kvtest::cloneOf;
 using kvtest::elementAt;
 using kvtest::giveSegments;
 using kvtest::id;
+using kvtest::onThreads;
 using kvtest::owners;
 using kvtest::recordAt;
 using kvtest::SegmentArray;
 using kvtest::SSetData;
+using kvtest::waitUntilOne;
 
 constexpr std::size_t kThreads = 4;
 constexpr int kRounds = 200;
 
-class SharedDataThreads : public kvtest::KvTest {
+class SharedDataThreads : public kvtest::ThreadTest {
 protected:
-    // The books of memory and events are kept under locks, which would order the threads and so hide what is
-    // wrong.
     void SetUp() override {
-        KvTest::SetUp();
-        kvinmemory::setLogging(false);
-        kvinmemory::trackMemory(false);
-        kvtest::trackNewSizes(false);
+        ThreadTest::SetUp();
         mNewBlocks = kvtest::liveNewBlocks();
     }
 
     void TearDown() override {
         EXPECT_EQ(livePaths(), 0);
         EXPECT_EQ(kvtest::liveNewBlocks(), mNewBlocks);
-        KvTest::TearDown();
+        ThreadTest::TearDown();
     }
 
 private:
     long mNewBlocks = 0;
 };
-
-// Lets all threads go at the same moment, without a lock that would order what they do.
-class StartLine {
-public:
-    explicit StartLine(std::size_t runners) : mMissing(runners) {}
-
-    void wait() {
-        mMissing.fetch_sub(1);
-        while (mMissing.load() != 0)
-            std::this_thread::yield();
-    }
-
-private:
-    std::atomic<std::size_t> mMissing;
-};
-
-// Runs work(n) for n = 0, 1, ... on a thread each.
-void onThreads(std::size_t count, const std::function<void(std::size_t)>& work) {
-    std::vector<std::thread> threads;
-    for (std::size_t n = 0; n < count; ++n)
-        threads.emplace_back(work, n);
-    for (std::thread& thread : threads)
-        thread.join();
-}
-
-// Relaxed, so that it is the library's own look at the count that orders what the owner does next.
-void waitUntilOne(const std::atomic<std::uint32_t>& count) {
-    while (count.load(std::memory_order_relaxed) != 1)
-        std::this_thread::yield();
-}
 
 unsigned long sumOfMarkers(const GxapSelectSet& set) {
     unsigned long sum = 0;
@@ -123,9 +90,8 @@ TEST_F(SharedDataThreads, AllHoldersReadAndThenDropTheDataAtTheSameTime) {
             handles.push_back(std::make_unique<GxapSelectSet>(*source));
         source.reset();
 
-        StartLine start(kThreads);
         onThreads(kThreads, [&](std::size_t n) {
-            start.wait(); // nothing but the drops themselves may order them after the readings
+            // From here on, nothing but the drops themselves orders them after the readings.
             EXPECT_EQ(sumOfMarkers(*handles[n]), 6u);
             EXPECT_EQ(handles[n]->find(id(2), id(102), 2L), 1);
             handles[n].reset();
@@ -180,9 +146,7 @@ TEST_F(SharedDataThreads, HandlesAreCopiedAndDestroyedOnManyThreads) {
     const GxapSelectSet shared;
     addRecord(*shared.sharedData, id(1));
     std::vector<GxapSelectSet> handles(kThreads, shared);
-    StartLine start(kThreads);
     onThreads(kThreads, [&](std::size_t n) {
-        start.wait();
         GxapSelectSet assigned;
         for (int round = 0; round < 20 * kRounds; ++round) {
             const GxapSelectSet copy(handles[n]);
@@ -199,9 +163,7 @@ TEST_F(SharedDataThreads, EachSharerWritesToACopyOfItsOwn) {
     for (int round = 0; round < kRounds / 4; ++round) {
         auto source = richSet(4);
         std::vector<GxapSelectSet> handles(kThreads, *source);
-        StartLine start(kThreads);
         onThreads(kThreads, [&](std::size_t n) {
-            start.wait();
             kvtest::edit(handles[n]).append(id(50 + n), id(60 + n));
             EXPECT_EQ(handles[n].sharedData->entityCount, 5u);
             EXPECT_EQ(handles[n].find(id(50 + n)), 4);
@@ -227,9 +189,7 @@ TEST_F(SharedDataThreads, ClonesWithSharedPathsDieAtTheSameTime) {
             clones.push_back(cloneOf(*source));
         clones.push_back(std::move(source));
 
-        StartLine start(kThreads);
         onThreads(kThreads, [&](std::size_t n) {
-            start.wait();
             EXPECT_EQ(idsOnSegments(*clones[n]), 6u);
             clones[n].reset();
         });
@@ -242,9 +202,7 @@ TEST_F(SharedDataThreads, ClonesAreMadeAndDestroyedOnTwoThreadsAtOnce) {
     std::vector<std::unique_ptr<GxapSelectSet>> own;
     own.push_back(cloneOf(*source));
     own.push_back(std::move(source));
-    StartLine start(own.size());
     onThreads(own.size(), [&](std::size_t n) {
-        start.wait();
         for (int round = 0; round < kRounds; ++round) {
             auto next = cloneOf(*own[n]);
             EXPECT_EQ(idsOnSegments(*next), 6u);
@@ -260,9 +218,7 @@ TEST_F(SharedDataThreads, OneSharerOfPathsAddsWhileTheOtherClears) {
     for (int round = 0; round < kRounds; ++round) {
         auto source = richSet(1);
         auto clone = cloneOf(*source);
-        StartLine start(2);
         onThreads(2, [&](std::size_t n) {
-            start.wait();
             GxapSelectSet::Iterator it(n == 0 ? source.get() : clone.get(), 0);
             if (n == 0) {
                 const GxDbFullSubentPath added;

@@ -1,6 +1,6 @@
 #include "examples/picker/Commands.h"
 
-#include "tests/examples/picker/Svg.h"
+#include "tests/examples/picker/CommandTest.h"
 
 #include <gmock/gmock.h>
 
@@ -8,41 +8,18 @@
 #include <sstream>
 
 using namespace picker;
-using kvtest::sceneOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
 
-// A session on a small drawing, and what commands say.
-class CommandLine : public testing::Test {
+class CommandLine : public kvtest::CommandTest {
 protected:
-    CommandLine() {
-        // 1 the drawing: 2 line, 3 desk; 4 block desk: 5 rect, 6 line.
-        session.load(
-            sceneOf("<symbol id='desk'><rect width='10' height='10'/><line x1='20' x2='20' y2='10'/></symbol>"
-                    "<line id='wall' y1='80' y2='80' x2='10'/><use href='#desk'/><text/>"));
-    }
-
-    std::string run(const std::string& line) {
-        std::ostringstream out;
-        Console console{session, out, 100};
-        runCommand(console, wordsOf(line));
-        isFinished = console.isFinished;
-        return out.str();
-    }
-
-    std::string errorOf(const std::string& line) {
-        try {
-            run(line);
-        } catch (const CommandError& error) {
-            return error.what();
-        }
-        return "no error";
-    }
-
-    Session session;
-    bool isFinished = false;
+    // 1 the drawing: 2 line, 3 desk; 4 block desk: 5 rect, 6 line.
+    CommandLine()
+        : CommandTest(
+              "<symbol id='desk'><rect width='10' height='10'/><line x1='20' x2='20' y2='10'/></symbol>"
+              "<line id='wall' y1='80' y2='80' x2='10'/><use href='#desk'/><text/>") {}
 };
 
 } // namespace

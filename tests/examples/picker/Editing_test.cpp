@@ -1,11 +1,13 @@
 // Edits of the session's sets, by commands.
 #include "examples/picker/Commands.h"
 
+#include "tests/examples/picker/CommandTest.h"
 #include "tests/examples/picker/Svg.h"
 
 #include <gmock/gmock.h>
 
-#include <sstream>
+#include <string>
+#include <vector>
 
 using namespace picker;
 using kvtest::sceneOf;
@@ -14,31 +16,14 @@ using testing::HasSubstr;
 
 namespace {
 
-class Editing : public testing::Test {
+class Editing : public kvtest::CommandTest {
 protected:
-    Editing() {
-        // 1 the drawing: 2 line, 3 row, 4 row; 5 block row: 6 desk, 7 desk; 8 block desk: 9 rect.
-        // Desks at (0, 0), (20, 0), (0, 40), (20, 40).
-        session.load(sceneOf("<symbol id='desk'><rect width='10' height='10'/></symbol>"
-                             "<symbol id='row'><use href='#desk'/><use href='#desk' x='20'/></symbol>"
-                             "<line y1='80' y2='80' x2='10'/><use href='#row'/><use href='#row' y='40'/>"));
-    }
-
-    std::string run(const std::string& line) {
-        std::ostringstream out;
-        Console console{session, out, 100};
-        runCommand(console, wordsOf(line));
-        return out.str();
-    }
-
-    std::string errorOf(const std::string& line) {
-        try {
-            run(line);
-        } catch (const CommandError& error) {
-            return error.what();
-        }
-        return "no error";
-    }
+    // 1 the drawing: 2 line, 3 row, 4 row; 5 block row: 6 desk, 7 desk; 8 block desk: 9 rect.
+    // Desks at (0, 0), (20, 0), (0, 40), (20, 40).
+    Editing()
+        : CommandTest("<symbol id='desk'><rect width='10' height='10'/></symbol>"
+                      "<symbol id='row'><use href='#desk'/><use href='#desk' x='20'/></symbol>"
+                      "<line y1='80' y2='80' x2='10'/><use href='#row'/><use href='#row' y='40'/>") {}
 
     // The items of a set by their paths of handles.
     std::vector<std::string> itemsOf(const std::string& name) const {
@@ -51,8 +36,6 @@ protected:
         }
         return items;
     }
-
-    Session session;
 };
 
 } // namespace

@@ -1,11 +1,11 @@
 #include "examples/picker/Commands.h"
 
+#include "tests/examples/picker/CommandTest.h"
 #include "tests/examples/picker/Svg.h"
 
 #include <gmock/gmock.h>
 
 #include <memory>
-#include <sstream>
 
 using namespace picker;
 using kvtest::sceneOf;
@@ -14,30 +14,11 @@ using testing::StartsWith;
 
 namespace {
 
-class NamedSets : public testing::Test {
+class NamedSets : public kvtest::CommandTest {
 protected:
-    NamedSets() { session->load(sceneOf("<line x2='10'/><line y1='20' y2='20' x2='10'/>")); }
-
-    std::string run(const std::string& line) {
-        std::ostringstream out;
-        Console console{*session, out, 100};
-        runCommand(console, wordsOf(line));
-        return out.str();
-    }
-
-    std::string errorOf(const std::string& line) {
-        try {
-            run(line);
-        } catch (const CommandError& error) {
-            return error.what();
-        }
-        return "no error";
-    }
+    NamedSets() : CommandTest("<line x2='10'/><line y1='20' y2='20' x2='10'/>") {}
 
     static const GxapSelectSetList& list() { return *GxapSelectSetListManager::getInstance()->list; }
-
-    const std::unique_ptr<Session> owned = std::make_unique<Session>();
-    Session* const session = owned.get();
 };
 
 } // namespace
@@ -46,9 +27,9 @@ TEST_F(NamedSets, SavingHandsTheSetToTheListAndTellsItsWords) {
     run("all");
     EXPECT_THAT(run("save both"), MatchesRegex("saved as both, known as 0x[0-9a-f]+ [0-9]+: 2 items\n"));
     ASSERT_EQ(list().sets.size(), 1u);
-    const SetWords& words = session->savedSets().at("both");
+    const SetWords& words = session.savedSets().at("both");
     EXPECT_EQ(words[0], reinterpret_cast<long>(list().sets.front()));
-    EXPECT_EQ(list().sets.front()->sharedData, session->set().sharedData);
+    EXPECT_EQ(list().sets.front()->sharedData, session.set().sharedData);
 }
 
 TEST_F(NamedSets, AreListedWithTheirWordsAndItems) {
@@ -64,7 +45,7 @@ TEST_F(NamedSets, RecallFindsTheSetByItsWords) {
     run("save both");
     run("clear");
     EXPECT_EQ(run("recall both"), "set A is what was saved as both: 2 items\n");
-    EXPECT_EQ(itemCount(session->set()), 2u);
+    EXPECT_EQ(itemCount(session.set()), 2u);
     EXPECT_EQ(errorOf("recall none"), "no set was saved as none");
 }
 
@@ -73,9 +54,9 @@ TEST_F(NamedSets, LoadTakesASavedNameBeforeAFile) {
     run("save both");
     run("clear");
     EXPECT_EQ(run("load both"), "set A is what was saved as both: 2 items\n");
-    EXPECT_EQ(itemCount(session->set()), 2u);
+    EXPECT_EQ(itemCount(session.set()), 2u);
     EXPECT_THROW(run("load neither"), DrawingError);
-    EXPECT_EQ(itemCount(session->set()), 2u);
+    EXPECT_EQ(itemCount(session.set()), 2u);
 }
 
 TEST_F(NamedSets, HaveAName) {
@@ -89,7 +70,7 @@ TEST_F(NamedSets, StayAsTheyWereSaved) {
     run("save one");
     run("all");
     run("recall one");
-    EXPECT_EQ(itemCount(session->set()), 1u);
+    EXPECT_EQ(itemCount(session.set()), 1u);
 }
 
 TEST_F(NamedSets, SavingAgainReplaces) {
@@ -98,7 +79,7 @@ TEST_F(NamedSets, SavingAgainReplaces) {
     run("all");
     run("save it");
     EXPECT_EQ(list().sets.size(), 1u);
-    EXPECT_EQ(itemCount(session->saved("it")), 2u);
+    EXPECT_EQ(itemCount(session.saved("it")), 2u);
 }
 
 TEST_F(NamedSets, DropDeletes) {
@@ -112,7 +93,7 @@ TEST_F(NamedSets, DropDeletes) {
 TEST_F(NamedSets, GoWithTheDrawing) {
     run("all");
     run("save both");
-    session->load(sceneOf("<line x2='1'/>"));
+    session.load(sceneOf("<line x2='1'/>"));
     EXPECT_EQ(run("sets"), "no set was saved\n");
     EXPECT_EQ(GxapSelectSetListManager::s_smartPtrSSList, nullptr);
 }

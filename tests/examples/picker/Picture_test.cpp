@@ -3,12 +3,15 @@
 
 #include "examples/picker/Commands.h"
 
+#include "tests/examples/picker/CommandTest.h"
 #include "tests/examples/picker/Pictures.h"
 #include "tests/examples/picker/Svg.h"
 
 #include <gmock/gmock.h>
 
-#include <sstream>
+#include <set>
+#include <stdexcept>
+#include <string>
 
 using namespace picker;
 using kvtest::highlightsIn;
@@ -18,31 +21,13 @@ using testing::ElementsAre;
 
 namespace {
 
-class Highlighting : public testing::Test {
+class Highlighting : public kvtest::CommandTest {
 protected:
-    Highlighting() {
-        // 1 the drawing: 2 line, 3 s, 4 t; 5 block s: 6 rect; 7 block t: 8 s.
-        session.load(
-            sceneOf("<symbol id='s'><rect width='10' height='10'/></symbol>"
-                    "<symbol id='t'><use href='#s' transform='scale(2)'/></symbol>"
-                    "<line y1='80' y2='80' x2='10'/><use href='#s'/><use href='#t' x='50' y='50'/>"));
-    }
-
-    std::string run(const std::string& line) {
-        std::ostringstream out;
-        Console console{session, out, 100};
-        runCommand(console, wordsOf(line));
-        return out.str();
-    }
-
-    std::string errorOf(const std::string& line) {
-        try {
-            run(line);
-        } catch (const CommandError& error) {
-            return error.what();
-        }
-        return "no error";
-    }
+    // 1 the drawing: 2 line, 3 s, 4 t; 5 block s: 6 rect; 7 block t: 8 s.
+    Highlighting()
+        : CommandTest("<symbol id='s'><rect width='10' height='10'/></symbol>"
+                      "<symbol id='t'><use href='#s' transform='scale(2)'/></symbol>"
+                      "<line y1='80' y2='80' x2='10'/><use href='#s'/><use href='#t' x='50' y='50'/>") {}
 
     std::string picture() const { return pictureOf(session.drawing()); }
     std::string original() const { return session.drawing().source(); }
@@ -75,8 +60,6 @@ protected:
         const std::multiset<std::string> seen = highlightsIn(picture);
         return {seen.begin(), seen.end()};
     }
-
-    Session session;
 
 private:
     void addParts(const GxapSelectSet& set, std::set<std::string>& parts) const {

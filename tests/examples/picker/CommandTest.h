@@ -1,0 +1,42 @@
+// The fixture of tests that give commands to a session.
+#pragma once
+
+#include "examples/picker/Commands.h"
+
+#include "tests/examples/picker/Svg.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+namespace kvtest {
+
+class CommandTest : public testing::Test {
+protected:
+    // The session begins with a drawing of these elements.
+    explicit CommandTest(const std::string& elements) { session.load(sceneOf(elements)); }
+
+    // What the command says.
+    std::string run(const std::string& line) {
+        std::ostringstream out;
+        picker::Console console{session, out, 100};
+        picker::runCommand(console, picker::wordsOf(line));
+        isFinished = console.isFinished;
+        return out.str();
+    }
+
+    std::string errorOf(const std::string& line) {
+        try {
+            run(line);
+        } catch (const picker::CommandError& error) {
+            return error.what();
+        }
+        return "no error";
+    }
+
+    picker::Session session;
+    bool isFinished = false; // by the last command
+};
+
+} // namespace kvtest

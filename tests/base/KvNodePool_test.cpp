@@ -173,6 +173,33 @@ TEST_F(KvNodePoolTest, LargePoolGrowsBySmallBlocksWhereThereIsNoLargeOne) {
     growing->release();
 }
 
+// No block is more than half of what the pool had, so that little lies idle, and none much less, so that they
+// stay few.
+TEST_F(KvNodePoolTest, LargePoolGrowsByHalf) {
+    if (!kvdetail::kHasLargeBlocks)
+        GTEST_SKIP() << "large blocks are switched off";
+    constexpr std::size_t kLargeNodeBytes = 4096;
+    constexpr std::size_t kNodesPerPage = kvdetail::kHugePageBytes / kLargeNodeBytes;
+    constexpr std::size_t kPages = 64;
+    std::size_t blocks = 0;
+    for (std::size_t filled = 1; filled <= kPages; ++filled) {
+        for (std::size_t i = 0; i < kNodesPerPage; ++i)
+            pool->allocate(kLargeNodeBytes);
+        std::size_t pages = 0;
+        blocks = 0;
+        for (std::size_t size = 1; size <= kPages; ++size) {
+            const auto count =
+                static_cast<std::size_t>(kvtest::liveNewBlocksOfSize(size * kvdetail::kHugePageBytes));
+            blocks += count;
+            pages += count * size;
+        }
+        EXPECT_LE(2 * pages, 3 * filled + 2) << filled << " pages of nodes";
+    }
+    EXPECT_GE(blocks, 8u);
+    EXPECT_LE(blocks, 14u);
+    pool->reclaimAll();
+}
+
 TEST_F(KvNodePoolTest, LargePoolTakesFewBlocks) {
     const long before = kvtest::liveNewBlocks();
     const std::vector<void*> nodes = take(kManyNodes);

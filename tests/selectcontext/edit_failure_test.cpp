@@ -213,6 +213,15 @@ TEST_F(EditFailure, OfSwitchingUniqueOnLeavesFlagAndIndex) {
     });
 }
 
+// So many ids that what remembers them has to grow while they are looked through.
+TEST_F(EditFailure, OfSwitchingUniqueOnWithManyIds) {
+    const Items once = kvtest::plainItems(1, 100);
+    Items twice = once;
+    twice.insert(twice.end(), once.begin(), once.end());
+    tryAll({twice, Unique::kOff, [](GxapSelectSet& set) { edit(set).setUnique(true); }, once, once.size()},
+           Expect::Failures);
+}
+
 TEST_F(EditFailure, OfSwitchingUniqueOff) {
     tryAll({kThree, Unique::kOn, [](GxapSelectSet& set) { edit(set).setUnique(false); }, kThree, 0});
 }

@@ -101,8 +101,8 @@ public:
 private:
     static constexpr std::int32_t kInitialGrowLength = 8;
     static constexpr std::size_t kMostElements = PTRDIFF_MAX / sizeof(T);
-    static constexpr std::int64_t kDoublingLimitBytes =
-        65536; // storage doubles below this size, then grows by it
+    // Storage doubles below this size, then grows by it.
+    static constexpr std::int64_t kDoublingLimitBytes = 65536;
 
     std::int64_t grown(std::int32_t wanted) const noexcept {
         constexpr auto size = static_cast<std::int64_t>(sizeof(T));

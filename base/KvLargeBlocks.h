@@ -12,7 +12,7 @@ namespace kvdetail {
 
 constexpr std::size_t kHugePageBytes = std::size_t{1} << 21;
 
-// A block that begins with a huge page, and has them where the system gives any: reading at random in
+// A block that begins with a huge page, and is made of them where the system grants any: reading at random in
 // ordinary pages takes as long for finding the page as for the reading. Memory that comes from a heap keeps
 // its huge pages when the heap uses it for something else. std::bad_alloc when there is no memory. Any
 // thread.

@@ -116,8 +116,8 @@ private:
         return node;
     }
 
-    // The pool doubles, up to a certain size of its chunks. One of more than a huge page grows by half in
-    // huge pages, or where there is no block as large, as it did before.
+    // A chunk doubles the pool, up to kMostNodes nodes. A pool of more than a huge page grows by half, in
+    // whole huge pages, or by kMostNodes nodes where no such block is to be had.
     void addChunk() {
         if (kvdetail::kHasLargeBlocks && mChunkBytes > kvdetail::kHugePageBytes && addLargeChunk())
             return;

@@ -1,6 +1,8 @@
 // KvPageIndex: finds the pages of a store without walking their chain.
 #pragma once
 
+#include "base/KvSpread.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -16,9 +18,9 @@
 //
 // A chain of a few pages is walked as fast, so it is not indexed. A caller may have changed the chain behind
 // the store: whoever asks compares the ends of pages() with the chain's, and believes in a page of pages()
-// once the page before it, or the head, is seen to lead there. A single page that a caller takes out of the
-// chain is read like that, too, and so has to live as long as the store or until the store next frees a page.
-// An index that finds no memory, or a chain that is not its own, gives up until it is emptied.
+// once the page before it, or the head, is seen to lead there. A page that a caller takes out of the chain
+// may be read here all the same: it has to stay alive until the store next frees a page, or dies. An index
+// that finds no memory, or a chain that is not its own, gives up until it is emptied.
 //
 // Thread safety: changed by the store's writer alone; reading changes nothing.
 template <class Page, unsigned PageBytes>
@@ -119,7 +121,7 @@ private:
     std::size_t next(std::size_t i) const noexcept { return (i + 1) & (mEntries.size() - 1); }
 
     std::size_t placeOf(std::uintptr_t region) const noexcept {
-        return (region * 0x9E3779B97F4A7C15u >> 32) & (mEntries.size() - 1);
+        return (kvdetail::spread(region) >> 32) & (mEntries.size() - 1);
     }
 
     void enterRegion(std::uintptr_t region, std::uintptr_t block, std::size_t number) noexcept {

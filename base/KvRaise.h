@@ -12,7 +12,8 @@ constexpr int kStatusNoElement = 2;     // a vector with no element after growth
 constexpr int kStatusOutOfMemory = 6;   // a block, storage, page or array could not be obtained
 constexpr int kStatusInvalidIndex = 24; // an index outside the container, or an empty slot
 
-// Every error is raised without a source position of its own.
+// Errors carry no source position: in the place of the file, they have had a pair of quotation marks ever
+// since.
 constexpr const wchar_t* kNoFile = L"\"\"";
 constexpr int kNoLine = 0;
 

@@ -69,6 +69,11 @@
 #define KV_SHORTCUT_ID_HASH KV_SHORTCUTS
 #endif
 
+// Stubs that an operation has met are remembered instead of looked up.
+#ifndef KV_SHORTCUT_STUB_SET
+#define KV_SHORTCUT_STUB_SET KV_SHORTCUTS
+#endif
+
 // A copy's id index is built in the order of the ids instead of entry by entry.
 #ifndef KV_SHORTCUT_ORDERED_INDEX
 #define KV_SHORTCUT_ORDERED_INDEX KV_SHORTCUTS
@@ -92,6 +97,7 @@ constexpr bool kHasNodePool = KV_SHORTCUT_NODE_POOL != 0;
 constexpr bool kHasRecordPool = KV_SHORTCUT_RECORD_POOL != 0;
 constexpr bool kHasNextId = KV_SHORTCUT_NEXT_ID != 0;
 constexpr bool kHasIdHash = KV_SHORTCUT_ID_HASH != 0;
+constexpr bool kHasStubSet = KV_SHORTCUT_STUB_SET != 0;
 constexpr bool kHasOrderedIndex = KV_SHORTCUT_ORDERED_INDEX != 0;
 constexpr bool kHasIndexCopy = KV_SHORTCUT_INDEX_COPY != 0;
 constexpr bool kHasLargeBlocks = KV_SHORTCUT_LARGE_BLOCKS != 0;

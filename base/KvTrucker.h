@@ -30,8 +30,8 @@ public:
     static void deallocate(void* memory, std::size_t /*bytes*/) noexcept { ::operator delete(memory); }
 };
 
-// A store of T in pages of PageBytes bytes of slots. Appending fills slots in order and never reuses a freed
-// one; removing frees a slot in place.
+// A store of T in pages of PageBytes bytes of slots. Appending fills slots in order and reuses a freed
+// one only in a tail page that removeSlot() has emptied and kept; removing frees a slot in place.
 //
 // Invariants:
 //  1. `head` and `tail` are both null or the ends of one chain linked by `next`.
@@ -120,8 +120,16 @@ public:
             return trucker && (epoch == kvdetail::currentStoreEpoch() || isOnFoundPage());
         }
 
+        void toBeforeFirst() noexcept {
+            page = nullptr;
+            pageEnd = nullptr;
+            slot = nullptr;
+            position = kNoPosition;
+        }
+
     private:
         void nextElsewhere();
+        void toNextPage();
         bool isOnFoundPage() const noexcept;
     };
 
@@ -325,10 +333,7 @@ void stepBack(const Store* store, typename Store::iterator& it) {
             it.pageEnd = Store::blockEnd(it.page);
         }
     }
-    it.page = nullptr;
-    it.slot = nullptr;
-    it.pageEnd = nullptr;
-    it.position = Store::kNoPosition;
+    it.toBeforeFirst();
 }
 
 // Whether visit(slot) is true for an occupied slot, asked in store order up to the first. The visitor may
@@ -395,8 +400,13 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::nextElsewhere() {
             return;
         }
     }
-    // Pages without an occupied slot are passed through, so that the walk ends on the tail even where that is
-    // one.
+    toNextPage();
+}
+
+// Pages without an occupied slot are passed through, so that the walk ends on the tail even where that is
+// one.
+template <class T, unsigned PageBytes, class Allocator>
+void KvTrucker<T, PageBytes, Allocator>::iterator::toNextPage() {
     while (page->next) {
         page = page->next;
         pageEnd = blockEnd(page);
@@ -517,8 +527,7 @@ void KvTrucker<T, PageBytes, Allocator>::removeAt(iterator& it) {
 
     kvdetail::stepBack(this, it);
     if (it.page == page)
-        it = {this,    nullptr,     nullptr,
-              nullptr, kNoPosition, 0}; // its position, or the page's count, was not true
+        it.toBeforeFirst(); // its position, or the page's count, was not true
     unlink(page);
     freePage(page);
     it.epoch = kvdetail::currentStoreEpoch();

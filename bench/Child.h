@@ -23,9 +23,12 @@ inline void startIdleThread() {
 }
 
 // An application has run for a while: what is freed stays in its heap, and the next set is made of it. In a
-// young process the end of the heap would go back to the system with every set.
+// young process the end of the heap would go back to the system with every set, and every larger block, up to
+// a size that grows as such blocks are freed and here is what it grows to.
 inline void keepFreedMemory() {
+    constexpr int kLargestInHeap = 32 << 20;
     mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
+    mallopt(M_MMAP_THRESHOLD, kLargestInHeap);
 }
 
 // What `measurement` returns, or nothing when its process died.

@@ -85,18 +85,25 @@ inline bool isSameTransform(const GxGeMatrix3d* a, const GxGeMatrix3d* b) {
     return a && b ? a->isEqualTo(*b) : a == b;
 }
 
+inline bool isSameMarker(long a, long b) {
+    return isNoMarker(a) ? isNoMarker(b) : a == b;
+}
+
 // The five-part identity: main id, sub id, marker (0 and -1 are one), path and transform.
 inline bool isSame(const PeerItem& item, const Pick& pick) {
-    const bool sameMarker =
-        isNoMarker(item.gsMarker) ? isNoMarker(pick.gsMarker) : item.gsMarker == pick.gsMarker;
-    return item.mainId == pick.mainId && item.subId == pick.subId && sameMarker && item.path.empty() &&
+    return item.mainId == pick.mainId && item.subId == pick.subId &&
+           isSameMarker(item.gsMarker, pick.gsMarker) && item.path.empty() &&
            isSameTransform(item.transform.get(), nullptr);
 }
 
+// All of it but the transform, by which sets are compared.
+inline bool hasSameKeys(const PeerItem& a, const PeerItem& b) {
+    return a.mainId == b.mainId && a.subId == b.subId && isSameMarker(a.gsMarker, b.gsMarker) &&
+           a.path == b.path;
+}
+
 inline bool isSame(const PeerItem& a, const PeerItem& b) {
-    const bool sameMarker = isNoMarker(a.gsMarker) ? isNoMarker(b.gsMarker) : a.gsMarker == b.gsMarker;
-    return a.mainId == b.mainId && a.subId == b.subId && sameMarker && a.path == b.path &&
-           isSameTransform(a.transform.get(), b.transform.get());
+    return hasSameKeys(a, b) && isSameTransform(a.transform.get(), b.transform.get());
 }
 
 // The exact three keys by which items are removed.

@@ -19,6 +19,7 @@ set(KV_LIBRARY_HEADERS
     base/KvPageIndex.h
     base/KvSTLAllocator.h
     base/KvShortcuts.h
+    base/KvSpread.h
     base/KvStoreEpoch.h
     base/KvTrucker.h
     selectcontext/GxapSSListSmartPtr.h

@@ -38,7 +38,7 @@ KVSELECTCONTEXT_API bool isGsMarkEqual(long a, long b);
 //     disabled.
 //
 // Bad arguments (null ids, null pointers, positions out of range) give null, false, -1 or the end; they throw
-// nothing. What is out of memory is KvErrorStatus 6 from the containers and std::bad_alloc elsewhere; both
+// nothing. Running out of memory is KvErrorStatus 6 in the containers and std::bad_alloc elsewhere; both
 // leave the set as it was. Costs: n is the number of items, p = n / 4096 the number of pages.
 //
 // Thread safety: handles that share data may be copied, read and destroyed on different threads. A handle,

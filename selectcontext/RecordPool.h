@@ -117,7 +117,7 @@ public:
     };
 
 private:
-    static constexpr std::uint32_t kFewestRecords = 16; // a set of fewer takes no chunk
+    static constexpr std::uint32_t kFewestRecords = 16; // a set of up to so many takes no chunk
     static constexpr std::uint32_t kCells = 50;         // a chunk is 4 KB
     static constexpr std::size_t kTellingBit = 8;
 

@@ -31,7 +31,7 @@ inline OwnedNodePool makeNodePool() {
 //  2. A hash that is there was complete before any thread could see it, and does not change while the data is
 //     shared.
 //
-// Thread safety: hashFor() and noteFound() may be called by all readers of shared data at once; the rest
+// Thread safety: hashFor() and noteDescent() may be called by all readers of shared data at once; the rest
 // belongs to the editing thread.
 struct SetShortcuts {
     static SetShortcuts& of(const GxapSelectSet::SSetData& data) { return *data.mShortcuts; }
@@ -50,12 +50,12 @@ struct SetShortcuts {
     // An id was found by descending the index. Once that has cost as much as a hash of the index, one is
     // made. Ids that are not there do not count: they have to be looked for in the index anyway. O(1), O(n)
     // where it makes a hash.
-    void noteFound(const GxapSelectSet::SSetData& data) const noexcept {
+    void noteDescent(const GxapSelectSet::SSetData& data) const noexcept {
         constexpr std::size_t kEntriesPerLookup = 16; // hashed in the time of one descent
         if (!isWorthAHash(data))
             return;
-        const std::uint32_t count = lookups.load(std::memory_order_relaxed) + 1;
-        lookups.store(count, std::memory_order_relaxed);
+        const std::uint32_t count = descents.load(std::memory_order_relaxed) + 1;
+        descents.store(count, std::memory_order_relaxed);
         if (count >= data.dataMap.size() / kEntriesPerLookup)
             makeHash(data);
     }
@@ -77,13 +77,13 @@ struct SetShortcuts {
 
     void dropHash() noexcept {
         delete hash.exchange(nullptr, std::memory_order_relaxed);
-        lookups.store(0, std::memory_order_relaxed);
+        descents.store(0, std::memory_order_relaxed);
     }
 
     OwnedNodePool nodes = makeNodePool();
     RecordPool records;
     mutable std::atomic<IdHash*> hash{nullptr};
-    mutable std::atomic<std::uint32_t> lookups{0};
+    mutable std::atomic<std::uint32_t> descents{0};
 
 private:
     bool isWorthAHash(const GxapSelectSet::SSetData& data) const noexcept {
@@ -95,7 +95,7 @@ private:
     // Readers of shared data may be here at once; the first to be done gives its hash. An old one that the
     // index has left behind stays until an edit drops it, for somebody may be reading it.
     void makeHash(const GxapSelectSet::SSetData& data) const noexcept {
-        lookups.store(0, std::memory_order_relaxed); // where none can be made, the next try waits as long
+        descents.store(0, std::memory_order_relaxed); // where none can be made, the next try waits as long
         if (hash.load(std::memory_order_relaxed))
             return;
         std::unique_ptr<IdHash> fresh = IdHash::build(data.dataMap);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/KvLargeBlocks.h"
+#include "base/KvSpread.h"
 #include "platform/KvDatabase.h"
 
 #include <cstddef>
@@ -42,7 +43,7 @@ private:
     // The stub's place, or the free one where it belongs.
     std::size_t placeOf(const GxDbStub* stub) const noexcept {
         const std::size_t mask = mPlaces.size() - 1;
-        std::size_t i = reinterpret_cast<std::uintptr_t>(stub) * 0x9E3779B97F4A7C15u >> 32 & mask;
+        std::size_t i = spread(reinterpret_cast<std::uintptr_t>(stub)) >> 32 & mask;
         while (mPlaces[i] && mPlaces[i] != stub)
             i = (i + 1) & mask;
         return i;

@@ -1,6 +1,7 @@
 // The hash beside the id index.
 
 #include "selectcontext/IdHash.h"
+#include "base/KvSpread.h"
 
 #include <iterator>
 #include <new>
@@ -124,7 +125,7 @@ void IdHash::noteErasing(const DataMap& map, DataMap::const_iterator entry) noex
 std::size_t IdHash::homeOf(const GxDbStub* stub) const noexcept {
     constexpr unsigned kGroup = 4;
     const std::uintptr_t number = reinterpret_cast<std::uintptr_t>(stub) >> mShift;
-    const std::uintptr_t group = (number / kGroup) * 0x9E3779B97F4A7C15u >> 20;
+    const std::uintptr_t group = spread(number / kGroup) >> 20;
     return (group * kGroup + number % kGroup) & (mPlaces.size() - 1);
 }
 

@@ -10,9 +10,9 @@
 #include <new>
 
 // The record of one selected item: which entity was picked, through which nested path, at which marker, with
-// what is highlighted or sub-selected of it. Records are made with new, one by one, and belong to the set
-// whose store holds them; removing an item frees its slot only and leaves the record to whoever has its
-// address.
+// what is highlighted or sub-selected of it. A record belongs to the set whose store holds it, and is
+// deleted the ordinary way wherever its memory comes from; removing an item frees its slot only and leaves
+// the record to whoever has its address.
 //
 // Invariants while a set holds the record:
 //  1. `mainEntId` is not null and does not change: the set's index is keyed by it.

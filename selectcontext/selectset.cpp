@@ -190,7 +190,7 @@ Run runOf(const SSetData& data, const GxDbObjectId& id, IndexCursor* cursor) {
     entry = map.lower_bound(id);
     if (entry == map.end() || !(entry->first == id))
         return {entry, false};
-    shortcuts.noteFound(data);
+    shortcuts.noteDescent(data);
     return {entry, true};
 }
 
@@ -359,10 +359,11 @@ bool isGsMarkEqual(long a, long b) {
 
 namespace {
 
-using DataMap = GxapSelectSet::SSetData::DataMap;
-using Store = GxapSelectSet::SSetData::Store;
+using kvdetail::DataMap;
+using kvdetail::SSetData;
+using kvdetail::Store;
 
-const GxapSelectSet::SSetData& dataToSearch(const GxapSelectSet& set) {
+const SSetData& dataToSearch(const GxapSelectSet& set) {
     if (!set.sharedData)
         kvdetail::raiseMessage(
             L"Wrong way to use GxapSelectSet::findInMap, please check the sset is not a null data set!");
@@ -372,7 +373,7 @@ const GxapSelectSet::SSetData& dataToSearch(const GxapSelectSet& set) {
 // The entry of a set that has items; the end of an empty one's index.
 template <class Matches>
 DataMap::const_iterator findInSet(const GxapSelectSet& set, const GxDbObjectId& mainId, Matches matches) {
-    const GxapSelectSet::SSetData& data = dataToSearch(set);
+    const SSetData& data = dataToSearch(set);
     if (data.entityCount == 0 || !data.entities)
         return data.dataMap.end();
     return kvdetail::findInRun(data, mainId, matches, kvdetail::runOf(data, mainId)).entry;
@@ -445,9 +446,7 @@ auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& su
 
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker) const
     -> SSetData::DataMap::const_iterator {
-    return findInSet(*this, mainId, [&](const selected_entity& record) {
-        return record.subEntId == subId && isGsMarkEqual(record.gsMarker, gsMarker);
-    });
+    return findInMap(mainId, subId, gsMarker, nullptr);
 }
 
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId,
@@ -461,8 +460,6 @@ auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& su
 
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
                               const KvVector<GxDbObjectId>* path) const -> SSetData::DataMap::const_iterator {
-    if (!path)
-        return findInMap(mainId, subId, gsMarker);
     const kvdetail::ItemKeys keys{mainId, subId, gsMarker, path};
     return findInSet(*this, mainId, [&](const selected_entity& record) { return hasKeys(record, keys); });
 }
@@ -532,7 +529,7 @@ GxapSelectSet::ConstIterator GxapSelectSet::findMain(const GxDbObjectId& mainId)
 namespace {
 
 // The record of the slot, or null; the slot may be null.
-selected_entity* recordIn(const GxapSelectSet::SSetData::Store::Slot* slot) {
+selected_entity* recordIn(const Store::Slot* slot) {
     return slot ? slot->value : nullptr;
 }
 
@@ -546,11 +543,11 @@ bool copyIds(const selected_entity* record, GxDbObjectId& mainId, GxDbObjectId* 
 }
 
 // The store of a set that has items, or null.
-const GxapSelectSet::SSetData::Store* filledStore(const GxapSelectSet& set) {
+const Store* filledStore(const GxapSelectSet& set) {
     return hasItems(set) ? set.sharedData->entities : nullptr;
 }
 
-std::int64_t liveTotal(const GxapSelectSet::SSetData::Store& store) {
+std::int64_t liveTotal(const Store& store) {
     std::int64_t total = 0;
     for (const auto* page = store.head; page; page = page->next)
         total += page->liveCount;

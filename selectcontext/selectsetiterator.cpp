@@ -11,10 +11,10 @@
 
 namespace {
 
-using Store = GxapSelectSet::SSetData::Store;
+using kvdetail::Store;
 
-// Made at load, given up at unload. The second one has no reader; it is one of the empty block's sharers all
-// the same.
+// Made at load, given up at unload. Each is a sharer of the empty block for as long; the second one is there
+// for that alone, as the block's count is visible.
 const KvVector<GxDbObjectId> sEmptyPath;
 const KvVector<int> sEmptyNumbers;
 

@@ -14,7 +14,7 @@ class LinkedListState {
 public:
     static constexpr const char* kName = "list, linear search";
     static constexpr std::size_t kLargest = 100;
-    static constexpr bool kIndexesPositions = true;
+    static constexpr bool kIndexesPositions = false;
 
     template <class Item>
     void append(const Item& item) {

@@ -83,7 +83,10 @@ public:
     }
 
     bool contains(const Peer& other) const {
-        return !other.mState->anyOf([this](const PeerItem& item) { return !holds(item); });
+        return !other.mState->anyOf([this](const PeerItem& wanted) {
+            return !mState->anyOfId(wanted.mainId,
+                                    [&](const PeerItem& item) { return hasSameKeys(item, wanted); });
+        });
     }
 
 private:

@@ -22,7 +22,6 @@ class KvNodePoolTest : public kvtest::KvTest {
 protected:
     void SetUp() override {
         KvTest::SetUp();
-        { SCOPED_TRACE("the first trace of a thread leaves memory behind"); }
         expectNothingLeft();
         pool = new KvNodePool;
     }

@@ -19,7 +19,6 @@ class SetTest : public KvTest {
 protected:
     void SetUp() override {
         KvTest::SetUp();
-        { SCOPED_TRACE("the first trace of a thread leaves memory behind"); }
         expectNothingLeft();
     }
 };

@@ -27,7 +27,6 @@ class IndexCopyTest : public kvtest::KvTest {
 protected:
     void SetUp() override {
         KvTest::SetUp();
-        { SCOPED_TRACE("the first trace of a thread leaves memory behind"); }
         expectNothingLeft();
     }
 

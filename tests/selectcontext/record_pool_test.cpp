@@ -23,7 +23,6 @@ class RecordPoolTest : public kvtest::KvTest {
 protected:
     void SetUp() override {
         KvTest::SetUp();
-        { SCOPED_TRACE("the first trace of a thread leaves memory behind"); }
         expectNothingLeft();
     }
 

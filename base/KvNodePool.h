@@ -8,6 +8,28 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#if KV_WATCHES_ADDRESSES
+#include <sanitizer/asan_interface.h>
+#endif
+
+namespace kvdetail {
+
+// Tells the address sanitizer which nodes are out. Under it, none is handed out a second time.
+#if KV_WATCHES_ADDRESSES
+constexpr bool kReusesNodes = false;
+inline void fence(void* memory, std::size_t bytes) noexcept {
+    ASAN_POISON_MEMORY_REGION(memory, bytes);
+}
+inline void unfence(void* memory, std::size_t bytes) noexcept {
+    ASAN_UNPOISON_MEMORY_REGION(memory, bytes);
+}
+#else
+constexpr bool kReusesNodes = true;
+inline void fence(void* /*memory*/, std::size_t /*bytes*/) noexcept {}
+inline void unfence(void* /*memory*/, std::size_t /*bytes*/) noexcept {}
+#endif
+
+} // namespace kvdetail
 
 // Hands out memory of one size, that of the first request, from chunks that grow with the number of nodes;
 // nodes that are asked for one after the other lie one after the other. A request of another size, or for
@@ -58,7 +80,9 @@ public:
             ::operator delete(memory);
             return;
         }
-        mFree = new (memory) FreeNode{mFree};
+        if (kvdetail::kReusesNodes)
+            mFree = new (memory) FreeNode{mFree};
+        kvdetail::fence(memory, mNodeBytes);
         --mLive;
         ++mChanges;
         if (mLive == 0 && mOwners.load(std::memory_order_acquire) == 0)
@@ -83,6 +107,7 @@ private:
     };
     struct alignas(alignof(std::max_align_t)) Chunk {
         Chunk* next;
+        std::size_t bytes;
         bool isLarge;
     };
 
@@ -113,6 +138,7 @@ private:
             addChunk();
         unsigned char* const node = mNext;
         mNext += mNodeBytes;
+        kvdetail::unfence(node, mNodeBytes);
         return node;
     }
 
@@ -134,10 +160,11 @@ private:
     }
 
     void enter(void* memory, std::size_t bytes, bool isLarge) noexcept {
-        mChunks = new (memory) Chunk{mChunks, isLarge};
+        mChunks = new (memory) Chunk{mChunks, bytes, isLarge};
         mChunkBytes += bytes;
         mNext = static_cast<unsigned char*>(memory) + sizeof(Chunk);
         mEnd = mNext + (bytes - sizeof(Chunk)) / mNodeBytes * mNodeBytes;
+        kvdetail::fence(mNext, bytes - sizeof(Chunk));
     }
 
     std::size_t nextSmallBytes() const noexcept {
@@ -154,6 +181,7 @@ private:
         while (mChunks) {
             Chunk* const chunk = mChunks;
             mChunks = chunk->next;
+            kvdetail::unfence(chunk + 1, chunk->bytes - sizeof(Chunk));
             if (chunk->isLarge)
                 kvdetail::deallocateLarge(chunk);
             else

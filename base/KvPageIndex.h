@@ -29,9 +29,14 @@ public:
     bool isInUse() const noexcept { return !mPages.empty(); }
     const std::vector<Page*>& pages() const noexcept { return mPages; }
 
-    // The page was linked as the last of the chain that begins at `head`. Amortised O(1).
-    void append(Page* page, Page* head) noexcept {
+    // The page was linked behind `tail`, the last of the chain that begins at `head`; null: it is the first.
+    // Amortised O(1).
+    void append(Page* page, const Page* tail, Page* head) noexcept {
+        if (!tail)
+            clear();
         ++mLinked;
+        if (isInUse() && mPages.back() != tail)
+            giveUp();
         if (mGaveUp || (!isInUse() && mLinked < kFewestPages))
             return;
         try {

@@ -36,8 +36,8 @@
 #endif
 #endif
 
-// The address sanitizer sees what is done to memory that was given back only where every node and every
-// record has its memory to itself.
+// The address sanitizer sees what is done to a record that was given back only where each has its memory to
+// itself.
 #if defined(__SANITIZE_ADDRESS__)
 #define KV_WATCHES_ADDRESSES 1
 #elif defined(__has_feature)
@@ -51,7 +51,7 @@
 
 // Nodes of the id index come from a pool of the set's data.
 #ifndef KV_SHORTCUT_NODE_POOL
-#define KV_SHORTCUT_NODE_POOL (KV_SHORTCUTS && !KV_WATCHES_ADDRESSES)
+#define KV_SHORTCUT_NODE_POOL KV_SHORTCUTS
 #endif
 
 // Records come from a pool of the set's data.
@@ -64,7 +64,7 @@
 #define KV_SHORTCUT_NEXT_ID KV_SHORTCUTS
 #endif
 
-// Ids are looked up in a hash before the index is descended.
+// Ids are looked up in a hash before the index is descended; needs the node pool, whose changes it goes by.
 #ifndef KV_SHORTCUT_ID_HASH
 #define KV_SHORTCUT_ID_HASH KV_SHORTCUTS
 #endif

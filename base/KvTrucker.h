@@ -40,7 +40,8 @@ public:
 //  4. A page that a removal empties is unlinked and freed, unless removeSlot() was told to keep it.
 //
 // The fields are public and callers may change them; every operation stays within the pages' blocks whatever
-// the counts say. Positions are 0-based counts of occupied slots in store order.
+// the counts say. A page that a caller takes out of the middle of the chain may be read until the store next
+// frees one, or dies, and has to live as long. Positions are 0-based counts of occupied slots in store order.
 //
 // Thread safety: none; a store belongs to one thread at a time.
 template <class T, unsigned PageBytes, class Allocator = KvTkDefaultAllocator<T>>
@@ -580,13 +581,14 @@ auto KvTrucker<T, PageBytes, Allocator>::pageForAppending() -> Page* {
     if (tail && tail->fillEnd < blockEnd(tail))
         return tail;
     Page* const page = makePage();
-    if (tail)
-        tail->next = page;
+    Page* const before = tail;
+    if (before)
+        before->next = page;
     else
         head = page;
     tail = page;
     if (kvdetail::kHasPageIndex)
-        mIndex.append(page, head);
+        mIndex.append(page, before, head);
     return page;
 }
 

@@ -62,7 +62,8 @@ public:
     class KVSELECTCONTEXT_API SSetData {
     public:
         // Callers may change it as they like, but for one thing: entries move from one set's index to
-        // another's by value, or with the whole index by swap, never as nodes.
+        // another's by value, or with the whole index by swap, never as nodes. A node that was extracted
+        // stays on the set's thread.
         using DataMap = std::multimap<GxDbObjectId, unsigned long, std::less<GxDbObjectId>,
                                       _KvSTLAllocator<std::pair<GxDbObjectId const, unsigned long>>>;
         using Store = KvTrucker<selected_entity*, 65536u, KvTkDefaultAllocator<selected_entity*>>;
@@ -103,7 +104,7 @@ public:
         explicit SSetData(std::unique_ptr<kvdetail::SetShortcuts> shortcuts);
         void destroy() const;
 
-        kvdetail::SetShortcuts* const mShortcuts; // hints alone: the named fields may be changed by anybody
+        kvdetail::SetShortcuts* const mShortcuts; // pools, and hints: anybody may change the named fields
     };
 
     // A cursor over a set's items in store order, registered with the set: it is disabled when the set gives

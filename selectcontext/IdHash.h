@@ -3,6 +3,7 @@
 
 #include "base/KvLargeBlocks.h"
 #include "selectcontext/GxapSelectSet.h"
+#include "selectcontext/OwnedNodePool.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -52,8 +53,12 @@ public:
 
     // The index has changed as the hash was told.
     void follow(const DataMap& map) noexcept {
-        mPool = map.get_allocator().pool();
-        mChanges = mPool->changes();
+        KvNodePool* const pool = map.get_allocator().pool();
+        if (pool != mPool.get()) {
+            pool->addOwner();
+            mPool.reset(pool);
+        }
+        mChanges = pool->changes();
     }
 
 private:
@@ -75,7 +80,7 @@ private:
 
     Places mPlaces; // a power of two
     std::size_t mUsed = 0;
-    const KvNodePool* mPool = nullptr; // the index's; not to be read through
+    OwnedNodePool mPool; // the index's; owned, so that no other pool gets its address meanwhile
     std::uint64_t mChanges = 0;
     unsigned mShift = 0;    // low bits that tell no two stubs apart
     bool mHasTwins = false; // some id has, or had, several entries

@@ -1,10 +1,10 @@
 // What a set's data keeps beside its named fields, to be faster.
 #pragma once
 
-#include "base/KvNodePool.h"
 #include "base/KvShortcuts.h"
 #include "selectcontext/GxapSelectSet.h"
 #include "selectcontext/IdHash.h"
+#include "selectcontext/OwnedNodePool.h"
 #include "selectcontext/RecordPool.h"
 
 #include <atomic>
@@ -13,13 +13,7 @@
 
 namespace kvdetail {
 
-struct NodePoolReleaser {
-    void operator()(KvNodePool* pool) const noexcept { pool->release(); }
-};
-
 // Null where the shortcut is off.
-using OwnedNodePool = std::unique_ptr<KvNodePool, NodePoolReleaser>;
-
 inline OwnedNodePool makeNodePool() {
     return OwnedNodePool(kHasNodePool ? new KvNodePool : nullptr);
 }
@@ -88,12 +82,16 @@ struct SetShortcuts {
 private:
     bool isWorthAHash(const GxapSelectSet::SSetData& data) const noexcept {
         constexpr std::size_t kFewestEntries = 48; // below, a descent is as fast
-        // An index that a caller has put in need not have a pool, whose changes the hash goes by.
-        return kHasIdHash && data.dataMap.get_allocator().pool() && data.dataMap.size() >= kFewestEntries;
+        // An index that a caller has put in need not have a pool, whose changes the hash goes by, or have it
+        // for itself: nodes that move within a pool are no changes of it.
+        const KvNodePool* const pool = data.dataMap.get_allocator().pool();
+        return kHasIdHash && pool && pool->live() == data.dataMap.size() &&
+               data.dataMap.size() >= kFewestEntries;
     }
 
     // Readers of shared data may be here at once; the first to be done gives its hash. An old one that the
-    // index has left behind stays until an edit drops it, for somebody may be reading it.
+    // index has left behind stays until an edit drops it, for somebody may be reading it; until then the
+    // index is descended.
     void makeHash(const GxapSelectSet::SSetData& data) const noexcept {
         descents.store(0, std::memory_order_relaxed); // where none can be made, the next try waits as long
         if (hash.load(std::memory_order_relaxed))

@@ -49,7 +49,7 @@ bool IdHash::collectRuns(const DataMap& map, Places& runs) {
     for (auto entry = map.begin(); entry != map.end(); before = entry++) {
         const GxDbStub* const stub = entry->first.stub();
         if (before == map.end() || !(before->first == entry->first)) {
-            if (stub) // null is never looked up
+            if (stub) // null has no place
                 runs.push_back({stub, entry});
             continue;
         }
@@ -71,7 +71,7 @@ unsigned IdHash::commonZeros(const Places& runs) noexcept {
 
 bool IdHash::isCurrent(const DataMap& map) const noexcept {
     const KvNodePool* const pool = map.get_allocator().pool();
-    return pool && pool == mPool && pool->changes() == mChanges && pool->live() == map.size();
+    return pool && pool == mPool.get() && pool->changes() == mChanges && pool->live() == map.size();
 }
 
 IdHash::DataMap::const_iterator IdHash::find(const DataMap& map, const GxDbObjectId& id) const {
@@ -86,7 +86,7 @@ IdHash::DataMap::const_iterator IdHash::find(const DataMap& map, const GxDbObjec
 bool IdHash::noteAdded(const DataMap& map, DataMap::const_iterator entry) noexcept {
     const GxDbStub* const stub = entry->first.stub();
     if (!stub)
-        return true; // never looked up
+        return true; // has no place
     if (entry != map.begin()) {
         const auto before = std::prev(entry);
         if (before->first == entry->first) {

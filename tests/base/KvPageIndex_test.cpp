@@ -57,7 +57,7 @@ protected:
                 TestPage{nullptr, memory.data() + 2 * i * kBytes + i % kBytes, 0}));
             if (i > 0)
                 pages[i - 1]->next = pages[i].get();
-            index.append(pages[i].get(), pages.front().get());
+            index.append(pages[i].get(), i > 0 ? pages[i - 1].get() : nullptr, pages.front().get());
         }
     }
 
@@ -254,6 +254,27 @@ TEST_F(IndexedStoreTest, PageTakenOutByHandIsFreedOnceTheStoreHasFreedAnother) {
         store.removeSlot(slots[i], store.head, true);
     freeByHand(taken.back());
     taken.pop_back();
+    expectSound();
+}
+
+TEST_F(IndexedStoreTest, TailTakenOutAndFreedByHandIsNotReadAgain) {
+    SmallStore::Page* const gone = store.tail;
+    store.tail = pageAt(store, kPages - 2);
+    store.tail->next = nullptr;
+    freeByHand(gone);
+    for (long value = 100; value < 120; ++value)
+        store.append(value);
+    expectSound();
+}
+
+TEST_F(IndexedStoreTest, StoreEmptiedByHandStartsAnew) {
+    while (SmallStore::Page* const page = store.head) {
+        store.head = page->next;
+        freeByHand(page);
+    }
+    store.tail = nullptr;
+    for (long value = 100; value < 200; ++value)
+        store.append(value);
     expectSound();
 }
 

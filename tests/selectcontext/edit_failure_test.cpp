@@ -339,6 +339,19 @@ TEST_F(AlgebraFailure, HasNoPlaceInReadingByPositionAndComparing) {
         Expect::None);
 }
 
+// What makes many lookups faster is given up where there is no memory for it.
+TEST_F(AlgebraFailure, LeavesComparingManyItemsSlow) {
+    const Items held = kvtest::plainItems(1, 300);
+    const Items backwards(held.rbegin(), held.rend());
+    forEachAllocationFailure([&](FailurePoint& point) {
+        const SetOf one(held), other(backwards);
+        bool isContained = false;
+        point.run([&] { isContained = one.set.contains(&other.set); });
+        EXPECT_FALSE(point.outcome().failed);
+        EXPECT_TRUE(isContained);
+    });
+}
+
 // --- sub-selection
 
 TEST_F(SubselFailure, OfAppendingAPath) {

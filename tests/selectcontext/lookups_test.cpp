@@ -94,6 +94,24 @@ TEST_P(LookupsTest, ContainsMissesTheLastOne) {
     EXPECT_FALSE(all.contains(&part));
 }
 
+TEST_P(LookupsTest, FindsTheNextOfAnIdWhoseFirstWasRemoved) {
+    GxapSelectSet set;
+    edit(set).setUnique(false);
+    appendAll(set, ordered(1, kCount));
+    for (unsigned long part = 1; part <= 3; ++part)
+        edit(set).append(id(7), id(part));
+    for (unsigned long n = 1; n <= kCount; ++n)
+        static_cast<void>(set.findInMap(id(n)));
+    const auto& map = set.sharedData->dataMap;
+    ASSERT_TRUE(edit(set).remove(id(7), GxDbObjectId(), -1));
+    for (unsigned long part = 1; part <= 3; ++part) {
+        EXPECT_EQ(set.findInMap(id(7)), map.lower_bound(id(7)));
+        ASSERT_TRUE(edit(set).remove(id(7), id(part), -1));
+    }
+    EXPECT_EQ(set.findInMap(id(7)), map.end());
+    EXPECT_TRUE(invariants(set));
+}
+
 TEST_P(LookupsTest, IntersectsInTheLastOneAlone) {
     GxapSelectSet one;
     GxapSelectSet other;

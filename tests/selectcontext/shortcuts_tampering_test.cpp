@@ -184,6 +184,39 @@ TEST_F(ShortcutsTampering, IndexesSwappedBetweenTwoSets) {
     EXPECT_TRUE(invariants(other));
 }
 
+// The next set's pool may get the address of the last one's.
+TEST_F(ShortcutsTampering, IndexesSwappedToAndFroWithSetsThatAreGone) {
+    GxapSelectSet set;
+    appendIds(set, 1, kCount);
+    for (int round = 0; round < 3; ++round) {
+        {
+            GxapSelectSet gone;
+            appendIds(gone, 501, kCount);
+            mapOf(set).swap(mapOf(gone));
+            lookUpMuch(set, 501, kCount);
+            mapOf(set).swap(mapOf(gone));
+        }
+        GxapSelectSet next;
+        appendIds(next, 501, kCount);
+        mapOf(set).swap(mapOf(next));
+        expectFindsWhatTheIndexHas(set);
+        mapOf(set).swap(mapOf(next));
+        expectFindsWhatTheIndexHas(set);
+    }
+}
+
+TEST_F(ShortcutsTampering, IndexMergedIntoAMapOfItsAllocator) {
+    GxapSelectSet set;
+    appendIds(set, 1, kCount);
+    DataMap& map = mapOf(set);
+    DataMap own(map.get_allocator());
+    own.emplace(id(17), map.find(id(18))->second);
+    lookUpMuch(set, 1, kCount);
+    own.merge(map);
+    map.swap(own);
+    expectFindsWhatTheIndexHas(set);
+}
+
 TEST_F(ShortcutsTampering, SetGoesOnWithTheIndexOfOneThatIsGone) {
     for (const unsigned long count : {0ul, 3ul, kCount}) {
         GxapSelectSet set;

@@ -40,7 +40,8 @@ inline void unfence(void* /*memory*/, std::size_t /*bytes*/) noexcept {}
 //  2. changes() rises with every node that is handed out, given back or taken out of its container. Equal
 //     values mean that the container has neither gained nor lost a node, nor had one taken out and put back.
 //  3. The pool lives until it has neither owners nor nodes that are out. Every container that takes nodes
-//     from it is an owner: one that was swapped away may still give nodes back, and ask for new ones.
+//     from it is an owner: one that was swapped away may still give nodes back, and ask for new ones. Whoever
+//     knows the pool by its address is one, too.
 //
 // Thread safety: owners may come and go on any thread; the rest belongs to the container's thread.
 class KvNodePool {

@@ -143,6 +143,11 @@ class BenchReport(unittest.TestCase):
         self.assertIn("needs one line", done.stderr)
         self.assertEqual(page.read_text(encoding="utf-8"), "no markers\n")
 
+    def test_prints_no_ratio_of_zero(self) -> None:
+        done = self.report([*entries(f"walk/shuffled/100/{OURS}", [1, 1]), *entries(f"walk/shuffled/100/{VECTOR}", [201, 201])])
+        self.assertIn("  <0.01", done.stdout)
+        self.assertNotIn("0.00", done.stdout)
+
     def test_says_what_is_left_out(self) -> None:
         done = self.report(benchmarks(), context={**CONTEXT, "left_out": "QList+QMultiHash"})
         self.assertIn("Left out, their packages are not installed: QList+QMultiHash.\n", done.stdout)

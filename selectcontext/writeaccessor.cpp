@@ -109,7 +109,6 @@ using kvdetail::DataMap;
 using kvdetail::Found;
 using kvdetail::ItemKeys;
 using kvdetail::Lookups;
-using kvdetail::recordAt;
 using kvdetail::SSetData;
 using kvdetail::Store;
 

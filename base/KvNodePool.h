@@ -14,19 +14,17 @@
 
 namespace kvdetail {
 
-// Tells the address sanitizer which nodes are out. Under it, none is handed out a second time.
+// Under the address sanitizer, a node that was given back is fenced, and never handed out a second time. That
+// goes by the code that gives it back, so that a program under the sanitizer gets on with a library that is
+// not.
 #if KV_WATCHES_ADDRESSES
 constexpr bool kReusesNodes = false;
-inline void fence(void* memory, std::size_t bytes) noexcept {
-    ASAN_POISON_MEMORY_REGION(memory, bytes);
-}
-inline void unfence(void* memory, std::size_t bytes) noexcept {
-    ASAN_UNPOISON_MEMORY_REGION(memory, bytes);
+inline void fence(void* node, std::size_t bytes) noexcept {
+    ASAN_POISON_MEMORY_REGION(node, bytes);
 }
 #else
 constexpr bool kReusesNodes = true;
-inline void fence(void* /*memory*/, std::size_t /*bytes*/) noexcept {}
-inline void unfence(void* /*memory*/, std::size_t /*bytes*/) noexcept {}
+inline void fence(void* /*node*/, std::size_t /*bytes*/) noexcept {}
 #endif
 
 } // namespace kvdetail
@@ -83,7 +81,8 @@ public:
         }
         if (kvdetail::kReusesNodes)
             mFree = new (memory) FreeNode{mFree};
-        kvdetail::fence(memory, mNodeBytes);
+        else
+            kvdetail::fence(memory, mNodeBytes);
         --mLive;
         ++mChanges;
         if (mLive == 0 && mOwners.load(std::memory_order_acquire) == 0)
@@ -108,7 +107,6 @@ private:
     };
     struct alignas(alignof(std::max_align_t)) Chunk {
         Chunk* next;
-        std::size_t bytes;
         bool isLarge;
     };
 
@@ -139,7 +137,6 @@ private:
             addChunk();
         unsigned char* const node = mNext;
         mNext += mNodeBytes;
-        kvdetail::unfence(node, mNodeBytes);
         return node;
     }
 
@@ -161,11 +158,10 @@ private:
     }
 
     void enter(void* memory, std::size_t bytes, bool isLarge) noexcept {
-        mChunks = new (memory) Chunk{mChunks, bytes, isLarge};
+        mChunks = new (memory) Chunk{mChunks, isLarge};
         mChunkBytes += bytes;
         mNext = static_cast<unsigned char*>(memory) + sizeof(Chunk);
         mEnd = mNext + (bytes - sizeof(Chunk)) / mNodeBytes * mNodeBytes;
-        kvdetail::fence(mNext, bytes - sizeof(Chunk));
     }
 
     std::size_t nextSmallBytes() const noexcept {
@@ -182,7 +178,6 @@ private:
         while (mChunks) {
             Chunk* const chunk = mChunks;
             mChunks = chunk->next;
-            kvdetail::unfence(chunk + 1, chunk->bytes - sizeof(Chunk));
             if (chunk->isLarge)
                 kvdetail::deallocateLarge(chunk);
             else

@@ -98,6 +98,17 @@ TEST_F(KvNodePoolTest, FreedNodesAreHandedOutAgainBeforeFreshMemoryUnlessTheyAre
     give(again);
 }
 
+#if KV_WATCHES_ADDRESSES
+TEST_F(KvNodePoolTest, NodeThatWasGivenBackIsFenced) {
+    const std::vector<void*> nodes = take(3);
+    EXPECT_EQ(__asan_region_is_poisoned(nodes[1], kNodeBytes), nullptr);
+    give({nodes[1]});
+    EXPECT_EQ(__asan_region_is_poisoned(nodes[1], kNodeBytes), nodes[1]);
+    EXPECT_EQ(__asan_region_is_poisoned(nodes[2], kNodeBytes), nullptr);
+    give({nodes[0], nodes[2]});
+}
+#endif
+
 TEST_F(KvNodePoolTest, ManyNodesTakeFewBlocks) {
     const long before = kvtest::liveNewBlocks();
     const std::vector<void*> nodes = take(10000);

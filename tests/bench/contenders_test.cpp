@@ -104,22 +104,15 @@ TYPED_TEST(Contender, RemovesByThreeExactKeys) {
     EXPECT_FALSE(set.has(idAt(7)));
 }
 
-TYPED_TEST(Contender, TakesNewItemsAfterAllWereRemovedFromTheFront) {
-    auto set = setOf<TypeParam>(marked(0, 5));
-    set.removeAllForward();
-    EXPECT_EQ(set.size(), 0u);
-    EXPECT_FALSE(set.has(idAt(3)));
-    kvbench::fill(set, marked(3, 2));
-    EXPECT_EQ(markersOf(set), (Markers{4, 5}));
-}
-
-TYPED_TEST(Contender, TakesNewItemsAfterAllWereRemovedFromTheBack) {
-    auto set = setOf<TypeParam>(marked(0, 5));
-    set.removeAllBackward();
-    EXPECT_EQ(set.size(), 0u);
-    EXPECT_FALSE(set.has(idAt(3)));
-    kvbench::fill(set, marked(3, 2));
-    EXPECT_EQ(markersOf(set), (Markers{4, 5}));
+TYPED_TEST(Contender, TakesNewItemsAfterAllWereRemovedFromAnEnd) {
+    for (const auto removeAll : {&TypeParam::removeAllForward, &TypeParam::removeAllBackward}) {
+        auto set = setOf<TypeParam>(marked(0, 5));
+        (set.*removeAll)();
+        EXPECT_EQ(set.size(), 0u);
+        EXPECT_FALSE(set.has(idAt(3)));
+        kvbench::fill(set, marked(3, 2));
+        EXPECT_EQ(markersOf(set), (Markers{4, 5}));
+    }
 }
 
 TYPED_TEST(Contender, LeavesACopyAsItWasWhenOneSideIsEdited) {

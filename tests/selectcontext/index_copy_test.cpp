@@ -2,8 +2,8 @@
 
 #include "platform/inmemory/InMemoryDatabase.h"
 #include "tests/selectcontext/IndexTestSupport.h"
+#include "tests/selectcontext/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
-#include "tests/support/KvTest.h"
 
 #include <gtest/gtest.h>
 
@@ -23,17 +23,12 @@ using kvtest::isIndexed;
 using kvtest::Numbers;
 using kvtest::shuffled;
 
-class IndexCopyTest : public kvtest::KvTest {
+class IndexCopyTest : public kvtest::SetTest {
 protected:
-    void SetUp() override {
-        KvTest::SetUp();
-        expectNothingLeft();
-    }
-
     void TearDown() override {
         original.reset();
         copy.reset();
-        KvTest::TearDown();
+        SetTest::TearDown();
     }
 
     // An original with its index, and a copy without.

@@ -2,8 +2,8 @@
 
 #include "platform/inmemory/InMemoryDatabase.h"
 #include "tests/selectcontext/IndexTestSupport.h"
+#include "tests/selectcontext/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
-#include "tests/support/KvTest.h"
 
 #include <gtest/gtest.h>
 
@@ -23,17 +23,16 @@ using kvtest::isIndexed;
 using kvtest::Numbers;
 using kvtest::shuffled;
 
-class OrderedIndexTest : public kvtest::KvTest {
+class OrderedIndexTest : public kvtest::SetTest {
 protected:
     void SetUp() override {
-        KvTest::SetUp();
-        expectNothingLeft();
+        SetTest::SetUp();
         data = kvdetail::makeData();
     }
 
     void TearDown() override {
         data.reset();
-        KvTest::TearDown();
+        SetTest::TearDown();
     }
 
     void index() const {

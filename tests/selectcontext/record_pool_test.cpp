@@ -1,7 +1,7 @@
 #include "selectcontext/RecordPool.h"
 
+#include "tests/selectcontext/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
-#include "tests/support/KvTest.h"
 #include "tests/support/NewTracking.h"
 
 #include <gtest/gtest.h>
@@ -19,13 +19,8 @@ using kvdetail::RecordPool;
 using Records = std::vector<std::unique_ptr<selected_entity>>;
 
 // The last records and what they lie in have to go with them, whatever order that is in.
-class RecordPoolTest : public kvtest::KvTest {
+class RecordPoolTest : public kvtest::SetTest {
 protected:
-    void SetUp() override {
-        KvTest::SetUp();
-        expectNothingLeft();
-    }
-
     static std::unique_ptr<selected_entity> make(RecordPool& pool) {
         return std::unique_ptr<selected_entity>(::new (pool.allocate()) selected_entity);
     }

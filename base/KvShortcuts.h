@@ -84,6 +84,11 @@
 #define KV_SHORTCUT_INDEX_COPY KV_SHORTCUTS
 #endif
 
+// Merging looks items up in the order of the ids instead of in theirs.
+#ifndef KV_SHORTCUT_BULK_APPEND
+#define KV_SHORTCUT_BULK_APPEND KV_SHORTCUTS
+#endif
+
 // Large pools and tables lie in huge pages where the system gives any.
 #ifndef KV_SHORTCUT_LARGE_BLOCKS
 #define KV_SHORTCUT_LARGE_BLOCKS KV_SHORTCUTS
@@ -100,6 +105,7 @@ constexpr bool kHasIdHash = KV_SHORTCUT_ID_HASH != 0;
 constexpr bool kHasStubSet = KV_SHORTCUT_STUB_SET != 0;
 constexpr bool kHasOrderedIndex = KV_SHORTCUT_ORDERED_INDEX != 0;
 constexpr bool kHasIndexCopy = KV_SHORTCUT_INDEX_COPY != 0;
+constexpr bool kHasBulkAppend = KV_SHORTCUT_BULK_APPEND != 0;
 constexpr bool kHasLargeBlocks = KV_SHORTCUT_LARGE_BLOCKS != 0;
 
 } // namespace kvdetail

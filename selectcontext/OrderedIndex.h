@@ -45,7 +45,6 @@ private:
     void startWaiting();
     bool enterSorted();
     void enterOneByOne();
-    static void sort(WaitingList& entries);
 
     GxapSelectSet::SSetData& mData;
     WaitingList mWaiting;

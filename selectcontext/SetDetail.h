@@ -3,6 +3,7 @@
 
 #include "selectcontext/GxapSelectSet.h"
 #include "selectcontext/IndexCursor.h"
+#include "selectcontext/OwnedInfo.h"
 
 #include <memory>
 
@@ -109,5 +110,11 @@ inline const GxGeMatrix3d* matrixOf(const GxapSelectedEntInfo* info) {
 // asks for the block transform `matrix`, too.
 Found findItem(const SSetData& data, const ItemKeys& keys, const Run& run);
 Found findItem(const SSetData& data, const ItemKeys& keys, const Run& run, const GxGeMatrix3d* matrix);
+
+// The record, which is one of their main id, is the item of these keys and this transform.
+bool isItem(const selected_entity& record, const ItemKeys& keys, const GxGeMatrix3d* matrix);
+
+// Gives a fresh record its keys, and the info. A null path leaves it without one.
+void setKeys(selected_entity& record, const ItemKeys& keys, OwnedInfo info);
 
 } // namespace kvdetail

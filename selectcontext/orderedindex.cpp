@@ -3,10 +3,9 @@
 #include "selectcontext/OrderedIndex.h"
 #include "base/KvShortcuts.h"
 #include "selectcontext/SetDetail.h"
+#include "selectcontext/StubOrder.h"
 
 #include <algorithm>
-#include <array>
-#include <utility>
 
 namespace kvdetail {
 
@@ -27,7 +26,7 @@ void OrderedIndex::add(const Store::Slot* slot) {
 void OrderedIndex::finish() {
     if (mAscends)
         return;
-    sort(mWaiting);
+    sortByStub(mWaiting);
     if (!enterSorted())
         enterOneByOne();
 }
@@ -68,40 +67,6 @@ void OrderedIndex::enterOneByOne() {
         if (slot->value)
             mData.dataMap.emplace(slot->value->mainEntId, slotAddress(slot));
     });
-}
-
-// By stub, equal ones in the order in which they are: digit by digit from the lowest in which any two differ,
-// since a comparing sort takes as long as all the rest.
-void OrderedIndex::sort(WaitingList& entries) {
-    constexpr unsigned kDigitBits = 11;
-    constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
-    constexpr std::size_t kFewestEntries = kDigits / 8; // below, counting digits takes longer than comparing
-
-    if (entries.size() < kFewestEntries) {
-        std::stable_sort(entries.begin(), entries.end(),
-                         [](const Waiting& a, const Waiting& b) { return a.stub < b.stub; });
-        return;
-    }
-    std::uintptr_t differences = 0;
-    for (const Waiting& entry : entries)
-        differences |= entry.stub ^ entries.front().stub;
-
-    WaitingList sorted(entries.size());
-    while (differences != 0) {
-        const auto shift = static_cast<unsigned>(__builtin_ctzll(differences));
-        const auto digitOf = [shift](const Waiting& entry) { return (entry.stub >> shift) & (kDigits - 1); };
-        std::array<std::size_t, kDigits> places{};
-        for (const Waiting& entry : entries)
-            ++places[digitOf(entry)];
-        std::size_t place = 0;
-        for (std::size_t& count : places)
-            place += std::exchange(count, place);
-        for (const Waiting& entry : entries)
-            sorted[places[digitOf(entry)]++] = entry;
-        entries.swap(sorted);
-        const std::uintptr_t sortedBits = ((std::uintptr_t{kDigits} - 1) << shift);
-        differences &= ~sortedBits;
-    }
 }
 
 } // namespace kvdetail

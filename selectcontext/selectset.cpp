@@ -147,6 +147,15 @@ std::unique_ptr<selected_entity> newRecord(const SSetData& data) {
     return record;
 }
 
+void setKeys(selected_entity& record, const ItemKeys& keys, OwnedInfo info) {
+    record.mainEntId = keys.mainId;
+    record.subEntId = keys.subId;
+    record.gsMarker = keys.gsMarker;
+    if (keys.path)
+        record.nestedEntFullPath = *keys.path;
+    record.selectedEntityInfo = info.release();
+}
+
 SSetData& dataOf(const GxapSelectSet& set) {
     if (!set.sharedData) {
         set.sharedData = makeData().release();
@@ -421,11 +430,11 @@ Found findItem(const SSetData& data, const ItemKeys& keys, const Run& run) {
 
 Found findItem(const SSetData& data, const ItemKeys& keys, const Run& run, const GxGeMatrix3d* matrix) {
     return findInRun(
-        data, keys.mainId,
-        [&](const selected_entity& record) {
-            return hasKeys(record, keys) && isMatrixEqual(matrix, matrixOf(record.selectedEntityInfo));
-        },
-        run);
+        data, keys.mainId, [&](const selected_entity& record) { return isItem(record, keys, matrix); }, run);
+}
+
+bool isItem(const selected_entity& record, const ItemKeys& keys, const GxGeMatrix3d* matrix) {
+    return hasKeys(record, keys) && isMatrixEqual(matrix, matrixOf(record.selectedEntityInfo));
 }
 
 } // namespace kvdetail

@@ -1,5 +1,6 @@
 // Every operation that changes a set.
 
+#include "selectcontext/BulkAppend.h"
 #include "selectcontext/GxapSSetWriteAccessor.h"
 #include "selectcontext/Lookups.h"
 #include "selectcontext/OwnedInfo.h"
@@ -137,12 +138,7 @@ void selectItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, kvdetail::Owne
     // Memory of data that others share is not touched.
     const bool isShared = held.refCount.load() >= 2;
     auto record = isShared ? std::make_unique<selected_entity>() : kvdetail::newRecord(held);
-    record->mainEntId = keys.mainId;
-    record->subEntId = keys.subId;
-    record->gsMarker = keys.gsMarker;
-    if (keys.path)
-        record->nestedEntFullPath = *keys.path;
-    record->selectedEntityInfo = info.release();
+    kvdetail::setKeys(*record, keys, std::move(info));
 
     // The keys may be part of the data that this lets go: nothing of them is read from here on.
     SSetData& data = isShared ? *set.writeData() : held;
@@ -379,6 +375,15 @@ bool hasRecords(const GxapSelectSet* set) {
     return set && hasItems(*set) && set->sharedData->entities;
 }
 
+// False, with nothing appended, where that cannot be done in bulk.
+bool appendInBulk(SSetData& data, const SSetData& added) {
+    kvdetail::BulkAppend records(data, added);
+    if (!records.findPlaces())
+        return false;
+    records.append();
+    return true;
+}
+
 } // namespace
 
 void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b) {
@@ -404,7 +409,10 @@ void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b
     const bool uniqueResult = sharedData->unique || added.unique;
     if (added.selectByNestedMode)
         setSelectByNestedMode(true);
-    writeData()->unique = uniqueResult;
+    SSetData& data = *writeData();
+    data.unique = uniqueResult;
+    if (kvdetail::BulkAppend::isWorthIt(data, added) && appendInBulk(data, added))
+        return;
     Lookups lookups(*this);
     forEachRecord(added, *this, lookups,
                   [this, &lookups](const selected_entity& record) { appendItem(*this, record, &lookups); });

@@ -375,15 +375,6 @@ bool hasRecords(const GxapSelectSet* set) {
     return set && hasItems(*set) && set->sharedData->entities;
 }
 
-// False, with nothing appended, where that cannot be done in bulk.
-bool appendInBulk(SSetData& data, const SSetData& added) {
-    kvdetail::BulkAppend records(data, added);
-    if (!records.findPlaces())
-        return false;
-    records.append();
-    return true;
-}
-
 } // namespace
 
 void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b) {
@@ -411,7 +402,7 @@ void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b
         setSelectByNestedMode(true);
     SSetData& data = *writeData();
     data.unique = uniqueResult;
-    if (kvdetail::BulkAppend::isWorthIt(data, added) && appendInBulk(data, added))
+    if (kvdetail::isWorthAppendingInBulk(data, added) && kvdetail::appendInBulk(data, added))
         return;
     Lookups lookups(*this);
     forEachRecord(added, *this, lookups,

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -245,6 +246,29 @@ TEST_F(AlgebraFailure, OfMergingAcrossPages) {
         point.run([&] { edit(target.set).merge(&target.set, &b.set); });
         EXPECT_TRUE(invariants(target.set));
         EXPECT_EQ(kvtest::count(target.set), point.outcome().failed ? kPageSlots : kPageSlots + 1);
+    });
+}
+
+// So many, in no order, that they are sorted, and with an info.
+TEST_F(AlgebraFailure, OfMergingManyInNoOrder) {
+    Items added;
+    for (unsigned long i = 0; i < 300; ++i)
+        added.push_back({i * 7 % 300 + 100});
+    added.push_back({500, 1, 2, {5, 6}, 2.5});
+    Items expected = plainItems(1, 200);
+    std::copy_if(added.begin(), added.end(), std::back_inserter(expected),
+                 [](const Item& item) { return item.main > 200; });
+    const SetOf b(added);
+    forEachAllocationFailure([&](FailurePoint& point) {
+        SetOf target(plainItems(1, 200));
+        point.run([&] { edit(target.set).merge(&target.set, &b.set); });
+        EXPECT_TRUE(invariants(target.set));
+        const Items found = items(target.set);
+        ASSERT_TRUE(found.size() >= 200 && found.size() <= expected.size());
+        EXPECT_TRUE(std::equal(found.begin(), found.end(), expected.begin()));
+        edit(target.set).merge(&target.set, &b.set);
+        EXPECT_EQ(items(target.set), expected);
+        EXPECT_TRUE(invariants(target.set));
     });
 }
 

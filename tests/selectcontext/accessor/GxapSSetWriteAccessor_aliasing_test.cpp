@@ -1,6 +1,6 @@
 // Lookups of the editing interface whose keys lie in the very data that the lookup copies and lets go.
 
-#include "tests/selectcontext/EditTestSupport.h"
+#include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Every allocation of the write accessor's own operations, of selecting and of appending, failing in turn.
 #include "platform/inmemory/InMemoryOsBase.h"
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 #include "tests/support/Infos.h"
 #include "tests/support/NewTracking.h"

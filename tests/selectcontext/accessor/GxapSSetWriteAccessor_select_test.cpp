@@ -1,5 +1,5 @@
 #include "platform/inmemory/InMemoryDatabase.h"
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Infos.h"
 #include "tests/support/NewTracking.h"
 

@@ -1,7 +1,7 @@
 // merge and minus for every way in which target and operands can be one set or share data, against a plain
 // model of the steps that they consist of.
 
-#include "tests/selectcontext/EditTestSupport.h"
+#include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>
 

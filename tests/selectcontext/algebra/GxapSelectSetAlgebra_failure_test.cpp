@@ -1,7 +1,7 @@
 // Every allocation of every edit fails in its turn. What a call that failed leaves is consistent, nothing is
 // lost, and the same call works afterwards.
 
-#include "tests/selectcontext/EditTestSupport.h"
+#include "tests/selectcontext/support/EditTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // Callers change what is public behind the library: index, count, store, pages and slots. What the library
 // keeps beside these must never show.
-#include "tests/selectcontext/EditTestSupport.h"
+#include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>
 

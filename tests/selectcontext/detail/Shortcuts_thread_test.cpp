@@ -1,6 +1,6 @@
 // Handles on different threads look items up in the data that they share while what makes that faster is
 // still being made; what is wrong with that shows under the thread sanitizer.
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Threads.h"
 
 #include <gtest/gtest.h>

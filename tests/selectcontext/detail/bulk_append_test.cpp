@@ -2,9 +2,9 @@
 
 #include "base/KvShortcuts.h"
 #include "platform/inmemory/InMemoryDatabase.h"
-#include "tests/selectcontext/IndexTestSupport.h"
-#include "tests/selectcontext/RecordTestSupport.h"
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/IndexTestSupport.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
 #include <gtest/gtest.h>

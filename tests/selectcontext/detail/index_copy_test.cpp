@@ -1,8 +1,8 @@
 #include "selectcontext/IndexCopy.h"
 
 #include "platform/inmemory/InMemoryDatabase.h"
-#include "tests/selectcontext/IndexTestSupport.h"
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/IndexTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
 #include <gtest/gtest.h>

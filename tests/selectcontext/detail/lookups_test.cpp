@@ -1,6 +1,6 @@
 // Whole-set operations whose items come in the order of the ids, in none, or in a mixture of both: they guess
 // the next place, build a hash and look ahead, and nobody may notice.
-#include "tests/selectcontext/EditTestSupport.h"
+#include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "selectcontext/RecordPool.h"
 
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 #include "tests/support/NewTracking.h"
 

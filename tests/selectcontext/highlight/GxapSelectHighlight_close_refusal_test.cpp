@@ -1,6 +1,6 @@
 // Entities whose closing throws, after a drawing and after the resolution of a path.
 
-#include "tests/selectcontext/RecordTestSupport.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
 
 #include <gtest/gtest.h>
 #include <memory>

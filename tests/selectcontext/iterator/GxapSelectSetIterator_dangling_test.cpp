@@ -1,6 +1,6 @@
 // Iterators left standing on pages, stores and sets that are gone. Whether one of them reads freed memory is
 // for the address sanitizer to say; the expectations say where such an iterator ends up.
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Thrown.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // Every allocation that an iterator makes, failing in turn.
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
 #include <gtest/gtest.h>

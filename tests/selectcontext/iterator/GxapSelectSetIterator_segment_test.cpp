@@ -1,4 +1,4 @@
-#include "tests/selectcontext/DrawingTestSupport.h"
+#include "tests/selectcontext/support/DrawingTestSupport.h"
 
 #include <cstdint>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Infos.h"
 #include "tests/support/NewTracking.h"
 #include "tests/support/Thrown.h"

@@ -1,6 +1,6 @@
 // Named sets on a platform that refuses to complete a name.
 
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 
 #include <functional>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "platform/inmemory/InMemoryDatabase.h"
 #include "selectcontext/GxapSelectSet.h"
-#include "tests/selectcontext/RecordTestSupport.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/Thrown.h"
 
 #include <cstddef>

@@ -1,6 +1,6 @@
 #include "selectcontext/GxapSelectedEntInfo.h"
 
-#include "tests/selectcontext/RecordTestSupport.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
 
 #include <cmath>
 #include <cstddef>

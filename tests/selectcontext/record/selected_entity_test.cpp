@@ -1,6 +1,6 @@
 #include "selectcontext/selected_entity.h"
 
-#include "tests/selectcontext/RecordTestSupport.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
 
 #include <cstddef>
 #include <gtest/gtest.h>

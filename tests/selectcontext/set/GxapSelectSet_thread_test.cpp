@@ -1,4 +1,4 @@
-#include "tests/selectcontext/RecordTestSupport.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/Threads.h"
 
 #include <cstddef>

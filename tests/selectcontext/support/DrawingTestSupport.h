@@ -2,7 +2,7 @@
 // what was called of it as lines to compare.
 #pragma once
 
-#include "tests/selectcontext/RecordTestSupport.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
 
 #include <optional>
 #include <string>

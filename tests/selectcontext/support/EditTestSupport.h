@@ -3,9 +3,9 @@
 #pragma once
 
 #include "platform/inmemory/InMemoryDatabase.h"
-#include "tests/selectcontext/RecordLedger.h"
-#include "tests/selectcontext/RecordTestSupport.h"
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/RecordLedger.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Thrown.h"
 
 #include <cstddef>

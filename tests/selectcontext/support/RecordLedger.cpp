@@ -1,4 +1,4 @@
-#include "tests/selectcontext/RecordLedger.h"
+#include "tests/selectcontext/support/RecordLedger.h"
 
 #include "selectcontext/RecordPool.h"
 

@@ -1,4 +1,4 @@
-#include "tests/selectcontext/EditTestSupport.h"
+#include "tests/selectcontext/support/EditTestSupport.h"
 
 #include "tests/support/NewTracking.h"
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "platform/inmemory/InMemoryDatabase.h"
-#include "tests/selectcontext/SetTestSupport.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Ids.h"
 #include "tests/support/Infos.h"
 #include "tests/support/NewTracking.h"

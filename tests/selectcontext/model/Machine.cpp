@@ -1,7 +1,6 @@
 #include "tests/selectcontext/model/Machine.h"
 
 #include "platform/KvOsBase.h"
-#include "tests/selectcontext/model/RecordTracking.h"
 #include "tests/support/NewTracking.h"
 
 #include <algorithm>
@@ -12,6 +11,7 @@ namespace kvmodel {
 
 namespace {
 
+using kvtest::RecordTracker;
 using DataMap = GxapSelectSet::SSetData::DataMap;
 
 long asNumber(const void* pointer) {
@@ -36,7 +36,7 @@ Outcome outcomeOf(KvException* thrown) {
 // A call of the library, which may make records.
 template <class Call>
 auto watched(const Call& call) {
-    const RecordsAreMade watch;
+    const RecordTracker::Recording recording(RecordTracker::current(), true);
     return call();
 }
 
@@ -110,7 +110,8 @@ std::vector<const GxDbFullSubentPath*> pathsLeft(std::size_t from) {
 
 // ---- Life
 
-Machine::Machine(const Profile& profile) : mProfile(profile), mWorld(profile), mModel(mWorld.rules()) {
+Machine::Machine(const Profile& profile, kvtest::RecordTracker& tracker)
+    : mProfile(profile), mTracker(tracker), mWorld(profile), mModel(mWorld.rules()) {
     mModel.entityOf = [this](const SubentPath& path) { return mWorld.entityOf(path); };
     mOtherEmptyVectors = static_cast<long>(gpEmptyVectorData->refCount.load());
     mOtherPaths = kvinmemory::livePaths();
@@ -166,8 +167,9 @@ void runOperations(const Profile& profile, const std::vector<Operation>& operati
     const long blocks = kvtest::liveNewBlocks();
     const long paths = kvinmemory::livePaths();
     const long emptyVectors = static_cast<long>(gpEmptyVectorData->refCount.load());
+    RecordTracker tracker(RecordTracker::Start::kPaused);
     {
-        Machine machine(profile);
+        Machine machine(profile, tracker);
         for (std::size_t i = 0; i < operations.size(); ++i) {
             progress(static_cast<int>(i));
             machine.perform(operations[i]);
@@ -175,7 +177,7 @@ void runOperations(const Profile& profile, const std::vector<Operation>& operati
         machine.finish();
     }
     std::vector<const void*>().swap(Record::orphanedLists);
-    expectSame(static_cast<long>(liveRecordCount()), 0, "records at the end");
+    expectSame(static_cast<long>(tracker.liveCount()), 0, "records at the end");
     expectSame(kvinmemory::livePaths(), paths, "sub-entity paths at the end");
     expectSame(static_cast<long>(gpEmptyVectorData->refCount.load()), emptyVectors,
                "sharers of the empty block at the end");
@@ -247,7 +249,7 @@ void Machine::dropCursor(int c) {
 template <class Slot, class Make>
 void Machine::place(Slot& slot, bool assigned, const Make& make) {
     using ActualCursor = typename Slot::element_type;
-    const RecordsAreMade watch;
+    const RecordTracker::Recording recording(mTracker, true);
     if (assigned) {
         *slot = make();
         return;

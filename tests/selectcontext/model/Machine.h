@@ -6,6 +6,7 @@
 #include "tests/selectcontext/model/Model.h"
 #include "tests/selectcontext/model/Operation.h"
 #include "tests/selectcontext/model/World.h"
+#include "tests/selectcontext/support/RecordTracker.h"
 
 #include <array>
 #include <functional>
@@ -18,7 +19,7 @@ namespace kvmodel {
 
 class Machine {
 public:
-    explicit Machine(const Profile& profile);
+    Machine(const Profile& profile, kvtest::RecordTracker& tracker);
     Machine(const Machine&) = delete;
     Machine& operator=(const Machine&) = delete;
     ~Machine();
@@ -114,6 +115,7 @@ private:
     static void deleteOrphanedLists();
 
     const Profile& mProfile;
+    kvtest::RecordTracker& mTracker;
     World mWorld;
     Model mModel;
     GxapSelectSetList mNamed;
@@ -124,8 +126,8 @@ private:
     std::array<std::unique_ptr<Iterator>, kConstCount> mWritable;
 
     std::vector<std::pair<const void*, RecordPtr>> mReturned; // records that both sides have returned
-    std::vector<void*> mNewRecords;                           // made in this step, by address
-    std::vector<void*> mNewInSets;                            // those of them that the sets hold
+    std::vector<selected_entity*> mNewRecords;                // made in this step, by address
+    std::vector<selected_entity*> mNewInSets;                 // those of them that the sets hold
     int mStep = 0;
     bool mRecordsChanged = false; // beside being added or removed
     long mEmptyVectors = 0;       // found while comparing

@@ -1,7 +1,6 @@
 // What the machine compares after each operation.
 
 #include "tests/selectcontext/model/Machine.h"
-#include "tests/selectcontext/model/RecordTracking.h"
 
 #include "platform/KvOsBase.h"
 
@@ -24,10 +23,10 @@ void Machine::compare() {
     mEmptyVectors = 0;
     const bool full = !mProfile.isLarge || mRecordsChanged || mStep % kFullEvery == 0;
     for (const GxapSelectSet* s : mSets)
-        isNoRecord(s->sharedData);
-    mNewRecords = takeNewRecords();
+        mTracker.ignore(s->sharedData);
+    mNewRecords = mTracker.takeNew();
     mNewInSets.clear();
-    expectSame(static_cast<long>(liveRecordCount()), Record::liveCount, "records that exist");
+    expectSame(static_cast<long>(mTracker.liveCount()), Record::liveCount, "records that exist");
 
     for (int s = 0; s < kSetCount; ++s) {
         compareHandle(s);
@@ -45,7 +44,7 @@ void Machine::compare() {
 
     bindLeftBehind();
     for (const RecordPtr& record : mModel.removed) {
-        expect(isLiveRecord(record->actual), "a removed record is not destroyed");
+        expect(mTracker.isLive(record->actual), "a removed record is not destroyed");
         compareRecord(*static_cast<const selected_entity*>(record->actual), *record);
     }
     if (full && !mProfile.isLarge)
@@ -63,15 +62,15 @@ void Machine::bindLeftBehind() {
     if (std::none_of(mModel.removed.begin(), mModel.removed.end(), isUnknown))
         return;
     std::sort(mNewInSets.begin(), mNewInSets.end());
-    std::vector<void*> candidates;
+    std::vector<selected_entity*> candidates;
     std::set_difference(mNewRecords.begin(), mNewRecords.end(), mNewInSets.begin(), mNewInSets.end(),
                         std::back_inserter(candidates));
     for (const RecordPtr& model : mModel.removed) {
         if (model->actual)
             continue;
-        const auto found = std::find_if(candidates.begin(), candidates.end(), [&](const void* candidate) {
-            return couldBe(*static_cast<const selected_entity*>(candidate), *model);
-        });
+        const auto found =
+            std::find_if(candidates.begin(), candidates.end(),
+                         [&](const selected_entity* candidate) { return couldBe(*candidate, *model); });
         expect(found != candidates.end(), "a copy that was removed is left");
         model->actual = *found;
         candidates.erase(found);
@@ -204,7 +203,7 @@ void Machine::compareSlot(const Page& page, int slot) {
     if (!model->actual)
         mNewInSets.push_back(actual.value);
     bind<const void*>(actual.value, model->actual, "the record of a slot");
-    expect(isLiveRecord(actual.value), "a record in a slot exists");
+    expect(mTracker.isLive(actual.value), "a record in a slot exists");
     compareRecord(*actual.value, *model);
 }
 

@@ -94,11 +94,11 @@ SetOf::SetOf(const Items& held, Unique unique) {
 SetOf::~SetOf() = default;
 
 FleetingSharer::FleetingSharer(const GxapSelectSet& set) : mSharer(std::make_unique<GxapSelectSet>(set)) {
-    atNextRecord([this] { mSharer.reset(); });
+    RecordTracker::current().atNextRecord([this] { mSharer.reset(); });
 }
 
 FleetingSharer::~FleetingSharer() {
-    atNextRecord(nullptr);
+    RecordTracker::current().atNextRecord(nullptr);
 }
 
 std::uint32_t count(const GxapSelectSet& set) {
@@ -138,14 +138,22 @@ void freePathCopiesLeft() {
         delete path;
 }
 
+std::vector<selected_entity*> liveRecords() {
+    return RecordTracker::current().live();
+}
+
+bool isLiveRecord(const selected_entity* record) {
+    return RecordTracker::current().isLive(record);
+}
+
 void EditTest::SetUp() {
     SetTest::SetUp();
-    openRecordLedger();
+    mTracker.emplace();
 }
 
 void EditTest::TearDown() {
     freeLeftRecords();
-    closeRecordLedger();
+    mTracker.reset();
     SetTest::TearDown();
 }
 
@@ -165,7 +173,8 @@ std::size_t EditTest::leftRecords(std::initializer_list<const GxapSelectSet*> se
 
 void EditTest::freeLeftRecords() {
     const std::vector<selected_entity*> left = liveRecords();
-    EXPECT_EQ(liveRecordBlocks(), liveNewBlocksOfSize(sizeof(selected_entity)))
+    EXPECT_EQ(static_cast<long>(RecordTracker::current().blockCount()),
+              liveNewBlocksOfSize(sizeof(selected_entity)))
         << "blocks of a record's size that are no records";
     if (HasFailure())
         return;

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "platform/inmemory/InMemoryDatabase.h"
-#include "tests/selectcontext/support/RecordLedger.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
+#include "tests/selectcontext/support/RecordTracker.h"
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Thrown.h"
 
@@ -12,6 +12,7 @@
 #include <initializer_list>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -92,6 +93,10 @@ selected_entity* record(const GxapSelectSet& set, std::size_t position);
 std::set<const GxDbFullSubentPath*> pathCopiesLeft();
 void freePathCopiesLeft();
 
+// The records made since the test began that nobody has deleted.
+std::vector<selected_entity*> liveRecords();
+bool isLiveRecord(const selected_entity* record);
+
 // Frees, after the test, the records that its edits left unreleased, and then looks whether anything else was
 // left.
 class EditTest : public SetTest {
@@ -104,6 +109,9 @@ protected:
 
     // To be called when the sets are gone. After a failure blocks may exist that are no records: they stay.
     static void freeLeftRecords();
+
+private:
+    std::optional<RecordTracker> mTracker;
 };
 
 } // namespace kvtest

@@ -1,0 +1,117 @@
+// RecordTracker: finds the records that the library has made and nobody has deleted.
+#pragma once
+
+#include "selectcontext/selected_entity.h"
+
+#include <cstddef>
+#include <functional>
+#include <set>
+#include <unordered_set>
+#include <vector>
+
+namespace kvtest {
+
+// Removing an item leaves its record to the caller, also the record of a copy that the edit itself made of
+// shared data, whose address no caller has. A test frees such records by asking the tracker for them.
+//
+// The tracker watches malloc and free, from which the operators new and delete of the tests take their
+// memory. Its test is registered with TRACKS_RECORDS.
+//
+// Invariants:
+//  1. Each block in `mBlocks` is live, has the size of a record, and was allocated while the tracker
+//  recorded.
+//     It holds a record, or data of a set, which has the same size.
+//  2. Each block in `mChunks` is live, has the size of a chunk, and was allocated since the tracker was made.
+//     A record pool carves records out of chunks; which of them exist is read from the chunk.
+//  3. `mTaken` holds the records that existed at the last call of takeNew() and whose memory was not freed
+//  since.
+//     A pool hands no cell of a chunk out twice, so no later record lies where one of them was.
+//
+// Thread safety: none. One tracker may exist at a time, and meanwhile one thread may allocate.
+class RecordTracker {
+public:
+    // Records from the first moment on, or only where a Recording says so.
+    enum class Start { kRecording, kPaused };
+    explicit RecordTracker(Start start = Start::kRecording);
+    RecordTracker(const RecordTracker&) = delete;
+    RecordTracker& operator=(const RecordTracker&) = delete;
+    ~RecordTracker();
+
+    // The tracker that exists.
+    static RecordTracker& current();
+
+    // Switches recording on or off while it lives. The test's own blocks of a record's size are allocated
+    // while recording is off.
+    class Recording {
+    public:
+        Recording(RecordTracker& tracker, bool on) noexcept;
+        Recording(const Recording&) = delete;
+        Recording& operator=(const Recording&) = delete;
+        ~Recording();
+
+    private:
+        RecordTracker& mTracker;
+        const bool mBefore;
+    };
+
+    // Forgets a block that holds no record. Does nothing for a block that the tracker does not know.
+    void ignore(const void* block);
+
+    // The live records in ascending order of their addresses. O(n log n).
+    std::vector<selected_entity*> live();
+
+    // O(chunks), O(log chunks).
+    std::size_t liveCount() const;
+    bool isLive(const void* record) const;
+
+    // The live records that have a block of their own.
+    std::size_t blockCount() const { return mBlocks.size(); }
+
+    // The live records that were made since the last call, in ascending order of their addresses. O(n log n).
+    std::vector<selected_entity*> takeNew();
+
+    // Calls the function once, when the next record with a block of its own is made. An edit of shared data
+    // makes records while it copies; the function acts as another owner of the data at that moment.
+    void atNextRecord(std::function<void()> call);
+
+    // What the wrappers of malloc and free report.
+    void allocated(void* memory, std::size_t bytes);
+    void freed(const void* memory);
+
+private:
+    // std::bad_alloc when there is no memory.
+    static void* allocateUntracked(std::size_t bytes);
+    static void freeUntracked(void* memory) noexcept;
+
+    // The tracker's own memory is not tracked.
+    template <class T>
+    struct UntrackedAllocator {
+        using value_type = T;
+
+        UntrackedAllocator() noexcept = default;
+        template <class U>
+        UntrackedAllocator(const UntrackedAllocator<U>&) noexcept {}
+
+        T* allocate(std::size_t n) { return static_cast<T*>(allocateUntracked(n * sizeof(T))); }
+        void deallocate(T* memory, std::size_t) noexcept { freeUntracked(memory); }
+
+        friend bool operator==(const UntrackedAllocator&, const UntrackedAllocator&) noexcept { return true; }
+        friend bool operator!=(const UntrackedAllocator&, const UntrackedAllocator&) noexcept {
+            return false;
+        }
+    };
+    using Addresses = std::unordered_set<const void*, std::hash<const void*>, std::equal_to<>,
+                                         UntrackedAllocator<const void*>>;
+    using OrderedAddresses = std::set<const void*, std::less<>, UntrackedAllocator<const void*>>;
+
+    template <class Visit>
+    void forEachLive(Visit visit) const;
+
+    bool mRecords;
+    Addresses mBlocks;
+    OrderedAddresses mChunks;
+    Addresses mTaken;
+    std::function<void()> mAtNextRecord;
+};
+
+} // namespace kvtest

@@ -1,7 +1,7 @@
 // GxArray: the application's plain growable array.
 #pragma once
 
-#include "base/KvRaise.h"
+#include "base/detail/Raise.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,11 +1,11 @@
 // KvTrucker: a paged store whose slots never move, so that a slot's address can serve as a stable key.
 #pragma once
 
-#include "base/KvOccupancy.h"
-#include "base/KvPageIndex.h"
-#include "base/KvRaise.h"
-#include "base/KvShortcuts.h"
-#include "base/KvStoreEpoch.h"
+#include "base/detail/OccupancyBitmap.h"
+#include "base/detail/PageIndex.h"
+#include "base/detail/Raise.h"
+#include "base/detail/Shortcuts.h"
+#include "base/detail/StoreEpoch.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -39,9 +39,12 @@ public:
 //  3. `liveCount` is the number of occupied slots of the page.
 //  4. A page that a removal empties is unlinked and freed, unless removeSlot() was told to keep it.
 //
-// The fields are public and callers may change them; every operation stays within the pages' blocks whatever
-// the counts say. A page that a caller takes out of the middle of the chain may be read until the store next
-// frees one, or dies, and has to live as long. Positions are 0-based counts of occupied slots in store order.
+// The fields are public and callers may change them. Every operation stays within the pages' blocks whatever
+// the counts say. A page that a caller takes out of the chain is not freed by the store, and has to live
+// until the store frees another page or dies. A store that has had several pages keeps an index of its pages
+// and bitmaps of their occupied slots, which need not follow such changes until forgetHints() is called.
+//
+// Positions are 0-based counts of occupied slots in store order.
 //
 // Thread safety: none; a store belongs to one thread at a time.
 template <class T, unsigned PageBytes, class Allocator = KvTkDefaultAllocator<T>>
@@ -59,8 +62,12 @@ public:
         Slot* slots;             // the block of kSlotsPerPage slots
         Slot* fillEnd;           // the first slot that was never used
 
-        std::uint32_t number = 0;             // the store's own: its place in the page index
-        KvOccupancy<kSlotsPerPage> occupancy; // kept while the page has holes
+        // The store's own.
+        std::uint32_t number = 0;  // its place in the page index
+        std::uint32_t maker = 0;   // the serial of the store that made it
+        std::uint32_t birth = 0;   // the epoch at which it was made
+        std::uint32_t ordinal = 0; // its number among the pages that the store has made
+        kvdetail::OccupancyBitmap<kSlotsPerPage> occupied;
     };
 
     static_assert(kSlotsPerPage > 0 && PageBytes % sizeof(Slot) == 0, "a page holds a whole number of slots");
@@ -82,7 +89,7 @@ public:
         mutable std::uint32_t epoch; // the epoch at which the page was last known to be there
 
         // The value of an occupied slot; KvExceptionWithMsg "Error access KvTrucker" for anything else. O(1),
-        // or O(pages) after a page was freed somewhere.
+        // or O(pages) after a page was freed.
         T& operator*() const;
 
         // To the next occupied slot, across pages, or to the end. From before the first element it goes to
@@ -100,7 +107,7 @@ public:
         // and nothing done, elsewhere.
         bool nextNeighbour() noexcept {
             // Before the first element, `position` is the largest number.
-            if (!isOnSlot() || !page || epoch != kvdetail::currentStoreEpoch() || position >= page->liveCount)
+            if (!isOnSlot() || !page || !isCurrent() || position >= page->liveCount)
                 return false;
             Slot* const neighbour = slot + 1;
             if (neighbour == pageEnd || neighbour->free)
@@ -112,14 +119,11 @@ public:
 
         // The value of an occupied slot on a page that is known to be there, else null.
         T* valueHere() const noexcept {
-            return isOnSlot() && epoch == kvdetail::currentStoreEpoch() && !slot->free ? &slot->value
-                                                                                       : nullptr;
+            return isOnSlot() && isCurrent() && !slot->free ? &slot->value : nullptr;
         }
 
         // The page is in the store's chain and the slot in its block, or one past it.
-        bool isOnPage() const noexcept {
-            return trucker && (epoch == kvdetail::currentStoreEpoch() || isOnFoundPage());
-        }
+        bool isOnPage() const noexcept { return trucker && (isCurrent() || isOnFoundPage()); }
 
         void toBeforeFirst() noexcept {
             page = nullptr;
@@ -129,6 +133,8 @@ public:
         }
 
     private:
+        // No page of the store was freed since the page was last known to be there.
+        bool isCurrent() const noexcept { return epoch == trucker->mEpoch.current(); }
         void nextElsewhere();
         void toNextPage();
         bool isOnFoundPage() const noexcept;
@@ -139,15 +145,33 @@ public:
     KvTrucker& operator=(const KvTrucker&) = delete;
 
     // Frees the pages; what the slots point at is not touched.
-    ~KvTrucker() {
-        freeAllPages();
-        kvdetail::raiseStoreEpoch();
-    }
+    ~KvTrucker() { freeAllPages(); }
 
     // Occupies the next slot. KvErrorStatus 6 when no page can be obtained. O(1); a page per kSlotsPerPage
     // calls.
     Slot* append();
     Slot* append(const T& value);
+
+    // Takes the last append() back and returns its value: the slot is one that was never used, as before, and
+    // a page that was made for it is freed. Nothing may have been removed meanwhile. O(1), O(pages) when a
+    // page is freed.
+    T undoAppend();
+
+    // A place behind everything that was appended so far. Stays valid whatever is appended and removed. O(1).
+    struct Mark {
+        std::uint32_t ordinal;
+        const Slot* fillEnd;
+    };
+    Mark mark() const noexcept { return tail ? Mark{tail->ordinal, tail->fillEnd} : Mark{mMade, nullptr}; }
+
+    // The iterator is on something that was appended after the mark. O(1), or O(pages) after a page was
+    // freed.
+    bool isBehind(const iterator& it, const Mark& mark) const noexcept {
+        if (!it.page || !it.isOnPage())
+            return false;
+        return it.page->ordinal > mark.ordinal ||
+               (it.page->ordinal == mark.ordinal && !(it.slot < mark.fillEnd));
+    }
 
     // The i-th occupied slot, with its page and its ordinal within the page; null beyond the last, and then
     // the page is null and the ordinal kNoPosition (or, in a page whose count promises too much, what was
@@ -188,6 +212,9 @@ public:
     // Back to a store without pages. O(pages).
     void freeAllPages();
 
+    // Follows what a caller has changed by hand: pages, slots and their chain. O(pages).
+    void forgetHints() noexcept;
+
     // One past the page's block; null for no page or a page without a block.
     static Slot* blockEnd(const Page* page) noexcept {
         return page && page->slots ? page->slots + kSlotsPerPage : nullptr;
@@ -204,7 +231,7 @@ public:
 
     // The page whose used slots this address is one of, or null. O(1), O(pages) for null.
     Page* pageOf(const void* slot) const noexcept {
-        Page* const indexed = indexedPages() ? mIndex.find(slot) : nullptr;
+        Page* const indexed = isIndexed() ? mIndex.find(slot) : nullptr;
         if (indexed && isWithin(slot, indexed->slots, indexed->fillEnd))
             return indexed;
         Page* page = head;
@@ -241,13 +268,13 @@ public:
 private:
     // Every used slot is occupied, so that a slot's number is its ordinal.
     static bool hasNoHoles(const Page* page) noexcept {
-        return kvdetail::kHasOccupancy && page->fillEnd - page->slots == page->liveCount;
+        return kvdetail::kHasOccupancyBitmap && page->fillEnd - page->slots == page->liveCount;
     }
 
     // The page's bits are kept, and agree with its count.
     static bool hasBits(const Page* page) noexcept {
-        return kvdetail::kHasOccupancy && page->occupancy.isKept() &&
-               page->occupancy.count() == page->liveCount;
+        return kvdetail::kHasOccupancyBitmap && page->occupied.isKept() &&
+               page->occupied.count() == page->liveCount;
     }
 
     static std::uint32_t numberOf(const Page* page, const Slot* slot) noexcept {
@@ -256,30 +283,17 @@ private:
 
     // The n-th occupied slot of the page where arithmetic or bits can tell, else null.
     static Slot* nthByShortcut(const Page* page, std::uint32_t n) noexcept;
-    static void vacate(Page* page, Slot* slot) noexcept;
+    void vacate(Page* page, Slot* slot) noexcept;
+    static void startBits(Page* page) noexcept;
 
-    // The chain as an array with the same ends, or null where there is none. A page of it is believed once
-    // the one before leads to it.
-    const std::vector<Page*>* indexedPages() const noexcept {
-        if (!mIndex.isInUse() || mIndex.pages().front() != head || mIndex.pages().back() != tail)
-            return nullptr;
-        return &mIndex.pages();
+    // The page index can be used: its ends are those of the chain, and no page of it was freed.
+    bool isIndexed() const noexcept {
+        return mIndex.isInUse() && mIndex.pages().front() == head && mIndex.pages().back() == tail &&
+               mIndex.verify(head, mEpoch.current());
     }
 
-    // The i-th page of the array where the chain leads to it from this page, else null.
-    static Page* linkedTo(const Page* page, const std::vector<Page*>& pages, std::size_t i) noexcept {
-        if (i >= pages.size())
-            return nullptr;
-        Page* ahead = pages[i];
-        // Keeps the compiler from taking page->next, which is the same: pages along the array are read at
-        // once, those along the chain one after the other.
-        asm("" : "+r"(ahead));
-        return page->next == ahead ? ahead : nullptr;
-    }
-
-    // Moves `remaining` past the whole pages before the one that holds the element, which is returned; null
-    // when the pages end first.
     Page* skipPages(std::uint32_t& remaining) const noexcept;
+    Page* skipIndexedPages(std::uint32_t& remaining) const noexcept;
     std::uint32_t liveBefore(const Page* page) const noexcept;
 
     // Addresses are compared as integers: they may come from anywhere.
@@ -297,13 +311,17 @@ private:
     }
 
     Page* pageForAppending();
-    static Page* makePage();
+    Page* makePage();
     static void clearSlots(Slot* slots) noexcept;
-    static void freePage(Page* page) noexcept;
-    void unlink(Page* page) noexcept;
+    void freePage(Page* page) noexcept;
+    void unlinkAndFree(Page* page) noexcept;
     bool contains(const Page* page) const noexcept;
 
-    KvPageIndex<Page, PageBytes> mIndex;
+    kvdetail::PageIndex<Page, PageBytes> mIndex;
+    kvdetail::StoreEpoch mEpoch;
+    std::uint32_t mMade = 0; // pages
+    // Bitmaps begin with the second page, so that a small store always follows its slots.
+    bool mHasHadSeveralPages = false;
 };
 
 namespace kvdetail {
@@ -379,7 +397,7 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::nextElsewhere() {
         pageEnd = blockEnd(page);
         slot = page->slots;
         position = 0;
-        epoch = kvdetail::currentStoreEpoch();
+        epoch = trucker->mEpoch.current();
         // The first element reached this way has position 0, one less than iteratorAt() gives it.
         if (slot && !slot->free)
             return;
@@ -426,8 +444,13 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::toNextPage() {
 
 template <class T, unsigned PageBytes, class Allocator>
 bool KvTrucker<T, PageBytes, Allocator>::iterator::isOnFoundPage() const noexcept {
-    const std::uint32_t now = kvdetail::currentStoreEpoch();
-    if (!trucker || !trucker->contains(page))
+    using kvdetail::StoreEpoch;
+    const std::uint32_t now = trucker->mEpoch.current();
+    // An epoch of another group is that of an earlier store at the same address.
+    if (!StoreEpoch::isSameGroup(epoch, now) || !trucker->contains(page))
+        return false;
+    // A younger page may lie where the iterator's page was.
+    if (StoreEpoch::isSameGroup(epoch, page->birth) && StoreEpoch::isLater(page->birth, epoch))
         return false;
     if (slot != blockEnd(page) && !isWithin(slot, page->slots, blockEnd(page)))
         return false;
@@ -440,8 +463,8 @@ auto KvTrucker<T, PageBytes, Allocator>::append() -> Slot* {
     Page* const page = pageForAppending();
     Slot* const slot = page->fillEnd;
     slot->free = 0;
-    if (page->occupancy.isKept())
-        page->occupancy.set(numberOf(page, slot));
+    if (page->occupied.isKept())
+        page->occupied.set(numberOf(page, slot));
     ++page->liveCount;
     ++page->fillEnd;
     return slot;
@@ -452,6 +475,20 @@ auto KvTrucker<T, PageBytes, Allocator>::append(const T& value) -> Slot* {
     Slot* const slot = append();
     slot->value = value;
     return slot;
+}
+
+template <class T, unsigned PageBytes, class Allocator>
+T KvTrucker<T, PageBytes, Allocator>::undoAppend() {
+    Page* const page = tail;
+    Slot* const slot = --page->fillEnd;
+    const T value = slot->value;
+    if (page->occupied.isKept())
+        page->occupied.clear(numberOf(page, slot));
+    slot->free = 1;
+    --page->liveCount;
+    if (page->fillEnd == page->slots)
+        unlinkAndFree(page);
+    return value;
 }
 
 template <class T, unsigned PageBytes, class Allocator>
@@ -505,13 +542,13 @@ auto KvTrucker<T, PageBytes, Allocator>::iteratorAt(int i) const -> iterator {
     Page* page = nullptr;
     unsigned index = kNoPosition;
     Slot* const slot = elementAt(i, &page, &index);
-    return {this, page, blockEnd(page), slot, index + 1, kvdetail::currentStoreEpoch()};
+    return {this, page, blockEnd(page), slot, index + 1, mEpoch.current()};
 }
 
 template <class T, unsigned PageBytes, class Allocator>
 auto KvTrucker<T, PageBytes, Allocator>::end() const -> iterator {
     Slot* const last = blockEnd(tail);
-    return {this, tail, last, last, tail ? tail->liveCount : 0, kvdetail::currentStoreEpoch()};
+    return {this, tail, last, last, tail ? tail->liveCount : 0, mEpoch.current()};
 }
 
 template <class T, unsigned PageBytes, class Allocator>
@@ -529,9 +566,8 @@ void KvTrucker<T, PageBytes, Allocator>::removeAt(iterator& it) {
     kvdetail::stepBack(this, it);
     if (it.page == page)
         it.toBeforeFirst(); // its position, or the page's count, was not true
-    unlink(page);
-    freePage(page);
-    it.epoch = kvdetail::currentStoreEpoch();
+    unlinkAndFree(page);
+    it.epoch = mEpoch.current();
 }
 
 template <class T, unsigned PageBytes, class Allocator>
@@ -540,7 +576,8 @@ std::uint32_t KvTrucker<T, PageBytes, Allocator>::positionOf(const void* slot) c
     const auto* const found = static_cast<const Slot*>(slot);
     if (!page || found->free)
         return kNoPosition;
-    return liveBefore(page) + occupiedBefore(page, found);
+    const std::uint32_t before = liveBefore(page);
+    return before == kNoPosition ? kNoPosition : before + occupiedBefore(page, found);
 }
 
 template <class T, unsigned PageBytes, class Allocator>
@@ -555,11 +592,10 @@ void KvTrucker<T, PageBytes, Allocator>::removeSlot(Slot* slot, Page* page, bool
         return;
 
     if (freeEmptyPage) {
-        unlink(page);
-        freePage(page);
+        unlinkAndFree(page);
     } else if (page == tail) {
         page->fillEnd = page->slots;
-        page->occupancy.drop();
+        page->occupied.drop();
     }
 }
 
@@ -569,6 +605,7 @@ void KvTrucker<T, PageBytes, Allocator>::freeAllPages() {
     head = nullptr;
     tail = nullptr;
     mIndex.clear();
+    mHasHadSeveralPages = false;
     while (page) {
         Page* const next = page->next;
         freePage(page);
@@ -577,15 +614,26 @@ void KvTrucker<T, PageBytes, Allocator>::freeAllPages() {
 }
 
 template <class T, unsigned PageBytes, class Allocator>
+void KvTrucker<T, PageBytes, Allocator>::forgetHints() noexcept {
+    for (Page* page = head; page; page = page->next)
+        page->occupied.drop();
+    mHasHadSeveralPages = head != tail;
+    if (kvdetail::kHasPageIndex)
+        mIndex.rebuild(head);
+}
+
+template <class T, unsigned PageBytes, class Allocator>
 auto KvTrucker<T, PageBytes, Allocator>::pageForAppending() -> Page* {
     if (tail && tail->fillEnd < blockEnd(tail))
         return tail;
     Page* const page = makePage();
     Page* const before = tail;
-    if (before)
+    if (before) {
         before->next = page;
-    else
+        mHasHadSeveralPages = true;
+    } else {
         head = page;
+    }
     tail = page;
     if (kvdetail::kHasPageIndex)
         mIndex.append(page, before, head);
@@ -603,11 +651,11 @@ auto KvTrucker<T, PageBytes, Allocator>::makePage() -> Page* {
     }
     auto* const slots = static_cast<Slot*>(blockMemory);
     clearSlots(slots);
-    return new (pageMemory) Page{nullptr, 0, slots, slots, 0, {}};
+    return new (pageMemory) Page{nullptr, 0, slots, slots, 0, mEpoch.serial(), mEpoch.current(), ++mMade, {}};
 }
 
-// A small set spends more time on clearing its page than on its items: copying what is clear already takes
-// half as long as clearing one slot after the other.
+// A small set spends more time on clearing its page than on its items. Copying the slots that are clear
+// already takes half as long as clearing one slot after the other.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::clearSlots(Slot* slots) noexcept {
     if constexpr (std::is_trivially_copyable_v<T>) {
@@ -625,16 +673,24 @@ void KvTrucker<T, PageBytes, Allocator>::clearSlots(Slot* slots) noexcept {
 
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::freePage(Page* page) noexcept {
+    const bool isOwn = page->maker == mEpoch.serial();
     if (page->slots) {
         std::destroy_n(page->slots, kSlotsPerPage);
         Allocator::deallocate(page->slots, PageBytes);
     }
     Allocator::deallocate(page, sizeof(Page));
-    kvdetail::raiseStoreEpoch();
+    // A caller has moved the page here, and iterators of any store may stand on it.
+    if (isOwn)
+        mEpoch.raise();
+    else
+        kvdetail::StoreEpoch::raiseAll();
 }
 
+// A page that a caller has taken out of the chain is left alone.
 template <class T, unsigned PageBytes, class Allocator>
-void KvTrucker<T, PageBytes, Allocator>::unlink(Page* page) noexcept {
+void KvTrucker<T, PageBytes, Allocator>::unlinkAndFree(Page* page) noexcept {
+    if (!contains(page))
+        return;
     Page* const before = pageBefore(page);
     if (before)
         before->next = page->next;
@@ -644,6 +700,7 @@ void KvTrucker<T, PageBytes, Allocator>::unlink(Page* page) noexcept {
         tail = before;
     if (kvdetail::kHasPageIndex)
         mIndex.remove(page, head);
+    freePage(page);
 }
 
 template <class T, unsigned PageBytes, class Allocator>
@@ -660,7 +717,7 @@ auto KvTrucker<T, PageBytes, Allocator>::firstOccupiedOf(const Page* page, Slot*
     if (from >= last || !from->free)
         return from < last ? from : nullptr;
     if (hasBits(page)) {
-        const std::uint32_t first = page->occupancy.firstFrom(numberOf(page, from));
+        const std::uint32_t first = page->occupied.firstFrom(numberOf(page, from));
         if (first == kSlotsPerPage)
             return nullptr;
         if (!page->slots[first].free)
@@ -673,7 +730,7 @@ template <class T, unsigned PageBytes, class Allocator>
 auto KvTrucker<T, PageBytes, Allocator>::lastOccupiedBefore(const Page* page, std::ptrdiff_t below) noexcept
     -> Slot* {
     if (below > 0 && hasBits(page)) {
-        const std::uint32_t last = page->occupancy.lastBefore(static_cast<std::uint32_t>(below));
+        const std::uint32_t last = page->occupied.lastBefore(static_cast<std::uint32_t>(below));
         if (last == kSlotsPerPage)
             return nullptr;
         if (!page->slots[last].free)
@@ -692,7 +749,7 @@ auto KvTrucker<T, PageBytes, Allocator>::nthByShortcut(const Page* page, std::ui
     if (hasNoHoles(page))
         number = n;
     else if (hasBits(page))
-        number = page->occupancy.nth(n);
+        number = page->occupied.select(n);
     Slot* const slot = page->slots + number;
     return slot < page->fillEnd && !slot->free ? slot : nullptr;
 }
@@ -702,53 +759,81 @@ std::uint32_t KvTrucker<T, PageBytes, Allocator>::occupiedBefore(const Page* pag
                                                                  const Slot* slot) noexcept {
     if (hasNoHoles(page))
         return numberOf(page, slot);
-    return hasBits(page) ? page->occupancy.countBefore(numberOf(page, slot))
-                         : countOccupied(page->slots, slot);
+    return hasBits(page) ? page->occupied.rank(numberOf(page, slot)) : countOccupied(page->slots, slot);
 }
 
-// Bits are kept from the page's first hole on.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::vacate(Page* page, Slot* slot) noexcept {
-    if (!page->occupancy.isKept() && hasNoHoles(page))
-        page->occupancy.start(page->liveCount);
-    if (page->occupancy.isKept())
-        page->occupancy.clear(numberOf(page, slot));
+    if (kvdetail::kHasOccupancyBitmap && mHasHadSeveralPages && !page->occupied.isKept())
+        startBits(page);
+    if (page->occupied.isKept())
+        page->occupied.clear(numberOf(page, slot));
     slot->free = 1;
 }
 
-// Pages are read from the array before the links that confirm it have arrived.
+template <class T, unsigned PageBytes, class Allocator>
+void KvTrucker<T, PageBytes, Allocator>::startBits(Page* page) noexcept {
+    if (hasNoHoles(page)) {
+        page->occupied.start(page->liveCount);
+        return;
+    }
+    page->occupied.start(0);
+    for (Slot* slot = firstOccupied(page->slots, page->fillEnd); slot;
+         slot = firstOccupied(slot + 1, page->fillEnd))
+        page->occupied.set(numberOf(page, slot));
+}
+
+// Moves `remaining` past the whole pages before the one that holds the element, which is returned; null when
+// the pages end first.
 template <class T, unsigned PageBytes, class Allocator>
 auto KvTrucker<T, PageBytes, Allocator>::skipPages(std::uint32_t& remaining) const noexcept -> Page* {
-    Page* page = head;
-    if (const std::vector<Page*>* const pages = indexedPages()) {
-        for (std::size_t i = 1; remaining >= page->liveCount; ++i) {
-            Page* const ahead = linkedTo(page, *pages, i);
-            if (!ahead)
-                break;
-            remaining -= page->liveCount;
-            page = ahead;
-        }
+    if (isIndexed()) {
+        if (Page* const page = skipIndexedPages(remaining))
+            return page;
     }
+    Page* page = head;
     for (; page && remaining >= page->liveCount; page = page->next)
         remaining -= page->liveCount;
     return page;
 }
 
-// The occupied slots of the pages before this one.
+// The same by the page index; null, and nothing changed, where the pages end or the chain is another one. All
+// links are compared before one of them decides, so that no read of a page waits for the one before.
+template <class T, unsigned PageBytes, class Allocator>
+auto KvTrucker<T, PageBytes, Allocator>::skipIndexedPages(std::uint32_t& remaining) const noexcept -> Page* {
+    const std::vector<Page*>& pages = mIndex.pages();
+    std::uint32_t left = remaining;
+    bool isLinked = true;
+    std::size_t i = 0;
+    for (; left >= pages[i]->liveCount; ++i) {
+        if (i + 1 == pages.size())
+            return nullptr;
+        left -= pages[i]->liveCount;
+        isLinked &= pages[i]->next == pages[i + 1];
+    }
+    if (!isLinked)
+        return nullptr;
+    remaining = left;
+    return pages[i];
+}
+
+// The occupied slots of the pages before this one; kNoPosition when it is not in the chain.
 template <class T, unsigned PageBytes, class Allocator>
 std::uint32_t KvTrucker<T, PageBytes, Allocator>::liveBefore(const Page* page) const noexcept {
     std::uint32_t before = 0;
-    const Page* p = head;
-    if (const std::vector<Page*>* const pages = indexedPages()) {
-        for (std::size_t i = 1; p != page; ++i) {
-            const Page* const ahead = linkedTo(p, *pages, i);
-            if (!ahead)
-                break;
-            before += p->liveCount;
-            p = ahead;
+    if (isIndexed()) {
+        const std::vector<Page*>& pages = mIndex.pages();
+        bool isLinked = page->number < pages.size() && pages[page->number] == page;
+        for (std::size_t i = 0; isLinked && i < page->number; ++i) {
+            before += pages[i]->liveCount;
+            isLinked &= pages[i]->next == pages[i + 1];
         }
+        if (isLinked)
+            return before;
+        before = 0;
     }
+    const Page* p = head;
     for (; p && p != page; p = p->next)
         before += p->liveCount;
-    return before;
+    return p ? before : kNoPosition;
 }

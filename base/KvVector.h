@@ -6,7 +6,7 @@
 //   the vector - KvVector, the value type that callers hold.
 #pragma once
 
-#include "base/KvRaise.h"
+#include "base/detail/Raise.h"
 #include "platform/KvOsBase.h"
 
 #include <algorithm>
@@ -16,6 +16,7 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <type_traits>
 
 class GxDbObjectId;
 
@@ -73,6 +74,12 @@ public:
             kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
         }
         return array;
+    }
+
+    // Null when there is no memory. For elements whose construction cannot throw.
+    static T* tryAlloc(std::int32_t n) noexcept {
+        static_assert(std::is_nothrow_default_constructible_v<T>, "null is the only failure");
+        return new (std::nothrow) T[static_cast<std::size_t>(n)]();
     }
 
     static void free(T* array, std::int32_t /*physicalLength*/) noexcept { delete[] array; }
@@ -148,6 +155,21 @@ public:
         block = fresh;
     }
 
+    // The same, but false, and nothing raised, when there is no memory.
+    bool tryReplace(std::int32_t capacity, std::int32_t kept) noexcept {
+        void* const memory = _kvMalloc(sizeof(KvVectorBlock));
+        T* const array = memory ? Allocator::tryAlloc(capacity) : nullptr;
+        if (!array) {
+            _kvFree(memory);
+            return false;
+        }
+        std::copy_n(static_cast<const T*>(block->array), kept, array);
+        auto* const fresh = new (memory) KvVectorBlock{{1}, kept, capacity, block->growLength, array};
+        _release();
+        block = fresh;
+        return true;
+    }
+
     KvVectorBlock* block = nullptr;
 
 private:
@@ -212,7 +234,7 @@ public:
     // Shares the process-wide empty block. O(1), allocates nothing.
     KvVector() : KvVector(gpEmptyVectorData) {}
 
-    // Has no block, for whoever gives it one at once.
+    // Has no block. For callers that give it one at once.
     explicit KvVector(kvdetail::NoBlock /*tag*/) noexcept {}
 
     // Shares the other's block. O(1), allocates nothing.
@@ -253,6 +275,12 @@ public:
         const auto length = static_cast<unsigned>(logicalLength());
         const unsigned kept = n == 0 ? length : std::min(n, length);
         data.replace(GrowPolicy::privateCapacity(physicalLength()), static_cast<std::int32_t>(kept));
+    }
+
+    // As copyBeforeWrite(0), but leaves the block shared, and raises nothing, when there is no memory.
+    void tryCopyBeforeWrite() noexcept {
+        if (data.block && RefCounter::isShared(data.block->refCount))
+            data.tryReplace(GrowPolicy::privateCapacity(physicalLength()), logicalLength());
     }
 
     // The element, for writing: makes the block private even where it is only read. Valid for 0 <= i <

@@ -1,10 +1,10 @@
-# The headers that are installed: the seam that a platform is written against, and what the library offers to callers.
-# Everything else in base/ and selectcontext/ is the library's own affair.
+# The headers that are installed. Those under detail/ are there for the templates and inline functions of the public ones:
+# callers do not include them.
 
 set(KV_SEAM_HEADERS
     base/GxArray.h
-    base/KvRaise.h
     base/KvVector.h
+    base/detail/Raise.h
     platform/KvDatabase.h
     platform/KvGeometry.h
     platform/KvOsBase.h
@@ -12,16 +12,18 @@ set(KV_SEAM_HEADERS
     platform/KvSeamExport.h)
 
 set(KV_LIBRARY_HEADERS
-    base/KvBaseExport.h
-    base/KvLargeBlocks.h
-    base/KvNodePool.h
-    base/KvOccupancy.h
-    base/KvPageIndex.h
     base/KvSTLAllocator.h
-    base/KvShortcuts.h
-    base/KvSpread.h
-    base/KvStoreEpoch.h
     base/KvTrucker.h
+    base/detail/Export.h
+    base/detail/FibonacciHash.h
+    base/detail/HugePages.h
+    base/detail/NodePool.h
+    base/detail/OccupancyBitmap.h
+    base/detail/PageIndex.h
+    base/detail/PoolHandle.h
+    base/detail/Sanitizers.h
+    base/detail/Shortcuts.h
+    base/detail/StoreEpoch.h
     selectcontext/GxapSSListSmartPtr.h
     selectcontext/GxapSSetWriteAccessor.h
     selectcontext/GxapSelectHighlight.h

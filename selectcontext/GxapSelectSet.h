@@ -19,7 +19,7 @@
 #include <utility>
 
 namespace kvdetail {
-struct SetShortcuts;
+struct SetData;
 } // namespace kvdetail
 
 // Two markers are the same when they are the same value, or when both mean that there is no marker: 0 and -1.
@@ -99,12 +99,11 @@ public:
         Store* entities;
 
     private:
-        friend struct kvdetail::SetShortcuts;
+        friend struct kvdetail::SetData;
 
-        explicit SSetData(std::unique_ptr<kvdetail::SetShortcuts> shortcuts);
         void destroy() const;
 
-        kvdetail::SetShortcuts* const mShortcuts; // pools, and hints: anybody may change the named fields
+        std::unique_ptr<kvdetail::SetData> mInside;
     };
 
     // A cursor over a set's items in store order, registered with the set: it is disabled when the set gives

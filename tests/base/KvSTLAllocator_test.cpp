@@ -1,6 +1,6 @@
 #include "base/KvSTLAllocator.h"
 
-#include "base/KvNodePool.h"
+#include "base/detail/NodePool.h"
 #include "tests/support/AllocationFailure.h"
 #include "tests/support/KvTest.h"
 #include "tests/support/NewTracking.h"
@@ -191,7 +191,7 @@ TEST_F(KvSTLAllocatorTest, ThreadsFillAndClearIndexesOfTheirOwn) {
 
 // An index with a pool of its own, which it alone owns.
 Index pooledIndex() {
-    auto* const pool = new KvNodePool;
+    auto* const pool = new kvdetail::NodePool;
     Index index{_KvSTLAllocator<Entry>(pool)};
     pool->release();
     return index;
@@ -265,9 +265,9 @@ TEST_F(KvSTLAllocatorTest, NodeTakenOutAndPutBackLeavesNothingBehindButATrace) {
     {
         Index index = pooledIndex();
         fillWith(index, 3);
-        const std::uint64_t changes = index.get_allocator().pool()->changes();
+        const std::uint64_t generation = index.get_allocator().pool()->generation();
         index.insert(index.extract(index.begin()));
-        EXPECT_NE(index.get_allocator().pool()->changes(), changes);
+        EXPECT_NE(index.get_allocator().pool()->generation(), generation);
         EXPECT_EQ(index.get_allocator().pool()->live(), 3u);
     }
     EXPECT_EQ(kvtest::liveNewBlocks(), before);
@@ -276,9 +276,9 @@ TEST_F(KvSTLAllocatorTest, NodeTakenOutAndPutBackLeavesNothingBehindButATrace) {
 TEST_F(KvSTLAllocatorTest, ReadingTheAllocatorChangesNothing) {
     Index index = pooledIndex();
     fillWith(index, 3);
-    const std::uint64_t changes = index.get_allocator().pool()->changes();
+    const std::uint64_t generation = index.get_allocator().pool()->generation();
     const auto allocator = index.get_allocator();
-    EXPECT_EQ(allocator.pool()->changes(), changes);
+    EXPECT_EQ(allocator.pool()->generation(), generation);
 }
 
 TEST_F(KvSTLAllocatorTest, CopyTakesNoPartInThePool) {

@@ -1,6 +1,6 @@
 #include "tests/support/Thrown.h"
 
-#include "base/KvRaise.h"
+#include "base/detail/Raise.h"
 #include "platform/inmemory/InMemoryOsBase.h"
 #include "tests/support/KvTest.h"
 

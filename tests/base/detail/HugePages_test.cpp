@@ -1,4 +1,4 @@
-#include "base/KvLargeBlocks.h"
+#include "base/detail/HugePages.h"
 
 #include "tests/support/KvTest.h"
 #include "tests/support/NewTracking.h"
@@ -17,7 +17,7 @@
 namespace {
 
 using kvdetail::kHugePageBytes;
-using Allocator = kvdetail::LargeArrayAllocator<std::uint64_t>;
+using Allocator = kvdetail::HugePageAllocator<std::uint64_t>;
 
 constexpr std::size_t kNumbersInAHugePage = kHugePageBytes / sizeof(std::uint64_t);
 
@@ -29,10 +29,10 @@ bool beginsWithAHugePage(const void* memory) {
 
 TEST_F(KvLargeBlocksTest, BlockBeginsWithAHugePageAndIsAllThere) {
     const std::size_t bytes = kHugePageBytes + 100;
-    void* const memory = kvdetail::allocateLarge(bytes);
+    void* const memory = kvdetail::allocateHugePages(bytes);
     EXPECT_TRUE(beginsWithAHugePage(memory));
     std::memset(memory, 1, bytes);
-    kvdetail::deallocateLarge(memory);
+    kvdetail::deallocateHugePages(memory);
 }
 
 // The flags that the system keeps for the memory at this address; empty where it tells none.
@@ -57,9 +57,9 @@ std::string flagsOf(const void* memory) {
 TEST_F(KvLargeBlocksTest, SystemIsAskedForHugePages) {
     if (!std::ifstream("/sys/kernel/mm/transparent_hugepage/enabled"))
         GTEST_SKIP() << "a system without huge pages";
-    void* const memory = kvdetail::allocateLarge(kHugePageBytes);
+    void* const memory = kvdetail::allocateHugePages(kHugePageBytes);
     const std::string flags = flagsOf(memory);
-    kvdetail::deallocateLarge(memory);
+    kvdetail::deallocateHugePages(memory);
     if (flags.empty())
         GTEST_SKIP() << "a system that tells no flags";
     EXPECT_NE(flags.find(" hg"), std::string::npos) << flags;
@@ -67,14 +67,14 @@ TEST_F(KvLargeBlocksTest, SystemIsAskedForHugePages) {
 
 TEST_F(KvLargeBlocksTest, BlockWithoutMemoryIsRefused) {
     kvtest::failNew(1, false);
-    EXPECT_THROW(static_cast<void>(kvdetail::allocateLarge(kHugePageBytes)), std::bad_alloc);
+    EXPECT_THROW(static_cast<void>(kvdetail::allocateHugePages(kHugePageBytes)), std::bad_alloc);
     kvtest::allowNew();
 }
 
 TEST_F(KvLargeBlocksTest, ArrayOfAHugePageIsALargeBlock) {
     Allocator allocator;
     std::uint64_t* const array = allocator.allocate(kNumbersInAHugePage);
-    EXPECT_EQ(beginsWithAHugePage(array), kvdetail::kHasLargeBlocks);
+    EXPECT_EQ(beginsWithAHugePage(array), kvdetail::kHasHugePages);
     allocator.deallocate(array, kNumbersInAHugePage);
 }
 

@@ -1,4 +1,4 @@
-#include "base/KvNodePool.h"
+#include "base/detail/NodePool.h"
 
 #include "tests/support/AllocationFailure.h"
 #include "tests/support/KvTest.h"
@@ -18,12 +18,12 @@ namespace {
 
 constexpr std::size_t kNodeBytes = 48;
 
-class KvNodePoolTest : public kvtest::KvTest {
+class NodePoolTest : public kvtest::KvTest {
 protected:
     void SetUp() override {
         KvTest::SetUp();
         expectNothingLeft();
-        pool = new KvNodePool;
+        pool = new kvdetail::NodePool;
     }
 
     void TearDown() override {
@@ -43,16 +43,16 @@ protected:
             pool->deallocate(node, kNodeBytes);
     }
 
-    KvNodePool* pool = nullptr;
+    kvdetail::NodePool* pool = nullptr;
 };
 
-TEST_F(KvNodePoolTest, NewPoolTakesNoMemory) {
+TEST_F(NodePoolTest, NewPoolTakesNoMemory) {
     const long before = kvtest::newCalls();
     EXPECT_EQ(pool->live(), 0u);
     EXPECT_EQ(kvtest::newCalls(), before);
 }
 
-TEST_F(KvNodePoolTest, NodesAreAlignedAndDoNotOverlap) {
+TEST_F(NodePoolTest, NodesAreAlignedAndDoNotOverlap) {
     const std::vector<void*> nodes = take(5000);
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         ASSERT_EQ(reinterpret_cast<std::uintptr_t>(nodes[i]) % alignof(std::max_align_t), 0u);
@@ -66,28 +66,28 @@ TEST_F(KvNodePoolTest, NodesAreAlignedAndDoNotOverlap) {
     give(nodes);
 }
 
-TEST_F(KvNodePoolTest, LiveCountsTheNodesThatAreOutAndChangesRiseBothWays) {
-    std::uint64_t changes = pool->changes();
+TEST_F(NodePoolTest, LiveCountsTheNodesThatAreOutAndChangesRiseBothWays) {
+    std::uint64_t generation = pool->generation();
     const std::vector<void*> nodes = take(3);
     EXPECT_EQ(pool->live(), 3u);
-    EXPECT_GT(pool->changes(), changes);
-    changes = pool->changes();
+    EXPECT_GT(pool->generation(), generation);
+    generation = pool->generation();
     give(nodes);
     EXPECT_EQ(pool->live(), 0u);
-    EXPECT_GT(pool->changes(), changes);
+    EXPECT_GT(pool->generation(), generation);
 }
 
-TEST_F(KvNodePoolTest, GivenAndTakenAgainCountsAsChanged) {
+TEST_F(NodePoolTest, GivenAndTakenAgainCountsAsChanged) {
     const std::vector<void*> nodes = take(3);
-    const std::uint64_t changes = pool->changes();
+    const std::uint64_t generation = pool->generation();
     give({nodes[1]});
     const std::vector<void*> again = take(1);
     EXPECT_EQ(pool->live(), 3u);
-    EXPECT_NE(pool->changes(), changes);
+    EXPECT_NE(pool->generation(), generation);
     give({nodes[0], nodes[2], again[0]});
 }
 
-TEST_F(KvNodePoolTest, FreedNodesAreHandedOutAgainBeforeFreshMemoryUnlessTheyAreWatched) {
+TEST_F(NodePoolTest, FreedNodesAreHandedOutAgainBeforeFreshMemoryUnlessTheyAreWatched) {
     const std::vector<void*> nodes = take(100);
     give(nodes);
     const long before = kvtest::newCalls();
@@ -98,8 +98,8 @@ TEST_F(KvNodePoolTest, FreedNodesAreHandedOutAgainBeforeFreshMemoryUnlessTheyAre
     give(again);
 }
 
-#if KV_WATCHES_ADDRESSES
-TEST_F(KvNodePoolTest, NodeThatWasGivenBackIsFenced) {
+#if KV_ADDRESS_SANITIZER
+TEST_F(NodePoolTest, NodeThatWasGivenBackIsFenced) {
     const std::vector<void*> nodes = take(3);
     EXPECT_EQ(__asan_region_is_poisoned(nodes[1], kNodeBytes), nullptr);
     give({nodes[1]});
@@ -109,7 +109,7 @@ TEST_F(KvNodePoolTest, NodeThatWasGivenBackIsFenced) {
 }
 #endif
 
-TEST_F(KvNodePoolTest, ManyNodesTakeFewBlocks) {
+TEST_F(NodePoolTest, ManyNodesTakeFewBlocks) {
     const long before = kvtest::liveNewBlocks();
     const std::vector<void*> nodes = take(10000);
     EXPECT_LT(kvtest::liveNewBlocks() - before, 30);
@@ -119,7 +119,7 @@ TEST_F(KvNodePoolTest, ManyNodesTakeFewBlocks) {
 // Enough for several blocks in huge pages.
 constexpr std::size_t kManyNodes = 300000;
 
-TEST_F(KvNodePoolTest, MostOfALargePoolLiesInHugePages) {
+TEST_F(NodePoolTest, MostOfALargePoolLiesInHugePages) {
     const std::vector<void*> nodes = take(kManyNodes);
     std::set<std::uintptr_t> pages;
     std::size_t firstInPage = 0;
@@ -130,20 +130,21 @@ TEST_F(KvNodePoolTest, MostOfALargePoolLiesInHugePages) {
         std::memset(node, 1, kNodeBytes);
     }
     const std::size_t filledPages = kManyNodes * kNodeBytes / kvdetail::kHugePageBytes;
-    EXPECT_EQ(firstInPage + 2 >= filledPages, kvdetail::kHasLargeBlocks);
+    EXPECT_EQ(firstInPage + 2 >= filledPages, kvdetail::kHasHugePages);
     EXPECT_EQ(std::set<void*>(nodes.begin(), nodes.end()).size(), kManyNodes);
     give(nodes);
 }
 
-TEST_F(KvNodePoolTest, LargePoolFreesAllItsMemory) {
+TEST_F(NodePoolTest, LargePoolFreesAllItsMemory) {
     const long before = kvtest::liveNewBlocks();
     static_cast<void>(take(kManyNodes).size());
-    pool->reclaimAll();
+    pool->addOwner(); // the container that is abandoned
+    pool->reclaimAbandoned();
     EXPECT_EQ(kvtest::liveNewBlocks(), before);
 }
 
-TEST_F(KvNodePoolTest, LargePoolThatCannotGrowIsAsItWas) {
-    auto* const growing = new KvNodePool;
+TEST_F(NodePoolTest, LargePoolThatCannotGrowIsAsItWas) {
+    auto* const growing = new kvdetail::NodePool;
     std::vector<void*> nodes;
     nodes.reserve(2 * kManyNodes);
     while (nodes.size() < kManyNodes)
@@ -165,10 +166,10 @@ TEST_F(KvNodePoolTest, LargePoolThatCannotGrowIsAsItWas) {
 }
 
 // It has made do without blocks as large before.
-TEST_F(KvNodePoolTest, LargePoolGrowsBySmallBlocksWhereThereIsNoLargeOne) {
-    if (!kvdetail::kHasLargeBlocks)
+TEST_F(NodePoolTest, LargePoolGrowsBySmallBlocksWhereThereIsNoLargeOne) {
+    if (!kvdetail::kHasHugePages)
         GTEST_SKIP() << "large blocks are switched off";
-    auto* const growing = new KvNodePool;
+    auto* const growing = new kvdetail::NodePool;
     std::vector<void*> nodes;
     nodes.reserve(2 * kManyNodes);
     while (nodes.size() < kManyNodes)
@@ -186,8 +187,8 @@ TEST_F(KvNodePoolTest, LargePoolGrowsBySmallBlocksWhereThereIsNoLargeOne) {
 
 // No block is more than half of what the pool had, so that little lies idle, and none much less, so that they
 // stay few.
-TEST_F(KvNodePoolTest, LargePoolGrowsByHalf) {
-    if (!kvdetail::kHasLargeBlocks)
+TEST_F(NodePoolTest, LargePoolGrowsByHalf) {
+    if (!kvdetail::kHasHugePages)
         GTEST_SKIP() << "large blocks are switched off";
     constexpr std::size_t kLargeNodeBytes = 4096;
     constexpr std::size_t kNodesPerPage = kvdetail::kHugePageBytes / kLargeNodeBytes;
@@ -208,17 +209,18 @@ TEST_F(KvNodePoolTest, LargePoolGrowsByHalf) {
     }
     EXPECT_GE(blocks, 8u);
     EXPECT_LE(blocks, 14u);
-    pool->reclaimAll();
+    pool->addOwner(); // the container that is abandoned
+    pool->reclaimAbandoned();
 }
 
-TEST_F(KvNodePoolTest, LargePoolTakesFewBlocks) {
+TEST_F(NodePoolTest, LargePoolTakesFewBlocks) {
     const long before = kvtest::liveNewBlocks();
     const std::vector<void*> nodes = take(kManyNodes);
     EXPECT_LT(kvtest::liveNewBlocks() - before, 80);
     give(nodes);
 }
 
-TEST_F(KvNodePoolTest, RequestOfAnotherSizeIsNoNode) {
+TEST_F(NodePoolTest, RequestOfAnotherSizeIsNoNode) {
     const std::vector<void*> nodes = take(1);
     void* const array = pool->allocate(10 * kNodeBytes);
     EXPECT_EQ(pool->live(), 1u);
@@ -228,11 +230,11 @@ TEST_F(KvNodePoolTest, RequestOfAnotherSizeIsNoNode) {
     give(nodes);
 }
 
-TEST_F(KvNodePoolTest, FirstRequestOfNothingOrOfTooMuchHarmsNobody) {
+TEST_F(NodePoolTest, FirstRequestOfNothingOrOfTooMuchHarmsNobody) {
     void* const nothing = pool->allocate(0);
     EXPECT_NE(nothing, nullptr);
     pool->deallocate(nothing, 0);
-    auto* const other = new KvNodePool;
+    auto* const other = new kvdetail::NodePool;
     void* const array = other->allocate(1000000);
     EXPECT_EQ(other->live(), 0u);
     void* const node = other->allocate(kNodeBytes);
@@ -247,20 +249,21 @@ TEST_F(KvNodePoolTest, FirstRequestOfNothingOrOfTooMuchHarmsNobody) {
     other->release();
 }
 
-TEST_F(KvNodePoolTest, ReclaimingTakesAllNodesBackAndFreesTheirMemory) {
+TEST_F(NodePoolTest, ReclaimingTakesAllNodesBackAndFreesTheirMemory) {
     const long before = kvtest::liveNewBlocks();
-    const std::uint64_t changes = pool->changes();
+    const std::uint64_t generation = pool->generation();
     static_cast<void>(take(3000).size());
-    pool->reclaimAll();
+    pool->addOwner(); // the container that is abandoned
+    pool->reclaimAbandoned();
     EXPECT_EQ(pool->live(), 0u);
-    EXPECT_NE(pool->changes(), changes);
+    EXPECT_NE(pool->generation(), generation);
     EXPECT_EQ(kvtest::liveNewBlocks(), before);
     const std::vector<void*> nodes = take(50);
     EXPECT_EQ(std::set<void*>(nodes.begin(), nodes.end()).size(), 50u);
     give(nodes);
 }
 
-TEST_F(KvNodePoolTest, PoolLivesUntilItsLastOwnerLetsItGo) {
+TEST_F(NodePoolTest, PoolLivesUntilItsLastOwnerLetsItGo) {
     pool->addOwner();
     pool->release();
     const std::vector<void*> nodes = take(20);
@@ -268,9 +271,9 @@ TEST_F(KvNodePoolTest, PoolLivesUntilItsLastOwnerLetsItGo) {
     give(nodes);
 }
 
-TEST_F(KvNodePoolTest, PoolWithoutOwnersLivesUntilItsLastNodeIsGivenBack) {
+TEST_F(NodePoolTest, PoolWithoutOwnersLivesUntilItsLastNodeIsGivenBack) {
     const long before = kvtest::liveNewBlocks();
-    auto* const other = new KvNodePool;
+    auto* const other = new kvdetail::NodePool;
     void* nodes[100];
     for (void*& node : nodes)
         node = other->allocate(kNodeBytes);
@@ -282,16 +285,16 @@ TEST_F(KvNodePoolTest, PoolWithoutOwnersLivesUntilItsLastNodeIsGivenBack) {
     EXPECT_EQ(kvtest::liveNewBlocks(), before);
 }
 
-TEST_F(KvNodePoolTest, NodeTakenOutOfItsContainerCountsAsAChange) {
-    const std::uint64_t changes = pool->changes();
-    pool->noteTakenOut();
-    EXPECT_NE(pool->changes(), changes);
+TEST_F(NodePoolTest, NodeTakenOutOfItsContainerCountsAsAChange) {
+    const std::uint64_t generation = pool->generation();
+    pool->noteExtracted();
+    EXPECT_NE(pool->generation(), generation);
     EXPECT_EQ(pool->live(), 0u);
 }
 
-TEST_F(KvNodePoolTest, PoolThatCannotGrowIsAsItWas) {
+TEST_F(NodePoolTest, PoolThatCannotGrowIsAsItWas) {
     kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
-        auto* const growing = new KvNodePool;
+        auto* const growing = new kvdetail::NodePool;
         std::vector<void*> nodes;
         nodes.reserve(4000);
         const kvtest::Outcome outcome = point.run([&] {

@@ -1,4 +1,4 @@
-#include "base/KvOccupancy.h"
+#include "base/detail/OccupancyBitmap.h"
 
 #include <gtest/gtest.h>
 
@@ -10,26 +10,28 @@
 
 namespace {
 
+using kvdetail::OccupancyBitmap;
+
 // Says whether the bits answer every question as a plain list of flags does.
 template <unsigned Count>
-::testing::AssertionResult agrees(const KvOccupancy<Count>& bits, const std::vector<bool>& flags) {
+::testing::AssertionResult agrees(const OccupancyBitmap<Count>& bits, const std::vector<bool>& flags) {
     std::uint32_t before = 0;
     std::uint32_t last = Count;
     for (std::uint32_t i = 0; i < Count; ++i) {
-        if (bits.countBefore(i) != before)
-            return ::testing::AssertionFailure() << "countBefore(" << i << ") is " << bits.countBefore(i);
+        if (bits.rank(i) != before)
+            return ::testing::AssertionFailure() << "rank(" << i << ") is " << bits.rank(i);
         if (bits.lastBefore(i) != last)
             return ::testing::AssertionFailure() << "lastBefore(" << i << ") is " << bits.lastBefore(i);
         if (!flags[i])
             continue;
-        if (bits.nth(before) != i)
-            return ::testing::AssertionFailure() << "nth(" << before << ") is " << bits.nth(before);
+        if (bits.select(before) != i)
+            return ::testing::AssertionFailure() << "select(" << before << ") is " << bits.select(before);
         last = i;
         ++before;
     }
     if (bits.lastBefore(Count) != last)
         return ::testing::AssertionFailure() << "the last bit is " << bits.lastBefore(Count);
-    if (bits.count() != before || bits.nth(before) != Count)
+    if (bits.count() != before || bits.select(before) != Count)
         return ::testing::AssertionFailure() << "count() is " << bits.count() << " instead of " << before;
     std::uint32_t next = Count;
     for (std::uint32_t i = Count; i-- > 0;) {
@@ -50,7 +52,7 @@ std::vector<bool> firstFlags(std::uint32_t used) {
 
 // Pages of one word, of a part of one, of one block, of one block and a part of a word, and a real one.
 template <class Bits>
-class KvOccupancyTest : public ::testing::Test {};
+class OccupancyBitmapTest : public ::testing::Test {};
 
 template <unsigned N>
 struct Slots {
@@ -65,27 +67,27 @@ public:
         return std::to_string(S::kCount);
     }
 };
-TYPED_TEST_SUITE(KvOccupancyTest, Sizes, SizeNames);
+TYPED_TEST_SUITE(OccupancyBitmapTest, Sizes, SizeNames);
 
-TYPED_TEST(KvOccupancyTest, NothingIsKeptBeforeTheStart) {
-    const KvOccupancy<TypeParam::kCount> bits;
+TYPED_TEST(OccupancyBitmapTest, NothingIsKeptBeforeTheStart) {
+    const OccupancyBitmap<TypeParam::kCount> bits;
     EXPECT_FALSE(bits.isKept());
     EXPECT_EQ(bits.count(), 0u);
 }
 
-TYPED_TEST(KvOccupancyTest, StartSetsTheUsedBitsAlone) {
+TYPED_TEST(OccupancyBitmapTest, StartSetsTheUsedBitsAlone) {
     constexpr unsigned kCount = TypeParam::kCount;
     for (const std::uint32_t used : {0u, 1u, 3u, kCount / 2, kCount / 2 + 1, kCount - 1, kCount}) {
-        KvOccupancy<kCount> bits;
+        OccupancyBitmap<kCount> bits;
         bits.start(used);
         EXPECT_TRUE(bits.isKept());
         EXPECT_TRUE(agrees(bits, firstFlags<kCount>(used))) << used << " used";
     }
 }
 
-TYPED_TEST(KvOccupancyTest, StartForgetsWhatWasKeptBefore) {
+TYPED_TEST(OccupancyBitmapTest, StartForgetsWhatWasKeptBefore) {
     constexpr unsigned kCount = TypeParam::kCount;
-    KvOccupancy<kCount> bits;
+    OccupancyBitmap<kCount> bits;
     bits.start(kCount);
     for (std::uint32_t i = 0; i < kCount; ++i)
         bits.clear(i);
@@ -95,8 +97,8 @@ TYPED_TEST(KvOccupancyTest, StartForgetsWhatWasKeptBefore) {
     EXPECT_TRUE(agrees(bits, firstFlags<kCount>(2)));
 }
 
-TYPED_TEST(KvOccupancyTest, SettingOrClearingTwiceCountsOnce) {
-    KvOccupancy<TypeParam::kCount> bits;
+TYPED_TEST(OccupancyBitmapTest, SettingOrClearingTwiceCountsOnce) {
+    OccupancyBitmap<TypeParam::kCount> bits;
     bits.start(3);
     bits.clear(1);
     bits.clear(1);
@@ -106,15 +108,15 @@ TYPED_TEST(KvOccupancyTest, SettingOrClearingTwiceCountsOnce) {
     EXPECT_TRUE(agrees(bits, firstFlags<TypeParam::kCount>(3)));
 }
 
-TYPED_TEST(KvOccupancyTest, BitsClearedFromTheFrontOnAndSetAgainAtTheFront) {
+TYPED_TEST(OccupancyBitmapTest, BitsClearedFromTheFrontOnAndSetAgainAtTheFront) {
     constexpr unsigned kCount = TypeParam::kCount;
-    KvOccupancy<kCount> bits;
+    OccupancyBitmap<kCount> bits;
     std::vector<bool> flags = firstFlags<kCount>(kCount);
     bits.start(kCount);
     for (std::uint32_t i = 0; i < kCount; ++i) {
         bits.clear(i);
         flags[i] = false;
-        ASSERT_EQ(bits.nth(0), i + 1);
+        ASSERT_EQ(bits.select(0), i + 1);
     }
     EXPECT_TRUE(agrees(bits, flags));
     bits.set(0);
@@ -122,10 +124,10 @@ TYPED_TEST(KvOccupancyTest, BitsClearedFromTheFrontOnAndSetAgainAtTheFront) {
     EXPECT_TRUE(agrees(bits, flags));
 }
 
-TYPED_TEST(KvOccupancyTest, RandomChangesAgreeWithPlainFlags) {
+TYPED_TEST(OccupancyBitmapTest, RandomChangesAgreeWithPlainFlags) {
     constexpr unsigned kCount = TypeParam::kCount;
     std::mt19937 random(kCount);
-    KvOccupancy<kCount> bits;
+    OccupancyBitmap<kCount> bits;
     std::vector<bool> flags = firstFlags<kCount>(kCount);
     bits.start(kCount);
     for (int round = 0; round < 40; ++round) {

@@ -1,4 +1,4 @@
-#include "base/KvPageIndex.h"
+#include "base/detail/PageIndex.h"
 
 #include "tests/base/ContainerTest.h"
 #include "tests/base/Invariants.h"
@@ -16,6 +16,8 @@
 #include <vector>
 
 namespace {
+
+using kvdetail::PageIndex;
 
 using kvtest::fill;
 using kvtest::invariants;
@@ -36,11 +38,11 @@ struct TestPage {
     unsigned char* slots;
     std::uint32_t number;
 };
-using Index = KvPageIndex<TestPage, kBytes>;
+using Index = PageIndex<TestPage, kBytes>;
 
 // Pages in one chain whose blocks lie in one piece of memory, each at an offset of its own from a region's
 // start.
-class KvPageIndexTest : public kvtest::ContainerTest {
+class PageIndexTest : public kvtest::ContainerTest {
 protected:
     void TearDown() override {
         index.clear();
@@ -90,24 +92,24 @@ protected:
     Index index;
 };
 
-TEST_F(KvPageIndexTest, ChainOfThreePagesIsNotIndexed) {
+TEST_F(PageIndexTest, ChainOfThreePagesIsNotIndexed) {
     link(3);
     EXPECT_FALSE(index.isInUse());
     EXPECT_EQ(index.find(pages[1]->slots), nullptr);
 }
 
-TEST_F(KvPageIndexTest, FourthPageBringsAllFourIn) {
+TEST_F(PageIndexTest, FourthPageBringsAllFourIn) {
     link(4);
     EXPECT_TRUE(index.isInUse());
     EXPECT_TRUE(findsAll());
 }
 
-TEST_F(KvPageIndexTest, EveryPageOfManyIsFoundByEachOfItsBytes) {
+TEST_F(PageIndexTest, EveryPageOfManyIsFoundByEachOfItsBytes) {
     link(300);
     EXPECT_TRUE(findsAll());
 }
 
-TEST_F(KvPageIndexTest, AddressesElsewhereAreNotFound) {
+TEST_F(PageIndexTest, AddressesElsewhereAreNotFound) {
     link(20);
     const unsigned char elsewhere = 0;
     EXPECT_EQ(index.find(&elsewhere), nullptr);
@@ -115,7 +117,7 @@ TEST_F(KvPageIndexTest, AddressesElsewhereAreNotFound) {
     EXPECT_EQ(index.find(reinterpret_cast<const void*>(~std::uintptr_t{0})), nullptr);
 }
 
-TEST_F(KvPageIndexTest, PagesThatAreUnlinkedAreGoneAndTheOthersMoveUp) {
+TEST_F(PageIndexTest, PagesThatAreUnlinkedAreGoneAndTheOthersMoveUp) {
     link(40);
     for (const std::size_t i : {std::size_t{0}, std::size_t{17}, std::size_t{37}, std::size_t{20}}) {
         const unsigned char* const slots = pages[i]->slots;
@@ -125,7 +127,7 @@ TEST_F(KvPageIndexTest, PagesThatAreUnlinkedAreGoneAndTheOthersMoveUp) {
     }
 }
 
-TEST_F(KvPageIndexTest, UnlinkingAllPagesLeavesAnIndexThatIsNotInUse) {
+TEST_F(PageIndexTest, UnlinkingAllPagesLeavesAnIndexThatIsNotInUse) {
     link(6);
     while (!pages.empty())
         unlink(pages.size() / 2);
@@ -134,7 +136,7 @@ TEST_F(KvPageIndexTest, UnlinkingAllPagesLeavesAnIndexThatIsNotInUse) {
     EXPECT_TRUE(findsAll());
 }
 
-TEST_F(KvPageIndexTest, ClearedIndexGivesItsMemoryBack) {
+TEST_F(PageIndexTest, ClearedIndexGivesItsMemoryBack) {
     const long before = kvtest::liveNewBlocks();
     Index other;
     link(10);
@@ -145,7 +147,7 @@ TEST_F(KvPageIndexTest, ClearedIndexGivesItsMemoryBack) {
     EXPECT_GT(linked, before);
 }
 
-TEST_F(KvPageIndexTest, PageTakenOutAndFreedByTheCallerIsNotReadAgain) {
+TEST_F(PageIndexTest, PageTakenOutAndFreedByTheCallerIsNotReadAgain) {
     link(8);
     const unsigned char* const slots = pages[3]->slots;
     pages[2]->next = pages[3]->next;
@@ -156,7 +158,7 @@ TEST_F(KvPageIndexTest, PageTakenOutAndFreedByTheCallerIsNotReadAgain) {
     EXPECT_FALSE(index.isInUse()) << "the chain is not the one that it knows";
 }
 
-TEST_F(KvPageIndexTest, UnlinkingAPageThatItDoesNotKnowEndsTheIndex) {
+TEST_F(PageIndexTest, UnlinkingAPageThatItDoesNotKnowEndsTheIndex) {
     link(5);
     TestPage stranger{nullptr, memory.data(), 2};
     index.remove(&stranger, pages.front().get());

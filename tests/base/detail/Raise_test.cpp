@@ -1,4 +1,4 @@
-#include "base/KvRaise.h"
+#include "base/detail/Raise.h"
 
 #include "platform/inmemory/InMemoryOsBase.h"
 #include "tests/base/ContainerTest.h"

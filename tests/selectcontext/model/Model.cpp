@@ -185,21 +185,10 @@ bool Model::isEnd(const StorePtr& store, const Position& at) {
     return at.page == end.page ? !end.page || at.slot == end.slot : slotAddress(at) == slotAddress(end);
 }
 
-// Whether the cursor's page is one of the store's and its slot is in it, or one past it. Pages count as the
-// same when they lie at the same address: nothing tells a page from one that was made in its place.
-bool Model::resolve(const Store& store, Position& at) {
-    const auto page = std::find_if(store.pages.begin(), store.pages.end(),
-                                   [&at](const PagePtr& p) { return sameObject(p, at.page); });
-    if (page == store.pages.end())
-        return false;
-    if (*page == at.page)
-        return true;
-    const std::ptrdiff_t offset = slotAddress(at) - (*page)->actualSlots;
-    if (offset < 0 || offset > kPageSlots * kSlotBytes || offset % kSlotBytes != 0)
-        return false;
-    at.page = *page;
-    at.slot = static_cast<int>(offset / kSlotBytes);
-    return true;
+// Whether the cursor's page is one of the store's. A page that was made in its place is not, though it may lie
+// at the same address.
+bool Model::resolve(const Store& store, const Position& at) {
+    return std::find(store.pages.begin(), store.pages.end(), at.page) != store.pages.end();
 }
 
 // Literal, the odd results included: a position that went stale makes the walk leave its page early.

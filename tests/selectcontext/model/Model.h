@@ -354,7 +354,7 @@ private:
     static Position endOf(const StorePtr& store);
     static Position positionAt(const StorePtr& store, int index);
     static bool isEnd(const StorePtr& store, const Position& at);
-    static bool resolve(const Store& store, Position& at);
+    static bool resolve(const Store& store, const Position& at);
     static void next(Position& at);
     static void back(const StorePtr& store, Position& at);
 };

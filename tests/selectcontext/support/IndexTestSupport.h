@@ -1,7 +1,7 @@
 // What the tests of building an index share: stores of records with ids, and the index to be expected.
 #pragma once
 
-#include "selectcontext/SetDetail.h"
+#include "selectcontext/detail/SetData.h"
 #include "tests/support/Ids.h"
 
 #include <gtest/gtest.h>

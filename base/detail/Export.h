@@ -1,0 +1,4 @@
+// Marks what inline code of the containers shares across every library of the process.
+#pragma once
+
+#define KV_BASE_API __attribute__((visibility("default")))

@@ -1,0 +1,205 @@
+// NodePool: memory for the nodes of one container.
+#pragma once
+
+#include "base/detail/HugePages.h"
+#include "base/detail/Sanitizers.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+#if KV_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
+
+namespace kvdetail {
+
+// Under the address sanitizer a node that was given back is poisoned and not handed out again. The code that
+// gives it back decides, so a program under the sanitizer works with a library that is not.
+#if KV_ADDRESS_SANITIZER
+constexpr bool kReusesNodes = false;
+inline void poison(void* node, std::size_t bytes) noexcept {
+    ASAN_POISON_MEMORY_REGION(node, bytes);
+}
+#else
+constexpr bool kReusesNodes = true;
+inline void poison(void* /*node*/, std::size_t /*bytes*/) noexcept {}
+#endif
+
+// Hands out memory of one size, that of the first request, from chunks that grow with the number of nodes.
+// Nodes that are requested one after the other lie one after the other. Nodes that were given back are kept
+// in a free list. A request of another size, or for more than kLargestNode bytes, goes to operator new.
+//
+// Invariants:
+//  1. live() is the number of nodes that are out.
+//  2. generation() rises with every node that is handed out, given back or extracted from its container. The
+//     same value means that the container has neither gained nor lost a node, nor had one taken out and put
+//     back.
+//  3. The pool lives until it has neither owners nor nodes that are out. Every container that takes nodes
+//     from it is an owner, and so is the set's data that made it.
+//
+// Thread safety: owners may come and go on any thread. The rest belongs to the container's thread.
+class NodePool {
+public:
+    NodePool() = default;
+    NodePool(const NodePool&) = delete;
+    NodePool& operator=(const NodePool&) = delete;
+
+    // One owner more, one less. The maker of the pool is the first.
+    void addOwner() noexcept { mOwners.fetch_add(1, std::memory_order_relaxed); }
+    void release() noexcept {
+        if (mOwners.fetch_sub(1, std::memory_order_acq_rel) == 1 && mLive == 0)
+            delete this;
+    }
+
+    // A node is extracted from its container, which changes neither its address nor the number of nodes.
+    void noteExtracted() noexcept { ++mGeneration; }
+
+    std::size_t live() const noexcept { return mLive; }
+    std::uint64_t generation() const noexcept { return mGeneration; }
+
+    // O(1). std::bad_alloc when there is no memory.
+    void* allocate(std::size_t bytes) {
+        if (mNodeBytes == 0 && bytes <= kLargestNode)
+            mNodeBytes = rounded(bytes);
+        if (!isNode(bytes))
+            return ::operator new(bytes);
+        void* const node = mFreeList ? takeFreed() : takeFresh();
+        ++mLive;
+        ++mGeneration;
+        return node;
+    }
+
+    // O(1).
+    void deallocate(void* memory, std::size_t bytes) noexcept {
+        if (!isNode(bytes)) {
+            ::operator delete(memory);
+            return;
+        }
+        if (kReusesNodes)
+            mFreeList = new (memory) FreeNode{mFreeList};
+        else
+            poison(memory, mNodeBytes);
+        --mLive;
+        ++mGeneration;
+        if (mLive == 0 && mOwners.load(std::memory_order_acquire) == 0)
+            delete this;
+    }
+
+    // The container was abandoned: it still counts as an owner and its nodes as out, but its destructor never
+    // runs. Takes all nodes back at once, and the ownership. O(chunks).
+    void reclaimAbandoned() noexcept {
+        freeChunks();
+        mFreeList = nullptr;
+        mNext = nullptr;
+        mEnd = nullptr;
+        mChunkBytes = 0;
+        mLive = 0;
+        ++mGeneration;
+        release();
+    }
+
+private:
+    struct FreeNode {
+        FreeNode* next;
+    };
+    struct alignas(alignof(std::max_align_t)) Chunk {
+        Chunk* next;
+        bool isLarge;
+    };
+
+    static constexpr std::size_t kAlignment = alignof(std::max_align_t);
+    static constexpr std::size_t kLargestNode = 4096;
+    static constexpr std::size_t kFewestNodes = 8;
+    static constexpr std::size_t kMostNodes = 1024;
+
+    static std::uint32_t rounded(std::size_t nodeBytes) noexcept {
+        const std::size_t units = (nodeBytes + kAlignment - 1) / kAlignment;
+        return static_cast<std::uint32_t>(std::max<std::size_t>(units, 1) * kAlignment);
+    }
+
+    bool isNode(std::size_t bytes) const noexcept {
+        return bytes <= kLargestNode && rounded(bytes) == mNodeBytes;
+    }
+
+    ~NodePool() { freeChunks(); }
+
+    void* takeFreed() noexcept {
+        FreeNode* const node = mFreeList;
+        mFreeList = node->next;
+        return node;
+    }
+
+    void* takeFresh() {
+        if (mNext == mEnd)
+            addChunk();
+        unsigned char* const node = mNext;
+        mNext += mNodeBytes;
+        return node;
+    }
+
+    // A chunk doubles the pool, up to kMostNodes nodes. A pool of more than a huge page grows by half, in
+    // whole huge pages, or by kMostNodes nodes when the system has none.
+    void addChunk() {
+        if (kHasHugePages && mChunkBytes > kHugePageBytes && addLargeChunk())
+            return;
+        const std::size_t bytes = nextSmallBytes();
+        enter(::operator new(bytes), bytes, false);
+    }
+
+    bool addLargeChunk() noexcept try {
+        const std::size_t bytes = nextLargeBytes();
+        enter(allocateHugePages(bytes), bytes, true);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+
+    void enter(void* memory, std::size_t bytes, bool isLarge) noexcept {
+        mChunks = new (memory) Chunk{mChunks, isLarge};
+        mChunkBytes += bytes;
+        mNext = static_cast<unsigned char*>(memory) + sizeof(Chunk);
+        mEnd = mNext + (bytes - sizeof(Chunk)) / mNodeBytes * mNodeBytes;
+    }
+
+    std::size_t nextSmallBytes() const noexcept {
+        const std::size_t nodes = std::clamp(mChunkBytes / mNodeBytes, kFewestNodes, kMostNodes);
+        return sizeof(Chunk) + nodes * mNodeBytes;
+    }
+
+    std::size_t nextLargeBytes() const noexcept {
+        const std::size_t pages = mChunkBytes / kHugePageBytes / 2;
+        return std::max<std::size_t>(pages, 1) * kHugePageBytes;
+    }
+
+    void freeChunks() noexcept {
+        while (mChunks) {
+            Chunk* const chunk = mChunks;
+            mChunks = chunk->next;
+            if (chunk->isLarge)
+                deallocateHugePages(chunk);
+            else
+                ::operator delete(chunk);
+        }
+    }
+
+    FreeNode* mFreeList = nullptr;
+    unsigned char* mNext = nullptr; // the part of the newest chunk that was never handed out
+    unsigned char* mEnd = nullptr;
+    Chunk* mChunks = nullptr;
+    std::size_t mLive = 0;
+    std::uint64_t mGeneration = 0;
+    std::size_t mChunkBytes = 0; // of all chunks
+    std::uint32_t mNodeBytes = 0;
+    std::atomic<std::uint32_t> mOwners{1};
+};
+
+// One owner's hold on a pool.
+struct NodePoolReleaser {
+    void operator()(NodePool* pool) const noexcept { pool->release(); }
+};
+using OwnedNodePool = std::unique_ptr<NodePool, NodePoolReleaser>;
+
+} // namespace kvdetail

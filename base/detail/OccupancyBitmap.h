@@ -1,0 +1,150 @@
+// OccupancyBitmap: which slots of a page are occupied, a bit each.
+#pragma once
+
+#include <cstdint>
+
+namespace kvdetail {
+
+// A bitmap with rank and select over `Count` slots, for a page that has holes. The numbers of bits set are
+// kept for blocks of 512 bits, so that both look at the words of one block only.
+//
+// Invariants while the bits are kept:
+//  1. Bit i is set exactly when the store has occupied slot i and not freed it since.
+//  2. mBlocks[b] is the number of bits set in block b, and count() is their sum.
+//  3. The words before mFirst are 0.
+//
+// A caller may have changed a slot by hand. So users compare count() with the page's own count, and look at
+// the slot that is found.
+//
+// Thread safety: the store's writer alone may change it. Reading is for any number of threads.
+template <unsigned Count>
+class OccupancyBitmap {
+public:
+    bool isKept() const noexcept { return mIsKept; }
+    std::uint32_t count() const noexcept { return mCount; }
+
+    // Keeps bits from now on. The first `used` slots are occupied, the others are not. O(Count / 64).
+    void start(std::uint32_t used) noexcept {
+        for (std::uint32_t block = 0; block < kBlocks; ++block)
+            mBlocks[block] = static_cast<std::uint16_t>(usedWithin(used, block * kBlockBits, kBlockBits));
+        for (std::uint32_t word = 0; word < kWords; ++word) {
+            const std::uint32_t here = usedWithin(used, word * kWordBits, kWordBits);
+            mWords[word] = here == kWordBits ? ~std::uint64_t{0} : below(here);
+        }
+        mCount = used;
+        mFirst = 0;
+        mIsKept = true;
+    }
+
+    void drop() noexcept { mIsKept = false; }
+
+    // O(1).
+    void set(std::uint32_t i) noexcept {
+        if (isSet(i))
+            return;
+        mWords[i / kWordBits] |= bit(i);
+        ++mBlocks[i / kBlockBits];
+        ++mCount;
+        if (i / kWordBits < mFirst)
+            mFirst = i / kWordBits;
+    }
+
+    // Amortised O(1).
+    void clear(std::uint32_t i) noexcept {
+        if (!isSet(i))
+            return;
+        mWords[i / kWordBits] &= ~bit(i);
+        --mBlocks[i / kBlockBits];
+        --mCount;
+        while (mFirst < kWords && mWords[mFirst] == 0)
+            ++mFirst;
+    }
+
+    // Rank: the number of bits set before bit i. O(Count / 512).
+    std::uint32_t rank(std::uint32_t i) const noexcept {
+        std::uint32_t before = 0;
+        for (std::uint32_t block = 0; block < i / kBlockBits; ++block)
+            before += mBlocks[block];
+        for (std::uint32_t word = i / kBlockBits * kWordsPerBlock; word < i / kWordBits; ++word)
+            before += countOf(mWords[word]);
+        return i % kWordBits == 0 ? before : before + countOf(mWords[i / kWordBits] & below(i % kWordBits));
+    }
+
+    // Select: the n-th bit set, from 0; Count when fewer are set. O(Count / 512), O(1) for the first.
+    std::uint32_t select(std::uint32_t n) const noexcept {
+        if (n >= mCount)
+            return Count;
+        std::uint32_t word = mFirst;
+        if (n > 0) {
+            std::uint32_t block = 0;
+            for (; n >= mBlocks[block]; ++block)
+                n -= mBlocks[block];
+            word = block * kWordsPerBlock;
+        }
+        for (; countOf(mWords[word]) <= n; ++word)
+            n -= countOf(mWords[word]);
+        return word * kWordBits + nthOf(mWords[word], n);
+    }
+
+    // The first bit set from bit i on; Count when none is set. O(Count / 64).
+    std::uint32_t firstFrom(std::uint32_t i) const noexcept {
+        std::uint32_t at = i / kWordBits;
+        if (at >= kWords)
+            return Count;
+        std::uint64_t word = mWords[at] & ~below(i % kWordBits);
+        while (word == 0 && ++at < kWords)
+            word = mWords[at];
+        return word == 0 ? Count : at * kWordBits + trailingZeros(word);
+    }
+
+    // The last bit set before bit i; Count when none is set. O(Count / 64).
+    std::uint32_t lastBefore(std::uint32_t i) const noexcept {
+        std::uint32_t at = i / kWordBits;
+        std::uint64_t word = i % kWordBits == 0 ? 0 : mWords[at] & below(i % kWordBits);
+        while (word == 0 && at > mFirst)
+            word = mWords[--at];
+        return word == 0 ? Count : at * kWordBits + kWordBits - 1 - leadingZeros(word);
+    }
+
+private:
+    static constexpr std::uint32_t kWordBits = 64;
+    static constexpr std::uint32_t kBlockBits = 512;
+    static constexpr std::uint32_t kWordsPerBlock = kBlockBits / kWordBits;
+    static constexpr std::uint32_t kWords = (Count + kWordBits - 1) / kWordBits;
+    static constexpr std::uint32_t kBlocks = (Count + kBlockBits - 1) / kBlockBits;
+
+    // How many of the first `used` slots lie among the `length` from `first` on.
+    static std::uint32_t usedWithin(std::uint32_t used, std::uint32_t first, std::uint32_t length) noexcept {
+        if (used <= first)
+            return 0;
+        return used - first < length ? used - first : length;
+    }
+
+    static std::uint64_t bit(std::uint32_t i) noexcept { return std::uint64_t{1} << (i % kWordBits); }
+    // The bits below bit n, for n < 64.
+    static std::uint64_t below(std::uint32_t n) noexcept { return (std::uint64_t{1} << n) - 1; }
+    static std::uint32_t countOf(std::uint64_t word) noexcept {
+        return static_cast<std::uint32_t>(__builtin_popcountll(word));
+    }
+    static std::uint32_t leadingZeros(std::uint64_t word) noexcept {
+        return static_cast<std::uint32_t>(__builtin_clzll(word));
+    }
+    static std::uint32_t trailingZeros(std::uint64_t word) noexcept {
+        return static_cast<std::uint32_t>(__builtin_ctzll(word));
+    }
+    static std::uint32_t nthOf(std::uint64_t word, std::uint32_t n) noexcept {
+        for (; n > 0; --n)
+            word &= word - 1;
+        return trailingZeros(word);
+    }
+
+    bool isSet(std::uint32_t i) const noexcept { return (mWords[i / kWordBits] & bit(i)) != 0; }
+
+    std::uint32_t mCount = 0;
+    std::uint32_t mFirst = 0;
+    bool mIsKept = false;
+    std::uint16_t mBlocks[kBlocks] = {};
+    std::uint64_t mWords[kWords] = {};
+};
+
+} // namespace kvdetail

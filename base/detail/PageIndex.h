@@ -1,0 +1,211 @@
+// PageIndex: finds the pages of a store without walking their chain.
+#pragma once
+
+#include "base/detail/FibonacciHash.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <utility>
+#include <vector>
+
+namespace kvdetail {
+
+// An array of the pages in the order of the chain, and a hash table from addresses to pages (open addressing
+// with linear probing). The table's keys are regions of the page size. A page's block need not be aligned, so
+// it touches two regions at the most and has a bucket for each.
+//
+// Invariants while isInUse():
+//  1. pages() are the pages that the store has linked and not unlinked, in the order of the chain. Each
+//     page's `number` is its place there.
+//  2. The buckets of every region that a page's block touches lead to the page.
+//  3. No page of pages() was freed while verify() answered true.
+//
+// A caller may have changed the chain by hand. So users compare the ends of pages() with those of the chain,
+// ask verify(), and check that a page is linked from the one before it. A page that a caller has taken out of
+// the chain may be read until its store frees a page or dies. An index that finds no memory, or finds another
+// chain than its own, stays unused until it is cleared or rebuilt.
+//
+// Thread safety: the store's writer alone may change it. Reading is for any number of threads.
+template <class Page, unsigned PageBytes>
+class PageIndex {
+public:
+    // A chain of fewer pages is walked as fast.
+    static constexpr std::size_t kFewestPages = 4;
+
+    bool isInUse() const noexcept { return !mPages.empty(); }
+    const std::vector<Page*>& pages() const noexcept { return mPages; }
+
+    // The page was linked behind `tail`, the last of the chain that begins at `head`. A null `tail` means
+    // that it is the first. Amortised O(1).
+    void append(Page* page, const Page* tail, Page* head) noexcept {
+        if (!tail)
+            clear();
+        ++mLinked;
+        if (isInUse() && mPages.back() != tail)
+            disable();
+        if (isInUse())
+            add(page, head);
+        else if (!mIsDisabled && mLinked >= kFewestPages)
+            rebuild(head);
+    }
+
+    // The page was unlinked from the chain that begins at `head` now. O(pages).
+    void remove(const Page* page, const Page* head) noexcept {
+        --mLinked;
+        if (!isInUse())
+            return;
+        const std::uint32_t number = page->number;
+        const bool isIndexed = number < mPages.size() && mPages[number] == page;
+        if (isIndexed)
+            mPages.erase(mPages.begin() + static_cast<std::ptrdiff_t>(number));
+        if (!isIndexed || !isChain(head)) {
+            disable();
+            return;
+        }
+        renumber(number);
+        refill();
+    }
+
+    // Forgets what it knew and reads the chain. O(pages).
+    void rebuild(Page* head) noexcept try {
+        clear();
+        for (Page* page = head; page; page = page->next)
+            mPages.push_back(page);
+        mLinked = mPages.size();
+        if (mLinked < kFewestPages) {
+            mPages.clear();
+            return;
+        }
+        renumber(0);
+        rehash();
+    } catch (const std::bad_alloc&) {
+        disable();
+    }
+
+    // Every page was freed. The memory goes, too.
+    void clear() noexcept {
+        disable();
+        mIsDisabled = false;
+        mLinked = 0;
+    }
+
+    // Whether pages() is the chain, as far as pages were freed since the last time. O(1) while `epoch` is the
+    // same as then, else O(pages).
+    bool verify(const Page* head, std::uint32_t epoch) const noexcept {
+        if (mVerified.load(std::memory_order_relaxed) == epoch)
+            return true;
+        if (!isChain(head))
+            return false;
+        mVerified.store(epoch, std::memory_order_relaxed);
+        return true;
+    }
+
+    // The page whose block the address may lie in, if it is still linked from the page before it; else null.
+    // The caller compares the first page with the head. O(1).
+    Page* find(const void* address) const noexcept {
+        if (mBuckets.empty())
+            return nullptr;
+        const auto at = reinterpret_cast<std::uintptr_t>(address);
+        for (std::size_t i = homeOf(at / PageBytes); mBuckets[i].block != 0; i = next(i)) {
+            if (at - mBuckets[i].block < PageBytes)
+                return linkedPage(mBuckets[i].number);
+        }
+        return nullptr;
+    }
+
+private:
+    struct Bucket {
+        std::uintptr_t block = 0; // the address of the page's block; 0: an empty bucket
+        std::size_t number = 0;   // the page's
+    };
+
+    // Two regions a page, and a load factor of at most a half.
+    static constexpr std::size_t kBucketsPerPage = 4;
+
+    Page* linkedPage(std::size_t number) const noexcept {
+        Page* const page = mPages[number];
+        return number == 0 || mPages[number - 1]->next == page ? page : nullptr;
+    }
+
+    // Reads no page that the chain does not lead to.
+    bool isChain(const Page* head) const noexcept {
+        std::size_t i = 0;
+        for (const Page* page = head; page; page = page->next, ++i) {
+            if (i == mPages.size() || mPages[i] != page)
+                return false;
+        }
+        return i == mPages.size();
+    }
+
+    void add(Page* page, const Page* head) noexcept try {
+        page->number = static_cast<std::uint32_t>(mPages.size());
+        mPages.push_back(page);
+        if (mBuckets.size() >= kBucketsPerPage * mPages.size())
+            enter(page);
+        else if (isChain(head))
+            rehash();
+        else
+            disable();
+    } catch (const std::bad_alloc&) {
+        disable();
+    }
+
+    std::size_t next(std::size_t i) const noexcept { return (i + 1) & (mBuckets.size() - 1); }
+
+    std::size_t homeOf(std::uintptr_t region) const noexcept {
+        return (fibonacciHash(region) >> 32) & (mBuckets.size() - 1);
+    }
+
+    void enterRegion(std::uintptr_t region, std::uintptr_t block, std::size_t number) noexcept {
+        std::size_t i = homeOf(region);
+        while (mBuckets[i].block != 0)
+            i = next(i);
+        mBuckets[i] = {block, number};
+    }
+
+    void enter(const Page* page) noexcept {
+        const auto block = reinterpret_cast<std::uintptr_t>(page->slots);
+        const std::uintptr_t firstRegion = block / PageBytes;
+        const std::uintptr_t lastRegion = (block + PageBytes - 1) / PageBytes;
+        enterRegion(firstRegion, block, page->number);
+        if (lastRegion != firstRegion)
+            enterRegion(lastRegion, block, page->number);
+    }
+
+    void refill() noexcept {
+        for (Bucket& bucket : mBuckets)
+            bucket = Bucket();
+        for (const Page* page : mPages)
+            enter(page);
+    }
+
+    void rehash() {
+        std::size_t size = 8;
+        while (size < 2 * kBucketsPerPage * mPages.size())
+            size *= 2;
+        std::vector<Bucket>(size).swap(mBuckets);
+        refill();
+    }
+
+    void renumber(std::size_t from) noexcept {
+        for (std::size_t i = from; i < mPages.size(); ++i)
+            mPages[i]->number = static_cast<std::uint32_t>(i);
+    }
+
+    void disable() noexcept {
+        std::vector<Page*>().swap(mPages);
+        std::vector<Bucket>().swap(mBuckets);
+        mIsDisabled = true;
+    }
+
+    std::vector<Page*> mPages;
+    std::vector<Bucket> mBuckets; // a power of two
+    std::size_t mLinked = 0;      // pages of the chain
+    bool mIsDisabled = false;
+    mutable std::atomic<std::uint32_t> mVerified{
+        0}; // the epoch at which pages() was last seen to be the chain
+};
+
+} // namespace kvdetail

@@ -1,0 +1,90 @@
+// PoolHandle: a node pool in the allocator of a map.
+#pragma once
+
+#include "base/detail/NodePool.h"
+
+#include <cstdint>
+#include <utility>
+
+namespace kvdetail {
+
+// A pointer to a pool in six bytes. With a flag beside it, it fits into the seven bytes that a map leaves
+// behind its comparison, so that a map has the same size with and without a pool. A pool whose address has
+// more than 48 bits counts as none.
+//
+// The parts are read as they were written: putting six single bytes together would stall every read.
+class [[gnu::packed]] PoolPointer {
+public:
+    PoolPointer() noexcept = default;
+    explicit PoolPointer(NodePool* pool) noexcept {
+        const auto address = reinterpret_cast<std::uintptr_t>(pool);
+        if (address >> 48 != 0)
+            return;
+        mLow = static_cast<std::uint32_t>(address);
+        mHigh = static_cast<std::uint16_t>(address >> 32);
+    }
+
+    NodePool* get() const noexcept { return reinterpret_cast<NodePool*>(std::uintptr_t{mHigh} << 32 | mLow); }
+
+private:
+    std::uint32_t mLow = 0;
+    std::uint16_t mHigh = 0;
+};
+
+// The pool of a map's node allocator.
+//
+// Invariants:
+//  1. The handle in a map is an owner of the pool. Moving a map, or swapping two, moves the handles.
+//  2. A copy owns nothing. A map copies its node allocator in one place only: into the node handle that
+//     extract() returns. The node in there keeps the pool alive by itself, and some standard libraries never
+//     destroy the copy.
+//  3. Making a copy raises the pool's generation. An extracted node keeps its address, so nothing else shows
+//     that the map has changed. The hash of ids relies on this: otherwise every look-up would have to compare
+//     the entry before the one that it finds, which costs a cache miss in a large index.
+//
+// Thread safety: that of the pool.
+class PoolHandle {
+public:
+    PoolHandle() noexcept = default;
+    explicit PoolHandle(NodePool* pool) noexcept : PoolHandle(pool, true) {}
+    PoolHandle(const PoolHandle& other) noexcept : PoolHandle(other.get(), false) {
+        if (NodePool* const pool = get())
+            pool->noteExtracted();
+    }
+    PoolHandle(PoolHandle&& other) noexcept : PoolHandle(other.get(), other.mIsOwner) {}
+    PoolHandle& operator=(const PoolHandle& other) noexcept {
+        PoolHandle fresh(other.get(), mIsOwner);
+        std::swap(mPool, fresh.mPool);
+        return *this;
+    }
+    ~PoolHandle() {
+        if (NodePool* const owned = mIsOwner ? get() : nullptr)
+            owned->release();
+    }
+
+    NodePool* get() const noexcept { return mPool.get(); }
+
+private:
+    PoolHandle(NodePool* pool, bool isOwner) noexcept : mPool(pool), mIsOwner(isOwner) {
+        if (NodePool* const owned = isOwner ? get() : nullptr)
+            owned->addOwner();
+    }
+
+    PoolPointer mPool;
+    bool mIsOwner = true;
+};
+static_assert(sizeof(PoolHandle) == 7, "a map has room for seven bytes behind its comparison");
+
+// A map holds the allocator of its nodes, which takes a handle. The allocator of its values is what
+// get_allocator() returns, also to many readers at once: it takes a plain pointer, as owners are counted by
+// atomic operations that would make readers wait for each other.
+template <class T>
+struct PoolHolder {
+    using type = PoolHandle;
+};
+template <class First, class Second>
+struct PoolHolder<std::pair<First, Second>> {
+    using type = PoolPointer;
+};
+
+} // namespace kvdetail

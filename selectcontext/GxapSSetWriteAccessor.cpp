@@ -1,0 +1,227 @@
+// Editing: private data, writable access, selecting and removing.
+
+#include "selectcontext/GxapSSetWriteAccessor.h"
+#include "selectcontext/detail/Edits.h"
+#include "selectcontext/detail/ItemKeys.h"
+#include "selectcontext/detail/OwnedInfo.h"
+#include "selectcontext/detail/SetData.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+using kvdetail::hasItems;
+using kvdetail::indexOf;
+
+GxapSelectSet::SSetData* GxapSSetWriteAccessor::writeData() {
+    if (!sharedData)
+        return createData();
+    if (sharedData->refCount.load() >= 2)
+        assignData(sharedData->clone());
+    return sharedData;
+}
+
+void GxapSSetWriteAccessor::updateDataMap() {
+    SSetData& data = kvdetail::dataOf(*this);
+    if (data.entities)
+        data.entities->forgetHints();
+    indexOf(data).rebuild();
+}
+
+void GxapSSetWriteAccessor::clear() {
+    if (sharedData && sharedData->refCount.load() < 2)
+        sharedData->clear();
+    else
+        createData();
+}
+
+GxapSSetWriteAccessor& GxapSSetWriteAccessor::copyFrom(const GxapSelectSet& other) {
+    GxapSelectSet::operator=(other);
+    return *this;
+}
+
+selected_entity** GxapSSetWriteAccessor::getAt(int index) {
+    if (!sharedData || sharedData->entityCount == 0 || index < 0)
+        return nullptr;
+    const SSetData& data = *writeData();
+    SSetData::Store::Slot* const slot = data.entities ? data.entities->elementAt(index) : nullptr;
+    return slot ? &slot->value : nullptr;
+}
+
+namespace {
+
+// The keys come by value: the data that writing lets go may hold what the caller passed.
+template <class... Keys>
+GxapSelectSet::Iterator findForWriting(GxapSSetWriteAccessor& set, Keys... keys) {
+    set.writeData();
+    const int position = set.find(keys...);
+    return position < 0 ? set.end() : GxapSelectSet::Iterator(&set, position);
+}
+
+} // namespace
+
+GxapSelectSet::Iterator GxapSSetWriteAccessor::findItr(const GxDbObjectId& mainId) {
+    return findForWriting(*this, mainId);
+}
+
+GxapSelectSet::Iterator GxapSSetWriteAccessor::findItr(const GxDbObjectId& mainId,
+                                                       const GxDbObjectId& subId) {
+    return findForWriting(*this, mainId, subId);
+}
+
+GxapSelectSet::Iterator GxapSSetWriteAccessor::findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId,
+                                                       long gsMarker) {
+    return findForWriting(*this, mainId, subId, gsMarker);
+}
+
+GxapSelectSet::Iterator GxapSSetWriteAccessor::findMain(const GxDbObjectId& mainId) {
+    return findItr(mainId);
+}
+
+GxapSelectSet::Iterator GxapSSetWriteAccessor::iteratorAt(int index) {
+    const SSetData& data = *writeData();
+    return Iterator(this, std::min(index, static_cast<std::int32_t>(data.entityCount)));
+}
+
+GxapSelectSet::Iterator GxapSSetWriteAccessor::begin() {
+    return iteratorAt(0);
+}
+
+GxapSelectSet::Iterator GxapSSetWriteAccessor::end() {
+    return Iterator(this, static_cast<int>(kvdetail::dataOf(*this).entityCount));
+}
+
+void GxapSSetWriteAccessor::setSelectByNestedMode(bool on) {
+    if (kvdetail::dataOf(*this).selectByNestedMode != on)
+        writeData()->selectByNestedMode = on;
+}
+
+void GxapSSetWriteAccessor::setHighlightSegment(Iterator& it, const GxDbFullSubentPath* path) {
+    it.setHighlightSegment(path);
+}
+
+void GxapSSetWriteAccessor::select(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
+                                   GxapSelectedEntInfo* entInfo, const KvVector<GxDbObjectId>* nestedPath) {
+    if (mainId.isNull())
+        return;
+    const kvdetail::ItemKeys keys{mainId, subId, gsMarker, nestedPath};
+    kvdetail::OwnedInfo info(entInfo);
+    const SSetData& data = kvdetail::dataOf(*this);
+    const kvdetail::IdIndex::Run run =
+        kvdetail::isDuplicateLookedFor(data)
+            ? kvdetail::findItem(data, indexOf(data).find(mainId), keys, kvdetail::matrixOf(entInfo))
+            : kvdetail::IdIndex::Run{indexOf(data).endOf(mainId), false};
+    if (!run.isHeld)
+        kvdetail::addItem(*this, keys, std::move(info), run.entry);
+}
+
+void GxapSSetWriteAccessor::append(const GxDbObjectId& mainId, const GxDbObjectId& subId) {
+    select(mainId, subId, -1, nullptr, nullptr);
+}
+
+// A null main id makes select() leave the copy of the info to its caller, so none is made.
+bool GxapSSetWriteAccessor::append(const selected_entity* record) {
+    if (!record)
+        return false;
+    if (!record->mainEntId.isNull())
+        select(record->mainEntId, record->subEntId, record->gsMarker,
+               kvdetail::copyInfo(record->selectedEntityInfo).release(), &record->nestedEntFullPath);
+    return true;
+}
+
+// The removals copy their keys first: these may be part of the data that the copy-on-write lets go, or of the
+// index entry that is erased.
+
+bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId) {
+    const GxDbObjectId id = mainId;
+    if (id.isNull() || !hasItems(*this))
+        return false;
+    const SSetData* const searched = sharedData;
+    const kvdetail::IdIndex::Run found = indexOf(*searched).find(id);
+    if (!found.isHeld)
+        return false;
+    SSetData& data = *writeData();
+    if (!data.entities)
+        return false;
+    kvdetail::IdIndex& index = indexOf(data);
+    kvdetail::IdIndex::Run run = &data == searched ? found : index.find(id);
+    const bool removed = run.isHeld;
+    while (run.isHeld) {
+        const kvdetail::IdIndex::Entry entry = run.entry;
+        index.next(run, id);
+        kvdetail::freeSlot(data, kvdetail::OccupiedSlot(*data.entities, entry->second));
+        kvdetail::countDown(data);
+        index.erase(entry);
+    }
+    return removed;
+}
+
+bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectId& subId) {
+    const GxDbObjectId id = mainId;
+    const GxDbObjectId sub = subId;
+    if (id.isNull() || !hasItems(*this) || findInMap(id, sub) == indexOf(*sharedData).end())
+        return false;
+    SSetData& data = *writeData();
+    if (!data.entities)
+        return false;
+    kvdetail::IdIndex& index = indexOf(data);
+    bool removed = false;
+    // All entries of the id go, also those of the records that stay.
+    for (kvdetail::IdIndex::Run run = index.find(id); run.isHeld;) {
+        const kvdetail::IdIndex::Entry entry = run.entry;
+        index.next(run, id);
+        const kvdetail::OccupiedSlot place(*data.entities, entry->second);
+        index.erase(entry);
+        if (!place.holds(sub))
+            continue;
+        kvdetail::freeSlot(data, place);
+        kvdetail::countDown(data);
+        removed = true;
+    }
+    return removed;
+}
+
+bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker) {
+    const GxDbObjectId id = mainId;
+    const GxDbObjectId sub = subId;
+    if (id.isNull() || !kvdetail::hasRecords(*this))
+        return false;
+    const kvdetail::ExactItem item =
+        kvdetail::findToRemove(*this, {id, sub, gsMarker, nullptr}, indexOf(*sharedData).findAtEnds(id));
+    if (!item.place.slot)
+        return false;
+    kvdetail::removeItem(*sharedData, item);
+    return true;
+}
+
+bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
+    if (!hasItems(*this) || it.isDone())
+        return false;
+    const SSetData* const held = sharedData;
+    const bool hasBefore = it.index >= 1;
+    SSetData::Store::iterator before = *it.truckerIterator;
+    if (hasBefore)
+        kvdetail::stepBack(it.set->sharedData->entities, before);
+    if (!remove(it.mainEntId(), it.subEntId(), it.gsMarker()))
+        return false;
+    if (!hasBefore)
+        return true;
+
+    --it.index;
+    // An iterator that the registry does not know is still positioned in the data that was let go.
+    if (it.set == this && sharedData != held)
+        it.disable();
+    else
+        *it.truckerIterator = before;
+    return true;
+}
+
+bool GxapSSetWriteAccessor::removeAt(int index) {
+    if (!hasItems(*this) || index < 0 || static_cast<std::uint32_t>(index) >= sharedData->entityCount)
+        return false;
+    const SSetData& data = *writeData();
+    const SSetData::Store::Slot* const slot = data.entities ? data.entities->elementAt(index) : nullptr;
+    const selected_entity* const record = slot ? slot->value : nullptr;
+    return record && remove(record->mainEntId, record->subEntId, record->gsMarker);
+}

@@ -1,0 +1,350 @@
+// Set algebra: merge, minus, transfer, unique.
+
+#include "base/detail/HugePages.h"
+#include "selectcontext/GxapSSetWriteAccessor.h"
+#include "selectcontext/detail/Edits.h"
+#include "selectcontext/detail/IdBatch.h"
+#include "selectcontext/detail/IdSearch.h"
+#include "selectcontext/detail/ItemKeys.h"
+#include "selectcontext/detail/LookAhead.h"
+#include "selectcontext/detail/OwnedInfo.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <utility>
+#include <vector>
+
+using kvdetail::hasItems;
+using kvdetail::hasRecords;
+
+namespace {
+
+using kvdetail::IdBatch;
+using kvdetail::IdIndex;
+using kvdetail::IdSearch;
+using kvdetail::indexOf;
+using kvdetail::ItemKeys;
+using kvdetail::SSetData;
+using kvdetail::Store;
+
+// Keeps shared data alive while its records are read and the set through which it was reached lets it go.
+// Data that nobody shares is left alone: one more holder would make the next write copy it.
+class HeldData {
+public:
+    explicit HeldData(const SSetData& data) : mData(data), mIsHeld(data.refCount.load() >= 2) {
+        if (mIsHeld)
+            mData.addRef();
+    }
+    HeldData(const HeldData&) = delete;
+    HeldData& operator=(const HeldData&) = delete;
+    ~HeldData() {
+        if (mIsHeld)
+            mData.delRef();
+    }
+
+private:
+    const SSetData& mData;
+    const bool mIsHeld;
+};
+
+// The records of the store at this moment, to be read while the set that holds them is edited: neither adding
+// nor removing destroys a record.
+std::vector<const selected_entity*> recordsOf(const SSetData& data) {
+    std::vector<const selected_entity*> records;
+    kvdetail::forEachOccupied(*data.entities, [&records](const Store::Slot* slot) {
+        if (slot->value)
+            records.push_back(slot->value);
+    });
+    return records;
+}
+
+// Calls visit(record) for every record that the data holds now, to be looked up in `edited`, also where the
+// visitor edits that set and it holds this very data.
+template <class Visit>
+void forEachRecord(const SSetData& data, const GxapSelectSet& edited, const IdSearch& search, Visit visit) {
+    if (edited.sharedData == &data && data.refCount.load() < 2) {
+        for (const selected_entity* record : recordsOf(data))
+            visit(*record);
+        return;
+    }
+    kvdetail::LookAhead(edited, search).anyRecordOf(*data.entities, [&visit](const selected_entity& record) {
+        visit(record);
+        return false;
+    });
+}
+
+// Appends copies of the records of one set to another's data, as appending one after the other does. The
+// records are looked up and entered into the index in the order of their ids, so that they meet it in one
+// walk from its first entry to its last. All is decided before the first change.
+//
+// Invariants from decide() on:
+//  1. A record that is refused is null in mRecords.
+//  2. mNew has the other records in the order of their ids.
+//
+// Thread safety: that of the data's writer.
+class BulkAppend {
+public:
+    explicit BulkAppend(SSetData& data) : mData(data), mIndex(indexOf(data)) {}
+
+    // Sorting pays where the records are many, also beside the entries of the index: the walk passes all of
+    // these.
+    static bool isWorthIt(const SSetData& data, const SSetData& added) noexcept {
+        constexpr std::size_t kFewestRecords = 16;
+        constexpr std::size_t kMostEntriesPerRecord = 4;
+        return kvdetail::kHasIdBatch && data.entities && added.entityCount >= kFewestRecords &&
+               indexOf(data).size() / kMostEntriesPerRecord <= added.entityCount;
+    }
+
+    // False, and nothing done, if the records cannot be had in the order of their ids, or there is no memory
+    // for that.
+    bool collect(const SSetData& added) noexcept try {
+        mRecords.reserve(added.entityCount);
+        mBatch.reserve(added.entityCount);
+        kvdetail::forEachOccupied(*added.entities, [this](const Store::Slot* slot) {
+            if (!slot->value || slot->value->mainEntId.isNull())
+                return;
+            mBatch.add(slot->value->mainEntId, mRecords.size());
+            mRecords.push_back({slot->value, nullptr});
+        });
+        return mBatch.sort();
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+
+    void decide() {
+        IdIndex::Entry place = mIndex.begin();
+        for (const IdBatch::Item* first = mBatch.begin(); first != mBatch.end();) {
+            const IdBatch::Item* const last = mBatch.endOfId(first);
+            place = decideId(first, last, mIndex.findFrom(place, first->id()));
+            first = last;
+        }
+    }
+
+    // All or, with the exception, nothing.
+    void append() {
+        kvdetail::AppendedRecords appended(*mData.entities);
+        for (Arrival& arrival : mRecords) {
+            if (arrival.record)
+                arrival.slot = appended.append(copyOf(*arrival.record));
+        }
+        enter();
+        mData.entityCount += appended.keep();
+    }
+
+private:
+    struct Arrival {
+        const selected_entity* record;
+        const Store::Slot* slot; // of its copy
+    };
+    struct NewEntry {
+        std::size_t arrival;
+        IdIndex::Entry entry; // once it is entered; before, the place behind all entries of the id
+    };
+    using NewEntries = std::vector<NewEntry, kvdetail::HugePageAllocator<NewEntry>>;
+
+    // The records of one id, whose entries are `run`; returns the place behind these.
+    IdIndex::Entry decideId(const IdBatch::Item* first, const IdBatch::Item* last, const IdIndex::Run& run) {
+        const GxDbObjectId id = first->id();
+        IdIndex::Run behind = run;
+        while (behind.isHeld)
+            mIndex.next(behind, id);
+        const bool isAlone = !run.isHeld && last - first == 1;
+        const std::size_t before = mNew.size();
+        for (; first != last; ++first) {
+            Arrival& arrival = mRecords[first->value];
+            if (mData.unique && !isAlone && isDuplicate(*arrival.record, run, before))
+                arrival.record = nullptr;
+            else
+                mNew.push_back({first->value, behind.entry});
+        }
+        return behind.entry;
+    }
+
+    // Of a record in `run`, or of a new one from `firstNew` on.
+    bool isDuplicate(const selected_entity& record, const IdIndex::Run& run, std::size_t firstNew) const {
+        const ItemKeys keys = kvdetail::keysOf(record);
+        const GxGeMatrix3d* const matrix = kvdetail::matrixOf(record.selectedEntityInfo);
+        if (kvdetail::findItem(mData, run, keys, matrix).isHeld)
+            return true;
+        return std::any_of(mNew.begin() + static_cast<std::ptrdiff_t>(firstNew), mNew.end(),
+                           [&](const NewEntry& other) {
+                               return kvdetail::isItem(*mRecords[other.arrival].record, keys, matrix);
+                           });
+    }
+
+    std::unique_ptr<selected_entity> copyOf(const selected_entity& record) const {
+        kvdetail::OwnedInfo info = kvdetail::copyInfo(record.selectedEntityInfo);
+        auto copy = kvdetail::newRecord(mData);
+        kvdetail::setKeys(*copy, kvdetail::keysOf(record), std::move(info));
+        return copy;
+    }
+
+    // The index is changed at many places: keeping a hash up to date would cost more than it saves.
+    void enter() {
+        struct Entered {
+            IdIndex& index;
+            NewEntries& entries;
+            std::size_t count = 0;
+            ~Entered() {
+                while (count > 0)
+                    index.erase(entries[--count].entry);
+            }
+        } entered{mIndex, mNew};
+        mIndex.dropHash();
+        for (NewEntry& entry : mNew) {
+            const Arrival& arrival = mRecords[entry.arrival];
+            entry.entry = mIndex.insert(entry.entry, arrival.record->mainEntId, arrival.slot);
+            ++entered.count;
+        }
+        entered.count = 0;
+    }
+
+    SSetData& mData;
+    IdIndex& mIndex;
+    IdBatch mBatch;
+    std::vector<Arrival, kvdetail::HugePageAllocator<Arrival>> mRecords; // in store order
+    NewEntries mNew;
+};
+
+bool appendInBulk(SSetData& data, const SSetData& added) {
+    BulkAppend bulk(data);
+    if (!BulkAppend::isWorthIt(data, added) || !bulk.collect(added))
+        return false;
+    bulk.decide();
+    bulk.append();
+    return true;
+}
+
+// append() of a record as one of many. The info is copied only for an item that is added.
+void appendItem(GxapSSetWriteAccessor& set, const selected_entity& record, IdSearch& search) {
+    if (record.mainEntId.isNull())
+        return;
+    const SSetData& data = *set.sharedData;
+    const ItemKeys keys = kvdetail::keysOf(record);
+    IdIndex::Run run{data.unique ? IdIndex::Entry() : indexOf(data).endOf(keys.mainId), false};
+    if (data.unique)
+        run = kvdetail::findItem(data, search.find(keys.mainId), keys,
+                                 kvdetail::matrixOf(record.selectedEntityInfo));
+    search.goOnBehind(run);
+    if (!run.isHeld)
+        kvdetail::addItem(set, keys, kvdetail::copyInfo(record.selectedEntityInfo), run.entry);
+}
+
+// remove() of a record's three keys as one of many.
+void removeEqual(GxapSSetWriteAccessor& set, const selected_entity& record, IdSearch& search) {
+    if (record.mainEntId.isNull() || !hasRecords(set))
+        return;
+    const ItemKeys keys{record.mainEntId, record.subEntId, record.gsMarker, nullptr};
+    const IdIndex::Run run = search.find(keys.mainId);
+    search.goOnBehind(run);
+    const kvdetail::ExactItem item = kvdetail::findToRemove(set, keys, run);
+    if (!item.place.slot)
+        return;
+    if (search.isTrying())
+        search.goOnAt(std::next(item.entry));
+    kvdetail::removeItem(*set.sharedData, item);
+}
+
+std::uint32_t liveTotal(const Store& store) noexcept {
+    std::uint32_t total = 0;
+    for (const Store::Page* page = store.head; page; page = page->next)
+        total += page->liveCount;
+    return total;
+}
+
+} // namespace
+
+void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b) {
+    if (this != a && this != b)
+        clear();
+    if (!a && !b)
+        return;
+    if (!a || !b) {
+        copyFrom(a ? *a : *b);
+        return;
+    }
+    if (!hasItems(*a)) {
+        copyFrom(*b);
+        return;
+    }
+    copyFrom(*a);
+    if (!hasRecords(*b))
+        return;
+
+    // From here on `a` and `b` may be this set, and writing lets the data go that was captured.
+    const SSetData& added = *b->sharedData;
+    const HeldData held(added);
+    const bool uniqueResult = sharedData->unique || added.unique;
+    if (added.selectByNestedMode)
+        setSelectByNestedMode(true);
+    SSetData& data = *writeData();
+    data.unique = uniqueResult;
+    if (appendInBulk(data, added))
+        return;
+    IdSearch search(*this);
+    forEachRecord(added, *this, search,
+                  [this, &search](const selected_entity& record) { appendItem(*this, record, search); });
+}
+
+void GxapSSetWriteAccessor::minus(const GxapSelectSet* a, const GxapSelectSet* b) {
+    if (this != a)
+        clear();
+    if (!a || !hasItems(*a))
+        return;
+    copyFrom(*a);
+    if (!b || !hasRecords(*b))
+        return;
+
+    const SSetData& taken = *b->sharedData;
+    const HeldData held(taken);
+    IdSearch search(*this);
+    forEachRecord(taken, *this, search,
+                  [this, &search](const selected_entity& record) { removeEqual(*this, record, search); });
+}
+
+// Items that a transfer into this very set appends are not visited in their turn: a private set would be
+// walked for ever.
+void GxapSelectSet::transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* excluder,
+                             GxapSelectSet* excludedOut) const {
+    if (!excluder) {
+        static_cast<GxapSSetWriteAccessor&>(target).copyFrom(*this);
+        return;
+    }
+    const bool grows = &target == this || excludedOut == this;
+    const SSetData::Store* const store = sharedData ? sharedData->entities : nullptr;
+    const Store::Mark end = store ? store->mark() : Store::Mark();
+    const ConstIterator it = begin();
+    for (; !it.isDone(); it.step(true)) {
+        if (grows && sharedData->entities == store && store->isBehind(*it.truckerIterator, end))
+            break;
+        const GxDbObjectId id = it.mainEntId();
+        if (id.isNull())
+            continue;
+        GxapSelectSet* const receiver = excluder->isExcluded(id) ? excludedOut : &target;
+        if (receiver)
+            static_cast<GxapSSetWriteAccessor*>(receiver)->append(it.get());
+    }
+}
+
+// What needs memory comes before the first change of what is held.
+void GxapSSetWriteAccessor::setUnique(bool on) {
+    const SSetData& held = kvdetail::dataOf(*this);
+    if (held.unique == on)
+        return;
+    SSetData& data = *writeData();
+    if (!on || data.entityCount == 0 || !data.entities) {
+        data.unique = on;
+        return;
+    }
+
+    const std::vector<Store::Slot*> others = indexOf(data).rebuildOfFirsts();
+    data.unique = true;
+    // A slot's page is looked for anew each time: removing may free it.
+    for (Store::Slot* slot : others)
+        data.entities->removeSlot(slot, data.entities->pageOf(slot), true);
+    data.entityCount = liveTotal(*data.entities);
+}

@@ -1,0 +1,265 @@
+// Lookup by id, positional access, comparison of sets.
+
+#include "selectcontext/GxapSelectSet.h"
+#include "selectcontext/detail/IdSearch.h"
+#include "selectcontext/detail/ItemKeys.h"
+#include "selectcontext/detail/LookAhead.h"
+#include "selectcontext/detail/SetData.h"
+
+#include <cstdint>
+
+using kvdetail::hasItems;
+using kvdetail::hasRecords;
+
+bool isGsMarkEqual(long a, long b) {
+    const auto isNoMarker = [](long marker) { return marker == 0 || marker == -1; };
+    return isNoMarker(a) ? isNoMarker(b) : a == b;
+}
+
+namespace {
+
+using kvdetail::DataMap;
+using kvdetail::indexOf;
+using kvdetail::ItemKeys;
+using kvdetail::SSetData;
+using kvdetail::Store;
+
+const SSetData& dataToSearch(const GxapSelectSet& set) {
+    if (!set.sharedData)
+        kvdetail::raiseMessage(
+            L"Wrong way to use GxapSelectSet::findInMap, please check the sset is not a null data set!");
+    return *set.sharedData;
+}
+
+// The entry of the item that passes `matches`; the end of the index when there is none.
+template <class Matches>
+DataMap::const_iterator findInSet(const GxapSelectSet& set, const GxDbObjectId& mainId, Matches matches) {
+    const SSetData& data = dataToSearch(set);
+    if (data.entityCount == 0 || !data.entities)
+        return indexOf(data).end();
+    const auto found = kvdetail::findItem(data, indexOf(data).find(mainId), mainId, matches);
+    return found.isHeld ? found.entry : indexOf(data).end();
+}
+
+// The position of the entry's slot, for a set that has items.
+int positionOf(const SSetData& data, DataMap::const_iterator entry) {
+    if (entry == indexOf(data).end() || !data.entities)
+        return -1;
+    const std::uint32_t position = data.entities->positionOf(kvdetail::slotAt(entry->second));
+    return position == Store::kNoPosition ? -1 : static_cast<int>(position);
+}
+
+template <class... Keys>
+int findPosition(const GxapSelectSet& set, const Keys&... keys) {
+    return hasItems(set) ? positionOf(*set.sharedData, set.findInMap(keys...)) : -1;
+}
+
+template <class... Keys>
+GxapSelectSet::ConstIterator findIterator(const GxapSelectSet& set, const Keys&... keys) {
+    const int position = set.find(keys...);
+    return position >= 0 ? GxapSelectSet::ConstIterator(&set, position) : set.end();
+}
+
+} // namespace
+
+auto GxapSelectSet::findInMap(const GxDbObjectId& mainId) const -> SSetData::DataMap::const_iterator {
+    const SSetData& data = dataToSearch(*this);
+    const kvdetail::IdIndex& index = indexOf(data);
+    if (data.entityCount == 0)
+        return index.end();
+    const kvdetail::IdIndex::Run run = index.find(mainId);
+    return run.isHeld ? run.entry : index.end();
+}
+
+auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId) const
+    -> SSetData::DataMap::const_iterator {
+    return findInSet(*this, mainId, [&](const selected_entity& record) { return record.subEntId == subId; });
+}
+
+auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker) const
+    -> SSetData::DataMap::const_iterator {
+    return findInMap(mainId, subId, gsMarker, nullptr);
+}
+
+auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId,
+                              const KvVector<GxDbObjectId>* path) const -> SSetData::DataMap::const_iterator {
+    if (!path)
+        return findInMap(mainId, subId);
+    return findInSet(*this, mainId, [&](const selected_entity& record) {
+        return record.subEntId == subId && record.nestedEntFullPath == *path;
+    });
+}
+
+auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
+                              const KvVector<GxDbObjectId>* path) const -> SSetData::DataMap::const_iterator {
+    const ItemKeys keys{mainId, subId, gsMarker, path};
+    return findInSet(*this, mainId,
+                     [&](const selected_entity& record) { return kvdetail::hasKeys(record, keys); });
+}
+
+auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
+                              const KvVector<GxDbObjectId>* path, GxapSelectedEntInfo* info) const
+    -> SSetData::DataMap::const_iterator {
+    if (!path)
+        return findInMap(mainId, subId, gsMarker);
+    dataToSearch(*this); // raises before any argument is looked at
+    const ItemKeys keys{mainId, subId, gsMarker, path};
+    const GxGeMatrix3d* const matrix = kvdetail::matrixOf(info);
+    return findInSet(*this, mainId,
+                     [&](const selected_entity& record) { return kvdetail::isItem(record, keys, matrix); });
+}
+
+int GxapSelectSet::find(const GxDbObjectId& mainId) const {
+    return findPosition(*this, mainId);
+}
+
+int GxapSelectSet::find(const GxDbObjectId& mainId, const GxDbObjectId& subId) const {
+    return findPosition(*this, mainId, subId);
+}
+
+int GxapSelectSet::find(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker) const {
+    return findPosition(*this, mainId, subId, gsMarker);
+}
+
+int GxapSelectSet::find(const GxDbObjectId& mainId, const GxDbObjectId& subId,
+                        const KvVector<GxDbObjectId>* path) const {
+    return findPosition(*this, mainId, subId, path);
+}
+
+int GxapSelectSet::find(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
+                        const KvVector<GxDbObjectId>* path) const {
+    return findPosition(*this, mainId, subId, gsMarker, path);
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::findItr(const GxDbObjectId& mainId) const {
+    return findIterator(*this, mainId);
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::findItr(const GxDbObjectId& mainId,
+                                                    const GxDbObjectId& subId) const {
+    return findIterator(*this, mainId, subId);
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId,
+                                                    long gsMarker) const {
+    return findIterator(*this, mainId, subId, gsMarker);
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId,
+                                                    const KvVector<GxDbObjectId>* path) const {
+    return findIterator(*this, mainId, subId, path);
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId,
+                                                    long gsMarker, const KvVector<GxDbObjectId>* path) const {
+    return findIterator(*this, mainId, subId, gsMarker, path);
+}
+
+GxapSelectSet::ConstIterator GxapSelectSet::findMain(const GxDbObjectId& mainId) const {
+    return findItr(mainId);
+}
+
+namespace {
+
+// The record of the slot, or null; the slot may be null.
+selected_entity* recordIn(const Store::Slot* slot) {
+    return slot ? slot->value : nullptr;
+}
+
+bool copyIds(const selected_entity* record, GxDbObjectId& mainId, GxDbObjectId* subId) {
+    if (!record)
+        return false;
+    mainId = record->mainEntId;
+    if (subId)
+        *subId = record->subEntId;
+    return true;
+}
+
+// The store of a set that has items, or null.
+const Store* storeOf(const GxapSelectSet& set) {
+    return hasItems(set) ? set.sharedData->entities : nullptr;
+}
+
+std::int64_t liveTotal(const Store& store) {
+    std::int64_t total = 0;
+    for (const auto* page = store.head; page; page = page->next)
+        total += page->liveCount;
+    return total;
+}
+
+bool idsAt(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObjectId* subId) {
+    const auto* const store = storeOf(set);
+    if (!store || index < 0 || index >= liveTotal(*store))
+        return false;
+    return copyIds(store->at(index), mainId, subId);
+}
+
+// The first and the last item trust the set's count: the store itself answers when the two disagree.
+bool idsAtEdge(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObjectId* subId) {
+    const auto* const store = storeOf(set);
+    return store && copyIds(store->at(index), mainId, subId);
+}
+
+int lastIndex(const GxapSelectSet& set) {
+    return hasItems(set) ? static_cast<int>(set.sharedData->entityCount - 1) : 0;
+}
+
+// Whether some record of `other` is held by `set` (wanted true) or is not (wanted false). Both have records.
+bool anyRecord(const GxapSelectSet& other, const GxapSelectSet& set, bool wanted) {
+    const SSetData& data = *set.sharedData;
+    kvdetail::IdSearch search(set);
+    kvdetail::LookAhead ahead(set, search);
+    return ahead.anyRecordOf(*other.sharedData->entities, [&](const selected_entity& record) {
+        const ItemKeys keys = kvdetail::keysOf(record);
+        const auto found = kvdetail::findItem(data, search.find(keys.mainId), keys);
+        search.goOnBehind(found);
+        return found.isHeld == wanted;
+    });
+}
+
+} // namespace
+
+selected_entity* GxapSelectSet::getAt(int index) const {
+    const SSetData::Store* const store = storeOf(*this);
+    return store && index >= 0 ? recordIn(store->elementAt(index)) : nullptr;
+}
+
+bool GxapSelectSet::getAt(int index, GxDbObjectId& mainId) const {
+    return idsAt(*this, index, mainId, nullptr);
+}
+
+bool GxapSelectSet::getAt(int index, GxDbObjectId& mainId, GxDbObjectId& subId) const {
+    return idsAt(*this, index, mainId, &subId);
+}
+
+selected_entity* GxapSelectSet::getFirst() const {
+    return getAt(0);
+}
+
+bool GxapSelectSet::getFirst(GxDbObjectId& mainId) const {
+    return idsAtEdge(*this, 0, mainId, nullptr);
+}
+
+bool GxapSelectSet::getFirst(GxDbObjectId& mainId, GxDbObjectId& subId) const {
+    return idsAtEdge(*this, 0, mainId, &subId);
+}
+
+selected_entity* GxapSelectSet::getLast() const {
+    return getAt(lastIndex(*this));
+}
+
+bool GxapSelectSet::getLast(GxDbObjectId& mainId) const {
+    return idsAtEdge(*this, lastIndex(*this), mainId, nullptr);
+}
+
+bool GxapSelectSet::getLast(GxDbObjectId& mainId, GxDbObjectId& subId) const {
+    return idsAtEdge(*this, lastIndex(*this), mainId, &subId);
+}
+
+bool GxapSelectSet::contains(const GxapSelectSet* other) const {
+    return other && hasRecords(*other) && hasRecords(*this) && !anyRecord(*other, *this, false);
+}
+
+bool GxapSelectSet::intersectedWith(const GxapSelectSet* other) const {
+    return other && hasRecords(*other) && hasRecords(*this) && anyRecord(*other, *this, true);
+}

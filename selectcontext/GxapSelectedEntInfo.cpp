@@ -1,0 +1,285 @@
+#include "selectcontext/GxapSelectedEntInfo.h"
+#include "base/detail/Raise.h"
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <utility>
+
+// The head of a block of 8-byte fields, which holds only those that are present. The payload of `capacity`
+// bytes follows at byte 4, so its fields are misaligned and are moved with memcpy.
+struct GxDbElasticData {
+    std::uint16_t capacity; // payload bytes allocated
+    std::uint16_t size;     // payload bytes in use
+};
+static_assert(sizeof(GxDbElasticData) == 4, "the payload begins at byte 4");
+
+namespace {
+
+constexpr unsigned kFieldBytes = 8;
+static_assert(sizeof(void*) == kFieldBytes, "fields are pointers");
+
+unsigned char* payloadOf(GxDbElasticData* block) noexcept {
+    return reinterpret_cast<unsigned char*>(block + 1);
+}
+
+bool hasField(const GxDbElasticData* block, unsigned offset) noexcept {
+    return block && offset + kFieldBytes <= block->size;
+}
+
+// An empty block for `capacity` bytes. KvErrorStatus 6 when there is no memory.
+GxDbElasticData* makeBlock(unsigned capacity) {
+    void* const memory = capacity > std::numeric_limits<std::uint16_t>::max()
+                             ? nullptr
+                             : _kvMalloc(sizeof(GxDbElasticData) + capacity);
+    if (!memory)
+        kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
+    return new (memory) GxDbElasticData{static_cast<std::uint16_t>(capacity), 0};
+}
+
+// The functions below take the pointer that holds the block, and may replace it.
+
+// Inserts a field at `offset` and moves the fields from there on up. False, and nothing changed, for an
+// offset beyond the size. KvErrorStatus 6, and nothing changed, when the block cannot grow.
+bool insertField(GxDbElasticData*& block, unsigned offset, const void* value) {
+    const unsigned size = block ? block->size : 0;
+    if (offset > size)
+        return false;
+    if (!block || block->capacity - size < kFieldBytes) {
+        GxDbElasticData* const grown = makeBlock(size + kFieldBytes);
+        if (block)
+            std::memcpy(payloadOf(grown), payloadOf(block), size);
+        _kvFree(block);
+        block = grown;
+    }
+    unsigned char* const at = payloadOf(block) + offset;
+    std::memmove(at + kFieldBytes, at, size - offset);
+    std::memcpy(at, &value, kFieldBytes);
+    block->size = static_cast<std::uint16_t>(size + kFieldBytes);
+    return true;
+}
+
+// Overwrites the field at `offset`. False, and nothing changed, when the block does not have one there.
+bool setFieldAtOffset(GxDbElasticData* block, unsigned offset, const void* value) noexcept {
+    if (!hasField(block, offset))
+        return false;
+    std::memcpy(payloadOf(block) + offset, &value, kFieldBytes);
+    return true;
+}
+
+// Takes the field at `offset` out and moves the later ones down. With `compact` the block shrinks to what is
+// left, unless nothing is: an empty block is kept. False, and nothing changed, when the block does not have a
+// field there. KvErrorStatus 6, and nothing changed, when there is no memory for the smaller block.
+bool eraseField(GxDbElasticData*& block, unsigned offset, bool compact) {
+    if (!hasField(block, offset))
+        return false;
+    const unsigned newSize = block->size - kFieldBytes;
+    GxDbElasticData* const target =
+        compact && newSize != 0 && newSize != block->capacity ? makeBlock(newSize) : block;
+    std::memmove(payloadOf(target), payloadOf(block), offset);
+    std::memmove(payloadOf(target) + offset, payloadOf(block) + offset + kFieldBytes, newSize - offset);
+    target->size = static_cast<std::uint16_t>(newSize);
+    if (target != block)
+        _kvFree(block);
+    block = target;
+    return true;
+}
+
+constexpr std::uint64_t kFenceBit = 1;
+constexpr std::uint64_t kMatrixBit = 2;
+constexpr unsigned kFenceOffset = 0;
+
+unsigned matrixOffset(const GxapSelectedEntInfo& info) {
+    return GxapSelectedEntInfo::smEDataOffsetTable[info.presenceBits & kFenceBit];
+}
+
+// Where the block has the field, or null when it does not have one there.
+template <class T>
+T** fieldAt(GxDbElasticData* block, unsigned offset) {
+    if (!hasField(block, offset))
+        return nullptr;
+    return reinterpret_cast<T**>(payloadOf(block) + offset);
+}
+
+// The pointer stored at a place that need not be aligned; null for no place.
+template <class T>
+T* load(T* const* place) {
+    T* value = nullptr;
+    if (place)
+        std::memcpy(&value, static_cast<const void*>(place), sizeof value);
+    return value;
+}
+
+// Stores, replaces or, for the default value, removes a field; false when the block does not hold what the
+// bits promise. The bit follows the block, so that a block that cannot change leaves bits and fields as they
+// were.
+template <class T>
+bool storeField(GxapSelectedEntInfo& info, std::uint64_t bit, unsigned offset, T* value, T* defaultValue) {
+    const bool present = (info.presenceBits & bit) != 0;
+    if (value == defaultValue) {
+        if (present)
+            eraseField(info.elasticData, offset, true);
+        info.presenceBits &= ~bit;
+        return true;
+    }
+    if (present)
+        return setFieldAtOffset(info.elasticData, offset, value);
+    if (!insertField(info.elasticData, offset, value))
+        return false;
+    info.presenceBits |= bit;
+    return true;
+}
+
+bool storeFence(GxapSelectedEntInfo& info, SelFenceIntersectInfo* fence) {
+    return storeField(info, kFenceBit, kFenceOffset, fence, GxapSelectedEntInfo::FenceIntersectInfoPtrDefVal);
+}
+
+bool storeMatrix(GxapSelectedEntInfo& info, GxGeMatrix3d* matrix) {
+    return storeField(info, kMatrixBit, matrixOffset(info), matrix,
+                      GxapSelectedEntInfo::CompoundTransformBTROffsetPtrDefVal);
+}
+
+} // namespace
+
+const std::uint16_t GxapSelectedEntInfo::smEDataOffsetTable[4] = {0, 8, 8, 16};
+const std::uint16_t GxapSelectedEntInfo::smEDataTypeSizeTable[2] = {8, 8};
+SelFenceIntersectInfo* GxapSelectedEntInfo::FenceIntersectInfoPtrDefVal = nullptr;
+GxGeMatrix3d* GxapSelectedEntInfo::CompoundTransformBTROffsetPtrDefVal = nullptr;
+
+GxapSelectedEntInfo::GxapSelectedEntInfo()
+    : word0(0), word1(0), halfWord(-1), presenceBits(0), elasticData(nullptr) {}
+
+// Delegating, so that the destructor runs when a step of the body throws.
+GxapSelectedEntInfo::GxapSelectedEntInfo(const GxapSelectedEntInfo& other) : GxapSelectedEntInfo() {
+    *this = other;
+}
+
+GxapSelectedEntInfo& GxapSelectedEntInfo::operator=(const GxapSelectedEntInfo& other) {
+    word0 = other.word0;
+    word1 = other.word1;
+    pointArray = other.pointArray;
+    halfWord = other.halfWord;
+    setFenceInfoPtr(other.getFenceInfoPtr());
+    setBTRMatPtr(other.getBTRMatPtr());
+    return *this;
+}
+
+// Not by way of the Release...() members: those compact the block, which needs memory.
+GxapSelectedEntInfo::~GxapSelectedEntInfo() {
+    delete getFenceInfoPtr();
+    delete getBTRMatPtr();
+    _kvFree(elasticData);
+}
+
+SelFenceIntersectInfo** GxapSelectedEntInfo::getFenceIntersectInfoPtr() const {
+    if (!(presenceBits & kFenceBit))
+        return &FenceIntersectInfoPtrDefVal;
+    return fieldAt<SelFenceIntersectInfo>(elasticData, kFenceOffset);
+}
+
+SelFenceIntersectInfo** GxapSelectedEntInfo::getFenceIntersectInfoPtr() {
+    return std::as_const(*this).getFenceIntersectInfoPtr();
+}
+
+GxGeMatrix3d** GxapSelectedEntInfo::getCompoundTransformBTROffsetPtr() const {
+    if (!(presenceBits & kMatrixBit))
+        return &CompoundTransformBTROffsetPtrDefVal;
+    return fieldAt<GxGeMatrix3d>(elasticData, matrixOffset(*this));
+}
+
+GxGeMatrix3d** GxapSelectedEntInfo::getCompoundTransformBTROffsetPtr() {
+    return std::as_const(*this).getCompoundTransformBTROffsetPtr();
+}
+
+SelFenceIntersectInfo* GxapSelectedEntInfo::getFenceInfoPtr() const {
+    return load(getFenceIntersectInfoPtr());
+}
+
+GxGeMatrix3d* GxapSelectedEntInfo::getBTRMatPtr() const {
+    return load(getCompoundTransformBTROffsetPtr());
+}
+
+void GxapSelectedEntInfo::setFenceIntersectInfoPtr(SelFenceIntersectInfo* const& info) {
+    storeFence(*this, info);
+}
+
+void GxapSelectedEntInfo::setCompoundTransformBTROffsetPtr(GxGeMatrix3d* const& matrix) {
+    storeMatrix(*this, matrix);
+}
+
+bool GxapSelectedEntInfo::getSelFenceResultInfo(SelFenceIntersectInfo& out) const {
+    const SelFenceIntersectInfo* const held = getFenceInfoPtr();
+    if (!held)
+        return false;
+    out = *held;
+    return true;
+}
+
+void GxapSelectedEntInfo::setSelFenceResultInfo(const SelFenceIntersectInfo& info) {
+    if (info.index < 0)
+        return;
+    SelFenceIntersectInfo* const held = getFenceInfoPtr();
+    if (!held) {
+        auto fresh = std::make_unique<SelFenceIntersectInfo>(info);
+        if (storeFence(*this, fresh.get()))
+            fresh.release();
+        return;
+    }
+    const bool heldIsUnset = held->index == -1;
+    const bool heldIsLater =
+        held->index > info.index || (held->index == info.index && held->param > info.param);
+    if (heldIsUnset || heldIsLater)
+        *held = info;
+}
+
+void GxapSelectedEntInfo::setFenceInfoPtr(const SelFenceIntersectInfo* info) {
+    if (info)
+        setSelFenceResultInfo(*info);
+    else
+        ReleaseFenceInfoPtr();
+}
+
+void GxapSelectedEntInfo::ReleaseFenceInfoPtr() {
+    SelFenceIntersectInfo* const held = getFenceInfoPtr();
+    if (!held)
+        return;
+    setFenceIntersectInfoPtr(FenceIntersectInfoPtrDefVal);
+    delete held;
+}
+
+bool GxapSelectedEntInfo::getCompoundTransformWithBTROffset(GxGeMatrix3d& out) const {
+    out.setToIdentity();
+    const GxGeMatrix3d* const held = getBTRMatPtr();
+    if (!held)
+        return false;
+    out = *held;
+    return true;
+}
+
+void GxapSelectedEntInfo::setCompoundTransformWithBTROffset(const GxGeMatrix3d& matrix) {
+    if (GxGeMatrix3d* const held = getBTRMatPtr()) {
+        *held = matrix;
+        return;
+    }
+    auto fresh = std::make_unique<GxGeMatrix3d>();
+    *fresh = matrix;
+    if (storeMatrix(*this, fresh.get()))
+        fresh.release();
+}
+
+void GxapSelectedEntInfo::setBTRMatPtr(const GxGeMatrix3d* matrix) {
+    if (matrix)
+        setCompoundTransformWithBTROffset(*matrix);
+    else
+        ReleaseBTRMatPtr();
+}
+
+void GxapSelectedEntInfo::ReleaseBTRMatPtr() {
+    GxGeMatrix3d* const held = getBTRMatPtr();
+    if (!held)
+        return;
+    setCompoundTransformBTROffsetPtr(CompoundTransformBTROffsetPtrDefVal);
+    delete held;
+}

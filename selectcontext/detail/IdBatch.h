@@ -1,0 +1,64 @@
+// IdBatch: many ids, sorted so that they meet the id index in its own order.
+#pragma once
+
+#include "base/detail/HugePages.h"
+#include "platform/KvDatabase.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace kvdetail {
+
+// Collects ids, each with a value of the caller's, and sorts them by the addresses of their stubs (LSD radix
+// sort). That most often is the order of the ids, but only the application can tell, so sort() compares each
+// id with the one before.
+//
+// Invariant after sort() has returned true: the items are in the order of their ids. Items of one id have the
+// same stub, are neighbours, and are in the order in which they were added.
+//
+// Thread safety: none; it belongs to one operation.
+class IdBatch {
+public:
+    struct Item {
+        std::uintptr_t stub;
+        std::uintptr_t value;
+
+        GxDbObjectId id() const noexcept { return GxDbObjectId(reinterpret_cast<GxDbStub*>(stub)); }
+    };
+
+    // Both: amortised O(1), std::bad_alloc when there is no memory.
+    void reserve(std::size_t count) { mItems.reserve(count); }
+    void add(const GxDbObjectId& id, std::uintptr_t value) {
+        const auto stub = reinterpret_cast<std::uintptr_t>(id.stub());
+        mIsSorted = mIsSorted && (mItems.empty() || mItems.back().stub <= stub);
+        mItems.push_back({stub, value});
+    }
+
+    // False if the order of the stubs is not that of the ids, or two stubs name one object. O(n).
+    // std::bad_alloc when there is no memory.
+    bool sort();
+
+    const Item* begin() const noexcept { return mItems.data(); }
+    const Item* end() const noexcept { return mItems.data() + mItems.size(); }
+    std::size_t size() const noexcept { return mItems.size(); }
+
+    // One past the items that have the id of `first`.
+    const Item* endOfId(const Item* first) const noexcept {
+        const Item* last = first;
+        while (last != end() && last->stub == first->stub)
+            ++last;
+        return last;
+    }
+
+private:
+    using Items = std::vector<Item, HugePageAllocator<Item>>;
+
+    void sortByStub();
+    bool isInOrderOfIds() const;
+
+    Items mItems;
+    bool mIsSorted = true; // by stub
+};
+
+} // namespace kvdetail

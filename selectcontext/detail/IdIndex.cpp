@@ -1,0 +1,229 @@
+#include "selectcontext/detail/IdIndex.h"
+#include "selectcontext/detail/IdBatch.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+namespace kvdetail {
+namespace {
+
+OwnedNodePool makeNodePool() {
+    return OwnedNodePool(kHasNodePool ? new NodePool : nullptr);
+}
+
+// Calls visit(slot) for every record of the store, in store order.
+template <class Visit>
+void forEachRecordSlot(const Store& store, Visit visit) {
+    forEachOccupied(store, [&visit](Store::Slot* slot) {
+        if (slot->value)
+            visit(slot);
+    });
+}
+
+// Collects the ids of records with the numbers of their slots. False if they cannot be had in the order of
+// the index, or there is no memory for it.
+bool collectIds(const std::vector<Store::Slot*>& slots, IdBatch& batch) noexcept try {
+    if (!kHasIdBatch)
+        return false;
+    batch.reserve(slots.size());
+    for (std::size_t i = 0; i < slots.size(); ++i)
+        batch.add(slots[i]->value->mainEntId, i);
+    return batch.sort();
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+// The same with the addresses of the slots.
+bool collectIds(const Store& store, std::size_t count, IdBatch& batch) noexcept try {
+    if (!kHasIdBatch)
+        return false;
+    batch.reserve(count);
+    forEachRecordSlot(
+        store, [&batch](const Store::Slot* slot) { batch.add(slot->value->mainEntId, slotAddress(slot)); });
+    return batch.sort();
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+// False, and nothing done, if the map has an entry of the id.
+bool enterFirst(DataMap& map, const GxDbObjectId& id, const Store::Slot* slot) {
+    const auto place = map.lower_bound(id);
+    if (place != map.end() && !(id < place->first))
+        return false;
+    map.emplace_hint(place, id, slotAddress(slot));
+    return true;
+}
+
+} // namespace
+
+IdIndex::IdIndex(SSetData& data) : mData(data), mMap(data.dataMap), mNodes(makeNodePool()) {
+    mMap = DataMap(DataMap::allocator_type(mNodes.get()));
+}
+
+// The hash first; then the end of the index, where ids that come in ascending order belong.
+IdIndex::Run IdIndex::find(const GxDbObjectId& id) const {
+    if (const IdHash* const hash = currentHash()) {
+        const Entry entry = hash->find(mMap, id);
+        if (entry != mMap.end())
+            return {entry, true};
+    }
+    if (mMap.empty() || mMap.rbegin()->first < id)
+        return {mMap.end(), false};
+    const Entry entry = mMap.lower_bound(id);
+    if (entry == mMap.end() || !(entry->first == id))
+        return {entry, false};
+    noteSearch();
+    return {entry, true};
+}
+
+IdIndex::Run IdIndex::findAtEnds(const GxDbObjectId& id) const {
+    if (mMap.empty())
+        return {mMap.end(), false};
+    if (mMap.begin()->first == id)
+        return {mMap.begin(), true};
+    const Entry last = std::prev(mMap.end());
+    if (last->first == id && isFirst(last))
+        return {last, true};
+    return find(id);
+}
+
+IdIndex::Run IdIndex::findFrom(Entry place, const GxDbObjectId& id) const {
+    constexpr unsigned kMostSteps = 8; // about as long as a search takes
+    for (unsigned steps = 0; place != mMap.end() && place->first < id; ++place) {
+        if (++steps > kMostSteps) {
+            place = mMap.lower_bound(id);
+            break;
+        }
+    }
+    return {place, place != mMap.end() && place->first == id};
+}
+
+IdIndex::Entry IdIndex::endOf(const GxDbObjectId& id) const {
+    return mMap.empty() || !(id < mMap.rbegin()->first) ? mMap.end() : mMap.upper_bound(id);
+}
+
+IdIndex::Entry IdIndex::insert(Entry place, const GxDbObjectId& id, const Store::Slot* slot) {
+    IdHash* const hash = hashToUpdate();
+    const Entry added = mMap.emplace_hint(place, id, slotAddress(slot));
+    if (hash && hash->noteAdded(mMap, added))
+        hash->follow(mMap);
+    else if (hash)
+        dropHash();
+    return added;
+}
+
+// Extracting leaves out what erasing does: looking for the next entry.
+void IdIndex::erase(Entry entry) {
+    IdHash* const hash = hashToUpdate();
+    if (hash)
+        hash->noteErasing(mMap, entry);
+    mMap.extract(entry);
+    if (hash)
+        hash->follow(mMap);
+}
+
+// Entries need no destructor. So the map is moved into storage that is abandoned, and the pool takes all
+// nodes back at once, where it knows that they are all there. That saves a walk over the tree, which is in no
+// cache.
+void IdIndex::clear() noexcept {
+    static_assert(std::is_trivially_destructible_v<DataMap::value_type>, "nodes are abandoned");
+    dropHash();
+    NodePool* const pool = mMap.get_allocator().pool();
+    if (!pool || pool != mNodes.get() || pool->live() != mMap.size()) {
+        mMap.clear();
+        return;
+    }
+    alignas(DataMap) unsigned char abandoned[sizeof(DataMap)];
+    new (abandoned) DataMap(std::move(mMap));
+    pool->reclaimAbandoned();
+}
+
+void IdIndex::rebuild() {
+    clear();
+    if (!mData.entities)
+        return;
+    IdBatch batch;
+    if (collectIds(*mData.entities, mData.entityCount, batch)) {
+        for (const IdBatch::Item& item : batch)
+            mMap.emplace_hint(mMap.end(), item.id(), item.value);
+        return;
+    }
+    forEachRecordSlot(*mData.entities, [this](const Store::Slot* slot) {
+        mMap.emplace(slot->value->mainEntId, slotAddress(slot));
+    });
+}
+
+// The fresh map has a pool of its own, so that the old one can be kept until nothing can fail any more.
+std::vector<Store::Slot*> IdIndex::rebuildOfFirsts() {
+    OwnedNodePool nodes = makeNodePool();
+    DataMap firsts{DataMap::allocator_type(nodes.get())};
+    std::vector<Store::Slot*> slots;
+    forEachRecordSlot(*mData.entities, [&slots](Store::Slot* slot) { slots.push_back(slot); });
+    IdBatch batch;
+    if (collectIds(slots, batch)) {
+        for (const IdBatch::Item* item = batch.begin(); item != batch.end(); item = batch.endOfId(item))
+            firsts.emplace_hint(firsts.end(), item->id(),
+                                slotAddress(std::exchange(slots[item->value], nullptr)));
+    } else {
+        for (Store::Slot*& slot : slots) {
+            if (enterFirst(firsts, slot->value->mainEntId, slot))
+                slot = nullptr;
+        }
+    }
+    slots.erase(std::remove(slots.begin(), slots.end(), nullptr), slots.end());
+    clear();
+    mMap.swap(firsts);
+    mNodes.swap(nodes);
+    return slots;
+}
+
+// Once searches have cost as much as a hash of the index, one is made. Ids that were not found do not count:
+// a hash cannot spare their search.
+void IdIndex::noteSearch() const noexcept {
+    constexpr std::size_t kEntriesPerSearch = 16; // hashed in the time of one search
+    if (!isWorthAHash())
+        return;
+    const std::uint32_t count = mSearches.load(std::memory_order_relaxed) + 1;
+    mSearches.store(count, std::memory_order_relaxed);
+    if (count >= mMap.size() / kEntriesPerSearch)
+        makeHash();
+}
+
+// An index that a caller has put in need not have a pool, whose generation the hash goes by, or need not have
+// it for itself: nodes that move within a pool do not change its generation.
+bool IdIndex::isWorthAHash() const noexcept {
+    constexpr std::size_t kFewestEntries = 48; // below, a search is as fast
+    const NodePool* const pool = mMap.get_allocator().pool();
+    return kHasIdHash && pool && pool->live() == mMap.size() && mMap.size() >= kFewestEntries;
+}
+
+// Readers of shared data may be here at once; the first to finish publishes its hash. A hash that the index
+// has left behind stays until an edit drops it, as somebody may be reading it.
+void IdIndex::makeHash() const noexcept {
+    mSearches.store(0, std::memory_order_relaxed); // the next try waits as long, also if this one fails
+    if (mHash.load(std::memory_order_relaxed))
+        return;
+    std::unique_ptr<IdHash> fresh = IdHash::build(mMap);
+    IdHash* none = nullptr;
+    if (fresh && mHash.compare_exchange_strong(none, fresh.get(), std::memory_order_acq_rel))
+        fresh.release();
+}
+
+// The hash to bring up to date with an edit, or null. One that has fallen behind is dropped.
+IdHash* IdIndex::hashToUpdate() noexcept {
+    IdHash* const held = mHash.load(std::memory_order_relaxed);
+    if (!held || held->isCurrent(mMap))
+        return held;
+    dropHash();
+    return nullptr;
+}
+
+void IdIndex::dropHash() noexcept {
+    delete mHash.exchange(nullptr, std::memory_order_relaxed);
+    mSearches.store(0, std::memory_order_relaxed);
+}
+
+} // namespace kvdetail

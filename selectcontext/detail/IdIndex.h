@@ -1,0 +1,136 @@
+// IdIndex: the id index of a set's data, and the only code that touches its map.
+#pragma once
+
+#include "base/detail/NodePool.h"
+#include "base/detail/Shortcuts.h"
+#include "selectcontext/GxapSelectSet.h"
+#include "selectcontext/detail/IdHash.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <vector>
+
+namespace kvdetail {
+
+using SSetData = GxapSelectSet::SSetData;
+using DataMap = SSetData::DataMap;
+using Store = SSetData::Store;
+
+// An index entry's value is the address of the record's slot.
+inline unsigned long slotAddress(const Store::Slot* slot) noexcept {
+    return reinterpret_cast<unsigned long>(slot);
+}
+
+inline Store::Slot* slotAt(unsigned long address) noexcept {
+    return reinterpret_cast<Store::Slot*>(address);
+}
+
+// Finds, adds and erases the entries of `dataMap`, supplies the pool of its nodes, and keeps a hash of its
+// ids once the searches have cost as much as building one. Callers may change the map by hand: the hash is
+// used only while the pool's generation shows that the map is as the index left it.
+//
+// Invariants:
+//  1. Entries of one id are neighbours, in the order in which they were added.
+//  2. A hash that is there was complete before any other thread could see it. It does not change while the
+//     data is shared.
+//
+// Thread safety: readers of shared data may find at once. The rest belongs to the thread that may edit the
+// data.
+class IdIndex {
+public:
+    using Entry = DataMap::const_iterator;
+
+    // A place in the entries of one id.
+    struct Run {
+        Entry entry; // held: an entry of the id; else the place behind all entries of the id
+        bool isHeld;
+    };
+
+    explicit IdIndex(SSetData& data);
+    IdIndex(const IdIndex&) = delete;
+    IdIndex& operator=(const IdIndex&) = delete;
+    ~IdIndex() { dropHash(); }
+
+    Entry begin() const noexcept { return mMap.begin(); }
+    Entry end() const noexcept { return mMap.end(); }
+    std::size_t size() const noexcept { return mMap.size(); }
+
+    // The id's first entry. O(1) where the hash knows the id, or for an id behind all others; else O(log n).
+    Run find(const GxDbObjectId& id) const;
+
+    // The same for an id that is about to be erased: ids are often removed from the front on, or from the
+    // back.
+    Run findAtEnds(const GxDbObjectId& id) const;
+
+    // The same for an id that is not before `place`. O(1) where few entries lie between.
+    Run findFrom(Entry place, const GxDbObjectId& id) const;
+
+    // To the next entry of the id. O(1).
+    void next(Run& run, const GxDbObjectId& id) const {
+        ++run.entry;
+        run.isHeld = isOfId(run.entry, id);
+    }
+
+    // The place behind all entries of the id. O(log n), O(1) for an id behind all others.
+    Entry endOf(const GxDbObjectId& id) const;
+
+    // The entry is the first of its id. O(1).
+    bool isFirst(Entry entry) const {
+        return entry == mMap.begin() || !(std::prev(entry)->first == entry->first);
+    }
+
+    // Adds an entry at the place behind all entries of the id, and returns it. All or, with std::bad_alloc,
+    // nothing. O(1).
+    Entry insert(Entry place, const GxDbObjectId& id, const Store::Slot* slot);
+
+    // O(1).
+    void erase(Entry entry);
+
+    // Forgets every entry. O(n), O(n / 1000) where all nodes come from the data's own pool.
+    void clear() noexcept;
+
+    // Clears the index, and enters every record of the store in store order. Out of memory leaves it partly
+    // rebuilt. O(n), O(n log n) for ids in an order of their own.
+    void rebuild();
+
+    // The same with the first record of each id only; returns the slots of the other records, in store order.
+    // All or, with std::bad_alloc, nothing.
+    std::vector<Store::Slot*> rebuildOfFirsts();
+
+    // Does without the hash from now on, until searches have cost as much as another one.
+    void dropHash() noexcept;
+
+    // Many ids are going to be looked up. O(1), O(n) where it makes a hash.
+    void expectSearches() const noexcept {
+        if (isWorthAHash())
+            makeHash();
+    }
+
+    // The hash to look ids up in, or null. O(1).
+    const IdHash* currentHash() const noexcept {
+        const IdHash* const held = mHash.load(std::memory_order_acquire);
+        return held && held->isCurrent(mMap) ? held : nullptr;
+    }
+
+private:
+    // Given that the entry is not before those of the id.
+    bool isOfId(Entry entry, const GxDbObjectId& id) const {
+        return entry != mMap.end() && !(id < entry->first);
+    }
+
+    void noteSearch() const noexcept;
+    bool isWorthAHash() const noexcept;
+    void makeHash() const noexcept;
+    IdHash* hashToUpdate() noexcept;
+
+    SSetData& mData;
+    DataMap& mMap;
+    OwnedNodePool mNodes;
+    mutable std::atomic<IdHash*> mHash{nullptr};
+    mutable std::atomic<std::uint32_t> mSearches{
+        0}; // those that found an id since the last hash was made or tried
+};
+
+} // namespace kvdetail

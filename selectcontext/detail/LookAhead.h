@@ -1,0 +1,87 @@
+// LookAhead: walks the records of one set while they are looked up in another.
+#pragma once
+
+#include "selectcontext/detail/IdSearch.h"
+#include "selectcontext/detail/SetData.h"
+
+#include <cstddef>
+
+namespace kvdetail {
+
+// Ids that come in no order find their entries by the hash, at random places of memory. So the records to
+// come are prefetched in four steps, each of which needs what the one before has loaded: the bucket, the
+// entry, the slot, the record. The steps are four records apart: a read from memory takes about as long as
+// four look-ups.
+//
+// The set may be edited between two records, and change its data.
+//
+// Thread safety: that of the set.
+class LookAhead {
+public:
+    LookAhead(const GxapSelectSet& set, const IdSearch& search) : mSet(set), mSearch(search) {}
+    LookAhead(const LookAhead&) = delete;
+    LookAhead& operator=(const LookAhead&) = delete;
+
+    // Whether visit(record) is true for a record of the store, asked in store order up to the first.
+    template <class Visit>
+    bool anyRecordOf(const Store& store, Visit visit) {
+        for (const Store::Page* page = store.head; page; page = page->next) {
+            for (const Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
+                if (slot->free || !slot->value)
+                    continue;
+                prepare(slot, page->fillEnd);
+                if (visit(*slot->value))
+                    return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    static constexpr std::ptrdiff_t kStep = 4;
+    // So many records are looked up before a hash is made for the others: most comparisons end early.
+    static constexpr std::size_t kEntriesPerRecord = 64;
+
+    // The record in `slot` is looked up next, and those up to `last` later. O(1), O(n) where a hash is made.
+    void prepare(const Store::Slot* slot, const Store::Slot* last) {
+        ++mCount;
+        if (mSearch.isTrying() || !mSet.sharedData || !mSet.sharedData->entities)
+            return;
+        const SSetData& data = *mSet.sharedData;
+        // Once: where no hash can be made, each further try would walk through the index.
+        if (!mHasExpected && mCount > indexOf(data).size() / kEntriesPerRecord) {
+            mHasExpected = true;
+            indexOf(data).expectSearches();
+        }
+        if (const IdHash* const hash = indexOf(data).currentHash())
+            prefetch(*hash, *data.entities, slot, last);
+    }
+
+    static const selected_entity* recordAhead(const Store::Slot* slot, const Store::Slot* last,
+                                              std::ptrdiff_t distance) {
+        return last - slot > distance && !slot[distance].free ? slot[distance].value : nullptr;
+    }
+
+    static void prefetch(const IdHash& hash, const Store& store, const Store::Slot* slot,
+                         const Store::Slot* last) {
+        if (const selected_entity* const record = recordAhead(slot, last, 4 * kStep))
+            hash.prefetch(record->mainEntId);
+        if (const selected_entity* const record = recordAhead(slot, last, 3 * kStep))
+            __builtin_prefetch(hash.peek(record->mainEntId));
+        if (const selected_entity* const record = recordAhead(slot, last, 2 * kStep)) {
+            if (const auto* const entry = hash.peek(record->mainEntId))
+                __builtin_prefetch(slotAt(entry->second));
+        }
+        if (const selected_entity* const record = recordAhead(slot, last, kStep)) {
+            if (const auto* const entry = hash.peek(record->mainEntId))
+                __builtin_prefetch(recordAt(store, entry->second));
+        }
+    }
+
+    const GxapSelectSet& mSet;
+    const IdSearch& mSearch;
+    std::size_t mCount = 0;
+    bool mHasExpected = false;
+};
+
+} // namespace kvdetail

@@ -1,0 +1,177 @@
+// RecordPool: memory for the records of one set's data.
+#pragma once
+
+#include "base/detail/Shortcuts.h"
+#include "selectcontext/selected_entity.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <utility>
+
+namespace kvdetail {
+
+// Hands out records from chunks of 50, one after the other, and never hands memory out twice. A record may be
+// deleted by anybody at any time on any thread, also when its set is gone: removal leaves records to their
+// holders. The first few records of a set, and records outside any set, come from operator new one by one.
+//
+// Invariants:
+//  1. A record in a chunk lies at an odd multiple of 8, and the word before it is the address of its chunk. A
+//     record from operator new lies at a multiple of 16. So bit 3 of the address is a tag that tells the two
+//     apart.
+//  2. A chunk's `owners` is the number of its records that were not deleted, plus one for each that was not
+//     handed out, plus one for the pool while it hands out from the chunk.
+//  3. The word before a record is null before it is handed out and after it is deleted.
+//  4. A chunk lives until its last owner is gone. Chunks are small, as a record that is left unreleased keeps
+//     the memory of its neighbours.
+//
+// Thread safety: handing out is for the data's thread. Giving back is for any thread.
+class RecordPool {
+    struct Chunk;
+
+public:
+    RecordPool() = default;
+    RecordPool(const RecordPool&) = delete;
+    RecordPool& operator=(const RecordPool&) = delete;
+    ~RecordPool() { close(); }
+
+    // O(1). std::bad_alloc when there is no memory.
+    void* allocate() {
+        if (!kHasRecordPool || mSingles < kFewestRecords) {
+            void* const record = allocateAligned(sizeof(selected_entity));
+            ++mSingles;
+            return record;
+        }
+        if (!mChunk || mUsed == kCells)
+            open();
+        Cell* const cell = mChunk->cells + mUsed++;
+        cell->chunk = mChunk;
+        return cell->record;
+    }
+
+    // Starts again as the pool of a new set does. The records that are out stay valid. O(1).
+    void close() noexcept {
+        if (mChunk)
+            disown(mChunk, kCells - mUsed + 1);
+        mChunk = nullptr;
+        mSingles = 0;
+    }
+
+    // A copy of many records takes all of them from chunks.
+    void expectMany(std::uint32_t records) noexcept {
+        if (records > kFewestRecords)
+            mSingles = kFewestRecords;
+    }
+
+    // Memory at a multiple of 16: some systems' operator new aligns by 8 alone. std::bad_alloc when there is
+    // none.
+    static void* allocateAligned(std::size_t bytes) {
+        if constexpr (kNewIsAligned)
+            return ::operator new(bytes);
+        else
+            return ::operator new(bytes, kAlignment);
+    }
+
+    static void deallocate(void* record) noexcept {
+        if (Chunk* const chunk = takeFromChunk(record))
+            disown(chunk, 1);
+        else
+            deallocateAligned(record);
+    }
+
+    // Destroys records one after the other. Neighbours in a chunk are counted down in one atomic operation.
+    class Destroyer {
+    public:
+        Destroyer() = default;
+        Destroyer(const Destroyer&) = delete;
+        Destroyer& operator=(const Destroyer&) = delete;
+        ~Destroyer() { flush(); }
+
+        void destroy(selected_entity* record) noexcept {
+            if (!isInChunk(record)) {
+                delete record;
+                return;
+            }
+            record->~selected_entity();
+            Chunk* const chunk = takeFromChunk(record);
+            if (chunk != mChunk)
+                flush();
+            mChunk = chunk;
+            ++mCount;
+        }
+
+    private:
+        void flush() noexcept {
+            if (mChunk)
+                disown(mChunk, mCount);
+            mChunk = nullptr;
+            mCount = 0;
+        }
+
+        Chunk* mChunk = nullptr;
+        std::uint32_t mCount = 0;
+    };
+
+private:
+    static constexpr std::uint32_t kFewestRecords = 16; // a set of up to so many takes no chunk
+    static constexpr std::uint32_t kCells = 50;         // a chunk is 4 KB
+    static constexpr std::size_t kTagBit = 8;
+    static constexpr std::align_val_t kAlignment{2 * kTagBit};
+    static constexpr bool kNewIsAligned = __STDCPP_DEFAULT_NEW_ALIGNMENT__ >= 2 * kTagBit;
+
+    struct alignas(2 * kTagBit) Cell {
+        Chunk* chunk;
+        unsigned char record[sizeof(selected_entity)];
+    };
+    static_assert(offsetof(Cell, record) == kTagBit && alignof(selected_entity) <= kTagBit,
+                  "the address of a record tells where its memory comes from");
+
+    struct Chunk {
+        std::atomic<std::uint32_t> owners;
+        Cell cells[kCells];
+    };
+
+    // False for null.
+    static bool isInChunk(const void* record) noexcept {
+        return kHasRecordPool && (reinterpret_cast<std::uintptr_t>(record) & kTagBit) != 0;
+    }
+
+    // Marks the record as deleted and returns its chunk; null for a record that is in no chunk.
+    static Chunk* takeFromChunk(void* record) noexcept {
+        if (!isInChunk(record))
+            return nullptr;
+        auto* const cell =
+            reinterpret_cast<Cell*>(static_cast<unsigned char*>(record) - offsetof(Cell, record));
+        return std::exchange(cell->chunk, nullptr);
+    }
+
+    static void disown(Chunk* chunk, std::uint32_t count) noexcept {
+        if (chunk->owners.fetch_sub(count, std::memory_order_acq_rel) == count)
+            deallocateAligned(chunk);
+    }
+
+    static void deallocateAligned(void* memory) noexcept {
+        if constexpr (kNewIsAligned)
+            ::operator delete(memory);
+        else
+            ::operator delete(memory, kAlignment);
+    }
+
+    void open() {
+        void* const memory = allocateAligned(sizeof(Chunk));
+        if (mChunk)
+            disown(mChunk, 1);
+        mChunk = static_cast<Chunk*>(memory);
+        new (&mChunk->owners) std::atomic<std::uint32_t>(kCells + 1);
+        for (Cell& cell : mChunk->cells)
+            cell.chunk = nullptr;
+        mUsed = 0;
+    }
+
+    Chunk* mChunk = nullptr;    // the one that records are taken from
+    std::uint32_t mUsed = 0;    // of its cells
+    std::uint32_t mSingles = 0; // records from operator new since the pool was made or closed
+};
+
+} // namespace kvdetail

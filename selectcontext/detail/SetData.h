@@ -1,0 +1,84 @@
+// SetData: the inside of a set's data, and what the sources of the library share about it.
+#pragma once
+
+#include "selectcontext/GxapSelectSet.h"
+#include "selectcontext/detail/IdIndex.h"
+#include "selectcontext/detail/RecordPool.h"
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+namespace kvdetail {
+
+// What SSetData has behind its named fields. The pool is for the thread that may edit the data, while no
+// other handle shares it.
+struct SetData {
+    explicit SetData(SSetData& data) : index(data) {}
+
+    static SetData& of(const SSetData& data) { return *data.mInside; }
+
+    IdIndex index;
+    RecordPool records;
+};
+
+inline IdIndex& indexOf(const SSetData& data) {
+    return SetData::of(data).index;
+}
+
+// Null for an entry without a slot of the store, and for a slot into which a caller has put null. O(1).
+inline selected_entity* recordAt(const Store& store, unsigned long address) noexcept {
+    const Store::Slot* const slot = slotAt(address);
+    return store.pageOf(slot) ? slot->value : nullptr;
+}
+
+// The set has data, and items in it. Almost every operation asks this first.
+inline bool hasItems(const GxapSelectSet& set) noexcept {
+    return set.sharedData && set.sharedData->entityCount != 0;
+}
+
+// The set has items, and a store.
+inline bool hasRecords(const GxapSelectSet& set) noexcept {
+    return hasItems(set) && set.sharedData->entities;
+}
+
+// Data as a fresh set has it: unique, empty, with a store of its own, held by no handle yet.
+std::unique_ptr<SSetData> makeData();
+
+// The set's data, made first if it has none. For const operations that may have to create it.
+SSetData& dataOf(const GxapSelectSet& set);
+
+// A record with empty vectors, from the memory of data that no other handle shares.
+std::unique_ptr<selected_entity> newRecord(const SSetData& data);
+
+// Appends the record to store, count and index. All or nothing. `place` is the one behind all index entries
+// of the record's id.
+void appendRecord(SSetData& data, std::unique_ptr<selected_entity> record, IdIndex::Entry place);
+
+// Records that are appended to a store. Takes them back and deletes them, unless keep() is called.
+class AppendedRecords {
+public:
+    explicit AppendedRecords(Store& store) : mStore(store) {}
+    AppendedRecords(const AppendedRecords&) = delete;
+    AppendedRecords& operator=(const AppendedRecords&) = delete;
+    ~AppendedRecords() {
+        for (; mCount > 0; --mCount)
+            delete mStore.undoAppend();
+    }
+
+    const Store::Slot* append(std::unique_ptr<selected_entity> record) {
+        const Store::Slot* const slot = mStore.append(record.get());
+        record.release();
+        ++mCount;
+        return slot;
+    }
+
+    // Returns their number.
+    std::uint32_t keep() noexcept { return std::exchange(mCount, 0); }
+
+private:
+    Store& mStore;
+    std::uint32_t mCount = 0;
+};
+
+} // namespace kvdetail

@@ -1,0 +1,97 @@
+// Lists of sub-entity paths, and who owns those that several records refer to.
+
+#include "selectcontext/detail/SharedPaths.h"
+#include "base/detail/Raise.h"
+
+#include <atomic>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+
+namespace kvdetail {
+namespace {
+
+// The owners beyond the first of every shared path.
+class PathOwners {
+public:
+    void add(GxDbFullSubentPath* path) {
+        const std::lock_guard<std::mutex> guard(mMutex);
+        ++mExtra[path];
+        mSize.store(mExtra.size(), std::memory_order_release);
+    }
+
+    // True when the caller was the only owner left.
+    bool drop(GxDbFullSubentPath* path) {
+        // A path that somebody else still owned has an entry, which this thread sees: it was made before the
+        // path came to this thread. Acquire makes what the owner before last did to the path visible to
+        // whoever deletes it.
+        if (mSize.load(std::memory_order_acquire) == 0)
+            return true;
+        const std::lock_guard<std::mutex> guard(mMutex);
+        const auto entry = mExtra.find(path);
+        if (entry == mExtra.end())
+            return true;
+        if (--entry->second == 0)
+            mExtra.erase(entry);
+        mSize.store(mExtra.size(), std::memory_order_release);
+        return false;
+    }
+
+private:
+    std::mutex mMutex;
+    std::map<GxDbFullSubentPath*, std::size_t> mExtra;
+    std::atomic<std::size_t> mSize{0}; // of mExtra, to be read without the lock
+};
+
+// Never destroyed: records of a host's static sets may die after this library's own statics.
+PathOwners& pathOwners() {
+    alignas(PathOwners) static unsigned char storage[sizeof(PathOwners)];
+    static PathOwners* const owners = new (storage) PathOwners;
+    return *owners;
+}
+
+} // namespace
+
+void addPathOwners(const KvVector<GxDbFullSubentPath*>& paths) {
+    struct Added {
+        const KvVector<GxDbFullSubentPath*>& paths;
+        int count = 0;
+        bool all = false;
+
+        ~Added() {
+            while (!all && --count >= 0)
+                dropPathOwner(paths.at(count));
+        }
+    } added{paths};
+
+    for (; added.count < paths.logicalLength(); ++added.count) {
+        if (GxDbFullSubentPath* const path = paths.at(added.count))
+            pathOwners().add(path);
+    }
+    added.all = true;
+}
+
+void dropPathOwner(GxDbFullSubentPath* path) noexcept {
+    if (path && pathOwners().drop(path))
+        delete path;
+}
+
+void dropPathOwners(const KvVector<GxDbFullSubentPath*>& paths) noexcept {
+    for (int i = 0; i < paths.logicalLength(); ++i)
+        dropPathOwner(paths.at(i));
+}
+
+GxDbFullSubentPath* appendPathCopy(KvVector<GxDbFullSubentPath*>& paths, const GxDbFullSubentPath& path) {
+    auto copy = std::make_unique<GxDbFullSubentPath>(path);
+    const int length = paths.logicalLength();
+    paths.setLogicalLength(length + 1);
+    paths.copyBeforeWrite(0);
+    if (paths.logicalLength() == 0)
+        raiseStatus(kStatusNoElement);
+    paths.at(length) = copy.get();
+    return copy.release();
+}
+
+} // namespace kvdetail

@@ -10,7 +10,6 @@ namespace {
 using kvtest::addressOf;
 using kvtest::count;
 using kvtest::edit;
-using kvtest::fill;
 using kvtest::FleetingSharer;
 using kvtest::id;
 using kvtest::IndexState;
@@ -21,7 +20,6 @@ using kvtest::items;
 using kvtest::Items;
 using kvtest::kAccessError;
 using kvtest::kPageSlots;
-using kvtest::occupiedSlots;
 using kvtest::owners;
 using kvtest::pages;
 using kvtest::plainItems;

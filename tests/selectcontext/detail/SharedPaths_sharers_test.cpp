@@ -1,16 +1,13 @@
 #include "tests/selectcontext/support/DrawingTestSupport.h"
-#include "tests/support/Threads.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
 #include <set>
-#include <utility>
 #include <vector>
 
 // Clones share highlight paths. Whatever the sharers then do, in any order, a path lives as long as some
@@ -200,93 +197,6 @@ TEST_F(HighlightPaths, OfOneItemAreGivenUpWithoutThoseOfAnother) {
     EXPECT_EQ(livePaths(), 2);
     EXPECT_EQ(segmentsAt(source, 0), Indices({0}));
     EXPECT_EQ(segmentsAt(*clone, 2), Indices({2}));
-}
-
-using HighlightPathsOnThreads = kvtest::ThreadTest;
-
-constexpr int kRounds = 200;
-
-// Runs one piece of work on a thread each.
-void onTwoThreads(const std::function<void()>& first, const std::function<void()>& second) {
-    kvtest::onThreads(2, [&](std::size_t n) { n == 0 ? first() : second(); });
-}
-
-// Reads every path, so that a path that died too early shows.
-std::int64_t sumOf(const GxapSelectSet& set) {
-    std::int64_t sum = 0;
-    for (const std::int64_t index : segmentsAt(set, 0))
-        sum += index;
-    return sum;
-}
-
-struct Twins {
-    Twins() {
-        first = std::make_unique<GxapSelectSet>();
-        edit(*first).append(id(1), GxDbObjectId());
-        addSegments(*first, 0, {1, 2, 3});
-        second = kvtest::cloneOf(*first);
-    }
-
-    std::unique_ptr<GxapSelectSet> first, second;
-};
-
-TEST_F(HighlightPathsOnThreads, DieOnceWhenBothSharersDie) {
-    for (int round = 0; round < kRounds; ++round) {
-        Twins twins;
-        const auto die = [](std::unique_ptr<GxapSelectSet>& set) {
-            EXPECT_EQ(sumOf(*set), 6);
-            set.reset();
-        };
-        onTwoThreads([&] { die(twins.first); }, [&] { die(twins.second); });
-        ASSERT_EQ(livePaths(), 0);
-    }
-}
-
-TEST_F(HighlightPathsOnThreads, DieOnceWhenBothSharersClear) {
-    for (int round = 0; round < kRounds; ++round) {
-        Twins twins;
-        const auto clear = [](GxapSelectSet& set) {
-            EXPECT_EQ(sumOf(set), 6);
-            edit(set).begin().setHighlightSegment(nullptr);
-        };
-        onTwoThreads([&] { clear(*twins.first); }, [&] { clear(*twins.second); });
-        ASSERT_EQ(livePaths(), 0);
-    }
-}
-
-TEST_F(HighlightPathsOnThreads, AreSeenByTheSharerThatStays) {
-    for (int round = 0; round < kRounds; ++round) {
-        Twins twins;
-        onTwoThreads(
-            [&] {
-                addSegments(*twins.first, 0, {4});
-                EXPECT_EQ(sumOf(*twins.first), 10);
-                edit(*twins.first).begin().setHighlightSegment(nullptr);
-                twins.first.reset();
-            },
-            [&] {
-                EXPECT_EQ(sumOf(*twins.second), 6);
-                addSegments(*twins.second, 0, {5});
-                EXPECT_EQ(sumOf(*twins.second), 11);
-            });
-        EXPECT_EQ(sumOf(*twins.second), 11);
-        ASSERT_EQ(livePaths(), 4);
-    }
-    EXPECT_EQ(livePaths(), 0);
-}
-
-TEST_F(HighlightPathsOnThreads, AreClonedOnOneWhileTheyAreGivenUpOnTheOther) {
-    for (int round = 0; round < kRounds; ++round) {
-        Twins twins;
-        onTwoThreads([&] { twins.first.reset(); },
-                     [&] {
-                         const auto third = kvtest::cloneOf(*twins.second);
-                         recordAt(*third, 0)->highlightSegmentArray->at(0);
-                         twins.second.reset();
-                         EXPECT_EQ(sumOf(*third), 6);
-                     });
-        ASSERT_EQ(livePaths(), 0);
-    }
 }
 
 } // namespace

@@ -15,10 +15,8 @@ namespace {
 using kvtest::appendIds;
 using kvtest::edit;
 using kvtest::id;
-using kvtest::idRange;
 using kvtest::invariants;
 using kvtest::kPageSlots;
-using kvtest::mainIds;
 using kvtest::SSetData;
 using kvtest::Store;
 using DataMap = SSetData::DataMap;

@@ -28,7 +28,6 @@ using kvtest::SegmentArray;
 using kvtest::segmentsAt;
 using kvtest::subentPath;
 using ConstIterator = GxapSelectSet::ConstIterator;
-using Iterator = GxapSelectSet::Iterator;
 
 constexpr GxErrorStatus kRefused = static_cast<GxErrorStatus>(7);
 

@@ -16,7 +16,6 @@ using kvinmemory::livePaths;
 using kvtest::addSegments;
 using kvtest::AllocationCount;
 using kvtest::edit;
-using kvtest::elementAt;
 using kvtest::Filled;
 using kvtest::id;
 using kvtest::owners;

@@ -1,13 +1,14 @@
+// The list of named sets.
+#include "tests/selectcontext/list/Name.h"
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <limits>
+#include <list>
 #include <memory>
 #include <vector>
-
-// Named sets: their list, its counted handle, and the manager of the process-wide one.
 
 namespace {
 
@@ -19,20 +20,13 @@ using kvtest::Filled;
 using kvtest::id;
 using kvtest::idRange;
 using kvtest::mainIds;
+using kvtest::Name;
 using kvtest::owners;
-using Handle = GxapSSListSmartPtr;
-using Manager = GxapSelectSetListManager;
 using Sets = std::list<GxapSelectSet*>;
 
 long addressOf(const GxapSelectSet* set) {
     return reinterpret_cast<long>(set);
 }
-
-struct Name {
-    long words[2] = {-7, -8};
-
-    operator long*() { return words; }
-};
 
 class SelectSetList : public kvtest::SetTest {};
 
@@ -309,228 +303,6 @@ TEST_F(DestroyedList, DestroysFromTheFrontToTheBack) {
     ASSERT_EQ(destroyed.size(), before + 3);
     for (std::size_t i = 0; i < 3; ++i)
         EXPECT_EQ(destroyed[before + i].path, expected[i]);
-}
-
-class ListHandle : public kvtest::SetTest {
-protected:
-    // Answers what the handle's list says of itself once it is gone.
-    static const GxapSelectSet* addSet(const Handle& handle) {
-        Name name;
-        return handle.list->newSelectSet(name);
-    }
-};
-
-TEST_F(ListHandle, BeginsWithAFreshListAndACountOfOne) {
-    const Handle handle;
-    ASSERT_NE(handle.list, nullptr);
-    ASSERT_NE(handle.refCount, nullptr);
-    EXPECT_TRUE(handle.list->sets.empty());
-    EXPECT_EQ(*handle.refCount, 1);
-}
-
-TEST_F(ListHandle, HasAListOfItsOwn) {
-    const Handle a, b;
-    EXPECT_NE(a.list, b.list);
-    EXPECT_NE(a.refCount, b.refCount);
-}
-
-TEST_F(ListHandle, CopiesShareListAndCount) {
-    const Handle handle;
-    const Handle copy(handle);
-    const Handle fromPointer(&handle);
-    EXPECT_EQ(copy.list, handle.list);
-    EXPECT_EQ(fromPointer.list, handle.list);
-    EXPECT_EQ(copy.refCount, handle.refCount);
-    EXPECT_EQ(fromPointer.refCount, handle.refCount);
-    EXPECT_EQ(*handle.refCount, 3);
-}
-
-TEST_F(ListHandle, OfANullPointerHoldsNothingAndIsReleasedHarmlessly) {
-    Handle handle(static_cast<const Handle*>(nullptr));
-    EXPECT_EQ(handle.list, nullptr);
-    EXPECT_EQ(handle.refCount, nullptr);
-    handle.release();
-    EXPECT_EQ(handle.list, nullptr);
-    const Handle copy(handle);
-    EXPECT_EQ(copy.list, nullptr);
-    EXPECT_EQ(copy.refCount, nullptr);
-}
-
-TEST_F(ListHandle, ReleasedAloneDestroysTheList) {
-    Handle handle;
-    const GxapSelectSet* const set = addSet(handle);
-    handle.release();
-    EXPECT_FALSE(isLiveBlock(set));
-    EXPECT_EQ(handle.list, nullptr);
-    EXPECT_EQ(handle.refCount, nullptr);
-    handle.release();
-}
-
-TEST_F(ListHandle, DestroyedAloneDestroysTheList) {
-    const GxapSelectSet* set = nullptr;
-    {
-        const Handle handle;
-        set = addSet(handle);
-    }
-    EXPECT_FALSE(isLiveBlock(set));
-}
-
-TEST_F(ListHandle, ReleasedBesideOthersLeavesThemTheList) {
-    Handle handle;
-    const Handle copy(handle);
-    const GxapSelectSet* const set = addSet(handle);
-    handle.release();
-    EXPECT_EQ(*copy.refCount, 1);
-    EXPECT_TRUE(isLiveBlock(set));
-    EXPECT_EQ(handle.list, nullptr);
-    EXPECT_EQ(handle.refCount, nullptr);
-}
-
-TEST_F(ListHandle, AssignedLetsTheOldListGo) {
-    Handle handle;
-    const Handle other;
-    const GxapSelectSet* const set = addSet(handle);
-    EXPECT_EQ(&handle.assign(other), &handle);
-    EXPECT_FALSE(isLiveBlock(set));
-    EXPECT_EQ(handle.list, other.list);
-    EXPECT_EQ(*other.refCount, 2);
-}
-
-TEST_F(ListHandle, AssignedByOperatorIsAssigned) {
-    Handle handle;
-    const Handle other;
-    EXPECT_EQ(&(handle = other), &handle);
-    EXPECT_EQ(handle.list, other.list);
-    EXPECT_EQ(handle.refCount, other.refCount);
-    EXPECT_EQ(*other.refCount, 2);
-}
-
-TEST_F(ListHandle, AssignedToItselfChangesNothing) {
-    Handle handle;
-    const GxapSelectSet* const set = addSet(handle);
-    const Handle& same = handle;
-    EXPECT_EQ(&handle.assign(same), &handle);
-    handle = same;
-    EXPECT_EQ(*handle.refCount, 1);
-    EXPECT_TRUE(isLiveBlock(set));
-}
-
-TEST_F(ListHandle, AssignedASharerKeepsTheCount) {
-    Handle handle;
-    const Handle sharer(handle);
-    handle.assign(sharer);
-    EXPECT_EQ(handle.list, sharer.list);
-    EXPECT_EQ(*sharer.refCount, 2);
-}
-
-TEST_F(ListHandle, AssignedNothingHoldsNothing) {
-    Handle handle;
-    const Handle nothing(static_cast<const Handle*>(nullptr));
-    const GxapSelectSet* const set = addSet(handle);
-    handle = nothing;
-    EXPECT_EQ(handle.list, nullptr);
-    EXPECT_EQ(handle.refCount, nullptr);
-    EXPECT_FALSE(isLiveBlock(set));
-}
-
-TEST_F(ListHandle, WithoutACountOwnsNothing) {
-    GxapSelectSetList list;
-    Handle handle(static_cast<const Handle*>(nullptr));
-    handle.list = &list;
-    Handle copy(handle);
-    EXPECT_EQ(copy.list, &list);
-    EXPECT_EQ(copy.refCount, nullptr);
-    copy.release();
-    EXPECT_EQ(copy.list, nullptr);
-}
-
-TEST_F(ListHandle, WithoutAListFreesTheCountAndCountsNoCopy) {
-    Handle handle(static_cast<const Handle*>(nullptr));
-    handle.refCount = new std::int32_t(1);
-    {
-        Handle copy(handle);
-        EXPECT_EQ(copy.refCount, handle.refCount);
-        EXPECT_EQ(*handle.refCount, 1);
-        copy.refCount = nullptr; // it was not counted
-    }
-    handle.release();
-    EXPECT_EQ(handle.refCount, nullptr);
-}
-
-class ListManager : public kvtest::SetTest {
-protected:
-    void TearDown() override {
-        Manager::destroy();
-        SetTest::TearDown();
-    }
-};
-
-TEST_F(ListManager, HasNoHandleUntilItIsAskedFor) {
-    EXPECT_EQ(Manager::s_smartPtrSSList, nullptr);
-    Handle* const handle = Manager::getInstance();
-    ASSERT_NE(handle, nullptr);
-    EXPECT_EQ(Manager::s_smartPtrSSList, handle);
-    ASSERT_NE(handle->list, nullptr);
-    EXPECT_TRUE(handle->list->sets.empty());
-    EXPECT_EQ(*handle->refCount, 1);
-}
-
-TEST_F(ListManager, AnswersTheSameHandleHoweverItIsAskedFor) {
-    Handle* const handle = Manager::newInstance();
-    EXPECT_EQ(Manager::getInstance(), handle);
-    EXPECT_EQ(Manager::newInstance(), handle);
-    EXPECT_EQ(*handle->refCount, 1);
-}
-
-TEST_F(ListManager, DestroyedHasNoHandleAndNoSets) {
-    Name name;
-    const GxapSelectSet* const set = Manager::getInstance()->list->newSelectSet(name);
-    Manager::destroy();
-    EXPECT_EQ(Manager::s_smartPtrSSList, nullptr);
-    EXPECT_FALSE(isLiveBlock(set));
-    Manager::destroy();
-    EXPECT_EQ(Manager::s_smartPtrSSList, nullptr);
-}
-
-TEST_F(ListManager, BeginsAnewAfterItsDestruction) {
-    Name name;
-    Manager::getInstance()->list->newSelectSet(name);
-    Manager::destroy();
-    ASSERT_NE(Manager::getInstance(), nullptr);
-    EXPECT_TRUE(Manager::getInstance()->list->sets.empty());
-}
-
-TEST_F(ListManager, LeavesTheListToTheHandlesThatCallersKeep) {
-    Name name;
-    const Handle kept(Manager::getInstance());
-    GxapSelectSet* const set = kept.list->newSelectSet(name);
-    Manager::destroy();
-    EXPECT_EQ(*kept.refCount, 1);
-    EXPECT_TRUE(isLiveBlock(set));
-    EXPECT_EQ(kept.list->getSSetByName(name), set);
-    EXPECT_NE(Manager::getInstance()->list, kept.list);
-}
-
-TEST_F(ListManager, LeavesTheLockToItsCallers) {
-    Name name;
-    {
-        const Handle kept(*Manager::getInstance());
-        kept.list->newSelectSet(name);
-        kept.list->getSSetByName(name);
-        kept.list->delSelectSet(name);
-    }
-    Manager::destroy();
-    EXPECT_TRUE(kvinmemory::lockCalls().empty());
-}
-
-TEST_F(ListManager, OffersALockThatWorks) {
-    Manager::s_locker.lock();
-    Manager::s_locker.unlock();
-    const auto taken = kvinmemory::lockCalls();
-    ASSERT_EQ(taken.size(), 2u);
-    EXPECT_EQ(taken[0].locker, &Manager::s_locker);
-    EXPECT_TRUE(taken[0].isLock);
-    EXPECT_FALSE(taken[1].isLock);
 }
 
 } // namespace

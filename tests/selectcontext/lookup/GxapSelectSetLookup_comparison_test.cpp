@@ -11,7 +11,6 @@ namespace {
 using kvtest::edit;
 using kvtest::id;
 using kvtest::invariants;
-using kvtest::Items;
 using kvtest::kPageSlots;
 using kvtest::plainItems;
 using kvtest::registrations;

@@ -10,7 +10,6 @@ namespace {
 using kvtest::edit;
 using kvtest::id;
 using kvtest::invariants;
-using kvtest::Items;
 using kvtest::kPageSlots;
 using kvtest::plainItems;
 using kvtest::record;

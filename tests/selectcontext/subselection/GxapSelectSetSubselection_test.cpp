@@ -9,7 +9,6 @@
 
 namespace {
 
-using kvtest::AnyId;
 using kvtest::count;
 using kvtest::edit;
 using kvtest::id;

@@ -1,0 +1,53 @@
+// Records are destroyed while every allocation fails.
+#include "tests/selectcontext/support/FailureTest.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
+#include "tests/support/AllocationFailure.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace {
+
+using kvinmemory::livePaths;
+using kvtest::AllocationCount;
+using kvtest::giveSegments;
+using kvtest::NoMemory;
+using kvtest::SegmentArray;
+
+class FailingRecord : public kvtest::FailureTest {};
+
+TEST_F(FailingRecord, RecordIsDestroyedWithoutMemory) {
+    const AllocationCount before;
+    const std::unique_ptr<GxDbFullSubentPath> path(new GxDbFullSubentPath);
+    auto record = std::make_unique<selected_entity>();
+    record->nestedEntFullPath = kvtest::idVector({1, 2});
+    record->hlVpArray.setLogicalLength(2);
+    record->selectedEntityInfo = kvtest::makeFullInfo();
+    giveSegments(*record, 2);
+    record->subselPathArray = new SegmentArray;
+    record->hasSubselPaths = true;
+    kvtest::append(*record->subselPathArray, path.get());
+    {
+        const NoMemory noMemory;
+        record.reset();
+    }
+    EXPECT_EQ(livePaths(), 1);
+    EXPECT_EQ(before.liveNew(), 1);
+    EXPECT_EQ(before.liveMalloc(), 0);
+}
+
+TEST_F(FailingRecord, RecordWithASharedHighlightBlockIsDestroyedWithoutMemory) {
+    SegmentArray other;
+    kvtest::addPaths(other, 2);
+    auto record = std::make_unique<selected_entity>();
+    record->highlightSegmentArray = new SegmentArray(other);
+    {
+        const NoMemory noMemory;
+        record.reset();
+    }
+    EXPECT_EQ(other.data.block->refCount.load(), 1u);
+    EXPECT_EQ(other.logicalLength(), 2);
+    EXPECT_EQ(livePaths(), 0);
+}
+
+} // namespace

@@ -1,0 +1,58 @@
+// The fixture of edits whose allocations fail in turn.
+#pragma once
+
+#include "tests/selectcontext/support/EditTestSupport.h"
+#include "tests/support/AllocationFailure.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+
+namespace kvtest {
+
+// What one edit does to a set.
+struct EditCase {
+    Items held;
+    Unique unique;
+    std::function<void(GxapSelectSet&)> edit;
+    Items expected;
+    std::size_t removed; // records that a complete edit leaves unreleased
+};
+
+class EditFailure : public EditTest {
+protected:
+    // A failed edit has done all or nothing, and nothing has been lost; the next attempt does it.
+    static void tryOnce(FailurePoint& point, const EditCase& c, bool shared) {
+        freeLeftRecords();
+        {
+            SetOf s(c.held, c.unique);
+            const auto sharer = shared ? std::make_unique<GxapSelectSet>(s.set) : nullptr;
+            point.run([&] { c.edit(s.set); });
+            EXPECT_TRUE(invariants(s.set));
+            if (point.outcome().failed) {
+                EXPECT_EQ(items(s.set), c.held);
+                c.edit(s.set);
+            }
+            EXPECT_EQ(items(s.set), c.expected);
+            EXPECT_TRUE(invariants(s.set));
+            EXPECT_EQ(registrations(s.set), 0);
+            if (shared) {
+                EXPECT_EQ(items(*sharer), c.held);
+                EXPECT_TRUE(invariants(*sharer));
+            }
+        }
+        EXPECT_EQ(liveRecords().size(), c.removed);
+    }
+
+    static void tryAll(const EditCase& c, Expect onPrivateData = Expect::None) {
+        forEachAllocationFailure([&](FailurePoint& point) { tryOnce(point, c, false); }, onPrivateData);
+        forEachAllocationFailure([&](FailurePoint& point) { tryOnce(point, c, true); });
+    }
+};
+
+// Three items of which the second has all that an item can have.
+inline const Items kThreeItems{{1}, {2, 1, 5, {7}, 1.5}, {3}};
+
+} // namespace kvtest

@@ -1,0 +1,36 @@
+// What the tests share in which allocations fail.
+#pragma once
+
+#include "platform/inmemory/InMemoryOsBase.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
+#include "tests/support/NewTracking.h"
+
+#include <gtest/gtest.h>
+
+namespace kvtest {
+
+class FailureTest : public SetTest {
+protected:
+    // The first traces of a thread allocate storage that stays. They are made before anything is counted.
+    FailureTest() {
+        SCOPED_TRACE("making the storage");
+        SCOPED_TRACE("of two traces");
+    }
+};
+
+// Every allocation fails while it lives.
+class NoMemory {
+public:
+    NoMemory() {
+        kvinmemory::failMalloc(1, kvinmemory::FailureMode::FromThenOn);
+        failNew(1, true);
+    }
+    NoMemory(const NoMemory&) = delete;
+    NoMemory& operator=(const NoMemory&) = delete;
+    ~NoMemory() {
+        allowNew();
+        kvinmemory::allowMalloc();
+    }
+};
+
+} // namespace kvtest

@@ -19,6 +19,7 @@ using kvtest::beforeFirst;
 using kvtest::expectMessage;
 using kvtest::fill;
 using kvtest::invariants;
+using kvtest::kAccessError;
 using kvtest::kBeforeFirst;
 using kvtest::kSmallPageSlots;
 using kvtest::pageAt;
@@ -28,8 +29,6 @@ using kvtest::SmallStore;
 using kvtest::valuesOf;
 using kvtest::walkFrom;
 using ::testing::ElementsAre;
-
-constexpr const wchar_t* kAccessError = L"Error access KvTrucker";
 
 class KvTruckerIteratorTest : public kvtest::ContainerTest {
 protected:

@@ -18,13 +18,12 @@ namespace {
 using kvtest::expectMessage;
 using kvtest::fill;
 using kvtest::invariants;
+using kvtest::kAccessError;
 using kvtest::pageCount;
 using kvtest::SmallStore;
 using kvtest::valuesOf;
 using kvtest::walkFrom;
 using ::testing::ElementsAre;
-
-constexpr const wchar_t* kAccessError = L"Error access KvTrucker";
 
 // A store of six elements in two pages, with iterators that stand on the second one when it is freed.
 class KvTruckerStaleIteratorTest : public kvtest::ContainerTest {

@@ -22,7 +22,6 @@ using kvtest::filled;
 using kvtest::forEachAllocationFailure;
 using kvtest::invariants;
 using kvtest::shares;
-using kvtest::values;
 
 template <class Vector>
 class KvVectorFailureOf : public kvtest::ContainerTest {
@@ -63,16 +62,7 @@ protected:
     }
 };
 
-struct TypeName {
-    template <class Vector>
-    static std::string GetName(int index) {
-        static const char* const kNames[] = {"Int", "String", "ObjectId"};
-        return kNames[index];
-    }
-};
-
-using VectorTypes = ::testing::Types<KvVector<int>, KvVector<std::string>, KvVector<GxDbObjectId>>;
-TYPED_TEST_SUITE(KvVectorFailureOf, VectorTypes, TypeName);
+TYPED_TEST_SUITE(KvVectorFailureOf, kvtest::VectorTypes, kvtest::VectorTypeName);
 
 TYPED_TEST(KvVectorFailureOf, FirstGrowthThatFailsLeavesTheVectorOnTheEmptyBlock) {
     forEachAllocationFailure([](kvtest::FailurePoint& point) {

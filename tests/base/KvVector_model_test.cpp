@@ -181,16 +181,7 @@ private:
 template <class Vector>
 class KvVectorModelOf : public kvtest::ContainerTest {};
 
-struct TypeName {
-    template <class Vector>
-    static std::string GetName(int index) {
-        static const char* const kNames[] = {"Int", "String", "ObjectId"};
-        return kNames[index];
-    }
-};
-
-using VectorTypes = ::testing::Types<KvVector<int>, KvVector<std::string>, KvVector<GxDbObjectId>>;
-TYPED_TEST_SUITE(KvVectorModelOf, VectorTypes, TypeName);
+TYPED_TEST_SUITE(KvVectorModelOf, kvtest::VectorTypes, kvtest::VectorTypeName);
 
 TYPED_TEST(KvVectorModelOf, SharingVectorsAgreeWithTheirModelAfterEveryStep) {
     for (const unsigned seed : {1u, 2u, 3u, 5u}) {

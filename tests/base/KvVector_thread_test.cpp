@@ -50,16 +50,7 @@ void letGo(Vector& vector) {
     vector.data.block = nullptr;
 }
 
-struct TypeName {
-    template <class Vector>
-    static std::string GetName(int index) {
-        static const char* const kNames[] = {"Int", "String", "ObjectId"};
-        return kNames[index];
-    }
-};
-
-using VectorTypes = ::testing::Types<KvVector<int>, KvVector<std::string>, KvVector<GxDbObjectId>>;
-TYPED_TEST_SUITE(KvVectorThreadsOf, VectorTypes, TypeName);
+TYPED_TEST_SUITE(KvVectorThreadsOf, kvtest::VectorTypes, kvtest::VectorTypeName);
 
 TYPED_TEST(KvVectorThreadsOf, HoldersThatAllReadAndThenLetGoTogetherFreeTheBlockOnce) {
     struct Holder {

@@ -2,17 +2,16 @@
 #pragma once
 
 #include "base/KvTrucker.h"
+#include "tests/base/StoreSlots.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <vector>
 
 namespace kvtest {
 
 using SmallStore = KvTrucker<long, 64u>;
 
-constexpr std::uint32_t kBeforeFirst = 0xFFFFFFFFu;
 constexpr std::uint32_t kNotFound = 0xFFFFFFFFu;
 constexpr unsigned kNoIndex = 0xFFFFFFFFu;
 constexpr std::ptrdiff_t kSmallPageSlots = 4;
@@ -27,14 +26,6 @@ inline std::vector<SmallStore::Slot*> fill(SmallStore& store, int count) {
     return slots;
 }
 
-template <class Store>
-std::size_t pageCount(const Store& store) {
-    std::size_t count = 0;
-    for (const auto* page = store.head; page; page = page->next)
-        ++count;
-    return count;
-}
-
 // The page at this ordinal of the chain.
 template <class Store>
 typename Store::Page* pageAt(const Store& store, int ordinal) {
@@ -47,12 +38,8 @@ typename Store::Page* pageAt(const Store& store, int ordinal) {
 // The occupied slots' values, read straight from the pages.
 inline std::vector<long> valuesOf(const SmallStore& store) {
     std::vector<long> values;
-    for (const SmallStore::Page* page = store.head; page; page = page->next) {
-        for (const SmallStore::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
-            if (slot->free == 0)
-                values.push_back(slot->value);
-        }
-    }
+    for (const SmallStore::Slot* slot : occupiedSlots(store))
+        values.push_back(slot->value);
     return values;
 }
 

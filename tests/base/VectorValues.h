@@ -5,6 +5,8 @@
 #include "platform/KvDatabase.h"
 #include "tests/support/Ids.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -68,6 +70,17 @@ template <class Vector>
 Element<Vector> value(int n) {
     return ValueOf<Element<Vector>>::number(n);
 }
+
+// The types that tests of all vectors go through, and their names.
+using VectorTypes = ::testing::Types<KvVector<int>, KvVector<std::string>, KvVector<GxDbObjectId>>;
+
+struct VectorTypeName {
+    template <class Vector>
+    static std::string GetName(int index) {
+        static const char* const kNames[] = {"Int", "String", "ObjectId"};
+        return kNames[index];
+    }
+};
 
 // Gives a vector the values first, first + 1, ... from its element `from` on.
 template <class Vector>

@@ -1,6 +1,6 @@
 // Every allocation of the write accessor's own operations, of selecting and of appending, failing in turn.
 #include "platform/inmemory/InMemoryOsBase.h"
-#include "tests/selectcontext/support/SetTestSupport.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 #include "tests/support/Infos.h"
 #include "tests/support/NewTracking.h"
@@ -20,9 +20,11 @@ using kvtest::FailurePoint;
 using kvtest::Filled;
 using kvtest::forEachAllocationFailure;
 using kvtest::id;
+using kvtest::idRange;
 using kvtest::IndexState;
 using kvtest::invariants;
 using kvtest::isRegistered;
+using kvtest::kNoId;
 using kvtest::kPageSlots;
 using kvtest::mainIds;
 using kvtest::Outcome;
@@ -38,21 +40,12 @@ class UpdateDataMapFailure : public kvtest::SetTest {};
 class SelectFailure : public kvtest::SetTest {};
 class AppendFailure : public kvtest::SetTest {};
 
-const GxDbObjectId kNoId;
-
-GxapSelectedEntInfo* fullInfo() {
-    GxapSelectedEntInfo* info = kvtest::makeInfo();
-    info->setSelFenceResultInfo({2, 0, 0.5});
-    info->setCompoundTransformWithBTROffset(GxGeMatrix3d());
-    return info;
-}
-
 // A set of id(1), id(2), id(3), of which the second item has all that an item can have.
 class Rich {
 public:
     Rich() : path(kvtest::idVector({7, 2})) {
         appendIds(set, 1, 1);
-        edit(set).select(id(2), id(12), 5, fullInfo(), &path);
+        edit(set).select(id(2), id(12), 5, kvtest::makeFullInfo(), &path);
         appendIds(set, 3, 1);
         selected_entity* record = set.getAt(1);
         record->hlVpArray.setLogicalLength(2);
@@ -81,10 +74,6 @@ public:
     ConstIterator mine, theirs;
 };
 
-std::vector<unsigned long> three() {
-    return {1, 2, 3};
-}
-
 void expectRich(const GxapSelectSet& set) {
     const selected_entity* record = set.getAt(1);
     ASSERT_NE(record, nullptr);
@@ -106,14 +95,14 @@ void expectUntouched(const SharedRich& sets) {
     EXPECT_TRUE(sets.isShared());
     EXPECT_TRUE(isRegistered(sets.set, sets.mine));
     EXPECT_EQ(at(sets.mine), 2u);
-    EXPECT_EQ(mainIds(sets.set), three());
+    EXPECT_EQ(mainIds(sets.set), idRange(1, 3));
     expectRich(sets.set);
 }
 
 void expectOtherSetUntouched(const SharedRich& sets) {
     EXPECT_EQ(sets.sharer.sharedData, sets.data);
     EXPECT_EQ(at(sets.theirs), 2u);
-    EXPECT_EQ(mainIds(sets.sharer), three());
+    EXPECT_EQ(mainIds(sets.sharer), idRange(1, 3));
     expectRich(sets.sharer);
     EXPECT_TRUE(invariants(sets.set));
     EXPECT_TRUE(invariants(sets.sharer));
@@ -271,7 +260,8 @@ enum class Extras { kNone, kInfoAndPath };
 class Selection {
 public:
     explicit Selection(Extras extras)
-        : mPath(kvtest::idVector({7, kSelected})), mInfo(extras == Extras::kNone ? nullptr : fullInfo()),
+        : mPath(kvtest::idVector({7, kSelected})),
+          mInfo(extras == Extras::kNone ? nullptr : kvtest::makeFullInfo()),
           mGivenPath(extras == Extras::kNone ? nullptr : &mPath) {}
 
     void run(GxapSelectSet& set) { edit(set).select(id(kSelected), id(21), 6, mInfo, mGivenPath); }
@@ -302,7 +292,7 @@ void expectSelectsIntoPrivateData(Extras extras, bool unique) {
         const Outcome outcome = point.run([&] { selection.run(rich.set); });
         selection.check(rich.set, outcome);
         EXPECT_EQ(mainIds(rich.set),
-                  outcome.failed ? three() : (std::vector<unsigned long>{1, 2, 3, kSelected}));
+                  outcome.failed ? idRange(1, 3) : (std::vector<unsigned long>{1, 2, 3, kSelected}));
         EXPECT_EQ(at(it), 2u);
         EXPECT_TRUE(invariants(rich.set));
         expectUsable(rich.set);
@@ -326,7 +316,7 @@ void expectSelectsIntoSharedData(Extras extras) {
         const Outcome outcome = point.run([&] { selection.run(sets.set); });
         selection.check(sets.set, outcome);
         EXPECT_EQ(mainIds(sets.set),
-                  outcome.failed ? three() : (std::vector<unsigned long>{1, 2, 3, kSelected}));
+                  outcome.failed ? idRange(1, 3) : (std::vector<unsigned long>{1, 2, 3, kSelected}));
         expectOtherSetUntouched(sets);
         expectUsable(sets.set);
         expectOtherSetUntouched(sets);
@@ -371,7 +361,7 @@ TEST_F(SelectFailure, WithANullMainIdOrRefusedCannotHappen) {
     forEachAllocationFailure(
         [](FailurePoint& point) {
             SharedRich sets;
-            GxapSelectedEntInfo* info = fullInfo();
+            GxapSelectedEntInfo* info = kvtest::makeFullInfo();
             point.run([&] {
                 edit(sets.set).append(kNoId, kNoId);
                 edit(sets.set).append(id(1), kNoId);
@@ -497,7 +487,7 @@ TEST_F(AppendFailure, OfADuplicateRecordLeavesNothingBehind) {
     forEachAllocationFailure([](FailurePoint& point) {
         Rich rich;
         point.run([&] { edit(rich.set).append(rich.set.getAt(1)); });
-        EXPECT_EQ(mainIds(rich.set), three());
+        EXPECT_EQ(mainIds(rich.set), idRange(1, 3));
         expectRich(rich.set);
         EXPECT_TRUE(invariants(rich.set));
     });

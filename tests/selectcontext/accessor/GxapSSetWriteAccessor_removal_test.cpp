@@ -19,6 +19,7 @@ using kvtest::isRegistered;
 using kvtest::items;
 using kvtest::Items;
 using kvtest::kAccessError;
+using kvtest::kNoId;
 using kvtest::kPageSlots;
 using kvtest::owners;
 using kvtest::pages;
@@ -39,8 +40,6 @@ class RemoveAtIterator : public kvtest::EditTest {};
 class RemoveAtPosition : public kvtest::EditTest {};
 class RemovePages : public kvtest::EditTest {};
 class RemoveIterators : public kvtest::EditTest {};
-
-const GxDbObjectId kNoId;
 
 // A removal from shared data gives the set data of its own and leaves the other set as it was.
 void expectCopied(const GxapSelectSet& set, const GxapSelectSet& other, const SetOf& original) {

@@ -1,5 +1,5 @@
 #include "platform/inmemory/InMemoryDatabase.h"
-#include "tests/selectcontext/support/SetTestSupport.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/Infos.h"
 #include "tests/support/NewTracking.h"
 
@@ -12,6 +12,7 @@ namespace {
 
 using kvtest::appendIds;
 using kvtest::at;
+using kvtest::count;
 using kvtest::edit;
 using kvtest::Filled;
 using kvtest::id;
@@ -19,9 +20,11 @@ using kvtest::idVector;
 using kvtest::IndexState;
 using kvtest::invariants;
 using kvtest::isRegistered;
+using kvtest::kNoId;
 using kvtest::kPageSlots;
 using kvtest::mainIds;
 using kvtest::makeInfo;
+using kvtest::makeInfoMovedBy;
 using kvtest::owners;
 using kvtest::registrations;
 using kvtest::takeOutIds;
@@ -40,12 +43,6 @@ class SelectPages : public kvtest::SetTest {};
 class AppendIds : public kvtest::SetTest {};
 class AppendRecord : public kvtest::SetTest {};
 
-const GxDbObjectId kNoId;
-
-std::uint32_t count(const GxapSelectSet& set) {
-    return set.sharedData->entityCount;
-}
-
 void select(GxapSelectSet& set, unsigned long mainId, unsigned long subId = 0, long gsMarker = -1,
             GxapSelectedEntInfo* info = nullptr, const Path* path = nullptr) {
     edit(set).select(id(mainId), id(subId), gsMarker, info, path);
@@ -54,18 +51,6 @@ void select(GxapSelectSet& set, unsigned long mainId, unsigned long subId = 0, l
 
 void allowDuplicates(GxapSelectSet& set) {
     edit(set).setUnique(false);
-}
-
-GxGeMatrix3d movedBy(double x) {
-    GxGeMatrix3d matrix;
-    matrix.entry[0][3] = x;
-    return matrix;
-}
-
-GxapSelectedEntInfo* infoMovedBy(double x) {
-    GxapSelectedEntInfo* info = makeInfo();
-    info->setCompoundTransformWithBTROffset(movedBy(x));
-    return info;
 }
 
 long liveInfos() {
@@ -267,7 +252,7 @@ TEST_F(SelectNewRecord, TakesTheInfoOver) {
     const long before = liveInfos();
     {
         GxapSelectSet set;
-        GxapSelectedEntInfo* info = infoMovedBy(1);
+        GxapSelectedEntInfo* info = makeInfoMovedBy(1);
         select(set, 1, 0, -1, info);
         EXPECT_EQ(set.getAt(0)->selectedEntityInfo, info);
         EXPECT_EQ(liveInfos(), before + 1);
@@ -280,28 +265,28 @@ TEST_F(SelectNewRecord, TakesTheInfoOver) {
 TEST_F(SelectUnique, RefusesAnEqualItem) {
     GxapSelectSet set;
     const Path path = idVector({7, 1}), equalPath = idVector({7, 1});
-    select(set, 1, 2, 5, infoMovedBy(3), &path);
-    select(set, 1, 2, 5, infoMovedBy(3), &equalPath);
+    select(set, 1, 2, 5, makeInfoMovedBy(3), &path);
+    select(set, 1, 2, 5, makeInfoMovedBy(3), &equalPath);
     EXPECT_EQ(count(set), 1u);
 }
 
 TEST_F(SelectUnique, AddsAnItemThatDiffersInAnyKey) {
     GxapSelectSet set;
     const Path path = idVector({7, 1}), otherPath = idVector({8, 1}), shorter = idVector({7}), empty;
-    select(set, 1, 2, 5, infoMovedBy(3), &path);
-    select(set, 9, 2, 5, infoMovedBy(3), &path);
+    select(set, 1, 2, 5, makeInfoMovedBy(3), &path);
+    select(set, 9, 2, 5, makeInfoMovedBy(3), &path);
     EXPECT_EQ(count(set), 2u);
-    select(set, 1, 9, 5, infoMovedBy(3), &path);
+    select(set, 1, 9, 5, makeInfoMovedBy(3), &path);
     EXPECT_EQ(count(set), 3u);
-    select(set, 1, 2, 9, infoMovedBy(3), &path);
+    select(set, 1, 2, 9, makeInfoMovedBy(3), &path);
     EXPECT_EQ(count(set), 4u);
-    select(set, 1, 2, 5, infoMovedBy(3), &otherPath);
+    select(set, 1, 2, 5, makeInfoMovedBy(3), &otherPath);
     EXPECT_EQ(count(set), 5u);
-    select(set, 1, 2, 5, infoMovedBy(3), &shorter);
+    select(set, 1, 2, 5, makeInfoMovedBy(3), &shorter);
     EXPECT_EQ(count(set), 6u);
-    select(set, 1, 2, 5, infoMovedBy(3), &empty);
+    select(set, 1, 2, 5, makeInfoMovedBy(3), &empty);
     EXPECT_EQ(count(set), 7u);
-    select(set, 1, 2, 5, infoMovedBy(4), &path);
+    select(set, 1, 2, 5, makeInfoMovedBy(4), &path);
     EXPECT_EQ(count(set), 8u);
     select(set, 1, 2, 5, nullptr, &path);
     EXPECT_EQ(count(set), 9u);
@@ -329,8 +314,8 @@ TEST_F(SelectUnique, TakesMinusOneForAStoredZero) {
 TEST_F(SelectUnique, WithoutAPathComparesNeitherPathNorTransform) {
     GxapSelectSet set;
     const Path path = idVector({7, 1});
-    select(set, 1, 2, 5, infoMovedBy(3), &path);
-    select(set, 1, 2, 5, infoMovedBy(4), nullptr);
+    select(set, 1, 2, 5, makeInfoMovedBy(3), &path);
+    select(set, 1, 2, 5, makeInfoMovedBy(4), nullptr);
     EXPECT_EQ(count(set), 1u);
 }
 
@@ -348,8 +333,8 @@ TEST_F(SelectUnique, TakesAnInfoWithoutTransformForNone) {
 TEST_F(SelectUnique, ComparesTransformsWithinTheGlobalTolerance) {
     GxapSelectSet set;
     const Path path;
-    select(set, 1, 2, 5, infoMovedBy(1), &path);
-    select(set, 1, 2, 5, infoMovedBy(1 + GxGeContext::gTol.equalPoint / 4), &path);
+    select(set, 1, 2, 5, makeInfoMovedBy(1), &path);
+    select(set, 1, 2, 5, makeInfoMovedBy(1 + GxGeContext::gTol.equalPoint / 4), &path);
     EXPECT_EQ(count(set), 1u);
 }
 
@@ -375,7 +360,7 @@ TEST_F(SelectUnique, SwitchedOffAddsEqualItems) {
     allowDuplicates(set);
     const Path path = idVector({7, 1});
     for (int i = 0; i < 3; ++i)
-        select(set, 1, 2, 5, infoMovedBy(3), &path);
+        select(set, 1, 2, 5, makeInfoMovedBy(3), &path);
     EXPECT_EQ(count(set), 3u);
     EXPECT_EQ(set.sharedData->dataMap.count(id(1)), 3u);
     EXPECT_EQ(set.find(id(1), id(2)), 0);
@@ -432,7 +417,7 @@ TEST_F(SelectRefused, FreesTheInfo) {
     GxapSelectSet set;
     select(set, 1);
     const long before = liveInfos(), matrices = kvtest::liveNewMatrices();
-    GxapSelectedEntInfo* info = infoMovedBy(2);
+    GxapSelectedEntInfo* info = makeInfoMovedBy(2);
     select(set, 1, 0, -1, info);
     EXPECT_FALSE(kvinmemory::isLiveBlock(info));
     EXPECT_EQ(liveInfos(), before);
@@ -626,7 +611,7 @@ TEST_F(AppendIds, FollowsTheRuleOfUniqueness) {
 TEST_F(AppendIds, IsRefusedForAnItemWithPathAndTransform) {
     GxapSelectSet set;
     const Path path = idVector({7, 1});
-    select(set, 1, 2, 0, infoMovedBy(3), &path);
+    select(set, 1, 2, 0, makeInfoMovedBy(3), &path);
     edit(set).append(id(1), id(2));
     EXPECT_EQ(count(set), 1u);
 }
@@ -666,7 +651,7 @@ TEST_F(AppendRecord, CopiesKeysAndPath) {
 
 TEST_F(AppendRecord, CopiesTheInfoDeeply) {
     GxapSelectSet source, target;
-    GxapSelectedEntInfo* info = infoMovedBy(3);
+    GxapSelectedEntInfo* info = makeInfoMovedBy(3);
     info->word0 = 6;
     info->setSelFenceResultInfo({2, 0, 0.5});
     select(source, 1, 0, -1, info);
@@ -705,7 +690,7 @@ TEST_F(AppendRecord, LeavesHighlightsAndSubSelectionBehind) {
 
 TEST_F(AppendRecord, OfADuplicateAnswersTrueAddsNothingAndFreesItsCopy) {
     GxapSelectSet set;
-    select(set, 1, 0, -1, infoMovedBy(3));
+    select(set, 1, 0, -1, makeInfoMovedBy(3));
     const long infos = liveInfos(), matrices = kvtest::liveNewMatrices();
     EXPECT_TRUE(edit(set).append(set.getAt(0)));
     EXPECT_EQ(count(set), 1u);
@@ -715,7 +700,7 @@ TEST_F(AppendRecord, OfADuplicateAnswersTrueAddsNothingAndFreesItsCopy) {
 
 TEST_F(AppendRecord, OfANullMainIdAnswersTrueAddsNothingAndFreesItsCopy) {
     selected_entity record;
-    record.selectedEntityInfo = infoMovedBy(3);
+    record.selectedEntityInfo = makeInfoMovedBy(3);
     GxapSelectSet set;
     const long infos = liveInfos(), matrices = kvtest::liveNewMatrices();
     EXPECT_TRUE(edit(set).append(&record));
@@ -733,7 +718,7 @@ TEST_F(AppendRecord, IsComparedByPathAndTransform) {
     select(source, 1, 2, -1, nullptr, &path);
     EXPECT_TRUE(edit(target).append(source.getAt(0)));
     EXPECT_EQ(count(target), 2u);
-    select(source, 1, 2, -1, infoMovedBy(3), &path);
+    select(source, 1, 2, -1, makeInfoMovedBy(3), &path);
     EXPECT_TRUE(edit(target).append(source.getAt(1)));
     EXPECT_EQ(count(target), 3u);
     EXPECT_TRUE(edit(target).append(source.getAt(1)));
@@ -744,7 +729,7 @@ TEST_F(AppendRecord, IsComparedByPathAndTransform) {
 TEST_F(AppendRecord, OfItsOwnDoublesItWithUniqueOff) {
     GxapSelectSet set;
     allowDuplicates(set);
-    select(set, 1, 2, 5, infoMovedBy(3));
+    select(set, 1, 2, 5, makeInfoMovedBy(3));
     EXPECT_TRUE(edit(set).append(set.getAt(0)));
     EXPECT_EQ(count(set), 2u);
     EXPECT_NE(set.getAt(0)->selectedEntityInfo, set.getAt(1)->selectedEntityInfo);
@@ -764,7 +749,7 @@ TEST_F(AppendRecord, OfItsOwnSharedDataCopiesTheData) {
 TEST_F(AppendRecord, LeavesTheGivenRecordAsItWas) {
     GxapSelectSet source, target;
     const Path path = idVector({7, 1});
-    select(source, 1, 2, 5, infoMovedBy(3), &path);
+    select(source, 1, 2, 5, makeInfoMovedBy(3), &path);
     edit(target).append(source.getAt(0));
     EXPECT_EQ(count(source), 1u);
     EXPECT_EQ(source.getAt(0)->gsMarker, 5);

@@ -14,9 +14,11 @@ using kvtest::at;
 using kvtest::edit;
 using kvtest::Filled;
 using kvtest::id;
+using kvtest::idRange;
 using kvtest::IndexState;
 using kvtest::invariants;
 using kvtest::isRegistered;
+using kvtest::kNoId;
 using kvtest::kPageSlots;
 using kvtest::mainIds;
 using kvtest::owners;
@@ -38,8 +40,6 @@ class AccessorIterators : public kvtest::SetTest {};
 class SelectByNestedMode : public kvtest::SetTest {};
 class AccessorHighlightSegment : public kvtest::SetTest {};
 
-const GxDbObjectId kNoId;
-
 // A set of id(1) ... id(count) whose data a second set shares.
 class Shared : public Filled {
 public:
@@ -49,10 +49,6 @@ public:
 
     GxapSelectSet sharer;
 };
-
-std::vector<unsigned long> three() {
-    return {1, 2, 3};
-}
 
 void takeDataAway(GxapSelectSet& set) {
     set.releaseData();
@@ -65,7 +61,7 @@ void expectMadePrivate(Shared& sets, const SSetData* before, const ConstIterator
     EXPECT_EQ(sets.sharer.sharedData, before);
     EXPECT_EQ(owners(sets.set), 1u);
     EXPECT_EQ(owners(sets.sharer), 1u);
-    EXPECT_EQ(mainIds(sets.sharer), three());
+    EXPECT_EQ(mainIds(sets.sharer), idRange(1, 3));
     EXPECT_EQ(earlier.truckerIterator, nullptr);
     EXPECT_TRUE(invariants(sets.set));
     EXPECT_TRUE(invariants(sets.sharer));
@@ -89,7 +85,7 @@ void expectDoesNotCopy(Operation operation) {
     EXPECT_TRUE(sets.isShared());
     EXPECT_EQ(owners(sets.set), 2u);
     EXPECT_EQ(at(mine), 2u);
-    EXPECT_EQ(mainIds(sets.sharer), three());
+    EXPECT_EQ(mainIds(sets.sharer), idRange(1, 3));
     EXPECT_TRUE(invariants(sets.set));
 }
 
@@ -176,7 +172,7 @@ TEST_F(WriteData, CopiesSharedData) {
     expectCopies([](GxapSSetWriteAccessor& accessor) {
         SSetData* data = accessor.writeData();
         EXPECT_EQ(data, accessor.sharedData);
-        EXPECT_EQ(mainIds(accessor), three());
+        EXPECT_EQ(mainIds(accessor), idRange(1, 3));
     });
 }
 
@@ -434,7 +430,7 @@ TEST_F(AccessorClear, LeavesSharedDataToTheOthers) {
     edit(sets.set).clear();
     EXPECT_EQ(sets.sharer.sharedData, before);
     EXPECT_EQ(owners(sets.sharer), 1u);
-    EXPECT_EQ(mainIds(sets.sharer), three());
+    EXPECT_EQ(mainIds(sets.sharer), idRange(1, 3));
     EXPECT_EQ(at(theirs), 1u);
     EXPECT_EQ(mine.truckerIterator, nullptr);
     EXPECT_EQ(registrations(sets.set), 0);
@@ -805,7 +801,7 @@ TEST_F(SelectByNestedMode, IsSwitchedOnAndOff) {
     EXPECT_TRUE(filled.set.isSelectByNestedMode());
     edit(filled.set).setSelectByNestedMode(false);
     EXPECT_FALSE(filled.set.isSelectByNestedMode());
-    EXPECT_EQ(mainIds(filled.set), three());
+    EXPECT_EQ(mainIds(filled.set), idRange(1, 3));
 }
 
 TEST_F(SelectByNestedMode, CopiesSharedDataWhenItChanges) {

@@ -19,6 +19,7 @@ using kvtest::id;
 using kvtest::invariants;
 using kvtest::isRegistered;
 using kvtest::kAccessError;
+using kvtest::kBeforeFirst;
 using kvtest::kPageSlots;
 using kvtest::mainIds;
 using kvtest::registrations;
@@ -26,8 +27,6 @@ using kvtest::takeOutIds;
 
 using ConstIterator = GxapSelectSet::ConstIterator;
 using Iterator = GxapSelectSet::Iterator;
-
-constexpr std::uint32_t kBeforeFirst = 0xFFFFFFFFu;
 
 class IteratorOnAReleasedPage : public kvtest::SetTest {};
 class IteratorAfterClear : public kvtest::SetTest {};

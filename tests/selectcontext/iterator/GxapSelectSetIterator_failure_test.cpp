@@ -17,6 +17,7 @@ using kvtest::forEachAllocationFailure;
 using kvtest::id;
 using kvtest::invariants;
 using kvtest::isRegistered;
+using kvtest::kNoId;
 using kvtest::mainIds;
 using kvtest::Outcome;
 using kvtest::registrations;
@@ -27,8 +28,6 @@ using Iterator = GxapSelectSet::Iterator;
 class IteratorFailure : public kvtest::SetTest {};
 class FactoryFailure : public kvtest::SetTest {};
 class AccessorFactoryFailure : public kvtest::SetTest {};
-
-const GxDbObjectId kNoId;
 
 // As many iterators as the registry has room for.
 class FullRegistry : public Filled {

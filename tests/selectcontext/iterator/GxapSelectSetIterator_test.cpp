@@ -19,6 +19,7 @@ using kvtest::id;
 using kvtest::invariants;
 using kvtest::isRegistered;
 using kvtest::kAccessError;
+using kvtest::kBeforeFirst;
 using kvtest::kPageSlots;
 using kvtest::numberOf;
 using kvtest::registrations;
@@ -27,8 +28,6 @@ using kvtest::takeOutIds;
 using ConstIterator = GxapSelectSet::ConstIterator;
 using Iterator = GxapSelectSet::Iterator;
 using Store = GxapSelectSet::SSetData::Store;
-
-constexpr std::uint32_t kBeforeFirst = 0xFFFFFFFFu;
 
 static_assert(std::is_base_of_v<ConstIterator, Iterator> && sizeof(Iterator) == sizeof(ConstIterator));
 static_assert(std::is_same_v<decltype(&ConstIterator::get), selected_entity* (ConstIterator::*)() const>);

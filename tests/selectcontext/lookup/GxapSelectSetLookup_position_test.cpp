@@ -10,6 +10,7 @@ namespace {
 using kvtest::edit;
 using kvtest::id;
 using kvtest::invariants;
+using kvtest::kNoId;
 using kvtest::kPageSlots;
 using kvtest::plainItems;
 using kvtest::record;
@@ -21,8 +22,6 @@ class GetAt : public kvtest::EditTest {};
 class GetIdsAt : public kvtest::EditTest {};
 class GetFirst : public kvtest::EditTest {};
 class GetLast : public kvtest::EditTest {};
-
-const GxDbObjectId kNoId;
 
 constexpr int kMinInt = std::numeric_limits<int>::min();
 constexpr int kMaxInt = std::numeric_limits<int>::max();

@@ -1,6 +1,8 @@
 #include "tests/selectcontext/model/Machine.h"
 
 #include "platform/KvOsBase.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
+#include "tests/support/Infos.h"
 #include "tests/support/NewTracking.h"
 
 #include <algorithm>
@@ -67,12 +69,6 @@ void expectOutcome(Outcome actual, Outcome model, const char* what) {
 
 GxDbFullSubentPath* actualPath(const PathPtr& path) {
     return path ? static_cast<GxDbFullSubentPath*>(const_cast<void*>(path->actual)) : nullptr;
-}
-
-void pushPath(KvVector<GxDbFullSubentPath*>& list, GxDbFullSubentPath* path) {
-    const int length = list.logicalLength();
-    list.setLogicalLength(length + 1);
-    list.at(length) = path;
 }
 
 class MaskExcluder : public IGxapSSetEntityExcluder {
@@ -215,6 +211,16 @@ long Machine::both(const char* what, const Call& actual, const Call& model) {
     return got;
 }
 
+void Machine::bothDo(const char* what, const Work& actual, const Work& model) {
+    const auto answering = [](const Work& work) {
+        return [&work] {
+            work();
+            return 0L;
+        };
+    };
+    both(what, answering(actual), answering(model));
+}
+
 void Machine::bothRecords(const char* what, const std::function<selected_entity*()>& actual,
                           const std::function<RecordPtr()>& model) {
     selected_entity* got = nullptr;
@@ -247,7 +253,7 @@ void Machine::dropCursor(int c) {
 }
 
 template <class Slot, class Make>
-void Machine::place(Slot& slot, bool assigned, const Make& make) {
+void Machine::placeActual(Slot& slot, bool assigned, const Make& make) {
     using ActualCursor = typename Slot::element_type;
     const RecordTracker::Recording recording(mTracker, true);
     if (assigned) {
@@ -256,6 +262,13 @@ void Machine::place(Slot& slot, bool assigned, const Make& make) {
     }
     slot.reset();
     slot.reset(new ActualCursor(make()));
+}
+
+template <class Slot, class Make>
+void Machine::place(Slot& slot, Cursor& cursor, bool assigned, const Make& make,
+                    const std::function<void(Cursor&)>& makeModel) {
+    placeActual(slot, assigned, make);
+    placeModel(cursor, assigned, makeModel);
 }
 
 void Machine::placeModel(Cursor& cursor, bool assigned, const std::function<void(Cursor&)>& make) {
@@ -383,16 +396,9 @@ void Machine::writeData(const Operation& o) {
 }
 
 void Machine::updateDataMap(const Operation& o) {
-    both(
-        "updateDataMap",
-        [&] {
-            accessor(o[0]).updateDataMap();
-            return 0L;
-        },
-        [&] {
-            mModel.updateDataMap(modelSet(o[0]));
-            return 0L;
-        });
+    bothDo(
+        "updateDataMap", [&] { accessor(o[0]).updateDataMap(); },
+        [&] { mModel.updateDataMap(modelSet(o[0])); });
 }
 
 void Machine::setNestedMode(const Operation& o) {
@@ -409,35 +415,24 @@ void Machine::setNestedMode(const Operation& o) {
 }
 
 void Machine::setUnique(const Operation& o) {
-    both(
-        "setUnique",
-        [&] {
-            accessor(o[0]).setUnique(o[1] != 0);
-            return 0L;
-        },
-        [&] {
-            mModel.setUnique(modelSet(o[0]), o[1] != 0);
-            return 0L;
-        });
+    bothDo(
+        "setUnique", [&] { accessor(o[0]).setUnique(o[1] != 0); },
+        [&] { mModel.setUnique(modelSet(o[0]), o[1] != 0); });
 }
 
 // ---- Adding
 
 void Machine::select(const Operation& o) {
     GxapSelectedEntInfo* const info = World::makeInfo(o[4]);
-    both(
+    bothDo(
         "select",
-        [&] {
-            accessor(o[0]).select(mWorld.id(o[1]), mWorld.id(o[2]), o[3], info, mWorld.nestedPath(o[5]));
-            return 0L;
-        },
+        [&] { accessor(o[0]).select(mWorld.id(o[1]), mWorld.id(o[2]), o[3], info, mWorld.nestedPath(o[5])); },
         [&] {
             mModel.select(modelSet(o[0]), o[1], o[2], o[3], World::modelInfo(o[4]),
                           mWorld.modelNestedPath(o[5]));
-            return 0L;
         });
     if (mWorld.rules().isNull(o[1]))
-        World::freeInfo(info); // it stays the caller's
+        kvtest::freeInfo(info); // it stays the caller's
 }
 
 // The arguments are parts of a record, which may be one of this very set.
@@ -448,33 +443,24 @@ void Machine::selectKeysOf(const Operation& o) {
         return;
     const selected_entity* const record = set(o[1]).getAt(at);
     GxapSelectedEntInfo* const info = World::makeInfo(o[3]);
-    both(
+    bothDo(
         "select",
         [&] {
             accessor(o[0]).select(record->mainEntId, record->subEntId, record->gsMarker, info,
                                   &record->nestedEntFullPath);
-            return 0L;
         },
         [&] {
             mModel.select(modelSet(o[0]), model->main, model->sub, model->marker, World::modelInfo(o[3]),
                           &model->path);
-            return 0L;
         });
     if (mWorld.rules().isNull(model->main))
-        World::freeInfo(info);
+        kvtest::freeInfo(info);
 }
 
 void Machine::append(const Operation& o) {
-    both(
-        "append",
-        [&] {
-            accessor(o[0]).append(mWorld.id(o[1]), mWorld.id(o[2]));
-            return 0L;
-        },
-        [&] {
-            mModel.select(modelSet(o[0]), o[1], o[2], -1, std::nullopt, nullptr);
-            return 0L;
-        });
+    bothDo(
+        "append", [&] { accessor(o[0]).append(mWorld.id(o[1]), mWorld.id(o[2])); },
+        [&] { mModel.select(modelSet(o[0]), o[1], o[2], -1, std::nullopt, nullptr); });
 }
 
 void Machine::appendRecord(const Operation& o) {
@@ -568,9 +554,10 @@ void Machine::removeThroughCursor(const Operation& o) {
     const int s = o[0];
     const int c = o[1];
     const int at = positionOf(o[2], countOf(s));
-    place(mWritable[static_cast<std::size_t>(c - kConstCount)], true,
-          [&] { return accessor(s).iteratorAt(at); });
-    placeModel(modelCursor(c), true, [&](Cursor& it) { mModel.writeIteratorAt(it, modelSet(s), at); });
+    place(
+        mWritable[static_cast<std::size_t>(c - kConstCount)], modelCursor(c), true,
+        [&] { return accessor(s).iteratorAt(at); },
+        [&](Cursor& it) { mModel.writeIteratorAt(it, modelSet(s), at); });
     for (int i = 0; i < o[3] && !mModel.isDone(modelCursor(c)); ++i) {
         both(
             "removeAt a cursor", [&] { return long{accessor(s).removeAt(writable(c))}; },
@@ -584,29 +571,15 @@ void Machine::removeThroughCursor(const Operation& o) {
 // ---- Set algebra
 
 void Machine::merge(const Operation& o) {
-    both(
-        "merge",
-        [&] {
-            accessor(o[0]).merge(setOrNull(o[1]), setOrNull(o[2]));
-            return 0L;
-        },
-        [&] {
-            mModel.merge(modelSet(o[0]), modelSetOrNull(o[1]), modelSetOrNull(o[2]));
-            return 0L;
-        });
+    bothDo(
+        "merge", [&] { accessor(o[0]).merge(setOrNull(o[1]), setOrNull(o[2])); },
+        [&] { mModel.merge(modelSet(o[0]), modelSetOrNull(o[1]), modelSetOrNull(o[2])); });
 }
 
 void Machine::minus(const Operation& o) {
-    both(
-        "minus",
-        [&] {
-            accessor(o[0]).minus(setOrNull(o[1]), setOrNull(o[2]));
-            return 0L;
-        },
-        [&] {
-            mModel.minus(modelSet(o[0]), modelSetOrNull(o[1]), modelSetOrNull(o[2]));
-            return 0L;
-        });
+    bothDo(
+        "minus", [&] { accessor(o[0]).minus(setOrNull(o[1]), setOrNull(o[2])); },
+        [&] { mModel.minus(modelSet(o[0]), modelSetOrNull(o[1]), modelSetOrNull(o[2])); });
 }
 
 void Machine::transfer(const Operation& o) {
@@ -617,16 +590,12 @@ void Machine::transfer(const Operation& o) {
         asked.push_back(id);
         return excluder.excludes(id);
     };
-    both(
+    bothDo(
         "transfer",
-        [&] {
-            set(o[0]).transfer(set(o[1]), hasExcluder ? &excluder : nullptr, setOrNull(o[2]));
-            return 0L;
-        },
+        [&] { set(o[0]).transfer(set(o[1]), hasExcluder ? &excluder : nullptr, setOrNull(o[2])); },
         [&] {
             mModel.transfer(modelSet(o[0]), modelSet(o[1]), hasExcluder ? &isExcluded : nullptr,
                             modelSetOrNull(o[2]));
-            return 0L;
         });
     expect(excluder.asked() == asked, "the excluder is asked once for every item, in order");
 }
@@ -648,8 +617,7 @@ void Machine::makeCursor(const Operation& o) {
     const int at = positionOf(o[7], countOf(s));
     const bool assigned = o[8] != 0;
     const auto make = [&](const auto& actual, const std::function<void(Cursor&)>& modelMake) {
-        place(slot, assigned, actual);
-        placeModel(cursor, assigned, modelMake);
+        place(slot, cursor, assigned, actual, modelMake);
     };
     const auto find = [&](const Keys& keys) {
         return [&, keys](Cursor& it) { mModel.findIterator(it, model, keys); };
@@ -701,8 +669,7 @@ void Machine::makeWritableCursor(const Operation& o) {
     const int at = positionOf(o[6], countOf(s));
     const bool assigned = o[7] != 0;
     const auto make = [&](const auto& actual, const std::function<void(Cursor&)>& modelMake) {
-        place(slot, assigned, actual);
-        placeModel(cursor, assigned, modelMake);
+        place(slot, cursor, assigned, actual, modelMake);
     };
     const auto find = [&](const Keys& keys) {
         return [&, keys](Cursor& it) { mModel.writeFind(it, model, keys); };
@@ -880,35 +847,26 @@ void Machine::setNestedPath(const Operation& o) {
     if (o[1] < 0)
         return;
     mRecordsChanged = true;
-    both(
-        "setNestedEntFullPath",
-        [&] {
-            writable(o[0]).setNestedEntFullPath(*mWorld.nestedPath(o[1]));
-            return 0L;
-        },
+    bothDo(
+        "setNestedEntFullPath", [&] { writable(o[0]).setNestedEntFullPath(*mWorld.nestedPath(o[1])); },
         [&] {
             if (const RecordPtr record = mModel.get(modelCursor(o[0])))
                 record->path = *mWorld.modelNestedPath(o[1]);
-            return 0L;
         });
 }
 
 void Machine::setSegment(const Operation& o) {
     mRecordsChanged = true;
     const GxDbFullSubentPath* const path = o[1] < 0 ? nullptr : &mWorld.subentPath(o[1]);
-    both(
+    bothDo(
         "setHighlightSegment",
         [&] {
             if (o[2] != 0)
                 accessor(o[3]).setHighlightSegment(writable(o[0]), path);
             else
                 writable(o[0]).setHighlightSegment(path);
-            return 0L;
         },
-        [&] {
-            mModel.setSegment(modelCursor(o[0]), path ? &mWorld.modelSubentPath(o[1]) : nullptr);
-            return 0L;
-        });
+        [&] { mModel.setSegment(modelCursor(o[0]), path ? &mWorld.modelSubentPath(o[1]) : nullptr); });
 }
 
 void Machine::writeViewports(const Operation& o) {
@@ -995,7 +953,7 @@ void Machine::lookUpAll(int s, const ActualKeys& k, const Keys& all) {
     GxapSelectedEntInfo* const info = World::makeInfo(k.info);
     lookUpForm(
         s, all, [&] { return in.findInMap(k.main, k.sub, k.marker, k.path, info); }, nullptr, nullptr);
-    World::freeInfo(info);
+    kvtest::freeInfo(info);
 }
 
 void Machine::lookUp(const Operation& o) {
@@ -1082,33 +1040,23 @@ void Machine::expectHighlights(const std::vector<RecordPtr>& records, bool flag,
 
 void Machine::draw(const Operation& o) {
     std::vector<RecordPtr> drawn;
-    both(
-        "draw a set",
-        [&] {
-            set(o[0]).draw(o[1] != 0, o[2] != 0);
-            return 0L;
-        },
+    bothDo(
+        "draw a set", [&] { set(o[0]).draw(o[1] != 0, o[2] != 0); },
         [&] {
             if (!modelSet(o[0]).data)
                 mModel.createData(modelSet(o[0]));
             drawn = modelSet(o[0]).data->store->records();
-            return 0L;
         });
     expectHighlights(drawn, o[1] != 0, o[2] != 0);
 }
 
 void Machine::drawCursor(const Operation& o) {
     std::vector<RecordPtr> drawn;
-    both(
-        "draw an item",
-        [&] {
-            set(o[0]).draw(cursor(o[1]), o[2] != 0, o[3] != 0);
-            return 0L;
-        },
+    bothDo(
+        "draw an item", [&] { set(o[0]).draw(cursor(o[1]), o[2] != 0, o[3] != 0); },
         [&] {
             if (const RecordPtr record = mModel.get(modelCursor(o[1])))
                 drawn.push_back(record);
-            return 0L;
         });
     expectHighlights(drawn, o[2] != 0, o[3] != 0);
 }
@@ -1144,7 +1092,7 @@ void Machine::makeSubselection(const Operation& o) {
         const int number = (o[2] + i * (o[3] % 3)) % World::kSubentPathCount;
         const bool isNull = o[3] % 16 == i;
         auto* const path = isNull ? nullptr : new GxDbFullSubentPath(mWorld.subentPath(number));
-        pushPath(*record.subselPathArray, path);
+        kvtest::append(*record.subselPathArray, path);
         if (isNull) {
             model->subselection->push(nullptr);
             continue;

@@ -75,8 +75,13 @@ private:
     void limitSizes();
     void dropCursor(int c);
     void makeSet(int s, int mode, int source);
+    using Work = std::function<void()>;
+    void bothDo(const char* what, const Work& actual, const Work& model);
     template <class Slot, class Make>
-    void place(Slot& slot, bool assigned, const Make& make);
+    void place(Slot& slot, Cursor& cursor, bool assigned, const Make& make,
+               const std::function<void(Cursor&)>& makeModel);
+    template <class Slot, class Make>
+    void placeActual(Slot& slot, bool assigned, const Make& make);
     void placeModel(Cursor& cursor, bool assigned, const std::function<void(Cursor&)>& make);
     static int sourceOf(const Operation& o);
 

@@ -516,6 +516,10 @@ void Model::findIterator(Cursor& cursor, Set& set, const Keys& keys) {
 }
 
 void Model::findMainSubselection(Cursor& cursor, Set& set, int id) {
+    placeOnMainSubselection(cursor, set, id, &Model::iteratorAt);
+}
+
+void Model::placeOnMainSubselection(Cursor& cursor, Set& set, int id, PlaceAt placeAt) {
     if (!set.hasItems()) {
         construct(cursor, &set, 0);
         return;
@@ -524,7 +528,7 @@ void Model::findMainSubselection(Cursor& cursor, Set& set, int id) {
     if (position < 0)
         end(cursor, set);
     else
-        iteratorAt(cursor, set, position);
+        (this->*placeAt)(cursor, set, position);
 }
 
 // ---- Positions and comparison
@@ -611,15 +615,7 @@ void Model::writeFind(Cursor& cursor, Set& set, const Keys& keys) {
 }
 
 void Model::writeFindMainSubselection(Cursor& cursor, Set& set, int id) {
-    if (!set.hasItems()) {
-        construct(cursor, &set, 0);
-        return;
-    }
-    const int position = ids.isNull(id) ? -1 : find(set, Keys{id, {}, {}, nullptr, {}});
-    if (position < 0)
-        end(cursor, set);
-    else
-        writeIteratorAt(cursor, set, position);
+    placeOnMainSubselection(cursor, set, id, &Model::writeIteratorAt);
 }
 
 void Model::setSegment(Cursor& cursor, const SubentPath* path) {

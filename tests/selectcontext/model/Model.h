@@ -341,6 +341,9 @@ public:
     bool samePath(const SubentPath& a, const SubentPath& b) const;
 
 private:
+    using PlaceAt = void (Model::*)(Cursor& cursor, Set& set, int index);
+    void placeOnMainSubselection(Cursor& cursor, Set& set, int id, PlaceAt placeAt);
+
     bool sameIds(const Vector<int>& a, const Vector<int>& b) const;
     bool matches(const Record& record, const Keys& keys) const;
     std::pair<Index::iterator, Index::iterator> run(Data& data, int id) const;

@@ -1,8 +1,8 @@
 #include "tests/selectcontext/model/World.h"
 
-#include "platform/KvOsBase.h"
+#include "tests/selectcontext/support/RecordTestSupport.h"
+#include "tests/support/Infos.h"
 
-#include <new>
 #include <sstream>
 #include <utility>
 
@@ -93,9 +93,7 @@ const Vector<int>* World::modelNestedPath(int number) const {
 
 GxGeMatrix3d World::matrix(int number) {
     constexpr double kFarBelowTolerance = 1e-12;
-    GxGeMatrix3d matrix;
-    matrix.entry[0][3] = number == 2 ? 1 + kFarBelowTolerance : number;
-    return matrix;
+    return kvtest::matrixMovedBy(number == 2 ? 1 + kFarBelowTolerance : number);
 }
 
 std::optional<Info> World::modelInfo(int number) {
@@ -106,7 +104,7 @@ GxapSelectedEntInfo* World::makeInfo(int number) {
     if (number < 0)
         return nullptr;
     const Info& contents = kInfos[number];
-    auto* const info = new (_kvMalloc(sizeof(GxapSelectedEntInfo))) GxapSelectedEntInfo();
+    GxapSelectedEntInfo* const info = kvtest::makeInfo();
     info->word0 = contents.word0;
     if (contents.matrix != 0)
         info->setCompoundTransformWithBTROffset(matrix(contents.matrix));
@@ -115,20 +113,11 @@ GxapSelectedEntInfo* World::makeInfo(int number) {
     return info;
 }
 
-void World::freeInfo(GxapSelectedEntInfo* info) {
-    if (!info)
-        return;
-    info->~GxapSelectedEntInfo();
-    _kvFree(info);
-}
-
 void World::addNestedPath(const std::vector<int>& ids) {
     KvVector<GxDbObjectId> path;
     Vector<int> modelPath;
     for (int number : ids) {
-        const int length = path.logicalLength();
-        path.setLogicalLength(length + 1);
-        path.at(length) = id(number);
+        kvtest::append(path, id(number));
         modelPath.push(number);
     }
     if (modelPath.block())

@@ -44,7 +44,6 @@ public:
     // A new info in memory of _kvMalloc; -1 is null.
     static GxapSelectedEntInfo* makeInfo(int number);
     static std::optional<Info> modelInfo(int number);
-    static void freeInfo(GxapSelectedEntInfo* info);
 
     const GxDbFullSubentPath& subentPath(int number) const {
         return *mSubentPaths[static_cast<std::size_t>(number)];

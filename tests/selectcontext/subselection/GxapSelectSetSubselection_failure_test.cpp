@@ -1,5 +1,6 @@
 // Each allocation of an edit of sub-selections fails in turn. The list is as it was, no record is lost, and
 // the same edit works afterwards.
+#include "tests/selectcontext/subselection/SubselectionTest.h"
 #include "tests/selectcontext/support/EditFailureTest.h"
 
 #include <cstdint>
@@ -13,6 +14,7 @@ using kvtest::forEachAllocationFailure;
 using kvtest::freePathCopiesLeft;
 using kvtest::invariants;
 using kvtest::items;
+using kvtest::kNoId;
 using kvtest::kThreeItems;
 using kvtest::liveRecords;
 using kvtest::pathCopiesLeft;
@@ -20,45 +22,26 @@ using kvtest::record;
 using kvtest::registrations;
 using kvtest::SetOf;
 
-using Path = GxDbFullSubentPath;
-
-const GxDbObjectId kNoId;
-
-class SubselFailure : public kvtest::EditTest {
+class SubselFailure : public kvtest::SubselectionTest {
 protected:
-    void TearDown() override {
-        freeLeftRecords();
-        freePathCopiesLeft();
-        EditTest::TearDown();
-    }
-
     // A set whose only item is a sub-selection of one path. The path is the caller's.
-    void fillWithSubselection(GxapSelectSet& set, Path& path) const {
-        edit(set).append(entity, kNoId);
+    void fillWithOnePath(GxapSelectSet& set, Path& path) const {
+        edit(set).append(first, kNoId);
         record(set, 0)->hasSubselPaths = true;
         record(set, 0)->subselPathArray = new kvtest::SegmentArray;
         kvtest::append(*record(set, 0)->subselPathArray, &path);
     }
 
     static int length(const GxapSelectSet& set) { return record(set, 0)->subselPathArray->logicalLength(); }
-
-    static void setToPart(Path& path, const GxDbObjectId& of, std::int64_t n) {
-        path.objectIds().setLogicalLength(1);
-        path.objectIds()[0] = of;
-        path.subentId().index = n;
-    }
-
-    kvinmemory::Database database;
-    const GxDbObjectId entity = database.addEntity();
 };
 
 TEST_F(SubselFailure, OfAppendingAPath) {
     forEachAllocationFailure([&](FailurePoint& point) {
         Path held, added;
-        setToPart(held, entity, 1);
-        setToPart(added, entity, 2);
+        setToPart(held, first, 1);
+        setToPart(added, first, 2);
         GxapSelectSet set;
-        fillWithSubselection(set, held);
+        fillWithOnePath(set, held);
         const GxapSelectSet sharer(set);
         point.run([&] { edit(set).appendSubentPathSubsel(added); });
         EXPECT_TRUE(invariants(set));
@@ -78,7 +61,7 @@ TEST_F(SubselFailure, OfAppendingAPath) {
 TEST_F(SubselFailure, OfAppendingAPathOfANewEntity) {
     forEachAllocationFailure([&](FailurePoint& point) {
         Path added;
-        setToPart(added, entity, 2);
+        setToPart(added, first, 2);
         {
             SetOf s(kThreeItems);
             const GxapSelectSet sharer(s.set);
@@ -102,11 +85,11 @@ TEST_F(SubselFailure, OfRemovingAPath) {
     forEachAllocationFailure([&](FailurePoint& point) {
         freeLeftRecords();
         Path held, other;
-        setToPart(held, entity, 1);
-        setToPart(other, entity, 2);
+        setToPart(held, first, 1);
+        setToPart(other, first, 2);
         {
             GxapSelectSet set;
-            fillWithSubselection(set, held);
+            fillWithOnePath(set, held);
             kvtest::append(*record(set, 0)->subselPathArray, &other);
             const GxapSelectSet sharer(set);
             point.run([&] { edit(set).removeSubentPathSubsel(held); });
@@ -126,10 +109,10 @@ TEST_F(SubselFailure, OfRemovingAPath) {
 TEST_F(SubselFailure, OfRemovingAPathByPosition) {
     forEachAllocationFailure([&](FailurePoint& point) {
         Path held, other;
-        setToPart(held, entity, 1);
-        setToPart(other, entity, 2);
+        setToPart(held, first, 1);
+        setToPart(other, first, 2);
         GxapSelectSet set;
-        fillWithSubselection(set, held);
+        fillWithOnePath(set, held);
         kvtest::append(*record(set, 0)->subselPathArray, &other);
         const GxapSelectSet sharer(set);
         point.run([&] { edit(set).removeSubentPathAtSubsel(0, 1); });
@@ -147,10 +130,10 @@ TEST_F(SubselFailure, OfRemovingTheOnlyPath) {
     forEachAllocationFailure([&](FailurePoint& point) {
         freeLeftRecords();
         Path held;
-        setToPart(held, entity, 1);
+        setToPart(held, first, 1);
         {
             GxapSelectSet set;
-            fillWithSubselection(set, held);
+            fillWithOnePath(set, held);
             const GxapSelectSet sharer(set);
             point.run([&] { edit(set).removeSubentPathSubsel(held); });
             EXPECT_TRUE(invariants(set));
@@ -166,16 +149,16 @@ TEST_F(SubselFailure, OfRemovingTheOnlyPath) {
 TEST_F(SubselFailure, OfLookingForAPath) {
     forEachAllocationFailure([&](FailurePoint& point) {
         Path held;
-        setToPart(held, entity, 1);
+        setToPart(held, first, 1);
         GxapSelectSet set;
-        fillWithSubselection(set, held);
+        fillWithOnePath(set, held);
         const kvtest::SegmentArray sharedList(*record(set, 0)->subselPathArray);
         int found = -2;
-        point.run([&] { found = set.findSubentPathSubsel(entity, held); });
+        point.run([&] { found = set.findSubentPathSubsel(first, held); });
         EXPECT_TRUE(invariants(set));
         EXPECT_EQ(registrations(set), 0);
         EXPECT_EQ(found, point.outcome().failed ? -2 : 0);
-        EXPECT_EQ(set.findSubentPathSubsel(entity, held), 0);
+        EXPECT_EQ(set.findSubentPathSubsel(first, held), 0);
     });
 }
 

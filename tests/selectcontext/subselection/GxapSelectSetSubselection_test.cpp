@@ -1,4 +1,4 @@
-#include "tests/selectcontext/support/EditTestSupport.h"
+#include "tests/selectcontext/subselection/SubselectionTest.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +15,7 @@ using kvtest::id;
 using kvtest::IndexState;
 using kvtest::invariants;
 using kvtest::isLiveRecord;
+using kvtest::kNoId;
 using kvtest::owners;
 using kvtest::pathCopiesLeft;
 using kvtest::record;
@@ -27,71 +28,20 @@ using ConstIterator = GxapSelectSet::ConstIterator;
 using Iterator = GxapSelectSet::Iterator;
 using Path = GxDbFullSubentPath;
 
-const GxDbObjectId kNoId;
-
 constexpr int kInvalidIndex = 24;
 
-// Three entities that ids are valid of, and what the library leaves of paths: the copies that it makes and
-// never deletes are freed after the test.
-class SubselectionTest : public kvtest::EditTest {
-protected:
-    void TearDown() override {
-        freeLeftRecords();
-        kvtest::freePathCopiesLeft();
-        std::vector<std::unique_ptr<Path>>().swap(mPaths);
-        EditTest::TearDown();
-    }
-
-    // The path of part number n of the entity.
-    static Path part(const GxDbObjectId& entity, std::int64_t n) { return subentPath({entity}, 1, n); }
-
-    // Makes the record a sub-selection of these parts of its entity. The test owns the paths.
-    SegmentArray& subselect(selected_entity& target, const std::vector<std::int64_t>& parts) {
-        target.hasSubselPaths = true;
-        target.subselPathArray = new SegmentArray;
-        for (const std::int64_t n : parts) {
-            mPaths.push_back(std::make_unique<Path>());
-            mPaths.back()->objectIds().setLogicalLength(1);
-            mPaths.back()->objectIds()[0] = target.mainEntId;
-            mPaths.back()->subentId().type = 1;
-            mPaths.back()->subentId().index = n;
-            kvtest::append(*target.subselPathArray, mPaths.back().get());
-        }
-        return *target.subselPathArray;
-    }
-
-    // A set of the two first entities, the second a sub-selection of these parts.
-    SegmentArray& fillWithSubselection(GxapSelectSet& set, const std::vector<std::int64_t>& parts) {
-        edit(set).append(first, kNoId);
-        edit(set).append(second, kNoId);
-        return subselect(*record(set, 1), parts);
-    }
-
-    kvinmemory::Database database;
-    const GxDbObjectId first = database.addEntity();
-    const GxDbObjectId second = database.addEntity();
-    const GxDbObjectId third = database.addEntity();
-
-private:
-    std::vector<std::unique_ptr<Path>> mPaths;
-};
-
-class FindMainSubsel : public SubselectionTest {};
-class EditMainSubsel : public SubselectionTest {};
-class AppendSubsel : public SubselectionTest {};
-class AppendSubselOfNewEntity : public SubselectionTest {};
-class RemoveSubsel : public SubselectionTest {};
-class RemoveSubselAt : public SubselectionTest {};
-class FindSubsel : public SubselectionTest {};
-class GetSubselAt : public SubselectionTest {};
-class BadSubselPath : public SubselectionTest {};
+class FindMainSubsel : public kvtest::SubselectionTest {};
+class EditMainSubsel : public kvtest::SubselectionTest {};
+class AppendSubsel : public kvtest::SubselectionTest {};
+class AppendSubselOfNewEntity : public kvtest::SubselectionTest {};
+class RemoveSubsel : public kvtest::SubselectionTest {};
+class RemoveSubselAt : public kvtest::SubselectionTest {};
+class FindSubsel : public kvtest::SubselectionTest {};
+class GetSubselAt : public kvtest::SubselectionTest {};
+class BadSubselPath : public kvtest::SubselectionTest {};
 
 std::vector<std::int64_t> parts(const selected_entity* of) {
-    std::vector<std::int64_t> numbers;
-    const SegmentArray& list = *of->subselPathArray;
-    for (int i = 0; i < list.logicalLength(); ++i)
-        numbers.push_back(list.at(i) ? list.at(i)->subentId().index : -1);
-    return numbers;
+    return kvtest::indicesOf(*of->subselPathArray);
 }
 
 using Parts = std::vector<std::int64_t>;

@@ -91,13 +91,8 @@ inline void addSegments(GxapSelectSet& set, int position, const std::vector<std:
 
 // The indices of the parts of a record's segments; a null element counts as -1.
 inline std::vector<std::int64_t> segmentsOf(const selected_entity& record) {
-    std::vector<std::int64_t> indices;
-    const SegmentArray* const segments = record.highlightSegmentArray;
-    for (int i = 0; segments && i < segments->logicalLength(); ++i) {
-        const GxDbFullSubentPath* const path = segments->at(i);
-        indices.push_back(path ? path->subentId().index : -1);
-    }
-    return indices;
+    return record.highlightSegmentArray ? indicesOf(*record.highlightSegmentArray)
+                                        : std::vector<std::int64_t>();
 }
 
 inline std::vector<std::int64_t> segmentsAt(const GxapSelectSet& set, std::size_t position) {

@@ -26,14 +26,6 @@ std::ostream& operator<<(std::ostream& out, const Item& item) {
     return out << ')';
 }
 
-GxapSelectedEntInfo* makeInfoMovedBy(double x) {
-    GxGeMatrix3d matrix;
-    matrix.entry[0][3] = x;
-    GxapSelectedEntInfo* const info = makeInfo();
-    info->setCompoundTransformWithBTROffset(matrix);
-    return info;
-}
-
 void select(GxapSelectSet& set, const Item& item) {
     KvVector<GxDbObjectId> path;
     for (const unsigned long n : item.path) {
@@ -101,19 +93,12 @@ FleetingSharer::~FleetingSharer() {
     RecordTracker::current().atNextRecord(nullptr);
 }
 
-std::uint32_t count(const GxapSelectSet& set) {
-    return set.sharedData->entityCount;
-}
-
 bool shareData(const GxapSelectSet& a, const GxapSelectSet& b) {
     return a.sharedData == b.sharedData;
 }
 
-unsigned pages(const GxapSelectSet& set) {
-    unsigned found = 0;
-    for (const Store::Page* page = set.sharedData->entities->head; page; page = page->next)
-        ++found;
-    return found;
+std::size_t pages(const GxapSelectSet& set) {
+    return pageCount(*set.sharedData->entities);
 }
 
 selected_entity* record(const GxapSelectSet& set, std::size_t position) {

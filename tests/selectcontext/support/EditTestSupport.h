@@ -34,7 +34,6 @@ using Items = std::vector<Item>;
 bool operator==(const Item& a, const Item& b);
 std::ostream& operator<<(std::ostream& out, const Item& item);
 
-GxapSelectedEntInfo* makeInfoMovedBy(double x);
 void select(GxapSelectSet& set, const Item& item);
 Item itemOf(const selected_entity& record);
 
@@ -81,9 +80,8 @@ private:
     std::unique_ptr<GxapSelectSet> mSharer;
 };
 
-std::uint32_t count(const GxapSelectSet& set);
 bool shareData(const GxapSelectSet& a, const GxapSelectSet& b);
-unsigned pages(const GxapSelectSet& set);
+std::size_t pages(const GxapSelectSet& set);
 selected_entity* record(const GxapSelectSet& set, std::size_t position);
 
 // ---- what is left behind

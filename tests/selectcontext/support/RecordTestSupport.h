@@ -36,6 +36,13 @@ inline GxGeMatrix3d matrixWith(double first) {
     return matrix;
 }
 
+// The identity, moved by x along the first axis.
+inline GxGeMatrix3d matrixMovedBy(double x) {
+    GxGeMatrix3d matrix;
+    matrix.entry[0][3] = x;
+    return matrix;
+}
+
 inline bool sameEntries(const GxGeMatrix3d& a, const GxGeMatrix3d& b) {
     return std::memcmp(a.entry, b.entry, sizeof(a.entry)) == 0;
 }
@@ -109,6 +116,21 @@ inline GxapSelectedEntInfo* makeFullInfo() {
     return info;
 }
 
+// An info with this block transform alone.
+inline GxapSelectedEntInfo* makeInfoMovedBy(double x) {
+    GxapSelectedEntInfo* info = makeInfo();
+    info->setCompoundTransformWithBTROffset(matrixMovedBy(x));
+    return info;
+}
+
+// The indices of the parts of a list's paths; a null element counts as -1.
+inline std::vector<std::int64_t> indicesOf(const SegmentArray& paths) {
+    std::vector<std::int64_t> indices;
+    for (int i = 0; i < paths.logicalLength(); ++i)
+        indices.push_back(paths.at(i) ? paths.at(i)->subentId().index : -1);
+    return indices;
+}
+
 // ---- records in sets
 
 inline unsigned long addressOf(const Store::Slot* slot) {
@@ -146,14 +168,7 @@ inline void addRecords(GxapSelectSet& set, unsigned long count) {
 }
 
 inline std::vector<Store::Slot*> occupiedSlots(const SSetData& data) {
-    std::vector<Store::Slot*> slots;
-    for (const Store::Page* page = data.entities->head; page; page = page->next) {
-        for (Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
-            if (!slot->free)
-                slots.push_back(slot);
-        }
-    }
-    return slots;
+    return occupiedSlots(*data.entities);
 }
 
 inline selected_entity* recordAt(const SSetData& data, std::size_t position) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "selectcontext/KvSelectContext.h"
+#include "tests/base/StoreSlots.h"
 #include "tests/support/Ids.h"
 #include "tests/support/KvTest.h"
 #include "tests/support/SetInvariants.h"
@@ -25,7 +26,7 @@ protected:
 
 constexpr unsigned kPageSlots = 4096;
 constexpr std::size_t kPageBytes = 65536;
-constexpr const wchar_t* kAccessError = L"Error access KvTrucker";
+inline const GxDbObjectId kNoId;
 
 // A set seen through its editing interface.
 inline GxapSSetWriteAccessor& edit(GxapSelectSet& set) {
@@ -65,12 +66,9 @@ inline std::vector<unsigned long> mainIds(const GxapSelectSet& set) {
     std::vector<unsigned long> ids;
     if (!set.sharedData || !set.sharedData->entities)
         return ids;
-    using Store = GxapSelectSet::SSetData::Store;
-    for (const Store::Page* page = set.sharedData->entities->head; page; page = page->next) {
-        for (const Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
-            if (!slot->free && slot->value)
-                ids.push_back(numberOf(slot->value->mainEntId));
-        }
+    for (const auto* slot : occupiedSlots(*set.sharedData->entities)) {
+        if (slot->value)
+            ids.push_back(numberOf(slot->value->mainEntId));
     }
     return ids;
 }
@@ -80,6 +78,11 @@ inline std::vector<unsigned long> idRange(unsigned long first, unsigned long cou
     for (unsigned long n = first; n < first + count; ++n)
         ids.push_back(n);
     return ids;
+}
+
+// How many items the data counts.
+inline std::uint32_t count(const GxapSelectSet& set) {
+    return set.sharedData->entityCount;
 }
 
 inline int registrations(const GxapSelectSet& set) {
@@ -114,12 +117,9 @@ private:
 // whoever asked for it, so they are freed here.
 inline void takeOutIds(GxapSelectSet& set, unsigned long first, unsigned long count) {
     std::vector<std::unique_ptr<selected_entity>> records;
-    using Store = GxapSelectSet::SSetData::Store;
-    for (const Store::Page* page = set.sharedData->entities->head; page; page = page->next) {
-        for (const Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
-            if (!slot->free && slot->value && numberOf(slot->value->mainEntId) - first < count)
-                records.emplace_back(slot->value);
-        }
+    for (const auto* slot : occupiedSlots(*set.sharedData->entities)) {
+        if (slot->value && numberOf(slot->value->mainEntId) - first < count)
+            records.emplace_back(slot->value);
     }
     for (unsigned long n = first; n < first + count; ++n)
         edit(set).remove(id(n));

@@ -1,0 +1,64 @@
+// The fixture of sub-selections.
+#pragma once
+
+#include "tests/selectcontext/support/EditTestSupport.h"
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace kvtest {
+
+// Three entities of a database. The copies of paths that the library makes and never deletes are freed after
+// the test.
+class SubselectionTest : public EditTest {
+protected:
+    using Path = GxDbFullSubentPath;
+
+    void TearDown() override {
+        freeLeftRecords();
+        freePathCopiesLeft();
+        std::vector<std::unique_ptr<Path>>().swap(mPaths);
+        EditTest::TearDown();
+    }
+
+    // The path of part number n of the entity.
+    static Path part(const GxDbObjectId& entity, std::int64_t n) { return subentPath({entity}, 1, n); }
+
+    // The same, without a copy that the log of the database would show.
+    static void setToPart(Path& path, const GxDbObjectId& entity, std::int64_t n) {
+        path.objectIds().setLogicalLength(1);
+        path.objectIds()[0] = entity;
+        path.subentId().type = 1;
+        path.subentId().index = n;
+    }
+
+    // Makes the record a sub-selection of these parts of its entity. The test owns the paths.
+    SegmentArray& subselect(selected_entity& target, const std::vector<std::int64_t>& parts) {
+        target.hasSubselPaths = true;
+        target.subselPathArray = new SegmentArray;
+        for (const std::int64_t n : parts) {
+            mPaths.push_back(std::make_unique<Path>());
+            setToPart(*mPaths.back(), target.mainEntId, n);
+            append(*target.subselPathArray, mPaths.back().get());
+        }
+        return *target.subselPathArray;
+    }
+
+    // A set of the two first entities, the second a sub-selection of these parts.
+    SegmentArray& fillWithSubselection(GxapSelectSet& set, const std::vector<std::int64_t>& parts) {
+        edit(set).append(first, kNoId);
+        edit(set).append(second, kNoId);
+        return subselect(*record(set, 1), parts);
+    }
+
+    kvinmemory::Database database;
+    const GxDbObjectId first = database.addEntity();
+    const GxDbObjectId second = database.addEntity();
+    const GxDbObjectId third = database.addEntity();
+
+private:
+    std::vector<std::unique_ptr<Path>> mPaths;
+};
+
+} // namespace kvtest

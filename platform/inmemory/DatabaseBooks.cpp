@@ -50,11 +50,9 @@ private:
     BookVector<Database::Books*> mAll;
 };
 
-// Made on first use and never destroyed: a database may be a static object itself.
-Databases& databases() {
-    static Databases* const instance = new (BookAllocator<Databases>().allocate(1)) Databases;
-    return *instance;
-}
+// A static object of a program or a plug-in may be a database. The loader constructs this library's objects
+// before those of the library's users, and destroys them after those.
+Databases gDatabases;
 
 // A reader joins other readers, a writer comes alone.
 bool startOpening(GxDbStub& stub, GxDb::OpenMode mode) noexcept {
@@ -71,7 +69,7 @@ bool startOpening(GxDbStub& stub, GxDb::OpenMode mode) noexcept {
 } // namespace
 
 const Database::Books* ownerOf(const GxDbStub* stub) {
-    return databases().ownerOf(stub);
+    return gDatabases.ownerOf(stub);
 }
 
 bool isValidStub(const GxDbStub* stub) {
@@ -89,7 +87,7 @@ GxErrorStatus closeStub(GxDbStub& stub) noexcept {
 }
 
 void allowAllOpens() {
-    databases().allowAllOpens();
+    gDatabases.allowAllOpens();
 }
 
 long openObjects() noexcept {
@@ -99,11 +97,11 @@ long openObjects() noexcept {
 // ---- One database
 
 Database::Books::Books(std::size_t capacity) : mStubs(capacity) {
-    databases().enter(this);
+    gDatabases.enter(this);
 }
 
 Database::Books::~Books() {
-    databases().strike(this);
+    gDatabases.strike(this);
     for (std::size_t i = 0; i < mStubs.size(); ++i) {
         while (closeStub(mStubs[i]) == eOk) {}
         delete mStubs[i].object;

@@ -1,9 +1,9 @@
 // libKvDatabase: object ids, sub-entity paths, and objects that are opened, used and closed.
 //
-// An application that uses the selection-set library provides everything that is declared here, but for what
-// is defined inline. Where nothing else is said a function may throw what it likes; the library passes it on
-// and still releases what it holds. The library opens an object on the thread of its caller and closes it
-// there.
+// The application provides everything that this header declares and does not define inline.
+// A function may throw any exception unless its comment says otherwise. The library passes the exception on
+// and releases what it holds.
+// The library opens an object on its caller's thread, and closes it on the same thread.
 #pragma once
 
 #include "base/GxArray.h"
@@ -12,21 +12,26 @@
 
 #include <cstdint>
 
-// What an id refers to. Belongs to the database, which alone knows what is inside; lives at least as long as
-// the database.
+// What an id refers to. Only the database knows its members. It lives at least as long as its database.
 class GxDbStub;
 
-// Whether two ids name the same object. An equivalence relation; null equals null. Never throws; may be
-// called on any thread.
+// Whether two ids name the same object. This is an equivalence relation. Null equals null.
+// Never throws. Any thread may call it.
 KV_SEAM_API bool c5ObjIdIsEqualTo(const GxDbStub* a, const GxDbStub* b) noexcept;
 
-// A strict weak order of ids that goes with the equality: neither of two ids is less exactly if they are
-// equal. Stays as it is for as long as the ids live. Never throws; may be called on any thread.
+// A strict weak order of ids. Two ids are equal exactly when neither is less than the other.
+// The order of two ids does not change while they live. Never throws. Any thread may call it.
 KV_SEAM_API bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcept;
 
-// Names an object of a database. A plain value: copying one does not touch the object. The macro stands on
-// its members alone, so that templates of the standard library over ids stay inside the library that makes
-// them.
+// Names an object of a database. A copy does not touch the object.
+// The members carry KV_SEAM_API, not the class: standard templates over ids then stay inside the library that
+// instantiates them.
+//
+// Invariants:
+//  1. An id is a plain value and never owns its object.
+//  2. A default-constructed id is the null id.
+//
+// Thread safety: several threads may read one id while no thread writes it.
 class GxDbObjectId {
 public:
     constexpr GxDbObjectId() noexcept = default; // the null id
@@ -34,10 +39,10 @@ public:
 
     constexpr GxDbStub* stub() const noexcept { return mStub; }
 
-    // Whether this is the id of no object: whether it equals kNull.
+    // Whether this id equals kNull.
     KV_SEAM_API bool isNull() const;
 
-    // Whether a database knows an object by this id, be the object erased or not.
+    // Whether a database knows an object by this id. The object may be erased.
     KV_SEAM_API bool isValid() const;
 
     KV_SEAM_API static const GxDbObjectId kNull; // constant-initialised
@@ -62,11 +67,16 @@ inline bool operator<(const GxDbObjectId& a, const GxDbObjectId& b) {
 struct GxDbSubentId {
     std::int32_t type = 0; // 0: the null sub-entity type
     std::int64_t index = 0;
-    void* extra = nullptr; // the application's own; copied and compared as it is
+    void* extra = nullptr; // the application's own; the pointer is copied and compared
 };
 
-// Leads from the outermost object to a part of an entity: the ids on the way and the part in the last of
-// them. A value: copies share nothing.
+// Leads from the outermost object to a part of an entity.
+//
+// Invariants:
+//  1. The ids run from the outermost object to the entity. The part is in the last of them.
+//  2. Copies share nothing.
+//
+// Thread safety: several threads may read one path while no thread writes it.
 class GxDbFullSubentPath {
 public:
     KV_SEAM_API GxDbFullSubentPath(); // no ids, the null part
@@ -74,7 +84,7 @@ public:
     KV_SEAM_API GxDbFullSubentPath& operator=(const GxDbFullSubentPath& other);
     KV_SEAM_API ~GxDbFullSubentPath();
 
-    // Same ids in the same order, same part.
+    // Whether both have equal ids in the same order, and the same part.
     KV_SEAM_API bool operator==(const GxDbFullSubentPath& other) const;
 
     KV_SEAM_API GxArray<GxDbObjectId>& objectIds();
@@ -91,12 +101,16 @@ namespace GxDb {
 enum OpenMode : int { kForRead = 0, kForWrite = 1 };
 }
 
-// Any other value is a failure that the application gives a meaning to.
+// Any other value is a failure. The application defines its meaning.
 enum GxErrorStatus : int { eOk = 0, eNotOpen = 15 };
 
-// An object that a database can hold. One that is resident in a database belongs to it: it is opened, used
-// and closed, never deleted by its users. One that is not resident belongs to whoever opened it and is
-// deleted.
+// An object that a database can hold.
+//
+// Invariants:
+//  1. A resident object belongs to its database. Its users open, use and close it. They never delete it.
+//  2. A non-resident object belongs to its opener. The opener deletes it.
+//
+// Thread safety: an opening belongs to one thread. Several threads may open one object for reading.
 class KV_SEAM_API GxDbObject : public GxRxObject {
 public:
     GxDbObject(const GxDbObject&) = delete;
@@ -106,17 +120,23 @@ public:
     // Ends one opening of a resident object.
     GxErrorStatus close();
 
-    // The id under which the database knows the object; null when it is not resident.
+    // The id under which the database knows the object. Null: the object is not resident.
     GxDbObjectId objectId() const;
 
 protected:
     GxDbObject();
 
-    GxDbStub* mStub = nullptr; // set by the database that takes the object in
+    GxDbStub* mStub = nullptr; // set by the database that adds the object
 };
 
-// An object that is drawn. The entity is open for reading during both calls; the path stays the caller's.
-// entityFlag is handed through by the library, its meaning is the application's.
+// An object that is drawn.
+//
+// Invariants of both calls:
+//  1. The entity is open for reading during the call.
+//  2. The path stays the caller's.
+//  3. The library passes entityFlag through. The application defines its meaning.
+//
+// Thread safety: as GxDbObject.
 class KV_SEAM_API GxDbEntity : public GxDbObject {
 public:
     ~GxDbEntity() override;
@@ -125,14 +145,21 @@ public:
     virtual GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const;
 };
 
-// Opens the object that id names, if it is an entity. eOk: entity is the opened object. Any other status: the
-// object could not be opened as asked; entity is null or, where the application cares to answer one
-// nevertheless, an object that is to be released like an opened one. openErased: whether an erased object may
-// be opened.
+// Opens the object that `id` names, if it is an entity. `openErased`: whether an erased object may be opened.
+// With eOk, `entity` is the opened object. With any other status, the object could not be opened as asked.
+// `entity` is then null, or an object that the caller releases like an opened one.
 KV_SEAM_API GxErrorStatus gxdbOpenObject(GxDbEntity*& entity, GxDbObjectId id, GxDb::OpenMode mode,
                                          bool openErased);
 
-// Holds one opened object and releases it at the end of its life, also when an exception passes.
+// Holds at most one opened object.
+//
+// Invariants:
+//  1. The destructor releases the object, also during stack unwinding.
+//  2. mObject is null, or an object that this pointer releases.
+//  3. mStatus is the status of the last call of open(). It is eNotOpen before the first and after
+//     closeInternal().
+//
+// Thread safety: a pointer belongs to the thread that opens its object.
 template <class T>
 class GxDbObjectPointerBase {
 public:
@@ -141,15 +168,15 @@ public:
     GxDbObjectPointerBase& operator=(const GxDbObjectPointerBase&) = delete;
     ~GxDbObjectPointerBase() { closeInternal(); }
 
-    // Releases what is held and opens another object. An object that comes with a bad status is held all the
-    // same, for it has to be released.
+    // Releases the held object and opens another one.
+    // An object that comes with a bad status is held, too, since it has to be released.
     GxErrorStatus open(GxDbObjectId id, GxDb::OpenMode mode, bool openErased = false) {
         closeInternal();
         mStatus = gxdbOpenObject(mObject, id, mode, openErased);
         return mStatus;
     }
 
-    // A resident object is closed, any other belongs to its opener and is deleted.
+    // Releases the held object: closes a resident one, deletes any other.
     GxErrorStatus closeInternal() {
         T* object = mObject;
         mObject = nullptr;
@@ -172,5 +199,6 @@ private:
     }
 };
 
-// Completes the two-word name of a set: reads word 0, the set's address, as it likes and fills in word 1.
+// Completes the two-word name of a set. Word 0 is the set's address. The function may read it, and sets
+// word 1.
 KV_SEAM_API void gxdbInitGdsNameKey(long* name);

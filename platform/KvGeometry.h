@@ -1,12 +1,13 @@
 // libKvGeometry: points, tolerances and transforms.
 //
-// An application that uses the selection-set library provides everything that is declared here. Nothing
-// throws, and values may be read on several threads at once as long as none of them writes.
+// The application provides everything that this header declares. No function throws.
+//
+// Thread safety: several threads may read one value while no thread writes it.
 #pragma once
 
 #include "platform/KvSeamExport.h"
 
-// A point in drawing units.
+// A point in drawing units. Any three numbers are a point.
 class GxGePoint3d {
 public:
     double x = 0;
@@ -14,30 +15,31 @@ public:
     double z = 0;
 };
 
-// How far apart two values may be and still count as equal: points in drawing units, vectors as fractions of
-// the unit length.
+// The largest distances at which two values still count as equal.
 class GxGeTol {
 public:
-    double equalPoint = 1e-10;
-    double equalVector = 1e-10;
+    double equalPoint = 1e-10;  // between points, in drawing units
+    double equalVector = 1e-10; // between vectors, as a fraction of the unit length
 };
 
+// Global settings of the application's geometry.
 struct GxGeContext {
-    // The application's global tolerance; constant-initialised. The application may change it while no other
-    // thread compares.
+    // The global tolerance. It is constant-initialised.
+    // The application may change it while no other thread compares.
     KV_SEAM_API static GxGeTol gTol;
 };
 
-// A transform of points written as columns: entry[row][column], the translation in column 3.
+// A transform of points: entry[row][column], with the translation in column 3. Any 16 numbers are a
+// transform.
 class GxGeMatrix3d {
 public:
     // The identity.
     KV_SEAM_API GxGeMatrix3d();
 
-    // Becomes the identity and answers itself.
+    // Becomes the identity. Returns itself.
     KV_SEAM_API GxGeMatrix3d& setToIdentity();
 
-    // Whether both transforms map every point to places that tol does not tell apart.
+    // Whether both transforms map every point to places that `tol` does not tell apart.
     KV_SEAM_API bool isEqualTo(const GxGeMatrix3d& other, const GxGeTol& tol = GxGeContext::gTol) const;
 
     double entry[4][4];

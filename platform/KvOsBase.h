@@ -1,34 +1,42 @@
 // libKvOsBase: memory, exceptions, the crash recorder and the lock.
 //
-// An application that uses the selection-set library provides everything that is declared here.
+// The application provides everything that this header declares.
 #pragma once
 
 #include "platform/KvSeamExport.h"
 
 #include <cstddef>
 
-// Defined in base/KvVector.h; this library only provides the one empty block.
+// Defined in base/KvVector.h. This library only provides the one empty block.
 struct KvVectorBlock;
 
 extern "C" {
 
-// Memory for whatever crosses library boundaries: vector blocks, delegated element storage, elastic blocks,
-// entity infos and the sets of the named list. bytes: any value. Answers memory aligned for every scalar
-// type, or null when there is none; never throws. May be called on any thread.
+// Allocates memory that crosses library boundaries: vector blocks, delegated element storage, elastic blocks,
+// entity infos, and the sets of the named list. `bytes` is any value.
+// The memory is aligned for every scalar type. Null: no memory is left. Never throws.
+// Any thread may call it.
 KV_SEAM_API void* _kvMalloc(std::size_t bytes) noexcept;
 
-// Gives back what _kvMalloc answered, once. Null is fine. May be called on any thread.
+// Frees memory of _kvMalloc. Each block is freed once. Null does nothing. Any thread may call it.
 KV_SEAM_API void _kvFree(void* memory) noexcept;
 }
 
-// The block that every empty vector of every element type shares. Whoever provides it holds one reference to
-// it, so its count never falls to zero, and it is constant-initialised, since static vectors are built before
-// main(). It has lengths 0, grow length 8 and no storage, and nobody writes any of that, only the atomic
-// count. It may be null: a vector without a block is an empty vector too.
+// The block that all empty vectors of all element types share.
+//
+// Invariants:
+//  1. The provider holds one reference to the block, so the count never falls to zero.
+//  2. The pointer is constant-initialised: static vectors are constructed before main().
+//  3. The block has lengths 0, grow length 8 and no storage. Only its atomic count ever changes.
+//
+// The pointer may be null. A vector without a block is an empty vector, too.
 KV_SEAM_API extern KvVectorBlock* gpEmptyVectorData;
 
-// What the library throws is thrown as a pointer to an object made with `new`. Whoever catches it owns it: it
-// is deleted through this class once it has been dealt with.
+// Base class of what the library throws. An exception is thrown as a pointer to an object made with `new`.
+//
+// Invariant: the handler that catches the pointer owns the object and deletes it through this class.
+//
+// Thread safety: an exception belongs to the thread that throws it.
 class KV_SEAM_API KvException {
 public:
     KvException() = default;
@@ -37,7 +45,13 @@ public:
     virtual ~KvException();
 };
 
-// A status number. The file name is kept as it was passed, not copied: pass a literal.
+// An exception that carries a status number.
+//
+// Invariants:
+//  1. The object does not change after its construction.
+//  2. The file name is the pointer that was passed, not a copy. Callers pass a literal.
+//
+// Thread safety: as KvException.
 class KV_SEAM_API KvErrorStatus : public KvException {
 public:
     KvErrorStatus(int status, const wchar_t* file, int line);
@@ -53,7 +67,13 @@ private:
     int mLine;
 };
 
-// A message for a developer. File name and message are kept as they were passed, not copied: pass literals.
+// An exception that carries a message for a developer.
+//
+// Invariants:
+//  1. The object does not change after its construction.
+//  2. File name and message are the pointers that were passed, not copies. Callers pass literals.
+//
+// Thread safety: as KvException.
 class KV_SEAM_API KvExceptionWithMsg : public KvException {
 public:
     KvExceptionWithMsg(const wchar_t* file, int line, const wchar_t* message);
@@ -69,9 +89,14 @@ private:
     int mLine;
 };
 
-// Is shown every exception right before it is thrown, on the thread that throws it. The exception stays the
-// catcher's: an implementation takes notes, keeps no pointer that it would follow later, deletes nothing and
-// throws nothing.
+// Observer of exceptions. The library calls it right before it throws.
+//
+// Invariants of an implementation:
+//  1. It does not delete the exception. The handler owns it.
+//  2. It does not dereference the pointer after the call.
+//  3. It throws nothing.
+//
+// Thread safety: the call comes on the thread that throws. An implementation expects calls on any thread.
 class KV_SEAM_API IKvCrashRecorder {
 public:
     virtual void recordException(KvException* exception) = 0;
@@ -80,12 +105,18 @@ protected:
     ~IKvCrashRecorder() = default;
 };
 
-// The recorder to show exceptions to, or null when there is none. It stays the application's and is to live
-// for as long as this function answers it. May be called on any thread.
+// The recorder that observes exceptions. Null: no recorder. The recorder stays the application's.
+// It lives as long as this function returns it. Any thread may call it.
 KV_SEAM_API IKvCrashRecorder* gxapGetCrashRecorder();
 
-// A lock for code that shares data between threads. A thread that holds it may take it again and then gives
-// it back as often. The library constructs and destroys one and never takes it itself.
+// A recursive lock for code that shares data between threads.
+// The library constructs and destroys one. It never locks it.
+//
+// Invariants:
+//  1. At most one thread holds the lock.
+//  2. The thread that holds the lock may lock it again. It unlocks it as often as it locked it.
+//
+// Thread safety: any thread may lock and unlock. Construction and destruction belong to one thread.
 class KV_SEAM_API KvLocker {
 public:
     KvLocker();

@@ -1,11 +1,15 @@
 // libKvRx: the root of the application's runtime classes.
 //
-// An application that uses the selection-set library provides everything that is declared here.
+// The application provides everything that this header declares.
 #pragma once
 
 #include "platform/KvSeamExport.h"
 
-// Objects of runtime classes are deleted through this destructor by whoever owns them.
+// Base class of the application's runtime objects. The owner of an object deletes it through this class.
+//
+// Invariants: none; the class has no state.
+//
+// Thread safety: as the derived class says.
 class KV_SEAM_API GxRxObject {
 public:
     virtual ~GxRxObject();

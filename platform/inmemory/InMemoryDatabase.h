@@ -19,6 +19,10 @@
 
 namespace kvinmemory {
 
+namespace detail {
+class ObjectTable;
+} // namespace detail
+
 // ---- Statuses of gxdbOpenObject beside eOk
 
 constexpr GxErrorStatus kInvalidId = static_cast<GxErrorStatus>(101);    // no database knows such an object
@@ -31,7 +35,7 @@ constexpr GxErrorStatus kOpenOtherwise =
 
 // What a path said at some moment.
 struct PathContents {
-    BookVector<GxDbObjectId> ids;
+    MallocVector<GxDbObjectId> ids;
     GxDbSubentId part;
 };
 KV_SEAM_API PathContents contentsOf(const GxDbFullSubentPath& path);
@@ -59,10 +63,10 @@ public:
     GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const override;
 
     // Oldest first.
-    const BookVector<Highlight>& highlights() const noexcept;
+    const MallocVector<Highlight>& highlights() const noexcept;
 
 private:
-    mutable BookVector<Highlight> mHighlights;
+    mutable MallocVector<Highlight> mHighlights;
 };
 
 // An object that is in the database but cannot be drawn, such as a layer. Opening it as an entity fails.
@@ -137,11 +141,8 @@ public:
     // How often the object is open just now. Non-resident objects are not counted.
     int openCount(GxDbObjectId id) const;
 
-    // The implementation; opaque.
-    class Books;
-
 private:
-    std::unique_ptr<Books> mBooks;
+    std::unique_ptr<detail::ObjectTable> mTable;
 };
 
 // ---- Switches
@@ -208,8 +209,8 @@ struct DatabaseEvent {
 };
 
 // Calls while logging was on, oldest first; of all kinds, or of one.
-KV_SEAM_API BookVector<DatabaseEvent> databaseEvents();
-KV_SEAM_API BookVector<DatabaseEvent> databaseEvents(DatabaseCall call);
+KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents();
+KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents(DatabaseCall call);
 
 struct NameKeyCall {
     std::uint64_t sequence;
@@ -219,7 +220,7 @@ struct NameKeyCall {
 };
 
 // Calls of gxdbInitGdsNameKey while logging was on, oldest first.
-KV_SEAM_API BookVector<NameKeyCall> nameKeyCalls();
+KV_SEAM_API MallocVector<NameKeyCall> nameKeyCalls();
 
 // Puts every switch of all four libraries back and empties all logs. Databases stay with all they hold, but
 // for forced statuses.

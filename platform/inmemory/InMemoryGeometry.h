@@ -17,7 +17,7 @@ struct MatrixComparison {
 };
 
 // Calls of GxGeMatrix3d::isEqualTo while logging was on, oldest first.
-KV_SEAM_API BookVector<MatrixComparison> matrixComparisons();
+KV_SEAM_API MallocVector<MatrixComparison> matrixComparisons();
 
 // Empties the log and puts the global tolerance back.
 KV_SEAM_API void resetGeometry();

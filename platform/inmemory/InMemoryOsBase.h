@@ -16,16 +16,21 @@
 
 namespace kvinmemory {
 
-// Memory for the platform's own books. It comes from malloc and never from `new` or _kvMalloc, so that
-// keeping the books changes none of the numbers that are counted and meets none of the failures that are
-// injected.
+// Allocator of the platform's own data: logs, trackers and object tables.
+//
+// Invariants:
+//  1. The memory comes from malloc, never from `new` or _kvMalloc. The platform's own data then changes no
+//     count, and no injected failure hits it.
+//  2. All allocators are equal.
+//
+// Thread safety: an allocator has no state. Any thread may use it.
 template <class T>
-struct BookAllocator {
+struct MallocAllocator {
     using value_type = T;
 
-    BookAllocator() noexcept = default;
+    MallocAllocator() noexcept = default;
     template <class U>
-    BookAllocator(const BookAllocator<U>&) noexcept {}
+    MallocAllocator(const MallocAllocator<U>&) noexcept {}
 
     T* allocate(std::size_t n) {
         if (n > std::numeric_limits<std::size_t>::max() / sizeof(T))
@@ -39,17 +44,23 @@ struct BookAllocator {
 };
 
 template <class T, class U>
-bool operator==(const BookAllocator<T>&, const BookAllocator<U>&) noexcept {
+bool operator==(const MallocAllocator<T>&, const MallocAllocator<U>&) noexcept {
     return true;
 }
 
 template <class T, class U>
-bool operator!=(const BookAllocator<T>&, const BookAllocator<U>&) noexcept {
+bool operator!=(const MallocAllocator<T>&, const MallocAllocator<U>&) noexcept {
     return false;
 }
 
 template <class T>
-using BookVector = std::vector<T, BookAllocator<T>>;
+using MallocVector = std::vector<T, MallocAllocator<T>>;
+
+// Former names of the two, kept for existing code.
+template <class T>
+using BookAllocator = MallocAllocator<T>;
+template <class T>
+using BookVector = MallocVector<T>;
 
 // ---- The order of events
 
@@ -115,7 +126,7 @@ KV_SEAM_API void installCrashRecorder(IKvCrashRecorder* recorder) noexcept;
 KV_SEAM_API bool isRecordingExceptions() noexcept;
 
 // What that recorder was shown, oldest first. Kept whether logging is on or not.
-KV_SEAM_API BookVector<RecordedException> recordedExceptions();
+KV_SEAM_API MallocVector<RecordedException> recordedExceptions();
 
 // ---- The lock
 
@@ -126,7 +137,7 @@ struct LockCall {
 };
 
 // Calls of lock and unlock while logging was on, oldest first.
-KV_SEAM_API BookVector<LockCall> lockCalls();
+KV_SEAM_API MallocVector<LockCall> lockCalls();
 
 // Puts the switches of this library back and empties its logs; the sequence starts again. The empty block is
 // reinstalled in gpEmptyVectorData, its count is left alone.

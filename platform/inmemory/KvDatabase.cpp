@@ -1,18 +1,18 @@
-// The in-memory libKvDatabase: what the seam declares.
+// The in-memory libKvDatabase: what the seam declares, with the switches and the logs.
 #include "platform/KvDatabase.h"
 
-#include "platform/inmemory/BookMap.h"
-#include "platform/inmemory/Countdown.h"
-#include "platform/inmemory/DatabaseBooks.h"
-#include "platform/inmemory/EventLog.h"
 #include "platform/inmemory/InMemoryDatabase.h"
+#include "platform/inmemory/detail/DatabaseRegistry.h"
+#include "platform/inmemory/detail/EqualIds.h"
+#include "platform/inmemory/detail/EventLog.h"
+#include "platform/inmemory/detail/NthCallTrigger.h"
+#include "platform/inmemory/detail/ObjectTable.h"
+#include "platform/inmemory/detail/SubentId.h"
 
 #include <algorithm>
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <shared_mutex>
 #include <utility>
 
 // ---- Ids
@@ -23,63 +23,18 @@ namespace kvinmemory {
 
 namespace {
 
-// Which ids a test has made equal: each of them with the lowest of those that it equals.
-class EqualIds {
-public:
-    bool isEmpty() const noexcept { return !mAny.load(std::memory_order_relaxed); }
-
-    void join(const GxDbStub* a, const GxDbStub* b) {
-        const std::lock_guard<std::shared_mutex> guard(mMutex);
-        const GxDbStub* const lowestOfA = find(a);
-        const GxDbStub* const lowestOfB = find(b);
-        const GxDbStub* const lowest = std::min(lowestOfA, lowestOfB, std::less<>());
-        const GxDbStub* const other = std::max(lowestOfA, lowestOfB, std::less<>());
-        for (auto& [stub, itsLowest] : mLowest) {
-            if (itsLowest == other)
-                itsLowest = lowest;
-        }
-        mLowest[other] = lowest;
-        mAny.store(true);
-    }
-
-    const GxDbStub* lowest(const GxDbStub* stub) const noexcept {
-        const std::shared_lock<std::shared_mutex> guard(mMutex);
-        return find(stub);
-    }
-
-    void clear() {
-        const std::lock_guard<std::shared_mutex> guard(mMutex);
-        mAny.store(false);
-        mLowest.clear();
-    }
-
-private:
-    const GxDbStub* find(const GxDbStub* stub) const noexcept {
-        const auto found = mLowest.find(stub);
-        return found == mLowest.end() ? stub : found->second;
-    }
-
-    std::atomic<bool> mAny{false};
-    mutable std::shared_mutex mMutex;
-    BookMap<const GxDbStub*, const GxDbStub*> mLowest;
-};
-
-EqualIds gEqualIds;
+detail::EqualIds gEqualIds;
 
 } // namespace
 
 void makeEqual(GxDbObjectId a, GxDbObjectId b) {
-    gEqualIds.join(a.stub(), b.stub());
+    gEqualIds.unite(a.stub(), b.stub());
 }
-
-} // namespace kvinmemory
-
-namespace kvinmemory {
 
 namespace {
 
-// Out of line, so that comparisons are as short as can be as long as nothing was made equal.
-[[gnu::noinline, gnu::cold]] bool haveSameLowest(const GxDbStub* a, const GxDbStub* b) noexcept {
+// Out of line: a comparison stays short while no ids are equal.
+[[gnu::noinline, gnu::cold]] bool haveEqualLowest(const GxDbStub* a, const GxDbStub* b) noexcept {
     return gEqualIds.lowest(a) == gEqualIds.lowest(b);
 }
 
@@ -88,7 +43,7 @@ namespace {
 }
 
 bool isEqual(const GxDbStub* a, const GxDbStub* b) noexcept {
-    return a == b || (!gEqualIds.isEmpty() && haveSameLowest(a, b));
+    return a == b || (!gEqualIds.isEmpty() && haveEqualLowest(a, b));
 }
 
 } // namespace
@@ -110,7 +65,7 @@ bool GxDbObjectId::isNull() const {
 }
 
 bool GxDbObjectId::isValid() const {
-    return !isNull() && kvinmemory::isValidStub(mStub);
+    return !isNull() && kvinmemory::detail::databaseRegistry().isValid(mStub);
 }
 
 // ---- The log
@@ -119,7 +74,7 @@ namespace kvinmemory {
 
 namespace {
 
-EventLog<DatabaseEvent> gEvents;
+detail::EventLog<DatabaseEvent> gEvents;
 
 DatabaseEvent eventOf(DatabaseCall call, GxDbObjectId id, const GxDbObject* object) {
     DatabaseEvent event{};
@@ -141,12 +96,12 @@ DatabaseEvent eventOf(DatabaseCall call, const GxDbFullSubentPath* path, const G
 
 } // namespace
 
-BookVector<DatabaseEvent> databaseEvents() {
-    return gEvents.entries();
+MallocVector<DatabaseEvent> databaseEvents() {
+    return gEvents.events();
 }
 
-BookVector<DatabaseEvent> databaseEvents(DatabaseCall call) {
-    BookVector<DatabaseEvent> events = gEvents.entries();
+MallocVector<DatabaseEvent> databaseEvents(DatabaseCall call) {
+    MallocVector<DatabaseEvent> events = gEvents.events();
     const auto isOther = [call](const DatabaseEvent& event) { return event.call != call; };
     events.erase(std::remove_if(events.begin(), events.end(), isOther), events.end());
     return events;
@@ -160,14 +115,15 @@ namespace kvinmemory {
 
 namespace {
 
-// Relaxed: counting must not order the threads whose paths it counts.
+// The counter uses relaxed accesses. It must not order the threads whose paths it counts.
 std::atomic<long> gLivePaths{0};
-Countdown gPathCopyCountdown;
-Countdown gPathAssignmentCountdown;
+detail::NthCallTrigger gPathCopyFailure;
+detail::NthCallTrigger gPathAssignmentFailure;
 
-void throwIfDue(Countdown& countdown) {
-    if (countdown.count() == 0)
-        throw PlatformFailure{countdown.nth()};
+// Counts one call. Throws if it is the nth.
+void throwAtNthCall(detail::NthCallTrigger& trigger) {
+    if (trigger.countCall() == 0)
+        throw PlatformFailure{trigger.nth()};
 }
 
 } // namespace
@@ -177,11 +133,11 @@ long livePaths() noexcept {
 }
 
 void throwFromPathCopy(long nth) noexcept {
-    gPathCopyCountdown.arm(nth);
+    gPathCopyFailure.arm(nth);
 }
 
 void throwFromPathAssignment(long nth) noexcept {
-    gPathAssignmentCountdown.arm(nth);
+    gPathAssignmentFailure.arm(nth);
 }
 
 } // namespace kvinmemory
@@ -193,19 +149,19 @@ GxDbFullSubentPath::GxDbFullSubentPath() {
 GxDbFullSubentPath::GxDbFullSubentPath(const GxDbFullSubentPath& other)
     : mObjectIds(other.mObjectIds), mSubentId(other.mSubentId) {
     using namespace kvinmemory;
-    throwIfDue(gPathCopyCountdown);
+    throwAtNthCall(gPathCopyFailure);
     gLivePaths.fetch_add(1, std::memory_order_relaxed);
     if (isLogging())
-        gEvents.write(eventOf(DatabaseCall::PathCopy, this, &other));
+        gEvents.append(eventOf(DatabaseCall::PathCopy, this, &other));
 }
 
 GxDbFullSubentPath& GxDbFullSubentPath::operator=(const GxDbFullSubentPath& other) {
     using namespace kvinmemory;
-    throwIfDue(gPathAssignmentCountdown);
+    throwAtNthCall(gPathAssignmentFailure);
     mObjectIds = other.mObjectIds;
     mSubentId = other.mSubentId;
     if (isLogging())
-        gEvents.write(eventOf(DatabaseCall::PathAssignment, this, &other));
+        gEvents.append(eventOf(DatabaseCall::PathAssignment, this, &other));
     return *this;
 }
 
@@ -213,12 +169,13 @@ GxDbFullSubentPath::~GxDbFullSubentPath() {
     using namespace kvinmemory;
     gLivePaths.fetch_sub(1, std::memory_order_relaxed);
     if (isLogging())
-        gEvents.write(eventOf(DatabaseCall::PathDestruction, this, nullptr));
+        gEvents.append(eventOf(DatabaseCall::PathDestruction, this, nullptr));
 }
 
 bool GxDbFullSubentPath::operator==(const GxDbFullSubentPath& other) const {
     const int length = mObjectIds.logicalLength();
-    if (length != other.mObjectIds.logicalLength() || !kvinmemory::isSamePart(mSubentId, other.mSubentId))
+    if (length != other.mObjectIds.logicalLength() ||
+        !kvinmemory::detail::isEqual(mSubentId, other.mSubentId))
         return false;
     return std::equal(mObjectIds.mArray, mObjectIds.mArray + length, other.mObjectIds.mArray);
 }
@@ -263,17 +220,17 @@ GxDbObject::~GxDbObject() {
     using namespace kvinmemory;
     --gLiveObjects;
     if (isLogging())
-        gEvents.write(eventOf(DatabaseCall::Delete, objectId(), this));
+        gEvents.append(eventOf(DatabaseCall::Delete, objectId(), this));
 }
 
 GxErrorStatus GxDbObject::close() {
     using namespace kvinmemory;
-    const GxErrorStatus status = mStub == nullptr ? eNotOpen : closeStub(*mStub);
+    const GxErrorStatus status = mStub != nullptr && mStub->close() ? eOk : eNotOpen;
     if (!isLogging())
         return status;
     DatabaseEvent event = eventOf(DatabaseCall::Close, objectId(), this);
     event.status = status;
-    gEvents.write(std::move(event));
+    gEvents.append(std::move(event));
     return status;
 }
 
@@ -284,15 +241,15 @@ GxDbObjectId GxDbObject::objectId() const {
 GxErrorStatus gxdbOpenObject(GxDbEntity*& entity, GxDbObjectId id, GxDb::OpenMode mode, bool openErased) {
     using namespace kvinmemory;
     entity = nullptr;
-    const Database::Books* books = ownerOf(id.stub());
-    const GxErrorStatus status = books ? books->open(entity, *id.stub(), mode, openErased) : kInvalidId;
+    const detail::ObjectTable* const table = detail::databaseRegistry().ownerOf(id.stub());
+    const GxErrorStatus status = table ? table->open(entity, *id.stub(), mode, openErased) : kInvalidId;
     if (!isLogging())
         return status;
     DatabaseEvent event = eventOf(DatabaseCall::Open, id, entity);
     event.status = status;
     event.mode = mode;
     event.openErased = openErased;
-    gEvents.write(std::move(event));
+    gEvents.append(std::move(event));
     return status;
 }
 
@@ -304,20 +261,20 @@ namespace {
 
 using HighlightCallback = std::function<void(const HighlightCall&)>;
 
-Countdown gHighlightCountdown;
+detail::NthCallTrigger gHighlightFailure;
 std::shared_ptr<const HighlightCallback> gHighlightCallback;
 
-GxErrorStatus drawHighlight(const HighlightCall& call) {
+GxErrorStatus handleHighlight(const HighlightCall& call) {
     if (isLogging()) {
         DatabaseEvent event = eventOf(call.on ? DatabaseCall::Highlight : DatabaseCall::Unhighlight,
                                       call.entity.objectId(), &call.entity);
         event.path = &call.path;
         event.contents = contentsOf(call.path);
         event.entityFlag = call.entityFlag;
-        gEvents.write(std::move(event));
+        gEvents.append(std::move(event));
     }
-    throwIfDue(gHighlightCountdown);
-    // Held here, since the callback may set another one while it runs.
+    throwAtNthCall(gHighlightFailure);
+    // A copy of the pointer: the callback may set another callback while it runs.
     const std::shared_ptr<const HighlightCallback> callback = gHighlightCallback;
     if (callback != nullptr)
         (*callback)(call);
@@ -327,12 +284,12 @@ GxErrorStatus drawHighlight(const HighlightCall& call) {
 } // namespace
 
 void throwFromHighlight(long nth) noexcept {
-    gHighlightCountdown.arm(nth);
+    gHighlightFailure.arm(nth);
 }
 
 void onHighlight(HighlightCallback callback) {
     gHighlightCallback =
-        callback ? std::allocate_shared<const HighlightCallback>(BookAllocator<char>(), std::move(callback))
+        callback ? std::allocate_shared<const HighlightCallback>(MallocAllocator<char>(), std::move(callback))
                  : nullptr;
 }
 
@@ -341,11 +298,11 @@ void onHighlight(HighlightCallback callback) {
 GxDbEntity::~GxDbEntity() = default;
 
 GxErrorStatus GxDbEntity::highlight(const GxDbFullSubentPath& path, bool entityFlag) const {
-    return kvinmemory::drawHighlight({*this, path, entityFlag, true});
+    return kvinmemory::handleHighlight({*this, path, entityFlag, true});
 }
 
 GxErrorStatus GxDbEntity::unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const {
-    return kvinmemory::drawHighlight({*this, path, entityFlag, false});
+    return kvinmemory::handleHighlight({*this, path, entityFlag, false});
 }
 
 // ---- Names of sets
@@ -355,12 +312,12 @@ namespace kvinmemory {
 namespace {
 
 std::atomic<long> gLastNameKey{0};
-EventLog<NameKeyCall> gNameKeyCalls;
+detail::EventLog<NameKeyCall> gNameKeyCalls;
 
 } // namespace
 
-BookVector<NameKeyCall> nameKeyCalls() {
-    return gNameKeyCalls.entries();
+MallocVector<NameKeyCall> nameKeyCalls() {
+    return gNameKeyCalls.events();
 }
 
 } // namespace kvinmemory
@@ -369,10 +326,10 @@ void gxdbInitGdsNameKey(long* name) {
     using namespace kvinmemory;
     name[1] = ++gLastNameKey;
     if (isLogging())
-        gNameKeyCalls.write({0, name, name[0], name[1]});
+        gNameKeyCalls.append({0, name, name[0], name[1]});
 }
 
-// ---- Putting everything back
+// ---- Reset
 
 namespace kvinmemory {
 
@@ -384,7 +341,7 @@ void resetAll() {
     throwFromPathCopy(0);
     throwFromPathAssignment(0);
     onHighlight({});
-    allowAllOpens();
+    detail::databaseRegistry().clearForcedStatuses();
     gEvents.clear();
     gNameKeyCalls.clear();
     gLastNameKey.store(0);

@@ -1,8 +1,8 @@
-// The in-memory libKvGeometry.
+// The in-memory libKvGeometry: what the seam declares, with the log.
 #include "platform/KvGeometry.h"
 
-#include "platform/inmemory/EventLog.h"
 #include "platform/inmemory/InMemoryGeometry.h"
+#include "platform/inmemory/detail/EventLog.h"
 
 #include <cmath>
 
@@ -15,9 +15,9 @@ namespace {
 constexpr int kSize = 4;
 constexpr int kTranslation = 3; // the column
 
-EventLog<MatrixComparison> gComparisons;
+detail::EventLog<MatrixComparison> gComparisons;
 
-// Infinite entries are near each other when they are the same; one that is not a number is near nothing.
+// An infinite entry is near the same infinity only. An entry that is not a number is near nothing.
 bool isNear(double a, double b, double tolerance) {
     return a == b || std::fabs(a - b) <= tolerance;
 }
@@ -25,8 +25,8 @@ bool isNear(double a, double b, double tolerance) {
 bool isEqual(const GxGeMatrix3d& a, const GxGeMatrix3d& b, const GxGeTol& tolerance) {
     for (int row = 0; row < kSize; ++row)
         for (int column = 0; column < kSize; ++column) {
-            const double apart = column == kTranslation ? tolerance.equalPoint : tolerance.equalVector;
-            if (!isNear(a.entry[row][column], b.entry[row][column], apart))
+            const double limit = column == kTranslation ? tolerance.equalPoint : tolerance.equalVector;
+            if (!isNear(a.entry[row][column], b.entry[row][column], limit))
                 return false;
         }
     return true;
@@ -34,8 +34,8 @@ bool isEqual(const GxGeMatrix3d& a, const GxGeMatrix3d& b, const GxGeTol& tolera
 
 } // namespace
 
-BookVector<MatrixComparison> matrixComparisons() {
-    return gComparisons.entries();
+MallocVector<MatrixComparison> matrixComparisons() {
+    return gComparisons.events();
 }
 
 void resetGeometry() {
@@ -59,6 +59,6 @@ GxGeMatrix3d& GxGeMatrix3d::setToIdentity() {
 bool GxGeMatrix3d::isEqualTo(const GxGeMatrix3d& other, const GxGeTol& tol) const {
     const bool equal = kvinmemory::isEqual(*this, other, tol);
     if (kvinmemory::isLogging())
-        kvinmemory::gComparisons.write({0, this, &other, &tol, equal});
+        kvinmemory::gComparisons.append({0, this, &other, &tol, equal});
     return equal;
 }

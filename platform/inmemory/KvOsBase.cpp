@@ -1,11 +1,11 @@
-// The in-memory libKvOsBase.
+// The in-memory libKvOsBase: what the seam declares, with the switches and the logs.
 #include "platform/KvOsBase.h"
 
 #include "base/KvVector.h"
-#include "platform/inmemory/BlockBooks.h"
-#include "platform/inmemory/Countdown.h"
-#include "platform/inmemory/EventLog.h"
 #include "platform/inmemory/InMemoryOsBase.h"
+#include "platform/inmemory/detail/AllocationTracker.h"
+#include "platform/inmemory/detail/EventLog.h"
+#include "platform/inmemory/detail/NthCallTrigger.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -13,6 +13,8 @@
 #include <new>
 
 // ---- The empty block
+
+namespace kvinmemory {
 
 namespace {
 
@@ -22,7 +24,9 @@ KvVectorBlock gEmptyBlock{1, 0, 0, kGrowLength, nullptr};
 
 } // namespace
 
-KvVectorBlock* gpEmptyVectorData = &gEmptyBlock;
+} // namespace kvinmemory
+
+KvVectorBlock* gpEmptyVectorData = &kvinmemory::gEmptyBlock;
 
 // ---- The order of events
 
@@ -55,58 +59,60 @@ namespace kvinmemory {
 
 namespace {
 
-// What a call has to look after beside malloc; nothing most of the time.
-enum Watch : unsigned { kNothing = 0, kTracking = 1, kFailing = 2 };
+// The bits of gMemorySwitches. Most of the time none is set.
+enum MemorySwitch : unsigned { kTracking = 1, kFailing = 2 };
 
-std::atomic<unsigned> gWatch{kNothing};
+std::atomic<unsigned> gMemorySwitches{0};
 std::atomic<bool> gFailFromThenOn{false};
 std::atomic<long> gFailedMallocs{0};
-Countdown gMallocCountdown;
-BlockBooks gBlocks;
+detail::NthCallTrigger gMallocFailure;
+detail::AllocationTracker gAllocations;
 
-bool isOn(Watch watch) noexcept {
-    return (gWatch.load(std::memory_order_relaxed) & watch) != 0;
+bool isOn(MemorySwitch which) noexcept {
+    return (gMemorySwitches.load(std::memory_order_relaxed) & which) != 0;
 }
 
-void turn(Watch watch, bool on) noexcept {
+void turn(MemorySwitch which, bool on) noexcept {
     if (on)
-        gWatch.fetch_or(watch);
+        gMemorySwitches.fetch_or(which);
     else
-        gWatch.fetch_and(~unsigned{watch});
+        gMemorySwitches.fetch_and(~unsigned{which});
 }
 
-bool failsOnDemand() noexcept {
+// Counts one call of _kvMalloc. Returns whether the call is to fail.
+bool injectsFailure() noexcept {
     if (!isOn(kFailing))
         return false;
-    const long beyond = gMallocCountdown.count();
-    const bool fails = beyond == 0 || (beyond > 0 && gFailFromThenOn.load());
+    const long distance = gMallocFailure.countCall();
+    const bool fails = distance == 0 || (distance > 0 && gFailFromThenOn.load());
     if (fails)
         ++gFailedMallocs;
     return fails;
 }
 
-// Both out of line, so that memory comes and goes at the speed of malloc as long as nobody watches.
-[[gnu::noinline, gnu::cold]] void* watchedMalloc(std::size_t bytes) {
+// Both functions are out of line. With all switches off, _kvMalloc and _kvFree are then as fast as malloc and
+// free.
+[[gnu::noinline, gnu::cold]] void* switchedMalloc(std::size_t bytes) {
     const bool tracked = isOn(kTracking);
     if (tracked)
-        gBlocks.countCall(bytes);
-    if (failsOnDemand())
+        gAllocations.recordCall(bytes);
+    if (injectsFailure())
         return nullptr;
     void* memory = std::malloc(bytes);
     if (tracked && memory != nullptr)
-        gBlocks.enter(memory, bytes);
+        gAllocations.recordAllocation(memory, bytes);
     return memory;
 }
 
 [[gnu::noinline, gnu::cold]] void trackedFree(void* memory) {
-    if (memory == nullptr || gBlocks.strike(memory))
+    if (memory == nullptr || gAllocations.recordFree(memory))
         std::free(memory);
 }
 
 } // namespace
 
 void trackMemory(bool on) {
-    gBlocks.clear();
+    gAllocations.reset();
     turn(kTracking, on);
 }
 
@@ -115,45 +121,45 @@ bool isTrackingMemory() noexcept {
 }
 
 long mallocCalls() {
-    return gBlocks.counts().calls;
+    return gAllocations.counts().calls;
 }
 
 long mallocCallsOfSize(std::size_t bytes) {
-    return gBlocks.callsOfSize(bytes);
+    return gAllocations.callsOfSize(bytes);
 }
 
 long freeCalls() {
-    return gBlocks.counts().frees;
+    return gAllocations.counts().frees;
 }
 
 long liveBlocks() {
-    return gBlocks.counts().liveBlocks;
+    return gAllocations.counts().liveBlocks;
 }
 
 long liveBlocksOfSize(std::size_t bytes) {
-    return gBlocks.liveBlocksOfSize(bytes);
+    return gAllocations.liveBlocksOfSize(bytes);
 }
 
 long liveBytes() {
-    return gBlocks.counts().liveBytes;
+    return gAllocations.counts().liveBytes;
 }
 
 long foreignFrees() {
-    return gBlocks.counts().foreignFrees;
+    return gAllocations.counts().foreignFrees;
 }
 
 long doubleFrees() {
-    return gBlocks.counts().doubleFrees;
+    return gAllocations.counts().doubleFrees;
 }
 
 bool isLiveBlock(const void* memory) {
-    return gBlocks.isLive(memory);
+    return gAllocations.isLive(memory);
 }
 
 void failMalloc(long nth, FailureMode mode) noexcept {
     gFailedMallocs.store(0);
     gFailFromThenOn.store(mode == FailureMode::FromThenOn);
-    gMallocCountdown.arm(nth);
+    gMallocFailure.arm(nth);
     turn(kFailing, true);
 }
 
@@ -169,9 +175,9 @@ long failedMallocs() noexcept {
 
 void* _kvMalloc(std::size_t bytes) noexcept {
     using namespace kvinmemory;
-    if (gWatch.load(std::memory_order_relaxed) == kNothing)
+    if (gMemorySwitches.load(std::memory_order_relaxed) == 0)
         return std::malloc(bytes);
-    return watchedMalloc(bytes);
+    return switchedMalloc(bytes);
 }
 
 void _kvFree(void* memory) noexcept {
@@ -225,7 +231,7 @@ namespace kvinmemory {
 
 namespace {
 
-RecordedException noted(const KvException* exception) {
+RecordedException describe(const KvException* exception) {
     if (const auto* status = dynamic_cast<const KvErrorStatus*>(exception))
         return {0,       exception,      ExceptionKind::Status, status->status(),
                 nullptr, status->file(), status->line()};
@@ -235,25 +241,30 @@ RecordedException noted(const KvException* exception) {
     return {0, exception, ExceptionKind::Other, 0, nullptr, nullptr, 0};
 }
 
-class NotingRecorder : public IKvCrashRecorder {
+// A crash recorder that logs every exception.
+//
+// Invariant: the log holds a description of each exception and never dereferences its pointer.
+//
+// Thread safety: every function may be called on any thread.
+class LoggingRecorder : public IKvCrashRecorder {
 public:
-    virtual ~NotingRecorder() = default;
+    virtual ~LoggingRecorder() = default;
 
-    void recordException(KvException* exception) override { mNotes.write(noted(exception)); }
+    void recordException(KvException* exception) override { mLog.append(describe(exception)); }
 
-    EventLog<RecordedException>& notes() noexcept { return mNotes; }
+    detail::EventLog<RecordedException>& log() noexcept { return mLog; }
 
 private:
-    EventLog<RecordedException> mNotes;
+    detail::EventLog<RecordedException> mLog;
 };
 
-NotingRecorder gNotingRecorder;
+LoggingRecorder gLoggingRecorder;
 std::atomic<IKvCrashRecorder*> gRecorder{nullptr};
 
 } // namespace
 
 void installCrashRecorder() noexcept {
-    gRecorder.store(&gNotingRecorder);
+    gRecorder.store(&gLoggingRecorder);
 }
 
 void installCrashRecorder(IKvCrashRecorder* recorder) noexcept {
@@ -261,11 +272,11 @@ void installCrashRecorder(IKvCrashRecorder* recorder) noexcept {
 }
 
 bool isRecordingExceptions() noexcept {
-    return gRecorder.load() == &gNotingRecorder;
+    return gRecorder.load() == &gLoggingRecorder;
 }
 
-BookVector<RecordedException> recordedExceptions() {
-    return gNotingRecorder.notes().entries();
+MallocVector<RecordedException> recordedExceptions() {
+    return gLoggingRecorder.log().events();
 }
 
 } // namespace kvinmemory
@@ -280,7 +291,7 @@ namespace kvinmemory {
 
 namespace {
 
-EventLog<LockCall> gLockCalls;
+detail::EventLog<LockCall> gLockCalls;
 
 std::recursive_mutex& mutexOf(void* lock) noexcept {
     return *static_cast<std::recursive_mutex*>(lock);
@@ -288,34 +299,34 @@ std::recursive_mutex& mutexOf(void* lock) noexcept {
 
 } // namespace
 
-BookVector<LockCall> lockCalls() {
-    return gLockCalls.entries();
+MallocVector<LockCall> lockCalls() {
+    return gLockCalls.events();
 }
 
 } // namespace kvinmemory
 
 KvLocker::KvLocker()
-    : mLock(new (kvinmemory::BookAllocator<std::recursive_mutex>().allocate(1)) std::recursive_mutex) {}
+    : mLock(new (kvinmemory::MallocAllocator<std::recursive_mutex>().allocate(1)) std::recursive_mutex) {}
 
 KvLocker::~KvLocker() {
     std::recursive_mutex& mutex = kvinmemory::mutexOf(mLock);
     mutex.~recursive_mutex();
-    kvinmemory::BookAllocator<std::recursive_mutex>().deallocate(&mutex, 1);
+    kvinmemory::MallocAllocator<std::recursive_mutex>().deallocate(&mutex, 1);
 }
 
 void KvLocker::lock() {
     kvinmemory::mutexOf(mLock).lock();
     if (kvinmemory::isLogging())
-        kvinmemory::gLockCalls.write({0, this, true});
+        kvinmemory::gLockCalls.append({0, this, true});
 }
 
 void KvLocker::unlock() {
     if (kvinmemory::isLogging())
-        kvinmemory::gLockCalls.write({0, this, false});
+        kvinmemory::gLockCalls.append({0, this, false});
     kvinmemory::mutexOf(mLock).unlock();
 }
 
-// ---- Putting everything back
+// ---- Reset
 
 namespace kvinmemory {
 
@@ -326,7 +337,7 @@ void resetOsBase() {
     allowMalloc();
     gFailedMallocs.store(0);
     installCrashRecorder(nullptr);
-    gNotingRecorder.notes().clear();
+    gLoggingRecorder.log().clear();
     gLockCalls.clear();
     gpEmptyVectorData = &gEmptyBlock;
 }

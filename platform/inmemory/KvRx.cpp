@@ -1,4 +1,4 @@
-// The in-memory libKvRx.
+// The in-memory libKvRx: what the seam declares.
 #include "platform/KvRx.h"
 
 GxRxObject::~GxRxObject() = default;

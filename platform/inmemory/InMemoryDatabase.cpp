@@ -1,6 +1,8 @@
-// Drawing objects and the database that applications use; see InMemoryDatabase.h.
-#include "platform/inmemory/DatabaseBooks.h"
+// Drawing objects and their database. KvDatabase.cpp has the switches and the logs.
 #include "platform/inmemory/InMemoryDatabase.h"
+
+#include "platform/inmemory/detail/ObjectTable.h"
+#include "platform/inmemory/detail/SubentId.h"
 
 #include <algorithm>
 #include <iterator>
@@ -10,22 +12,6 @@
 namespace kvinmemory {
 
 // ---- Drawing objects
-
-namespace {
-
-void* bookMemory(std::size_t bytes) {
-    return BookAllocator<char>().allocate(bytes);
-}
-
-void freeBookMemory(void* memory) noexcept {
-    BookAllocator<char>().deallocate(static_cast<char*>(memory), 0);
-}
-
-} // namespace
-
-bool isSamePart(const GxDbSubentId& a, const GxDbSubentId& b) noexcept {
-    return a.type == b.type && a.index == b.index && a.extra == b.extra;
-}
 
 PathContents contentsOf(const GxDbFullSubentPath& path) {
     const GxArray<GxDbObjectId>& ids = path.objectIds();
@@ -38,7 +24,7 @@ PathContents contentsOf(const GxDbFullSubentPath& path) {
 }
 
 bool operator==(const PathContents& a, const PathContents& b) {
-    return isSamePart(a.part, b.part) && a.ids == b.ids;
+    return detail::isEqual(a.part, b.part) && a.ids == b.ids;
 }
 
 bool operator!=(const PathContents& a, const PathContents& b) {
@@ -48,11 +34,11 @@ bool operator!=(const PathContents& a, const PathContents& b) {
 Entity::~Entity() = default;
 
 void* Entity::operator new(std::size_t bytes) {
-    return bookMemory(bytes);
+    return detail::allocateObject(bytes);
 }
 
 void Entity::operator delete(void* memory) noexcept {
-    freeBookMemory(memory);
+    detail::deallocateObject(memory);
 }
 
 GxErrorStatus Entity::highlight(const GxDbFullSubentPath& path, bool entityFlag) const {
@@ -71,28 +57,28 @@ GxErrorStatus Entity::unhighlight(const GxDbFullSubentPath& path, bool entityFla
     return status;
 }
 
-const BookVector<Entity::Highlight>& Entity::highlights() const noexcept {
+const MallocVector<Entity::Highlight>& Entity::highlights() const noexcept {
     return mHighlights;
 }
 
 NonEntity::~NonEntity() = default;
 
 void* NonEntity::operator new(std::size_t bytes) {
-    return bookMemory(bytes);
+    return detail::allocateObject(bytes);
 }
 
 void NonEntity::operator delete(void* memory) noexcept {
-    freeBookMemory(memory);
+    detail::deallocateObject(memory);
 }
 
 // ---- The database
 
-Database::Database(std::size_t capacity) : mBooks(new Books(capacity)) {}
+Database::Database(std::size_t capacity) : mTable(new detail::ObjectTable(capacity)) {}
 
 Database::~Database() = default;
 
 GxDbObjectId Database::add(std::unique_ptr<GxDbObject> object, std::string_view name) {
-    return mBooks->add(std::move(object), name);
+    return mTable->add(std::move(object), name);
 }
 
 GxDbObjectId Database::addEntity(std::string_view name) {
@@ -100,7 +86,7 @@ GxDbObjectId Database::addEntity(std::string_view name) {
 }
 
 GxDbObjectId Database::addNonResident(Factory factory, std::string_view name) {
-    return mBooks->addNonResident(std::move(factory), name);
+    return mTable->addNonResident(std::move(factory), name);
 }
 
 GxDbObjectId Database::addNonResident(std::string_view name) {
@@ -108,73 +94,72 @@ GxDbObjectId Database::addNonResident(std::string_view name) {
 }
 
 GxDbObjectId Database::addInvalid() {
-    return mBooks->addInvalid();
+    return mTable->addInvalid();
 }
 
 std::size_t Database::size() const noexcept {
-    return mBooks->stubs().size();
+    return mTable->stubs().size();
 }
 
 GxDbObjectId Database::idAt(std::size_t i) const {
     if (i >= size())
         throw std::out_of_range("the database has issued fewer ids");
-    return GxDbObjectId(&mBooks->stubs()[i]);
+    return GxDbObjectId(&mTable->stubs()[i]);
 }
 
 std::uint64_t Database::handleOf(GxDbObjectId id) const noexcept {
-    const Stubs& stubs = mBooks->stubs();
+    const detail::StubArray& stubs = mTable->stubs();
     return stubs.contains(id.stub()) ? stubs.indexOf(id.stub()) + 1 : 0;
 }
 
 GxDbObjectId Database::findByHandle(std::uint64_t handle) const noexcept {
     if (handle == 0 || handle > size())
         return GxDbObjectId();
-    return GxDbObjectId(&mBooks->stubs()[handle - 1]);
+    return GxDbObjectId(&mTable->stubs()[handle - 1]);
 }
 
 std::string_view Database::nameOf(GxDbObjectId id) const {
-    return mBooks->nameOf(id);
+    return mTable->nameOf(id);
 }
 
 GxDbObjectId Database::findByName(std::string_view name) const {
-    return mBooks->findByName(name);
+    return mTable->findByName(name);
 }
 
 GxDbObject* Database::object(GxDbObjectId id) const noexcept {
-    return mBooks->stubs().contains(id.stub()) ? id.stub()->object : nullptr;
+    return mTable->stubs().contains(id.stub()) ? id.stub()->object : nullptr;
 }
 
 GxDbEntity* Database::entity(GxDbObjectId id) const noexcept {
-    return mBooks->stubs().contains(id.stub()) ? id.stub()->entity : nullptr;
+    return mTable->stubs().contains(id.stub()) ? id.stub()->entity : nullptr;
 }
 
 void Database::erase(GxDbObjectId id) {
-    mBooks->stubOf(id).erased = true;
+    mTable->stubOf(id).erased = true;
 }
 
 void Database::unerase(GxDbObjectId id) {
-    mBooks->stubOf(id).erased = false;
+    mTable->stubOf(id).erased = false;
 }
 
 bool Database::isErased(GxDbObjectId id) const {
-    return mBooks->stubOf(id).erased;
+    return mTable->stubOf(id).erased;
 }
 
 void Database::invalidate(GxDbObjectId id) {
-    mBooks->stubOf(id).invalid = true;
+    mTable->stubOf(id).invalid = true;
 }
 
 void Database::forceOpenStatus(GxDbObjectId id, GxErrorStatus status, bool yieldsObject) {
-    mBooks->forceOpenStatus(id, status, yieldsObject);
+    mTable->forceOpenStatus(id, status, yieldsObject);
 }
 
 void Database::allowOpen(GxDbObjectId id) {
-    mBooks->allowOpen(id);
+    mTable->clearForcedStatus(id);
 }
 
 int Database::openCount(GxDbObjectId id) const {
-    const int opened = mBooks->stubOf(id).opened.load();
-    return opened == GxDbStub::kWriter ? 1 : opened;
+    return mTable->stubOf(id).openCount();
 }
 
 } // namespace kvinmemory

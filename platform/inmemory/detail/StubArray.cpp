@@ -1,19 +1,18 @@
-#include "platform/inmemory/Stubs.h"
+#include "platform/inmemory/detail/StubArray.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <type_traits>
 
-namespace kvinmemory {
+namespace kvinmemory::detail {
 
 namespace {
 
-// Memory is made usable in steps of this size, so that a large reservation weighs nothing even where the
-// system promises no more memory than it has.
+// Memory is committed in steps of this size. A large reservation then costs no memory, also on a system that
+// does not overcommit.
 constexpr std::size_t kStepBytes = std::size_t{1} << 20;
 
 std::size_t roundedUp(std::size_t bytes) noexcept {
@@ -22,9 +21,9 @@ std::size_t roundedUp(std::size_t bytes) noexcept {
 
 } // namespace
 
-static_assert(std::is_trivially_destructible_v<GxDbStub>, "stubs go with their pages");
+static_assert(std::is_trivially_destructible_v<GxDbStub>, "unmapping the pages ends the stubs");
 
-Stubs::Stubs(std::size_t capacity)
+StubArray::StubArray(std::size_t capacity)
     : mCapacity(capacity), mReservedBytes(roundedUp(std::max<std::size_t>(capacity, 1) * sizeof(GxDbStub))) {
     void* memory =
         mmap(nullptr, mReservedBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -33,11 +32,11 @@ Stubs::Stubs(std::size_t capacity)
     mFirst = static_cast<GxDbStub*>(memory);
 }
 
-Stubs::~Stubs() {
+StubArray::~StubArray() {
     munmap(mFirst, mReservedBytes);
 }
 
-GxDbStub& Stubs::issue() {
+GxDbStub& StubArray::append() {
     const std::size_t i = size();
     if (i == mCapacity)
         throw std::length_error("the database is full");
@@ -47,7 +46,7 @@ GxDbStub& Stubs::issue() {
     return *stub;
 }
 
-bool Stubs::contains(const GxDbStub* stub) const noexcept {
+bool StubArray::contains(const GxDbStub* stub) const noexcept {
     const auto address = reinterpret_cast<std::uintptr_t>(stub);
     const auto first = reinterpret_cast<std::uintptr_t>(mFirst);
     if (address < first)
@@ -56,7 +55,7 @@ bool Stubs::contains(const GxDbStub* stub) const noexcept {
     return offset % sizeof(GxDbStub) == 0 && offset / sizeof(GxDbStub) < size();
 }
 
-void Stubs::commit(std::size_t bytes) {
+void StubArray::commit(std::size_t bytes) {
     if (bytes <= mCommittedBytes)
         return;
     const std::size_t wanted = roundedUp(bytes);
@@ -65,4 +64,4 @@ void Stubs::commit(std::size_t bytes) {
     mCommittedBytes = wanted;
 }
 
-} // namespace kvinmemory
+} // namespace kvinmemory::detail

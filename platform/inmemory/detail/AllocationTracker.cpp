@@ -1,21 +1,21 @@
-#include "platform/inmemory/BlockBooks.h"
+#include "platform/inmemory/detail/AllocationTracker.h"
 
-namespace kvinmemory {
+namespace kvinmemory::detail {
 
-void BlockBooks::clear() {
+void AllocationTracker::reset() {
     const std::lock_guard<std::mutex> guard(mMutex);
     mBlocks.clear();
     mSizes.clear();
     mCounts = Counts();
 }
 
-void BlockBooks::countCall(std::size_t bytes) {
+void AllocationTracker::recordCall(std::size_t bytes) {
     const std::lock_guard<std::mutex> guard(mMutex);
     ++mCounts.calls;
     ++mSizes[bytes].calls;
 }
 
-void BlockBooks::enter(void* memory, std::size_t bytes) {
+void AllocationTracker::recordAllocation(const void* memory, std::size_t bytes) {
     const std::lock_guard<std::mutex> guard(mMutex);
     mBlocks[memory] = Block{bytes, true};
     ++mSizes[bytes].live;
@@ -23,7 +23,7 @@ void BlockBooks::enter(void* memory, std::size_t bytes) {
     mCounts.liveBytes += static_cast<long>(bytes);
 }
 
-bool BlockBooks::strike(void* memory) {
+bool AllocationTracker::recordFree(const void* memory) {
     const std::lock_guard<std::mutex> guard(mMutex);
     ++mCounts.frees;
     const auto found = mBlocks.find(memory);
@@ -43,29 +43,29 @@ bool BlockBooks::strike(void* memory) {
     return true;
 }
 
-bool BlockBooks::isLive(const void* memory) const {
+bool AllocationTracker::isLive(const void* memory) const {
     const std::lock_guard<std::mutex> guard(mMutex);
     const auto found = mBlocks.find(memory);
     return found != mBlocks.end() && found->second.live;
 }
 
-BlockBooks::Counts BlockBooks::counts() const {
+AllocationTracker::Counts AllocationTracker::counts() const {
     const std::lock_guard<std::mutex> guard(mMutex);
     return mCounts;
 }
 
-long BlockBooks::callsOfSize(std::size_t bytes) const {
-    return perSize(bytes).calls;
+long AllocationTracker::callsOfSize(std::size_t bytes) const {
+    return countsOfSize(bytes).calls;
 }
 
-long BlockBooks::liveBlocksOfSize(std::size_t bytes) const {
-    return perSize(bytes).live;
+long AllocationTracker::liveBlocksOfSize(std::size_t bytes) const {
+    return countsOfSize(bytes).live;
 }
 
-BlockBooks::PerSize BlockBooks::perSize(std::size_t bytes) const {
+AllocationTracker::SizeCounts AllocationTracker::countsOfSize(std::size_t bytes) const {
     const std::lock_guard<std::mutex> guard(mMutex);
     const auto found = mSizes.find(bytes);
-    return found == mSizes.end() ? PerSize() : found->second;
+    return found == mSizes.end() ? SizeCounts() : found->second;
 }
 
-} // namespace kvinmemory
+} // namespace kvinmemory::detail

@@ -1,0 +1,65 @@
+// AllocationTracker: the blocks of _kvMalloc, for leak checks and for the detection of wrong frees.
+#pragma once
+
+#include "platform/inmemory/detail/MallocContainers.h"
+
+#include <cstddef>
+#include <mutex>
+
+namespace kvinmemory::detail {
+
+// Records allocations and frees, in total and by block size.
+//
+// Invariants:
+//  1. A block is live from recordAllocation() to recordFree().
+//  2. mBlocks keeps a freed block until a new allocation has the same address. A second free of it is then
+//     told apart from a foreign free.
+//  3. mCounts and mSizes are the sums over all events since reset().
+//
+// Thread safety: every function may be called on any thread. One mutex guards all members.
+class AllocationTracker {
+public:
+    // Totals since reset().
+    struct Counts {
+        long calls = 0; // of _kvMalloc, failed ones included
+        long frees = 0; // of _kvFree, wrong ones included
+        long liveBlocks = 0;
+        long liveBytes = 0;
+        long foreignFrees = 0; // of pointers that are no block
+        long doubleFrees = 0;  // of blocks that were freed before
+    };
+
+    // Forgets all blocks and counts.
+    void reset();
+
+    void recordCall(std::size_t bytes);
+    void recordAllocation(const void* memory, std::size_t bytes);
+
+    // Returns whether the block was live. Any other pointer is a wrong free and must not reach free().
+    bool recordFree(const void* memory);
+
+    bool isLive(const void* memory) const;
+
+    Counts counts() const;
+    long callsOfSize(std::size_t bytes) const;
+    long liveBlocksOfSize(std::size_t bytes) const;
+
+private:
+    struct Block {
+        std::size_t bytes;
+        bool live;
+    };
+    struct SizeCounts {
+        long calls = 0;
+        long live = 0;
+    };
+
+    SizeCounts countsOfSize(std::size_t bytes) const;
+
+    mutable std::mutex mMutex;
+    MallocMap<const void*, Block> mBlocks;
+    MallocMap<std::size_t, SizeCounts> mSizes;
+    Counts mCounts;
+};
+
+} // namespace kvinmemory::detail

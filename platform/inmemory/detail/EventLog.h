@@ -1,0 +1,43 @@
+// EventLog: the calls that one log of the platform has recorded.
+#pragma once
+
+#include "platform/inmemory/InMemoryOsBase.h"
+
+#include <mutex>
+#include <utility>
+
+namespace kvinmemory::detail {
+
+// A list of events. Event is a structure with a member `sequence`, which the log sets.
+//
+// Invariants:
+//  1. The events ascend by their sequence numbers. The log draws each number under its lock.
+//  2. The log holds every event since the last clear().
+//
+// Thread safety: every function may be called on any thread. One mutex guards the list.
+template <class Event>
+class EventLog {
+public:
+    void append(Event event) {
+        const std::lock_guard<std::mutex> guard(mMutex);
+        event.sequence = nextSequence();
+        mEvents.push_back(std::move(event));
+    }
+
+    // A copy, oldest event first.
+    MallocVector<Event> events() const {
+        const std::lock_guard<std::mutex> guard(mMutex);
+        return mEvents;
+    }
+
+    void clear() {
+        const std::lock_guard<std::mutex> guard(mMutex);
+        mEvents.clear();
+    }
+
+private:
+    mutable std::mutex mMutex;
+    MallocVector<Event> mEvents;
+};
+
+} // namespace kvinmemory::detail

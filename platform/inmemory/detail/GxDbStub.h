@@ -1,0 +1,38 @@
+// GxDbStub: the state behind one id of an in-memory database.
+#pragma once
+
+#include "platform/KvDatabase.h"
+
+#include <atomic>
+
+// The seam declares this class, so it is in the global namespace.
+//
+// Invariants:
+//  1. `entity` is null or the same object as `object`.
+//  2. An object has any number of readers and no writer, or one writer and no reader.
+//  3. `hasFactory` and `hasForcedStatus` say whether the object table has an entry for this stub.
+//
+// Thread safety: open(), close() and openCount() may be called on any thread. The other members change only
+// on the thread that uses the database.
+class GxDbStub {
+public:
+    // Adds a reader or the writer. Returns whether the openings so far allow it.
+    bool open(GxDb::OpenMode mode) noexcept;
+
+    // Ends one opening. Returns whether there was one.
+    bool close() noexcept;
+
+    int openCount() const noexcept;
+
+    GxDbObject* object = nullptr; // null: the id is invalid, or opens as a non-resident object
+    GxDbEntity* entity = nullptr; // null: the object is no entity
+    bool erased = false;
+    bool invalid = false;
+    bool hasFactory = false;
+    bool hasForcedStatus = false;
+
+private:
+    static constexpr int kWriter = -1;
+
+    std::atomic<int> mOpenings{0}; // the number of readers, or kWriter
+};

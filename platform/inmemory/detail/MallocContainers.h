@@ -1,0 +1,29 @@
+// Containers and single blocks on the memory of malloc. MallocAllocator says what they are for.
+#pragma once
+
+#include "platform/inmemory/InMemoryOsBase.h"
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+namespace kvinmemory::detail {
+
+template <class Key, class Value, class Hash = std::hash<Key>>
+using MallocMap =
+    std::unordered_map<Key, Value, Hash, std::equal_to<Key>, MallocAllocator<std::pair<const Key, Value>>>;
+
+using MallocString = std::basic_string<char, std::char_traits<char>, MallocAllocator<char>>;
+
+// For the operators new and delete of a class. std::bad_alloc without memory.
+inline void* allocateObject(std::size_t bytes) {
+    return MallocAllocator<char>().allocate(bytes);
+}
+
+inline void deallocateObject(void* memory) noexcept {
+    MallocAllocator<char>().deallocate(static_cast<char*>(memory), 0);
+}
+
+} // namespace kvinmemory::detail

@@ -1,0 +1,39 @@
+// NthCallTrigger: the counter behind an injected failure.
+#pragma once
+
+#include <atomic>
+
+namespace kvinmemory::detail {
+
+// A one-shot counter. It finds the nth call since it was armed.
+//
+// Invariants:
+//  1. nth() is 0 exactly while the trigger is disarmed.
+//  2. Each counted call has a distance of its own, so exactly one call is the nth.
+//
+// Thread safety: countCall() and nth() may be called on any thread. arm() is called while no other thread
+// counts calls.
+class NthCallTrigger {
+public:
+    // 1 selects the next call. 0 disarms the trigger.
+    void arm(long nth) noexcept {
+        mNth.store(nth);
+        mRemaining.store(nth);
+    }
+
+    long nth() const noexcept { return mNth.load(); }
+
+    // Counts one call. Returns its distance from the nth call: negative before it, 0 at it, positive after
+    // it. A disarmed trigger counts nothing and returns -1.
+    long countCall() noexcept {
+        if (mNth.load(std::memory_order_relaxed) == 0)
+            return -1;
+        return -(mRemaining.fetch_sub(1) - 1);
+    }
+
+private:
+    std::atomic<long> mNth{0};
+    std::atomic<long> mRemaining{0};
+};
+
+} // namespace kvinmemory::detail

@@ -1,0 +1,74 @@
+// ObjectTable: what one in-memory database holds.
+#pragma once
+
+#include "platform/inmemory/InMemoryDatabase.h"
+#include "platform/inmemory/detail/MallocContainers.h"
+#include "platform/inmemory/detail/StubArray.h"
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string_view>
+
+namespace kvinmemory::detail {
+
+// The objects of a database, with their ids, names, factories and forced statuses.
+//
+// Invariants:
+//  1. The database registry lists the table from its construction to its destruction.
+//  2. The table owns the objects of its stubs. It closes and deletes them at its end.
+//  3. mFactories and mForcedStatuses have an entry exactly for the stubs that say so.
+//  4. mNames has an entry for each named stub. mIdsByName has the first id of each name.
+//
+// Thread safety: open() and stubs() may be called on any thread while no other thread edits the table. The
+// other functions belong to the thread that uses the database.
+class ObjectTable {
+public:
+    explicit ObjectTable(std::size_t capacity);
+    ObjectTable(const ObjectTable&) = delete;
+    ObjectTable& operator=(const ObjectTable&) = delete;
+    ~ObjectTable();
+
+    static void* operator new(std::size_t bytes);
+    static void operator delete(void* memory) noexcept;
+
+    GxDbObjectId add(std::unique_ptr<GxDbObject> object, std::string_view name);
+    GxDbObjectId addNonResident(Database::Factory factory, std::string_view name);
+    GxDbObjectId addInvalid();
+
+    const StubArray& stubs() const noexcept { return mStubs; }
+
+    // The stub of an id of this database. std::invalid_argument for any other id.
+    GxDbStub& stubOf(GxDbObjectId id) const;
+
+    std::string_view nameOf(GxDbObjectId id) const;
+    GxDbObjectId findByName(std::string_view name) const;
+
+    void forceOpenStatus(GxDbObjectId id, GxErrorStatus status, bool yieldsObject);
+    void clearForcedStatus(GxDbObjectId id);
+    void clearForcedStatuses();
+
+    // Opens the object of a stub of this table. The arguments are those of gxdbOpenObject.
+    GxErrorStatus open(GxDbEntity*& entity, GxDbStub& stub, GxDb::OpenMode mode, bool openErased) const;
+
+private:
+    struct ForcedStatus {
+        GxErrorStatus status;
+        bool yieldsObject;
+    };
+    struct NameHash {
+        std::size_t operator()(const MallocString& name) const { return std::hash<std::string_view>()(name); }
+    };
+
+    GxDbObjectId nameStub(GxDbStub& stub, std::string_view name);
+    GxErrorStatus openForced(GxDbEntity*& entity, GxDbStub& stub) const;
+    GxErrorStatus openObject(GxDbEntity*& entity, GxDbStub& stub, GxDb::OpenMode mode) const;
+
+    StubArray mStubs;
+    MallocMap<const GxDbStub*, Database::Factory> mFactories;
+    MallocMap<GxDbStub*, ForcedStatus> mForcedStatuses;
+    MallocMap<const GxDbStub*, MallocString> mNames;
+    MallocMap<MallocString, GxDbObjectId, NameHash> mIdsByName;
+};
+
+} // namespace kvinmemory::detail

@@ -1,0 +1,52 @@
+// StubArray: the storage of one database's stubs.
+#pragma once
+
+#include "platform/inmemory/detail/GxDbStub.h"
+
+#include <atomic>
+#include <cstddef>
+
+namespace kvinmemory::detail {
+
+// An array in reserved address space that grows without moving its elements.
+//
+// Invariants:
+//  1. A stub never moves and lives until the array ends.
+//  2. The addresses ascend in the order of the append() calls. The order of ids relies on it.
+//  3. The first mCommittedBytes of the reservation are readable and writable. They cover all stubs.
+//
+// Thread safety: append() belongs to the thread that uses the database. The other functions may be called on
+// any thread.
+class StubArray {
+public:
+    // Reserves address space and takes no memory. std::bad_alloc without address space.
+    explicit StubArray(std::size_t capacity);
+    StubArray(const StubArray&) = delete;
+    StubArray& operator=(const StubArray&) = delete;
+    ~StubArray();
+
+    // O(1). std::length_error beyond the capacity, std::bad_alloc without memory.
+    GxDbStub& append();
+
+    std::size_t size() const noexcept { return mSize.load(std::memory_order_acquire); }
+    GxDbStub& operator[](std::size_t i) const noexcept { return mFirst[i]; }
+
+    // Whether the pointer is the address of a stub of this array. Any pointer is allowed.
+    bool contains(const GxDbStub* stub) const noexcept;
+
+    // The position of a stub of this array.
+    std::size_t indexOf(const GxDbStub* stub) const noexcept {
+        return static_cast<std::size_t>(stub - mFirst);
+    }
+
+private:
+    void commit(std::size_t bytes);
+
+    GxDbStub* mFirst = nullptr;
+    std::size_t mCapacity;
+    std::size_t mReservedBytes;
+    std::size_t mCommittedBytes = 0;
+    std::atomic<std::size_t> mSize{0};
+};
+
+} // namespace kvinmemory::detail

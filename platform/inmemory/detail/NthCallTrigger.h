@@ -11,14 +11,15 @@ namespace kvinmemory::detail {
 //  1. nth() is 0 exactly while the trigger is disarmed.
 //  2. Each counted call has a distance of its own, so exactly one call is the nth.
 //
-// Thread safety: countCall() and nth() may be called on any thread. arm() is called while no other thread
-// counts calls.
+// Thread safety: every function may be called on any thread. A call that another thread counts during arm()
+// belongs to the old count, to the new one, or to none.
 class NthCallTrigger {
 public:
     // 1 selects the next call. 0 disarms the trigger.
     void arm(long nth) noexcept {
-        mNth.store(nth);
+        mNth.store(0);
         mRemaining.store(nth);
+        mNth.store(nth);
     }
 
     long nth() const noexcept { return mNth.load(); }

@@ -1,9 +1,11 @@
-// The drawing database of the in-memory libKvDatabase, and its switches and logs.
+// The drawing database of the in-memory libKvDatabase, with its switches and logs.
 //
-// An application makes a Database, derives its entities from Entity, and hands them over; the ids that it
-// gets in return work with everything that KvDatabase.h declares. A database, its entities and the switches
-// are for one thread at a time, but ids may be compared, objects opened and closed, and paths copied on
-// several threads at once.
+// An application makes a Database, derives its entities from Entity, and adds them to the database. The
+// returned ids work with everything that KvDatabase.h declares.
+//
+// Thread safety: a database, its entities and the switches belong to one thread at a time. Several threads
+// may compare ids, open and close objects, and copy paths at once. The counts and the logs may be read on any
+// thread.
 #pragma once
 
 #include "platform/KvDatabase.h"
@@ -25,15 +27,16 @@ class ObjectTable;
 
 // ---- Statuses of gxdbOpenObject beside eOk
 
-constexpr GxErrorStatus kInvalidId = static_cast<GxErrorStatus>(101);    // no database knows such an object
-constexpr GxErrorStatus kErasedObject = static_cast<GxErrorStatus>(102); // and erased ones were not asked for
+constexpr GxErrorStatus kInvalidId = static_cast<GxErrorStatus>(101); // no database knows the object
+constexpr GxErrorStatus kErasedObject =
+    static_cast<GxErrorStatus>(102); // the call does not open erased objects
 constexpr GxErrorStatus kNotAnEntity = static_cast<GxErrorStatus>(103);
 constexpr GxErrorStatus kOpenOtherwise =
-    static_cast<GxErrorStatus>(104); // a writer tolerates nobody beside itself
+    static_cast<GxErrorStatus>(104); // a writer excludes every other opening
 
 // ---- Drawing objects
 
-// What a path said at some moment.
+// The contents of a path at one moment. A snapshot holds no path alive.
 struct PathContents {
     MallocVector<GxDbObjectId> ids;
     GxDbSubentId part;
@@ -42,8 +45,14 @@ KV_SEAM_API PathContents contentsOf(const GxDbFullSubentPath& path);
 KV_SEAM_API bool operator==(const PathContents& a, const PathContents& b);
 KV_SEAM_API bool operator!=(const PathContents& a, const PathContents& b);
 
-// An entity that knows what of it is highlighted, so that an application can draw it. To be derived from; a
-// plain one serves where only an id is wanted. Lives on malloc's memory, like all of the platform's own.
+// An entity that knows its highlighted parts, so that an application can draw them. Applications derive from
+// it. A plain one is enough for an id.
+//
+// Invariants:
+//  1. highlights() lists each successful highlight that no unhighlight has ended, oldest first.
+//  2. The objects live in memory of malloc. MallocAllocator says why.
+//
+// Thread safety: an entity belongs to one thread at a time.
 class KV_SEAM_API Entity : public GxDbEntity {
 public:
     struct Highlight {
@@ -56,20 +65,24 @@ public:
     static void* operator new(std::size_t bytes);
     static void operator delete(void* memory) noexcept;
 
-    // Adds one highlight; equal ones add up.
+    // Adds one highlight. Equal highlights are counted separately.
     GxErrorStatus highlight(const GxDbFullSubentPath& path, bool entityFlag) const override;
 
-    // Takes back the newest highlight of an equal path, whatever its flag; without one nothing happens.
+    // Ends the newest highlight of an equal path. The flag is not compared. Without such a highlight, the
+    // list does not change.
     GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const override;
 
-    // Oldest first.
     const MallocVector<Highlight>& highlights() const noexcept;
 
 private:
     mutable MallocVector<Highlight> mHighlights;
 };
 
-// An object that is in the database but cannot be drawn, such as a layer. Opening it as an entity fails.
+// An object that cannot be drawn, such as a layer. It does not open as an entity.
+//
+// Invariant: the objects live in memory of malloc. MallocAllocator says why.
+//
+// Thread safety: an object belongs to one thread at a time.
 class KV_SEAM_API NonEntity : public GxDbObject {
 public:
     ~NonEntity() override;
@@ -78,67 +91,81 @@ public:
     static void operator delete(void* memory) noexcept;
 };
 
-// Holds objects and issues their ids. Ids are ordered as they were issued. Erased objects stay and can come
-// back; objects go only with their database, and their ids, no longer valid then, must not be opened
-// afterwards.
+// Owns objects and issues their ids.
+//
+// Invariants:
+//  1. Ids ascend in the order of their issue.
+//  2. An erased object stays in the database. unerase() restores it.
+//  3. The destructor deletes the objects. Their ids are then invalid, and must not be opened.
+//
+// Thread safety: a database belongs to one thread at a time. Other threads may open and close its objects
+// while that thread does not edit the database.
 class KV_SEAM_API Database {
 public:
     using Factory = std::function<std::unique_ptr<GxDbEntity>()>;
 
     static constexpr std::size_t kDefaultCapacity = std::size_t{1} << 24;
 
-    // capacity: how many ids can be issued; address space is reserved for them, memory is taken as they come.
-    // std::bad_alloc without address space.
+    // `capacity` is the largest number of ids. The constructor reserves address space for them and takes
+    // memory as ids are issued. std::bad_alloc without address space.
     explicit Database(std::size_t capacity = kDefaultCapacity);
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
     ~Database();
 
-    // Takes an object in and issues its id. name: what findByName finds it by; may be empty; the first of
-    // several objects of one name is the one that is found. std::invalid_argument for null, std::length_error
-    // beyond the capacity.
+    // Adds an object and issues its id. The database owns the object. findByName() finds the first object of
+    // a name. An empty name names nothing. std::invalid_argument for null, std::length_error beyond the
+    // capacity.
     GxDbObjectId add(std::unique_ptr<GxDbObject> object, std::string_view name = {});
 
-    // The same with a new plain Entity.
+    // Adds a new plain Entity.
     GxDbObjectId addEntity(std::string_view name = {});
 
-    // An id that opens as a fresh, non-resident entity each time, made by the factory and deleted by its
-    // opener.
+    // Issues an id of non-resident entities. Each opening calls the factory for a new entity. The opener
+    // deletes it.
     GxDbObjectId addNonResident(Factory factory, std::string_view name = {});
-    GxDbObjectId addNonResident(std::string_view name = {}); // of plain entities
 
-    // An id that no object belongs to.
+    // Issues an id of non-resident plain entities.
+    GxDbObjectId addNonResident(std::string_view name = {});
+
+    // Issues an id without an object.
     GxDbObjectId addInvalid();
 
-    // Ids issued so far, of erased and invalid objects too, and the id number i of them from 0.
+    // The number of ids issued so far, including those of erased and invalid objects.
     std::size_t size() const noexcept;
+
+    // The id at position i in the order of issue. std::out_of_range beyond the last.
     GxDbObjectId idAt(std::size_t i) const;
 
-    // Handles count from 1 as the ids are issued. The null id and an id of another database have handle 0; a
-    // handle or name that is not there finds the null id.
+    // Handles ascend from 1 in the order of issue. The null id and an id of another database have handle 0.
+    // An unknown handle or name finds the null id.
     std::uint64_t handleOf(GxDbObjectId id) const noexcept;
     GxDbObjectId findByHandle(std::uint64_t handle) const noexcept;
     std::string_view nameOf(GxDbObjectId id) const;
     GxDbObjectId findByName(std::string_view name) const;
 
-    // The object itself, not opened, erased or not; null when there is none resident. For the database's
-    // owner.
+    // The resident object of an id, without an opening. The object may be erased. Null: no resident object.
     GxDbObject* object(GxDbObjectId id) const noexcept;
-    GxDbEntity* entity(GxDbObjectId id) const noexcept; // null for an object that is not one
 
-    // The following take an id of this database; any other is std::invalid_argument.
+    // The same object as an entity. Null: no resident entity.
+    GxDbEntity* entity(GxDbObjectId id) const noexcept;
+
+    // The following functions take an id of this database. std::invalid_argument for any other id.
+
     void erase(GxDbObjectId id);
     void unerase(GxDbObjectId id);
     bool isErased(GxDbObjectId id) const;
 
-    // The id is not valid any more and cannot be opened; its object stays until the database goes.
+    // Makes the id invalid. It does not open any more. Its object lives until the database ends.
     void invalidate(GxDbObjectId id);
 
-    // Whatever else holds, opening answers this status. yieldsObject: and yields the object all the same.
+    // Lets every opening of the id return this status. `yieldsObject`: the opening yields the object, too.
     void forceOpenStatus(GxDbObjectId id, GxErrorStatus status, bool yieldsObject = false);
+
+    // Ends the forced status.
     void allowOpen(GxDbObjectId id);
 
-    // How often the object is open just now. Non-resident objects are not counted.
+    // The number of current openings of the object. Non-resident objects are not counted.
     int openCount(GxDbObjectId id) const;
 
 private:
@@ -147,17 +174,17 @@ private:
 
 // ---- Switches
 
-// Makes two ids equal although they are distinct; both then have one place in the order of ids, that of the
-// lower. Adds up: ids that are equal to one id are equal to each other. One of them may be null.
+// Makes two distinct ids equal. Both then have the place of the lower one in the order of ids.
+// The relation is transitive. One of the ids may be null.
 KV_SEAM_API void makeEqual(GxDbObjectId a, GxDbObjectId b);
 
-// What the switches below throw, by value.
+// What the following switches throw, by value.
 struct KV_SEAM_API PlatformFailure {
-    long call; // the number of the call that failed, as it was ordered
+    long call; // the number that was passed to the switch
 };
 
-// Lets the nth call from now on (1: the next) throw a PlatformFailure; the ones after it work again. Calls of
-// highlight and unhighlight of any entity count together.
+// Let the nth call from now on throw a PlatformFailure. 1 is the next call. 0 turns the switch off.
+// Later calls do not throw. Calls of highlight and unhighlight of all entities count together.
 KV_SEAM_API void throwFromHighlight(long nth) noexcept;
 KV_SEAM_API void throwFromPathCopy(long nth) noexcept;       // copy construction
 KV_SEAM_API void throwFromPathAssignment(long nth) noexcept; // copy assignment
@@ -166,26 +193,26 @@ struct HighlightCall {
     const GxDbEntity& entity;
     const GxDbFullSubentPath& path;
     bool entityFlag;
-    bool on; // else an unhighlight
+    bool on; // false: an unhighlight
 };
 
-// Called within every highlight and unhighlight that reaches GxDbEntity, after it was written down; what it
-// throws leaves the call. An empty function ends that.
+// Installs a callback of every highlight and unhighlight that reaches GxDbEntity. An empty function removes
+// it. The callback runs after the call is logged. Its exceptions leave the call.
 KV_SEAM_API void onHighlight(std::function<void(const HighlightCall&)> callback);
 
 // ---- Counts and logs
 
-// Objects that exist, whether logging is on or not.
+// The numbers of existing paths and objects. setLogging() has no effect on them.
 KV_SEAM_API long livePaths() noexcept;
 KV_SEAM_API long liveObjects() noexcept;
 
-// Objects that are open just now, of all databases. Non-resident objects are not counted.
+// The number of current openings in all databases. Non-resident objects are not counted.
 KV_SEAM_API long openObjects() noexcept;
 
 enum class DatabaseCall {
     Open,
     Close,
-    Delete, // of any database object, also by its database
+    Delete, // of any object, including deletion by its database
     Highlight,
     Unhighlight,
     PathCopy,
@@ -196,34 +223,35 @@ enum class DatabaseCall {
 struct DatabaseEvent {
     std::uint64_t sequence;
     DatabaseCall call;
-    GxDbObjectId id; // Open: the id that was asked for; otherwise the object's own
-    const GxDbObject*
-        object; // the object opened, closed, deleted or highlighted; Open: null when it yielded none
-    const GxDbFullSubentPath* path;   // the path highlighted, destroyed, or written to
-    const GxDbFullSubentPath* source; // PathCopy, PathAssignment: the path read
-    PathContents contents;            // Highlight, Unhighlight, PathCopy, PathAssignment: of the path read
+    GxDbObjectId id;                  // Open: the argument; otherwise the object's id
+    const GxDbObject* object;         // the object of the call; Open: the result, or null
+    const GxDbFullSubentPath* path;   // the path highlighted, destroyed, or assigned to
+    const GxDbFullSubentPath* source; // PathCopy, PathAssignment: the source path
+    PathContents contents;            // Highlight, Unhighlight, PathCopy, PathAssignment: of the source path
     bool entityFlag;                  // Highlight, Unhighlight
-    GxErrorStatus status;             // Open, Close: the answer
+    GxErrorStatus status;             // Open, Close: the returned status
     GxDb::OpenMode mode;              // Open
     bool openErased;                  // Open
 };
 
-// Calls while logging was on, oldest first; of all kinds, or of one.
+// The calls while logging was on, oldest first.
 KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents();
+
+// The same, of one kind.
 KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents(DatabaseCall call);
 
 struct NameKeyCall {
     std::uint64_t sequence;
     const long* name;
-    long word0; // as it was when the call came
-    long word1; // as the call left it: counts from 1
+    long word0; // at the beginning of the call
+    long word1; // at its end: numbers from 1
 };
 
-// Calls of gxdbInitGdsNameKey while logging was on, oldest first.
+// The calls of gxdbInitGdsNameKey while logging was on, oldest first.
 KV_SEAM_API MallocVector<NameKeyCall> nameKeyCalls();
 
-// Puts every switch of all four libraries back and empties all logs. Databases stay with all they hold, but
-// for forced statuses.
+// Turns all switches of the four libraries off and empties all logs. Forced statuses end. Everything else in
+// the databases stays.
 KV_SEAM_API void resetAll();
 
 } // namespace kvinmemory

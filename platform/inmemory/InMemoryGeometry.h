@@ -1,4 +1,7 @@
 // Log of the in-memory libKvGeometry.
+//
+// Thread safety: matrixComparisons() may be called on any thread. resetGeometry() is called while no other
+// thread compares.
 #pragma once
 
 #include "platform/KvGeometry.h"
@@ -10,16 +13,16 @@ namespace kvinmemory {
 
 struct MatrixComparison {
     std::uint64_t sequence;
-    const GxGeMatrix3d* left; // the object that was asked
+    const GxGeMatrix3d* left; // the object of the call
     const GxGeMatrix3d* right;
     const GxGeTol* tolerance;
-    bool equal; // the answer
+    bool equal; // the result
 };
 
-// Calls of GxGeMatrix3d::isEqualTo while logging was on, oldest first.
+// The calls of GxGeMatrix3d::isEqualTo while logging was on, oldest first.
 KV_SEAM_API MallocVector<MatrixComparison> matrixComparisons();
 
-// Empties the log and puts the global tolerance back.
+// Empties the log and sets the global tolerance to its initial value.
 KV_SEAM_API void resetGeometry();
 
 } // namespace kvinmemory

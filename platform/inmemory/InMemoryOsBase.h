@@ -1,8 +1,10 @@
 // Switches and logs of the in-memory libKvOsBase.
 //
-// Everything is off after loading and after resetAll() (InMemoryDatabase.h): memory then comes at the speed
-// of malloc and nothing is written down. All functions may be called on any thread; numbers are exact once
-// the threads that do the counted work have been joined.
+// All switches are off after loading and after resetAll() (InMemoryDatabase.h). _kvMalloc is then as fast as
+// malloc, and nothing is logged.
+//
+// Thread safety: every function may be called on any thread. The counts are exact once the threads that do
+// the counted work are joined.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -64,44 +66,45 @@ using BookVector = MallocVector<T>;
 
 // ---- The order of events
 
-// Turns the logs of all four libraries on or off. Turning them off keeps what they hold.
+// Turns the logs of all four libraries on or off. Logs that are turned off keep their events.
 KV_SEAM_API void setLogging(bool on) noexcept;
 KV_SEAM_API bool isLogging() noexcept;
 
-// The next number of the one sequence that orders the entries of all logs.
+// The next number of the one sequence that orders the events of all logs.
 KV_SEAM_API std::uint64_t nextSequence() noexcept;
 
 // ---- Memory
 
-// While tracking is on, every block is counted and every _kvFree is checked: a pointer that is not a live
-// block is counted as freed twice or as foreign, and is left alone. Turning it on forgets what was counted
-// before; blocks from before that moment are foreign to it, so it belongs before the work that it watches.
+// Turns the allocation tracker on or off. Both reset its counts.
+// The tracker counts every block and checks every _kvFree. A pointer that is not a live block counts as a
+// double or a foreign free, and is not freed.
+// Blocks from before the tracker was turned on are foreign. Turn it on before the tracked work allocates.
 KV_SEAM_API void trackMemory(bool on);
 KV_SEAM_API bool isTrackingMemory() noexcept;
 
-// Since tracking was turned on. A call that fails counts as a call, not as a block.
+// Counts since tracking was turned on. A call that fails counts as a call, not as a block.
 KV_SEAM_API long mallocCalls();
 KV_SEAM_API long mallocCallsOfSize(std::size_t bytes);
-KV_SEAM_API long freeCalls(); // without those of null
+KV_SEAM_API long freeCalls(); // without calls with null
 KV_SEAM_API long liveBlocks();
 KV_SEAM_API long liveBlocksOfSize(std::size_t bytes);
 KV_SEAM_API long liveBytes();
 KV_SEAM_API long foreignFrees();
 KV_SEAM_API long doubleFrees();
 
-// Whether memory is the start of a block that was obtained while tracking was on and has not been freed.
+// Whether `memory` is the start of a live block that was allocated while tracking was on.
 KV_SEAM_API bool isLiveBlock(const void* memory);
 
 enum class FailureMode { Once, FromThenOn };
 
-// Lets the nth call of _kvMalloc from now on (1: the next) answer null, and in the mode FromThenOn all
-// further ones. Works with and without tracking.
+// Lets the nth call of _kvMalloc from now on return null. 1 is the next call.
+// In the mode FromThenOn, all calls after it fail, too. The switch works with and without tracking.
 KV_SEAM_API void failMalloc(long nth, FailureMode mode) noexcept;
 
-// Ends that. The number of failures stays readable.
+// Ends the failures. Their number stays readable.
 KV_SEAM_API void allowMalloc() noexcept;
 
-// Calls that failed on demand since the last failMalloc.
+// The number of injected failures since the last failMalloc().
 KV_SEAM_API long failedMallocs() noexcept;
 
 // ---- The crash recorder
@@ -110,7 +113,7 @@ enum class ExceptionKind { Status, Message, Other };
 
 struct RecordedException {
     std::uint64_t sequence;
-    const KvException* exception; // for comparing only: its catcher may have deleted it
+    const KvException* exception; // for comparisons only: the handler may have deleted the object
     ExceptionKind kind;
     int status;             // Status
     const wchar_t* message; // Message
@@ -118,14 +121,16 @@ struct RecordedException {
     int line;               // Status, Message
 };
 
-// Installs the recorder that takes the notes below, or one of the caller's own, or with null none.
+// Installs the platform's recorder, which logs every exception.
 KV_SEAM_API void installCrashRecorder() noexcept;
+
+// Installs the caller's recorder. Null: no recorder.
 KV_SEAM_API void installCrashRecorder(IKvCrashRecorder* recorder) noexcept;
 
-// Whether the recorder that takes the notes is the one that is installed.
+// Whether the platform's recorder is installed.
 KV_SEAM_API bool isRecordingExceptions() noexcept;
 
-// What that recorder was shown, oldest first. Kept whether logging is on or not.
+// The exceptions that the platform's recorder has logged, oldest first. setLogging() has no effect on them.
 KV_SEAM_API MallocVector<RecordedException> recordedExceptions();
 
 // ---- The lock
@@ -136,11 +141,11 @@ struct LockCall {
     bool isLock; // else an unlock
 };
 
-// Calls of lock and unlock while logging was on, oldest first.
+// The calls of lock and unlock while logging was on, oldest first.
 KV_SEAM_API MallocVector<LockCall> lockCalls();
 
-// Puts the switches of this library back and empties its logs; the sequence starts again. The empty block is
-// reinstalled in gpEmptyVectorData, its count is left alone.
+// Turns the switches of this library off and empties its logs. The sequence starts again at 1.
+// gpEmptyVectorData points to the empty block again. The block's count does not change.
 KV_SEAM_API void resetOsBase();
 
 } // namespace kvinmemory

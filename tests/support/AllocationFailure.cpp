@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kOutOfMemory = 6;
 
-// An operation that allocates more often than this does not end.
+// The test fails an operation that allocates more often. It would never end.
 constexpr long kMostAllocations = 1000000;
 
 } // namespace
@@ -70,7 +70,7 @@ std::ostream& operator<<(std::ostream& out, const FailurePoint& point) {
 
 namespace {
 
-// Answers whether a failure fired, so that another allocation may follow.
+// Runs the scenario with one failure point. Returns whether the failure fired.
 bool runOnce(const std::function<void(FailurePoint&)>& scenario, FailurePoint& point) {
     SCOPED_TRACE(::testing::Message() << point);
     scenario(point);
@@ -78,7 +78,7 @@ bool runOnce(const std::function<void(FailurePoint&)>& scenario, FailurePoint& p
     return point.outcome().injected;
 }
 
-// Answers how many allocations of this kind the operation makes.
+// Fails each allocation of this kind in turn. Returns the number of failures that fired.
 long failEach(const std::function<void(FailurePoint&)>& scenario, Allocation allocation, Failing failing) {
     for (long nth = 1; nth <= kMostAllocations; ++nth) {
         FailurePoint point(allocation, failing, nth);

@@ -1,4 +1,4 @@
-// Runs an operation again and again, failing another one of its allocations each time.
+// Failure injection: runs an operation repeatedly and fails one allocation after the other.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -13,19 +13,26 @@ namespace kvtest {
 enum class Allocation { KvMalloc, New };
 enum class Failing { Once, FromThenOn };
 
+// What a run of the operation has shown.
 struct Outcome {
-    bool completed = false; // the operation came back
-    bool failed = false;    // it threw KvErrorStatus 6 or std::bad_alloc, which was swallowed
-    bool injected = false;  // an allocation really failed
+    bool completed = false; // the operation returned
+    bool failed = false;    // the operation threw KvErrorStatus 6 or std::bad_alloc
+    bool injected = false;  // the failure fired
 };
 
-// One allocation that is to fail: the nth of one kind.
+// One injected failure: the nth allocation of one kind.
+//
+// Invariants:
+//  1. The failure is armed only while run() runs.
+//  2. run() is called at most once. hasRun() says whether it was.
+//
+// Thread safety: a failure point belongs to one thread. It fails allocations of every thread.
 class FailurePoint {
 public:
     FailurePoint(Allocation allocation, Failing failing, long nth);
 
-    // Arms the failure, runs the operation and disarms again. Exactly KvErrorStatus 6 and std::bad_alloc are
-    // swallowed, and only if a failure fired; whatever else is thrown passes. To be called once.
+    // Arms the failure, runs the operation and disarms the failure.
+    // KvErrorStatus 6 and std::bad_alloc end here if the failure fired. Every other exception passes.
     Outcome run(const std::function<void()>& operation);
 
     bool hasRun() const noexcept { return mHasRun; }
@@ -48,13 +55,15 @@ private:
 std::ostream& operator<<(std::ostream& out, const FailurePoint& point);
 
 enum class Expect {
-    Failures, // the operation allocates: a failure has to fire at least once
-    None      // it does not: no failure may ever fire
+    Failures, // the operation allocates: a failure must fire at least once
+    None      // the operation does not allocate: no failure may fire
 };
 
-// Calls scenario(point) for the allocations number 1, 2, ... of each kind, failing once and from then on,
-// until no failure fires any more. The scenario builds fresh state, calls point.run([&] { operation }) once
-// and checks the state against point.outcome(). Ends early when a check has failed.
+// Calls scenario(point) with a failure at allocation 1, 2, ... of each kind, until no failure fires.
+// Each failure comes in two modes: once, and from then on.
+// The scenario builds fresh state and calls point.run([&] { operation }) once. It then checks the state
+// against point.outcome().
+// The function returns early after a failed check.
 void forEachAllocationFailure(const std::function<void(FailurePoint&)>& scenario,
                               Expect expect = Expect::Failures);
 

@@ -1,4 +1,4 @@
-// Ids that no database has issued, vectors of them, and the empty block that such vectors share.
+// Ids that no database has issued, vectors of ids, and the empty block of vectors.
 #pragma once
 
 #include "base/KvVector.h"
@@ -9,8 +9,8 @@
 
 namespace kvtest {
 
-// Id number n: the null id for 0, otherwise ascending with n. Good for comparing and storing, not for
-// opening.
+// Id number n. 0 is the null id. The ids ascend with n. They are for comparisons and storage, and must not
+// be opened.
 inline GxDbObjectId id(unsigned long n) {
     return GxDbObjectId(reinterpret_cast<GxDbStub*>(16 * n));
 }
@@ -26,15 +26,18 @@ struct AnyId {
 // idVector({1, 2, 3}) or idVector({id(1), drawn}).
 KvVector<GxDbObjectId> idVector(std::initializer_list<AnyId> ids = {});
 
-// A sub-entity path of these ids and a part of this type and index.
+// A sub-entity path of these ids, with a part of this type and index.
 GxDbFullSubentPath subentPath(std::initializer_list<AnyId> ids, std::int32_t type = 0,
                               std::int64_t index = 0);
 
-// How many vectors share the empty block, the platform's own reference included; 0 when there is no such
-// block.
+// The reference count of the empty block, including the platform's own reference. 0 without an empty block.
 std::uint32_t emptyBlockCount();
 
-// As long as it lives there is no empty block: gpEmptyVectorData is null.
+// Removes the empty block for a scope.
+//
+// Invariant: gpEmptyVectorData is null while the object lives, and restored at its end.
+//
+// Thread safety: none; no other thread uses a vector meanwhile.
 class WithoutEmptyBlock {
 public:
     WithoutEmptyBlock();

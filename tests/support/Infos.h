@@ -1,4 +1,4 @@
-// Entity infos as callers make them for a set.
+// Entity infos that callers hand to a set.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -8,12 +8,12 @@
 
 namespace kvtest {
 
-// An info in memory of _kvMalloc, as select takes it over.
+// A new info in memory of _kvMalloc. select() takes ownership of such an info.
 inline GxapSelectedEntInfo* makeInfo() {
     return new (_kvMalloc(sizeof(GxapSelectedEntInfo))) GxapSelectedEntInfo();
 }
 
-// Ends an info that nobody took over. Null is fine.
+// Destroys and frees an info that no set owns. Null does nothing.
 inline void freeInfo(GxapSelectedEntInfo* info) {
     if (info == nullptr)
         return;

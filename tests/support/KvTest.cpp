@@ -9,13 +9,13 @@ namespace kvtest {
 
 namespace {
 
-// The test framework keeps the room that its traces once took, which is not to count as left behind by a
-// test.
-void makeRoomForTraces(int depth) {
+// Nests traces. The test framework keeps the memory of its deepest nesting, and the leak check must not count
+// that memory.
+void reserveTraces(int depth) {
     if (depth == 0)
         return;
     SCOPED_TRACE("");
-    makeRoomForTraces(depth - 1);
+    reserveTraces(depth - 1);
 }
 
 constexpr int kDeepestTrace = 16;
@@ -23,7 +23,7 @@ constexpr int kDeepestTrace = 16;
 } // namespace
 
 void KvTest::SetUp() {
-    makeRoomForTraces(kDeepestTrace);
+    reserveTraces(kDeepestTrace);
     mExpectNothingLeft = false;
     kvinmemory::resetAll();
     kvinmemory::setLogging(true);
@@ -35,7 +35,7 @@ void KvTest::SetUp() {
 
 void KvTest::TearDown() {
     if (mExpectNothingLeft) {
-        const Holdings now = holdings();
+        const LiveCounts now = liveCounts();
         EXPECT_EQ(now.mallocBlocks, mAtStart.mallocBlocks) << "blocks of _kvMalloc";
         EXPECT_EQ(now.newBlocks, mAtStart.newBlocks) << "blocks of operator new";
         EXPECT_EQ(now.paths, mAtStart.paths) << "sub-entity paths";
@@ -51,10 +51,10 @@ void KvTest::TearDown() {
 
 void KvTest::expectNothingLeft() {
     mExpectNothingLeft = true;
-    mAtStart = holdings();
+    mAtStart = liveCounts();
 }
 
-KvTest::Holdings KvTest::holdings() {
+KvTest::LiveCounts KvTest::liveCounts() {
     return {kvinmemory::liveBlocks(), liveNewBlocks(), kvinmemory::livePaths(), emptyBlockCount()};
 }
 

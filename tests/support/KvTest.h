@@ -1,4 +1,4 @@
-// The fixture of tests that watch memory.
+// The fixture of tests that check memory.
 #pragma once
 
 #include <cstdint>
@@ -6,33 +6,40 @@
 
 namespace kvtest {
 
-// Every test starts on a platform whose switches are put back, whose logs are on and whose memory is tracked,
-// the sizes of new blocks too. It ends with the check that nothing was freed twice or to the wrong owner.
+// Resets the platform before and after every test.
+//
+// Invariants during a test:
+//  1. The logs are on.
+//  2. The memory of _kvMalloc and the sizes of new blocks are tracked.
+//
+// At the end of a test, double frees, foreign frees and wrong deletes are failures.
+//
+// Thread safety: SetUp and TearDown run while the test has no other thread.
 class KvTest : public ::testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Lets TearDown check as well that there are as many blocks of _kvMalloc and of `new`, paths and sharers
-    // of the empty block as there are now. Whatever the fixture of a derived class holds is to be let go in
-    // its own TearDown, before it calls this one.
+    // Turns the leak check of TearDown on. It compares four counts with those of this moment: live blocks of
+    // _kvMalloc, live blocks of `new`, paths, and the reference count of the empty block.
+    // A derived fixture releases its members in its own TearDown before it calls this one.
     void expectNothingLeft();
 
 private:
-    struct Holdings {
+    struct LiveCounts {
         long mallocBlocks;
         long newBlocks;
         long paths;
         std::uint32_t emptyBlockCount;
     };
-    static Holdings holdings();
+    static LiveCounts liveCounts();
 
     bool mExpectNothingLeft = false;
-    Holdings mAtStart{};
+    LiveCounts mAtStart{};
     long mWrongDeletesAtStart = 0;
 };
 
-// Matrices that exist and were made by `new`, as far as the sizes of new blocks are tracked.
+// The number of live matrices that were made by `new` while the sizes of new blocks are tracked.
 long liveNewMatrices();
 
 } // namespace kvtest

@@ -26,11 +26,10 @@ class KvTestFixture : public KvTest {
 protected:
     void SetUp() override {
         KvTest::SetUp();
-        reportsAtTheEnd(); // so that what the framework sets up for its first interception is not counted
-                           // later
+        reportsAtTheEnd(); // the framework allocates at its first interception
     }
 
-    // Ends the watch ahead of time, answers what it reports, and starts another one.
+    // Runs TearDown early and returns its reports. Then runs SetUp again.
     std::vector<std::string> reportsAtTheEnd() {
         testing::TestPartResultArray results;
         {
@@ -50,8 +49,7 @@ TEST_F(KvTestFixture, StartsWithLogsAndTrackingOn) {
     EXPECT_TRUE(kvinmemory::isLogging());
     EXPECT_TRUE(kvinmemory::isTrackingMemory());
     EXPECT_EQ(kvinmemory::mallocCalls(), 0);
-    void* block =
-        ::operator new(7744); // by name: compilers may leave out a new-expression that nobody looks at
+    void* block = ::operator new(7744); // by name: compilers may omit an unused new-expression
     EXPECT_EQ(liveNewBlocksOfSize(7744), 1);
     ::operator delete(block);
 }

@@ -1,4 +1,4 @@
-// Mistakes with memory that tests make on purpose, made where compilers do not see them coming.
+// Deliberate wrong frees. A volatile function pointer hides each call from the compiler's warnings.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -7,13 +7,13 @@
 
 namespace kvtest {
 
-// Gives any memory to operator delete.
+// Calls operator delete with any memory.
 inline void deleteByMistake(void* memory) {
     void (*volatile giveBack)(void*) = static_cast<void (*)(void*)>(&::operator delete);
     giveBack(memory);
 }
 
-// Gives any memory to _kvFree.
+// Calls _kvFree with any memory.
 inline void freeByMistake(void* memory) {
     void (*volatile giveBack)(void*) = &_kvFree;
     giveBack(memory);

@@ -14,26 +14,33 @@
 namespace {
 
 template <class Key, class Value>
-using BookMap = std::unordered_map<Key, Value, std::hash<Key>, std::equal_to<Key>,
-                                   kvinmemory::BookAllocator<std::pair<const Key, Value>>>;
+using MallocMap = std::unordered_map<Key, Value, std::hash<Key>, std::equal_to<Key>,
+                                     kvinmemory::MallocAllocator<std::pair<const Key, Value>>>;
 
-struct Sizes {
+// The blocks of operator new. Its own memory comes from malloc.
+//
+// Invariants:
+//  1. liveBlocks, liveBySize and callsBySize describe the blocks and calls since tracking was turned on.
+//  2. alignedBlocks holds each live block that only an aligned operator delete may free.
+//
+// Thread safety: `mutex` guards the other members.
+struct BlockTable {
     std::mutex mutex;
-    BookMap<void*, std::size_t> liveBlocks;
-    BookMap<std::size_t, long> liveBySize;
-    BookMap<std::size_t, long> callsBySize;
-    BookMap<void*, std::size_t> alignedBlocks; // those that only an aligned operator delete may take
+    MallocMap<void*, std::size_t> liveBlocks; // with their sizes
+    MallocMap<std::size_t, long> liveBySize;
+    MallocMap<std::size_t, long> callsBySize;
+    MallocMap<void*, std::size_t> alignedBlocks; // with their alignments
 };
 
-// Made on first use, since the first block may be wanted before main(), and never destroyed, since the last
-// one may be deleted after it.
-Sizes& sizes() {
-    static auto* const instance = new (std::malloc(sizeof(Sizes))) Sizes;
+// The table is made on first use: operator new may run before main().
+// The table is never destroyed: operator delete may run after main().
+BlockTable& blockTable() {
+    static auto* const instance = new (std::malloc(sizeof(BlockTable))) BlockTable;
     return *instance;
 }
 
-// Relaxed wherever every allocation passes: a stronger order would order the threads of a test as well, and
-// hide from the thread sanitizer what the code under test leaves unordered.
+// Accesses on the path of every allocation are relaxed. A stronger order would also order the threads of a
+// test, and hide data races of the code under test from the thread sanitizer.
 std::atomic<bool> gTrackSizes{false};
 std::atomic<long> gLiveBlocks{0};
 std::atomic<long> gCalls{0};
@@ -42,55 +49,57 @@ std::atomic<long> gAlignedBlocks{0};
 
 std::atomic<bool> gArmed{false};
 std::atomic<bool> gFromThenOn{false};
-std::atomic<long> gCountdown{0};
+std::atomic<long> gRemaining{0};
 std::atomic<long> gFailed{0};
 
-bool failsOnDemand() noexcept {
+// Counts one call of operator new. Returns whether the call is to fail.
+bool injectsFailure() noexcept {
     if (!gArmed.load(std::memory_order_relaxed))
         return false;
-    const long left = --gCountdown;
-    const bool fails = left == 0 || (left < 0 && gFromThenOn.load());
+    const long remaining = --gRemaining;
+    const bool fails = remaining == 0 || (remaining < 0 && gFromThenOn.load());
     if (fails)
         ++gFailed;
     return fails;
 }
 
-void enter(void* memory, std::size_t bytes) {
-    Sizes& books = sizes();
-    const std::lock_guard<std::mutex> guard(books.mutex);
-    books.liveBlocks[memory] = bytes;
-    ++books.liveBySize[bytes];
+void recordAllocation(void* memory, std::size_t bytes) {
+    BlockTable& table = blockTable();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    table.liveBlocks[memory] = bytes;
+    ++table.liveBySize[bytes];
 }
 
-void countCall(std::size_t bytes) {
-    Sizes& books = sizes();
-    const std::lock_guard<std::mutex> guard(books.mutex);
-    ++books.callsBySize[bytes];
+void recordCall(std::size_t bytes) {
+    BlockTable& table = blockTable();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    ++table.callsBySize[bytes];
 }
 
-void strike(void* memory) {
-    Sizes& books = sizes();
-    const std::lock_guard<std::mutex> guard(books.mutex);
-    const auto found = books.liveBlocks.find(memory);
-    if (found == books.liveBlocks.end())
+void recordFree(void* memory) {
+    BlockTable& table = blockTable();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    const auto found = table.liveBlocks.find(memory);
+    if (found == table.liveBlocks.end())
         return;
-    --books.liveBySize[found->second];
-    books.liveBlocks.erase(found);
+    --table.liveBySize[found->second];
+    table.liveBlocks.erase(found);
 }
 
-void noteAligned(void* memory, std::size_t alignment) {
-    Sizes& books = sizes();
-    const std::lock_guard<std::mutex> guard(books.mutex);
-    books.alignedBlocks[memory] = alignment;
+void recordAligned(void* memory, std::size_t alignment) {
+    BlockTable& table = blockTable();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    table.alignedBlocks[memory] = alignment;
     gAlignedBlocks.fetch_add(1, std::memory_order_relaxed);
 }
 
+// Returns whether the block was an aligned one.
 bool forgetAligned(void* memory) {
     if (gAlignedBlocks.load(std::memory_order_relaxed) == 0)
         return false;
-    Sizes& books = sizes();
-    const std::lock_guard<std::mutex> guard(books.mutex);
-    if (books.alignedBlocks.erase(memory) == 0)
+    BlockTable& table = blockTable();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    if (table.alignedBlocks.erase(memory) == 0)
         return false;
     gAlignedBlocks.fetch_sub(1, std::memory_order_relaxed);
     return true;
@@ -100,8 +109,8 @@ void* newMemory(std::size_t bytes, std::size_t alignment) noexcept {
     gCalls.fetch_add(1, std::memory_order_relaxed);
     const bool tracked = gTrackSizes.load(std::memory_order_relaxed);
     if (tracked)
-        countCall(bytes);
-    if (failsOnDemand())
+        recordCall(bytes);
+    if (injectsFailure())
         return nullptr;
     const std::size_t wanted = std::max<std::size_t>(bytes, 1);
     void* memory = nullptr;
@@ -112,10 +121,10 @@ void* newMemory(std::size_t bytes, std::size_t alignment) noexcept {
     if (memory == nullptr)
         return nullptr;
     if (alignment > alignof(std::max_align_t))
-        noteAligned(memory, alignment);
+        recordAligned(memory, alignment);
     gLiveBlocks.fetch_add(1, std::memory_order_relaxed);
     if (tracked)
-        enter(memory, bytes);
+        recordAllocation(memory, bytes);
     return memory;
 }
 
@@ -137,7 +146,7 @@ void deleteMemory(void* memory, bool asAligned = false) noexcept {
     }
     gLiveBlocks.fetch_sub(1, std::memory_order_relaxed);
     if (gTrackSizes.load(std::memory_order_relaxed))
-        strike(memory);
+        recordFree(memory);
     std::free(memory);
 }
 
@@ -222,26 +231,26 @@ long newCalls() noexcept {
 }
 
 void trackNewSizes(bool on) {
-    Sizes& books = sizes();
-    const std::lock_guard<std::mutex> guard(books.mutex);
-    books.liveBlocks.clear();
-    books.liveBySize.clear();
-    books.callsBySize.clear();
+    BlockTable& table = blockTable();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    table.liveBlocks.clear();
+    table.liveBySize.clear();
+    table.callsBySize.clear();
     gTrackSizes.store(on);
 }
 
 long liveNewBlocksOfSize(std::size_t bytes) {
-    Sizes& books = sizes();
-    const std::lock_guard<std::mutex> guard(books.mutex);
-    const auto found = books.liveBySize.find(bytes);
-    return found == books.liveBySize.end() ? 0 : found->second;
+    BlockTable& table = blockTable();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    const auto found = table.liveBySize.find(bytes);
+    return found == table.liveBySize.end() ? 0 : found->second;
 }
 
 long newCallsOfSize(std::size_t bytes) {
-    Sizes& books = sizes();
-    const std::lock_guard<std::mutex> guard(books.mutex);
-    const auto found = books.callsBySize.find(bytes);
-    return found == books.callsBySize.end() ? 0 : found->second;
+    BlockTable& table = blockTable();
+    const std::lock_guard<std::mutex> guard(table.mutex);
+    const auto found = table.callsBySize.find(bytes);
+    return found == table.callsBySize.end() ? 0 : found->second;
 }
 
 long wrongDeletes() noexcept {
@@ -251,7 +260,7 @@ long wrongDeletes() noexcept {
 void failNew(long nth, bool fromThenOn) noexcept {
     gArmed.store(false);
     gFailed.store(0);
-    gCountdown.store(nth);
+    gRemaining.store(nth);
     gFromThenOn.store(fromThenOn);
     gArmed.store(true);
 }

@@ -1,38 +1,41 @@
-// Counts what the global operator new hands out in this test program, and makes it fail on demand.
+// Allocation tracking and failure injection for the global operator new of a test program.
 //
-// Every form of operator new and delete of the program is replaced, in its shared libraries too. Blocks come
-// from malloc, so the sanitizers watch them as ever. All functions may be called on any thread.
+// Every form of operator new and delete is replaced, in the program and in its shared libraries.
+// Blocks come from malloc, so the sanitizers check them.
+//
+// Thread safety: every function may be called on any thread.
 #pragma once
 
 #include <cstddef>
 
 namespace kvtest {
 
-// Blocks that have not been deleted, since the program started.
+// The number of live blocks, since the program started.
 long liveNewBlocks() noexcept;
 
-// Calls of operator new, failed ones included, since the program started.
+// The number of calls of operator new since the program started, failed ones included.
 long newCalls() noexcept;
 
-// While sizes are tracked, blocks are known by their size. Turning it on forgets what was known; blocks from
-// before that moment are unknown.
+// Turns the counts by size on or off. Both reset them. Blocks from before that moment do not count.
 void trackNewSizes(bool on);
 long liveNewBlocksOfSize(std::size_t bytes);
 long newCallsOfSize(std::size_t bytes);
 
-// Blocks that were given to the wrong operator delete: those of _kvMalloc, live and obtained while the
-// in-memory platform tracked its memory, which are left alone, and aligned ones to a plain form, or the other
-// way round.
+// The number of calls of a wrong operator delete since the program started:
+//  - any form for a live block of _kvMalloc that the in-memory platform tracks; the block is not freed
+//  - a plain form for an aligned block
+//  - an aligned form for a plain block
 long wrongDeletes() noexcept;
 
-// Lets the nth call of operator new from now on (1: the next) fail, and with fromThenOn all further ones: the
-// plain forms throw std::bad_alloc, the nothrow ones answer null.
+// Lets the nth call of operator new from now on fail. 1 is the next call.
+// With `fromThenOn`, all calls after it fail, too.
+// The nothrow forms return null. The other forms throw std::bad_alloc.
 void failNew(long nth, bool fromThenOn) noexcept;
 
-// Ends that. The number of failures stays readable.
+// Ends the failures. Their number stays readable.
 void allowNew() noexcept;
 
-// Calls that failed on demand since the last failNew.
+// The number of injected failures since the last failNew().
 long failedNews() noexcept;
 
 } // namespace kvtest

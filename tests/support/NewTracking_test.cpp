@@ -27,8 +27,8 @@ struct alignas(64) Wide {
 // A size that the test program itself never asks for.
 constexpr std::size_t kBytes = 7744;
 
-// A way to obtain and give back a block; compilers may leave out a new that is deleted at once, not a call of
-// the operators by name.
+// One form of allocation and deallocation. The operators are called by name: compilers may omit a
+// new-expression whose object is deleted at once.
 struct Form {
     const char* name;
     std::function<void*()> obtain;
@@ -53,7 +53,7 @@ std::vector<Form> forms() {
          [](void* p) { ::operator delete(p, kWide, std::nothrow); }},
         {"nothrow aligned array", [] { return ::operator new[](kBytes, kWide, std::nothrow); },
          [](void* p) { ::operator delete[](p, kWide, std::nothrow); }},
-#ifdef __cpp_sized_deallocation // not every compiler calls these forms by default
+#ifdef __cpp_sized_deallocation // some compilers need a switch for these forms
         {"sized", [] { return ::operator new(kBytes); }, [](void* p) { ::operator delete(p, kBytes); }},
         {"sized array", [] { return ::operator new[](kBytes); },
          [](void* p) { ::operator delete[](p, kBytes); }},
@@ -176,7 +176,7 @@ TEST_F(NewTracking, ABlockOfThePlatformIsNotDeletable) {
     EXPECT_EQ(wrongDeletes(), wrong + 1);
     EXPECT_TRUE(kvinmemory::isLiveBlock(block));
     _kvFree(block);
-    SetUp(); // forgets the mistake
+    SetUp(); // restarts the count of wrong deletes
 }
 
 TEST_F(NewTracking, CountsAreExactAcrossThreads) {

@@ -1,4 +1,4 @@
-// What a selection set holds to between two operations. Tests ask after every step.
+// Checks of a selection set's invariants. They hold between two operations.
 #pragma once
 
 #include "selectcontext/GxapSelectSet.h"
@@ -12,7 +12,7 @@
 
 namespace kvtest {
 
-// Removing by main and sub id drops every index entry of the main id, also those of records that stay.
+// The removal by main and sub id drops every index entry of the main id, also those of remaining records.
 enum class IndexState { kComplete, kMayLackEntries };
 
 namespace setinvariants {
@@ -41,8 +41,9 @@ inline StoredRecords storedRecords(const Store& store) {
     return records;
 }
 
-// Whether the index names each record of the store once, under its main id, equal keys in store order:
-// records are only ever added behind the last one, so that is the order in which their entries were inserted.
+// Whether the index has one entry for each record, under the record's main id.
+// Entries of one id are in the order of their insertion. That is the store order, since records are only
+// appended.
 inline ::testing::AssertionResult indexMatches(const GxapSelectSet::SSetData& data, StoredRecords records,
                                                IndexState state) {
     using ::testing::AssertionFailure;

@@ -1,4 +1,4 @@
-// What tests that start threads share; the thread sanitizer is their judge.
+// Fixture and helpers of tests that start threads. The thread sanitizer checks them.
 #pragma once
 
 #include "platform/inmemory/InMemoryOsBase.h"
@@ -14,8 +14,12 @@
 
 namespace kvtest {
 
-// The books of memory and events are kept under locks, which would order the threads and so hide what is
-// wrong: here they are closed.
+// A fixture without logs and without allocation tracking. Both lock a mutex, which would order the threads
+// and hide data races.
+//
+// Invariant during a test: no log and no tracker is on.
+//
+// Thread safety: as KvTest.
 class ThreadTest : public KvTest {
 protected:
     void SetUp() override {
@@ -26,8 +30,8 @@ protected:
     }
 };
 
-// Runs work(n) for each n below count on a thread of its own. All begin at the same moment, and nothing after
-// that orders one against another.
+// Runs work(n) for each n below `count`, each on its own thread. All calls start at the same moment.
+// After the start, the function does not order the threads.
 inline void onThreads(std::size_t count, const std::function<void(std::size_t)>& work) {
     std::atomic<std::size_t> missing{count};
     std::vector<std::thread> threads;
@@ -43,8 +47,8 @@ inline void onThreads(std::size_t count, const std::function<void(std::size_t)>&
         thread.join();
 }
 
-// Waits until a count of owners is one. The reads are relaxed, so that it is the library's own look at the
-// count that orders what the last owner does next.
+// Waits until a reference count is one. The reads are relaxed, so they order nothing. The library's own read
+// of the count has to order the work of the last owner.
 inline void waitUntilOne(const std::atomic<std::uint32_t>& count) {
     while (count.load(std::memory_order_relaxed) != 1)
         std::this_thread::yield();

@@ -12,15 +12,20 @@ namespace {
 
 constexpr const wchar_t* kNoFile = L"\"\"";
 
-// Counts from the moment of its construction, since an exception may live where an earlier one was deleted.
-class RecorderWatch {
+// The part of the crash recorder's log that is newer than the object.
+// Older entries do not count: a new exception may have the address of a deleted one.
+//
+// Invariant: mBefore is the length of the log at the construction.
+//
+// Thread safety: none.
+class NewRecords {
 public:
-    RecorderWatch() : mBefore(kvinmemory::recordedExceptions().size()) {}
+    NewRecords() : mBefore(kvinmemory::recordedExceptions().size()) {}
 
-    long timesSeen(const KvException* exception) const {
-        const auto records = kvinmemory::recordedExceptions();
-        const auto first = records.begin() + static_cast<std::ptrdiff_t>(std::min(mBefore, records.size()));
-        return std::count_if(first, records.end(), [exception](const kvinmemory::RecordedException& record) {
+    long count(const KvException* exception) const {
+        const auto log = kvinmemory::recordedExceptions();
+        const auto first = log.begin() + static_cast<std::ptrdiff_t>(std::min(mBefore, log.size()));
+        return std::count_if(first, log.end(), [exception](const kvinmemory::RecordedException& record) {
             return record.exception == exception;
         });
     }
@@ -30,34 +35,34 @@ private:
 };
 
 template <class E>
-void expectRaisedTheOneWay(const E& exception, const RecorderWatch& watch) {
+void expectRaised(const E& exception, const NewRecords& records) {
     EXPECT_STREQ(exception.file(), kNoFile);
     EXPECT_EQ(exception.line(), 0);
     if (!kvinmemory::isRecordingExceptions())
         return;
-    EXPECT_EQ(watch.timesSeen(&exception), 1) << "the crash recorder is shown an exception once";
+    EXPECT_EQ(records.count(&exception), 1) << "the crash recorder is shown an exception once";
 }
 
 } // namespace
 
 void expectStatus(const std::function<void()>& f, int status, const char* file, int line) {
     const ::testing::ScopedTrace trace(file, line, "expected a KvErrorStatus");
-    const RecorderWatch watch;
+    const NewRecords records;
     const auto exception = thrown<KvErrorStatus>(f);
     if (exception == nullptr)
         return;
     EXPECT_EQ(exception->status(), status);
-    expectRaisedTheOneWay(*exception, watch);
+    expectRaised(*exception, records);
 }
 
 void expectMessage(const std::function<void()>& f, const wchar_t* message, const char* file, int line) {
     const ::testing::ScopedTrace trace(file, line, "expected a KvExceptionWithMsg");
-    const RecorderWatch watch;
+    const NewRecords records;
     const auto exception = thrown<KvExceptionWithMsg>(f);
     if (exception == nullptr)
         return;
     EXPECT_STREQ(exception->message(), message);
-    expectRaisedTheOneWay(*exception, watch);
+    expectRaised(*exception, records);
 }
 
 } // namespace kvtest

@@ -1,4 +1,4 @@
-// Catches what is thrown as a pointer, and looks at it.
+// Checks of exceptions that are thrown as pointers.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -10,8 +10,8 @@
 
 namespace kvtest {
 
-// Runs f, which is to throw a pointer to an object of just the type E, and answers that object; null and a
-// failure of the test if it throws nothing or anything else.
+// Runs `f` and returns the exception that it throws. `f` must throw a pointer to an object of exactly type E.
+// Otherwise the test fails and the result is null.
 template <class E, class F>
 std::unique_ptr<E> thrown(F f) {
     try {
@@ -30,9 +30,10 @@ std::unique_ptr<E> thrown(F f) {
     return nullptr;
 }
 
-// f throws a KvErrorStatus of this status, or a KvExceptionWithMsg of this message, raised the one way: file
-// argument L"\"\"", line 0, and shown to the in-memory platform's recording crash recorder, if that is
-// installed, once. A failure names the place of the call.
+// Expects that `f` throws a KvErrorStatus with this status, or a KvExceptionWithMsg with this message.
+// The exception has the file name L"\"\"" and line 0.
+// The in-memory platform's crash recorder, if installed, has logged it once.
+// A failure names the file and line of the caller.
 void expectStatus(const std::function<void()>& f, int status, const char* file = __builtin_FILE(),
                   int line = __builtin_LINE());
 void expectMessage(const std::function<void()>& f, const wchar_t* message,

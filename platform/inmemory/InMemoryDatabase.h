@@ -225,13 +225,13 @@ struct DatabaseEvent {
     DatabaseCall call;
     GxDbObjectId id;                  // Open: the argument; otherwise the object's id
     const GxDbObject* object;         // the object of the call; Open: the result, or null
-    const GxDbFullSubentPath* path;   // the path highlighted, destroyed, or assigned to
+    const GxDbFullSubentPath* path;   // the path highlighted, copied to, assigned to or destroyed
     const GxDbFullSubentPath* source; // PathCopy, PathAssignment: the source path
-    PathContents contents;            // Highlight, Unhighlight, PathCopy, PathAssignment: of the source path
-    bool entityFlag;                  // Highlight, Unhighlight
-    GxErrorStatus status;             // Open, Close: the returned status
-    GxDb::OpenMode mode;              // Open
-    bool openErased;                  // Open
+    PathContents contents; // Highlight, Unhighlight: of `path`; PathCopy, PathAssignment: of `source`
+    bool entityFlag;       // Highlight, Unhighlight
+    GxErrorStatus status;  // Open, Close: the returned status
+    GxDb::OpenMode mode;   // Open
+    bool openErased;       // Open
 };
 
 // The calls while logging was on, oldest first.

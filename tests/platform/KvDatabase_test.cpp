@@ -141,12 +141,13 @@ TEST_F(SubentPath, PathsLeaveNothingBehind) {
 
 // ---- Opening
 
-// Opens an id and answers what came back; closes it again.
+// The result of one call of gxdbOpenObject.
 struct Opened {
     GxErrorStatus status;
     GxDbEntity* entity;
 };
 
+// Opens an id and closes the entity again.
 Opened openAndClose(GxDbObjectId id, GxDb::OpenMode mode = GxDb::kForRead, bool openErased = false) {
     GxDbEntity* entity = nullptr;
     const GxErrorStatus status = gxdbOpenObject(entity, id, mode, openErased);

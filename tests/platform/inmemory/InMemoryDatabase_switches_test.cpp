@@ -140,7 +140,7 @@ TEST_F(ForcedOpening, EndsWhenOpeningIsAllowed) {
 
 // ---- Failures
 
-// The number that the failure of the call carries; 0 when it does not fail.
+// The call number of the PlatformFailure that `f` throws. 0: `f` throws nothing.
 template <class F>
 long failureOf(F f) {
     try {
@@ -178,7 +178,7 @@ TEST_F(FailingPlatform, TheNthPathAssignmentThrowsAndChangesNothing) {
     EXPECT_EQ(failureOf([&] { path = other; }), 0);
 }
 
-// ---- Calling back
+// ---- The highlight callback
 
 TEST_F(HighlightCallback, SeesEveryCallWhileItLasts) {
     Entity entity;
@@ -217,7 +217,7 @@ TEST_F(HighlightCallback, WhatItThrowsLeavesTheCall) {
 
 // ---- The log
 
-TEST_F(DatabaseLog, WritesOpeningAndClosingDown) {
+TEST_F(DatabaseLog, HasOpeningsAndClosings) {
     Database database;
     const GxDbObjectId id = database.addEntity();
     GxDbEntity* entity = nullptr;
@@ -237,7 +237,7 @@ TEST_F(DatabaseLog, WritesOpeningAndClosingDown) {
     EXPECT_EQ(events[1].status, eOk);
 }
 
-TEST_F(DatabaseLog, WritesFailedOpeningsDown) {
+TEST_F(DatabaseLog, HasFailedOpenings) {
     GxDbEntity* entity = nullptr;
     gxdbOpenObject(entity, id(9), GxDb::kForWrite, false);
     const auto opens = databaseEvents(DatabaseCall::Open);
@@ -249,7 +249,7 @@ TEST_F(DatabaseLog, WritesFailedOpeningsDown) {
     EXPECT_FALSE(opens[0].openErased);
 }
 
-TEST_F(DatabaseLog, WritesDeletionsDown) {
+TEST_F(DatabaseLog, HasDeletions) {
     const GxDbObject* address = nullptr;
     {
         const Entity entity;
@@ -261,7 +261,7 @@ TEST_F(DatabaseLog, WritesDeletionsDown) {
     EXPECT_TRUE(deletions[0].id.isNull());
 }
 
-TEST_F(DatabaseLog, WritesHighlightsDownWithWhatThePathSaid) {
+TEST_F(DatabaseLog, HasHighlightsWithTheContentsOfThePath) {
     Database database;
     const GxDbObjectId drawn = database.addEntity();
     GxDbFullSubentPath path = subentPath({1, 2}, 3, 4);
@@ -283,7 +283,7 @@ TEST_F(DatabaseLog, WritesHighlightsDownWithWhatThePathSaid) {
     EXPECT_FALSE(off.entityFlag);
 }
 
-TEST_F(DatabaseLog, WritesPathsDown) {
+TEST_F(DatabaseLog, HasPathCopiesAssignmentsAndDestructions) {
     GxDbFullSubentPath source = subentPath({1, 2});
     const GxDbFullSubentPath* copied = nullptr;
     {
@@ -304,7 +304,7 @@ TEST_F(DatabaseLog, WritesPathsDown) {
     EXPECT_EQ(events[2].path, copied);
 }
 
-TEST_F(DatabaseLog, WritesNameKeysDown) {
+TEST_F(DatabaseLog, HasNameKeys) {
     std::array<long, 2> name{4711, 99};
     gxdbInitGdsNameKey(name.data());
     const auto calls = nameKeyCalls();
@@ -346,7 +346,7 @@ TEST_F(DatabaseLog, IsSilentWhileLoggingIsOff) {
     EXPECT_TRUE(nameKeyCalls().empty());
 }
 
-// ---- Putting everything back
+// ---- Reset
 
 TEST_F(DatabaseReset, TurnsEverySwitchOff) {
     Database database;

@@ -9,7 +9,7 @@ namespace {
 
 using InMemoryGeometry = kvtest::KvTest;
 
-TEST_F(InMemoryGeometry, ComparisonsAreWrittenDown) {
+TEST_F(InMemoryGeometry, ComparisonsAreLogged) {
     const GxGeMatrix3d left;
     GxGeMatrix3d right;
     right.entry[0][3] = 1;
@@ -27,7 +27,7 @@ TEST_F(InMemoryGeometry, ComparisonsAreWrittenDown) {
     EXPECT_LT(comparisons[0].sequence, comparisons[1].sequence);
 }
 
-TEST_F(InMemoryGeometry, NothingIsWrittenDownWhileLoggingIsOff) {
+TEST_F(InMemoryGeometry, NothingIsLoggedWhileLoggingIsOff) {
     kvinmemory::setLogging(false);
     const GxGeMatrix3d matrix;
     EXPECT_TRUE(matrix.isEqualTo(matrix));

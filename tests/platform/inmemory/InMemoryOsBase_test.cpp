@@ -14,7 +14,9 @@ namespace {
 
 using namespace kvinmemory;
 
-// On the bare platform: these tests free wrongly on purpose, which the fixture of the others would report.
+// Resets the platform and checks nothing. These tests make wrong frees, which kvtest::KvTest would report.
+//
+// Thread safety: SetUp and TearDown run while the test has no other thread.
 class InMemoryOsBase : public ::testing::Test {
 protected:
     void SetUp() override { resetAll(); }
@@ -28,7 +30,7 @@ using InMemoryReset = InMemoryOsBase;
 
 // ---- Counting
 
-TEST_F(InMemoryMemory, NothingIsCountedUnlessItIsAskedFor) {
+TEST_F(InMemoryMemory, NothingIsCountedUnlessTrackingIsOn) {
     _kvFree(_kvMalloc(8));
     EXPECT_FALSE(isTrackingMemory());
     EXPECT_EQ(mallocCalls(), 0);
@@ -86,7 +88,7 @@ TEST_F(InMemoryMemory, CountsAreExactAcrossThreads) {
 
 // ---- Wrong frees
 
-TEST_F(InMemoryMemory, AForeignPointerIsCountedAndLeftAlone) {
+TEST_F(InMemoryMemory, AForeignPointerIsCountedAndNotFreed) {
     trackMemory(true);
     const auto own = std::make_unique<int>(42);
     kvtest::freeByMistake(own.get());
@@ -104,7 +106,7 @@ TEST_F(InMemoryMemory, APointerIntoABlockIsForeign) {
     _kvFree(block);
 }
 
-TEST_F(InMemoryMemory, ASecondFreeIsCountedAndLeftAlone) {
+TEST_F(InMemoryMemory, ASecondFreeIsCountedAndDoesNothing) {
     trackMemory(true);
     void* block = _kvMalloc(16);
     _kvFree(block);
@@ -119,12 +121,12 @@ TEST_F(InMemoryMemory, ABlockIsLiveFromMallocToFree) {
     EXPECT_TRUE(isLiveBlock(block));
     EXPECT_FALSE(isLiveBlock(static_cast<char*>(block) + 1));
     _kvFree(block);
-    EXPECT_FALSE(isLiveBlock(block)); // NOLINT: compared, not read
+    EXPECT_FALSE(isLiveBlock(block)); // NOLINT: the address is compared, the block is not read
 }
 
 // ---- Failing
 
-// Which of some calls fail: true for each that answers null.
+// Calls _kvMalloc repeatedly. An element is true if the call returned null.
 std::vector<bool> failures(int calls) {
     std::vector<bool> failed;
     for (int i = 0; i < calls; ++i) {
@@ -173,28 +175,28 @@ TEST_F(InMemoryMemory, AFailedCallIsACallAndNoBlock) {
 
 // ---- The recorder
 
-TEST_F(InMemoryRecorder, WritesDownStatusesAndMessages) {
+TEST_F(InMemoryRecorder, LogsStatusesAndMessages) {
     installCrashRecorder();
     KvErrorStatus status(24, L"a.cpp", 3);
     KvExceptionWithMsg message(L"b.cpp", 4, L"no layer");
     gxapGetCrashRecorder()->recordException(&status);
     gxapGetCrashRecorder()->recordException(&message);
-    const auto notes = recordedExceptions();
-    ASSERT_EQ(notes.size(), 2u);
-    EXPECT_EQ(notes[0].exception, &status);
-    EXPECT_EQ(notes[0].kind, ExceptionKind::Status);
-    EXPECT_EQ(notes[0].status, 24);
-    EXPECT_STREQ(notes[0].file, L"a.cpp");
-    EXPECT_EQ(notes[0].line, 3);
-    EXPECT_EQ(notes[1].exception, &message);
-    EXPECT_EQ(notes[1].kind, ExceptionKind::Message);
-    EXPECT_STREQ(notes[1].message, L"no layer");
-    EXPECT_STREQ(notes[1].file, L"b.cpp");
-    EXPECT_EQ(notes[1].line, 4);
-    EXPECT_LT(notes[0].sequence, notes[1].sequence);
+    const auto log = recordedExceptions();
+    ASSERT_EQ(log.size(), 2u);
+    EXPECT_EQ(log[0].exception, &status);
+    EXPECT_EQ(log[0].kind, ExceptionKind::Status);
+    EXPECT_EQ(log[0].status, 24);
+    EXPECT_STREQ(log[0].file, L"a.cpp");
+    EXPECT_EQ(log[0].line, 3);
+    EXPECT_EQ(log[1].exception, &message);
+    EXPECT_EQ(log[1].kind, ExceptionKind::Message);
+    EXPECT_STREQ(log[1].message, L"no layer");
+    EXPECT_STREQ(log[1].file, L"b.cpp");
+    EXPECT_EQ(log[1].line, 4);
+    EXPECT_LT(log[0].sequence, log[1].sequence);
 }
 
-TEST_F(InMemoryRecorder, WritesDownWhatIsNeither) {
+TEST_F(InMemoryRecorder, LogsExceptionsOfOtherClasses) {
     installCrashRecorder();
     KvException exception;
     gxapGetCrashRecorder()->recordException(&exception);
@@ -222,7 +224,7 @@ TEST_F(InMemoryRecorder, TheCallersOwnTakesItsPlace) {
 
 // ---- The lock
 
-TEST_F(InMemoryLock, CallsAreWrittenDownWhileLoggingIsOn) {
+TEST_F(InMemoryLock, CallsAreLoggedWhileLoggingIsOn) {
     KvLocker locker;
     locker.lock();
     setLogging(true);
@@ -238,7 +240,7 @@ TEST_F(InMemoryLock, CallsAreWrittenDownWhileLoggingIsOn) {
     EXPECT_LT(calls[0].sequence, calls[1].sequence);
 }
 
-// ---- Putting everything back
+// ---- Reset
 
 TEST_F(InMemoryReset, TurnsEverySwitchOff) {
     setLogging(true);

@@ -3,8 +3,8 @@
 // All switches are off after loading and after resetAll() (InMemoryDatabase.h). _kvMalloc is then as fast as
 // malloc, and nothing is logged.
 //
-// Thread safety: every function may be called on any thread. The counts are exact once the threads that do
-// the counted work are joined.
+// Thread safety: every function but resetOsBase() may be called on any thread. The counts are exact once the
+// threads that do the counted work are joined.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -146,6 +146,7 @@ KV_SEAM_API MallocVector<LockCall> lockCalls();
 
 // Turns the switches of this library off and empties its logs. The sequence starts again at 1.
 // gpEmptyVectorData points to the empty block again. The block's count does not change.
+// No other thread constructs a vector meanwhile.
 KV_SEAM_API void resetOsBase();
 
 } // namespace kvinmemory

@@ -358,4 +358,14 @@ struct Destroy {
     std::unique_ptr<Set> mSet = std::make_unique<Set>();
 };
 
+template <class... Operations>
+struct OperationList {};
+
+// In the order in which they are reported.
+template <class Set>
+using AllOperations = OperationList<Select<Set>, Reselect<Set>, Presence<Set>, Position<Set>, Walk<Set>,
+                                    Nth<Set>, HandleCopy<Set>, FirstWrite<Set>, RemoveHalf<Set>,
+                                    RemoveAllForward<Set>, RemoveAllBackward<Set>, Merge<Set>, Minus<Set>,
+                                    Contains<Set>, SetUnique<Set>, Destroy<Set>>;
+
 } // namespace kvbench

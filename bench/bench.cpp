@@ -8,18 +8,15 @@
 #include "bench/FullSpeed.h"
 #include "bench/Measure.h"
 #include "bench/Operations.h"
+#include "bench/Sizes.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
-#include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
 
 namespace kvbench {
 namespace {
-
-using Sizes = std::vector<std::size_t>;
 
 template <class Operation>
 void measure(benchmark::State& state, std::size_t count, Order order) {
@@ -53,11 +50,11 @@ std::string nameFor(const char* operation, Order order, std::size_t count, const
     return std::string(operation) + "/" + nameOf(order) + "/" + std::to_string(count) + "/" + contender;
 }
 
-template <template <class> class Operation, class Set>
+template <class Set, class Operation>
 void add(std::size_t count, Order order) {
     benchmark::RegisterBenchmark(
-        nameFor(Operation<Set>::kName, order, count, Set::kName).c_str(),
-        [count, order](benchmark::State& state) { measure<Operation<Set>>(state, count, order); })
+        nameFor(Operation::kName, order, count, Set::kName).c_str(),
+        [count, order](benchmark::State& state) { measure<Operation>(state, count, order); })
         ->UseManualTime()
         ->Iterations(1);
 }
@@ -73,24 +70,9 @@ void addMemory(std::size_t count, Order order) {
         ->Repetitions(1);
 }
 
-template <class Set>
-void addAll(std::size_t count, Order order) {
-    add<Select, Set>(count, order);
-    add<Reselect, Set>(count, order);
-    add<Presence, Set>(count, order);
-    add<Position, Set>(count, order);
-    add<Walk, Set>(count, order);
-    add<Nth, Set>(count, order);
-    add<HandleCopy, Set>(count, order);
-    add<FirstWrite, Set>(count, order);
-    add<RemoveHalf, Set>(count, order);
-    add<RemoveAllForward, Set>(count, order);
-    add<RemoveAllBackward, Set>(count, order);
-    add<Merge, Set>(count, order);
-    add<Minus, Set>(count, order);
-    add<Contains, Set>(count, order);
-    add<SetUnique, Set>(count, order);
-    add<Destroy, Set>(count, order);
+template <class Set, class... Operations>
+void addAll(OperationList<Operations...>, std::size_t count, Order order) {
+    (add<Set, Operations>(count, order), ...);
     addMemory<Set>(count, order);
 }
 
@@ -99,8 +81,8 @@ void addAll(const Sizes& sizes) {
     for (const std::size_t count : sizes) {
         if (count > Set::kLargest)
             continue;
-        addAll<Set>(count, Order::kAscending);
-        addAll<Set>(count, Order::kShuffled);
+        addAll<Set>(AllOperations<Set>(), count, Order::kAscending);
+        addAll<Set>(AllOperations<Set>(), count, Order::kShuffled);
     }
 }
 
@@ -112,21 +94,14 @@ struct All {
 // Takes --sizes=N,N... out of the arguments. Empty for a list with something else than sizes in it.
 Sizes takeSizes(int& argc, char** argv) {
     constexpr char kFlag[] = "--sizes=";
+    constexpr std::size_t kLength = sizeof kFlag - 1;
     char** const end = argv + argc;
-    char** const found = std::find_if(
-        argv + 1, end, [&](char* arg) { return std::strncmp(arg, kFlag, sizeof kFlag - 1) == 0; });
+    char** const found =
+        std::find_if(argv + 1, end, [&](char* arg) { return std::strncmp(arg, kFlag, kLength) == 0; });
     if (found == end)
         return {100, 1000, 10000, 100000, 1000000};
 
-    Sizes sizes;
-    for (const char* at = *found + sizeof kFlag - 2; *at != '\0';) {
-        char* next = nullptr;
-        const unsigned long size = std::strtoul(at + 1, &next, 10);
-        if (size == 0 || (*next != ',' && *next != '\0'))
-            return {};
-        sizes.push_back(size);
-        at = next;
-    }
+    const Sizes sizes = sizesOf(*found + kLength);
     std::copy(found + 1, end, found);
     --argc;
     return sizes;

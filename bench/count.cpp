@@ -1,0 +1,148 @@
+// Runs every operation of the library in a process of its own for callgrind, which counts what run() does,
+// and only that, and dumps it under the name operation/order/size/items. scripts/bench --counts reports on
+// the dumps.
+//
+// --sizes=100,10000 (default: these two) picks the sizes, --filter=REGEX the operation/order/size.
+
+#include "bench/Child.h"
+#include "bench/Measure.h"
+#include "bench/Operations.h"
+#include "bench/Sizes.h"
+#include "bench/peers/SelectContext.h"
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <regex>
+#include <string>
+#include <valgrind/callgrind.h>
+#include <vector>
+
+namespace kvbench {
+namespace {
+
+// What is done with large sets while one exists is done in a tenth of the time, and leaves the simulated
+// caches empty.
+class Unwatched {
+public:
+    explicit Unwatched(std::size_t count) : mIsLarge(!isSmall(count)) {
+        if (mIsLarge)
+            CALLGRIND_STOP_INSTRUMENTATION;
+    }
+    ~Unwatched() {
+        if (mIsLarge)
+            CALLGRIND_START_INSTRUMENTATION;
+    }
+    Unwatched(const Unwatched&) = delete;
+    Unwatched& operator=(const Unwatched&) = delete;
+
+private:
+    bool mIsLarge;
+};
+
+template <class Operation>
+std::size_t collect(Operation& operation) {
+    CALLGRIND_TOGGLE_COLLECT;
+    operation.run();
+    CALLGRIND_TOGGLE_COLLECT;
+    operation.check();
+    return operation.itemsDealtWith();
+}
+
+template <class Operation>
+std::unique_ptr<Operation> prepared(std::size_t count, Order order) {
+    const Unwatched meanwhile(count);
+    return std::make_unique<Operation>(count, order);
+}
+
+// After a first run, which brings into the caches what stays there.
+template <class Operation>
+std::size_t collectRepeatable(std::size_t count, Order order) {
+    std::vector<std::unique_ptr<Operation>> operations;
+    while (operations.size() < setsOf(count))
+        operations.push_back(prepared<Operation>(count, order));
+    for (const auto& operation : operations)
+        operation->run();
+    std::size_t items = 0;
+    for (const auto& operation : operations)
+        items += collect(*operation);
+    return items;
+}
+
+// Small sets in memory that a first one has given back, large ones in fresh memory.
+template <class Operation>
+std::size_t collectFresh(std::size_t count, Order order) {
+    if (isSmall(count))
+        prepared<Operation>(count, order)->run();
+    std::size_t items = 0;
+    for (std::size_t i = 0; i < setsOf(count); ++i)
+        items += collect(*prepared<Operation>(count, order));
+    return items;
+}
+
+template <class Operation>
+std::size_t collectAny(std::size_t count, Order order) {
+    if constexpr (Operation::kIsRepeatable)
+        return collectRepeatable<Operation>(count, order);
+    else
+        return collectFresh<Operation>(count, order);
+}
+
+template <class Operation>
+void count(std::size_t count, Order order, const std::regex& filter) {
+    const std::string name =
+        std::string(Operation::kName) + "/" + nameOf(order) + "/" + std::to_string(count);
+    if (!std::regex_search(name, filter))
+        return;
+    prepareIndices(count, order);
+    const auto items = inChild([&] {
+        const std::size_t collected = collectAny<Operation>(count, order);
+        const std::string dump = name + "/" + std::to_string(collected); // outlives the macro's statements
+        CALLGRIND_DUMP_STATS_AT(dump.c_str());
+        return collected;
+    });
+    require(items.has_value());
+}
+
+template <class... Operations>
+void countAll(OperationList<Operations...>, const Sizes& sizes, const std::regex& filter) {
+    for (const std::size_t size : sizes) {
+        for (const Order order : {Order::kAscending, Order::kShuffled})
+            (count<Operations>(size, order, filter), ...);
+    }
+}
+
+// What follows `flag` where the argument begins with it.
+const char* valueOf(const char* argument, const char* flag) {
+    const std::size_t length = std::strlen(flag);
+    return std::strncmp(argument, flag, length) == 0 ? argument + length : nullptr;
+}
+
+int run(int argc, char** argv) {
+    Sizes sizes{100, 10000};
+    std::regex filter("");
+    for (int i = 1; i < argc; ++i) {
+        if (const char* const list = valueOf(argv[i], "--sizes="))
+            sizes = sizesOf(list);
+        else if (const char* const pattern = valueOf(argv[i], "--filter="))
+            filter = pattern;
+        else
+            sizes.clear();
+    }
+    if (sizes.empty()) {
+        std::fputs("usage: kv_count [--sizes=N,N...] [--filter=REGEX]\n", stderr);
+        return 2;
+    }
+    countAll(AllOperations<SelectContext>(), sizes, filter);
+    return 0;
+}
+
+} // namespace
+} // namespace kvbench
+
+int main(int argc, char** argv) try {
+    return kvbench::run(argc, argv);
+} catch (const std::regex_error& error) {
+    std::fprintf(stderr, "kv_count: --filter: %s\n", error.what());
+    return 2;
+}

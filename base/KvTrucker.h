@@ -37,7 +37,7 @@ public:
 //  1. `head` and `tail` are both null or the ends of one chain linked by `next`.
 //  2. A page's slots before `fillEnd` have been used, those from there on are free.
 //  3. `liveCount` is the number of occupied slots of the page.
-//  4. A page that a removal empties is unlinked and freed, unless removeSlot() was told to keep it.
+//  4. A page that a removal empties is unlinked and freed, unless removeSlot() is asked to keep it.
 //
 // The fields are public and callers may change them. Every operation stays within the pages' blocks whatever
 // the counts say. A page that a caller takes out of the chain is not freed by the store, and has to live
@@ -74,7 +74,7 @@ public:
     static_assert(std::is_nothrow_default_constructible_v<T> && std::is_nothrow_copy_assignable_v<T>,
                   "filling a page and storing a value cannot throw");
 
-    // The state before the first element, and the answer of positionOf() where there is none.
+    // The state before the first element, and what positionOf() returns for no element.
     static constexpr std::uint32_t kNoPosition = 0xFFFFFFFFu;
 
     // A cursor. It is not adjusted when slots are removed, but it never reads a page that was freed: before
@@ -212,6 +212,14 @@ public:
     // Back to a store without pages. O(pages).
     void freeAllPages();
 
+    // The slots that were used at some time. O(pages).
+    std::size_t usedSlots() const noexcept {
+        std::size_t used = 0;
+        for (const Page* page = head; page; page = page->next)
+            used += static_cast<std::size_t>(page->fillEnd - page->slots);
+        return used;
+    }
+
     // Follows what a caller has changed by hand: pages, slots and their chain. O(pages).
     void forgetHints() noexcept;
 
@@ -281,7 +289,7 @@ private:
         return static_cast<std::uint32_t>(slot - page->slots);
     }
 
-    // The n-th occupied slot of the page where arithmetic or bits can tell, else null.
+    // The n-th occupied slot of the page, by arithmetic or bitmap; null if neither applies.
     static Slot* nthByShortcut(const Page* page, std::uint32_t n) noexcept;
     void vacate(Page* page, Slot* slot) noexcept;
     static void startBits(Page* page) noexcept;
@@ -292,8 +300,14 @@ private:
                mIndex.verify(head, mEpoch.current());
     }
 
-    Page* skipPages(std::uint32_t& remaining) const noexcept;
-    Page* skipIndexedPages(std::uint32_t& remaining) const noexcept;
+    // An element by its page and its number in there; null for the page when the pages end first.
+    struct InPage {
+        Page* page;
+        std::uint32_t number;
+    };
+    InPage inPage(std::uint32_t i) const noexcept;
+    // Out of line, so that stores of few pages do not save registers for it.
+    [[gnu::noinline]] InPage inIndexedPage(std::uint32_t i) const noexcept;
     std::uint32_t liveBefore(const Page* page) const noexcept;
 
     // Addresses are compared as integers: they may come from anywhere.
@@ -500,8 +514,7 @@ auto KvTrucker<T, PageBytes, Allocator>::elementAt(int i, Page** page, unsigned*
     if (i < 0)
         kvdetail::raiseStatus(kvdetail::kStatusInvalidIndex);
 
-    auto remaining = static_cast<std::uint32_t>(i);
-    Page* const p = skipPages(remaining);
+    auto [p, remaining] = inPage(static_cast<std::uint32_t>(i));
     if (!p)
         return nullptr;
 
@@ -686,7 +699,7 @@ void KvTrucker<T, PageBytes, Allocator>::freePage(Page* page) noexcept {
         kvdetail::StoreEpoch::raiseAll();
 }
 
-// A page that a caller has taken out of the chain is left alone.
+// Does nothing for a page that a caller has taken out of the chain.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::unlinkAndFree(Page* page) noexcept {
     if (!contains(page))
@@ -783,38 +796,35 @@ void KvTrucker<T, PageBytes, Allocator>::startBits(Page* page) noexcept {
         page->occupied.set(numberOf(page, slot));
 }
 
-// Moves `remaining` past the whole pages before the one that holds the element, which is returned; null when
-// the pages end first.
 template <class T, unsigned PageBytes, class Allocator>
-auto KvTrucker<T, PageBytes, Allocator>::skipPages(std::uint32_t& remaining) const noexcept -> Page* {
-    if (isIndexed()) {
-        if (Page* const page = skipIndexedPages(remaining))
-            return page;
+auto KvTrucker<T, PageBytes, Allocator>::inPage(std::uint32_t i) const noexcept -> InPage {
+    if (mIndex.isInUse()) {
+        const InPage indexed = inIndexedPage(i);
+        if (indexed.page)
+            return indexed;
     }
     Page* page = head;
-    for (; page && remaining >= page->liveCount; page = page->next)
-        remaining -= page->liveCount;
-    return page;
+    for (; page && i >= page->liveCount; page = page->next)
+        i -= page->liveCount;
+    return {page, i};
 }
 
-// The same by the page index; null, and nothing changed, where the pages end or the chain is another one. All
-// links are compared before one of them decides, so that no read of a page waits for the one before.
+// By the page index; without a page where the pages end or the chain is another one. All links are compared
+// before one of them decides, so that no read of a page waits for the one before.
 template <class T, unsigned PageBytes, class Allocator>
-auto KvTrucker<T, PageBytes, Allocator>::skipIndexedPages(std::uint32_t& remaining) const noexcept -> Page* {
+auto KvTrucker<T, PageBytes, Allocator>::inIndexedPage(std::uint32_t i) const noexcept -> InPage {
+    if (!isIndexed())
+        return {nullptr, i};
     const std::vector<Page*>& pages = mIndex.pages();
-    std::uint32_t left = remaining;
     bool isLinked = true;
-    std::size_t i = 0;
-    for (; left >= pages[i]->liveCount; ++i) {
-        if (i + 1 == pages.size())
-            return nullptr;
-        left -= pages[i]->liveCount;
-        isLinked &= pages[i]->next == pages[i + 1];
+    std::size_t number = 0;
+    for (; i >= pages[number]->liveCount; ++number) {
+        if (number + 1 == pages.size())
+            return {nullptr, i};
+        i -= pages[number]->liveCount;
+        isLinked &= pages[number]->next == pages[number + 1];
     }
-    if (!isLinked)
-        return nullptr;
-    remaining = left;
-    return pages[i];
+    return {isLinked ? pages[number] : nullptr, i};
 }
 
 // The occupied slots of the pages before this one; kNoPosition when it is not in the chain.

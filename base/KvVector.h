@@ -268,7 +268,7 @@ public:
     }
 
     // Makes a shared block private, keeping the first n elements, or all of them when n is 0; the number kept
-    // is the new length. A private block, or a null one, is left alone. O(elements kept).
+    // is the new length. A private block, or a null one, stays as it is. O(elements kept).
     void copyBeforeWrite(unsigned n) {
         if (!data.block || !RefCounter::isShared(data.block->refCount))
             return;

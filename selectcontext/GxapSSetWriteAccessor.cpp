@@ -108,10 +108,11 @@ void GxapSSetWriteAccessor::select(const GxDbObjectId& mainId, const GxDbObjectI
     const kvdetail::ItemKeys keys{mainId, subId, gsMarker, nestedPath};
     kvdetail::OwnedInfo info(entInfo);
     const SSetData& data = kvdetail::dataOf(*this);
-    const kvdetail::IdIndex::Run run =
-        kvdetail::isDuplicateLookedFor(data)
-            ? kvdetail::findItem(data, indexOf(data).find(mainId), keys, kvdetail::matrixOf(entInfo))
-            : kvdetail::IdIndex::Run{indexOf(data).endOf(mainId), false};
+    kvdetail::IdIndex::Run run = kvdetail::isDuplicateLookedFor(data)
+                                     ? indexOf(data).find(mainId)
+                                     : kvdetail::IdIndex::Run{indexOf(data).endOf(mainId), false};
+    if (run.isHeld)
+        run = kvdetail::findItem(data, run, keys, kvdetail::matrixOf(entInfo));
     if (!run.isHeld)
         kvdetail::addItem(*this, keys, std::move(info), run.entry);
 }
@@ -195,6 +196,8 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectI
     return true;
 }
 
+// Steps back by a store position of its own. A temporary iterator, which is allocated and registered, doubles
+// the instructions of a removal.
 bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
     if (!hasItems(*this) || it.isDone())
         return false;

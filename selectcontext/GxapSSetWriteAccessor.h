@@ -10,23 +10,24 @@
 // iterators that the accessor hands out afterwards are good until the next such step. Adding never moves a
 // record; removing adjusts no iterator.
 //
-// Bad arguments throw nothing: edits return false or do nothing. Two things alone throw beside that, and say
-// so: an iterator left on an item that was removed, and a path index of just the number of paths. Out of
-// memory is KvErrorStatus 6 or std::bad_alloc and leaves the set as it was or, for operations that edit item
-// by item, with whole items done. Arguments may be references into this very set. Costs: n is the number of
-// items, p = n / 4096 the number of pages; the O(n) of a copy-on-write comes on top where the data is shared.
+// Bad arguments throw nothing: edits return false or do nothing. There are two exceptions, which their
+// functions name: an iterator left on an item that was removed, and a path index equal to the number of
+// paths. Out of memory is KvErrorStatus 6 or std::bad_alloc. It leaves the set as it was or, for operations
+// that edit item by item, with whole items done. Arguments may be references into this very set. Costs: n is
+// the number of items, p = n / 4096 the number of pages. A copy-on-write adds O(n) where the data is shared.
 //
 // Thread safety: one thread at a time.
 class KVSELECTCONTEXT_API GxapSSetWriteAccessor : public GxapSelectSet {
 public:
     using GxapSelectSet::GxapSelectSet;
 
-    // Data that this set alone holds: its own, or a clone of what it shared. It stays the set's. O(1) or
-    // O(n).
+    // Data that no other set holds: the set's own, or a clone of the data that it shared. The data stays the
+    // set's. O(1), or O(n) for a clone.
     SSetData* writeData();
 
-    // Rebuilds the index from the store, for callers that replaced a record or its main id. Does not copy
-    // shared data: the index is rebuilt in place. O(n log n).
+    // Rebuilds the index from the store, for callers that changed a record's keys or replaced a record. It
+    // also follows what a caller has changed by hand in slots, pages and their chain. Does not copy shared
+    // data: the index is rebuilt in place. O(n), O(n log n) for ids in an order of their own.
     void updateDataMap();
 
     // Removes every item. Private data keeps its two flags; shared data is let go, and the fresh data has the
@@ -40,7 +41,8 @@ public:
     // bad index. A negative index, or an empty set, does not copy shared data. O(p + slots of a page).
     selected_entity** getAt(int index);
 
-    // Writable iterators on private data; end() alone copies nothing. Otherwise as those of GxapSelectSet.
+    // Writable iterators on private data. Only end() never copies shared data. Otherwise as those of
+    // GxapSelectSet.
     Iterator findItr(const GxDbObjectId& mainId);
     Iterator findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId);
     Iterator findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker);
@@ -66,7 +68,7 @@ public:
     // select() without marker, info and path.
     void append(const GxDbObjectId& mainId, const GxDbObjectId& subId);
 
-    // select() with the record's ids, marker and path, and a copy of its info. False for null alone: an item
+    // select() with the record's ids, marker and path, and a copy of its info. False only for null: an item
     // that is refused gives true. The record stays the caller's.
     bool append(const selected_entity* record);
 
@@ -90,10 +92,10 @@ public:
     // Makes this set the union of a and b, or a without the items of b (by their exact three keys). Null
     // operands count as empty. Data is shared where nothing has to be changed. O(items of b * log n).
     //
-    // A union has a's items as they are and then those of b that append() takes; it is `unique` if either
-    // is, and in nested mode if either is; where one operand is empty it shares the other's data, flags and
-    // all. Operands may be this set, but `a` takes its place first: merge(&a, this) gives a's items alone
-    // (twice where no set is unique), minus(&a, this) takes every item away that the index knows.
+    // A union has a's items as they are, and then those of b that append() takes. It is `unique` if either
+    // operand is, and in nested mode if either is. If one operand is empty it shares the other's data with
+    // its flags. Operands may be this set, but it becomes `a` first: merge(&a, this) gives a's items only
+    // (twice if neither set is unique), and minus(&a, this) takes away every item that the index has.
     void merge(const GxapSelectSet* a, const GxapSelectSet* b);
     void minus(const GxapSelectSet* a, const GxapSelectSet* b);
 
@@ -107,8 +109,8 @@ public:
 
     // Adds a copy of the path to the sub-selection of the item of the path's last id. An entity that the set
     // does not hold is added as a plain item, marked by an info whose first word is 6; the path's copy is
-    // left unreleased then, and belongs to nobody. False for a path without ids, an invalid last id, and an
-    // item that is no sub-selection.
+    // left unreleased then, without an owner. False for a path without ids, an invalid last id, and an item
+    // that is no sub-selection.
     bool appendSubentPathSubsel(const GxDbFullSubentPath& path);
 
     // Takes a path out of its item's sub-selection, by value or by position, and the item itself with its

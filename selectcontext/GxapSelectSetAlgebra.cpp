@@ -32,7 +32,7 @@ using kvdetail::SSetData;
 using kvdetail::Store;
 
 // Keeps shared data alive while its records are read and the set through which it was reached lets it go.
-// Data that nobody shares is left alone: one more holder would make the next write copy it.
+// Private data is not held: one more holder would make the next write copy it.
 class HeldData {
 public:
     explicit HeldData(const SSetData& data) : mData(data), mIsHeld(data.refCount.load() >= 2) {
@@ -102,8 +102,8 @@ public:
     // False, and nothing done, if the records cannot be had in the order of their ids, or there is no memory
     // for that.
     bool collect(const SSetData& added) noexcept try {
-        mRecords.reserve(added.entityCount);
-        mBatch.reserve(added.entityCount);
+        mRecords.reserve(added.entities->usedSlots());
+        mBatch.reserve(mRecords.capacity());
         kvdetail::forEachOccupied(*added.entities, [this](const Store::Slot* slot) {
             if (!slot->value || slot->value->mainEntId.isNull())
                 return;

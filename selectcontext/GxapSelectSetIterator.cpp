@@ -1,4 +1,4 @@
-// Iterators over a set, their registry, and what they read of and write to the current record.
+// Iterators over a set, their registry, and what they read from and write to the current record.
 
 #include "selectcontext/GxapSelectSet.h"
 #include "selectcontext/detail/SetData.h"
@@ -13,8 +13,8 @@ namespace {
 
 using kvdetail::Store;
 
-// Made at load, given up at unload. Each is a sharer of the empty block for as long; the second one is there
-// for that alone, as the block's count is visible.
+// Made at load, given up at unload. Each is a sharer of the empty block meanwhile. The second one exists only
+// for that, as callers can see the block's count.
 const KvVector<GxDbObjectId> sEmptyPath;
 const KvVector<int> sEmptyNumbers;
 

@@ -16,7 +16,7 @@ struct SetDeleter {
 };
 using OwnedSet = std::unique_ptr<GxapSelectSet, SetDeleter>;
 
-// An empty set in memory from _kvMalloc, or null where there is none.
+// An empty set in memory from _kvMalloc; null when there is no memory.
 OwnedSet makeSet() {
     kvdetail::OwnedMemory memory(_kvMalloc(sizeof(GxapSelectSet)));
     if (!memory)

@@ -97,8 +97,8 @@ bool GxapSSetWriteAccessor::appendSubentPathSubsel(const GxDbFullSubentPath& pat
         return true;
     }
 
-    // append() carries neither flag nor list over: the set gets a plain record, and the path's copy belongs
-    // to nobody once the list is gone.
+    // append() carries neither flag nor list over: the set gets a plain record, and the path's copy has no
+    // owner once the list is gone.
     selected_entity record;
     record.mainEntId = id;
     record.hasSubselPaths = true;

@@ -9,15 +9,15 @@
 #include <cstddef>
 #include <new>
 
-// The record of one selected item: which entity was picked, through which nested path, at which marker, with
-// what is highlighted or sub-selected of it. A record belongs to the set whose store holds it, and is
-// deleted the ordinary way wherever its memory comes from; removing an item frees its slot only and leaves
-// the record to whoever has its address.
+// The record of one selected item: which entity was picked, through which nested path, at which marker, and
+// what of it is highlighted or sub-selected. A record belongs to the set whose store holds it. Removing an
+// item frees its slot only: the record stays allocated, and its holder may delete it at any time, on any
+// thread. `delete record` is right wherever its memory comes from; `::delete record` is not supported.
 //
 // Invariants while a set holds the record:
 //  1. `mainEntId` is not null and does not change: the set's index is keyed by it.
 //  2. The record owns its info, both arrays, and one share of every path of `highlightSegmentArray`.
-//  3. The paths of `subselPathArray` belong to nobody: they outlive the record, on purpose.
+//  3. The paths of `subselPathArray` have no owner: they outlive the record, on purpose.
 //
 // Thread safety: that of the set that holds it.
 struct KVSELECTCONTEXT_API selected_entity {
@@ -33,15 +33,16 @@ struct KVSELECTCONTEXT_API selected_entity {
 
     selected_entity() = default;
 
-    // Both vectors without a block, for whoever gives them theirs at once.
+    // Both vectors without a block. For callers that give them theirs at once.
     explicit selected_entity(kvdetail::NoBlock none) noexcept : hlVpArray(none), nestedEntFullPath(none) {}
     selected_entity(const selected_entity&) = delete;
     selected_entity& operator=(const selected_entity&) = delete;
 
-    // Gives up what the record owns. Allocates nothing, never throws. O(highlight segments).
+    // Gives up what the record owns. A list of highlight segments that is shared is made private first, which
+    // takes a block of memory; without memory it is read in place. Never throws. O(highlight segments).
     ~selected_entity();
 
-    // Records are deleted the ordinary way, on any thread, wherever their memory comes from.
+    // Any thread.
     static void* operator new(std::size_t bytes);
     static void* operator new(std::size_t bytes, const std::nothrow_t& tag) noexcept;
     static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }

@@ -5,7 +5,7 @@
 
 namespace kvdetail {
 
-void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo info, IdIndex::Entry place) {
+void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo&& info, IdIndex::Entry place) {
     SSetData& held = *set.sharedData;
     // The memory of shared data is not touched.
     const bool isShared = held.refCount.load() >= 2;

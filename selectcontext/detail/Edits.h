@@ -14,7 +14,7 @@ inline bool isDuplicateLookedFor(const SSetData& data) noexcept {
 
 // Adds an item, at the end and whether or not it is there. `place` is the one behind all index entries of its
 // id. The keys may be part of the data that a copy-on-write lets go.
-void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo info, IdIndex::Entry place);
+void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo&& info, IdIndex::Entry place);
 
 // The occupied slot that an index entry names, with its page; both null for an entry without one.
 struct OccupiedSlot {

@@ -11,8 +11,8 @@
 namespace kvdetail {
 
 // Collects ids, each with a value of the caller's, and sorts them by the addresses of their stubs (LSD radix
-// sort). That most often is the order of the ids, but only the application can tell, so sort() compares each
-// id with the one before.
+// sort). Most often that is the order of the ids. Only the application knows that order, so sort() compares
+// each id with the one before.
 //
 // Invariant after sort() has returned true: the items are in the order of their ids. Items of one id have the
 // same stub, are neighbours, and are in the order in which they were added.

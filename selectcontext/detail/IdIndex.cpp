@@ -37,10 +37,10 @@ bool collectIds(const std::vector<Store::Slot*>& slots, IdBatch& batch) noexcept
 }
 
 // The same with the addresses of the slots.
-bool collectIds(const Store& store, std::size_t count, IdBatch& batch) noexcept try {
+bool collectIds(const Store& store, IdBatch& batch) noexcept try {
     if (!kHasIdBatch)
         return false;
-    batch.reserve(count);
+    batch.reserve(store.usedSlots());
     forEachRecordSlot(
         store, [&batch](const Store::Slot* slot) { batch.add(slot->value->mainEntId, slotAddress(slot)); });
     return batch.sort();
@@ -146,7 +146,7 @@ void IdIndex::rebuild() {
     if (!mData.entities)
         return;
     IdBatch batch;
-    if (collectIds(*mData.entities, mData.entityCount, batch)) {
+    if (collectIds(*mData.entities, batch)) {
         for (const IdBatch::Item& item : batch)
             mMap.emplace_hint(mMap.end(), item.id(), item.value);
         return;
@@ -161,6 +161,7 @@ std::vector<Store::Slot*> IdIndex::rebuildOfFirsts() {
     OwnedNodePool nodes = makeNodePool();
     DataMap firsts{DataMap::allocator_type(nodes.get())};
     std::vector<Store::Slot*> slots;
+    slots.reserve(mData.entities->usedSlots());
     forEachRecordSlot(*mData.entities, [&slots](Store::Slot* slot) { slots.push_back(slot); });
     IdBatch batch;
     if (collectIds(slots, batch)) {

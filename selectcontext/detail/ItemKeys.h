@@ -1,4 +1,4 @@
-// ItemKeys: by what an item is told from others of the same main id.
+// ItemKeys: what identifies an item among those of one main id.
 #pragma once
 
 #include "selectcontext/detail/OwnedInfo.h"
@@ -66,7 +66,7 @@ inline IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemK
 }
 
 // Gives a fresh record its keys, and the info. Without a path the record's stays empty.
-inline void setKeys(selected_entity& record, const ItemKeys& keys, OwnedInfo info) {
+inline void setKeys(selected_entity& record, const ItemKeys& keys, OwnedInfo&& info) {
     record.mainEntId = keys.mainId;
     record.subEntId = keys.subId;
     record.gsMarker = keys.gsMarker;

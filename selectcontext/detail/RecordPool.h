@@ -13,8 +13,8 @@
 namespace kvdetail {
 
 // Hands out records from chunks of 50, one after the other, and never hands memory out twice. A record may be
-// deleted by anybody at any time on any thread, also when its set is gone: removal leaves records to their
-// holders. The first few records of a set, and records outside any set, come from operator new one by one.
+// deleted at any time on any thread, also when its set is gone: removal leaves records to their holders. The
+// first few records of a set, and records outside any set, come from operator new one by one.
 //
 // Invariants:
 //  1. A record in a chunk lies at an odd multiple of 8, and the word before it is the address of its chunk. A
@@ -64,7 +64,7 @@ public:
             mSingles = kFewestRecords;
     }
 
-    // Memory at a multiple of 16: some systems' operator new aligns by 8 alone. std::bad_alloc when there is
+    // Memory at a multiple of 16: some systems' operator new aligns by 8 only. std::bad_alloc when there is
     // none.
     static void* allocateAligned(std::size_t bytes) {
         if constexpr (kNewIsAligned)

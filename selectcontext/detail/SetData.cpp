@@ -29,7 +29,7 @@ std::unique_ptr<selected_entity> newRecord(const SSetData& data) {
     return record;
 }
 
-void appendRecord(SSetData& data, std::unique_ptr<selected_entity> record, IdIndex::Entry place) {
+void appendRecord(SSetData& data, std::unique_ptr<selected_entity>&& record, IdIndex::Entry place) {
     if (!data.entities)
         data.entities = new Store; // data that a caller has made by hand
     AppendedRecords appended(*data.entities);

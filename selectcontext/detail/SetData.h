@@ -53,7 +53,7 @@ std::unique_ptr<selected_entity> newRecord(const SSetData& data);
 
 // Appends the record to store, count and index. All or nothing. `place` is the one behind all index entries
 // of the record's id.
-void appendRecord(SSetData& data, std::unique_ptr<selected_entity> record, IdIndex::Entry place);
+void appendRecord(SSetData& data, std::unique_ptr<selected_entity>&& record, IdIndex::Entry place);
 
 // Records that are appended to a store. Takes them back and deletes them, unless keep() is called.
 class AppendedRecords {
@@ -66,7 +66,7 @@ public:
             delete mStore.undoAppend();
     }
 
-    const Store::Slot* append(std::unique_ptr<selected_entity> record) {
+    const Store::Slot* append(std::unique_ptr<selected_entity>&& record) {
         const Store::Slot* const slot = mStore.append(record.get());
         record.release();
         ++mCount;

@@ -1,5 +1,3 @@
-// Lists of sub-entity paths, and who owns those that several records refer to.
-
 #include "selectcontext/detail/SharedPaths.h"
 #include "base/detail/Raise.h"
 
@@ -24,9 +22,9 @@ public:
 
     // True when the caller was the only owner left.
     bool drop(GxDbFullSubentPath* path) {
-        // A path that somebody else still owned has an entry, which this thread sees: it was made before the
-        // path came to this thread. Acquire makes what the owner before last did to the path visible to
-        // whoever deletes it.
+        // A path with another owner has an entry, which this thread sees: the entry was made before the path
+        // came to this thread. Acquire makes visible what the other owners did to the path before they gave
+        // it up.
         if (mSize.load(std::memory_order_acquire) == 0)
             return true;
         const std::lock_guard<std::mutex> guard(mMutex);

@@ -1,4 +1,4 @@
-// Lists of sub-entity paths, and the ownership of those that several records refer to.
+// SharedPaths: lists of sub-entity paths, and the owners of paths that several records refer to.
 #pragma once
 
 #include "base/KvVector.h"
@@ -6,17 +6,17 @@
 
 namespace kvdetail {
 
-// A clone's records share the path objects of the records that they copy, and any sharer may later change its
-// own list or die, on its own thread. Neither the list's count nor anything in the path itself can tell when
-// a path is free: a list may be made private while its paths stay shared, and callers put paths of their own
-// into lists. So the owners beyond the first are counted here, beside the paths.
+// A clone's records share the path objects of the records that they copy. Each sharer may later change its
+// list or die, on its own thread. The count of a list does not show when a path is free, as a list may be
+// made private while its paths stay shared. A count in the path itself is impossible, as callers put paths of
+// their own into lists. So the owners beyond the first are counted in a table beside the paths.
 //
 // Invariants:
 //  1. A path without an entry has one owner.
 //  2. A path with an entry of n has n + 1 owners.
 //
-// Thread safety: every function may be called from any thread. A lock guards the table alone; giving paths up
-// does not take it while no path is shared at all.
+// Thread safety: every function may be called from any thread. A lock guards the table and nothing else. It
+// is not taken to give paths up while no path is shared.
 
 // Makes the caller one more owner of every path of the list; null elements are skipped. All or, with
 // std::bad_alloc, none. O(paths log shared paths).

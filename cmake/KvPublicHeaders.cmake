@@ -16,7 +16,6 @@ set(KV_LIBRARY_HEADERS
     base/KvTrucker.h
     base/detail/Export.h
     base/detail/FibonacciHash.h
-    base/detail/HugePages.h
     base/detail/NodePool.h
     base/detail/OccupancyBitmap.h
     base/detail/PageIndex.h

@@ -69,25 +69,20 @@ void copyFields(const selected_entity& source, selected_entity& copy, EmptyBlock
     }
 }
 
-// Clones the records of one store into another, empty one. Records are prefetched eight slots ahead.
+// Clones the records of one store into another, empty one.
 void cloneRecords(const GxapSelectSet::SSetData& source, GxapSelectSet::SSetData& copy) {
-    constexpr std::ptrdiff_t kAhead = 8;
     kvdetail::RecordPool& records = SetData::of(copy).records;
     records.expectMany(source.entityCount);
     EmptyBlockShares empty;
-    for (const Store::Page* page = source.entities->head; page; page = page->next) {
-        for (const Store::Slot* slot = page->slots; slot < page->fillEnd; ++slot) {
-            if (page->fillEnd - slot > kAhead)
-                __builtin_prefetch(slot[kAhead].value);
-            if (slot->free || !slot->value)
-                continue;
-            std::unique_ptr<selected_entity> record(::new (records.allocate())
-                                                        selected_entity(kvdetail::NoBlock()));
-            copyFields(*slot->value, *record, empty);
-            copy.entities->append(record.get());
-            record.release();
-        }
-    }
+    kvdetail::forEachOccupied(*source.entities, [&](const Store::Slot* slot) {
+        if (!slot->value)
+            return;
+        std::unique_ptr<selected_entity> record(::new (records.allocate())
+                                                    selected_entity(kvdetail::NoBlock()));
+        copyFields(*slot->value, *record, empty);
+        copy.entities->append(record.get());
+        record.release();
+    });
 }
 
 } // namespace

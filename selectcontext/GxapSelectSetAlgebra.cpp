@@ -1,6 +1,5 @@
 // Set algebra: merge, minus, transfer, unique.
 
-#include "base/detail/HugePages.h"
 #include "selectcontext/GxapSSetWriteAccessor.h"
 #include "selectcontext/detail/Edits.h"
 #include "selectcontext/detail/IdBatch.h"
@@ -144,7 +143,6 @@ private:
         std::size_t arrival;
         IdIndex::Entry entry; // once it is entered; before, the place behind all entries of the id
     };
-    using NewEntries = std::vector<NewEntry, kvdetail::HugePageAllocator<NewEntry>>;
 
     // The records of one id, whose entries are `run`; returns the place behind these.
     IdIndex::Entry decideId(const IdBatch::Item* first, const IdBatch::Item* last, const IdIndex::Run& run) {
@@ -187,7 +185,7 @@ private:
     void enter() {
         struct Entered {
             IdIndex& index;
-            NewEntries& entries;
+            std::vector<NewEntry>& entries;
             std::size_t count = 0;
             ~Entered() {
                 while (count > 0)
@@ -206,8 +204,8 @@ private:
     SSetData& mData;
     IdIndex& mIndex;
     IdBatch mBatch;
-    std::vector<Arrival, kvdetail::HugePageAllocator<Arrival>> mRecords; // in store order
-    NewEntries mNew;
+    std::vector<Arrival> mRecords; // in store order
+    std::vector<NewEntry> mNew;
 };
 
 bool appendInBulk(SSetData& data, const SSetData& added) {

@@ -1,7 +1,6 @@
 // NodePool: memory for the nodes of one container.
 #pragma once
 
-#include "base/detail/HugePages.h"
 #include "base/detail/Sanitizers.h"
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <utility>
 #if KV_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>
 #endif
@@ -107,7 +107,6 @@ private:
     };
     struct alignas(alignof(std::max_align_t)) Chunk {
         Chunk* next;
-        bool isLarge;
     };
 
     static constexpr std::size_t kAlignment = alignof(std::max_align_t);
@@ -140,49 +139,20 @@ private:
         return node;
     }
 
-    // A chunk doubles the pool, up to kMostNodes nodes. A pool of more than a huge page grows by half, in
-    // whole huge pages, or by kMostNodes nodes when the system has none.
+    // A chunk doubles the pool, up to kMostNodes nodes.
     void addChunk() {
-        if (kHasHugePages && mChunkBytes > kHugePageBytes && addLargeChunk())
-            return;
-        const std::size_t bytes = nextSmallBytes();
-        enter(::operator new(bytes), bytes, false);
-    }
-
-    bool addLargeChunk() noexcept try {
-        const std::size_t bytes = nextLargeBytes();
-        enter(allocateHugePages(bytes), bytes, true);
-        return true;
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-
-    void enter(void* memory, std::size_t bytes, bool isLarge) noexcept {
-        mChunks = new (memory) Chunk{mChunks, isLarge};
-        mChunkBytes += bytes;
-        mNext = static_cast<unsigned char*>(memory) + sizeof(Chunk);
-        mEnd = mNext + (bytes - sizeof(Chunk)) / mNodeBytes * mNodeBytes;
-    }
-
-    std::size_t nextSmallBytes() const noexcept {
         const std::size_t nodes = std::clamp(mChunkBytes / mNodeBytes, kFewestNodes, kMostNodes);
-        return sizeof(Chunk) + nodes * mNodeBytes;
-    }
-
-    std::size_t nextLargeBytes() const noexcept {
-        const std::size_t pages = mChunkBytes / kHugePageBytes / 2;
-        return std::max<std::size_t>(pages, 1) * kHugePageBytes;
+        const std::size_t bytes = sizeof(Chunk) + nodes * mNodeBytes;
+        auto* const memory = static_cast<unsigned char*>(::operator new(bytes));
+        mChunks = new (memory) Chunk{mChunks};
+        mChunkBytes += bytes;
+        mNext = memory + sizeof(Chunk);
+        mEnd = memory + bytes;
     }
 
     void freeChunks() noexcept {
-        while (mChunks) {
-            Chunk* const chunk = mChunks;
-            mChunks = chunk->next;
-            if (chunk->isLarge)
-                deallocateHugePages(chunk);
-            else
-                ::operator delete(chunk);
-        }
+        while (mChunks)
+            ::operator delete(std::exchange(mChunks, mChunks->next));
     }
 
     FreeNode* mFreeList = nullptr;

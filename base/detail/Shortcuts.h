@@ -47,11 +47,6 @@
 #define KV_SHORTCUT_ID_BATCH KV_SHORTCUTS
 #endif
 
-// Large pools and tables lie in huge pages where the system gives any.
-#ifndef KV_SHORTCUT_HUGE_PAGES
-#define KV_SHORTCUT_HUGE_PAGES KV_SHORTCUTS
-#endif
-
 namespace kvdetail {
 
 constexpr bool kHasPageIndex = KV_SHORTCUT_PAGE_INDEX != 0;
@@ -61,6 +56,5 @@ constexpr bool kHasRecordPool = KV_SHORTCUT_RECORD_POOL != 0;
 constexpr bool kHasNextId = KV_SHORTCUT_NEXT_ID != 0;
 constexpr bool kHasIdHash = KV_SHORTCUT_ID_HASH != 0;
 constexpr bool kHasIdBatch = KV_SHORTCUT_ID_BATCH != 0;
-constexpr bool kHasHugePages = KV_SHORTCUT_HUGE_PAGES != 0;
 
 } // namespace kvdetail

@@ -35,7 +35,7 @@ void IdBatch::sortByStub() {
     for (const Item& item : mItems)
         differences |= item.stub ^ mItems.front().stub;
 
-    Items sorted(mItems.size());
+    std::vector<Item> sorted(mItems.size());
     while (differences != 0) {
         const auto shift = static_cast<unsigned>(__builtin_ctzll(differences));
         const auto digitOf = [shift](const Item& item) { return (item.stub >> shift) & (kDigits - 1); };

@@ -1,7 +1,6 @@
 // IdBatch: many ids, sorted so that they meet the id index in its own order.
 #pragma once
 
-#include "base/detail/HugePages.h"
 #include "platform/KvDatabase.h"
 
 #include <cstddef>
@@ -52,12 +51,10 @@ public:
     }
 
 private:
-    using Items = std::vector<Item, HugePageAllocator<Item>>;
-
     void sortByStub();
     bool isInOrderOfIds() const;
 
-    Items mItems;
+    std::vector<Item> mItems;
     bool mIsSorted = true; // by stub
 };
 

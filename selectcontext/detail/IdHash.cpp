@@ -18,21 +18,16 @@ std::size_t bucketsFor(std::size_t stubs) noexcept {
 
 } // namespace
 
-// In two passes: the walk through the index waits for one entry after the other, but entering the stubs then
-// need not wait for their buckets.
+// In two passes, so that entering a stub does not wait for the walk through the index.
 std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
-    constexpr std::size_t kAhead = 16;
     auto hash = std::make_unique<IdHash>();
-    Buckets firsts;
+    std::vector<Bucket> firsts;
     if (!hash->collectFirsts(map, firsts))
         return nullptr;
     hash->mShift = commonLowBits(firsts);
     hash->mBuckets.resize(bucketsFor(map.size()));
-    for (std::size_t i = 0; i < firsts.size(); ++i) {
-        if (firsts.size() - i > kAhead)
-            __builtin_prefetch(&hash->mBuckets[hash->homeOf(firsts[i + kAhead].stub)], 1);
-        hash->enter(firsts[i].stub, firsts[i].first);
-    }
+    for (const Bucket& first : firsts)
+        hash->enter(first.stub, first.first);
     hash->follow(map);
     return hash;
 } catch (const std::bad_alloc&) {
@@ -40,7 +35,7 @@ std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
 }
 
 // The first entry of every id. False if two stubs name one object, or a null id is repeated by another stub.
-bool IdHash::collectFirsts(const DataMap& map, Buckets& firsts) {
+bool IdHash::collectFirsts(const DataMap& map, std::vector<Bucket>& firsts) {
     firsts.reserve(map.size());
     auto before = map.end();
     for (auto entry = map.begin(); entry != map.end(); before = entry++) {
@@ -57,7 +52,7 @@ bool IdHash::collectFirsts(const DataMap& map, Buckets& firsts) {
     return true;
 }
 
-unsigned IdHash::commonLowBits(const Buckets& firsts) noexcept {
+unsigned IdHash::commonLowBits(const std::vector<Bucket>& firsts) noexcept {
     const auto bits = [](const Bucket& first) { return reinterpret_cast<std::uintptr_t>(first.stub); };
     std::uintptr_t differences = 0;
     for (const Bucket& first : firsts)
@@ -160,7 +155,7 @@ void IdHash::removeBucket(std::size_t gap) noexcept {
 }
 
 void IdHash::grow() {
-    Buckets old(2 * mBuckets.size());
+    std::vector<Bucket> old(2 * mBuckets.size());
     old.swap(mBuckets);
     mUsed = 0;
     for (const Bucket& bucket : old) {

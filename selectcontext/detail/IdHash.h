@@ -1,7 +1,6 @@
 // IdHash: finds the first index entry of an id without searching the index.
 #pragma once
 
-#include "base/detail/HugePages.h"
 #include "base/detail/NodePool.h"
 #include "selectcontext/GxapSelectSet.h"
 
@@ -61,10 +60,9 @@ private:
         const GxDbStub* stub = nullptr; // null: an empty bucket
         DataMap::const_iterator first;
     };
-    using Buckets = std::vector<Bucket, HugePageAllocator<Bucket>>;
 
-    bool collectFirsts(const DataMap& map, Buckets& firsts);
-    static unsigned commonLowBits(const Buckets& firsts) noexcept;
+    bool collectFirsts(const DataMap& map, std::vector<Bucket>& firsts);
+    static unsigned commonLowBits(const std::vector<Bucket>& firsts) noexcept;
     std::size_t next(std::size_t i) const noexcept { return (i + 1) & (mBuckets.size() - 1); }
     std::size_t homeOf(const GxDbStub* stub) const noexcept;
     std::size_t bucketOf(const GxDbStub* stub) const noexcept;
@@ -73,7 +71,7 @@ private:
     bool hasRoom() const noexcept { return (mUsed + 1) * 5 <= mBuckets.size() * 3; }
     void grow();
 
-    Buckets mBuckets; // a power of two
+    std::vector<Bucket> mBuckets; // a power of two
     std::size_t mUsed = 0;
     OwnedNodePool mPool; // the index's; owned, so that no other pool gets its address meanwhile
     std::uint64_t mGeneration = 0;

@@ -66,7 +66,7 @@ TEST_F(NodePoolTest, NodesAreAlignedAndDoNotOverlap) {
     give(nodes);
 }
 
-TEST_F(NodePoolTest, LiveCountsTheNodesThatAreOutAndChangesRiseBothWays) {
+TEST_F(NodePoolTest, LiveCountsTheNodesThatAreOutAndTheGenerationRisesBothWays) {
     std::uint64_t generation = pool->generation();
     const std::vector<void*> nodes = take(3);
     EXPECT_EQ(pool->live(), 3u);
@@ -87,7 +87,7 @@ TEST_F(NodePoolTest, GivenAndTakenAgainCountsAsChanged) {
     give({nodes[0], nodes[2], again[0]});
 }
 
-TEST_F(NodePoolTest, FreedNodesAreHandedOutAgainBeforeFreshMemoryUnlessTheyAreWatched) {
+TEST_F(NodePoolTest, FreedNodesAreHandedOutAgainBeforeFreshMemoryUnlessTheyArePoisoned) {
     const std::vector<void*> nodes = take(100);
     give(nodes);
     const long before = kvtest::newCalls();
@@ -99,7 +99,7 @@ TEST_F(NodePoolTest, FreedNodesAreHandedOutAgainBeforeFreshMemoryUnlessTheyAreWa
 }
 
 #if KV_ADDRESS_SANITIZER
-TEST_F(NodePoolTest, NodeThatWasGivenBackIsFenced) {
+TEST_F(NodePoolTest, NodeThatWasGivenBackIsPoisoned) {
     const std::vector<void*> nodes = take(3);
     EXPECT_EQ(__asan_region_is_poisoned(nodes[1], kNodeBytes), nullptr);
     give({nodes[1]});
@@ -116,26 +116,10 @@ TEST_F(NodePoolTest, ManyNodesTakeFewBlocks) {
     give(nodes);
 }
 
-// Enough for several blocks in huge pages.
+// Enough for hundreds of chunks.
 constexpr std::size_t kManyNodes = 300000;
 
-TEST_F(NodePoolTest, MostOfALargePoolLiesInHugePages) {
-    const std::vector<void*> nodes = take(kManyNodes);
-    std::set<std::uintptr_t> pages;
-    std::size_t firstInPage = 0;
-    for (void* node : nodes) {
-        const auto address = reinterpret_cast<std::uintptr_t>(node);
-        if (pages.insert(address / kvdetail::kHugePageBytes).second)
-            firstInPage += address % kvdetail::kHugePageBytes < 2 * kNodeBytes ? 1 : 0;
-        std::memset(node, 1, kNodeBytes);
-    }
-    const std::size_t filledPages = kManyNodes * kNodeBytes / kvdetail::kHugePageBytes;
-    EXPECT_EQ(firstInPage + 2 >= filledPages, kvdetail::kHasHugePages);
-    EXPECT_EQ(std::set<void*>(nodes.begin(), nodes.end()).size(), kManyNodes);
-    give(nodes);
-}
-
-TEST_F(NodePoolTest, LargePoolFreesAllItsMemory) {
+TEST_F(NodePoolTest, AbandonedNodesOfManyChunksAreAllFreed) {
     const long before = kvtest::liveNewBlocks();
     static_cast<void>(take(kManyNodes).size());
     pool->addOwner(); // the container that is abandoned
@@ -165,61 +149,6 @@ TEST_F(NodePoolTest, LargePoolThatCannotGrowIsAsItWas) {
     growing->release();
 }
 
-// It has made do without blocks as large before.
-TEST_F(NodePoolTest, LargePoolGrowsBySmallBlocksWhereThereIsNoLargeOne) {
-    if (!kvdetail::kHasHugePages)
-        GTEST_SKIP() << "large blocks are switched off";
-    auto* const growing = new kvdetail::NodePool;
-    std::vector<void*> nodes;
-    nodes.reserve(2 * kManyNodes);
-    while (nodes.size() < kManyNodes)
-        nodes.push_back(growing->allocate(kNodeBytes));
-    kvtest::failNew(1, false);
-    while (kvtest::failedNews() == 0 && nodes.size() < 2 * kManyNodes)
-        nodes.push_back(growing->allocate(kNodeBytes));
-    kvtest::allowNew();
-    EXPECT_EQ(kvtest::failedNews(), 1);
-    EXPECT_EQ(growing->live(), nodes.size());
-    for (void* node : nodes)
-        growing->deallocate(node, kNodeBytes);
-    growing->release();
-}
-
-// No block is more than half of what the pool had, so that little lies idle, and none much less, so that they
-// stay few.
-TEST_F(NodePoolTest, LargePoolGrowsByHalf) {
-    if (!kvdetail::kHasHugePages)
-        GTEST_SKIP() << "large blocks are switched off";
-    constexpr std::size_t kLargeNodeBytes = 4096;
-    constexpr std::size_t kNodesPerPage = kvdetail::kHugePageBytes / kLargeNodeBytes;
-    constexpr std::size_t kPages = 64;
-    std::size_t blocks = 0;
-    for (std::size_t filled = 1; filled <= kPages; ++filled) {
-        for (std::size_t i = 0; i < kNodesPerPage; ++i)
-            pool->allocate(kLargeNodeBytes);
-        std::size_t pages = 0;
-        blocks = 0;
-        for (std::size_t size = 1; size <= kPages; ++size) {
-            const auto count =
-                static_cast<std::size_t>(kvtest::liveNewBlocksOfSize(size * kvdetail::kHugePageBytes));
-            blocks += count;
-            pages += count * size;
-        }
-        EXPECT_LE(2 * pages, 3 * filled + 2) << filled << " pages of nodes";
-    }
-    EXPECT_GE(blocks, 8u);
-    EXPECT_LE(blocks, 14u);
-    pool->addOwner(); // the container that is abandoned
-    pool->reclaimAbandoned();
-}
-
-TEST_F(NodePoolTest, LargePoolTakesFewBlocks) {
-    const long before = kvtest::liveNewBlocks();
-    const std::vector<void*> nodes = take(kManyNodes);
-    EXPECT_LT(kvtest::liveNewBlocks() - before, 80);
-    give(nodes);
-}
-
 TEST_F(NodePoolTest, RequestOfAnotherSizeIsNoNode) {
     const std::vector<void*> nodes = take(1);
     void* const array = pool->allocate(10 * kNodeBytes);
@@ -230,7 +159,7 @@ TEST_F(NodePoolTest, RequestOfAnotherSizeIsNoNode) {
     give(nodes);
 }
 
-TEST_F(NodePoolTest, FirstRequestOfNothingOrOfTooMuchHarmsNobody) {
+TEST_F(NodePoolTest, FirstRequestOfNothingOrOfTooMuchIsServed) {
     void* const nothing = pool->allocate(0);
     EXPECT_NE(nothing, nullptr);
     pool->deallocate(nothing, 0);
@@ -285,7 +214,7 @@ TEST_F(NodePoolTest, PoolWithoutOwnersLivesUntilItsLastNodeIsGivenBack) {
     EXPECT_EQ(kvtest::liveNewBlocks(), before);
 }
 
-TEST_F(NodePoolTest, NodeTakenOutOfItsContainerCountsAsAChange) {
+TEST_F(NodePoolTest, ExtractedNodeRaisesTheGeneration) {
     const std::uint64_t generation = pool->generation();
     pool->noteExtracted();
     EXPECT_NE(pool->generation(), generation);

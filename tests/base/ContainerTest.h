@@ -1,5 +1,5 @@
-// The fixture of all tests of containers: whatever a test allocates is gone when it ends, and every error
-// that a test expects is looked for in the crash recorder's notes as well.
+// The fixture of the tests of containers. A test leaves nothing allocated. The crash recorder is installed,
+// so that expected errors are checked there too.
 #pragma once
 
 #include "platform/inmemory/InMemoryOsBase.h"
@@ -19,7 +19,7 @@ protected:
     }
 
 private:
-    // What the test framework and the streams make once per thread or process and keep for good.
+    // The test framework and the streams allocate storage once per thread or process and keep it.
     static void warmUp() {
         SCOPED_TRACE(::testing::Message() << "number " << 1);
         EXPECT_NO_FATAL_FAILURE(static_cast<void>(0));

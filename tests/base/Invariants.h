@@ -1,4 +1,4 @@
-// What every container of base/ holds to between two operations. Tests ask after every step.
+// The invariants of the containers of base/ between two operations. Tests check them after each step.
 #pragma once
 
 #include "base/GxArray.h"

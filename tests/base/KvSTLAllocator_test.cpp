@@ -143,7 +143,7 @@ TEST_F(KvSTLAllocatorTest, InsertionThatFailsLeavesTheIndexAsItWas) {
 }
 
 TEST_F(KvSTLAllocatorTest, FailureIsBadAlloc) {
-    // A compiler may leave out an allocation whose result it sees nobody use.
+    // A compiler may leave out an allocation whose result is not used.
     Wide* volatile memory = nullptr;
     _KvSTLAllocator<Wide> allocator;
     kvtest::failNew(1, false);
@@ -189,7 +189,7 @@ TEST_F(KvSTLAllocatorTest, ThreadsFillAndClearIndexesOfTheirOwn) {
 
 // ---- with a pool
 
-// An index with a pool of its own, which it alone owns.
+// An index that alone owns its pool.
 Index pooledIndex() {
     auto* const pool = new kvdetail::NodePool;
     Index index{_KvSTLAllocator<Entry>(pool)};

@@ -1,5 +1,4 @@
-// Iterators that were left on a page when it was freed. Under the address sanitizer these tests also show
-// that nothing that was freed is read.
+// Iterators that stay on a page when it is freed. A read of freed memory shows under the address sanitizer.
 #include "base/KvTrucker.h"
 
 #include "tests/base/ContainerTest.h"
@@ -260,7 +259,7 @@ TEST_F(KvTruckerStaleIteratorTest, FreshIteratorOfARefilledStoreWorks) {
     EXPECT_THAT(walkFrom(store, store.iteratorAt(0)), ElementsAre(0, 1, 2, 3, 4, 5));
 }
 
-// The new page may lie where the old one lay; then the iterator may read it, but nothing else.
+// The new page may lie at the address of the old one. Then the iterator may read the new page.
 TEST_F(KvTruckerStaleIteratorTest, IteratorIntoARefilledStoreReadsAnElementOrRaises) {
     freeTail();
     store.append(40);

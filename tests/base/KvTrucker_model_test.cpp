@@ -1,5 +1,5 @@
-// Random operations on a store with small pages and on a model of it: pages as plain vectors of optional
-// values.
+// Random operations on a store with small pages and on a model of it. The model keeps each page as a vector
+// of optional values.
 #include "base/KvTrucker.h"
 
 #include "tests/base/ContainerTest.h"
@@ -123,7 +123,7 @@ protected:
     void step() {
         const std::size_t live = model.values().size();
         const std::size_t choice = below(100);
-        // Long runs of appending and of removing in turn, so that stores both grow and empty again.
+        // Long runs of appending and of removing alternate, so that the store both grows and empties.
         const bool growing = (stepNumber++ / 60) % 2 == 0;
         if (live == 0 || choice < (growing ? 65u : 25u))
             appendOne();

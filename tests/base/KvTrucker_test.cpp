@@ -194,7 +194,7 @@ TEST_F(KvTruckerTest, StoreOfOneSlotPagesIsReleasedHoweverLongItsChain) {
 }
 
 template <class T>
-struct Copied { // a value that is not to be copied byte by byte
+struct Copied { // a value that may not be copied byte by byte
     Copied() = default;
     Copied(T number) noexcept : value(number) {}
     Copied(const Copied& other) noexcept : value(other.value) {}

@@ -28,7 +28,7 @@ class KvVectorFailureOf : public kvtest::ContainerTest {
 protected:
     using Operation = std::function<void(Vector&)>;
 
-    // Fails each allocation of an operation on a vector of this length that nobody shares.
+    // Fails each allocation of an operation on an unshared vector of this length.
     static void expectPrivateVectorSurvives(int length, const Operation& operation) {
         forEachAllocationFailure([&](kvtest::FailurePoint& point) {
             Vector vector = filled<Vector>(length);

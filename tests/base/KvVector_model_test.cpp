@@ -1,5 +1,5 @@
-// Random operations on a handful of vectors that share blocks, and on a model of them: plain arrays behind
-// shared pointers whose use counts mirror the counts of the blocks.
+// Random operations on several vectors that share blocks, and on a model of them. The model consists of plain
+// arrays behind shared pointers, whose use counts equal the counts of the blocks.
 #include "base/KvVector.h"
 
 #include "tests/base/ContainerTest.h"
@@ -97,7 +97,8 @@ private:
 
     int length(std::size_t actor) const { return static_cast<int>(mModels[actor]->numbers.size()); }
 
-    // The platform's own reference, the library's and those of this class's books stay the same throughout.
+    // Other sharers of the empty block: the platform, the library and members of this class. Their number
+    // stays.
     std::uint32_t expectedShares(const ModelVector& model) const {
         const auto own = static_cast<std::uint32_t>(std::count(mModels.begin(), mModels.end(), model));
         return model == mEmpty ? own + mSharesElsewhere : own;
@@ -131,7 +132,7 @@ private:
         makePrivate(actor, kept);
     }
 
-    // Elements that come into use are given values at once, by both.
+    // Both sides give new elements their values at once.
     void setLength(std::size_t actor, int n) {
         const int before = length(actor);
         mVectors[actor].setLogicalLength(n);

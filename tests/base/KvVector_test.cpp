@@ -829,8 +829,7 @@ TEST_F(KvVectorMemory, DelegateAllocatorCountsBytesBeyondAnInt) {
     EXPECT_EQ(kvinmemory::mallocCallsOfSize(std::size_t{INT_MAX} * sizeof(double)), 1);
 }
 
-// Lets the allocation fail wherever the storage comes in the order of allocations: only its size is of
-// interest.
+// The storage may be the first or the second allocation. Only its size matters.
 TEST_F(KvVectorMemory, GrowthToTheLargestIntIsAskedFor) {
     IdVector vector = filled<IdVector>(8);
     vector.data.block->growLength = INT_MAX - 8;
@@ -843,8 +842,8 @@ TEST_F(KvVectorMemory, GrowthToTheLargestIntIsAskedFor) {
     EXPECT_EQ(vector.logicalLength(), 8);
 }
 
-// So large that no heap holds many of them. It refuses by itself, since the heap of a sanitizer would end the
-// program rather than say no.
+// So large that no heap holds many of them. Its own operator new refuses, because the heap of a sanitizer
+// ends the program instead of failing.
 struct Vast {
     static void* operator new[](std::size_t) { throw std::bad_alloc(); }
     static void* operator new[](std::size_t, const std::nothrow_t&) noexcept { return nullptr; }

@@ -43,8 +43,7 @@ inline std::vector<long> valuesOf(const SmallStore& store) {
     return values;
 }
 
-// The values that an iterator passes until it is at the end; gives up far beyond any number that a test
-// stores.
+// The values that an iterator passes until it is at the end. Gives up at a number that no test stores.
 inline std::vector<long> walkFrom(const SmallStore& store, SmallStore::iterator it) {
     constexpr std::size_t kGiveUp = 100000;
     std::vector<long> values;

@@ -22,7 +22,7 @@ inline bool operator==(const Sample& a, const Sample& b) {
     return a.number == b.number && a.weight == b.weight;
 }
 
-// Value number n of an element type; no two numbers give equal values.
+// Value number n of an element type. Different numbers give different values.
 template <class T>
 struct ValueOf;
 
@@ -71,7 +71,7 @@ Element<Vector> value(int n) {
     return ValueOf<Element<Vector>>::number(n);
 }
 
-// The types that tests of all vectors go through, and their names.
+// The vectors that a typed test is run for, and their names in its output.
 using VectorTypes = ::testing::Types<KvVector<int>, KvVector<std::string>, KvVector<GxDbObjectId>>;
 
 struct VectorTypeName {

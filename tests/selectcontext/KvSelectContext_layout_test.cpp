@@ -10,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
-// Callers built against the published headers read these fields directly, so their order, types and offsets
-// are part of the binary interface. Classes with private trailing fields are not standard layout, for which
-// compilers merely warn about offsetof.
+// Callers read these fields directly, so their order, types and offsets are part of the binary interface.
+// Compilers warn about offsetof in classes with private trailing fields, because these have no standard
+// layout.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 
@@ -191,7 +191,7 @@ static_assert(kSame<decltype(&isGsMarkEqual), bool (*)(long, long)>);
 static_assert(kSame<decltype(&gxutEntityGxDbFullPathHighlight),
                     void (*)(const GxDbObjectId&, const SegmentArray*, bool, bool)>);
 
-// A caller's compiler picks these overloads by exactly these types.
+// A caller's compiler chooses these overloads by exactly these types.
 using MapPosition = SSetData::DataMap::const_iterator;
 using Id = const GxDbObjectId&;
 using Path = const IdPath*;
@@ -214,7 +214,7 @@ using Path = const IdPath*;
 [[maybe_unused]] constexpr void (SSetData::*kAddRef)() const = &SSetData::addRef;
 [[maybe_unused]] constexpr void (SSetData::*kDelRef)() const = &SSetData::delRef;
 
-// The editing interface, member by member; the overloaded ones are picked by their types.
+// The editing interface, member by member. Overloads are chosen by their types.
 using Accessor = GxapSSetWriteAccessor;
 template <class Member>
 constexpr bool has(Member) {

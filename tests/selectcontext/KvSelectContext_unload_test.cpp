@@ -1,5 +1,4 @@
-// What loading and unloading the library does to the application. Not linked with the library, but loaded at
-// run time.
+// Effects of loading and unloading the library at run time. The test is not linked with the library.
 
 #include "base/KvVector.h"
 

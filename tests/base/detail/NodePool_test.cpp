@@ -171,7 +171,7 @@ TEST_F(NodePoolTest, FirstRequestOfNothingOrOfTooMuchIsServed) {
     const volatile std::size_t beyondAllMemory = std::numeric_limits<std::size_t>::max() - 7;
     other->deallocate(node, kNodeBytes);
     other->deallocate(array, 1000000);
-    kvtest::failNew(1, false); // that it comes to asking for as much is what counts
+    kvtest::failNew(1, false); // the request itself is what counts
     EXPECT_THROW(static_cast<void>(other->allocate(beyondAllMemory)), std::bad_alloc);
     kvtest::allowNew();
     EXPECT_EQ(kvtest::failedNews(), 1);

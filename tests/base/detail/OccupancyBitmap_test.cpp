@@ -12,7 +12,7 @@ namespace {
 
 using kvdetail::OccupancyBitmap;
 
-// Says whether the bits answer every question as a plain list of flags does.
+// Whether the bits give the same answers as a plain list of flags.
 template <unsigned Count>
 ::testing::AssertionResult agrees(const OccupancyBitmap<Count>& bits, const std::vector<bool>& flags) {
     std::uint32_t before = 0;
@@ -50,7 +50,8 @@ std::vector<bool> firstFlags(std::uint32_t used) {
     return flags;
 }
 
-// Pages of one word, of a part of one, of one block, of one block and a part of a word, and a real one.
+// Pages of one word, of a part of a word, of one block, of one block and a part of a word, and of the size of
+// a page of a set.
 template <class Bits>
 class OccupancyBitmapTest : public ::testing::Test {};
 
@@ -131,7 +132,7 @@ TYPED_TEST(OccupancyBitmapTest, RandomChangesAgreeWithPlainFlags) {
     std::vector<bool> flags = firstFlags<kCount>(kCount);
     bits.start(kCount);
     for (int round = 0; round < 40; ++round) {
-        // Sparse and dense in turn, so that whole words and blocks run empty.
+        // Sparse and dense phases alternate, so that whole words and blocks become empty.
         for (std::uint32_t n = 0; n < kCount; ++n) {
             const auto i = static_cast<std::uint32_t>(random() % kCount);
             const bool occupied = random() % 8 < (round % 2 == 0 ? 1u : 7u);

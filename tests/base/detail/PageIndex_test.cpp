@@ -168,7 +168,7 @@ TEST_F(PageIndexTest, UnlinkingAPageThatItDoesNotKnowEndsTheIndex) {
 
 // ---- the store on top of it
 
-// A store of ten pages, of which a test may take some out by hand.
+// A store of ten pages. A test may unlink pages from it.
 class IndexedStoreTest : public kvtest::ContainerTest {
 protected:
     static constexpr int kPages = 10;
@@ -192,14 +192,14 @@ protected:
         KvTkDefaultAllocator<long>::deallocate(page, sizeof(SmallStore::Page));
     }
 
-    // The page lives on until the end of the test.
+    // The page lives until the end of the test.
     void takeOut(int ordinal) {
         SmallStore::Page* const before = pageAt(store, ordinal - 1);
         taken.push_back(before->next);
         before->next = before->next->next;
     }
 
-    // Positions, addresses and walks all agree with what the pages say.
+    // Positions, addresses and walks agree with the pages.
     void expectSound() {
         const std::vector<long> values = valuesOf(store);
         for (std::size_t i = 0; i < values.size(); ++i) {

@@ -16,7 +16,7 @@ constexpr const wchar_t* kMessage = L"Error access KvTrucker";
 
 class KvRaiseTest : public kvtest::ContainerTest {};
 
-// Keeps what it is shown; installed as the application's own recorder.
+// A crash recorder of the application that keeps what it receives.
 class Recorder final : public IKvCrashRecorder {
 public:
     void recordException(KvException* exception) override {

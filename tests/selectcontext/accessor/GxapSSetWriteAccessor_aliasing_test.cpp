@@ -1,4 +1,4 @@
-// Lookups of the editing interface whose keys lie in the very data that the lookup copies and lets go.
+// Lookups of the editing interface whose keys are part of the data that the lookup copies and releases.
 
 #include "tests/selectcontext/support/EditTestSupport.h"
 
@@ -26,7 +26,7 @@ struct Held {
 
     GxapSSetWriteAccessor& accessor() { return edit(s.set); }
 
-    // The iterator stands on the second item, in data that nobody else holds any more.
+    // The iterator stands on the second item, in data without another owner.
     void expectFound(Iterator it) const {
         EXPECT_TRUE(sharer.isGone());
         EXPECT_EQ(at(it), 2u);

@@ -1,4 +1,4 @@
-// Every allocation of the write accessor's own operations, of selecting and of appending, failing in turn.
+// Each allocation of writing, selecting and appending fails in turn.
 #include "platform/inmemory/InMemoryOsBase.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"
@@ -40,7 +40,7 @@ class UpdateDataMapFailure : public kvtest::SetTest {};
 class SelectFailure : public kvtest::SetTest {};
 class AppendFailure : public kvtest::SetTest {};
 
-// A set of id(1), id(2), id(3), of which the second item has all that an item can have.
+// A set of id(1), id(2), id(3). The second item has everything that an item can have.
 class Rich {
 public:
     Rich() : path(kvtest::idVector({7, 2})) {
@@ -62,7 +62,7 @@ public:
     GxapSelectSet set;
 };
 
-// The same, shared by a second set, each with an iterator on its second item.
+// The same data in two sets, each with an iterator on its second item.
 class SharedRich : public Rich {
 public:
     SharedRich() : sharer(set), data(set.sharedData), mine(&set, 1), theirs(&sharer, 1) {}
@@ -90,7 +90,7 @@ void expectRich(const GxapSelectSet& set) {
     EXPECT_NE(record->selectedEntityInfo->getBTRMatPtr(), nullptr);
 }
 
-// A failed edit of shared data has changed nothing for anybody.
+// A failed edit of shared data has changed neither set.
 void expectUntouched(const SharedRich& sets) {
     EXPECT_TRUE(sets.isShared());
     EXPECT_TRUE(isRegistered(sets.set, sets.mine));
@@ -108,7 +108,7 @@ void expectOtherSetUntouched(const SharedRich& sets) {
     EXPECT_TRUE(invariants(sets.sharer));
 }
 
-// What a failed edit left must take the next one.
+// The next edit after a failed one succeeds.
 void expectUsable(GxapSelectSet& set) {
     const std::size_t before = mainIds(set).size();
     edit(set).append(id(1000), kNoId);
@@ -256,7 +256,7 @@ constexpr unsigned long kSelected = 5000;
 
 enum class Extras { kNone, kInfoAndPath };
 
-// Selects id(kSelected) with or without info and path; a failure must have freed the info.
+// Selects id(kSelected) with or without info and path. A failure frees the info.
 class Selection {
 public:
     explicit Selection(Extras extras)
@@ -373,7 +373,7 @@ TEST_F(SelectFailure, WithANullMainIdOrRefusedCannotHappen) {
         kvtest::Expect::None);
 }
 
-// On failure the set is as it was, so that one set serves for every failure.
+// A failure leaves the set as it was, so one set serves for all failures.
 TEST_F(SelectFailure, ThatOpensAPageLeavesTheFullPage) {
     Filled full(kPageSlots);
     for (const Failing failing : {Failing::Once, Failing::FromThenOn}) {
@@ -398,7 +398,8 @@ TEST_F(SelectFailure, ThatOpensAPageLeavesTheFullPage) {
     }
 }
 
-// Copying a full page allocates some thousand times: the first, middle and last of these stand for the rest.
+// Copying a full page allocates some thousand times. The first, middle and last allocations stand for the
+// rest.
 TEST_F(SelectFailure, ThatCopiesAFullPageAndOpensAnotherLeavesBothSetsAsTheyWere) {
     Filled full(kPageSlots);
     const GxapSelectSet sharer(full.set);

@@ -233,7 +233,7 @@ TEST_F(RemoveMain, TakesTheKeyOfItsOwnIndex) {
     EXPECT_TRUE(invariants(s.set));
 }
 
-// The copy-on-write lets the data go that the argument stands in.
+// The copy-on-write releases the data that the argument is part of.
 TEST_F(RemoveMain, OutlivesTheDataItsArgumentIsIn) {
     SetOf s{{1}, {2}};
     const GxDbObjectId& inside = record(s.set, 0)->mainEntId;
@@ -602,7 +602,7 @@ TEST_F(RemoveExact, OutlivesTheDataItsArgumentsAreIn) {
     EXPECT_EQ(items(s.set), (Items{{3}}));
 }
 
-// The entry that the key stands in is not the one that goes.
+// The key is part of an entry of the index.
 TEST_F(RemoveExact, TakesTheKeyOfItsOwnIndex) {
     SetOf s{{1, 1, 3}, {1, 1, 4}};
     const GxDbObjectId& key = s.data().dataMap.begin()->first;
@@ -674,7 +674,8 @@ TEST_F(RemoveAtIterator, OfTheFirstItemStandsOnAFreedSlot) {
     kvtest::expectMessage([&] { it.get(); }, kAccessError);
 }
 
-// Its place among the occupied slots of the page is stale: the walk takes the last item's place for the end.
+// Its ordinal among the occupied slots of the page is stale, so the walk mistakes the place of the last item
+// for the end.
 TEST_F(RemoveAtIterator, OfTheFirstItemEndsTheWalkOfThePageEarly) {
     SetOf s{{1}, {2}, {3}};
     Iterator it = edit(s.set).begin();
@@ -842,7 +843,7 @@ TEST_F(RemoveAtIterator, OnTheFirstItemOfSharedDataIsDisabledWithItsIndex) {
     EXPECT_EQ(registrations(s.set), 0);
 }
 
-// A disabled iterator that is assigned a position of its set again has one without being registered.
+// A disabled iterator that is assigned a position of its set has the position without a registration.
 TEST_F(RemoveAtIterator, IsDisabledOnSharedDataAlsoWhereTheSetDoesNotKnowIt) {
     SetOf s{{1}, {2}, {3}};
     Iterator it(&s.set, 0);

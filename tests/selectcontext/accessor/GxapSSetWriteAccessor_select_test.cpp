@@ -381,7 +381,7 @@ TEST_F(SelectUnique, KeepsEqualKeysOfTheIndexInTheOrderOfSelection) {
     }
 }
 
-// The index alone is asked, so what it does not name is no obstacle.
+// Only the index is searched, so a record without an entry does not count.
 TEST_F(SelectUnique, DoesNotSeeARecordThatTheIndexHasLost) {
     GxapSelectSet set;
     select(set, 1, 11);
@@ -607,7 +607,7 @@ TEST_F(AppendIds, FollowsTheRuleOfUniqueness) {
     EXPECT_TRUE(invariants(set));
 }
 
-// As a selection without a path it is compared by ids and marker alone.
+// Like a selection without a path it is compared by ids and marker only.
 TEST_F(AppendIds, IsRefusedForAnItemWithPathAndTransform) {
     GxapSelectSet set;
     const Path path = idVector({7, 1});
@@ -710,7 +710,7 @@ TEST_F(AppendRecord, OfANullMainIdAnswersTrueAddsNothingAndFreesItsCopy) {
     EXPECT_TRUE(kvinmemory::isLiveBlock(record.selectedEntityInfo));
 }
 
-// A record's path is always given on, so path and transform take part.
+// The path of the record is always passed on, so path and transform are compared.
 TEST_F(AppendRecord, IsComparedByPathAndTransform) {
     GxapSelectSet source, target;
     const Path path = idVector({7, 1});

@@ -54,8 +54,7 @@ void takeDataAway(GxapSelectSet& set) {
     set.releaseData();
 }
 
-// What every edit owes the sets that share the data: they keep it, and the edited set's iterators are
-// disabled.
+// An edit of shared data leaves the data to the other sets and disables the iterators of the edited set.
 void expectMadePrivate(Shared& sets, const SSetData* before, const ConstIterator& earlier) {
     EXPECT_FALSE(sets.isShared());
     EXPECT_EQ(sets.sharer.sharedData, before);

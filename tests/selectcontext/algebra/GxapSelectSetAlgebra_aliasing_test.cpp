@@ -1,5 +1,5 @@
-// merge and minus for every way in which target and operands can be one set or share data, against a plain
-// model of the steps that they consist of.
+// merge and minus for every way in which target and operands can be one set or share data. A model performs
+// the same steps.
 
 #include "tests/selectcontext/support/EditTestSupport.h"
 
@@ -89,7 +89,7 @@ public:
         target.iteratorsDisabled = true;
     }
 
-    // Each leaves a record that nobody releases.
+    // The number of removals. Each leaves an unreleased record.
     static std::size_t removals;
 
 private:
@@ -153,7 +153,7 @@ std::size_t Model::removals = 0;
 
 // --- the cases
 
-// Who the players are: the target, and two other sets.
+// The players are the target and two other sets.
 enum Player { kTarget, kA, kB, kPlayers };
 enum class Operand { kNull, kTarget, kA, kB };
 enum class Sharing { kApart, kTargetAndA, kTargetAndB, kAAndB, kAll };
@@ -173,7 +173,7 @@ std::ostream& operator<<(std::ostream& out, Bystanders bystanders) {
     return out << (bystanders == Bystanders::kNone ? "Private" : "Shared");
 }
 
-// What is tried within each case: flags by player, one bit each.
+// The variants of each case: flags by player, one bit each.
 struct Variant {
     Contents contents;
     unsigned unique;
@@ -255,7 +255,7 @@ public:
         EXPECT_TRUE(kvtest::invariants(*mSets[kTarget], kvtest::IndexState::kMayLackEntries));
     }
 
-    // Wherever an iterator stands now, also on a page that was freed: a step reads nothing that is gone.
+    // An iterator may stand on a freed page. A step reads no freed memory.
     void stepAllIterators() const {
         for (const auto& it : mIterators)
             it->step();

@@ -33,7 +33,7 @@ class AlgebraFailure : public EditFailure {
 protected:
     using Combine = void (GxapSSetWriteAccessor::*)(const GxapSelectSet*, const GxapSelectSet*);
 
-    // The operands are as they were; the target holds one of the states that the edit goes through.
+    // After a failure the operands are unchanged, and the target is in one of the states of the edit.
     static void tryCombining(Combine combine, const Items& aHeld, const Items& bHeld,
                              const std::vector<Items>& states, std::size_t removed) {
         forEachAllocationFailure([&](FailurePoint& point) {
@@ -79,7 +79,7 @@ TEST_F(EditFailure, OfSwitchingUniqueOnLeavesFlagAndIndex) {
     });
 }
 
-// So many ids that what remembers them has to grow while they are looked through.
+// So many ids that the table of known ids grows during the edit.
 TEST_F(EditFailure, OfSwitchingUniqueOnWithManyIds) {
     const Items once = kvtest::plainItems(1, 100);
     Items twice = once;
@@ -115,7 +115,7 @@ TEST_F(AlgebraFailure, OfMergingAcrossPages) {
     });
 }
 
-// So many, in no order, that they are sorted, and with an info.
+// Enough unordered items that they are sorted, one of them with an info.
 TEST_F(AlgebraFailure, OfMergingManyInNoOrder) {
     Items added;
     for (unsigned long i = 0; i < 300; ++i)

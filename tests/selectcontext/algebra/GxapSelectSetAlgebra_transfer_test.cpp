@@ -32,7 +32,7 @@ class TransferWithoutExcluder : public kvtest::EditTest {};
 class TransferIntoItself : public kvtest::EditTest {};
 class TransferCallback : public kvtest::EditTest {};
 
-// Excludes the main ids that a rule picks, and notes which it was asked for.
+// Excludes main ids by a rule, and records which ids it was asked for.
 class Excluder : public IGxapSSetEntityExcluder {
 public:
     explicit Excluder(std::function<bool(unsigned long)> rule) : mRule(std::move(rule)) {}
@@ -381,7 +381,7 @@ TEST_F(TransferIntoItself, OfSharedDataEndsWithTheFirstExcludedItemWhereItTakesT
 
 // --- an excluder that changes the set that is transferred
 
-// Does something when it is first asked, and excludes nothing.
+// Runs a function when it is first asked, and excludes nothing.
 Excluder nothingButFirst(std::function<void()> work) {
     return Excluder([work = std::move(work), isFirst = true](unsigned long) mutable {
         if (std::exchange(isFirst, false))

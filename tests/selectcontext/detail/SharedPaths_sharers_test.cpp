@@ -10,8 +10,8 @@
 #include <set>
 #include <vector>
 
-// Clones share highlight paths. Whatever the sharers then do, in any order, a path lives as long as some
-// record refers to it, and dies once.
+// Clones share highlight paths. A path lives while a record refers to it, and is deleted once, for every
+// order of the sharers' actions.
 
 namespace {
 
@@ -24,7 +24,7 @@ using kvtest::SegmentArray;
 using kvtest::segmentsAt;
 using Indices = std::vector<std::int64_t>;
 
-// A set of one item with data of its own, and what its segments are to be.
+// A set of one item with its own data, and the expected indices of its segments.
 struct Sharer {
     std::unique_ptr<GxapSelectSet> set;
     Indices segments;
@@ -32,11 +32,11 @@ struct Sharer {
 
 constexpr std::size_t kSharers = 3;
 
-enum class Deed { Add, Clear, WriteThroughAt, Clone, ClearSet, Die };
-constexpr std::array<Deed, 6> kDeeds = {Deed::Add,   Deed::Clear,    Deed::WriteThroughAt,
-                                        Deed::Clone, Deed::ClearSet, Deed::Die};
+enum class Action { Add, Clear, WriteThroughAt, Clone, ClearSet, Destroy };
+constexpr std::array<Action, 6> kActions = {Action::Add,   Action::Clear,    Action::WriteThroughAt,
+                                            Action::Clone, Action::ClearSet, Action::Destroy};
 
-// A set, its clone, and the clone of that, beside a model of who refers to what.
+// A set, its clone and the clone of the clone, with a model of which set refers to which paths.
 class Family {
 public:
     Family() {
@@ -49,20 +49,20 @@ public:
             clone(mSharers[i], mSharers[i - 1]);
     }
 
-    // A deed of a set that is gone, or that holds no item any more, is left undone.
-    void act(Deed deed, std::size_t actor) {
+    // An action of a set that is gone, or that holds no item, does nothing.
+    void act(Action action, std::size_t actor) {
         Sharer& sharer = mSharers[actor];
-        if (deed == Deed::Clone)
+        if (action == Action::Clone)
             return clone(mSharers[(actor + 1) % kSharers], sharer);
         if (!sharer.set || sharer.set->sharedData->entityCount == 0)
             return;
-        if (deed == Deed::Add)
+        if (action == Action::Add)
             return add(sharer);
-        if (deed == Deed::WriteThroughAt)
+        if (action == Action::WriteThroughAt)
             return writeThroughAt(sharer);
-        if (deed == Deed::Clear)
+        if (action == Action::Clear)
             edit(*sharer.set).begin().setHighlightSegment(nullptr);
-        else if (deed == Deed::ClearSet)
+        else if (action == Action::ClearSet)
             edit(*sharer.set).clear();
         else
             sharer.set.reset();
@@ -112,7 +112,7 @@ private:
 
 class HighlightPaths : public kvtest::SetTest {
 protected:
-    // Many paths come and go here; nobody asks for the events.
+    // Many paths are made here, and no test reads the events.
     void SetUp() override {
         SetTest::SetUp();
         kvinmemory::setLogging(false);
@@ -120,15 +120,15 @@ protected:
 };
 
 struct Step {
-    Deed deed;
+    Action action;
     std::size_t actor;
 };
 
 Step stepNumber(std::size_t n) {
-    return {kDeeds[n % kDeeds.size()], n / kDeeds.size()};
+    return {kActions[n % kActions.size()], n / kActions.size()};
 }
 
-constexpr std::size_t kSteps = kDeeds.size() * kSharers;
+constexpr std::size_t kSteps = kActions.size() * kSharers;
 
 TEST_F(HighlightPaths, AreTheSameObjectsInACloneAndItsClone) {
     GxapSelectSet source;
@@ -152,7 +152,7 @@ TEST_F(HighlightPaths, DieOnceInEveryOrderOfThreeDeeds) {
         Family family;
         for (const std::size_t number : {n % kSteps, n / kSteps % kSteps, n / kSteps / kSteps}) {
             const Step step = stepNumber(number);
-            family.act(step.deed, step.actor);
+            family.act(step.action, step.actor);
             ASSERT_TRUE(family.isAsExpected()) << "sequence " << n;
         }
     }
@@ -164,7 +164,7 @@ TEST_F(HighlightPaths, DieOnceWhicheverSharersDieFirst) {
     do {
         Family family;
         for (const std::size_t actor : order) {
-            family.act(Deed::Die, actor);
+            family.act(Action::Destroy, actor);
             ASSERT_TRUE(family.isAsExpected());
         }
         EXPECT_EQ(livePaths(), 0);
@@ -177,7 +177,7 @@ TEST_F(HighlightPaths, DieOnceInLongRandomRuns) {
         Family family;
         for (int i = 0; i < 100; ++i) {
             const Step step = stepNumber(random() % kSteps);
-            family.act(step.deed, step.actor);
+            family.act(step.action, step.actor);
             ASSERT_TRUE(family.isAsExpected()) << "seed " << seed << ", step " << i;
         }
     }

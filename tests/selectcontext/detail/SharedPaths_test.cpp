@@ -182,7 +182,7 @@ TEST_F(SharedPaths, AreKeptThroughACopyOnWrite) {
 }
 
 TEST_F(SharedPaths, MayBeTheCallersOwnObjects) {
-    // A caller may put its paths into the list itself; whether they are shared is known for these too.
+    // A caller may put its own paths into the list. They are shared and counted like the others.
     auto* own = new GxDbFullSubentPath;
     kvtest::append(segmentsOf(*source), own);
     auto clone = cloneOf(*source);

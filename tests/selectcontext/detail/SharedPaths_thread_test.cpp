@@ -22,12 +22,12 @@ using HighlightPathsOnThreads = kvtest::ThreadTest;
 
 constexpr int kRounds = 200;
 
-// Runs one piece of work on a thread each.
+// Runs each function on a thread of its own.
 void onTwoThreads(const std::function<void()>& first, const std::function<void()>& second) {
     kvtest::onThreads(2, [&](std::size_t n) { n == 0 ? first() : second(); });
 }
 
-// Reads every path, so that a path that died too early shows.
+// Reads every path, so that a path that was deleted too early shows.
 std::int64_t sumOf(const GxapSelectSet& set) {
     std::int64_t sum = 0;
     for (const std::int64_t index : segmentsAt(set, 0))
@@ -35,8 +35,9 @@ std::int64_t sumOf(const GxapSelectSet& set) {
     return sum;
 }
 
-struct Twins {
-    Twins() {
+// A set of one item with three segments, and its clone.
+struct SharingPair {
+    SharingPair() {
         first = std::make_unique<GxapSelectSet>();
         edit(*first).append(id(1), GxDbObjectId());
         addSegments(*first, 0, {1, 2, 3});
@@ -48,44 +49,44 @@ struct Twins {
 
 TEST_F(HighlightPathsOnThreads, DieOnceWhenBothSharersDie) {
     for (int round = 0; round < kRounds; ++round) {
-        Twins twins;
+        SharingPair pair;
         const auto die = [](std::unique_ptr<GxapSelectSet>& set) {
             EXPECT_EQ(sumOf(*set), 6);
             set.reset();
         };
-        onTwoThreads([&] { die(twins.first); }, [&] { die(twins.second); });
+        onTwoThreads([&] { die(pair.first); }, [&] { die(pair.second); });
         ASSERT_EQ(livePaths(), 0);
     }
 }
 
 TEST_F(HighlightPathsOnThreads, DieOnceWhenBothSharersClear) {
     for (int round = 0; round < kRounds; ++round) {
-        Twins twins;
+        SharingPair pair;
         const auto clear = [](GxapSelectSet& set) {
             EXPECT_EQ(sumOf(set), 6);
             edit(set).begin().setHighlightSegment(nullptr);
         };
-        onTwoThreads([&] { clear(*twins.first); }, [&] { clear(*twins.second); });
+        onTwoThreads([&] { clear(*pair.first); }, [&] { clear(*pair.second); });
         ASSERT_EQ(livePaths(), 0);
     }
 }
 
 TEST_F(HighlightPathsOnThreads, AreSeenByTheSharerThatStays) {
     for (int round = 0; round < kRounds; ++round) {
-        Twins twins;
+        SharingPair pair;
         onTwoThreads(
             [&] {
-                addSegments(*twins.first, 0, {4});
-                EXPECT_EQ(sumOf(*twins.first), 10);
-                edit(*twins.first).begin().setHighlightSegment(nullptr);
-                twins.first.reset();
+                addSegments(*pair.first, 0, {4});
+                EXPECT_EQ(sumOf(*pair.first), 10);
+                edit(*pair.first).begin().setHighlightSegment(nullptr);
+                pair.first.reset();
             },
             [&] {
-                EXPECT_EQ(sumOf(*twins.second), 6);
-                addSegments(*twins.second, 0, {5});
-                EXPECT_EQ(sumOf(*twins.second), 11);
+                EXPECT_EQ(sumOf(*pair.second), 6);
+                addSegments(*pair.second, 0, {5});
+                EXPECT_EQ(sumOf(*pair.second), 11);
             });
-        EXPECT_EQ(sumOf(*twins.second), 11);
+        EXPECT_EQ(sumOf(*pair.second), 11);
         ASSERT_EQ(livePaths(), 4);
     }
     EXPECT_EQ(livePaths(), 0);
@@ -93,12 +94,12 @@ TEST_F(HighlightPathsOnThreads, AreSeenByTheSharerThatStays) {
 
 TEST_F(HighlightPathsOnThreads, AreClonedOnOneWhileTheyAreGivenUpOnTheOther) {
     for (int round = 0; round < kRounds; ++round) {
-        Twins twins;
-        onTwoThreads([&] { twins.first.reset(); },
+        SharingPair pair;
+        onTwoThreads([&] { pair.first.reset(); },
                      [&] {
-                         const auto third = kvtest::cloneOf(*twins.second);
+                         const auto third = kvtest::cloneOf(*pair.second);
                          recordAt(*third, 0)->highlightSegmentArray->at(0);
-                         twins.second.reset();
+                         pair.second.reset();
                          EXPECT_EQ(sumOf(*third), 6);
                      });
         ASSERT_EQ(livePaths(), 0);

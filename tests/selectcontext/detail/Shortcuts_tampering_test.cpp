@@ -1,5 +1,5 @@
-// Callers change what is public behind the library: index, count, store, pages and slots. What the library
-// keeps beside these must never show.
+// Callers change public fields directly: index, count, store, pages and slots. The private caches of the
+// library do not change any result.
 #include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ class ShortcutsTampering : public kvtest::EditTest {
 protected:
     static constexpr unsigned long kCount = 200;
 
-    // So many ids have been found that the next one is looked up by whatever was made for that.
+    // So many ids have been found that the next lookup uses the hash.
     static void lookUpMuch(const GxapSelectSet& set, unsigned long first, unsigned long count) {
         for (unsigned long n = first; n < first + count; ++n)
             static_cast<void>(set.findInMap(id(n)));
@@ -182,7 +182,7 @@ TEST_F(ShortcutsTampering, IndexesSwappedBetweenTwoSets) {
     EXPECT_TRUE(invariants(other));
 }
 
-// The next set's pool may get the address of the last one's.
+// The pool of the next set may get the address of the pool of the last set.
 TEST_F(ShortcutsTampering, IndexesSwappedToAndFroWithSetsThatAreGone) {
     GxapSelectSet set;
     appendIds(set, 1, kCount);
@@ -377,7 +377,7 @@ protected:
         return p;
     }
 
-    // The records of a page are the test's from now on.
+    // The test now owns the records of the page.
     void keepRecords(const Store::Page& from) {
         for (const Store::Slot* slot = from.slots; slot < from.fillEnd; ++slot) {
             if (!slot->free)

@@ -1,5 +1,5 @@
-// Handles on different threads look items up in the data that they share while what makes that faster is
-// still being made; what is wrong with that shows under the thread sanitizer.
+// Handles on different threads look items up in shared data while the first lookups build a hash for it. A
+// data race shows under the thread sanitizer.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Threads.h"
 

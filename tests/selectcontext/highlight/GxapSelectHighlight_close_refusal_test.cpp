@@ -1,4 +1,4 @@
-// Entities whose closing throws, after a drawing and after the resolution of a path.
+// Closing an entity throws, after a drawing and after the resolution of a path.
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
 
@@ -14,7 +14,7 @@ int gCloses = 0;
 
 } // namespace
 
-// In place of the platform's own: nothing here asks what is open.
+// Replaces the function of the platform. No test here asks which objects are open.
 GxErrorStatus GxDbObject::close() {
     ++gCloses;
     if (gRefuses)
@@ -29,7 +29,7 @@ using kvinmemory::livePaths;
 using kvtest::edit;
 using kvtest::registrations;
 
-// A set of one item with a segment and a path of two ids, in a drawing that refuses to close entities.
+// A set of one item with a segment and a path of two ids. Its drawing refuses to close entities.
 class RefusedClose : public kvtest::SetTest {
 protected:
     void SetUp() override {

@@ -225,7 +225,7 @@ protected:
         DrawingTest::TearDown();
     }
 
-    // Runs within the first highlight that follows.
+    // Runs the work during the next highlight.
     static void onFirstHighlight(std::function<void()> work) {
         auto pending = std::make_shared<bool>(true);
         onHighlight([pending, work = std::move(work)](const HighlightCall&) {
@@ -440,7 +440,7 @@ TEST_F(DrawSet, ShowsInTheEntitiesUntilItIsTakenBack) {
     EXPECT_EQ(highlightsOf("B"), 0u);
 }
 
-// What an entity calls back during its highlight may take away what is being drawn.
+// A callback during a highlight may change the set that is being drawn.
 class DrawCallback : public Draw {};
 
 TEST_F(DrawCallback, ThatClearsTheSegmentsLeavesThemToTheDrawing) {
@@ -511,7 +511,7 @@ TEST_F(DrawCallback, ThatDrawsTheSetAgainNestsTheCalls) {
     EXPECT_EQ(databaseEvents(DatabaseCall::Open).size(), databaseEvents(DatabaseCall::Close).size());
 }
 
-// What opening an entity sets off may take away what is to be drawn.
+// A callback while an entity is opened may change the set that is being drawn.
 class DrawOpening : public kvtest::DrawingTest {
 protected:
     void SetUp() override {
@@ -524,7 +524,7 @@ protected:
         DrawingTest::TearDown();
     }
 
-    // The set gets an item with segments 1 and 2. Its entity is made anew by each opening, after the work.
+    // Adds an item with segments 1 and 2. Each opening of its entity runs the work and then makes the entity.
     GxDbObjectId addItem(std::function<void()> work) {
         const GxDbObjectId id = drawing().addNonResident(
             [work = std::move(work)] {

@@ -1,5 +1,5 @@
-// Iterators left standing on pages, stores and sets that are gone. Whether one of them reads freed memory is
-// for the address sanitizer to say; the expectations say where such an iterator ends up.
+// Iterators on pages, stores and sets that are gone. The expectations state where such an iterator goes. A
+// read of freed memory shows under the address sanitizer.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Thrown.h"
 
@@ -36,7 +36,8 @@ class EndIteratorLeftBehind : public kvtest::SetTest {};
 class IteratorAfterAssignment : public kvtest::SetTest {};
 class IteratorAfterItsSet : public kvtest::SetTest {};
 
-// Leaves the iterator's position without registration, as happens to one that is assigned after a release.
+// Leaves the iterator its position without a registration. An iterator that is assigned after a release is in
+// this state.
 void unregister(GxapSelectSet& set, ConstIterator& it) {
     set.removeIterator(&it);
 }
@@ -176,8 +177,8 @@ TEST_F(IteratorOnAReleasedPage, RaisesWhenItsRecordIsToBeWritten) {
     EXPECT_TRUE(invariants(two.set));
 }
 
-// A new page may come to lie where the old one was; the iterator then stands on a slot of that page or on
-// none.
+// A new page may lie at the address of the old one. Then the iterator stands on a slot of that page or on no
+// slot.
 TEST_F(IteratorOnAReleasedPage, WalksToTheEndAfterNewPagesHaveCome) {
     Filled three(3);
     const ConstIterator it = three.set.iteratorAt(1);

@@ -1,4 +1,4 @@
-// Every allocation that an iterator makes, failing in turn.
+// Each allocation of an iterator fails in turn.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
@@ -106,8 +106,8 @@ TEST_F(IteratorFailure, OfAConstructionThatIsDisabledCannotHappen) {
         kvtest::Expect::None);
 }
 
-// Wherever an assignment stops: a position is registered with the set that it is in, and nothing is
-// registered with a set that it does not name.
+// Where an assignment fails: an iterator with a position is registered with its set, and no iterator is
+// registered with another set.
 void expectSound(const ConstIterator& it, const GxapSelectSet& from, const GxapSelectSet& to) {
     EXPECT_TRUE(invariants(from));
     EXPECT_TRUE(invariants(to));
@@ -252,7 +252,7 @@ TEST_F(FactoryFailure, LeavesASetWithoutDataWithoutItOrWithAWholeOne) {
     expectFactorySurvivesWithoutData([](GxapSelectSet& set) { return edit(set).findItr(id(9)); });
 }
 
-// The copy may have been made before the iterator failed; either way both sets hold what they held.
+// The data may have been copied before the iterator failed. Both sets hold the same items as before.
 template <class Factory>
 void expectAccessorFactorySurvives(Factory factory) {
     forEachAllocationFailure([&factory](FailurePoint& point) {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-// Nested picks told apart, and their paths resolved, filtered and replaced.
+// Nested picks: recognising them, and resolving, filtering and replacing their paths.
 
 namespace {
 
@@ -262,7 +262,7 @@ protected:
         return names;
     }
 
-    // What the filter keeps of a path; it is to answer true.
+    // The ids of a path that pass the filter. The filter answers true.
     Lines filtered(std::initializer_list<AnyId> path) {
         const Picked picked(a, path);
         Ids ids;
@@ -424,7 +424,7 @@ TEST_F(FilteredPath, WithoutAPositionLeavesTheIds) {
     EXPECT_TRUE(calls().empty());
 }
 
-// Opening an entity may call back into the application, and that may replace the path.
+// Opening an entity may call back into the application, which may replace the path.
 TEST_F(FilteredPath, IsThatOfTheStartWhenThePathIsReplacedMeanwhile) {
     std::function<void()> whenOpened;
     const GxDbObjectId made = drawing().addNonResident(

@@ -313,7 +313,7 @@ TEST_F(ClearingSegments, LeavesTheStorageToAnotherOwner) {
 
 class SegmentWithoutItem : public kvtest::SetTest {
 protected:
-    // What neither of the two calls may do.
+    // Neither of the two calls changes the set.
     static void expectNothingFrom(Iterator& it, const GxapSelectSet& set, const Indices& segments) {
         const GxDbFullSubentPath path = subentPath({1});
         const long paths = livePaths();
@@ -334,7 +334,7 @@ TEST_F(SegmentWithoutItem, IsIgnoredAtTheEnd) {
     expectNothingFrom(it, filled.set, {1});
 }
 
-// The index alone decides, wherever the iterator stands.
+// The index alone decides. The position of the iterator does not matter.
 TEST_F(SegmentWithoutItem, IsIgnoredWhenTheIndexIsNotBelowTheCount) {
     Filled filled(1);
     addSegments(filled.set, 0, {1});

@@ -910,7 +910,8 @@ TEST_F(ConstIteratorStep, FromAFreedSlotReachesTheNextRecord) {
     EXPECT_EQ(at(it), 2u);
 }
 
-// The position counts the occupied slots that were in front; removing some of them leaves it too high.
+// The position is the number of occupied slots in front. It stays when some of them are removed, and is then
+// too high.
 TEST_F(ConstIteratorStep, WithAStalePositionEndsItsPageEarly) {
     Filled five(5);
     const ConstIterator it = five.set.iteratorAt(2);
@@ -1002,8 +1003,8 @@ TEST_F(ConstIteratorStepBack, FromTheEndGivesTheLastRecord) {
     EXPECT_EQ(prev.truckerIterator->slot, three.slot(2));
 }
 
-// The end's position is the number of live records, the last record's own position too: a step back from the
-// end is one lower than where the record is found by its index.
+// The position of the end is the number of live records. A step back from the end gives the last record a
+// position that is one lower than a lookup by its index gives it.
 TEST_F(ConstIteratorStepBack, FromTheEndCountsThePositionDownFromTheLiveCount) {
     Filled three(3);
     ConstIterator prev(nullptr, 0);

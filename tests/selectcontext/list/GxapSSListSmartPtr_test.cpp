@@ -14,7 +14,7 @@ using Handle = GxapSSListSmartPtr;
 
 class ListHandle : public kvtest::SetTest {
 protected:
-    // Answers what the handle's list says of itself once it is gone.
+    // Adds a set to the list. Its block shows later whether the list was destroyed.
     static const GxapSelectSet* addSet(const Handle& handle) {
         Name name;
         return handle.list->newSelectSet(name);

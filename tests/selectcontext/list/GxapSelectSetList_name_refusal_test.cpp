@@ -10,12 +10,12 @@ namespace {
 
 struct Refusal {};
 
-// What completing a name does beside filling the second word.
+// Called when a name is completed.
 std::function<void(const long*)> gAtCompletion;
 
 } // namespace
 
-// In place of the platform's own.
+// Replaces the function of the platform.
 void gxdbInitGdsNameKey(long* name) {
     name[1] = 77;
     if (gAtCompletion)

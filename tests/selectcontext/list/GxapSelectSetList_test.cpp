@@ -285,7 +285,7 @@ TEST_F(DestroyedList, DestroysItsSets) {
     EXPECT_EQ(sinceThen.liveNew(), 0);
 }
 
-// The paths that die with the sets show the order.
+// The destructions of the paths show the order of the sets.
 TEST_F(DestroyedList, DestroysFromTheFrontToTheBack) {
     std::vector<const GxDbFullSubentPath*> expected;
     auto list = std::make_unique<GxapSelectSetList>();

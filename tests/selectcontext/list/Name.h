@@ -3,7 +3,7 @@
 
 namespace kvtest {
 
-// The words that no set is named by yet.
+// Begins with two words that name no set.
 struct Name {
     long words[2] = {-7, -8};
 

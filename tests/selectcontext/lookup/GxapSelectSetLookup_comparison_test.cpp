@@ -30,7 +30,7 @@ bool intersected(const SetOf& s, const SetOf& other) {
     return s.set.intersectedWith(&other.set);
 }
 
-// Puts a record into a slot that nobody can read: whoever looks at it ends the program.
+// Puts an unreadable record into a slot. Reading it ends the program.
 class UnreadableRecord {
 public:
     UnreadableRecord(const SetOf& s, std::size_t position)
@@ -158,7 +158,7 @@ TEST_F(IntersectedWith, AnItemOfALaterPage) {
     EXPECT_FALSE(intersected(last, many));
 }
 
-// --- what both take for the same item
+// --- when two items are the same
 
 class SameItem : public kvtest::EditTest {
 protected:

@@ -33,7 +33,7 @@ TEST_F(LookupFailure, HasNoPlaceInReadingByPositionAndComparing) {
         Expect::None);
 }
 
-// What makes many lookups faster is given up where there is no memory for it.
+// Comparing many items builds a hash if there is memory for it.
 TEST_F(LookupFailure, LeavesComparingManyItemsSlow) {
     const Items held = kvtest::plainItems(1, 300);
     const Items backwards(held.rbegin(), held.rend());

@@ -33,7 +33,7 @@ constexpr const wchar_t* kMisuse =
 
 class Lookup : public kvtest::SetTest {
 protected:
-    // A thread's first trace makes storage that stays; it is made here, before anything is counted.
+    // The first trace of a thread allocates storage that stays. It is made before anything is counted.
     Lookup() { SCOPED_TRACE("making the storage of traces"); }
 };
 class MarkerEquality : public ::testing::Test {};
@@ -44,7 +44,7 @@ std::unique_ptr<GxapSelectedEntInfo> infoWith(const GxGeMatrix3d& matrix) {
     return info;
 }
 
-// Without a matrix, though with a fence result.
+// An info with a fence result and without a matrix.
 std::unique_ptr<GxapSelectedEntInfo> infoWithoutMatrix() {
     auto info = std::make_unique<GxapSelectedEntInfo>();
     info->setSelFenceResultInfo(fence(1, 0.5));
@@ -60,7 +60,7 @@ const selected_entity* recordOf(const GxapSelectSet& set, Position position) {
     return isEnd(set, position) ? nullptr : kvtest::slotOf(position)->value;
 }
 
-// Everything that one item is asked for by.
+// The keys of a lookup.
 struct Keys {
     GxDbObjectId mainId = id(1);
     GxDbObjectId subId = id(11);
@@ -100,8 +100,7 @@ selected_entity& addItem(GxapSelectSet& set, const Keys& keys) {
     return record;
 }
 
-// A set in which the wanted item stands at position 2 of 5, with items around it that differ from it in just
-// one key.
+// A set of five items with the wanted item at position 2. Each other item differs from it in one key.
 struct Neighbourhood {
     Neighbourhood() {
         Keys other = wanted;

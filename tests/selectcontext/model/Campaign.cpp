@@ -21,15 +21,15 @@ namespace kvmodel {
 
 namespace {
 
-constexpr int kTrackedEpisodes = 16;    // one of so many runs with its _kvMalloc blocks counted
-constexpr unsigned kReplaySeconds = 20; // an episode that takes longer does not end
+constexpr int kTrackedEpisodes = 16;    // one of so many episodes counts its _kvMalloc blocks
+constexpr unsigned kReplaySeconds = 20; // a replay that takes longer has failed
 constexpr unsigned kCampaignSeconds = 540;
 constexpr auto kShrinkTime = std::chrono::seconds(60);
 constexpr int kFailed = 1;
 
 using Operations = std::vector<Operation>;
 
-// What a child tells its parent, also when it crashes.
+// In memory that the child shares with its parent, so that it survives a crash of the child.
 struct Report {
     long episode;
     int operation;
@@ -70,7 +70,7 @@ bool tracksMemory(long episode) {
     return episode % kTrackedEpisodes == 0;
 }
 
-// Runs work in a child. Whether it failed: mismatch, exception, crash, or no end within the time.
+// Runs the work in a child process. Whether it failed: a mismatch, an exception, a crash or a timeout.
 bool failsInChild(const SharedReport& report, unsigned seconds, bool isQuiet,
                   const std::function<void()>& work) {
     report->message[0] = '\0';
@@ -93,7 +93,7 @@ bool failsInChild(const SharedReport& report, unsigned seconds, bool isQuiet,
             report.write("something was thrown");
             _exit(kFailed);
         }
-        std::exit(0); // so that the leak sanitizer looks at what is left
+        std::exit(0); // the leak sanitizer checks at exit
     }
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {}
@@ -117,7 +117,8 @@ bool operationsFail(const SharedReport& report, const Profile& profile, const Op
     });
 }
 
-// Leaves out runs of operations, half of them at first and single ones in the end, as long as it still fails.
+// Leaves out runs of operations while the rest still fails. The runs shrink from half of the operations to
+// one.
 Operations shrunk(const SharedReport& report, const Profile& profile, Operations failing, bool tracked) {
     const auto end = std::chrono::steady_clock::now() + kShrinkTime;
     bool shrinks = true;

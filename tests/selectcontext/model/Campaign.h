@@ -1,4 +1,4 @@
-// Runs many episodes of random operations, and cuts the one that fails down to the operations that matter.
+// Runs many episodes of random operations, and reduces a failing one to the operations that matter.
 #pragma once
 
 #include "tests/selectcontext/model/Operation.h"
@@ -12,8 +12,8 @@ namespace kvmodel {
 std::uint64_t seedOr(std::uint64_t seed);
 long operationsOr(long count);
 
-// Does `count` operations in episodes of their own, in a process of their own, so that a crash is a failure
-// as any other. Empty if all went well; otherwise what failed, the seed and the shortest failing operations
+// Runs `count` operations, divided into episodes, in a child process, so that a crash counts as a failure.
+// Returns an empty string on success; otherwise the failure, the seed and the shortest failing operations
 // found.
 std::string runCampaign(const Profile& profile, std::uint64_t seed, long count);
 

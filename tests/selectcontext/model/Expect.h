@@ -33,7 +33,7 @@ inline void expectSame(const void* actual, const void* model, const char* what) 
     expectEqual(actual, model, what);
 }
 
-// Enters an address that the library has chosen, or compares it with the one entered before.
+// Stores an address of the library at the first call, and compares it with the stored one later.
 template <class T>
 void bind(T actual, T& known, const char* what) {
     expect(actual != nullptr, what);

@@ -1,4 +1,4 @@
-// Does operations with the library and with the model, and compares the two after each.
+// Performs operations with the library and with the model, and compares the two after each.
 #pragma once
 
 #include "selectcontext/KvSelectContext.h"
@@ -26,7 +26,7 @@ public:
 
     void perform(const Operation& operation);
 
-    // Lets everything go that the operations have made.
+    // Destroys everything that the operations have made.
     void finish();
 
 private:
@@ -130,11 +130,11 @@ private:
     std::array<std::unique_ptr<ConstIterator>, kConstCount> mConst;
     std::array<std::unique_ptr<Iterator>, kConstCount> mWritable;
 
-    std::vector<std::pair<const void*, RecordPtr>> mReturned; // records that both sides have returned
+    std::vector<std::pair<const void*, RecordPtr>> mReturned; // returned by both sides
     std::vector<selected_entity*> mNewRecords;                // made in this step, by address
-    std::vector<selected_entity*> mNewInSets;                 // those of them that the sets hold
+    std::vector<selected_entity*> mNewInSets;                 // those that the sets hold
     int mStep = 0;
-    bool mRecordsChanged = false; // beside being added or removed
+    bool mRecordsChanged = false; // other than by adding and removing
     long mEmptyVectors = 0;       // found while comparing
     long mOtherEmptyVectors;      // of everything that is not compared
     long mOtherPaths;

@@ -1,4 +1,4 @@
-// What the machine compares after each operation.
+// The comparison after each operation.
 
 #include "tests/selectcontext/model/Machine.h"
 
@@ -56,7 +56,7 @@ void Machine::compare() {
 
 // ---- Records that were removed
 
-// Records that an operation has both copied and taken out were in no set when it ended.
+// A record that one operation has both copied and removed is in no set when the operation ends.
 void Machine::bindLeftBehind() {
     const auto isUnknown = [](const RecordPtr& model) { return !model->actual; };
     if (std::none_of(mModel.removed.begin(), mModel.removed.end(), isUnknown))
@@ -78,7 +78,7 @@ void Machine::bindLeftBehind() {
 }
 
 bool Machine::couldBe(const selected_entity& actual, const Record& model) const {
-    // A block that the operation itself has made is not known yet.
+    // A block that the operation itself has made has no address in the model yet.
     const auto onBlock = [](const KvVectorBlock* block, const auto& vector) {
         if (vector.isOnEmptyBlock())
             return block == gpEmptyVectorData;

@@ -191,7 +191,7 @@ bool Model::resolve(const Store& store, const Position& at) {
     return std::find(store.pages.begin(), store.pages.end(), at.page) != store.pages.end();
 }
 
-// Literal, the odd results included: a position that went stale makes the walk leave its page early.
+// The literal rule. With a stale position the walk leaves its page early.
 void Model::next(Position& at) {
     const std::vector<PagePtr>& pages = at.store->pages;
     int from = 0;
@@ -693,7 +693,7 @@ bool Model::remove(Set& set, int main) {
         takeOut(data, entry->second.place);
         --data.count;
     }
-    // Empty where the copy indexes again what a caller had changed.
+    // Empty if a caller had changed the ids of the records: a copy is indexed by their new ids.
     const bool any = range.first != range.second;
     data.index.erase(range.first, range.second);
     return any;
@@ -810,7 +810,7 @@ void Model::transfer(Set& set, Set& target, const std::function<bool(int)>* isEx
         createData(set);
     const Data* const walked = set.data.get();
     for (const RecordPtr& record : set.data->store->records()) {
-        // The first append that copies the data which is walked ends the walk.
+        // The first append copies the walked data, which ends the walk.
         if (set.data.get() != walked)
             return;
         if (ids.isNull(record->main))
@@ -852,7 +852,7 @@ bool Model::samePath(const SubentPath& a, const SubentPath& b) const {
                       [this](int x, int y) { return ids.same(x, y); });
 }
 
-// Reading a list by its writing access makes it private.
+// Reading a list through its writing access makes the list private.
 int Model::positionIn(PathList& list, const SubentPath& path) const {
     for (int i = 0; i < list.size(); ++i) {
         list.makePrivate();

@@ -1,7 +1,7 @@
-// A plain model of selection sets: what every operation is to do, told with standard containers.
+// A model of selection sets: each operation written with standard containers.
 //
-// It knows nothing of the library. Addresses that the library has chosen (`actual`) are entered by whoever
-// compares the two, and serve for comparing alone.
+// The model does not use the library. The machine that compares the two enters the addresses of the library's
+// objects (`actual`); they serve for comparing only.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ constexpr int kPageSlots = 4096;
 constexpr int kSlotBytes = 16;
 constexpr std::uint32_t kBeforeFirst = 0xFFFFFFFFu;
 
-// What an operation ends with.
+// How an operation ends.
 enum Outcome : int {
     kReturned = 0,
     kInvalidIndex = 24,
@@ -30,7 +30,7 @@ enum Outcome : int {
     kOtherError = 1003
 };
 
-// Thrown by model operations that are to raise an error.
+// Thrown by model operations whose library counterpart raises an error.
 struct Raised {
     Outcome outcome;
 };
@@ -119,7 +119,7 @@ struct SubentPath {
     long index;
 };
 
-// A path object on the heap. Those of highlight segments live as long as some list holds them.
+// A path object on the heap. A path of highlight segments lives while a list holds it.
 struct PathObject {
     explicit PathObject(const SubentPath& path) : value(path) { ++liveCount; }
     PathObject(const PathObject&) = delete;
@@ -187,7 +187,7 @@ struct Store {
 
     Place append(const RecordPtr& record);
     void free(const Place& place);
-    void clear(); // cursors may still know the pages
+    void clear(); // cursors may still hold the pages
     std::optional<Place> elementAt(int index) const;
     int positionOf(const Place& place) const;
     std::vector<RecordPtr> records() const;
@@ -195,7 +195,7 @@ struct Store {
 };
 using StorePtr = std::shared_ptr<Store>;
 
-// A cursor of the store. Without page there is no slot.
+// A cursor of the store. Without a page it has no slot.
 struct Position {
     StorePtr store;
     PagePtr page;
@@ -245,7 +245,7 @@ struct Cursor {
     std::optional<Position> at;
 };
 
-// The keys of a lookup; what is not given is not compared.
+// The keys of a lookup. A key that is not given is not compared.
 struct Keys {
     int main = 0;
     std::optional<int> sub;
@@ -263,7 +263,7 @@ public:
     const IdRules& ids;
     std::array<Set, kSetCount> sets;
     std::array<Cursor, kCursorCount> cursors;
-    std::vector<RecordPtr> removed;  // taken out of a store in this step, and left to the caller
+    std::vector<RecordPtr> removed;  // removed from a store in this step, and left to the caller
     std::vector<PathPtr> loosePaths; // paths of sub-selections, which the library never deletes
 
     // Handles

@@ -1,4 +1,4 @@
-// What a random test does, as data: operations can be generated, printed, dropped and done again.
+// The operations of a random test as data, so that they can be generated, printed, left out and repeated.
 #pragma once
 
 #include <array>
@@ -87,12 +87,12 @@ struct Operation {
 
 std::ostream& operator<<(std::ostream& out, const Operation& operation);
 
-// Positions are drawn without knowledge of the set: 0 and above is taken modulo its items, and these say
-// where it starts and ends.
+// A position is drawn without knowledge of the set. A number from 0 on is taken modulo the number of items;
+// these codes stand for the ends of the set.
 enum PositionCode : int { kMinusOne = -1, kCount = -2, kBeyondCount = -3, kLast = -4, kFirst = -5 };
 int positionOf(int code, int count);
 
-// What is done with what.
+// The sizes and weights of a campaign.
 struct Profile {
     const char* name;
     bool isLarge;      // weights; only small sets are compared in full after every step

@@ -14,7 +14,7 @@ constexpr std::size_t kDatabaseCapacity = 20000;
 
 std::vector<std::string> sHighlightCalls;
 
-// Takes a note of every highlight, and keeps nothing else.
+// Records each highlight and does nothing else.
 class NotingEntity : public GxDbEntity {
 public:
     GxErrorStatus highlight(const GxDbFullSubentPath& path, bool flag) const override {
@@ -70,7 +70,7 @@ int World::numberOf(const GxDbObjectId& id) const {
 }
 
 bool World::opens(int number) const {
-    // An id opens as itself, whatever it is equal to.
+    // Opening an id goes by the id itself. Equal ids do not matter.
     return number != 0 && number != mInvalid && number != mErased;
 }
 

@@ -1,5 +1,4 @@
-// What the sets of a random test are filled with: ids, nested paths, infos and sub-entity paths, each for the
-// library and for the model.
+// The ids, nested paths, infos and sub-entity paths of a random test, each for the library and for the model.
 #pragma once
 
 #include "base/KvVector.h"

@@ -1,6 +1,6 @@
-// Several sets that share their data are driven through every operation, side by side with a plain model.
+// Sets that share data go through random operations, and a plain model goes through the same.
 //
-// KV_MODEL_SEED and KV_MODEL_OPERATIONS choose other operations and another number of them.
+// KV_MODEL_SEED chooses other operations, KV_MODEL_OPERATIONS another number of them.
 #include "tests/selectcontext/model/Campaign.h"
 
 #include <gtest/gtest.h>

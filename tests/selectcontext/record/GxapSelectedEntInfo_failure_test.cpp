@@ -20,7 +20,7 @@ using kvtest::sameEntries;
 
 class FailingInfo : public kvtest::FailureTest {};
 
-// What an info says of itself.
+// The contents of an info.
 struct InfoContents {
     explicit InfoContents(const GxapSelectedEntInfo& info)
         : presenceBits(info.presenceBits), fenceInfo(info.getFenceInfoPtr()), matrix(info.getBTRMatPtr()) {
@@ -59,7 +59,7 @@ void withEmptiedBlock(GxapSelectedEntInfo& info) {
     info.ReleaseFenceInfoPtr();
 }
 
-// The edit of an info is done whole or not at all, and the info can be edited and destroyed afterwards.
+// The edit of an info is complete or changes nothing. The info can be edited and destroyed afterwards.
 void expectAllOrNothing(const Prepare& prepare, const Prepare& edit,
                         kvtest::Expect expect = kvtest::Expect::Failures) {
     GxapSelectedEntInfo model;
@@ -110,8 +110,8 @@ bool haveSameMatrix(const GxapSelectedEntInfo& a, const GxapSelectedEntInfo& b) 
            sameEntries(ofA, ofB);
 }
 
-// Whatever allocation of an assignment fails, each of the target's fields is what it was or what the
-// assignment makes it, and none is left behind.
+// Each allocation of an assignment fails in turn. Each field of the target is then the old one or the new
+// one, and nothing leaks.
 void assignInTurn(const Prepare& prepareTarget, const Prepare& prepareSource) {
     GxapSelectedEntInfo source, before, after;
     prepareSource(source);

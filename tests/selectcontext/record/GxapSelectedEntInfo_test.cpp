@@ -19,8 +19,7 @@ class EntInfo : public kvtest::SetTest {};
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// The compact block as it lies in memory: capacity and size, two bytes each, then the payload, which is not
-// aligned.
+// The compact block in memory: capacity and size of two bytes each, then the unaligned payload.
 struct BlockImage {
     std::uint16_t capacity;
     std::uint16_t size;
@@ -45,7 +44,7 @@ void setCapacity(GxapSelectedEntInfo& info, std::uint16_t capacity) {
     std::memcpy(info.elasticData, &capacity, sizeof(capacity));
 }
 
-// Gives an info without block an empty one with room to spare.
+// Gives an info without a block an empty block with spare capacity.
 void giveRoomyBlock(GxapSelectedEntInfo& info, std::uint16_t capacity) {
     info.elasticData = static_cast<GxDbElasticData*>(_kvMalloc(4u + capacity));
     std::memset(static_cast<void*>(info.elasticData), 0, 4);

@@ -27,7 +27,7 @@ using ConstIterator = GxapSelectSet::ConstIterator;
 
 class FailingData : public kvtest::FailureTest {};
 
-// Two records with all that a record can own, and a slot without a record between them.
+// Two records that own everything a record can own, with a slot without a record between them.
 struct RichSet {
     RichSet() {
         for (unsigned long n = 1; n <= 3; ++n)

@@ -80,7 +80,7 @@ TEST_F(SubselFailure, OfAppendingAPathOfANewEntity) {
     });
 }
 
-// Removing a path takes one more attempt at most, whatever of it a failed one has done.
+// After a failed removal of a path, one more attempt succeeds.
 TEST_F(SubselFailure, OfRemovingAPath) {
     forEachAllocationFailure([&](FailurePoint& point) {
         freeLeftRecords();

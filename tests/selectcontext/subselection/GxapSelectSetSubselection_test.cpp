@@ -173,7 +173,7 @@ TEST_F(EditMainSubsel, BehindASlotWithoutARecordStandsOnTheItem) {
     EXPECT_TRUE(it == set.findItr(second));
 }
 
-// The copy leaves the slot out, so that the item stands elsewhere in it.
+// The copy leaves the slot out, so the item has another position in the copy.
 TEST_F(EditMainSubsel, BehindASlotWithoutARecordOfSharedDataStandsOnTheItemOfTheCopy) {
     GxapSelectSet set;
     for (const GxDbObjectId& entity : {first, second, third})
@@ -749,7 +749,7 @@ TEST_F(RemoveSubselAt, CountsItemsLikeAnyPosition) {
     EXPECT_EQ(parts(record(set, 0)), (Parts{1}));
 }
 
-// The record goes by its keys, like any other: the first of equal ones is another record here.
+// The record is removed by its keys. The first record with equal keys is another one here.
 TEST_F(RemoveSubselAt, OfTheOnlyPathRemovesTheFirstRecordOfEqualKeys) {
     GxapSelectSet set;
     edit(set).setUnique(false);

@@ -25,7 +25,7 @@ protected:
     // The path of part number n of the entity.
     static Path part(const GxDbObjectId& entity, std::int64_t n) { return subentPath({entity}, 1, n); }
 
-    // The same, without a copy that the log of the database would show.
+    // Turns a path into that one. The log of the database shows no copy.
     static void setToPart(Path& path, const GxDbObjectId& entity, std::int64_t n) {
         path.objectIds().setLogicalLength(1);
         path.objectIds()[0] = entity;

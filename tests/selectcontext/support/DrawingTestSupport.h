@@ -1,5 +1,4 @@
-// What the tests of opening and highlighting share: a drawing that watches that everything is given back, and
-// what was called of it as lines to compare.
+// A drawing for tests of opening and highlighting, and the calls that it receives as lines of text.
 #pragma once
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
@@ -10,6 +9,7 @@
 
 namespace kvtest {
 
+// A test closes and deletes each object that it opens.
 class DrawingTest : public SetTest {
 protected:
     void SetUp() override {
@@ -80,7 +80,7 @@ inline std::vector<unsigned long> numbersOf(const GxDbFullSubentPath& path) {
     return numbers;
 }
 
-// Adds segments whose parts have these indices to the item at a position. Data that is shared is written.
+// Adds segments whose parts have these indices to the item at a position. Shared data is written in place.
 inline void addSegments(GxapSelectSet& set, int position, const std::vector<std::int64_t>& indices) {
     GxapSelectSet::Iterator it(&set, position);
     for (const std::int64_t index : indices) {

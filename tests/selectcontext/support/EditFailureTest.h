@@ -12,7 +12,7 @@
 
 namespace kvtest {
 
-// What one edit does to a set.
+// An edit, the set before it, and the set after it.
 struct EditCase {
     Items held;
     Unique unique;
@@ -23,7 +23,7 @@ struct EditCase {
 
 class EditFailure : public EditTest {
 protected:
-    // A failed edit has done all or nothing, and nothing has been lost; the next attempt does it.
+    // A failed edit has changed nothing, and the next attempt succeeds.
     static void tryOnce(FailurePoint& point, const EditCase& c, bool shared) {
         freeLeftRecords();
         {
@@ -52,7 +52,7 @@ protected:
     }
 };
 
-// Three items of which the second has all that an item can have.
+// Three items. The second has every key that an item can have.
 inline const Items kThreeItems{{1}, {2, 1, 5, {7}, 1.5}, {3}};
 
 } // namespace kvtest

@@ -105,7 +105,7 @@ selected_entity* record(const GxapSelectSet& set, std::size_t position) {
     return recordAt(set, position);
 }
 
-// ---- what is left behind
+// ---- what edits leave unreleased
 
 std::set<const GxDbFullSubentPath*> pathCopiesLeft() {
     std::set<const GxDbFullSubentPath*> left;

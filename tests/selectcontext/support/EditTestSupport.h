@@ -1,5 +1,4 @@
-// What the tests of removals, set algebra and sub-selection share: items as plain values, sets made of them,
-// and the records that edits leave unreleased.
+// Items as plain values, sets made of them, and the records that edits leave unreleased.
 #pragma once
 
 #include "platform/inmemory/InMemoryDatabase.h"
@@ -20,14 +19,13 @@ namespace kvtest {
 
 // ---- items
 
-// One selected item, as far as lookups can tell it from others: the numbers of its ids, its marker, the
-// numbers of its path, ended by 0, and by how much its block transform moves; 0: it has none.
+// The keys of a selected item.
 struct Item {
-    unsigned long main;
+    unsigned long main; // the number of its id
     unsigned long sub = 0;
     long marker = -1;
-    unsigned long path[3] = {};
-    double moved = 0;
+    unsigned long path[3] = {}; // the numbers of its ids, ended by 0
+    double moved = 0;           // by its block transform; 0: no transform
 };
 using Items = std::vector<Item>;
 
@@ -37,7 +35,7 @@ std::ostream& operator<<(std::ostream& out, const Item& item);
 void select(GxapSelectSet& set, const Item& item);
 Item itemOf(const selected_entity& record);
 
-// The items in store order, read without any of the library's walks; none of a set without data.
+// The items in store order, read without the library's walks. Empty for a set without data.
 Items items(const GxapSelectSet& set);
 
 Items plainItems(unsigned long first, unsigned long count);
@@ -46,7 +44,7 @@ Items plainItems(unsigned long first, unsigned long count);
 
 enum class Unique { kOn, kOff };
 
-// Adds equal items, too, whatever the set's flag, which is then as given.
+// Adds the items, equal ones too, and then sets the flag.
 void fill(GxapSelectSet& set, const Items& added, Unique unique = Unique::kOn);
 
 // A set of just these items: SetOf{{1}, {2, 5}}, or with a flag SetOf({{1}, {1}}, Unique::kOff).
@@ -65,8 +63,8 @@ public:
     GxapSelectSet set;
 };
 
-// A set that shares data, and lets it go while the next edit copies that data: from then on only what is
-// edited holds it.
+// A set that shares data and releases it while the next edit copies the data. The edited set is then its only
+// owner.
 class FleetingSharer {
 public:
     explicit FleetingSharer(const GxapSelectSet& set);
@@ -84,19 +82,18 @@ bool shareData(const GxapSelectSet& a, const GxapSelectSet& b);
 std::size_t pages(const GxapSelectSet& set);
 selected_entity* record(const GxapSelectSet& set, std::size_t position);
 
-// ---- what is left behind
+// ---- what edits leave unreleased
 
-// The copies of paths that exist and that no local of the test is, as far as the log of the database shows:
-// those that the library has made for lists of sub-selected paths, which it never deletes.
+// The path copies that the log of the database shows and that still exist. The library makes copies for lists
+// of sub-selected paths and never deletes them.
 std::set<const GxDbFullSubentPath*> pathCopiesLeft();
 void freePathCopiesLeft();
 
-// The records made since the test began that nobody has deleted.
+// The records that were made since the test began and still exist.
 std::vector<selected_entity*> liveRecords();
 bool isLiveRecord(const selected_entity* record);
 
-// Frees, after the test, the records that its edits left unreleased, and then looks whether anything else was
-// left.
+// Deletes the records that the edits of a test left unreleased, and then checks that nothing else is left.
 class EditTest : public SetTest {
 protected:
     void SetUp() override;
@@ -105,7 +102,7 @@ protected:
     // How many records exist that none of these sets holds.
     static std::size_t leftRecords(std::initializer_list<const GxapSelectSet*> sets);
 
-    // To be called when the sets are gone. After a failure blocks may exist that are no records: they stay.
+    // Call it when the sets are gone. After a failure nothing is deleted: a block may be no record.
     static void freeLeftRecords();
 
 private:

@@ -1,4 +1,4 @@
-// What the tests share in which allocations fail.
+// The fixture of tests in which allocations fail.
 #pragma once
 
 #include "platform/inmemory/InMemoryOsBase.h"

@@ -1,5 +1,5 @@
-// What the tests of infos, records and shared data are built from: values, records put straight into a set's
-// store and index, and counts of what was allocated since some moment.
+// Values, records and counts of allocations for the tests of infos, records and shared data. Records are
+// written directly into store and index.
 #pragma once
 
 #include "platform/inmemory/InMemoryDatabase.h"
@@ -57,7 +57,7 @@ inline bool isIdentity(const GxGeMatrix3d& matrix) {
     return true;
 }
 
-// ---- what was allocated and freed since the count was made
+// ---- allocations since the count was made
 
 class AllocationCount {
 public:
@@ -142,7 +142,7 @@ inline Store::Slot* slotOf(SSetData::DataMap::const_iterator entry) {
     return reinterpret_cast<Store::Slot*>(entry->second);
 }
 
-// Puts a new record behind the others and enters it in the index; the data must not be shared.
+// Appends a new record to store and index. The data must not be shared.
 inline selected_entity& addRecord(SSetData& data, GxDbObjectId mainId, GxDbObjectId subId = GxDbObjectId(),
                                   long marker = -1) {
     auto* record = new selected_entity;
@@ -187,13 +187,13 @@ inline Store::Page* pageOf(const Store& store, const Store::Slot* slot) {
     return nullptr;
 }
 
-// Leaves a null pointer in the slot, as a caller who edits slots may; its index entry stays.
+// Leaves null in the slot and its entry in the index, as a caller may who edits slots.
 inline std::unique_ptr<selected_entity> takeRecordOut(GxapSelectSet& set, std::size_t position) {
     Store::Slot* slot = occupiedSlots(*set.sharedData).at(position);
     return std::unique_ptr<selected_entity>(std::exchange(slot->value, nullptr));
 }
 
-// Frees the slot without a look at the index.
+// Frees the slot and leaves the index alone.
 inline std::unique_ptr<selected_entity> freeSlot(GxapSelectSet& set, std::size_t position,
                                                  bool freeEmptyPage) {
     Store& store = *set.sharedData->entities;
@@ -233,7 +233,7 @@ inline std::vector<std::unique_ptr<selected_entity>> emptyFirstPageInPlace(GxapS
     return records;
 }
 
-// Enters every record again, equal keys against the order of the store.
+// Indexes every record again, equal keys in reverse order of the store.
 inline void reverseIndex(SSetData& data) {
     data.dataMap.clear();
     const auto slots = occupiedSlots(data);

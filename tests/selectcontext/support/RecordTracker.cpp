@@ -8,8 +8,8 @@
 #include <new>
 #include <utility>
 
-// The linker takes the calls of malloc and free in shared libraries for references to the wrappers, which
-// have to be visible for that.
+// To the linker, the calls of malloc and free in shared libraries refer to the wrappers. So the wrappers are
+// visible.
 extern "C" {
 void* __real_malloc(std::size_t bytes);
 void __real_free(void* memory);
@@ -19,8 +19,8 @@ __attribute__((visibility("default"))) void __wrap_free(void* memory);
 
 namespace {
 
-// The layout of a chunk of kvdetail::RecordPool; no other place of the tests knows it. The word in front of a
-// record is the address of the chunk while the record is live, and null before and after.
+// The layout of a chunk of kvdetail::RecordPool, stated here for all tests. The word in front of a record
+// holds the address of the chunk while the record is live, and null otherwise.
 struct Chunk {
     struct alignas(16) Cell {
         const Chunk* chunk;
@@ -111,7 +111,7 @@ void RecordTracker::forEachLive(Visit visit) const {
     }
 }
 
-// The block of the answer may have the size of a record.
+// The block of the returned vector may have the size of a record.
 std::vector<selected_entity*> RecordTracker::live() {
     const Recording pause(*this, false);
     std::vector<selected_entity*> records;

@@ -1,4 +1,4 @@
-// RecordTracker: finds the records that the library has made and nobody has deleted.
+// RecordTracker: finds the records of the library that are not deleted.
 #pragma once
 
 #include "selectcontext/selected_entity.h"
@@ -11,26 +11,26 @@
 
 namespace kvtest {
 
-// Removing an item leaves its record to the caller, also the record of a copy that the edit itself made of
-// shared data, whose address no caller has. A test frees such records by asking the tracker for them.
+// Removing an item leaves its record to the caller. An edit of shared data first copies the data; the record
+// that it then removes is a copy, whose address no caller has. A test finds such records through the tracker
+// and deletes them.
 //
-// The tracker watches malloc and free, from which the operators new and delete of the tests take their
-// memory. Its test is registered with TRACKS_RECORDS.
+// The tracker sees malloc and free, from which the operators new and delete of the tests take their memory.
+// Its test is registered with TRACKS_RECORDS.
 //
 // Invariants:
-//  1. Each block in `mBlocks` is live, has the size of a record, and was allocated while the tracker
-//  recorded.
-//     It holds a record, or data of a set, which has the same size.
-//  2. Each block in `mChunks` is live, has the size of a chunk, and was allocated since the tracker was made.
-//     A record pool carves records out of chunks; which of them exist is read from the chunk.
-//  3. `mTaken` holds the records that existed at the last call of takeNew() and whose memory was not freed
-//  since.
-//     A pool hands no cell of a chunk out twice, so no later record lies where one of them was.
+//  1. `mBlocks` holds live blocks of a record's size that were allocated while the tracker was recording.
+//     Such a block is a record, or the data of a set, which has the same size.
+//  2. `mChunks` holds the live blocks of a chunk's size that were allocated since the tracker was made. A
+//     chunk contains records of a pool; which of them are live is read from the chunk.
+//  3. `mTaken` holds the records that were live at the last call of takeNew(), without those whose block or
+//     chunk was freed since. A pool uses each cell of a chunk once, so no other record has the address of a
+//     deleted one.
 //
 // Thread safety: none. One tracker may exist at a time, and meanwhile one thread may allocate.
 class RecordTracker {
 public:
-    // Records from the first moment on, or only where a Recording says so.
+    // Whether it records from the beginning or only while a Recording lives.
     enum class Start { kRecording, kPaused };
     explicit RecordTracker(Start start = Start::kRecording);
     RecordTracker(const RecordTracker&) = delete;
@@ -40,7 +40,7 @@ public:
     // The tracker that exists.
     static RecordTracker& current();
 
-    // Switches recording on or off while it lives. The test's own blocks of a record's size are allocated
+    // Switches recording on or off while it lives. Code that allocates other blocks of a record's size runs
     // while recording is off.
     class Recording {
     public:
@@ -60,8 +60,10 @@ public:
     // The live records in ascending order of their addresses. O(n log n).
     std::vector<selected_entity*> live();
 
-    // O(chunks), O(log chunks).
+    // O(chunks).
     std::size_t liveCount() const;
+
+    // O(log chunks).
     bool isLive(const void* record) const;
 
     // The live records that have a block of their own.
@@ -70,8 +72,9 @@ public:
     // The live records that were made since the last call, in ascending order of their addresses. O(n log n).
     std::vector<selected_entity*> takeNew();
 
-    // Calls the function once, when the next record with a block of its own is made. An edit of shared data
-    // makes records while it copies; the function acts as another owner of the data at that moment.
+    // Calls the function once, at the allocation of the next record with a block of its own. An edit of
+    // shared data allocates records while it copies; the function can act as another owner of the data at
+    // that moment.
     void atNextRecord(std::function<void()> call);
 
     // What the wrappers of malloc and free report.

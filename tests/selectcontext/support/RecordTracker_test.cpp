@@ -27,7 +27,7 @@ class RecordTrackerTest : public kvtest::SetTest {
 protected:
     static constexpr unsigned long kMany = 200; // most of their records lie in chunks
 
-    // A tracker that knows records alone: the data of a set is as large as one.
+    // The data of a set has the size of a record.
     static void ignoreData(RecordTracker& tracker, const GxapSelectSet& set) {
         tracker.ignore(set.sharedData);
     }

@@ -1,5 +1,4 @@
-// What the tests of iterators and edits share: filling sets, looking at them, and owning what a removal
-// leaves behind.
+// Filling and reading sets in tests.
 #pragma once
 
 #include "selectcontext/KvSelectContext.h"
@@ -15,7 +14,7 @@
 
 namespace kvtest {
 
-// Watches that a test leaves no memory, no path and no sharer of the empty block behind.
+// A test leaves no memory, no path and no sharer of the empty block behind.
 class SetTest : public KvTest {
 protected:
     void SetUp() override {
@@ -101,7 +100,7 @@ inline std::uint32_t owners(const GxapSelectSet& set) {
     return set.sharedData->refCount.load();
 }
 
-// Keeps the data a set has now alive, whatever the set does next.
+// Keeps the present data of a set alive.
 class DataHold {
 public:
     explicit DataHold(const GxapSelectSet& set) : mData(set.sharedData) { mData->addRef(); }
@@ -113,8 +112,8 @@ private:
     const GxapSelectSet::SSetData* mData;
 };
 
-// Takes the records of id(first), id(first + 1), ... out of private data. A removal leaves a record to
-// whoever asked for it, so they are freed here.
+// Removes id(first), id(first + 1), ... from private data. A removal leaves the records to its caller, so
+// they are deleted here.
 inline void takeOutIds(GxapSelectSet& set, unsigned long first, unsigned long count) {
     std::vector<std::unique_ptr<selected_entity>> records;
     for (const auto* slot : occupiedSlots(*set.sharedData->entities)) {

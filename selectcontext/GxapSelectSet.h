@@ -77,11 +77,8 @@ public:
         SSetData& operator=(const SSetData&) = delete;
 
         // One handle more, one less; the last one destroys the data. Any thread. O(1), O(n) for the last.
-        void addRef() const { refCount.fetch_add(1); }
-        void delRef() const {
-            if (refCount.fetch_sub(1) == 1)
-                destroy();
-        }
+        KVSELECTCONTEXT_API void addRef() const;
+        KVSELECTCONTEXT_API void delRef() const;
 
         // Destroys every record and empties index and store; both flags stay. Does nothing while more than
         // one handle holds the data. O(n).
@@ -137,11 +134,11 @@ public:
         void disable();
 
         // No position, or the set's end. Reads nothing through the position. O(1).
-        bool isDone() const;
+        KVSELECTCONTEXT_API bool isDone() const;
 
         // To the next item; the argument is ignored. False when there is none, or when already done. The step
         // that reaches the end still advances `index`. O(slots skipped).
-        bool step(bool forward = true) const;
+        KVSELECTCONTEXT_API bool step(bool forward = true) const;
 
         // Makes `prev` an iterator on the item before this one. False, and `prev` as it was, on the first
         // item or without a position. O(slots skipped), O(p) to change page.
@@ -154,10 +151,10 @@ public:
         // The current record, or null without one. It stays the set's. O(1), or O(p) after a page was freed
         // somewhere; like the accessors below, which answer null, 0, the null id or an empty path without a
         // current record. KvExceptionWithMsg "Error access KvTrucker" on an item that was removed.
-        selected_entity* get() const;
-        GxDbObjectId mainEntId() const;
-        GxDbObjectId subEntId() const;
-        long gsMarker() const;
+        KVSELECTCONTEXT_API selected_entity* get() const;
+        KVSELECTCONTEXT_API GxDbObjectId mainEntId() const;
+        KVSELECTCONTEXT_API GxDbObjectId subEntId() const;
+        KVSELECTCONTEXT_API long gsMarker() const;
         GxapSelectedEntInfo* selectedEntityInfo() const;
         KvVector<GxDbFullSubentPath*>* highlightSegmentArray() const;
         KvVector<int>* hlVpArray() const;
@@ -203,20 +200,12 @@ public:
     explicit GxapSelectSet(bool ignored = true);
 
     // Shares the other's data; neither iterators nor the LISP count are copied. O(1).
-    GxapSelectSet(const GxapSelectSet& other) : sharedData(other.sharedData), lispRefCnt(0) {
-        if (sharedData)
-            sharedData->addRef();
-    }
+    KVSELECTCONTEXT_API GxapSelectSet(const GxapSelectSet& other);
 
     // Shares the other's data in place of its own; nothing when it does already. Otherwise every iterator of
     // this set is disabled. O(1), O(n) where this was the last handle on its data.
     GxapSelectSet& operator=(const GxapSelectSet& other);
-    ~GxapSelectSet() {
-        if (iterators.logicalLength() != 0)
-            orphanIterators();
-        if (sharedData)
-            sharedData->delRef();
-    }
+    KVSELECTCONTEXT_API ~GxapSelectSet();
 
     // Fresh empty data in place of what the set has. Returns it; it stays the set's.
     SSetData* createData();
@@ -348,16 +337,39 @@ private:
     void orphanIterators() const;
 };
 
-// What a walk over a set calls for every item is defined here, for the caller's compiler to see.
+// What a walk over a set calls for every item is defined here, and what copies and destroys a set, for the
+// caller's compiler to see.
 
-inline bool GxapSelectSet::ConstIterator::isDone() const {
+KVSELECTCONTEXT_INLINE void GxapSelectSet::SSetData::addRef() const {
+    refCount.fetch_add(1);
+}
+
+KVSELECTCONTEXT_INLINE void GxapSelectSet::SSetData::delRef() const {
+    if (refCount.fetch_sub(1) == 1)
+        destroy();
+}
+
+KVSELECTCONTEXT_INLINE GxapSelectSet::GxapSelectSet(const GxapSelectSet& other)
+    : sharedData(other.sharedData), lispRefCnt(0) {
+    if (sharedData)
+        sharedData->addRef();
+}
+
+KVSELECTCONTEXT_INLINE GxapSelectSet::~GxapSelectSet() {
+    if (iterators.logicalLength() != 0)
+        orphanIterators();
+    if (sharedData)
+        sharedData->delRef();
+}
+
+KVSELECTCONTEXT_INLINE bool GxapSelectSet::ConstIterator::isDone() const {
     if (!truckerIterator || !set || !set->sharedData)
         return true;
     const SSetData::Store* const store = set->sharedData->entities;
     return !store || (!truckerIterator->isOnSlot() && store->isEnd(*truckerIterator));
 }
 
-inline bool GxapSelectSet::ConstIterator::step(bool /*forward*/) const {
+KVSELECTCONTEXT_INLINE bool GxapSelectSet::ConstIterator::step(bool /*forward*/) const {
     if (isDone())
         return false;
     index = static_cast<std::int32_t>(static_cast<std::uint32_t>(index) + 1);
@@ -372,7 +384,7 @@ inline bool GxapSelectSet::ConstIterator::step(bool /*forward*/) const {
     return !isDone();
 }
 
-inline selected_entity* GxapSelectSet::ConstIterator::get() const {
+KVSELECTCONTEXT_INLINE selected_entity* GxapSelectSet::ConstIterator::get() const {
     if (isDone())
         return nullptr;
     if (truckerIterator->trucker != set->sharedData->entities)
@@ -381,17 +393,17 @@ inline selected_entity* GxapSelectSet::ConstIterator::get() const {
     return value ? *value : **truckerIterator;
 }
 
-inline GxDbObjectId GxapSelectSet::ConstIterator::mainEntId() const {
+KVSELECTCONTEXT_INLINE GxDbObjectId GxapSelectSet::ConstIterator::mainEntId() const {
     const selected_entity* const record = get();
     return record ? record->mainEntId : GxDbObjectId::kNull;
 }
 
-inline GxDbObjectId GxapSelectSet::ConstIterator::subEntId() const {
+KVSELECTCONTEXT_INLINE GxDbObjectId GxapSelectSet::ConstIterator::subEntId() const {
     const selected_entity* const record = get();
     return record ? record->subEntId : GxDbObjectId::kNull;
 }
 
-inline long GxapSelectSet::ConstIterator::gsMarker() const {
+KVSELECTCONTEXT_INLINE long GxapSelectSet::ConstIterator::gsMarker() const {
     const selected_entity* const record = get();
     return record ? record->gsMarker : 0;
 }

@@ -1,0 +1,63 @@
+// Uses the library by declarations alone, so that every call goes to the library's own copy. Answers 0 when
+// the copies do what their inline bodies do.
+#include "Declarations.h"
+#include "platform/inmemory/InMemoryDatabase.h"
+
+#include <cstdio>
+
+namespace {
+
+int failures = 0;
+
+void expect(bool holds, const char* what) {
+    if (holds)
+        return;
+    std::printf("does not hold: %s\n", what);
+    ++failures;
+}
+
+void walk(const GxapSelectSet& set, GxDbObjectId door, GxDbObjectId desk) {
+    GxapSelectSet::ConstIterator it = set.begin();
+    expect(!it.isDone() && it.get() != nullptr && it.get() == set.getAt(0),
+           "an iterator begins on the first item");
+    expect(it.mainEntId() == door && it.subEntId() == desk && it.gsMarker() == 7,
+           "an iterator reads its item");
+    expect(it.step() && it.get() == set.getAt(1) && it.mainEntId() == desk, "a step leads to the next item");
+    expect(it.subEntId().isNull() && it.gsMarker() == -1, "an iterator reads the item that it steps to");
+    expect(!it.step() && it.isDone() && it.get() == nullptr, "a walk ends");
+    expect(it.mainEntId().isNull() && it.gsMarker() == 0, "an iterator at the end has no item");
+}
+
+void count(const GxapSelectSet& set) {
+    expect(set.sharedData->refCount == 1, "a set holds its data");
+    {
+        const GxapSelectSet copy(set);
+        expect(copy.sharedData == set.sharedData && set.sharedData->refCount == 2, "a copy shares the data");
+    }
+    expect(set.sharedData->refCount == 1, "a copy that is destroyed lets its data go");
+    set.sharedData->addRef();
+    expect(set.sharedData->refCount == 2, "a reference is counted");
+    set.sharedData->delRef();
+    expect(set.sharedData->refCount == 1, "a reference is given up");
+}
+
+} // namespace
+
+int main() {
+    kvinmemory::Database drawing;
+    const GxDbObjectId door = drawing.addEntity("door");
+    const GxDbObjectId desk = drawing.addEntity("desk");
+
+    // The accessor constructs and destroys its base, the set that copies it a whole object.
+    GxapSSetWriteAccessor edit;
+    edit.select(door, desk, 7, nullptr, nullptr);
+    edit.select(desk, GxDbObjectId(), -1, nullptr, nullptr);
+    walk(edit, door, desk);
+    count(edit);
+    const GxapSSetWriteAccessor copiedAccessor(edit);
+    walk(copiedAccessor, door, desk);
+
+    if (failures == 0)
+        std::puts("the library offers what it declares");
+    return failures == 0 ? 0 : 1;
+}

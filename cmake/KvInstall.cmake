@@ -17,6 +17,12 @@ else()
     set(KV_PKGCONFIG_REQUIRES ${KV_PLATFORM_PKGCONFIG})
 endif()
 
+if(KV_SHORTCUTS)
+    set(KV_PKGCONFIG_DEFINITIONS "")
+else()
+    set(KV_PKGCONFIG_DEFINITIONS "-DKV_SHORTCUTS=0")
+endif()
+
 # kv_install_package(<name>): the config, version, targets and pkg-config files of one package.
 function(kv_install_package name)
     set(directory "${CMAKE_INSTALL_LIBDIR}/cmake/${name}")

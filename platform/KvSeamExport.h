@@ -1,5 +1,14 @@
-// Visibility of what the application's libraries offer to the selection-set library.
+// What every header begins with: the targets that the library is for, and the visibility of what the
+// application's libraries offer to it.
 #pragma once
+
+#if __cplusplus < 201703L
+#error "libKvSelectContext needs C++17 or later: compile with -std=c++17"
+#endif
+// The preprocessor says so also where the standard library has no headers for the target.
+#ifndef __LP64__
+#error "libKvSelectContext does not support 32-bit targets: pointers and long have 64 bits"
+#endif
 
 // The visibility is default for the provider and for the user.
 // The provider exports these names. A polymorphic class then has one typeinfo and one vtable across library

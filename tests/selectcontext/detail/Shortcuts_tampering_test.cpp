@@ -461,4 +461,50 @@ TEST_F(PagesTampering, SlotsFreedByHandAreCountedOut) {
     EXPECT_TRUE(invariants(*set));
 }
 
+// The counts of the pages stay right, so that nothing else shows the change.
+TEST_F(PagesTampering, SlotsMovedByHandAreSeenOnceTheIndexIsUpdated) {
+    kvtest::takeOutIds(*set, kPageSlots + 1000, 50);
+    kvtest::takeOutIds(*set, 3ul * kPageSlots + 500, 700);
+    EXPECT_EQ(set->find(id(kMany)), static_cast<int>(kMany - 751));
+    const auto move = [this](unsigned ordinal, unsigned from, unsigned to) {
+        Store::Slot* const slots = page(ordinal)->slots;
+        ASSERT_TRUE(!slots[from].free && slots[to].free);
+        slots[to] = slots[from];
+        slots[from].free = 1;
+    };
+    for (unsigned i = 0; i < 50; ++i)
+        move(1, i, 999 + i);
+    for (unsigned i = 0; i < 300; ++i)
+        move(3, 4095 - 2 * i, 499 + i);
+    edit(*set).updateDataMap();
+    EXPECT_TRUE(invariants(*set));
+
+    const std::vector<unsigned long> ids = kvtest::mainIds(*set);
+    ASSERT_EQ(ids.size(), kMany - 750);
+    const GxapSelectSet::ConstIterator it = set->begin();
+    for (std::size_t i = 0; i < ids.size(); ++i, it.step()) {
+        const int position = static_cast<int>(i);
+        ASSERT_EQ(kvtest::at(it), ids[i]) << i;
+        if (i % 7 != 0)
+            continue;
+        ASSERT_EQ(set->find(id(ids[i])), position);
+        ASSERT_EQ(set->getAt(position)->mainEntId, id(ids[i])) << i;
+    }
+    EXPECT_TRUE(it.isDone());
+}
+
+TEST_F(PagesTampering, SlotsMovedByHandAreRemovedOnceTheIndexIsUpdated) {
+    kvtest::takeOutIds(*set, kPageSlots + 1000, 50);
+    Store::Slot* const slots = page(1)->slots;
+    for (unsigned i = 0; i < 50; ++i) {
+        slots[999 + i] = slots[i];
+        slots[i].free = 1;
+    }
+    edit(*set).updateDataMap();
+    kvtest::takeOutIds(*set, kPageSlots + 20, 2000);
+    EXPECT_EQ(set->find(id(2ul * kPageSlots + 1)), static_cast<int>(2 * kPageSlots - 50 - 1950));
+    EXPECT_EQ(set->find(id(kPageSlots + 1)), static_cast<int>(kPageSlots));
+    EXPECT_TRUE(invariants(*set));
+}
+
 } // namespace

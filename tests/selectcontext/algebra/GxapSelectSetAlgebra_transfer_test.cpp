@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -345,6 +346,91 @@ TEST_F(TransferIntoItself, EndsAcrossPages) {
     EXPECT_EQ(count(s.set), 2 * kPageSlots);
     EXPECT_EQ(excluder.asked.size(), kPageSlots);
     EXPECT_TRUE(invariants(s.set));
+}
+
+// An excluder that takes an item out of the set whenever it is asked for a certain one, and leaves the record
+// to the fixture.
+Excluder takingOut(GxapSelectSet& set, std::map<unsigned long, Numbers> taken,
+                   std::function<bool(unsigned long)> rule) {
+    return Excluder([&set, taken = std::move(taken), rule = std::move(rule)](unsigned long n) {
+        const auto found = taken.find(n);
+        if (found != taken.end()) {
+            for (const unsigned long other : found->second)
+                EXPECT_TRUE(edit(set).remove(id(other))) << other;
+        }
+        return rule(n);
+    });
+}
+
+TEST_F(TransferIntoItself, OfASetThatLosesItemsToComeVisitsTheOthersOnce) {
+    SetOf s(plainItems(1, 6), Unique::kOff);
+    Excluder excluder = takingOut(s.set, {{1, {3}}, {2, {6}}}, [](unsigned long) { return false; });
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2, 4, 5}));
+    EXPECT_EQ(items(s.set), (Items{{1}, {2}, {4}, {5}, {1}, {2}, {4}, {5}}));
+    EXPECT_TRUE(invariants(s.set));
+}
+
+TEST_F(TransferIntoItself, OfASetThatLosesItemsBeforeVisitsTheOthersOnce) {
+    SetOf s(plainItems(1, 6), Unique::kOff);
+    Excluder excluder = takingOut(s.set, {{2, {1}}, {4, {3}}, {6, {5}}}, [](unsigned long) { return false; });
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(items(s.set), (Items{{2}, {4}, {6}, {2}, {4}, {6}}));
+    EXPECT_TRUE(invariants(s.set));
+}
+
+TEST_F(TransferIntoItself, OfASetThatLosesItsLastItemsEndsWithoutTheNewOnes) {
+    SetOf s(plainItems(1, 5), Unique::kOff);
+    Excluder excluder = takingOut(s.set, {{1, {5, 4}}, {2, {3}}}, [](unsigned long) { return false; });
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2}));
+    EXPECT_EQ(items(s.set), (Items{{1}, {2}, {1}, {2}}));
+}
+
+TEST_F(TransferIntoItself, OfASetThatLosesItemsWhereItTakesTheExcludedOnes) {
+    SetOf s(plainItems(1, 6), Unique::kOff);
+    GxapSelectSet target;
+    Excluder excluder = takingOut(s.set, {{2, {5}}, {4, {6}}}, [](unsigned long n) { return n % 2 == 0; });
+    s.set.transfer(target, &excluder, &s.set);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2, 3, 4}));
+    EXPECT_EQ(items(s.set), (Items{{1}, {2}, {3}, {4}, {2}, {4}}));
+    EXPECT_EQ(items(target), (Items{{1}, {3}}));
+}
+
+// The page on which the items ended goes, and a younger one may lie in its place.
+TEST_F(TransferIntoItself, OfASetThatLosesItsLastPageEndsWithoutTheNewItems) {
+    SetOf s(plainItems(1, kPageSlots + 3), Unique::kOff);
+    Excluder excluder = takingOut(s.set, {{5, {kPageSlots + 3, kPageSlots + 2, kPageSlots + 1}}},
+                                  [](unsigned long n) { return n < 6; });
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, kvtest::idRange(1, kPageSlots));
+    EXPECT_EQ(count(s.set), kPageSlots + kPageSlots - 5);
+    EXPECT_TRUE(invariants(s.set));
+}
+
+TEST_F(TransferIntoItself, OfASetThatLosesItsFirstPageVisitsTheOthersOnce) {
+    SetOf s(plainItems(1, 2 * kPageSlots), Unique::kOff);
+    Excluder excluder = takingOut(s.set, {{kPageSlots + 1, kvtest::idRange(1, kPageSlots)}},
+                                  [](unsigned long n) { return n <= kPageSlots; });
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, kvtest::idRange(1, 2 * kPageSlots));
+    Numbers expected = kvtest::idRange(kPageSlots + 1, kPageSlots);
+    const Numbers once = expected;
+    expected.insert(expected.end(), once.begin(), once.end());
+    EXPECT_EQ(kvtest::mainIds(s.set), expected);
+    EXPECT_TRUE(invariants(s.set));
+}
+
+TEST_F(TransferIntoItself, OfASetToWhichTheExcluderAppendsVisitsNoneOfThat) {
+    SetOf s(plainItems(1, 3), Unique::kOff);
+    Excluder excluder([&s](unsigned long n) {
+        edit(s.set).append(id(100 + n), GxDbObjectId());
+        return n == 2;
+    });
+    s.set.transfer(s.set, &excluder, nullptr);
+    EXPECT_EQ(excluder.asked, (Numbers{1, 2, 3}));
+    EXPECT_EQ(items(s.set), (Items{{1}, {2}, {3}, {101}, {1}, {102}, {103}, {3}}));
 }
 
 // The first append copies the data, which disables the walk's iterator.

@@ -50,4 +50,29 @@ TEST_F(FailingRecord, RecordWithASharedHighlightBlockIsDestroyedWithoutMemory) {
     EXPECT_EQ(livePaths(), 0);
 }
 
+TEST_F(FailingRecord, DyingRecordRaisesNothingWhereTheSharedListCannotBeCopied) {
+    kvinmemory::installCrashRecorder();
+    kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
+        auto original = std::make_unique<GxapSelectSet>();
+        giveSegments(kvtest::addRecord(*original, kvtest::id(1)), 3);
+        auto clone = kvtest::cloneOf(*original);
+        const SegmentArray& list = *kvtest::recordAt(*clone, 0)->highlightSegmentArray;
+        const KvVectorBlock* const block = list.data.block;
+        const AllocationCount before;
+        const long pathsBefore = livePaths();
+
+        const kvtest::Outcome outcome = point.run([&] { original.reset(); });
+        EXPECT_TRUE(outcome.completed);
+        EXPECT_TRUE(kvinmemory::recordedExceptions().empty());
+        EXPECT_LE(before.liveMalloc(), 0);
+        EXPECT_LT(before.liveNew(), 0);
+        EXPECT_EQ(livePaths(), pathsBefore) << "the clone still shares them";
+        EXPECT_EQ(list.data.block, block);
+        EXPECT_EQ(block->refCount.load(), 1u);
+        EXPECT_EQ(list.logicalLength(), 3);
+        clone.reset();
+        EXPECT_EQ(livePaths(), pathsBefore - 3);
+    });
+}
+
 } // namespace

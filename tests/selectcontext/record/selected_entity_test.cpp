@@ -155,6 +155,60 @@ TEST_F(SelectedEntity, SharedHighlightBlockIsLeftIntactForItsOtherOwner) {
     EXPECT_EQ(livePaths(), 0) << "no record is known to share the paths, so they went with the record";
 }
 
+// The list becomes private before its paths are given up.
+TEST_F(SelectedEntity, SharedHighlightBlockIsCopiedOnceWhileTheRecordDies) {
+    SegmentArray other;
+    kvtest::addPaths(other, 3);
+    auto record = std::make_unique<selected_entity>();
+    record->highlightSegmentArray = new SegmentArray(other);
+    const AllocationCount before;
+    const long blocksBefore = kvinmemory::mallocCallsOfSize(sizeof(KvVectorBlock));
+    record.reset();
+    EXPECT_EQ(kvinmemory::mallocCallsOfSize(sizeof(KvVectorBlock)), blocksBefore + 1);
+    EXPECT_EQ(before.mallocCalls(), 1);
+    EXPECT_EQ(before.newCalls(), 1) << "the elements of the block";
+    EXPECT_EQ(before.liveMalloc(), 0);
+}
+
+TEST_F(SelectedEntity, PrivateHighlightBlockIsNotCopiedWhileTheRecordDies) {
+    auto record = std::make_unique<selected_entity>();
+    kvtest::giveSegments(*record, 3);
+    const AllocationCount before;
+    record.reset();
+    EXPECT_EQ(before.mallocCalls(), 0);
+    EXPECT_EQ(before.newCalls(), 0);
+}
+
+TEST_F(SelectedEntity, EmptySharedHighlightBlockIsNotCopiedWhileTheRecordDies) {
+    auto record = std::make_unique<selected_entity>();
+    record->highlightSegmentArray = new SegmentArray;
+    ASSERT_GE(record->highlightSegmentArray->data.block->refCount.load(), 2u);
+    const AllocationCount before;
+    record.reset();
+    EXPECT_EQ(before.mallocCalls(), 0);
+    EXPECT_EQ(before.newCalls(), 0);
+}
+
+TEST_F(SelectedEntity, RecordOfASetLeavesTheListOfItsCloneIntact) {
+    auto original = std::make_unique<GxapSelectSet>();
+    kvtest::giveSegments(kvtest::addRecord(*original, id(1)), 3);
+    const auto clone = kvtest::cloneOf(*original);
+    const SegmentArray& list = *kvtest::recordAt(*clone, 0)->highlightSegmentArray;
+    const KvVectorBlock* const block = list.data.block;
+    const void* const elements = block->array;
+    ASSERT_EQ(block->refCount.load(), 2u);
+    const long blocksBefore = kvinmemory::mallocCallsOfSize(sizeof(KvVectorBlock));
+    original.reset();
+    EXPECT_EQ(kvinmemory::mallocCallsOfSize(sizeof(KvVectorBlock)), blocksBefore + 1);
+    EXPECT_EQ(list.data.block, block);
+    EXPECT_EQ(block->array, elements);
+    EXPECT_EQ(block->refCount.load(), 1u);
+    EXPECT_EQ(list.logicalLength(), 3);
+    EXPECT_EQ(livePaths(), 3);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(kvtest::elementAt(list, i)->objectIds().at(0), id(static_cast<unsigned long>(i + 1)));
+}
+
 TEST_F(SelectedEntity, HighlightPathsAreDeletedInTheirOrder) {
     std::vector<const GxDbFullSubentPath*> paths;
     auto record = std::make_unique<selected_entity>();

@@ -554,6 +554,21 @@ TEST_F(IdIndexTampering, MapOfDataThatIsGone) {
     expectWorks();
 }
 
+// Entries that move between two maps of one pool leave no trace in it.
+TEST_F(IdIndexTampering, MapThatSharesItsPoolGetsNoHash) {
+    DataMap mine(map().get_allocator());
+    mine.emplace(id(900), 16);
+    const long before = kvtest::newCalls();
+    index().expectSearches();
+    for (unsigned long n = 1; n <= 100; ++n)
+        static_cast<void>(index().find(id(n)));
+    EXPECT_EQ(kvtest::newCalls(), before) << "it is not even tried";
+    EXPECT_FALSE(hasHash());
+    DataMap::node_type node = map().extract(map().find(id(17)));
+    mine.insert(std::move(node));
+    expectWorks();
+}
+
 TEST_F(IdIndexTampering, MapThatWasMovedFrom) {
     const DataMap mine(std::move(map()));
     map().clear();
@@ -793,6 +808,21 @@ TEST_F(IdIndexRebuildOfFirsts, EndsTheHashOfTheFormerEntries) {
     index().expectSearches();
     EXPECT_EQ(hasHash(), kvdetail::kHasIdHash);
     expectFindsAll(100);
+}
+
+TEST_F(IdIndexRebuildOfFirsts, ClearedIndexGivesItsMemoryBackAfterwards) {
+    fillStore(*data, shuffled(3000, 10));
+    index().rebuildOfFirsts();
+    index().clear();
+    const long before = kvtest::liveNewBlocks();
+    index().rebuild();
+    EXPECT_GT(kvtest::liveNewBlocks(), before);
+    index().rebuildOfFirsts();
+    index().clear();
+    EXPECT_EQ(kvtest::liveNewBlocks(), before);
+    addAll(ascending(3000));
+    index().clear();
+    EXPECT_EQ(kvtest::liveNewBlocks(), before);
 }
 
 TEST_F(IdIndexRebuildOfFirsts, IsDoneOrHasChangedNothing) {

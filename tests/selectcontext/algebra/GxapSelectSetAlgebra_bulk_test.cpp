@@ -261,6 +261,25 @@ TEST_F(BulkMerge, AddsEqualItemsToASetThatIsNotUnique) {
     expectMerges();
 }
 
+TEST_F(BulkMerge, RefusesEqualItemsWhereEitherSetIsUnique) {
+    for (const bool isHeldUnique : {false, true}) {
+        for (const bool isAddedUnique : {false, true}) {
+            SCOPED_TRACE(::testing::Message() << isHeldUnique << isAddedUnique);
+            startAgain();
+            held->sharedData->unique = false;
+            added->sharedData->unique = false;
+            append(*held, shuffled(30, 1));
+            append(*held, shuffled(5, 2));
+            append(*added, movedUp(shuffled(30, 3), 15));
+            append(*added, movedUp(shuffled(30, 4), 25));
+            held->sharedData->unique = isHeldUnique;
+            added->sharedData->unique = isAddedUnique;
+            expectMerges();
+            EXPECT_EQ(count(*held), isHeldUnique || isAddedUnique ? 35u + 25u : 35u + 60u);
+        }
+    }
+}
+
 TEST_F(BulkMerge, AddsASetToItself) {
     held->sharedData->unique = false;
     append(*held, shuffled(100, 15));

@@ -1,6 +1,7 @@
 // _KvSTLAllocator: supplies the nodes of the id index.
 #pragma once
 
+#include "base/detail/Export.h"
 #include "base/detail/PoolHandle.h"
 
 #include <cstddef>

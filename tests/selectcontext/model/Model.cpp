@@ -185,8 +185,8 @@ bool Model::isEnd(const StorePtr& store, const Position& at) {
     return at.page == end.page ? !end.page || at.slot == end.slot : slotAddress(at) == slotAddress(end);
 }
 
-// Whether the cursor's page is one of the store's. A page that was made in its place is not, though it may lie
-// at the same address.
+// Whether the cursor's page is one of the store's. A page that was made in its place is not, though it may
+// lie at the same address.
 bool Model::resolve(const Store& store, const Position& at) {
     return std::find(store.pages.begin(), store.pages.end(), at.page) != store.pages.end();
 }

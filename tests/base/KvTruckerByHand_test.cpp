@@ -195,6 +195,7 @@ protected:
     void SetUp() override {
         ContainerTest::SetUp();
         slots = fill(store, kPages * static_cast<int>(kSmallPageSlots));
+        expectSound(store); // the page index has been used, and is believed from here on
     }
 
     void TearDown() override {

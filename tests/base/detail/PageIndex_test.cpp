@@ -176,6 +176,7 @@ protected:
     void SetUp() override {
         ContainerTest::SetUp();
         slots = fill(store, kPages * static_cast<int>(kSmallPageSlots));
+        expectSound(); // the page index has been used, and is believed from here on
     }
 
     void TearDown() override {

@@ -558,6 +558,7 @@ TEST_F(IdIndexTampering, MapOfDataThatIsGone) {
 TEST_F(IdIndexTampering, MapThatSharesItsPoolGetsNoHash) {
     DataMap mine(map().get_allocator());
     mine.emplace(id(900), 16);
+    index().dropHash();
     const long before = kvtest::newCalls();
     index().expectSearches();
     for (unsigned long n = 1; n <= 100; ++n)

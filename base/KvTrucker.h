@@ -153,19 +153,20 @@ public:
     Slot* append(const T& value);
 
     // Takes the last append() back and returns its value: the slot is one that was never used, as before, and
-    // a page that was made for it is freed. Nothing may have been removed meanwhile. O(1), O(pages) when a
-    // page is freed.
+    // a page that was made for it is freed. Nothing may have been removed meanwhile, and no emptied tail
+    // kept. O(1), O(pages) when a page is freed.
     T undoAppend();
 
-    // A place behind everything that was appended so far. Stays valid whatever is appended and removed. O(1).
+    // A place behind everything that was appended so far. Stays valid whatever is appended and removed,
+    // unless an emptied tail is kept. O(1).
     struct Mark {
         std::uint32_t ordinal;
         const Slot* fillEnd;
     };
     Mark mark() const noexcept { return tail ? Mark{tail->ordinal, tail->fillEnd} : Mark{mMade, nullptr}; }
 
-    // The iterator is on something that was appended after the mark. O(1), or O(pages) after a page was
-    // freed.
+    // The iterator, which is not the end, is on something that was appended after the mark. O(1), or O(pages)
+    // after a page was freed.
     bool isBehind(const iterator& it, const Mark& mark) const noexcept {
         if (!it.page || !it.isOnPage())
             return false;

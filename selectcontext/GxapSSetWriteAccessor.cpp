@@ -206,7 +206,8 @@ bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
     SSetData::Store::iterator before = *it.truckerIterator;
     if (hasBefore)
         kvdetail::stepBack(it.set->sharedData->entities, before);
-    if (!remove(it.mainEntId(), it.subEntId(), it.gsMarker()))
+    const selected_entity* const record = it.get();
+    if (!record || !remove(record->mainEntId, record->subEntId, record->gsMarker))
         return false;
     if (!hasBefore)
         return true;

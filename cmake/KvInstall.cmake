@@ -46,7 +46,7 @@ if(KV_PLATFORM_PACKAGE STREQUAL "")
     install(TARGETS KvOsBase KvRx KvGeometry KvDatabase EXPORT KvInMemoryPlatformTargets)
     install(DIRECTORY "${PROJECT_SOURCE_DIR}/platform/inmemory"
             DESTINATION "${KV_INSTALL_HEADERS}/platform"
-            FILES_MATCHING PATTERN "InMemory*.h")
+            FILES_MATCHING PATTERN "InMemory*.h" PATTERN "detail" EXCLUDE)
     kv_install_package(KvInMemoryPlatform)
 endif()
 

@@ -312,8 +312,8 @@ void GxapSelectSet::transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* exc
         static_cast<GxapSSetWriteAccessor&>(target).copyFrom(*this);
         return;
     }
-    const bool grows = &target == this || excludedOut == this;
     const SSetData::Store* const store = sharedData ? sharedData->entities : nullptr;
+    const bool grows = store && (&target == this || excludedOut == this);
     const Store::Mark end = store ? store->mark() : Store::Mark();
     const ConstIterator it = begin();
     for (; !it.isDone(); it.step(true)) {

@@ -157,8 +157,8 @@ public:
     // kept. O(1), O(pages) when a page is freed.
     T undoAppend();
 
-    // A place behind everything that was appended so far. Stays valid whatever is appended and removed,
-    // unless an emptied tail is kept. O(1).
+    // The end of the store at one moment. Stays valid whatever is appended and removed, except for a
+    // removeSlot() that empties the tail page and keeps it. O(1).
     struct Mark {
         std::uint32_t ordinal;
         const Slot* fillEnd;
@@ -202,8 +202,8 @@ public:
     // is freed or was freed somewhere.
     void removeAt(iterator& it);
 
-    // The position of the element in the slot at this address; kNoPosition for an address that is null, not
-    // that of a used slot of this store, or of a free one. O(pages + slots of one page).
+    // The position of the element in this slot. kNoPosition if the address is null, is no slot of this store,
+    // or is a free slot. O(pages + slots of one page).
     std::uint32_t positionOf(const void* slot) const;
 
     // Frees a slot of the page. An emptied page is freed when that is asked; otherwise the tail page starts
@@ -301,13 +301,13 @@ private:
                mIndex.verify(head, mEpoch.current());
     }
 
-    // An element by its page and its number in there; null for the page when the pages end first.
+    // A page and a number within it. `page` is null if the position is beyond the last element.
     struct InPage {
         Page* page;
         std::uint32_t number;
     };
     InPage inPage(std::uint32_t i) const noexcept;
-    // Out of line, so that stores of few pages do not save registers for it.
+    // Not inlined: otherwise inPage() saves registers also where the page index is unused.
     [[gnu::noinline]] InPage inIndexedPage(std::uint32_t i) const noexcept;
     std::uint32_t liveBefore(const Page* page) const noexcept;
 
@@ -693,11 +693,10 @@ void KvTrucker<T, PageBytes, Allocator>::freePage(Page* page) noexcept {
         Allocator::deallocate(page->slots, PageBytes);
     }
     Allocator::deallocate(page, sizeof(Page));
-    // A caller has moved the page here, and iterators of any store may stand on it.
     if (isOwn)
         mEpoch.raise();
     else
-        kvdetail::StoreEpoch::raiseAll();
+        kvdetail::StoreEpoch::raiseAll(); // a caller has moved it here: any iterator may stand on it
 }
 
 // Does nothing for a page that a caller has taken out of the chain.

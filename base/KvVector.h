@@ -123,8 +123,8 @@ struct KvVectorDefaultAllocator<GxDbObjectId> {
     using type = KvDelegateMemAllocator<GxDbObjectId>;
 };
 
-// The handle: one pointer to a block, counted by hand. Copying or destroying a handle changes no count;
-// KvVector adds that.
+// A pointer to a counted block. Copying or destroying the pointer does not change the count. KvVector does
+// the counting.
 template <class T, class Allocator, class RefCounter, class GrowPolicy>
 class KvVectorDataPtr {
 public:

@@ -7,7 +7,7 @@
 
 #include <cstddef>
 
-// Defined in base/KvVector.h. This library only provides the one empty block.
+// Defined in base/KvVector.h. libKvOsBase only defines the one empty block.
 struct KvVectorBlock;
 
 extern "C" {

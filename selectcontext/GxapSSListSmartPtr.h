@@ -21,12 +21,12 @@ public:
     GxapSSListSmartPtr(const GxapSSListSmartPtr& other);
     GxapSSListSmartPtr(const GxapSSListSmartPtr* other);
 
-    // Lets its own list go and shares the other's; nothing for itself. O(1), O(sets) where it was the last
-    // handle.
+    // Releases its own list and shares the other's. Assigning a handle to itself does nothing. O(1), O(sets)
+    // for the last handle of a list.
     GxapSSListSmartPtr& assign(const GxapSSListSmartPtr& other);
     GxapSSListSmartPtr& operator=(const GxapSSListSmartPtr& other);
 
-    // Holds nothing afterwards; harmless where that is so already.
+    // Holds nothing afterwards. Releasing twice is harmless.
     void release();
     ~GxapSSListSmartPtr();
 

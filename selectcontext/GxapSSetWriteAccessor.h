@@ -13,7 +13,8 @@
 // Bad arguments throw nothing: edits return false or do nothing. There are two exceptions, which their
 // functions name: an iterator left on an item that was removed, and a path index equal to the number of
 // paths. Out of memory is KvErrorStatus 6 or std::bad_alloc. It leaves the set as it was or, for operations
-// that edit item by item, with whole items done. Arguments may be references into this very set. Costs: n is
+// that edit many items, with some of them done, each of them whole. merge() and minus() have replaced the
+// earlier items by then. Arguments may be references into this very set. Costs: n is
 // the number of items, p = n / 4096 the number of pages. A copy-on-write adds O(n) where the data is shared.
 //
 // Thread safety: one thread at a time.
@@ -27,7 +28,8 @@ public:
 
     // Rebuilds the index from the store, for callers that changed a record's keys or replaced a record. It
     // also follows what a caller has changed by hand in slots, pages and their chain. Does not copy shared
-    // data: the index is rebuilt in place. O(n), O(n log n) for ids in an order of their own.
+    // data: the index is rebuilt in place. If it runs out of memory, the index is incomplete until the next
+    // call. O(n), O(n log n) for ids in an order of their own.
     void updateDataMap();
 
     // Removes every item. Private data keeps its two flags; shared data is let go, and the fresh data has the
@@ -54,14 +56,15 @@ public:
     // Shared data is copied only when the mode changes.
     void setSelectByNestedMode(bool on);
 
-    // it.setHighlightSegment(path).
+    // Forwards to it.setHighlightSegment(path).
     void setHighlightSegment(Iterator& it, const GxDbFullSubentPath* path);
 
-    // Adds one item at the end. A null main id does nothing, and `entInfo` stays the caller's. From there on
-    // the set owns `entInfo` (made in place in memory from _kvMalloc; may be null): with `unique` on, an item
-    // that the set holds already is refused, shared data is not copied for it, and the info is freed; it is
-    // freed, too, when the call throws. `nestedPath` may be null; its block is shared. O(log n + items of the
-    // id).
+    // Adds one item at the end. With `unique` on, an item that the set holds already is refused, and shared
+    // data is not copied for it.
+    //
+    // A null main id does nothing, and the caller keeps `entInfo`. Otherwise the set takes `entInfo` over,
+    // and frees it if the item is refused or the call throws. `entInfo` is made in place in memory from
+    // _kvMalloc, or null. `nestedPath` may be null; its block is shared. O(log n + items of the id).
     void select(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
                 GxapSelectedEntInfo* entInfo, const KvVector<GxDbObjectId>* nestedPath);
 
@@ -72,20 +75,25 @@ public:
     // that is refused gives true. The record stays the caller's.
     bool append(const selected_entity* record);
 
-    // Takes out every item of the main id, every item of both ids, or the first item whose three keys are
-    // exactly these (here a marker of 0 and one of -1 differ). True when something was taken out. The records
-    // are left unreleased: their slots are freed, nothing else. The form with two ids drops every index entry
-    // of the main id, so that items of other sub ids are not found any more until updateDataMap(). O(log n +
-    // items of the id), and O(p) for a page that is freed.
+    // Removes items, and returns whether any was removed:
+    //  - with one id, every item of the main id;
+    //  - with two ids, every item that has both;
+    //  - with three keys, the first item that has exactly these. Markers of 0 and -1 differ here.
+    //
+    // The slots are freed, the records stay allocated. Warning: the form with two ids erases all index
+    // entries of the main id. Items with another sub id stay in the set, but are not found until
+    // updateDataMap(). O(log n + items of the id), and O(p) for a page that is freed.
     bool remove(const GxDbObjectId& mainId);
     bool remove(const GxDbObjectId& mainId, const GxDbObjectId& subId);
     bool remove(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker);
 
-    // Takes out the iterator's item, or the one at `index`, by its three keys: where several items have the
-    // same three, the first of them in the index goes. `it` then stands on the item before, or where it was
-    // when there is none; where shared data was copied for the removal it is disabled, as all iterators are.
-    // False when done or out of range; KvExceptionWithMsg "Error access KvTrucker" for an iterator left on an
-    // item that was removed. Cost of the three-key remove(), and of getAt() for an index.
+    // Removes the item of the iterator, or the item at `index`. The item is looked up by its three keys. If
+    // several items have the same keys, the first of them in the index is removed.
+    //
+    // Afterwards `it` is on the previous item. If there is none, it stays on the freed slot. If shared data
+    // was copied, `it` is disabled, as all iterators are. False for a done iterator and an index out of
+    // range. KvExceptionWithMsg "Error access KvTrucker" for an iterator on an item that was removed before.
+    // Cost of the three-key remove(), and of getAt() for an index.
     bool removeAt(Iterator& it);
     bool removeAt(int index);
 
@@ -113,9 +121,9 @@ public:
     // that is no sub-selection.
     bool appendSubentPathSubsel(const GxDbFullSubentPath& path);
 
-    // Takes a path out of its item's sub-selection, by value or by position, and the item itself with its
-    // last path. The path object is left unreleased. False when there is none, except that a path index of
-    // just the number of paths throws KvErrorStatus 24.
+    // Removes one path from the sub-selection of its item, and returns whether it did. The path object stays
+    // allocated. The item is removed, too, if no path is left; the form with `path` does so also when the
+    // path was not found. A path index equal to the number of paths throws KvErrorStatus 24.
     bool removeSubentPathSubsel(const GxDbFullSubentPath& path);
     bool removeSubentPathAtSubsel(int entityIndex, int pathIndex);
 };

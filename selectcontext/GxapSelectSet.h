@@ -58,7 +58,8 @@ public:
     //     data. What writes into shared data all the same says so: updateDataMap(), an Iterator that does
     //     not come from the accessor, findSubentPathSubsel() (which makes a list's block private).
     //
-    // Thread safety: `refCount` may be changed from any thread; the rest belongs to the handle's thread.
+    // Thread safety: `refCount` may be changed from any thread. The rest may be read on several threads while
+    // the data is shared. Only the thread of a sole handle may change it.
     class KVSELECTCONTEXT_API SSetData {
     public:
         // Callers may change it as they like, but for one thing: entries move from one set's index to
@@ -245,7 +246,7 @@ public:
     // none. A null `path` falls back to the form without path, which looks at no info either. The one-id form
     // reads no record. Throws KvExceptionWithMsg on a set without data. O(log n + items of the id).
     //
-    // A marker given as the literal 0 would be ambiguous with a null path, hence the int twins.
+    // A literal 0 is ambiguous between a marker and a null path. The overloads with int resolve it.
     SSetData::DataMap::const_iterator findInMap(const GxDbObjectId& mainId) const;
     SSetData::DataMap::const_iterator findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId) const;
     SSetData::DataMap::const_iterator findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId,
@@ -337,8 +338,7 @@ private:
     void orphanIterators() const;
 };
 
-// What a walk over a set calls for every item is defined here, and what copies and destroys a set, for the
-// caller's compiler to see.
+// Inline: what a walk over a set calls for every item, and what copies and destroys a set.
 
 KVSELECTCONTEXT_INLINE void GxapSelectSet::SSetData::addRef() const {
     refCount.fetch_add(1);

@@ -30,8 +30,8 @@ using kvdetail::ItemKeys;
 using kvdetail::SSetData;
 using kvdetail::Store;
 
-// Keeps shared data alive while its records are read and the set through which it was reached lets it go.
-// Private data is not held: one more holder would make the next write copy it.
+// Adds a reference to shared data while its records are read. Private data gets none, as that would make the
+// next write copy it.
 class HeldData {
 public:
     explicit HeldData(const SSetData& data) : mData(data), mIsHeld(data.refCount.load() >= 2) {
@@ -61,8 +61,8 @@ std::vector<const selected_entity*> recordsOf(const SSetData& data) {
     return records;
 }
 
-// Calls visit(record) for every record that the data holds now, to be looked up in `edited`, also where the
-// visitor edits that set and it holds this very data.
+// Calls visit(record) for each record that the data holds now. The records are looked up in `edited`, which
+// the visitor may edit, also if that set holds this very data.
 template <class Visit>
 void forEachRecord(const SSetData& data, const GxapSelectSet& edited, const IdSearch& search, Visit visit) {
     if (edited.sharedData == &data && data.refCount.load() < 2) {
@@ -273,7 +273,7 @@ void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b
     if (!hasRecords(*b))
         return;
 
-    // From here on `a` and `b` may be this set, and writing lets the data go that was captured.
+    // `a` or `b` may be this set. Writing replaces the data of this set, so that of `b` is captured first.
     const SSetData& added = *b->sharedData;
     const HeldData held(added);
     const bool uniqueResult = sharedData->unique || added.unique;
@@ -304,8 +304,8 @@ void GxapSSetWriteAccessor::minus(const GxapSelectSet* a, const GxapSelectSet* b
                   [this, &search](const selected_entity& record) { removeEqual(*this, record, search); });
 }
 
-// Items that a transfer into this very set appends are not visited in their turn: a private set would be
-// walked for ever.
+// If the target is this very set, the walk stops at the end that the set had. Otherwise it would visit what
+// it appends, without end.
 void GxapSelectSet::transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* excluder,
                              GxapSelectSet* excludedOut) const {
     if (!excluder) {

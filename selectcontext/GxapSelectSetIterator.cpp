@@ -13,8 +13,8 @@ namespace {
 
 using kvdetail::Store;
 
-// Made at load, given up at unload. Each is a sharer of the empty block meanwhile. The second one exists only
-// for that, as callers can see the block's count.
+// Made at load, destroyed at unload. sEmptyNumbers is not used: it stays because callers can see the
+// reference count of the empty block, which both vectors share.
 const KvVector<GxDbObjectId> sEmptyPath;
 const KvVector<int> sEmptyNumbers;
 
@@ -27,7 +27,7 @@ std::int32_t clamped(int index, const GxapSelectSet::SSetData& data) {
     return std::min(index, static_cast<std::int32_t>(data.entityCount));
 }
 
-// A list comes into the record with its first segment, so that none is ever left empty.
+// The record's list is created together with its first segment, so that no list is ever left empty.
 void addSegment(selected_entity& record, const GxDbFullSubentPath& path) {
     if (record.highlightSegmentArray) {
         kvdetail::appendPathCopy(*record.highlightSegmentArray, path);

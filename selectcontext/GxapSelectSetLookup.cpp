@@ -204,7 +204,7 @@ int lastIndex(const GxapSelectSet& set) {
     return hasItems(set) ? static_cast<int>(set.sharedData->entityCount - 1) : 0;
 }
 
-// Whether some record of `other` is held by `set` (wanted true) or is not (wanted false). Both have records.
+// True if for some record of `other`, "`set` holds it" equals `wanted`. Both sets have a store.
 bool anyRecord(const GxapSelectSet& other, const GxapSelectSet& set, bool wanted) {
     const SSetData& data = *set.sharedData;
     kvdetail::IdSearch search(set);

@@ -37,8 +37,7 @@ GxDbObjectId entityOf(const GxDbFullSubentPath& path) {
     return last.isValid() ? last : GxDbObjectId();
 }
 
-// The position of the path in the list, or -1. Reads by the writing access, which makes the list's block
-// private.
+// The position of the path in the list, or -1. The at() for writing makes a shared list private.
 int positionIn(KvVector<GxDbFullSubentPath*>& list, const GxDbFullSubentPath& path) {
     for (int i = 0; i < list.logicalLength(); ++i) {
         const GxDbFullSubentPath* const held = list.at(i);

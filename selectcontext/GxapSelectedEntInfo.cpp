@@ -103,7 +103,7 @@ T** fieldAt(GxDbElasticData* block, unsigned offset) {
     return reinterpret_cast<T**>(payloadOf(block) + offset);
 }
 
-// The pointer stored at a place that need not be aligned; null for no place.
+// Loads a pointer from an address that may be misaligned. Null if the address is null.
 template <class T>
 T* load(T* const* place) {
     T* value = nullptr;

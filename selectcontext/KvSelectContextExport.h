@@ -12,10 +12,10 @@
 #define KVSELECTCONTEXT_INLINE inline
 #endif
 
-// A program and its library have to agree on KV_SHORTCUTS, as the inline code of both works on the same sets.
-// The library defines the name of its own setting only. Everything that includes its headers refers to the
-// name of the setting that it is compiled with, so that another one does not link. The linker keeps the
-// reference when it drops unused sections.
+// A program and its library have to be compiled with the same KV_SHORTCUTS, as the inline code of both works
+// on the same sets. The library defines one of two symbols, by its setting. These headers refer to the symbol
+// of the program's setting, so a mismatch is a link error. `retain` keeps the reference when the linker drops
+// unused sections.
 #if defined(__has_attribute)
 #if __has_attribute(retain)
 #define KVSELECTCONTEXT_KEPT __attribute__((used, retain, visibility("hidden")))

@@ -16,8 +16,8 @@
 
 namespace kvdetail {
 
-// Under the address sanitizer a node that was given back is poisoned and not handed out again. The code that
-// gives it back decides, so a program under the sanitizer works with a library that is not.
+// Under the address sanitizer a freed node is poisoned and not handed out again. Only the setting of the code
+// that frees it matters, so a sanitized program works with a library that is not.
 #if KV_ADDRESS_SANITIZER
 constexpr bool kReusesNodes = false;
 inline void poison(void* node, std::size_t bytes) noexcept {
@@ -29,15 +29,14 @@ inline void poison(void* /*node*/, std::size_t /*bytes*/) noexcept {}
 #endif
 
 // Hands out memory of one size, that of the first request, from chunks that grow with the number of nodes.
-// Nodes that are requested one after the other lie one after the other. Nodes that were given back are kept
-// in a free list. A request of another size, or for more than kLargestNode bytes, goes to operator new.
+// New nodes of a chunk are contiguous. Freed nodes are kept in a free list and reused first. A request of
+// another size, or for more than kLargestNode bytes, goes to operator new.
 //
 // Invariants:
-//  1. live() is the number of nodes that are out.
-//  2. generation() rises with every node that is handed out, given back or extracted from its container. The
-//     same value means that the container has neither gained nor lost a node, nor had one taken out and put
-//     back.
-//  3. The pool lives until it has neither owners nor nodes that are out. Every container that takes nodes
+//  1. live() is the number of allocated nodes.
+//  2. generation() rises with every node that is allocated, freed or extracted from its container. The same
+//     value means that the container has neither gained nor lost a node, nor had one taken out and put back.
+//  3. The pool lives until it has neither owners nor allocated nodes. Every container that takes nodes
 //     from it is an owner, and so is the set's data that made it.
 //
 // Thread safety: owners may come and go on any thread. The rest belongs to the container's thread.

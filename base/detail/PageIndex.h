@@ -20,7 +20,7 @@ namespace kvdetail {
 //  1. pages() are the pages that the store has linked and not unlinked, in the order of the chain. Each
 //     page's `number` is its place there.
 //  2. The buckets of every region that a page's block touches lead to the page.
-//  3. No page of pages() was freed while verify() answered true.
+//  3. If verify() returns true, no page in pages() has been freed.
 //
 // A caller may have changed the chain by hand. So users compare the ends of pages() with those of the chain,
 // ask verify(), and check that a page is linked from the one before it. A page that a caller has taken out of
@@ -91,8 +91,8 @@ public:
         mLinked = 0;
     }
 
-    // Whether pages() is the chain, as far as pages were freed since the last time. O(1) while `epoch` is the
-    // same as then, else O(pages).
+    // Whether pages() equals the chain. The chain is compared only if `epoch` has changed since the last call
+    // that returned true. O(1) if it has not, else O(pages).
     bool verify(const Page* head, std::uint32_t epoch) const noexcept {
         if (mVerified.load(std::memory_order_relaxed) == epoch)
             return true;

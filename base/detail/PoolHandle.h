@@ -8,11 +8,11 @@
 
 namespace kvdetail {
 
-// A pointer to a pool in six bytes. With a flag beside it, it fits into the seven bytes that a map leaves
-// behind its comparison, so that a map has the same size with and without a pool. A pool whose address has
-// more than 48 bits counts as none.
+// A pointer of 48 bits. A map has seven bytes of padding behind its comparator. The pointer and a flag fit
+// there, so that a map with a pool has the size of a map without. A pool at a higher address is not used.
 //
-// The parts are read as they were written: putting six single bytes together would stall every read.
+// It is stored in four bytes and two, and read in the same widths. Six single bytes would have to reach the
+// cache before they could be read as one number.
 class [[gnu::packed]] PoolPointer {
 public:
     PoolPointer() noexcept = default;
@@ -34,13 +34,15 @@ private:
 // The pool of a map's node allocator.
 //
 // Invariants:
-//  1. The handle in a map is an owner of the pool. Moving a map, or swapping two, moves the handles.
+//  1. The handle in a map is an owner of the pool. A moved map and the map that it was moved from both own
+//  the
+//     pool. Swapping two maps exchanges their handles.
 //  2. A copy owns nothing. A map copies its node allocator in one place only: into the node handle that
-//     extract() returns. The node in there keeps the pool alive by itself, and some standard libraries never
+//     extract() returns. The node in there keeps the pool alive by itself. Some standard libraries never
 //     destroy the copy.
 //  3. Making a copy raises the pool's generation. An extracted node keeps its address, so nothing else shows
-//     that the map has changed. The hash of ids relies on this: otherwise every look-up would have to compare
-//     the entry before the one that it finds, which costs a cache miss in a large index.
+//     that the map has changed. This spares the hash of ids a comparison with the entry before, which is a
+//     cache miss per look-up in a large index.
 //
 // Thread safety: that of the pool.
 class PoolHandle {

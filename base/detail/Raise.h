@@ -12,8 +12,7 @@ constexpr int kStatusNoElement = 2;     // a vector with no element after growth
 constexpr int kStatusOutOfMemory = 6;   // a block, storage, page or array could not be obtained
 constexpr int kStatusInvalidIndex = 24; // an index outside the container, or an empty slot
 
-// Errors carry no source position: in the place of the file, they have had a pair of quotation marks ever
-// since.
+// Errors carry no source position. The file is always a pair of quotation marks, which callers may rely on.
 constexpr const wchar_t* kNoFile = L"\"\"";
 constexpr int kNoLine = 0;
 

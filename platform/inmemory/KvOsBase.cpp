@@ -90,8 +90,8 @@ bool injectsFailure() noexcept {
     return fails;
 }
 
-// Both functions are out of line. With all switches off, _kvMalloc and _kvFree are then as fast as malloc and
-// free.
+// This function and trackedFree() are not inlined. With all switches off, _kvMalloc and _kvFree then cost as
+// much as malloc and free.
 [[gnu::noinline, gnu::cold]] void* switchedMalloc(std::size_t bytes) {
     const bool tracked = isOn(kTracking);
     if (tracked)

@@ -1,4 +1,4 @@
-// Edits of single items, as steps of an operation on one item or on many.
+// Edits: adding and removing one item, as single edits and whole-set operations both do it.
 #pragma once
 
 #include "selectcontext/GxapSSetWriteAccessor.h"
@@ -48,11 +48,12 @@ inline void countDown(SSetData& data) noexcept {
 // An item whose main id, sub id and marker are exactly the wanted ones.
 struct ExactItem {
     IdIndex::Entry entry;
-    OccupiedSlot place; // without a slot: there is none
+    OccupiedSlot place; // has no slot if no item was found
 };
 
-// The first such item, in data that was made private if an item has equal keys: there, unlike here, markers
-// of 0 and -1 are equal. `run` is the main id's in the data as it is. The set has records.
+// First looks for an item with equal keys, where markers of 0 and -1 are equal. If there is one, makes the
+// data private. Then returns the first item whose marker matches exactly. `run` begins the entries of the
+// main id. The set has records.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run);
 
 // Frees the item's slot and erases its entry.

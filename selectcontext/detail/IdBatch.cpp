@@ -19,8 +19,8 @@ bool IdBatch::isInOrderOfIds() const {
            }) == end();
 }
 
-// Digit by digit, from the lowest in which any two stubs differ. A comparing sort takes as long as all that
-// is done with the sorted items.
+// LSD radix sort, 11 bits in a pass, from the lowest bit in which any two stubs differ. std::sort would
+// double the time of the operation.
 void IdBatch::sortByStub() {
     constexpr unsigned kDigitBits = 11;
     constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;

@@ -67,7 +67,7 @@ private:
     std::size_t homeOf(const GxDbStub* stub) const noexcept;
     std::size_t bucketOf(const GxDbStub* stub) const noexcept;
     void enter(const GxDbStub* stub, DataMap::const_iterator first) noexcept;
-    void removeBucket(std::size_t i) noexcept;
+    void removeBucket(std::size_t gap) noexcept;
     bool hasRoom() const noexcept { return (mUsed + 1) * 5 <= mBuckets.size() * 3; }
     void grow();
 

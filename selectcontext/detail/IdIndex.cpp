@@ -125,9 +125,9 @@ void IdIndex::erase(Entry entry) {
         hash->follow(mMap);
 }
 
-// Entries need no destructor. So the map is moved into storage that is abandoned, and the pool takes all
-// nodes back at once, where it knows that they are all there. That saves a walk over the tree, which is in no
-// cache.
+// If all nodes are in the data's own pool, its chunks are freed without a visit to the tree, which is in no
+// cache. For that the map is moved into storage that is abandoned: its destructor never runs, which is right
+// because entries need no destructor.
 void IdIndex::clear() noexcept {
     static_assert(std::is_trivially_destructible_v<DataMap::value_type>, "nodes are abandoned");
     dropHash();
@@ -138,6 +138,7 @@ void IdIndex::clear() noexcept {
     }
     alignas(DataMap) unsigned char abandoned[sizeof(DataMap)];
     new (abandoned) DataMap(std::move(mMap));
+    mMap.clear(); // it is empty, and is used again
     pool->reclaimAbandoned();
 }
 
@@ -181,8 +182,8 @@ std::vector<Store::Slot*> IdIndex::rebuildOfFirsts() {
     return slots;
 }
 
-// Once searches have cost as much as a hash of the index, one is made. Ids that were not found do not count:
-// a hash cannot spare their search.
+// Builds a hash once the searches have cost about as much as building it. Failed searches do not count: a
+// hash does not spare them.
 void IdIndex::noteSearch() const noexcept {
     constexpr std::size_t kEntriesPerSearch = 16; // hashed in the time of one search
     if (!isWorthAHash())
@@ -193,16 +194,17 @@ void IdIndex::noteSearch() const noexcept {
         makeHash();
 }
 
-// An index that a caller has put in need not have a pool, whose generation the hash goes by, or need not have
-// it for itself: nodes that move within a pool do not change its generation.
+// A caller may have replaced the map. The new one may have no pool, or share its pool with another map. The
+// pool's generation does not show the changes of such a map, so no hash is made.
 bool IdIndex::isWorthAHash() const noexcept {
     constexpr std::size_t kFewestEntries = 48; // below, a search is as fast
     const NodePool* const pool = mMap.get_allocator().pool();
     return kHasIdHash && pool && pool->live() == mMap.size() && mMap.size() >= kFewestEntries;
 }
 
-// Readers of shared data may be here at once; the first to finish publishes its hash. A hash that the index
-// has left behind stays until an edit drops it, as somebody may be reading it.
+// Several readers of shared data may get here at once. The first to finish publishes its hash, the others
+// delete theirs. An outdated hash is not replaced here, as another reader may be using it. The next edit
+// deletes it.
 void IdIndex::makeHash() const noexcept {
     mSearches.store(0, std::memory_order_relaxed); // the next try waits as long, also if this one fails
     if (mHash.load(std::memory_order_relaxed))

@@ -60,11 +60,11 @@ public:
     // The id's first entry. O(1) where the hash knows the id, or for an id behind all others; else O(log n).
     Run find(const GxDbObjectId& id) const;
 
-    // The same for an id that is about to be erased: ids are often removed from the front on, or from the
-    // back.
+    // As find(), but looks at the first and the last entry before it searches. Callers often remove from one
+    // end.
     Run findAtEnds(const GxDbObjectId& id) const;
 
-    // The same for an id that is not before `place`. O(1) where few entries lie between.
+    // As find(), for an id that is not before `place`. O(1) if few entries lie between.
     Run findFrom(Entry place, const GxDbObjectId& id) const;
 
     // To the next entry of the id. O(1).
@@ -99,7 +99,7 @@ public:
     // All or, with std::bad_alloc, nothing.
     std::vector<Store::Slot*> rebuildOfFirsts();
 
-    // Does without the hash from now on, until searches have cost as much as another one.
+    // Deletes the hash. Another one is built once the searches have cost as much as building it.
     void dropHash() noexcept;
 
     // Many ids are going to be looked up. O(1), O(n) where it makes a hash.

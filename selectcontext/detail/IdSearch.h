@@ -9,7 +9,8 @@
 namespace kvdetail {
 
 // The look-ups of one whole-set operation. Most often the ids come in the order of the index, so the entry
-// behind the last one is tried before the index is searched. A row of failures ends the trying.
+// behind the last one is tried before the index is searched. After 16 failures in a row it is not tried any
+// more.
 //
 // The set may be edited between two look-ups, and change its data. An edit that erases an entry says where to
 // go on.

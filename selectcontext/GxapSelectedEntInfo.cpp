@@ -100,7 +100,8 @@ template <class T>
 T** fieldAt(GxDbElasticData* block, unsigned offset) {
     if (!hasField(block, offset))
         return nullptr;
-    return reinterpret_cast<T**>(payloadOf(block) + offset);
+    void* const field = payloadOf(block) + offset;
+    return static_cast<T**>(field);
 }
 
 // Loads a pointer from an address that may be misaligned. Null if the address is null.

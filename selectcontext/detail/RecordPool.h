@@ -141,8 +141,8 @@ private:
     static Chunk* takeFromChunk(void* record) noexcept {
         if (!isInChunk(record))
             return nullptr;
-        auto* const cell =
-            reinterpret_cast<Cell*>(static_cast<unsigned char*>(record) - offsetof(Cell, record));
+        void* const address = static_cast<unsigned char*>(record) - offsetof(Cell, record);
+        auto* const cell = static_cast<Cell*>(address);
         return std::exchange(cell->chunk, nullptr);
     }
 

@@ -195,7 +195,8 @@ void Machine::comparePages(const ActualStore& actual, const Store& model, bool f
 }
 
 void Machine::compareSlot(const Page& page, int slot) {
-    const auto& actual = *reinterpret_cast<const ActualStore::Slot*>(page.actualSlots + slot * kSlotBytes);
+    const void* const address = page.actualSlots + slot * kSlotBytes;
+    const auto& actual = *static_cast<const ActualStore::Slot*>(address);
     const RecordPtr& model = page.slots[static_cast<std::size_t>(slot)];
     expectSame(actual.free, model ? 0 : 1, "a slot is free");
     if (!model)

@@ -9,11 +9,14 @@
 #include <utility>
 
 // To the linker, the calls of malloc and free in shared libraries refer to the wrappers. So the wrappers are
-// visible.
+// visible. An aligned operator new of the tests takes its memory from posix_memalign.
 extern "C" {
 void* __real_malloc(std::size_t bytes);
+int __real_posix_memalign(void** memory, std::size_t alignment, std::size_t bytes);
 void __real_free(void* memory);
 __attribute__((visibility("default"))) void* __wrap_malloc(std::size_t bytes);
+__attribute__((visibility("default"))) int __wrap_posix_memalign(void** memory, std::size_t alignment,
+                                                                 std::size_t bytes);
 __attribute__((visibility("default"))) void __wrap_free(void* memory);
 }
 
@@ -53,6 +56,13 @@ void* __wrap_malloc(std::size_t bytes) {
     if (gTracker && memory)
         gTracker->allocated(memory, bytes);
     return memory;
+}
+
+int __wrap_posix_memalign(void** memory, std::size_t alignment, std::size_t bytes) {
+    const int status = __real_posix_memalign(memory, alignment, bytes);
+    if (gTracker && status == 0)
+        gTracker->allocated(*memory, bytes);
+    return status;
 }
 
 void __wrap_free(void* memory) {

@@ -15,8 +15,8 @@ namespace kvtest {
 // that it then removes is a copy, whose address no caller has. A test finds such records through the tracker
 // and deletes them.
 //
-// The tracker sees malloc and free, from which the operators new and delete of the tests take their memory.
-// Its test is registered with TRACKS_RECORDS.
+// The tracker sees malloc, posix_memalign and free, from which the operators new and delete of the tests take
+// their memory. Its test is registered with TRACKS_RECORDS.
 //
 // Invariants:
 //  1. `mBlocks` holds live blocks of a record's size that were allocated while the tracker was recording.
@@ -77,7 +77,7 @@ public:
     // that moment.
     void atNextRecord(std::function<void()> call);
 
-    // What the wrappers of malloc and free report.
+    // What the wrappers of malloc, posix_memalign and free report.
     void allocated(void* memory, std::size_t bytes);
     void freed(const void* memory);
 

@@ -26,6 +26,11 @@ target_compile_options(
               $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op>
               $<$<BOOL:${KV_WERROR}>:-Werror>)
 
+# clang 19, and not yet 16, reports what std::stable_sort of libstdc++ 12 calls. g++ goes on reporting what this project calls.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 17)
+    target_compile_options(KvProjectOptions INTERFACE -Wno-deprecated-declarations)
+endif()
+
 if(KV_SANITIZE)
     set(kv_sanitize_flags -fsanitize=${KV_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     target_compile_options(KvProjectOptions INTERFACE ${kv_sanitize_flags})

@@ -1,5 +1,5 @@
-// What every header begins with: the targets that the library is for, and the visibility of what the
-// application's libraries offer to it.
+// Checks the target and the language, and gives default visibility to what the application's libraries offer
+// to this one.
 #pragma once
 
 #if __cplusplus < 201703L

@@ -122,8 +122,8 @@ public:
     bool appendSubentPathSubsel(const GxDbFullSubentPath& path);
 
     // Removes one path from the sub-selection of its item, and returns whether it did. The path object stays
-    // allocated. The item is removed, too, if no path is left; the form with `path` does so also when the
-    // path was not found. A path index equal to the number of paths throws KvErrorStatus 24.
+    // allocated. An item that is left without paths is removed, too; by the form with `path` also an item
+    // that had none before. A path index equal to the number of paths throws KvErrorStatus 24.
     bool removeSubentPathSubsel(const GxDbFullSubentPath& path);
     bool removeSubentPathAtSubsel(int entityIndex, int pathIndex);
 };

@@ -149,9 +149,9 @@ public:
         bool operator==(const ConstIterator& other) const;
         bool operator!=(const ConstIterator& other) const;
 
-        // The current record, or null without one. It stays the set's. O(1), or O(p) after a page was freed
-        // somewhere; like the accessors below, which answer null, 0, the null id or an empty path without a
-        // current record. KvExceptionWithMsg "Error access KvTrucker" on an item that was removed.
+        // The current record, which stays the set's. Without a current record, get() and the accessors below
+        // return null, 0, the null id or an empty path. KvExceptionWithMsg "Error access KvTrucker" on an
+        // item that was removed. O(1), or O(p) after a page was freed.
         KVSELECTCONTEXT_API selected_entity* get() const;
         KVSELECTCONTEXT_API GxDbObjectId mainEntId() const;
         KVSELECTCONTEXT_API GxDbObjectId subEntId() const;
@@ -311,9 +311,9 @@ public:
     bool contains(const GxapSelectSet* other) const;
     bool intersectedWith(const GxapSelectSet* other) const;
 
-    // Appends a copy of every item to `target`, or to `excludedOut` (null: dropped) where the excluder says
-    // so, by their own rule of uniqueness. A null excluder makes `target` share this set's data instead. O(n
-    // log n).
+    // Appends a copy of every item to `target`, or to `excludedOut` (null: dropped) if the excluder says so.
+    // A receiver with `unique` on refuses items that it holds. A null excluder makes `target` share this
+    // set's data instead. O(n log n).
     void transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* excluder, GxapSelectSet* excludedOut) const;
 
     // The position of `path` in the sub-selection of the item of `id`, or -1. Makes the list's block private,

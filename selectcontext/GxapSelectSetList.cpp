@@ -26,7 +26,7 @@ OwnedSet makeSet() {
     return set;
 }
 
-// Word 0 of a name is the set's address, and all of the name that the list looks at.
+// Word 0 of a name: the set's address. The list looks at no other word.
 long firstWord(const GxapSelectSet* set) {
     return reinterpret_cast<long>(set);
 }

@@ -194,7 +194,7 @@ bool idsAt(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObject
     return copyIds(store->at(index), mainId, subId);
 }
 
-// The first and the last item trust the set's count: the store itself answers when the two disagree.
+// Checks no bounds, unlike idsAt(): the store raises an error if the set's count is wrong.
 bool idsAtEdge(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObjectId* subId) {
     const auto* const store = storeOf(set);
     return store && copyIds(store->at(index), mainId, subId);

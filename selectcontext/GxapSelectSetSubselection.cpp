@@ -79,7 +79,7 @@ GxapSelectSet::Iterator GxapSSetWriteAccessor::findMainSubsel(const GxDbObjectId
     const kvdetail::IdIndex::Run run = kvdetail::indexOf(*sharedData).find(id);
     if (id.isNull() || !run.isHeld)
         return end();
-    // The position is counted before the data is copied: a copy is indexed anew.
+    // Counted before the copy, whose index may find another item of the id.
     return iteratorAt(sharedData->refCount.load() >= 2 ? positionInCopy(*sharedData, run.entry) : find(id));
 }
 

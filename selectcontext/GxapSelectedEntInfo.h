@@ -40,8 +40,8 @@ public:
     // A deep copy but for the points, whose block is shared. A fence info of negative index is not copied.
     GxapSelectedEntInfo(const GxapSelectedEntInfo& other);
 
-    // As copying, except that this info's own fence result stays where it is the earlier one. A fence info or
-    // matrix that the other lacks is deleted.
+    // As copying, but keeps this info's own fence result if that is the earlier one. A fence info or matrix
+    // that the other lacks is deleted.
     GxapSelectedEntInfo& operator=(const GxapSelectedEntInfo& other);
 
     // Allocates nothing, never throws.

@@ -1,4 +1,4 @@
-// Marks what inline code of the containers shares across every library of the process.
+// Marks what the containers' inline code needs once in the whole process.
 #pragma once
 
 #include "platform/KvOsBase.h"

@@ -138,7 +138,7 @@ private:
         return node;
     }
 
-    // A chunk doubles the pool, up to kMostNodes nodes.
+    // Doubles the pool, by at most kMostNodes nodes.
     void addChunk() {
         const std::size_t nodes = std::clamp(mChunkBytes / mNodeBytes, kFewestNodes, kMostNodes);
         const std::size_t bytes = sizeof(Chunk) + nodes * mNodeBytes;

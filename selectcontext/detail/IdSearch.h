@@ -39,7 +39,7 @@ public:
         return index.find(id);
     }
 
-    // The look-ups go on at this entry, or behind it where it was found.
+    // The entry to try next: this one, or the one behind a held entry.
     void goOnAt(IdIndex::Entry entry) {
         mNext = entry;
         mData = mSet.sharedData;

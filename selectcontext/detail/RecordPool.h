@@ -58,7 +58,7 @@ public:
         mSingles = 0;
     }
 
-    // A copy of many records takes all of them from chunks.
+    // Many records will come: all of them are taken from chunks.
     void expectMany(std::uint32_t records) noexcept {
         if (records > kFewestRecords)
             mSingles = kFewestRecords;

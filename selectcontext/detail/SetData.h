@@ -11,8 +11,8 @@
 
 namespace kvdetail {
 
-// What SSetData has behind its named fields. The pool is for the thread that may edit the data, while no
-// other handle shares it.
+// What SSetData has behind its named fields. Only the thread that may edit the data uses `records`, and only
+// while no other handle shares the data.
 struct SetData {
     explicit SetData(SSetData& data) : index(data) {}
 

@@ -39,7 +39,7 @@ public:
     // O(1). std::bad_alloc when there is no memory.
     void* allocate() {
         if (!kHasRecordPool || mSingles < kFewestRecords) {
-            void* const record = allocateAligned(sizeof(selected_entity));
+            void* const record = selected_entity::operator new(sizeof(selected_entity));
             ++mSingles;
             return record;
         }

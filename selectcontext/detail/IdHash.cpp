@@ -16,6 +16,10 @@ std::size_t bucketsFor(std::size_t stubs) noexcept {
     return buckets;
 }
 
+std::uintptr_t lowBits(const GxDbStub* stub, unsigned count) noexcept {
+    return reinterpret_cast<std::uintptr_t>(stub) & ((std::uintptr_t{1} << count) - 1);
+}
+
 } // namespace
 
 // In two passes, so that entering a stub does not wait for the walk through the index.
@@ -25,6 +29,8 @@ std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
     if (!hash->collectFirsts(map, firsts))
         return nullptr;
     hash->mShift = commonLowBits(firsts);
+    if (!firsts.empty())
+        hash->mLowBits = lowBits(firsts.front().stub, hash->mShift);
     hash->mBuckets.resize(bucketsFor(map.size()));
     for (const Bucket& first : firsts)
         hash->enter(first.stub, first.first);
@@ -88,6 +94,8 @@ bool IdHash::noteAdded(const DataMap& map, DataMap::const_iterator entry) noexce
     const GxDbStub* const stub = entry->first.stub();
     if (!stub)
         return true;
+    if (const std::uintptr_t differences = lowBits(stub, mShift) ^ mLowBits)
+        useLowerBits(differences);
     if (entry != map.begin()) {
         const auto before = std::prev(entry);
         if (before->first == entry->first) {
@@ -96,7 +104,7 @@ bool IdHash::noteAdded(const DataMap& map, DataMap::const_iterator entry) noexce
         }
     }
     if (!hasRoom())
-        grow();
+        rehash(2 * mBuckets.size());
     enter(stub, entry);
     return true;
 } catch (const std::bad_alloc&) {
@@ -154,14 +162,22 @@ void IdHash::removeBucket(std::size_t gap) noexcept {
     --mUsed;
 }
 
-void IdHash::grow() {
-    std::vector<Bucket> old(2 * mBuckets.size());
+void IdHash::rehash(std::size_t buckets) {
+    std::vector<Bucket> old(buckets);
     old.swap(mBuckets);
     mUsed = 0;
     for (const Bucket& bucket : old) {
         if (bucket.stub)
             enter(bucket.stub, bucket.first);
     }
+}
+
+// A stub differs in bits that homeOf() leaves out. All such stubs would share one bucket. This happens once
+// per bit at the most.
+void IdHash::useLowerBits(std::uintptr_t differences) {
+    mShift = static_cast<unsigned>(__builtin_ctzll(differences));
+    mLowBits &= (std::uintptr_t{1} << mShift) - 1;
+    rehash(mBuckets.size());
 }
 
 } // namespace kvdetail

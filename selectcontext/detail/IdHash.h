@@ -69,13 +69,15 @@ private:
     void enter(const GxDbStub* stub, DataMap::const_iterator first) noexcept;
     void removeBucket(std::size_t gap) noexcept;
     bool hasRoom() const noexcept { return (mUsed + 1) * 5 <= mBuckets.size() * 3; }
-    void grow();
+    void rehash(std::size_t buckets);
+    void useLowerBits(std::uintptr_t differences);
 
     std::vector<Bucket> mBuckets; // a power of two
     std::size_t mUsed = 0;
     OwnedNodePool mPool; // the index's; owned, so that no other pool gets its address meanwhile
     std::uint64_t mGeneration = 0;
     unsigned mShift = 0;          // low bits in which no two stubs differ
+    std::uintptr_t mLowBits = 0;  // those bits
     bool mHasRepeatedIds = false; // some id has, or had, several entries
 };
 

@@ -176,6 +176,23 @@ TEST_F(IdHashTest, SecondStubOfAnObjectEndsTheHash) {
     EXPECT_FALSE(hash->noteAdded(map, map.emplace(id(300), 300)));
 }
 
+// The bits in which the first stubs agree choose no bucket: without a change, all of these would share one.
+TEST_F(IdHashTest, StubsThatDifferInOtherBitsThanTheFirstAreFoundAsFast) {
+    constexpr unsigned long kMany = 200000; // quadratic work would take minutes
+    DataMap growing = makeMap();
+    for (unsigned long n = 1; n <= 100; ++n)
+        growing.emplace(id(n << 20), n);
+    const std::unique_ptr<IdHash> grown = IdHash::build(growing);
+    ASSERT_NE(grown, nullptr);
+    for (unsigned long n = 1; n <= kMany; ++n) {
+        const auto entry = growing.emplace(id((101ul << 20) + n), n);
+        ASSERT_TRUE(grown->noteAdded(growing, entry));
+        grown->follow(growing);
+        ASSERT_EQ(grown->find(growing, id((101ul << 20) + n)), entry);
+    }
+    EXPECT_EQ(grown->find(growing, id(7ul << 20)), growing.lower_bound(id(7ul << 20)));
+}
+
 TEST_F(IdHashTest, UnknownStubOfAKnownObjectIsLeftToTheIndex) {
     kvinmemory::makeEqual(id(30), id(300));
     EXPECT_EQ(hash->find(map, id(300)), map.end());

@@ -76,8 +76,8 @@ private:
     std::size_t mUsed = 0;
     OwnedNodePool mPool; // the index's; owned, so that no other pool gets its address meanwhile
     std::uint64_t mGeneration = 0;
-    unsigned mShift = 0;          // low bits in which no two stubs differ
-    std::uintptr_t mLowBits = 0;  // those bits
+    std::uintptr_t mLowBits = 0;  // of every stub: those in which no two stubs differ
+    unsigned mShift = 0;          // the number of these bits
     bool mHasRepeatedIds = false; // some id has, or had, several entries
 };
 

@@ -26,10 +26,11 @@ inline IdIndex& indexOf(const SSetData& data) {
     return SetData::of(data).index;
 }
 
-// Null for an entry without a slot of the store, and for a slot into which a caller has put null. O(1).
+// Null for an entry without an occupied slot of the store, and for a slot into which a caller has put null.
+// The record of a slot that a caller has freed may be deleted. O(1).
 inline selected_entity* recordAt(const Store& store, unsigned long address) noexcept {
     const Store::Slot* const slot = slotAt(address);
-    return store.pageOf(slot) ? slot->value : nullptr;
+    return store.pageOf(slot) && !slot->free ? slot->value : nullptr;
 }
 
 // The set has data, and items in it. Almost every operation asks this first.

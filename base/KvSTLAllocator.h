@@ -7,7 +7,9 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
+#include <new>
 #include <type_traits>
+#include <utility>
 
 // Takes memory from a pool if it has one, else from operator new. Instances with the same pool, or without a
 // pool, free what the others have allocated. A copied container has no pool. A moved or swapped container
@@ -42,6 +44,21 @@ struct _KvSTLAllocator {
             nodes->deallocate(memory, n * sizeof(T));
         else
             std::allocator<T>().deallocate(memory, n);
+    }
+
+    // A container that is assigned to fills its old nodes anew, which nothing else shows to the pool.
+    template <class U, class... Args>
+    void construct(U* value, Args&&... args) {
+        if (kvdetail::NodePool* const nodes = pool())
+            nodes->noteChanged();
+        ::new (static_cast<void*>(value)) U(std::forward<Args>(args)...);
+    }
+
+    template <class U>
+    void destroy(U* value) noexcept {
+        if (kvdetail::NodePool* const nodes = pool())
+            nodes->noteChanged();
+        value->~U();
     }
 
     kvdetail::NodePool* pool() const noexcept { return mNodes.get(); }

@@ -34,8 +34,10 @@ inline void poison(void* /*node*/, std::size_t /*bytes*/) noexcept {}
 //
 // Invariants:
 //  1. live() is the number of allocated nodes.
-//  2. generation() rises with every node that is allocated, freed or extracted from its container. The same
-//     value means that the container has neither gained nor lost a node, nor had one taken out and put back.
+//  2. generation() rises with every value that is constructed or destroyed in a node, and with every node
+//  that
+//     is extracted from its container. The same value means that the container has neither gained nor lost a
+//     value, nor had a node filled anew or taken out and put back.
 //  3. The pool lives until it has neither owners nor allocated nodes. Every container that takes nodes
 //     from it is an owner, and so is the set's data that made it.
 //
@@ -53,8 +55,8 @@ public:
             delete this;
     }
 
-    // A node is extracted from its container, which changes neither its address nor the number of nodes.
-    void noteExtracted() noexcept { ++mGeneration; }
+    // The container changes: a value is constructed or destroyed in a node, or a node is extracted.
+    void noteChanged() noexcept { ++mGeneration; }
 
     std::size_t live() const noexcept { return mLive; }
     std::uint64_t generation() const noexcept { return mGeneration; }
@@ -67,7 +69,6 @@ public:
             return ::operator new(bytes);
         void* const node = mFreeList ? takeFreed() : takeFresh();
         ++mLive;
-        ++mGeneration;
         return node;
     }
 
@@ -82,7 +83,6 @@ public:
         else
             poison(memory, mNodeBytes);
         --mLive;
-        ++mGeneration;
         if (mLive == 0 && mOwners.load(std::memory_order_acquire) == 0)
             delete this;
     }

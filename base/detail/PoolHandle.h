@@ -51,7 +51,7 @@ public:
     explicit PoolHandle(NodePool* pool) noexcept : PoolHandle(pool, true) {}
     PoolHandle(const PoolHandle& other) noexcept : PoolHandle(other.get(), false) {
         if (NodePool* const pool = get())
-            pool->noteExtracted();
+            pool->noteChanged();
     }
     PoolHandle(PoolHandle&& other) noexcept : PoolHandle(other.get(), other.mIsOwner) {}
     PoolHandle& operator=(const PoolHandle& other) noexcept {

@@ -3,6 +3,8 @@
 
 #include "base/detail/Sanitizers.h"
 
+#include <cstddef>
+
 // 1 or 0 for all of them. A program and the library that it links have to agree: see KvSelectContextExport.h.
 #ifndef KV_SHORTCUTS
 #define KV_SHORTCUTS 1
@@ -37,9 +39,13 @@
 #endif
 
 // Ids are looked up in a hash before the index is searched. Needs the node pool, whose generation shows that
-// the index has changed.
+// the index has changed. Not with libc++, whose maps fill their nodes anew without a call to the allocator.
 #ifndef KV_SHORTCUT_ID_HASH
+#ifdef _LIBCPP_VERSION
+#define KV_SHORTCUT_ID_HASH 0
+#else
 #define KV_SHORTCUT_ID_HASH KV_SHORTCUTS
+#endif
 #endif
 
 // Whole-set operations sort ids and meet the index in its own order.

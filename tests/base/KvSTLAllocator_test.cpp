@@ -273,6 +273,33 @@ TEST_F(KvSTLAllocatorTest, NodeTakenOutAndPutBackLeavesNothingBehindButATrace) {
     EXPECT_EQ(kvtest::liveNewBlocks(), before);
 }
 
+TEST_F(KvSTLAllocatorTest, EntryErasedAndInsertedAgainRaisesTheGeneration) {
+    Index index = pooledIndex();
+    fillWith(index, 3);
+    const std::uint64_t filled = index.get_allocator().pool()->generation();
+    index.erase(1);
+    const std::uint64_t erased = index.get_allocator().pool()->generation();
+    EXPECT_GT(erased, filled);
+    index.emplace(1, 1);
+    EXPECT_GT(index.get_allocator().pool()->generation(), erased);
+    EXPECT_EQ(index.get_allocator().pool()->live(), 3u);
+}
+
+// libc++ assigns to the values of the old nodes, which the allocator is not told.
+#ifndef _LIBCPP_VERSION
+TEST_F(KvSTLAllocatorTest, AssignmentThatFillsTheOldNodesAnewRaisesTheGeneration) {
+    Index index = pooledIndex();
+    fillWith(index, 3);
+    const Index other(index);
+    const std::uint64_t filled = index.get_allocator().pool()->generation();
+    index = other;
+    const std::uint64_t assigned = index.get_allocator().pool()->generation();
+    EXPECT_GT(assigned, filled);
+    index = {{7, 1}, {8, 2}, {9, 3}};
+    EXPECT_GT(index.get_allocator().pool()->generation(), assigned);
+}
+#endif
+
 TEST_F(KvSTLAllocatorTest, ReadingTheAllocatorChangesNothing) {
     Index index = pooledIndex();
     fillWith(index, 3);

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -90,6 +91,41 @@ TEST_F(ShortcutsTampering, IndexOfTheCallersOwnIsSearched) {
     EXPECT_TRUE(edit(set).remove(id(17)));
     expectFindsWhatTheIndexHas(set);
     EXPECT_TRUE(invariants(set));
+}
+
+// As many entries as before: the map keeps its nodes and gives them other ids.
+TEST_F(ShortcutsTampering, IndexAssignedFromAnotherOfItsSize) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    DataMap shifted;
+    for (const auto& entry : mapOf(set))
+        shifted.emplace(entry.first == id(1) ? id(900) : entry.first, entry.second);
+    mapOf(set) = shifted;
+    expectFindsWhatTheIndexHas(set);
+    for (unsigned long n = 2; n <= kCount; ++n)
+        EXPECT_TRUE(edit(set).remove(id(n)));
+    expectFindsWhatTheIndexHas(set);
+    edit(set).append(id(17), GxDbObjectId());
+    expectFindsWhatTheIndexHas(set);
+}
+
+// Each assignment deals the nodes out anew, so now and then an id keeps its node but is not the first any
+// more.
+TEST_F(ShortcutsTampering, IndexAssignedWithAnIdThatIsThereTwice) {
+    GxapSelectSet set;
+    fillAndLookUp(set);
+    for (unsigned long n = 2; n <= kCount; ++n) {
+        DataMap twice;
+        for (const auto& entry : mapOf(set)) {
+            if (twice.count(entry.first) == 0)
+                twice.emplace_hint(twice.end(), entry);
+        }
+        while (twice.size() >= kCount)
+            twice.erase(std::prev(twice.end()));
+        twice.emplace_hint(twice.lower_bound(id(n)), id(n), 0);
+        mapOf(set) = twice;
+        ASSERT_EQ(set.findInMap(id(n)), mapOf(set).lower_bound(id(n))) << n;
+    }
 }
 
 TEST_F(ShortcutsTampering, EntryGivenAnotherIdInFrontOfTheHolderOfThatId) {

@@ -139,7 +139,7 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId) {
     if (id.isNull() || !hasItems(*this))
         return false;
     const SSetData* const searched = sharedData;
-    const kvdetail::IdIndex::Run found = indexOf(*searched).find(id);
+    const kvdetail::IdIndex::Run found = indexOf(*searched).findToRemove(id);
     if (!found.isHeld)
         return false;
     SSetData& data = *writeData();
@@ -194,7 +194,7 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectI
     if (id.isNull() || !kvdetail::hasRecords(*this))
         return false;
     const kvdetail::ExactItem item =
-        kvdetail::findToRemove(*this, {id, sub, gsMarker, nullptr}, indexOf(*sharedData).findAtEnds(id));
+        kvdetail::findToRemove(*this, {id, sub, gsMarker, nullptr}, indexOf(*sharedData).findToRemove(id));
     if (!item.place.slot)
         return false;
     kvdetail::removeItem(*sharedData, item);

@@ -74,6 +74,20 @@ void forEachRecord(const SSetData& data, const GxapSelectSet& edited, const IdSe
     });
 }
 
+// Returns whether sorting records by id saves time when they are looked up in the data. The records must be
+// many, also beside the entries of the index: all of these are passed.
+bool isSortingWorthIt(const SSetData& data, const SSetData& records) noexcept {
+    constexpr std::size_t kFewestRecords = 16;
+    constexpr std::size_t kMostEntriesPerRecord = 4;
+    return kvdetail::kHasIdBatch && data.entities && records.entityCount >= kFewestRecords &&
+           indexOf(data).size() / kMostEntriesPerRecord <= records.entityCount;
+}
+
+// What remove() goes by.
+ItemKeys keysToRemove(const selected_entity& record) noexcept {
+    return {record.mainEntId, record.subEntId, record.gsMarker, nullptr};
+}
+
 // Appends copies of one set's records to another set's data. The result is that of appending them one after
 // the other. The records are looked up and entered in the order of their ids, so that the index is passed
 // once from its first entry to its last. All decisions are made before the first change.
@@ -86,15 +100,6 @@ void forEachRecord(const SSetData& data, const GxapSelectSet& edited, const IdSe
 class BulkAppend {
 public:
     explicit BulkAppend(SSetData& data) : mData(data), mIndex(indexOf(data)) {}
-
-    // Sorting pays where the records are many, also beside the entries of the index: the walk passes all of
-    // these.
-    static bool isWorthIt(const SSetData& data, const SSetData& added) noexcept {
-        constexpr std::size_t kFewestRecords = 16;
-        constexpr std::size_t kMostEntriesPerRecord = 4;
-        return kvdetail::kHasIdBatch && data.entities && added.entityCount >= kFewestRecords &&
-               indexOf(data).size() / kMostEntriesPerRecord <= added.entityCount;
-    }
 
     // False, and nothing done, if the records cannot be had in the order of their ids, or there is no memory
     // for that.
@@ -212,7 +217,7 @@ private:
 
 bool appendInBulk(SSetData& data, const SSetData& added) {
     BulkAppend bulk(data);
-    if (!BulkAppend::isWorthIt(data, added) || !bulk.collect(added) || !bulk.decide())
+    if (!isSortingWorthIt(data, added) || !bulk.collect(added) || !bulk.decide())
         return false;
     bulk.append();
     return true;
@@ -236,7 +241,7 @@ void appendItem(GxapSSetWriteAccessor& set, const selected_entity& record, IdSea
 void removeEqual(GxapSSetWriteAccessor& set, const selected_entity& record, IdSearch& search) {
     if (record.mainEntId.isNull() || !hasRecords(set))
         return;
-    const ItemKeys keys{record.mainEntId, record.subEntId, record.gsMarker, nullptr};
+    const ItemKeys keys = keysToRemove(record);
     const IdIndex::Run run = search.find(keys.mainId);
     search.goOnBehind(run);
     const kvdetail::ExactItem item = kvdetail::findToRemove(set, keys, run);
@@ -245,6 +250,60 @@ void removeEqual(GxapSSetWriteAccessor& set, const selected_entity& record, IdSe
     if (search.isTrying())
         search.goOnAt(std::next(item.entry));
     kvdetail::removeItem(*set.sharedData, item);
+}
+
+// Removes the items that are equal to records of another set, from data that is private. The result is that
+// of removing one after the other. Records are taken in the order of their ids, so that the index is passed
+// once from its first entry to its last. Records of one id keep their order.
+void removeInOrder(SSetData& data, const IdBatch& batch) {
+    IdIndex& index = indexOf(data);
+    index.expectErasures();
+    IdIndex::Entry place = index.begin();
+    for (const IdBatch::Item* first = batch.begin(); first != batch.end() && data.entityCount != 0;) {
+        const IdBatch::Item* const last = batch.endOfId(first);
+        const GxDbObjectId id = first->id();
+        IdIndex::Run run = index.findFrom(place, id);
+        for (; first != last && run.isHeld; ++first) {
+            const auto& record = *reinterpret_cast<const selected_entity*>(first->value);
+            const kvdetail::ExactItem item = kvdetail::findExact(data, run, keysToRemove(record));
+            if (!item.place.slot)
+                continue;
+            if (item.entry == run.entry)
+                index.next(run, id);
+            kvdetail::removeItem(data, item);
+        }
+        first = last;
+        place = run.entry;
+    }
+}
+
+// Collects the records of a set. Returns false if they cannot be had in the order of their ids, or if there
+// is no memory for that.
+bool collectRecords(const SSetData& data, IdBatch& batch) noexcept try {
+    batch.reserve(data.entities->usedSlots());
+    kvdetail::forEachOccupied(*data.entities, [&batch](const Store::Slot* slot) {
+        if (slot->value && !slot->value->mainEntId.isNull())
+            batch.add(slot->value->mainEntId, reinterpret_cast<std::uintptr_t>(slot->value));
+    });
+    return batch.sort();
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+// Removes the records of `taken` from the set, if sorting them pays. Returns false if it does not.
+bool removeInBulk(GxapSSetWriteAccessor& set, const SSetData& taken) {
+    IdBatch batch;
+    if (!isSortingWorthIt(*set.sharedData, taken) || !collectRecords(taken, batch))
+        return false;
+    // The first record that is found makes the data private, whether or not its marker matches exactly.
+    const bool isAnyHeld = std::any_of(batch.begin(), batch.end(), [&set](const IdBatch::Item& item) {
+        const ItemKeys keys = keysToRemove(*reinterpret_cast<const selected_entity*>(item.value));
+        const SSetData& data = *set.sharedData;
+        return kvdetail::findItem(data, indexOf(data).findToRemove(keys.mainId), keys).isHeld;
+    });
+    if (isAnyHeld)
+        removeInOrder(*set.writeData(), batch);
+    return true;
 }
 
 std::uint32_t liveTotal(const Store& store) noexcept {
@@ -299,6 +358,8 @@ void GxapSSetWriteAccessor::minus(const GxapSelectSet* a, const GxapSelectSet* b
 
     const SSetData& taken = *b->sharedData;
     const HeldData held(taken);
+    if (removeInBulk(*this, taken))
+        return;
     IdSearch search(*this);
     forEachRecord(taken, *this, search,
                   [this, &search](const selected_entity& record) { removeEqual(*this, record, search); });

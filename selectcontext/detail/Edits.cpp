@@ -19,9 +19,6 @@ void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo&& info,
     appendRecord(data, std::move(record), place);
 }
 
-namespace {
-
-// The first item of the run whose marker is exactly the wanted one.
 ExactItem findExact(const SSetData& data, const IdIndex::Run& run, ItemKeys keys) {
     keys.markers = Markers::kExact;
     ExactItem item;
@@ -34,8 +31,6 @@ ExactItem findExact(const SSetData& data, const IdIndex::Run& run, ItemKeys keys
     item.entry = found.entry;
     return item;
 }
-
-} // namespace
 
 // An exact item that has the main id has equal keys, too, and is found in one search.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run) {

@@ -56,6 +56,9 @@ struct ExactItem {
 // records.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run);
 
+// Returns the first item of the run whose marker is exactly the wanted one. `run` is that of the main id.
+ExactItem findExact(const SSetData& data, const IdIndex::Run& run, ItemKeys keys);
+
 // Erases the item's entry and frees its slot.
 void removeItem(SSetData& data, const ExactItem& item);
 

@@ -71,16 +71,20 @@ IdIndex::Run IdIndex::find(const GxDbObjectId& id) const {
         if (entry != mMap.end())
             return {entry, true};
     }
+    const Run run = search(id);
+    if (run.isHeld)
+        noteSearch();
+    return run;
+}
+
+IdIndex::Run IdIndex::search(const GxDbObjectId& id) const {
     if (mMap.empty() || mMap.rbegin()->first < id)
         return {mMap.end(), false};
     const Entry entry = mMap.lower_bound(id);
-    if (entry == mMap.end() || !isSame(entry->first, id))
-        return {entry, false};
-    noteSearch();
-    return {entry, true};
+    return {entry, entry != mMap.end() && isSame(entry->first, id)};
 }
 
-IdIndex::Run IdIndex::findAtEnds(const GxDbObjectId& id) const {
+IdIndex::Run IdIndex::findToRemove(const GxDbObjectId& id) const {
     if (mMap.empty())
         return {mMap.end(), false};
     if (isSame(mMap.begin()->first, id))
@@ -88,7 +92,7 @@ IdIndex::Run IdIndex::findAtEnds(const GxDbObjectId& id) const {
     const Entry last = std::prev(mMap.end());
     if (isSame(last->first, id) && isFirst(last))
         return {last, true};
-    return find(id);
+    return currentHash() ? find(id) : search(id);
 }
 
 IdIndex::Run IdIndex::findFrom(Entry place, const GxDbObjectId& id) const {

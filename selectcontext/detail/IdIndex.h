@@ -63,9 +63,10 @@ public:
     // Finds the id's first entry. O(1) for an id in the hash or behind all others, else O(log n).
     Run find(const GxDbObjectId& id) const;
 
-    // The same, but compares the first and the last entry before it searches. Callers often remove from one
-    // end.
-    Run findAtEnds(const GxDbObjectId& id) const;
+    // The same for a removal. It compares the first and the last entry before it searches: callers often
+    // remove from one end. It does not count towards making a hash, which would cost removals more than it
+    // saves.
+    Run findToRemove(const GxDbObjectId& id) const;
 
     // As find(), for an id that does not belong before `place`. O(1) if few entries lie between.
     Run findFrom(Entry place, const GxDbObjectId& id) const;
@@ -120,6 +121,9 @@ public:
     // All or, with std::bad_alloc, nothing.
     std::vector<Store::Slot*> rebuildOfFirsts();
 
+    // Prepares for erasing many entries: deletes the hash, which would cost more to keep up than it saves.
+    void expectErasures() noexcept { dropHash(); }
+
     // Deletes the hash and the run indexes. They are made again where they pay.
     void dropHints() noexcept;
 
@@ -145,6 +149,7 @@ private:
         return run && run->canFind(keys) ? run : nullptr;
     }
 
+    Run search(const GxDbObjectId& id) const;
     void noteSearch() const noexcept;
     bool isWorthAHash() const noexcept;
     void makeHash() const noexcept;

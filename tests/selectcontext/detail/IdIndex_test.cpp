@@ -103,7 +103,7 @@ protected:
     void expectFinds(unsigned long n) const {
         SCOPED_TRACE(::testing::Message() << "id " << n);
         expectRun(index().find(id(n)), id(n));
-        expectRun(index().findAtEnds(id(n)), id(n));
+        expectRun(index().findToRemove(id(n)), id(n));
         EXPECT_EQ(index().endOf(id(n)), std::as_const(map()).upper_bound(id(n)));
     }
 
@@ -394,7 +394,7 @@ TEST_F(IdIndexTest, EmptyIndexHoldsNothing) {
     index().expectSearches();
     for (const GxDbObjectId& wanted : {GxDbObjectId(), id(5)}) {
         for (const IdIndex::Run& run :
-             {index().find(wanted), index().findAtEnds(wanted), index().findFrom(index().end(), wanted)}) {
+             {index().find(wanted), index().findToRemove(wanted), index().findFrom(index().end(), wanted)}) {
             EXPECT_FALSE(run.isHeld);
             EXPECT_EQ(run.entry, index().end());
         }

@@ -1,4 +1,4 @@
-// Named sets on a platform that refuses to complete a name.
+// Named sets, on a platform that throws when it sets word 1 of a name.
 
 #include "tests/selectcontext/support/SetTestSupport.h"
 
@@ -10,7 +10,7 @@ namespace {
 
 struct Refusal {};
 
-// Called when a name is completed.
+// Runs when the platform sets word 1 of a name.
 std::function<void(const long*)> gAtCompletion;
 
 } // namespace

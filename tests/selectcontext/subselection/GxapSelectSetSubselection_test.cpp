@@ -551,7 +551,7 @@ TEST_F(RemoveSubsel, PassesOverNullElements) {
     EXPECT_EQ(count(set), 2u);
 }
 
-// Both entities have the path among their parts.
+// The path is in the sub-selections of both entities.
 TEST_F(RemoveSubsel, GoesByTheLastIdOfThePath) {
     Path path = subentPath({first, third, second}, 1, 4);
     GxapSelectSet set;
@@ -749,7 +749,7 @@ TEST_F(RemoveSubselAt, CountsItemsLikeAnyPosition) {
     EXPECT_EQ(parts(record(set, 0)), (Parts{1}));
 }
 
-// The record is removed by its keys. The first record with equal keys is another one here.
+// The record is removed by its keys. Another record with equal keys comes first here.
 TEST_F(RemoveSubselAt, OfTheOnlyPathRemovesTheFirstRecordOfEqualKeys) {
     GxapSelectSet set;
     edit(set).setUnique(false);

@@ -12,7 +12,7 @@
 #include <new>
 #include <type_traits>
 
-// Moves elements to new storage byte by byte.
+// Copies elements to new storage byte by byte.
 template <class T>
 class GxArrayMemCopyReallocator {
 public:

@@ -1,4 +1,4 @@
-// _KvSTLAllocator: supplies the nodes of the id index.
+// _KvSTLAllocator: allocates the nodes of the id index.
 #pragma once
 
 #include "base/detail/Export.h"

@@ -196,7 +196,8 @@ public:
     // Returns the iterator that is one past the last page's block. O(1).
     iterator end() const;
 
-    // Compares store, page, slot and position with the end. Reads nothing through the iterator. O(1).
+    // Returns whether store, page, slot and position equal those of the end. Reads nothing through the
+    // iterator. O(1).
     bool isEnd(const iterator& it) const {
         // The slot is compared first, since it decides for every iterator on an element.
         return it.slot == blockEnd(tail) && it.trucker == this && it.page == tail &&

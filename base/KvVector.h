@@ -23,8 +23,8 @@ class GxDbObjectId;
 // The data block. It has one layout for every element type, so that all empty vectors can share one block.
 // _kvMalloc allocates it, and _kvFree frees it.
 struct KvVectorBlock {
-    std::atomic<std::uint32_t> refCount; // vectors that share the block
-    std::int32_t logicalLength;          // elements in use
+    std::atomic<std::uint32_t> refCount; // number of vectors that share the block
+    std::int32_t logicalLength;          // number of elements in use
     std::int32_t physicalLength;         // capacity in elements
     std::int32_t growLength;             // growth step in elements
     void* array;                         // element storage; null exactly when the capacity is 0

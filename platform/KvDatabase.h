@@ -23,9 +23,8 @@ KV_SEAM_API bool c5ObjIdIsEqualTo(const GxDbStub* a, const GxDbStub* b) noexcept
 // The order of two ids does not change while they live. Never throws. Any thread may call it.
 KV_SEAM_API bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcept;
 
-// Names an object of a database. A copy does not touch the object.
-// The members carry KV_SEAM_API, not the class: standard templates over ids then stay inside the library that
-// instantiates them.
+// Names an object of a database. A copy does not touch the object. The members have KV_SEAM_API, not the
+// class. So standard templates over ids stay inside the library that instantiates them.
 //
 // Invariants:
 //  1. An id is a plain value and never owns its object.
@@ -70,10 +69,10 @@ struct GxDbSubentId {
     void* extra = nullptr; // belongs to the application; the pointer is copied and compared
 };
 
-// Leads from the outermost object to a part of an entity.
+// The path from the outermost object to a part of an entity.
 //
 // Invariants:
-//  1. The ids run from the outermost object to the entity. The part is in the last of them.
+//  1. The ids run from the outermost object to the entity. The part belongs to the last of them.
 //  2. Copies share nothing.
 //
 // Thread safety: several threads may read one path while no thread writes it.
@@ -101,7 +100,7 @@ namespace GxDb {
 enum OpenMode : int { kForRead = 0, kForWrite = 1 };
 }
 
-// Any other value is a failure. The application defines its meaning.
+// Every other value is a failure. The application defines its meaning.
 enum GxErrorStatus : int { eOk = 0, eNotOpen = 15 };
 
 // An object that a database can hold.
@@ -200,6 +199,6 @@ private:
     }
 };
 
-// Completes the two-word name of a set. Word 0 is the set's address. The function may read it, and sets
-// word 1.
+// Completes the two-word name of a set. Word 0 is the set's address, which the function may read. The
+// function sets word 1.
 KV_SEAM_API void gxdbInitGdsNameKey(long* name);

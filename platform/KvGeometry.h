@@ -15,7 +15,7 @@ public:
     double z = 0;
 };
 
-// The largest distances at which two values still count as equal.
+// The largest distances at which two values are still equal.
 class GxGeTol {
 public:
     double equalPoint = 1e-10;  // between points, in drawing units

@@ -7,7 +7,7 @@
 
 #include <cstddef>
 
-// Defined in base/KvVector.h. libKvOsBase only defines the one empty block.
+// KvVector.h of base/ defines it. libKvOsBase defines only the one empty block.
 struct KvVectorBlock;
 
 extern "C" {
@@ -31,7 +31,7 @@ KV_SEAM_API void _kvFree(void* memory) noexcept;
 // The pointer may be null. A vector without a block is an empty vector, too.
 KV_SEAM_API extern KvVectorBlock* gpEmptyVectorData;
 
-// Base class of what the library throws. An exception is thrown as a pointer to an object made with `new`.
+// Base class of what the library throws. The library throws a pointer to an object made with `new`.
 //
 // Invariant: the handler that catches the pointer owns the object and deletes it through this class.
 //

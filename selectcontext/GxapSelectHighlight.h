@@ -1,4 +1,4 @@
-// Highlighting of one entity's sub-entity paths.
+// Highlights the sub-entity paths of one entity.
 #pragma once
 
 #include "base/KvVector.h"

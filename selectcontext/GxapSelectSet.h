@@ -1,4 +1,4 @@
-// GxapSelectSet: the handle through which a selection set is held and read.
+// GxapSelectSet: the handle of a selection set, which owns and reads the set.
 #pragma once
 
 #include "base/GxArray.h"
@@ -93,8 +93,8 @@ public:
 
         mutable std::atomic<std::uint32_t> refCount;
         DataMap dataMap;
-        bool unique;             // select() refuses an item that the set holds
-        bool selectByNestedMode; // kept for callers
+        bool unique;             // select() refuses an item that the set already has
+        bool selectByNestedMode; // the library only stores it
         std::uint32_t entityCount;
         Store* entities;
 

@@ -18,6 +18,6 @@ public:
     // Destroys the handle. Its copies keep the list alive. O(1), or O(sets) if there are no copies.
     static void destroy();
 
-    static GxapSSListSmartPtr* s_smartPtrSSList; // null until first requested, and after destroy()
+    static GxapSSListSmartPtr* s_smartPtrSSList; // null before the first use and after destroy()
     static KvLocker s_locker;
 };

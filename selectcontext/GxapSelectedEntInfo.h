@@ -32,9 +32,9 @@ class KVSELECTCONTEXT_API GxapSelectedEntInfo {
 public:
     // The place where a fence first crosses an entity.
     struct SelFenceIntersectInfo {
-        std::int32_t index;    // segment of the fence's result; negative: no result
-        std::int32_t reserved; // upper half of the first word, copied as it is
-        double param;          // orders crossings of equal index
+        std::int32_t index;    // segment of the crossing; negative: no result
+        std::int32_t reserved; // upper half of the first word; copied unchanged
+        double param;          // orders crossings with the same index
     };
 
     // Makes an info with all words 0, `halfWord` -1, no points and no optional field. Allocates nothing.

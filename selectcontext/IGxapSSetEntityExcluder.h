@@ -1,4 +1,4 @@
-// IGxapSSetEntityExcluder: decides which entities a transfer keeps out.
+// IGxapSSetEntityExcluder: decides which entities a transfer excludes.
 #pragma once
 
 #include "platform/KvDatabase.h"

@@ -28,9 +28,9 @@ struct KVSELECTCONTEXT_API selected_entity {
     KvVector<int> hlVpArray; // viewports in which the item is highlighted
     KvVector<GxDbFullSubentPath*>* highlightSegmentArray = nullptr; // null: no segments
     KvVector<GxDbFullSubentPath*>* subselPathArray = nullptr;
-    bool hasSubselPaths = false;              // the destructor releases subselPathArray only when this is set
-    KvVector<GxDbObjectId> nestedEntFullPath; // outermost container first or last, as the picker has it
-    GxapSelectedEntInfo* selectedEntityInfo = nullptr; // made in memory from _kvMalloc; null: none
+    bool hasSubselPaths = false;                       // if true, the destructor deletes subselPathArray
+    KvVector<GxDbObjectId> nestedEntFullPath;          // the picker decides whether the outermost id is first
+    GxapSelectedEntInfo* selectedEntityInfo = nullptr; // in memory from _kvMalloc; null: no info
 
     selected_entity() = default;
 

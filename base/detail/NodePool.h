@@ -1,4 +1,4 @@
-// NodePool: memory for the nodes of one container.
+// NodePool: allocates the nodes of one container.
 #pragma once
 
 #include "base/detail/Sanitizers.h"
@@ -161,7 +161,7 @@ private:
     Chunk* mChunks = nullptr;
     std::size_t mLive = 0;
     std::uint64_t mGeneration = 0;
-    std::size_t mChunkBytes = 0; // of all chunks
+    std::size_t mChunkBytes = 0; // bytes of all chunks
     std::uint32_t mNodeBytes = 0;
     std::atomic<std::uint32_t> mOwners{1};
 };

@@ -8,8 +8,8 @@
 namespace kvdetail {
 
 // The statuses that the containers and the library raise.
-constexpr int kStatusNoElement = 2;     // a vector with no element after growth
-constexpr int kStatusOutOfMemory = 6;   // a block, storage, page or array could not be obtained
+constexpr int kStatusNoElement = 2;     // a vector has no element after it has grown
+constexpr int kStatusOutOfMemory = 6;   // no memory for a block, storage, a page or an array
 constexpr int kStatusInvalidIndex = 24; // an index outside the container, or an empty slot
 
 // Errors have no source position. The file name is always a pair of quotation marks, and callers may rely on

@@ -42,7 +42,7 @@ private:
 struct Console {
     Session& session;
     std::ostream& out;
-    std::size_t width;       // of a line
+    std::size_t width;       // characters of a line
     bool isFinished = false; // set by the command that ends the session
 };
 

@@ -58,7 +58,7 @@ struct Affine {
     static Affine skewY(double degrees);
 
     Point operator()(Point p) const { return {a * p.x + c * p.y + e, b * p.x + d * p.y + f}; }
-    Box operator()(const Box& box) const; // the box around the mapped box
+    Box operator()(const Box& box) const; // returns the box around the mapped box
 
     // Returns nothing for a map that flattens the plane.
     std::optional<Affine> inverse() const;

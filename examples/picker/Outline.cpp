@@ -6,7 +6,7 @@
 namespace picker {
 namespace {
 
-constexpr double kTolerance = 0.001; // of the curve's own size
+constexpr double kTolerance = 0.001; // as a share of the curve's own size
 constexpr double kPi = 3.14159265358979323846;
 
 // Returns the number of chords that keeps a Bezier curve within the tolerance (Wang's bound). `bend` is the

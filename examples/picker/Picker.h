@@ -11,7 +11,7 @@
 
 namespace picker {
 
-// One entity as it is placed.
+// One placed entity.
 struct Pick {
     std::vector<GxDbObjectId>
         path;         // from the outermost reference to the entity; a single id if the entity is in no block

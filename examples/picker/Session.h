@@ -160,7 +160,7 @@ private:
     static std::map<std::string, GxapSelectSet> freshSets();
 };
 
-// The number of items of a set.
+// Returns the number of items of a set.
 std::uint32_t itemCount(const GxapSelectSet& set);
 
 // Returns the ids that lead to an item's entity. Returns only the main id if the entity is in no block.

@@ -91,7 +91,7 @@ public:
     std::optional<std::string> next() override {
         const std::unique_ptr<char, decltype(&std::free)> typed(readline(kPrompt), std::free);
         if (!typed) {
-            std::cout << std::endl; // the prompt's line is still open
+            std::cout << std::endl; // ends the line of the prompt
             return std::nullopt;
         }
         if (*typed)

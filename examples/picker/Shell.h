@@ -34,7 +34,7 @@ enum ExitStatus : int { kDone = 0, kCommandFailed = 1, kDrawingBroken = 2 };
 struct ShellOutput {
     std::ostream& out;
     std::ostream& errors;
-    std::size_t width;          // of a line
+    std::size_t width;          // characters of a line
     bool showsCommands = false; // prints each command as if it had been typed
 };
 

@@ -227,7 +227,7 @@ struct DatabaseEvent {
     DatabaseCall call;
     GxDbObjectId id;                  // Open: the argument; otherwise the object's id
     const GxDbObject* object;         // the object of the call; Open: the result, or null
-    const GxDbFullSubentPath* path;   // the path highlighted, copied to, assigned to or destroyed
+    const GxDbFullSubentPath* path;   // the path that is highlighted, copied to, assigned to or destroyed
     const GxDbFullSubentPath* source; // PathCopy, PathAssignment: the source path
     PathContents contents; // Highlight, Unhighlight: of `path`; PathCopy, PathAssignment: of `source`
     bool entityFlag;       // Highlight, Unhighlight
@@ -246,7 +246,7 @@ struct NameKeyCall {
     std::uint64_t sequence;
     const long* name;
     long word0; // at the beginning of the call
-    long word1; // at its end: numbers from 1
+    long word1; // at the end of the call; the calls are numbered from 1
 };
 
 // Returns the calls of gxdbInitGdsNameKey that were made while logging was on, oldest first.

@@ -85,7 +85,7 @@ KV_SEAM_API bool isTrackingMemory() noexcept;
 // Return the counts since tracking was turned on. A call that fails counts as a call, not as a block.
 KV_SEAM_API long mallocCalls();
 KV_SEAM_API long mallocCallsOfSize(std::size_t bytes);
-KV_SEAM_API long freeCalls(); // without calls with null
+KV_SEAM_API long freeCalls(); // does not count calls with null
 KV_SEAM_API long liveBlocks();
 KV_SEAM_API long liveBlocksOfSize(std::size_t bytes);
 KV_SEAM_API long liveBytes();

@@ -1,4 +1,4 @@
-// RecordPool: memory for the records of one set's data.
+// RecordPool: allocates the records of one set's data.
 #pragma once
 
 #include "base/detail/Shortcuts.h"
@@ -35,7 +35,7 @@ public:
     RecordPool& operator=(const RecordPool&) = delete;
     ~RecordPool() { close(); }
 
-    // O(1). std::bad_alloc when there is no memory.
+    // O(1). std::bad_alloc if there is no memory.
     void* allocate() {
         if (!kHasRecordPool || mSingles < kFewestRecords) {
             void* const record = selected_entity::operator new(sizeof(selected_entity));

@@ -1,4 +1,4 @@
-// SharedPaths: lists of sub-entity paths, and the owners of paths that several records refer to.
+// SharedPaths: lists of sub-entity paths, and the owners of paths that several records share.
 #pragma once
 
 #include "base/KvVector.h"

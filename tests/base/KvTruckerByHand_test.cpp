@@ -370,7 +370,7 @@ TEST_F(KvTruckerGivenPageTest, PageThatComesBackIsThere) {
     expectSound(store);
 }
 
-// ---- pages that lie where freed ones lay
+// ---- pages at the addresses of freed pages
 
 // Reuses the block that was freed last.
 template <class T>

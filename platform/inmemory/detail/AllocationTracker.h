@@ -1,4 +1,4 @@
-// AllocationTracker: the blocks of _kvMalloc, for leak checks and for the detection of wrong frees.
+// AllocationTracker: records the blocks of _kvMalloc, to detect leaks and wrong frees.
 #pragma once
 
 #include "platform/inmemory/detail/MallocContainers.h"
@@ -21,12 +21,12 @@ class AllocationTracker {
 public:
     // The totals since reset().
     struct Counts {
-        long calls = 0; // of _kvMalloc, failed ones included
-        long frees = 0; // of _kvFree, wrong ones included
+        long calls = 0; // calls of _kvMalloc, including failed calls
+        long frees = 0; // calls of _kvFree, including wrong calls
         long liveBlocks = 0;
         long liveBytes = 0;
-        long foreignFrees = 0; // of pointers that are no block
-        long doubleFrees = 0;  // of blocks that were freed before
+        long foreignFrees = 0; // frees of pointers that are no block
+        long doubleFrees = 0;  // frees of blocks that were freed before
     };
 
     // Forgets all blocks and counts.

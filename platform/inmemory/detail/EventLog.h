@@ -1,4 +1,4 @@
-// EventLog: the calls that one log of the platform has recorded.
+// EventLog: the recorded calls of one log of the platform.
 #pragma once
 
 #include "platform/inmemory/InMemoryOsBase.h"

@@ -15,7 +15,7 @@ namespace kvinmemory::detail {
 // belongs to the old count, to the new one, or to none.
 class NthCallTrigger {
 public:
-    // 1 selects the next call. 0 disarms the trigger.
+    // Selects the nth call from now on. 1 is the next call. 0 disarms the trigger.
     void arm(long nth) noexcept {
         mNth.store(0);
         mRemaining.store(nth);

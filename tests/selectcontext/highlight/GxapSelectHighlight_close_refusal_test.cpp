@@ -14,7 +14,7 @@ int gCloses = 0;
 
 } // namespace
 
-// Replaces the function of the platform. So no test in this file may ask which objects are open.
+// Replaces the platform's function. So no test in this file may test which objects are open.
 GxErrorStatus GxDbObject::close() {
     ++gCloses;
     if (gRefuses)

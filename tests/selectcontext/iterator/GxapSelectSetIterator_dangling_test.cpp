@@ -310,7 +310,7 @@ TEST_F(IteratorAfterClear, OfAnOperandOfMergeOrMinusIsUnreadable) {
     }
 }
 
-// --- positions without registration, whose data goes unseen
+// --- unregistered positions, whose data is released
 
 TEST_F(IteratorWithoutItsStore, IsDoneWhileTheSetHasNoData) {
     Filled three(3);
@@ -414,7 +414,7 @@ TEST_F(IteratorWithoutItsStore, RaisesWhenItsRecordIsToBeRemoved) {
     EXPECT_TRUE(invariants(three.set));
 }
 
-// --- good iterators beside pages that go
+// --- valid iterators, while other pages are freed
 
 TEST_F(IteratorBesideReleasedPages, StaysGoodWhenAnotherPageGoes) {
     Filled two(kPageSlots + 2);

@@ -15,7 +15,7 @@ std::function<void(const long*)> gAtCompletion;
 
 } // namespace
 
-// Replaces the function of the platform.
+// Replaces the platform's function.
 void gxdbInitGdsNameKey(long* name) {
     name[1] = 77;
     if (gAtCompletion)

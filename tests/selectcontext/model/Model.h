@@ -264,7 +264,7 @@ public:
     std::array<Set, kSetCount> sets;
     std::array<Cursor, kCursorCount> cursors;
     std::vector<RecordPtr> removed;  // removed from a store in this step; the caller must delete them
-    std::vector<PathPtr> loosePaths; // paths of sub-selections, which the library never deletes
+    std::vector<PathPtr> loosePaths; // paths of sub-selections; the library never deletes them
 
     // Handles
     void createData(Set& set);
@@ -286,7 +286,7 @@ public:
     bool step(Cursor& cursor);
     bool previous(const Cursor& cursor, Cursor& before);
     bool equal(const Cursor& a, const Cursor& b) const;
-    RecordPtr get(const Cursor& cursor) const; // may raise
+    RecordPtr get(const Cursor& cursor) const; // throws Raised if the library raises an error
     void begin(Cursor& cursor, Set& set);
     void end(Cursor& cursor, Set& set);
     void iteratorAt(Cursor& cursor, Set& set, int index);

@@ -92,7 +92,7 @@ std::ostream& operator<<(std::ostream& out, const Operation& operation);
 enum PositionCode : int { kMinusOne = -1, kCount = -2, kBeyondCount = -3, kLast = -4, kFirst = -5 };
 int positionOf(int code, int count);
 
-// The sizes and weights of a campaign.
+// The limits and weights of a campaign.
 struct Profile {
     const char* name;
     bool isLarge;      // selects the weights; only small sets are compared in full after every step

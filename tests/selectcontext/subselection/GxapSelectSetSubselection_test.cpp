@@ -173,7 +173,7 @@ TEST_F(EditMainSubsel, BehindASlotWithoutARecordStandsOnTheItem) {
     EXPECT_TRUE(it == set.findItr(second));
 }
 
-// The copy leaves the slot out, so the item has another position in the copy.
+// The copy leaves the slot out. So the item has another position in the copy.
 TEST_F(EditMainSubsel, BehindASlotWithoutARecordOfSharedDataStandsOnTheItemOfTheCopy) {
     GxapSelectSet set;
     for (const GxDbObjectId& entity : {first, second, third})
@@ -370,7 +370,7 @@ TEST_F(AppendSubsel, LeavesNothingBehindWhenCopyingThePathThrows) {
     EXPECT_EQ(registrations(set), 0);
 }
 
-// --- appendSubentPathSubsel of an entity that is not held
+// --- appendSubentPathSubsel of an entity that is not in the set
 
 TEST_F(AppendSubselOfNewEntity, AddsAPlainItem) {
     GxapSelectSet set;

@@ -12,7 +12,7 @@
 
 namespace kvtest {
 
-// An edit, the set before it, and the set after it.
+// An edit, the items before the edit, and the items after it.
 struct EditCase {
     Items held;
     Unique unique;

@@ -131,7 +131,7 @@ protected:
 
 // An object that is drawn.
 //
-// Invariants of both calls:
+// Invariants of highlight() and unhighlight():
 //  1. The entity is open for reading during the call.
 //  2. The caller keeps the path.
 //  3. The library passes entityFlag on unchanged. The application defines its meaning.

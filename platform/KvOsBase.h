@@ -7,7 +7,7 @@
 
 #include <cstddef>
 
-// KvVector.h of base/ defines it. libKvOsBase defines only the one empty block.
+// base/KvVector.h defines this structure. libKvOsBase defines only the one empty block.
 struct KvVectorBlock;
 
 extern "C" {

@@ -5,7 +5,7 @@
 #if __cplusplus < 201703L
 #error "libKvSelectContext needs C++17 or later: compile with -std=c++17"
 #endif
-// Also an error if the standard library has no headers for the target.
+// A preprocessor check, since the standard library may have no headers for the target.
 #ifndef __LP64__
 #error "libKvSelectContext does not support 32-bit targets: pointers and long have 64 bits"
 #endif

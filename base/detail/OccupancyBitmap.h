@@ -49,7 +49,7 @@ public:
             mFirst = i / kWordBits;
     }
 
-    // Amortised O(1).
+    // O(Count / 64), or amortised O(1) if no cleared bit is set again.
     void clear(std::uint32_t i) noexcept {
         if (!isSet(i))
             return;

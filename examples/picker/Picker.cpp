@@ -31,7 +31,8 @@ Box boxAround(const std::vector<Point>& corners, const Affine& transform) {
 
 } // namespace
 
-// Visits placed entities through the references. It has its own stack, so nesting may be of any depth.
+// Visits the placed entities through the references. It uses a stack instead of recursion, so nesting may be
+// of any depth.
 class Picker::Walk {
 public:
     Walk(const BlockDefinition& block, const Affine& placement, const Region* region)

@@ -67,8 +67,8 @@ std::vector<selected_entity*> sortedRecords(const GxapSelectSet& set) {
     return records;
 }
 
-// Lets copied records highlight their parts, too. An entity counts one highlight for each record that
-// highlights a part. An edit may give the set copies of records that another set keeps.
+// An entity counts one highlight for each record that highlights a part. An edit may give the set copies of
+// records that another set keeps. Then showCopies() makes the copies highlight their parts, too.
 class CopyWatch {
 public:
     explicit CopyWatch(const GxapSelectSet& set) : CopyWatch(set, {set.sharedData}) {}

@@ -58,7 +58,7 @@ bool operator!=(const MallocAllocator<T>&, const MallocAllocator<U>&) noexcept {
 template <class T>
 using MallocVector = std::vector<T, MallocAllocator<T>>;
 
-// Former names of the two. Existing code uses them.
+// Former names of the two templates. Existing code uses them.
 template <class T>
 using BookAllocator = MallocAllocator<T>;
 template <class T>

@@ -169,7 +169,7 @@ private:
     }
 
     Chunk* mChunk = nullptr;    // the chunk that records are taken from
-    std::uint32_t mUsed = 0;    // cells of this chunk that were handed out
+    std::uint32_t mUsed = 0;    // number of cells of mChunk that were handed out
     std::uint32_t mSingles = 0; // records taken from operator new; expectMany() sets it to kFewestRecords
 };
 

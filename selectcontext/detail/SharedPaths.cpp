@@ -22,9 +22,9 @@ public:
 
     // Returns true if the caller was the only owner left.
     bool drop(GxDbFullSubentPath* path) {
-        // If the path has another owner, it has an entry. This thread sees the entry, since it was made
-        // before the path reached this thread. Acquire makes visible what other owners did to the path before
-        // they released it.
+        // If the path has another owner, the path has an entry. This thread sees the entry, since the entry
+        // was made before the path reached this thread. Acquire makes visible what other owners did to the
+        // path before they released it.
         if (mSize.load(std::memory_order_acquire) == 0)
             return true;
         const std::lock_guard<std::mutex> guard(mMutex);

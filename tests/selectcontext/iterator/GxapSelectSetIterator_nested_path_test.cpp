@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-// Nested picks: recognising them, and reading, filtering and replacing their paths.
+// Recognises nested picks, and reads, filters and replaces their paths.
 
 namespace {
 

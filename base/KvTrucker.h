@@ -43,9 +43,9 @@ public:
 // whatever the counts are. The store does not free a page that a caller takes out of the chain. The caller
 // must keep such a page until the store frees another page or is destroyed.
 //
-// A store that has had several pages has an index of its pages, and bitmaps of their occupied slots. A caller
-// that changes pages, slots or their chain must call forgetHints(), which rebuilds the index and drops the
-// bitmaps.
+// A store that has had several pages has an index of its pages, and bitmaps of their occupied slots. They may
+// be out of date after a caller has changed pages, slots or their chain. Then forgetHints() rebuilds the
+// index and drops the bitmaps.
 //
 // Positions are 0-based counts of occupied slots in store order.
 //
@@ -80,9 +80,9 @@ public:
     // The position of an iterator before the first element. positionOf() returns it if there is no element.
     static constexpr std::uint32_t kNoPosition = 0xFFFFFFFFu;
 
-    // A cursor. Removing slots does not adjust it. It never reads a freed page: if the store may have freed a
-    // page since, it looks for its page in the store's chain before it dereferences the page. The caller must
-    // not use it after the store was destroyed.
+    // A cursor. Removing slots does not adjust it. It never reads a freed page. If the store has freed any
+    // page since the cursor's last use, the cursor first looks for its own page in the store's chain. The
+    // caller must not use it after the store was destroyed.
     struct iterator {
         const KvTrucker* trucker;
         Page* page;

@@ -31,7 +31,7 @@ KVSELECTCONTEXT_API bool isGsMarkEqual(long a, long b);
 //
 // Invariants while no operation is running:
 //  1. `sharedData` is null only after releaseData() or assignData(nullptr), and in a copy of a set without
-//     data. Readers treat null as an empty set. Only findInMap() throws.
+//     data. Readers treat null as an empty set, except findInMap(), which throws.
 //  2. `iterators` has each registered iterator once, in the order of registration. The handle does not share
 //     it.
 //  3. An iterator that is not in `iterators` is disabled, or was assigned within its set after it had been
@@ -233,9 +233,9 @@ public:
     long addLispRefCnt();
     long subtractLispRefCnt();
 
-    // Register iterators. They ignore null. addIterator() registers an iterator only once. removeIterator()
-    // keeps the order of the others. disableAllIterator() disables every iterator and empties the registry.
-    // O(registered iterators).
+    // The registry, which iterators use. addIterator() and removeIterator() ignore null. addIterator()
+    // registers an iterator only once. removeIterator() keeps the order of the others. disableAllIterator()
+    // disables every iterator and empties the registry. O(registered iterators).
     void addIterator(ConstIterator* it) const;
     void removeIterator(ConstIterator* it) const;
     void disableAllIterator() const;

@@ -35,8 +35,8 @@ inline void poison(void* /*node*/, std::size_t /*bytes*/) noexcept {}
 // Invariants:
 //  1. live() is the number of allocated nodes.
 //  2. generation() rises when a value is constructed or destroyed in a node, and when a node is extracted
-//     from its container. An equal generation means that the container has the same values in the same nodes.
-//     In between, no node was filled again, or extracted and inserted again.
+//     from its container. An equal generation means that the container has gained and lost no value since.
+//     It also means that no node was filled again, or extracted and inserted again.
 //  3. The pool lives until it has neither owners nor allocated nodes. Every container that takes nodes from
 //     it is an owner, and so is the set's data that made it.
 //

@@ -49,7 +49,8 @@ public:
             mFirst = i / kWordBits;
     }
 
-    // O(Count / 64), or amortised O(1) if no cleared bit is set again.
+    // Amortised O(1) in a store, which sets bits in ascending order and frees empty pages. Otherwise O(Count
+    // / 64).
     void clear(std::uint32_t i) noexcept {
         if (!isSet(i))
             return;

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "base/detail/Raise.h"
+#include "base/detail/Same.h"
 #include "platform/KvOsBase.h"
 
 #include <algorithm>
@@ -320,7 +321,7 @@ public:
         if (length != other.logicalLength())
             return false;
         for (int i = 0; i < length; ++i) {
-            if (!(elements()[i] == other.elements()[i]))
+            if (!kvdetail::isSame(elements()[i], other.elements()[i]))
                 return false;
         }
         return true;

@@ -5,6 +5,7 @@ set(KV_SEAM_HEADERS
     base/GxArray.h
     base/KvVector.h
     base/detail/Raise.h
+    base/detail/Same.h
     platform/KvDatabase.h
     platform/KvGeometry.h
     platform/KvOsBase.h

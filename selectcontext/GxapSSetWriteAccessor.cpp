@@ -2,7 +2,7 @@
 
 #include "selectcontext/GxapSSetWriteAccessor.h"
 #include "selectcontext/detail/Edits.h"
-#include "selectcontext/detail/ItemKeys.h"
+#include "selectcontext/detail/ItemSearch.h"
 #include "selectcontext/detail/OwnedInfo.h"
 #include "selectcontext/detail/SetData.h"
 
@@ -148,6 +148,8 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId) {
     kvdetail::IdIndex& index = indexOf(data);
     kvdetail::IdIndex::Run run = &data == searched ? found : index.find(id);
     const bool removed = run.isHeld;
+    if (removed)
+        index.expectErasing(run);
     while (run.isHeld) {
         const kvdetail::IdIndex::Entry entry = run.entry;
         index.next(run, id);
@@ -168,8 +170,11 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectI
         return false;
     kvdetail::IdIndex& index = indexOf(data);
     bool removed = false;
-    // All entries of the id go, also those of the records that stay.
-    for (kvdetail::IdIndex::Run run = index.find(id); run.isHeld;) {
+    kvdetail::IdIndex::Run run = index.find(id);
+    if (run.isHeld)
+        index.expectErasing(run);
+    // Erases all entries of the id, also those of the records that stay in the store.
+    while (run.isHeld) {
         const kvdetail::IdIndex::Entry entry = run.entry;
         index.next(run, id);
         const kvdetail::OccupiedSlot place(*data.entities, entry->second);

@@ -3,8 +3,6 @@
 #include "selectcontext/GxapSSetWriteAccessor.h"
 #include "selectcontext/detail/Edits.h"
 #include "selectcontext/detail/IdBatch.h"
-#include "selectcontext/detail/IdSearch.h"
-#include "selectcontext/detail/ItemKeys.h"
 #include "selectcontext/detail/LookAhead.h"
 #include "selectcontext/detail/OwnedInfo.h"
 
@@ -76,9 +74,9 @@ void forEachRecord(const SSetData& data, const GxapSelectSet& edited, const IdSe
     });
 }
 
-// Appends copies of the records of one set to another's data, as appending one after the other does. The
-// records are looked up and entered into the index in the order of their ids, so that they meet it in one
-// walk from its first entry to its last. All is decided before the first change.
+// Appends copies of one set's records to another set's data. The result is that of appending them one after
+// the other. The records are looked up and entered in the order of their ids, so that the index is passed
+// once from its first entry to its last. All decisions are made before the first change.
 //
 // Invariants from decide() on:
 //  1. A record that is refused is null in mRecords.
@@ -114,13 +112,17 @@ public:
         return false;
     }
 
-    void decide() {
+    // False, and nothing done, if the records of one id are too many to be compared with each other.
+    bool decide() {
         IdIndex::Entry place = mIndex.begin();
         for (const IdBatch::Item* first = mBatch.begin(); first != mBatch.end();) {
             const IdBatch::Item* const last = mBatch.endOfId(first);
+            if (mData.unique && static_cast<std::size_t>(last - first) > kvdetail::RunIndex::kFewestItems)
+                return false;
             place = decideId(first, last, mIndex.findFrom(place, first->id()));
             first = last;
         }
+        return true;
     }
 
     // All or, with the exception, nothing.
@@ -192,7 +194,7 @@ private:
                     index.erase(entries[--count].entry);
             }
         } entered{mIndex, mNew};
-        mIndex.dropHash();
+        mIndex.dropHints();
         for (NewEntry& entry : mNew) {
             const Arrival& arrival = mRecords[entry.arrival];
             entry.entry = mIndex.insert(entry.entry, arrival.record->mainEntId, arrival.slot);
@@ -210,9 +212,8 @@ private:
 
 bool appendInBulk(SSetData& data, const SSetData& added) {
     BulkAppend bulk(data);
-    if (!BulkAppend::isWorthIt(data, added) || !bulk.collect(added))
+    if (!BulkAppend::isWorthIt(data, added) || !bulk.collect(added) || !bulk.decide())
         return false;
-    bulk.decide();
     bulk.append();
     return true;
 }
@@ -223,11 +224,10 @@ void appendItem(GxapSSetWriteAccessor& set, const selected_entity& record, IdSea
         return;
     const SSetData& data = *set.sharedData;
     const ItemKeys keys = kvdetail::keysOf(record);
-    IdIndex::Run run{data.unique ? IdIndex::Entry() : indexOf(data).endOf(keys.mainId), false};
-    if (data.unique)
-        run = kvdetail::findItem(data, search.find(keys.mainId), keys,
-                                 kvdetail::matrixOf(record.selectedEntityInfo));
-    search.goOnBehind(run);
+    const auto matches = [&, matrix = kvdetail::matrixOf(record.selectedEntityInfo)](
+                             const selected_entity& held) { return kvdetail::isItem(held, keys, matrix); };
+    const IdIndex::Run run = data.unique ? kvdetail::findAnyItem(data, search, keys, matches)
+                                         : IdIndex::Run{indexOf(data).endOf(keys.mainId), false};
     if (!run.isHeld)
         kvdetail::addItem(set, keys, kvdetail::copyInfo(record.selectedEntityInfo), run.entry);
 }

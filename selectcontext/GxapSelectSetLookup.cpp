@@ -1,8 +1,7 @@
 // Lookup by id, positional access, comparison of sets.
 
 #include "selectcontext/GxapSelectSet.h"
-#include "selectcontext/detail/IdSearch.h"
-#include "selectcontext/detail/ItemKeys.h"
+#include "selectcontext/detail/ItemSearch.h"
 #include "selectcontext/detail/LookAhead.h"
 #include "selectcontext/detail/SetData.h"
 
@@ -21,6 +20,7 @@ namespace {
 using kvdetail::DataMap;
 using kvdetail::indexOf;
 using kvdetail::ItemKeys;
+using kvdetail::Markers;
 using kvdetail::SSetData;
 using kvdetail::Store;
 
@@ -31,14 +31,20 @@ const SSetData& dataToSearch(const GxapSelectSet& set) {
     return *set.sharedData;
 }
 
-// The entry of the item that passes `matches`; the end of the index when there is none.
+// The entry of the item that has the keys other than the main id and passes `matches`; the end of the index
+// when there is none.
 template <class Matches>
-DataMap::const_iterator findInSet(const GxapSelectSet& set, const GxDbObjectId& mainId, Matches matches) {
+DataMap::const_iterator findInSet(const GxapSelectSet& set, const ItemKeys& keys, Matches matches) {
     const SSetData& data = dataToSearch(set);
     if (data.entityCount == 0 || !data.entities)
         return indexOf(data).end();
-    const auto found = kvdetail::findItem(data, indexOf(data).find(mainId), mainId, matches);
+    const auto found = kvdetail::findItem(data, indexOf(data).find(keys.mainId), keys, matches);
     return found.isHeld ? found.entry : indexOf(data).end();
+}
+
+DataMap::const_iterator findInSet(const GxapSelectSet& set, const ItemKeys& keys) {
+    return findInSet(set, keys,
+                     [&](const selected_entity& record) { return kvdetail::hasKeys(record, keys); });
 }
 
 // The position of the entry's slot, for a set that has items.
@@ -73,7 +79,7 @@ auto GxapSelectSet::findInMap(const GxDbObjectId& mainId) const -> SSetData::Dat
 
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId) const
     -> SSetData::DataMap::const_iterator {
-    return findInSet(*this, mainId, [&](const selected_entity& record) { return record.subEntId == subId; });
+    return findInSet(*this, {mainId, subId, 0, nullptr, Markers::kAny});
 }
 
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker) const
@@ -85,16 +91,12 @@ auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& su
                               const KvVector<GxDbObjectId>* path) const -> SSetData::DataMap::const_iterator {
     if (!path)
         return findInMap(mainId, subId);
-    return findInSet(*this, mainId, [&](const selected_entity& record) {
-        return record.subEntId == subId && record.nestedEntFullPath == *path;
-    });
+    return findInSet(*this, {mainId, subId, 0, path, Markers::kAny});
 }
 
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
                               const KvVector<GxDbObjectId>* path) const -> SSetData::DataMap::const_iterator {
-    const ItemKeys keys{mainId, subId, gsMarker, path};
-    return findInSet(*this, mainId,
-                     [&](const selected_entity& record) { return kvdetail::hasKeys(record, keys); });
+    return findInSet(*this, {mainId, subId, gsMarker, path});
 }
 
 auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
@@ -105,7 +107,7 @@ auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& su
     dataToSearch(*this); // raises before any argument is looked at
     const ItemKeys keys{mainId, subId, gsMarker, path};
     const GxGeMatrix3d* const matrix = kvdetail::matrixOf(info);
-    return findInSet(*this, mainId,
+    return findInSet(*this, keys,
                      [&](const selected_entity& record) { return kvdetail::isItem(record, keys, matrix); });
 }
 
@@ -211,8 +213,8 @@ bool anyRecord(const GxapSelectSet& other, const GxapSelectSet& set, bool wanted
     kvdetail::LookAhead ahead(set, search);
     return ahead.anyRecordOf(*other.sharedData->entities, [&](const selected_entity& record) {
         const ItemKeys keys = kvdetail::keysOf(record);
-        const auto found = kvdetail::findItem(data, search.find(keys.mainId), keys);
-        search.goOnBehind(found);
+        const auto found = kvdetail::findAnyItem(
+            data, search, keys, [&](const selected_entity& held) { return kvdetail::hasKeys(held, keys); });
         return found.isHeld == wanted;
     });
 }

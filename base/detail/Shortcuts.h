@@ -48,6 +48,11 @@
 #endif
 #endif
 
+// Hashes the items of an id that has many. Needs the node pool, as the hash of ids does.
+#ifndef KV_SHORTCUT_RUN_INDEX
+#define KV_SHORTCUT_RUN_INDEX KV_SHORTCUT_ID_HASH
+#endif
+
 // Whole-set operations sort ids, and then visit the index in its own order.
 #ifndef KV_SHORTCUT_ID_BATCH
 #define KV_SHORTCUT_ID_BATCH KV_SHORTCUTS
@@ -61,6 +66,7 @@ constexpr bool kHasNodePool = KV_SHORTCUT_NODE_POOL != 0;
 constexpr bool kHasRecordPool = KV_SHORTCUT_RECORD_POOL != 0;
 constexpr bool kHasNextId = KV_SHORTCUT_NEXT_ID != 0;
 constexpr bool kHasIdHash = KV_SHORTCUT_ID_HASH != 0;
+constexpr bool kHasRunIndex = KV_SHORTCUT_RUN_INDEX != 0;
 constexpr bool kHasIdBatch = KV_SHORTCUT_ID_BATCH != 0;
 
 } // namespace kvdetail

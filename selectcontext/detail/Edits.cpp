@@ -19,24 +19,42 @@ void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo&& info,
     appendRecord(data, std::move(record), place);
 }
 
+namespace {
+
+// The first item of the run whose marker is exactly the wanted one.
+ExactItem findExact(const SSetData& data, const IdIndex::Run& run, ItemKeys keys) {
+    keys.markers = Markers::kExact;
+    ExactItem item;
+    const IdIndex::Run found = findEntry(indexOf(data), run, keys, [&](IdIndex::Entry entry) {
+        item.place = OccupiedSlot(*data.entities, entry->second);
+        return item.place.slot && item.place.slot->value && hasKeys(*item.place.slot->value, keys);
+    });
+    if (!found.isHeld)
+        return {};
+    item.entry = found.entry;
+    return item;
+}
+
+} // namespace
+
+// An exact item that has the main id has equal keys, too, and is found in one search.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run) {
     const SSetData* const searched = set.sharedData;
+    if (searched->refCount.load() < 2) {
+        const ExactItem item = findExact(*searched, run, keys);
+        if (item.place.slot && isSame(item.place.slot->value->mainEntId, keys.mainId))
+            return item;
+    }
     if (!findItem(*searched, run, keys).isHeld)
         return {};
     const SSetData& data = *set.writeData();
-    IdIndex& index = indexOf(data);
-    for (IdIndex::Run at = &data == searched ? run : index.find(keys.mainId); at.isHeld;
-         index.next(at, keys.mainId)) {
-        const OccupiedSlot place(*data.entities, at.entry->second);
-        if (place.holds(keys.subId) && place.slot->value->gsMarker == keys.gsMarker)
-            return {at.entry, place};
-    }
-    return {};
+    return findExact(data, &data == searched ? run : indexOf(data).find(keys.mainId), keys);
 }
 
+// The index reads the record.
 void removeItem(SSetData& data, const ExactItem& item) {
-    freeSlot(data, item.place);
     indexOf(data).erase(item.entry);
+    freeSlot(data, item.place);
     countDown(data);
 }
 

@@ -2,18 +2,18 @@
 #pragma once
 
 #include "selectcontext/GxapSSetWriteAccessor.h"
-#include "selectcontext/detail/ItemKeys.h"
+#include "selectcontext/detail/ItemSearch.h"
 #include "selectcontext/detail/SetData.h"
 
 namespace kvdetail {
 
-// Selecting into this data looks for an equal item first.
+// Returns whether selecting into this data must look for an equal item first.
 inline bool isDuplicateLookedFor(const SSetData& data) noexcept {
     return data.unique && data.entityCount != 0 && data.entities;
 }
 
-// Adds an item, at the end and whether or not it is there. `place` is the one behind all index entries of its
-// id. The keys may be part of the data that a copy-on-write lets go.
+// Adds an item at the end, also if an equal one is there. `place` is the one behind all index entries of its
+// id. The keys may be part of data that this call releases when it makes the set's data private.
 void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo&& info, IdIndex::Entry place);
 
 // The occupied slot that an index entry names, with its page; both null for an entry without one.
@@ -28,7 +28,7 @@ struct OccupiedSlot {
     }
 
     bool holds(const GxDbObjectId& subId) const {
-        return slot && slot->value && slot->value->subEntId == subId;
+        return slot && slot->value && isSame(slot->value->subEntId, subId);
     }
 
     Store::Slot* slot = nullptr;
@@ -51,12 +51,12 @@ struct ExactItem {
     OccupiedSlot place; // has no slot if no item was found
 };
 
-// First looks for an item with equal keys, where markers of 0 and -1 are equal. If there is one, makes the
-// data private. Then returns the first item whose marker matches exactly. `run` begins the entries of the
-// main id. The set has records.
+// Looks for an item with equal keys, where markers of 0 and -1 are equal. If there is one, makes the data
+// private, and returns the first item whose marker matches exactly. `run` is that of the main id. The set has
+// records.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run);
 
-// Frees the item's slot and erases its entry.
+// Erases the item's entry and frees its slot.
 void removeItem(SSetData& data, const ExactItem& item);
 
 } // namespace kvdetail

@@ -1,5 +1,6 @@
 #include "selectcontext/detail/IdIndex.h"
 #include "selectcontext/detail/IdBatch.h"
+#include "selectcontext/detail/SetData.h"
 
 #include <algorithm>
 #include <memory>
@@ -51,7 +52,7 @@ bool collectIds(const Store& store, IdBatch& batch) noexcept try {
 // False, and nothing done, if the map has an entry of the id.
 bool enterFirst(DataMap& map, const GxDbObjectId& id, const Store::Slot* slot) {
     const auto place = map.lower_bound(id);
-    if (place != map.end() && !(id < place->first))
+    if (place != map.end() && (place->first.stub() == id.stub() || !(id < place->first)))
         return false;
     map.emplace_hint(place, id, slotAddress(slot));
     return true;
@@ -73,7 +74,7 @@ IdIndex::Run IdIndex::find(const GxDbObjectId& id) const {
     if (mMap.empty() || mMap.rbegin()->first < id)
         return {mMap.end(), false};
     const Entry entry = mMap.lower_bound(id);
-    if (entry == mMap.end() || !(entry->first == id))
+    if (entry == mMap.end() || !isSame(entry->first, id))
         return {entry, false};
     noteSearch();
     return {entry, true};
@@ -82,10 +83,10 @@ IdIndex::Run IdIndex::find(const GxDbObjectId& id) const {
 IdIndex::Run IdIndex::findAtEnds(const GxDbObjectId& id) const {
     if (mMap.empty())
         return {mMap.end(), false};
-    if (mMap.begin()->first == id)
+    if (isSame(mMap.begin()->first, id))
         return {mMap.begin(), true};
     const Entry last = std::prev(mMap.end());
-    if (last->first == id && isFirst(last))
+    if (isSame(last->first, id) && isFirst(last))
         return {last, true};
     return find(id);
 }
@@ -98,7 +99,7 @@ IdIndex::Run IdIndex::findFrom(Entry place, const GxDbObjectId& id) const {
             break;
         }
     }
-    return {place, place != mMap.end() && place->first == id};
+    return {place, place != mMap.end() && isSame(place->first, id)};
 }
 
 IdIndex::Entry IdIndex::endOf(const GxDbObjectId& id) const {
@@ -107,30 +108,51 @@ IdIndex::Entry IdIndex::endOf(const GxDbObjectId& id) const {
 
 IdIndex::Entry IdIndex::insert(Entry place, const GxDbObjectId& id, const Store::Slot* slot) {
     IdHash* const hash = hashToUpdate();
+    const bool hasRuns = mLongRuns.prepareEdit(mMap);
     const Entry added = mMap.emplace_hint(place, id, slotAddress(slot));
     if (hash && hash->noteAdded(mMap, added))
         hash->follow(mMap);
     else if (hash)
         dropHash();
+    if (hasRuns) {
+        mLongRuns.noteAdded(mMap, added, *slot->value);
+        mLongRuns.follow(mMap);
+    }
     return added;
 }
 
 // Extracting leaves out what erasing does: looking for the next entry.
 void IdIndex::erase(Entry entry) {
     IdHash* const hash = hashToUpdate();
+    const bool hasRuns = mLongRuns.prepareEdit(mMap);
     if (hash)
         hash->noteErasing(mMap, entry);
+    if (hasRuns)
+        mLongRuns.noteErasing(entry, recordAt(*mData.entities, entry->second));
     mMap.extract(entry);
     if (hash)
         hash->follow(mMap);
+    if (hasRuns)
+        mLongRuns.follow(mMap);
 }
 
-// If all nodes are in the data's own pool, its chunks are freed without a visit to the tree, which is in no
-// cache. For that the map is moved into storage that is abandoned: its destructor never runs, which is right
-// because entries need no destructor.
+const RunIndex* IdIndex::makeRunIndexFor(const ItemKeys& keys, const Run& first) const noexcept {
+    const GxDbStub* const stub = first.entry->first.stub();
+    const RunIndex::Keys wanted = RunIndex::keysFor(keys);
+    if (!kHasRunIndex || !mData.entities || !MapVersion::canFollow(mMap) ||
+        mLongRuns.find(mMap, stub, wanted))
+        return nullptr;
+    const RunIndex* const other = mLongRuns.find(mMap, stub, RunIndex::other(wanted));
+    return usable(mLongRuns.add(mMap, RunIndex::build(mMap, first.entry, *mData.entities, wanted, other)),
+                  keys);
+}
+
+// If all nodes are in the data's own pool, this frees the pool's chunks without visiting the nodes, which are
+// hardly ever in a cache. For that, the map is moved into raw storage and abandoned there: the destructor of
+// the abandoned map never runs. Nothing is lost by that, because entries need no destructor.
 void IdIndex::clear() noexcept {
     static_assert(std::is_trivially_destructible_v<DataMap::value_type>, "nodes are abandoned");
-    dropHash();
+    dropHints();
     NodePool* const pool = mMap.get_allocator().pool();
     if (!pool || pool != mNodes.get() || pool->live() != mMap.size()) {
         mMap.clear();
@@ -138,7 +160,7 @@ void IdIndex::clear() noexcept {
     }
     alignas(DataMap) unsigned char abandoned[sizeof(DataMap)];
     new (abandoned) DataMap(std::move(mMap));
-    mMap.clear(); // it is empty, and is used again
+    mMap.clear(); // a moved-from map may have any entries
     pool->reclaimAbandoned();
 }
 
@@ -198,8 +220,7 @@ void IdIndex::noteSearch() const noexcept {
 // pool's generation does not show the changes of such a map, so no hash is made.
 bool IdIndex::isWorthAHash() const noexcept {
     constexpr std::size_t kFewestEntries = 48; // below, a search is as fast
-    const NodePool* const pool = mMap.get_allocator().pool();
-    return kHasIdHash && pool && pool->live() == mMap.size() && mMap.size() >= kFewestEntries;
+    return kHasIdHash && mMap.size() >= kFewestEntries && MapVersion::canFollow(mMap);
 }
 
 // Several readers of shared data may get here at once. The first to finish publishes its hash, the others
@@ -222,6 +243,11 @@ IdHash* IdIndex::hashToUpdate() noexcept {
         return held;
     dropHash();
     return nullptr;
+}
+
+void IdIndex::dropHints() noexcept {
+    dropHash();
+    mLongRuns.clear();
 }
 
 void IdIndex::dropHash() noexcept {

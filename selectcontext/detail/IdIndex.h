@@ -2,9 +2,11 @@
 #pragma once
 
 #include "base/detail/NodePool.h"
+#include "base/detail/Same.h"
 #include "base/detail/Shortcuts.h"
 #include "selectcontext/GxapSelectSet.h"
 #include "selectcontext/detail/IdHash.h"
+#include "selectcontext/detail/LongRuns.h"
 
 #include <atomic>
 #include <cstddef>
@@ -27,14 +29,15 @@ inline Store::Slot* slotAt(unsigned long address) noexcept {
     return reinterpret_cast<Store::Slot*>(address);
 }
 
-// Finds, adds and erases the entries of `dataMap`, supplies the pool of its nodes, and keeps a hash of its
-// ids once the searches have cost as much as building one. Callers may change the map by hand: the hash is
-// used only while the pool's generation shows that the map is as the index left it.
+// Finds, adds and erases the entries of `dataMap`, and supplies the pool of its nodes. Keeps a hash of the
+// ids once the searches have cost as much as building one, and an index of every long run of one id in which
+// an item was looked for. Callers may change the map by hand: hash and run indexes are used only while the
+// pool's generation shows that the map is as the index left it.
 //
 // Invariants:
 //  1. Entries of one id are neighbours, in the order in which they were added.
-//  2. A hash that is there was complete before any other thread could see it. It does not change while the
-//     data is shared.
+//  2. A hash or run index that is there was complete before any other thread could see it. It does not change
+//     while the data is shared.
 //
 // Thread safety: readers of shared data may find at once. The rest belongs to the thread that may edit the
 // data.
@@ -42,7 +45,7 @@ class IdIndex {
 public:
     using Entry = DataMap::const_iterator;
 
-    // A place in the entries of one id.
+    // A place in the run of entries of one id.
     struct Run {
         Entry entry; // held: an entry of the id; else the place behind all entries of the id
         bool isHeld;
@@ -51,44 +54,62 @@ public:
     explicit IdIndex(SSetData& data);
     IdIndex(const IdIndex&) = delete;
     IdIndex& operator=(const IdIndex&) = delete;
-    ~IdIndex() { dropHash(); }
+    ~IdIndex() { dropHints(); }
 
     Entry begin() const noexcept { return mMap.begin(); }
     Entry end() const noexcept { return mMap.end(); }
     std::size_t size() const noexcept { return mMap.size(); }
 
-    // The id's first entry. O(1) where the hash knows the id, or for an id behind all others; else O(log n).
+    // Finds the id's first entry. O(1) for an id in the hash or behind all others, else O(log n).
     Run find(const GxDbObjectId& id) const;
 
-    // As find(), but looks at the first and the last entry before it searches. Callers often remove from one
+    // The same, but compares the first and the last entry before it searches. Callers often remove from one
     // end.
     Run findAtEnds(const GxDbObjectId& id) const;
 
-    // As find(), for an id that is not before `place`. O(1) if few entries lie between.
+    // As find(), for an id that does not belong before `place`. O(1) if few entries lie between.
     Run findFrom(Entry place, const GxDbObjectId& id) const;
 
-    // To the next entry of the id. O(1).
+    // Advances to the next entry of the id. O(1).
     void next(Run& run, const GxDbObjectId& id) const {
         ++run.entry;
         run.isHeld = isOfId(run.entry, id);
     }
 
-    // The place behind all entries of the id. O(log n), O(1) for an id behind all others.
+    // Returns the place behind all entries of the id. O(log n), O(1) for an id behind all others.
     Entry endOf(const GxDbObjectId& id) const;
 
-    // The entry is the first of its id. O(1).
+    // Returns whether the entry is the first of its id. O(1).
     bool isFirst(Entry entry) const {
-        return entry == mMap.begin() || !(std::prev(entry)->first == entry->first);
+        return entry == mMap.begin() || !isSame(std::prev(entry)->first, entry->first);
     }
 
-    // Adds an entry at the place behind all entries of the id, and returns it. All or, with std::bad_alloc,
-    // nothing. O(1).
+    // Returns the index of the run that begins at `first`; null if the run has none that can find the keys.
+    // O(1).
+    const RunIndex* runIndexFor(const ItemKeys& keys, const Run& first) const noexcept {
+        if (!mLongRuns.isInUse())
+            return nullptr;
+        return usable(mLongRuns.find(mMap, first.entry->first.stub(), RunIndex::keysFor(keys)), keys);
+    }
+
+    // The same, and makes the index if the run has none. O(entries of the run).
+    const RunIndex* makeRunIndexFor(const ItemKeys& keys, const Run& first) const noexcept;
+
+    // Adds an entry at the place behind all entries of the id, and returns it. The slot holds a record. All
+    // or, with std::bad_alloc, nothing. O(1).
     Entry insert(Entry place, const GxDbObjectId& id, const Store::Slot* slot);
 
+    // Erases the entry. Its slot must still hold the record, unless a caller has changed the slot by hand.
     // O(1).
     void erase(Entry entry);
 
-    // Forgets every entry. O(n), O(n / 1000) where all nodes come from the data's own pool.
+    // Prepares for erasing all entries of the run. O(entries of the run).
+    void expectErasing(const Run& first) noexcept {
+        if (mLongRuns.isInUse())
+            mLongRuns.drop(first.entry->first.stub());
+    }
+
+    // Erases every entry. O(n), O(n / 1000) where all nodes come from the data's own pool.
     void clear() noexcept;
 
     // Clears the index, and enters every record of the store in store order. Out of memory leaves it partly
@@ -99,16 +120,16 @@ public:
     // All or, with std::bad_alloc, nothing.
     std::vector<Store::Slot*> rebuildOfFirsts();
 
-    // Deletes the hash. Another one is built once the searches have cost as much as building it.
-    void dropHash() noexcept;
+    // Deletes the hash and the run indexes. They are made again where they pay.
+    void dropHints() noexcept;
 
-    // Many ids are going to be looked up. O(1), O(n) where it makes a hash.
+    // Prepares for looking many ids up. O(1), O(n) where it makes a hash.
     void expectSearches() const noexcept {
         if (isWorthAHash())
             makeHash();
     }
 
-    // The hash to look ids up in, or null. O(1).
+    // Returns the hash to look ids up in, or null. O(1).
     const IdHash* currentHash() const noexcept {
         const IdHash* const held = mHash.load(std::memory_order_acquire);
         return held && held->isCurrent(mMap) ? held : nullptr;
@@ -117,20 +138,26 @@ public:
 private:
     // Given that the entry is not before those of the id.
     bool isOfId(Entry entry, const GxDbObjectId& id) const {
-        return entry != mMap.end() && !(id < entry->first);
+        return entry != mMap.end() && (entry->first.stub() == id.stub() || !(id < entry->first));
+    }
+
+    static const RunIndex* usable(const RunIndex* run, const ItemKeys& keys) noexcept {
+        return run && run->canFind(keys) ? run : nullptr;
     }
 
     void noteSearch() const noexcept;
     bool isWorthAHash() const noexcept;
     void makeHash() const noexcept;
     IdHash* hashToUpdate() noexcept;
+    void dropHash() noexcept;
 
     SSetData& mData;
     DataMap& mMap;
     OwnedNodePool mNodes;
     mutable std::atomic<IdHash*> mHash{nullptr};
-    mutable std::atomic<std::uint32_t> mSearches{
-        0}; // those that found an id since the last hash was made or tried
+    // Those that found an id since the last hash was made or tried.
+    mutable std::atomic<std::uint32_t> mSearches{0};
+    LongRuns mLongRuns;
 };
 
 } // namespace kvdetail

@@ -12,8 +12,8 @@ namespace kvdetail {
 // behind the last one is tried before the index is searched. After 16 failures in a row it is not tried any
 // more.
 //
-// The set may be edited between two look-ups, and change its data. An edit that erases an entry says where to
-// go on.
+// Between two look-ups, the set may be edited, and its data may be replaced. An edit that erases an entry
+// must call goOnAt().
 //
 // Invariant: mNext is an entry of the data that mData names, or the end of its index.
 //
@@ -30,13 +30,26 @@ public:
     IdIndex::Run find(const GxDbObjectId& id) {
         const IdIndex& index = SetData::of(*mSet.sharedData).index;
         if (isTrying() && mData == mSet.sharedData && mNext != index.end()) {
-            if (mNext->first == id && index.isFirst(mNext)) {
+            if (isSame(mNext->first, id) && index.isFirst(mNext)) {
                 mFailures = 0;
                 return {mNext, true};
             }
             ++mFailures;
         }
         return index.find(id);
+    }
+
+    // Returns the entry to try next, which is held if it is one of the id.
+    IdIndex::Run next(const GxDbObjectId& id) const {
+        const bool isNext = isTrying() && mData == mSet.sharedData &&
+                            mNext != SetData::of(*mData).index.end() && isSame(mNext->first, id);
+        return {mNext, isNext};
+    }
+
+    // Moves on to the entry behind the next one, which was the wanted one.
+    void skipNext() {
+        mFailures = 0;
+        ++mNext;
     }
 
     // The entry to try next: this one, or the one behind a held entry.

@@ -1,10 +1,20 @@
 // ItemKeys: what identifies an item among those of one main id.
 #pragma once
 
+#include "base/detail/Same.h"
+#include "selectcontext/GxapSelectSet.h"
 #include "selectcontext/detail/OwnedInfo.h"
-#include "selectcontext/detail/SetData.h"
+
+#include <utility>
 
 namespace kvdetail {
+
+// Which markers of a record suit the wanted one.
+enum class Markers {
+    kEqual, // by isGsMarkEqual(): 0 and -1 are equal
+    kExact, // the very number
+    kAny
+};
 
 // A null path stands for any path, and for any block transform.
 struct ItemKeys {
@@ -12,6 +22,7 @@ struct ItemKeys {
     const GxDbObjectId& subId;
     long gsMarker;
     const KvVector<GxDbObjectId>* path;
+    Markers markers = Markers::kEqual;
 };
 
 inline ItemKeys keysOf(const selected_entity& record) noexcept {
@@ -28,9 +39,21 @@ inline bool isMatrixEqual(const GxGeMatrix3d* wanted, const GxGeMatrix3d* held) 
     return wanted->isEqualTo(*held, GxGeContext::gTol);
 }
 
-// The record, which is one of the main id, has the other keys.
+inline bool isMarkerWanted(long held, const ItemKeys& keys) {
+    switch (keys.markers) {
+    case Markers::kEqual:
+        return isGsMarkEqual(held, keys.gsMarker);
+    case Markers::kExact:
+        return held == keys.gsMarker;
+    case Markers::kAny:
+        break;
+    }
+    return true;
+}
+
+// The record has the keys other than the main id.
 inline bool hasKeys(const selected_entity& record, const ItemKeys& keys) {
-    return record.subEntId == keys.subId && isGsMarkEqual(record.gsMarker, keys.gsMarker) &&
+    return isSame(record.subEntId, keys.subId) && isMarkerWanted(record.gsMarker, keys) &&
            (!keys.path || record.nestedEntFullPath == *keys.path);
 }
 
@@ -38,31 +61,6 @@ inline bool hasKeys(const selected_entity& record, const ItemKeys& keys) {
 inline bool isItem(const selected_entity& record, const ItemKeys& keys, const GxGeMatrix3d* matrix) {
     return hasKeys(record, keys) &&
            (!keys.path || isMatrixEqual(matrix, matrixOf(record.selectedEntityInfo)));
-}
-
-// Moves on to the id's first entry, from `run` on, whose record has the main id and passes `matches`; else
-// behind all entries of the id. The data has a store. O(entries of the id).
-template <class Matches>
-IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const GxDbObjectId& mainId, Matches matches) {
-    for (; run.isHeld; indexOf(data).next(run, mainId)) {
-        const selected_entity* const record = recordAt(*data.entities, run.entry->second);
-        if (record && record->mainEntId == mainId && matches(*record))
-            break;
-    }
-    return run;
-}
-
-// By all keys but the transform.
-inline IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& keys) {
-    return findItem(data, run, keys.mainId,
-                    [&](const selected_entity& record) { return hasKeys(record, keys); });
-}
-
-// By all keys.
-inline IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& keys,
-                             const GxGeMatrix3d* matrix) {
-    return findItem(data, run, keys.mainId,
-                    [&](const selected_entity& record) { return isItem(record, keys, matrix); });
 }
 
 // Gives a fresh record its keys, and the info. Without a path the record's stays empty.

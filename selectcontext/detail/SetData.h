@@ -49,7 +49,8 @@ std::unique_ptr<SSetData> makeData();
 // The set's data, made first if it has none. For const operations that may have to create it.
 SSetData& dataOf(const GxapSelectSet& set);
 
-// A record with empty vectors, from the memory of data that no other handle shares.
+// Makes a record with empty vectors, in memory from the data's record pool. No other handle may share the
+// data.
 std::unique_ptr<selected_entity> newRecord(const SSetData& data);
 
 // Appends the record to store, count and index. All or nothing. `place` is the one behind all index entries

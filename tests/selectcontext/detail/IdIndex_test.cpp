@@ -138,7 +138,7 @@ protected:
         if (GetParam() == Hash::kMade)
             index().expectSearches();
         else
-            index().dropHash();
+            index().dropHints();
         ASSERT_EQ(hasHash(), kvdetail::kHasIdHash && GetParam() == Hash::kMade);
     }
 };
@@ -322,7 +322,7 @@ TEST_F(IdIndexHash, IsMadeForNoFewEntries) {
 
 TEST_F(IdIndexHash, IsDroppedUntilSearchesHaveCostAsMuchAgain) {
     findOften(kEntries);
-    index().dropHash();
+    index().dropHints();
     EXPECT_FALSE(hasHash());
     findOften(1);
     EXPECT_FALSE(hasHash());
@@ -354,7 +354,7 @@ TEST_F(IdIndexHash, GoesWithASecondStubOfAnObject) {
 
 TEST_F(IdIndexHash, IsMadeOrNotWithoutMemory) {
     kvtest::forEachAllocationFailure([this](kvtest::FailurePoint& point) {
-        index().dropHash();
+        index().dropHints();
         const kvtest::Outcome outcome = point.run([this] { index().expectSearches(); });
         EXPECT_FALSE(outcome.failed);
         EXPECT_EQ(hasHash(), !outcome.injected);
@@ -559,7 +559,7 @@ TEST_F(IdIndexTampering, MapOfDataThatIsGone) {
 TEST_F(IdIndexTampering, MapThatSharesItsPoolGetsNoHash) {
     DataMap mine(map().get_allocator());
     mine.emplace(id(900), 16);
-    index().dropHash();
+    index().dropHints();
     const long before = kvtest::newCalls();
     index().expectSearches();
     for (unsigned long n = 1; n <= 100; ++n)

@@ -1,0 +1,149 @@
+// HashTable: maps addresses and hash values to values.
+#pragma once
+
+#include "base/detail/FibonacciHash.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <utility>
+#include <vector>
+
+namespace kvdetail {
+
+// Open addressing with linear probing, backward-shift deletion, and a load factor of at most three fifths.
+// Keys are unsigned numbers other than 0.
+//
+// Invariants:
+//  1. The number of buckets is a power of two. At least one bucket is empty.
+//  2. All keys agree in their mShift lowest bits, which are mLowBits. Addresses of one kind do.
+//
+// Thread safety: one thread changes it. Any number of threads may find at once.
+template <class Key, class Value>
+class HashTable {
+public:
+    // With room for this number of keys. std::bad_alloc when there is no memory.
+    explicit HashTable(std::size_t keys = 0) : mBuckets(bucketsFor(keys)) {}
+
+    std::size_t size() const noexcept { return mUsed; }
+
+    // The key's value, or null. O(1).
+    const Value* find(Key key) const noexcept {
+        const Bucket& bucket = mBuckets[bucketOf(key)];
+        return bucket.key != 0 ? &bucket.value : nullptr;
+    }
+    Value* find(Key key) noexcept {
+        Bucket& bucket = mBuckets[bucketOf(key)];
+        return bucket.key != 0 ? &bucket.value : nullptr;
+    }
+
+    // Loads the key's bucket into the caches, for a find() that follows soon.
+    void prefetch(Key key) const noexcept { __builtin_prefetch(&mBuckets[homeOf(key)]); }
+
+    // Adds the key with this value if it is not there. Returns its value, and whether it was added. All or,
+    // with std::bad_alloc, nothing. Amortised O(1).
+    std::pair<Value*, bool> insert(Key key, const Value& value) {
+        Bucket& held = mBuckets[bucketOf(key)];
+        if (held.key != 0)
+            return {&held.value, false};
+        if (hasRoom() && mUsed != 0 && lowBits(key) == mLowBits) {
+            held = {key, value};
+            ++mUsed;
+            return {&held.value, true};
+        }
+        makeRoomFor(key);
+        return {&enter(key, value), true};
+    }
+
+    // Removes a key that is there. O(1).
+    void erase(Key key) noexcept { removeBucket(bucketOf(key)); }
+
+private:
+    struct Bucket {
+        Key key = 0; // 0: an empty bucket
+        Value value{};
+    };
+
+    static constexpr std::size_t kFewestBuckets = 16;
+
+    void makeRoomFor(Key key) {
+        if (mUsed == 0) {
+            mShift = std::numeric_limits<Key>::digits - 1;
+            mLowBits = lowBits(key);
+        }
+        // A key may differ in bits that homeOf() leaves out. All such keys would share one bucket. This
+        // happens once per bit at the most.
+        if (const Key differences = lowBits(key) ^ mLowBits)
+            rehash(mBuckets.size(), static_cast<unsigned>(__builtin_ctzll(differences)));
+        if (!hasRoom())
+            rehash(2 * mBuckets.size(), mShift);
+    }
+
+    static std::size_t bucketsFor(std::size_t keys) noexcept {
+        std::size_t buckets = kFewestBuckets;
+        while (buckets * 3 < (keys + 1) * 5)
+            buckets *= 2;
+        return buckets;
+    }
+
+    bool hasRoom() const noexcept { return (mUsed + 1) * 5 <= mBuckets.size() * 3; }
+    std::size_t next(std::size_t i) const noexcept { return (i + 1) & (mBuckets.size() - 1); }
+    Key lowBits(Key key) const noexcept { return key & ((Key{1} << mShift) - 1); }
+
+    // Four consecutive numbers share a group of buckets, so that a walk through addresses in order walks
+    // through the table, too. The groups are scattered by Fibonacci hashing.
+    std::size_t homeOf(Key key) const noexcept {
+        constexpr unsigned kGroup = 4;
+        const std::uintptr_t number = key >> mShift;
+        const std::uintptr_t group = fibonacciHash(number / kGroup) >> 20;
+        return (group * kGroup + number % kGroup) & (mBuckets.size() - 1);
+    }
+
+    // The key's bucket, or the empty one that ends its probe sequence.
+    std::size_t bucketOf(Key key) const noexcept {
+        std::size_t i = homeOf(key);
+        while (mBuckets[i].key != 0 && mBuckets[i].key != key)
+            i = next(i);
+        return i;
+    }
+
+    Value& enter(Key key, const Value& value) noexcept {
+        Bucket& bucket = mBuckets[bucketOf(key)];
+        bucket = {key, value};
+        ++mUsed;
+        return bucket.value;
+    }
+
+    // A bucket behind the gap moves up if its home is not between the gap and itself.
+    void removeBucket(std::size_t gap) noexcept {
+        const std::size_t mask = mBuckets.size() - 1;
+        for (std::size_t i = next(gap); mBuckets[i].key != 0; i = next(i)) {
+            const std::size_t home = homeOf(mBuckets[i].key);
+            if (((i - home) & mask) < ((i - gap) & mask))
+                continue;
+            mBuckets[gap] = mBuckets[i];
+            gap = i;
+        }
+        mBuckets[gap].key = 0;
+        --mUsed;
+    }
+
+    void rehash(std::size_t buckets, unsigned shift) {
+        std::vector<Bucket> old(buckets);
+        old.swap(mBuckets);
+        mShift = shift;
+        mLowBits = lowBits(mLowBits);
+        mUsed = 0;
+        for (const Bucket& bucket : old) {
+            if (bucket.key != 0)
+                enter(bucket.key, bucket.value);
+        }
+    }
+
+    std::vector<Bucket> mBuckets;
+    Key mLowBits = 0;
+    std::uint32_t mUsed = 0;
+    unsigned mShift = 0;
+};
+
+} // namespace kvdetail

@@ -1,0 +1,78 @@
+// findItem: the item with given keys among those of one main id.
+#pragma once
+
+#include "selectcontext/detail/IdSearch.h"
+#include "selectcontext/detail/ItemKeys.h"
+#include "selectcontext/detail/RunIndex.h"
+#include "selectcontext/detail/SetData.h"
+
+#include <cstddef>
+
+namespace kvdetail {
+
+// Returns the first entry for which passes(entry), in the run that `run` begins; else the place behind the
+// run. An entry that passes must have the keys other than the main id. A run of more than
+// RunIndex::kFewestItems entries is indexed when a walk comes that far. O(1) in an indexed run, else
+// O(entries of the run).
+template <class Passes>
+IdIndex::Run findEntry(const IdIndex& index, IdIndex::Run run, const ItemKeys& keys, Passes passes) {
+    const auto search = [&](const RunIndex& indexed) {
+        const IdIndex::Entry* const found = indexed.find(keys, passes);
+        return found ? IdIndex::Run{*found, true} : IdIndex::Run{indexed.end(), false};
+    };
+    if (!run.isHeld)
+        return run;
+    const IdIndex::Run first = run;
+    if (const RunIndex* const indexed = index.runIndexFor(keys, first))
+        return search(*indexed);
+    for (std::size_t steps = 0; run.isHeld && !passes(run.entry); index.next(run, keys.mainId)) {
+        if (++steps != RunIndex::kFewestItems + 1)
+            continue;
+        if (const RunIndex* const indexed = index.makeRunIndexFor(keys, first))
+            return search(*indexed);
+    }
+    return run;
+}
+
+// Whether the entry's record has the main id and passes `matches`. The data has a store.
+template <class Matches>
+bool isMatch(const SSetData& data, IdIndex::Entry entry, const ItemKeys& keys, Matches matches) {
+    const selected_entity* const record = recordAt(*data.entities, entry->second);
+    return record && isSame(record->mainEntId, keys.mainId) && matches(*record);
+}
+
+// Returns the first item of the run that `run` begins whose record has the main id and passes `matches`; else
+// the place behind the run. The data has a store.
+template <class Matches>
+IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& keys, Matches matches) {
+    return findEntry(indexOf(data), run, keys,
+                     [&](IdIndex::Entry entry) { return isMatch(data, entry, keys, matches); });
+}
+
+// As findItem(), as one of many look-ups, and for callers to whom any item that matches will do. Most often
+// that is the next one.
+template <class Matches>
+IdIndex::Run findAnyItem(const SSetData& data, IdSearch& search, const ItemKeys& keys, Matches matches) {
+    const IdIndex::Run next = search.next(keys.mainId);
+    if (next.isHeld && isMatch(data, next.entry, keys, matches)) {
+        search.skipNext();
+        return next;
+    }
+    const IdIndex::Run found = findItem(data, search.find(keys.mainId), keys, matches);
+    search.goOnBehind(found);
+    return found;
+}
+
+// By all keys but the transform.
+inline IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& keys) {
+    return findItem(data, run, keys, [&](const selected_entity& record) { return hasKeys(record, keys); });
+}
+
+// By all keys.
+inline IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& keys,
+                             const GxGeMatrix3d* matrix) {
+    return findItem(data, run, keys,
+                    [&](const selected_entity& record) { return isItem(record, keys, matrix); });
+}
+
+} // namespace kvdetail

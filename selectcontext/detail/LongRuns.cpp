@@ -1,0 +1,103 @@
+#include "selectcontext/detail/LongRuns.h"
+
+#include <iterator>
+#include <new>
+#include <utility>
+
+namespace kvdetail {
+
+LongRuns::Lists::~Lists() {
+    for (const List& list : lists) {
+        for (RunIndex* run = list.load(std::memory_order_relaxed); run;)
+            delete std::exchange(run, run->mNext);
+    }
+}
+
+RunIndex* LongRuns::Lists::find(const GxDbStub* mainStub, RunIndex::Keys keys) const noexcept {
+    RunIndex* run = lists[listOf(mainStub)].load(std::memory_order_acquire);
+    while (run && (run->mainStub() != mainStub || run->keys() != keys))
+        run = run->mNext;
+    return run;
+}
+
+std::size_t LongRuns::listOf(const GxDbStub* mainStub) noexcept {
+    static_assert(kLists == 256, "eight bits choose a list");
+    return fibonacciHash(reinterpret_cast<std::uintptr_t>(mainStub)) >> 56;
+}
+
+// Several readers of shared data may get here at once. The first to finish publishes its lists, the others
+// delete theirs.
+auto LongRuns::listsFor(const DataMap& map) const noexcept -> Lists* {
+    if (Lists* const held = mLists.load(std::memory_order_acquire))
+        return held->version.isCurrent(map) ? held : nullptr;
+    std::unique_ptr<Lists> fresh(MapVersion::canFollow(map) ? new (std::nothrow) Lists : nullptr);
+    if (!fresh)
+        return nullptr;
+    fresh->version.follow(map);
+    Lists* held = nullptr;
+    return mLists.compare_exchange_strong(held, fresh.get(), std::memory_order_acq_rel) ? fresh.release()
+                                                                                        : held;
+}
+
+const RunIndex* LongRuns::add(const DataMap& map, std::unique_ptr<RunIndex> run) const noexcept {
+    Lists* const lists = run ? listsFor(map) : nullptr;
+    if (!lists)
+        return nullptr;
+    List& list = lists->lists[listOf(run->mainStub())];
+    run->mNext = list.load(std::memory_order_acquire);
+    do {
+        if (const RunIndex* const other = lists->find(run->mainStub(), run->keys()))
+            return other;
+    } while (!list.compare_exchange_weak(run->mNext, run.get(), std::memory_order_acq_rel));
+    return run.release();
+}
+
+bool LongRuns::prepareEdit(const DataMap& map) noexcept {
+    const Lists* const held = mLists.load(std::memory_order_relaxed);
+    if (held && !held->version.isCurrent(map))
+        clear();
+    return isInUse();
+}
+
+// An index knows one stub of its main id only, so one that is added with another stub ends the run's indexes.
+void LongRuns::noteAdded(const DataMap& map, RunIndex::Entry entry, const selected_entity& record) noexcept {
+    const GxDbStub* const stub = entry->first.stub();
+    if (entry != map.begin()) {
+        const GxDbObjectId& before = std::prev(entry)->first;
+        if (before.stub() != stub && before == entry->first)
+            drop(before.stub());
+    }
+    removeIf(stub, [&](RunIndex& run) { return !run.noteAdded(entry, record); });
+}
+
+void LongRuns::noteErasing(RunIndex::Entry entry, const selected_entity* record) noexcept {
+    removeIf(entry->first.stub(), [&](RunIndex& run) { return !run.noteErasing(entry, record); });
+}
+
+void LongRuns::drop(const GxDbStub* mainStub) noexcept {
+    removeIf(mainStub, [](const RunIndex&) { return true; });
+}
+
+template <class IsGone>
+void LongRuns::removeIf(const GxDbStub* mainStub, IsGone isGone) noexcept {
+    List& list = mLists.load(std::memory_order_relaxed)->lists[listOf(mainStub)];
+    RunIndex* before = nullptr;
+    for (RunIndex* run = list.load(std::memory_order_relaxed); run;) {
+        RunIndex* const next = run->mNext;
+        if (run->mainStub() != mainStub || !isGone(*run)) {
+            before = std::exchange(run, next);
+            continue;
+        }
+        if (before)
+            before->mNext = next;
+        else
+            list.store(next, std::memory_order_relaxed);
+        delete std::exchange(run, next);
+    }
+}
+
+void LongRuns::clear() noexcept {
+    delete mLists.exchange(nullptr, std::memory_order_relaxed);
+}
+
+} // namespace kvdetail

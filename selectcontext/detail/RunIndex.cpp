@@ -1,0 +1,216 @@
+#include "selectcontext/detail/RunIndex.h"
+#include "selectcontext/detail/IdBatch.h"
+#include "selectcontext/detail/SetData.h"
+
+#include <new>
+#include <utility>
+
+namespace kvdetail {
+namespace {
+
+// Bits of every part reach the upper half, which the keys of the table are taken from.
+std::uint64_t mixed(std::uint64_t hash, std::uint64_t part) noexcept {
+    const std::uint64_t product = fibonacciHash(hash ^ part);
+    return product ^ (product >> 32);
+}
+
+// Keys of a table are not 0.
+std::uint32_t keyOf(std::uint64_t hash, long marker) noexcept {
+    return static_cast<std::uint32_t>(mixed(hash, static_cast<std::uint64_t>(marker)) >> 32) | 1;
+}
+
+} // namespace
+
+RunIndex::RunIndex(Entry first, Keys keys, std::size_t items, std::shared_ptr<EqualIds> ids)
+    : mMainStub(first->first.stub()), mLast(first), mKeys(keys), mIds(std::move(ids)), mChains(items) {
+    mItems.reserve(items);
+}
+
+std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const Store& store, Keys keys,
+                                          const RunIndex* other) noexcept try {
+    Entry last = first;
+    std::vector<Entry> entries;
+    std::vector<const selected_entity*> records;
+    for (Entry entry = first; entry != map.end() && isSame(entry->first, first->first); last = entry++) {
+        if (entry->first.stub() != first->first.stub())
+            return nullptr;
+        const selected_entity* const record = recordAt(store, entry->second);
+        if (!record)
+            continue;
+        entries.push_back(entry);
+        records.push_back(record);
+    }
+    std::unique_ptr<RunIndex> run(new RunIndex(
+        first, keys, records.size(), other ? other->mIds : std::make_shared<EqualIds>(records.size())));
+    run->mLast = last;
+    if (!other)
+        run->addSubIds(records);
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const selected_entity& record = *records[i];
+        const std::optional<Hash> hash =
+            other ? run->hashOfEquals(record.subEntId, &record.nestedEntFullPath) : run->addIdsOf(record);
+        // Ids that other readers may be looking for are not added.
+        if (!hash)
+            return build(map, first, store, keys, nullptr);
+        run->add(entries[i], record, *hash);
+    }
+    return run;
+} catch (const std::bad_alloc&) {
+    return nullptr;
+}
+
+// Sorted, so that each new id is greater than all others. Ids whose order is not that of their stubs are
+// added one by one with their items.
+void RunIndex::addSubIds(const std::vector<const selected_entity*>& records) {
+    IdBatch batch;
+    batch.reserve(records.size());
+    for (const selected_entity* record : records)
+        batch.add(record->subEntId, 0);
+    if (!batch.sort())
+        return;
+    for (const IdBatch::Item* item = batch.begin(); item != batch.end(); item = batch.endOfId(item))
+        mIds->add(item->id());
+}
+
+bool RunIndex::noteAdded(Entry entry, const selected_entity& record) noexcept try {
+    mLast = entry;
+    if (entry->first.stub() != mMainStub)
+        return false;
+    add(entry, record, addIdsOf(record));
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+// The numbers of erased items, and the ids that no item has any more, are released with the index.
+bool RunIndex::noteErasing(Entry entry, const selected_entity* record) noexcept {
+    if (!record)
+        return false;
+    const KvVector<GxDbObjectId>* const path = &record->nestedEntFullPath;
+    if (!unlink(entry, keyOf(hashOfStubs(record->subEntId, path), record->gsMarker))) {
+        const std::optional<Hash> equals = hashOfEquals(record->subEntId, path);
+        if (!equals || !unlink(entry, keyOf(*equals, record->gsMarker)))
+            return false;
+    }
+    ++mErased;
+    const std::size_t left = mItems.size() - mErased;
+    if (left < kFewestItems / 2 || left < mErased)
+        return false;
+    if (mLast == entry)
+        mLast = std::prev(entry);
+    return true;
+}
+
+auto RunIndex::addIdsOf(const selected_entity& record) -> Hash {
+    return *hashOf(record.subEntId, &record.nestedEntFullPath,
+                   [this](const GxDbObjectId& id) { return std::optional(mIds->add(id)); });
+}
+
+void RunIndex::add(Entry entry, const selected_entity& record, Hash hash) {
+    if (mItems.size() >= kNone)
+        throw std::bad_alloc();
+    const auto number = static_cast<Number>(mItems.size());
+    mItems.push_back({entry});
+    noteMarker(record.gsMarker);
+    const auto [chain, isNew] = mChains.insert(keyOf(hash, record.gsMarker), {number, number});
+    if (isNew)
+        return;
+    mItems[chain->last].next = number;
+    chain->last = number;
+}
+
+void RunIndex::noteMarker(long marker) noexcept {
+    long* const last = mMarkers.data() + mMarkerCount;
+    if (mHasManyMarkers || std::find(mMarkers.data(), last, marker) != last)
+        return;
+    if (mMarkerCount == kMostMarkers)
+        mHasManyMarkers = true;
+    else
+        mMarkers[mMarkerCount++] = marker;
+}
+
+// Returns false if the chain does not have the entry. Removing takes the first item of its keys, which is
+// most often the first of its chain.
+bool RunIndex::unlink(Entry entry, std::uint32_t key) noexcept {
+    Chain* const chain = mChains.find(key);
+    if (!chain)
+        return false;
+    Number before = kNone;
+    Number number = chain->first;
+    while (number != kNone && mItems[number].entry != entry)
+        before = std::exchange(number, mItems[number].next);
+    if (number == kNone)
+        return false;
+    const Number after = mItems[number].next;
+    if (before == kNone && after == kNone) {
+        mChains.erase(key);
+        return true;
+    }
+    (before == kNone ? chain->first : mItems[before].next) = after;
+    if (after == kNone)
+        chain->last = before;
+    return true;
+}
+
+// None if stubOf() gives none for an id. The path counts only if items are hashed by it.
+template <class Stub>
+auto RunIndex::hashOf(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path, Stub stubOf) const
+    -> std::optional<Hash> {
+    const auto add = [&stubOf](Hash& hash, const GxDbObjectId& id) {
+        const std::optional<const GxDbStub*> stub = stubOf(id);
+        hash = mixed(hash, stub ? reinterpret_cast<std::uint64_t>(*stub) : 0);
+        return stub.has_value();
+    };
+    Hash hash = 0;
+    if (!add(hash, subId))
+        return std::nullopt;
+    const int length = mKeys == Keys::kMarkerAndPath ? path->logicalLength() : 0;
+    for (int i = 0; i < length; ++i) {
+        if (!add(hash, path->at(i)))
+            return std::nullopt;
+    }
+    return hash;
+}
+
+auto RunIndex::hashOfStubs(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path) const -> Hash {
+    return *hashOf(subId, path,
+                   [](const GxDbObjectId& id) { return std::optional<const GxDbStub*>(id.stub()); });
+}
+
+auto RunIndex::hashOfEquals(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path) const
+    -> std::optional<Hash> {
+    return hashOf(subId, path, [this](const GxDbObjectId& id) { return mIds->find(id); });
+}
+
+auto RunIndex::chainsOf(const ItemKeys& keys, Hash hash) const -> Chains {
+    Chains chains;
+    forEachMarker(keys, [&](long marker) {
+        if (const Chain* const chain = mChains.find(keyOf(hash, marker)))
+            chains.add(chain->first);
+    });
+    return chains;
+}
+
+// Calls visit(marker) for the markers that suit the wanted one and that items may have.
+template <class Visit>
+void RunIndex::forEachMarker(const ItemKeys& keys, Visit visit) const {
+    if (!mHasManyMarkers) {
+        for (std::size_t i = 0; i < mMarkerCount; ++i) {
+            if (isMarkerWanted(mMarkers[i], keys))
+                visit(mMarkers[i]);
+        }
+    } else if (keys.markers == Markers::kEqual && isGsMarkEqual(keys.gsMarker, 0)) {
+        visit(0);
+        visit(-1);
+    } else {
+        visit(keys.gsMarker);
+    }
+}
+
+auto RunIndex::Chains::next(const std::vector<Item>& items) noexcept -> Number {
+    Number& least = *std::min_element(mHeads.data(), mHeads.data() + mCount);
+    least = items[least].next;
+    return first();
+}
+
+} // namespace kvdetail

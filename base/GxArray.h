@@ -1,4 +1,4 @@
-// GxArray: the application's plain growable array.
+// GxArray: the application's growable array.
 #pragma once
 
 #include "base/detail/Raise.h"
@@ -12,7 +12,7 @@
 #include <new>
 #include <type_traits>
 
-// Moves elements to new storage byte by byte.
+// Copies elements to new storage byte by byte.
 template <class T>
 class GxArrayMemCopyReallocator {
 public:
@@ -23,29 +23,30 @@ public:
     }
 };
 
-// An array that is owned by one object and never shared.
+// An array that one object owns. It is never shared.
 //
 // Invariants:
 //  1. 0 <= mLogicalLength <= mPhysicalLength.
 //  2. `mArray` is null exactly when mPhysicalLength is 0.
 //
-// Out of memory, or a capacity beyond what an int holds, is KvErrorStatus 6 and leaves the array as it was.
-// Elements that come into use without having been stored to hold a value-initialised or an earlier value.
+// Running out of memory, or a capacity that an int cannot express, is KvErrorStatus 6. It leaves the array as
+// it was. An element that comes into use before anything was stored to it has an earlier value or is
+// value-initialised.
 //
-// Thread safety: none; an array belongs to one thread at a time.
+// Thread safety: none. An array belongs to one thread at a time.
 template <class T, class Reallocator = GxArrayMemCopyReallocator<T>>
 class GxArray {
 public:
-    // Empty, grow length 8. Allocates nothing.
+    // Makes an empty array with grow length 8. Allocates nothing.
     GxArray() : mArray(nullptr), mPhysicalLength(0), mLogicalLength(0), mGrowLength(kInitialGrowLength) {}
 
-    // Copies the elements into storage of just their number. O(length).
+    // Copies the elements into storage of exactly their number. O(length).
     GxArray(const GxArray& other) : GxArray() {
         mGrowLength = other.mGrowLength;
         assign(other);
     }
 
-    // Copies elements and grow length; storage that is large enough is kept. O(length).
+    // Copies elements and grow length. Keeps the storage if it is large enough. O(length).
     GxArray& operator=(const GxArray& other) {
         if (this == &other)
             return *this;
@@ -60,8 +61,8 @@ public:
     int physicalLength() const noexcept { return mPhysicalLength; }
     int growLength() const noexcept { return mGrowLength; }
 
-    // Sets the number of elements; a negative one counts as 0. Storage grows, never shrinks, by
-    // doubling up to 64 KB and by that much from there on. O(1) where there is room, else O(length).
+    // Sets the number of elements. A negative number counts as 0. Storage never shrinks. Up to 64 KB it
+    // doubles, and from there on it grows by 64 KB. O(1) if there is room, otherwise O(length).
     void setLogicalLength(int n) {
         n = std::max(n, 0);
         if (n > mPhysicalLength)
@@ -69,7 +70,7 @@ public:
         mLogicalLength = n;
     }
 
-    // Sets the capacity; a negative one counts as 0, which frees the storage. A capacity below the length
+    // Sets the capacity. A negative one counts as 0, and 0 frees the storage. A capacity below the length
     // shortens the array. O(length).
     void setPhysicalLength(int n) {
         n = std::max(n, 0);
@@ -79,7 +80,7 @@ public:
         mLogicalLength = std::min(mLogicalLength, mPhysicalLength);
     }
 
-    // The element; valid for 0 <= i < logicalLength(), else KvErrorStatus 24. O(1).
+    // Returns the element. Requires 0 <= i < logicalLength(), otherwise KvErrorStatus 24. O(1).
     T& at(int i) {
         checkIndex(i);
         return mArray[i];
@@ -89,7 +90,7 @@ public:
         return mArray[i];
     }
 
-    // The element, unchecked: the caller answers for 0 <= i < logicalLength(). O(1).
+    // Returns the element without a check. The caller must ensure 0 <= i < logicalLength(). O(1).
     T& operator[](int i) { return mArray[i]; }
     const T& operator[](int i) const { return mArray[i]; }
 
@@ -101,7 +102,7 @@ public:
 private:
     static constexpr std::int32_t kInitialGrowLength = 8;
     static constexpr std::size_t kMostElements = PTRDIFF_MAX / sizeof(T);
-    // Storage doubles below this size, then grows by it.
+    // Storage doubles below this size. From this size on, it grows by it.
     static constexpr std::int64_t kDoublingLimitBytes = 65536;
 
     std::int64_t grown(std::int32_t wanted) const noexcept {

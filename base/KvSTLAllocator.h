@@ -1,4 +1,4 @@
-// _KvSTLAllocator: supplies the nodes of the id index.
+// _KvSTLAllocator: allocates the nodes of the id index.
 #pragma once
 
 #include "base/detail/Export.h"
@@ -11,10 +11,10 @@
 #include <type_traits>
 #include <utility>
 
-// Takes memory from a pool if it has one, else from operator new. Instances with the same pool, or without a
-// pool, free what the others have allocated. A copied container has no pool. A moved or swapped container
-// takes its pool along and keeps it alive. The allocator that get_allocator() returns is valid for as long as
-// the container. std::bad_alloc when there is no memory. O(1).
+// Takes memory from its pool, or from operator new if it has no pool. An instance can free what another
+// allocated if both have the same pool, or if both have none. A copied container has no pool. Moving or
+// swapping a container moves or swaps the pool too, and keeps it alive. The allocator that get_allocator()
+// returns is valid as long as the container. std::bad_alloc if there is no memory. O(1).
 //
 // Thread safety: that of the pool, or of operator new.
 template <class T>
@@ -33,7 +33,7 @@ struct _KvSTLAllocator {
 
     T* allocate(std::size_t n) {
         kvdetail::NodePool* const nodes = pool();
-        // The standard's own allocator refuses a number that exceeds all memory.
+        // std::allocator refuses a number that exceeds all memory.
         if (!nodes || n > std::numeric_limits<std::size_t>::max() / sizeof(T))
             return std::allocator<T>().allocate(n);
         return static_cast<T*>(nodes->allocate(n * sizeof(T)));
@@ -46,7 +46,7 @@ struct _KvSTLAllocator {
             std::allocator<T>().deallocate(memory, n);
     }
 
-    // A container that is assigned to fills its old nodes anew, which nothing else shows to the pool.
+    // An assignment to a container may reuse its old nodes. Only this call tells the pool so.
     template <class U, class... Args>
     void construct(U* value, Args&&... args) {
         if (kvdetail::NodePool* const nodes = pool())

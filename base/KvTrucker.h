@@ -1,4 +1,4 @@
-// KvTrucker: a paged store whose slots never move, so that a slot's address can serve as a stable key.
+// KvTrucker: a paged store whose slots never move, so the address of a slot can be a stable key.
 #pragma once
 
 #include "base/detail/OccupancyBitmap.h"
@@ -22,7 +22,7 @@ constexpr const wchar_t* kStoreAccessMessage = L"Error access KvTrucker";
 
 } // namespace kvdetail
 
-// Where a store takes its pages and slot blocks from. Null means that there is no memory.
+// Gives a store its pages and slot blocks. Null means that there is no memory.
 template <class T>
 class KvTkDefaultAllocator {
 public:
@@ -30,29 +30,32 @@ public:
     static void deallocate(void* memory, std::size_t /*bytes*/) noexcept { ::operator delete(memory); }
 };
 
-// A store of T in pages of PageBytes bytes of slots. Appending fills slots in order and reuses a freed
-// one only in a tail page that removeSlot() has emptied and kept; removing frees a slot in place.
+// A store of T in pages of PageBytes bytes of slots. Appending uses new slots in order. It reuses freed slots
+// only in a tail page that removeSlot() has emptied and kept. Removing frees a slot in place.
 //
 // Invariants:
 //  1. `head` and `tail` are both null or the ends of one chain linked by `next`.
-//  2. A page's slots before `fillEnd` have been used, those from there on are free.
+//  2. A page's slots before `fillEnd` have been used. Those from `fillEnd` on are free.
 //  3. `liveCount` is the number of occupied slots of the page.
-//  4. A page that a removal empties is unlinked and freed, unless removeSlot() is asked to keep it.
+//  4. A page that a removal empties is unlinked and freed, unless the caller of removeSlot() asks to keep it.
 //
-// The fields are public and callers may change them. Every operation stays within the pages' blocks whatever
-// the counts say. A page that a caller takes out of the chain is not freed by the store, and has to live
-// until the store frees another page or dies. A store that has had several pages keeps an index of its pages
-// and bitmaps of their occupied slots, which need not follow such changes until forgetHints() is called.
+// The fields are public, and callers may change them. Every operation stays within the pages' blocks,
+// whatever the counts are. The store does not free a page that a caller takes out of the chain. The caller
+// must keep such a page until the store frees another page or is destroyed.
+//
+// A store that has had several pages has an index of its pages, and bitmaps of their occupied slots. They may
+// be out of date after a caller has changed pages, slots or their chain. Then forgetHints() rebuilds the
+// index and drops the bitmaps.
 //
 // Positions are 0-based counts of occupied slots in store order.
 //
-// Thread safety: none; a store belongs to one thread at a time.
+// Thread safety: none. A store belongs to one thread at a time.
 template <class T, unsigned PageBytes, class Allocator = KvTkDefaultAllocator<T>>
 class KvTrucker {
 public:
     struct Slot {
         T value;
-        unsigned char free; // 1 empty, 0 occupied
+        unsigned char free; // 1: free, 0: occupied
     };
     static constexpr std::uint32_t kSlotsPerPage = PageBytes / sizeof(Slot);
 
@@ -62,11 +65,11 @@ public:
         Slot* slots;             // the block of kSlotsPerPage slots
         Slot* fillEnd;           // the first slot that was never used
 
-        // The store's own.
-        std::uint32_t number = 0;  // its place in the page index
-        std::uint32_t maker = 0;   // the serial of the store that made it
-        std::uint32_t birth = 0;   // the epoch at which it was made
-        std::uint32_t ordinal = 0; // its number among the pages that the store has made
+        // For the store only.
+        std::uint32_t number = 0;  // index of the page in the page index
+        std::uint32_t maker = 0;   // serial number of the store that made the page
+        std::uint32_t birth = 0;   // epoch at which the page was made
+        std::uint32_t ordinal = 0; // number of the page among all pages that the store made
         kvdetail::OccupancyBitmap<kSlotsPerPage> occupied;
     };
 
@@ -74,39 +77,41 @@ public:
     static_assert(std::is_nothrow_default_constructible_v<T> && std::is_nothrow_copy_assignable_v<T>,
                   "filling a page and storing a value cannot throw");
 
-    // The state before the first element, and what positionOf() returns for no element.
+    // The position of an iterator before the first element. positionOf() returns it if there is no element.
     static constexpr std::uint32_t kNoPosition = 0xFFFFFFFFu;
 
-    // A cursor. It is not adjusted when slots are removed, but it never reads a page that was freed: before
-    // it dereferences one whose freeing it may have missed, it looks for the page in its store's chain. Used
-    // after its store was destroyed, it is the caller's error.
+    // A cursor. Removing slots does not adjust it. It never reads a freed page. If the store has freed any
+    // page since the cursor's last use, the cursor first looks for its own page in the store's chain. The
+    // caller must not use it after the store was destroyed.
     struct iterator {
         const KvTrucker* trucker;
         Page* page;
         Slot* pageEnd; // one past the page's block
         Slot* slot;
         std::uint32_t position; // 1-based among the occupied slots of the page; kNoPosition: before the first
-        mutable std::uint32_t epoch; // the epoch at which the page was last known to be there
+        mutable std::uint32_t epoch; // the epoch at which the page was last known to exist
 
-        // The value of an occupied slot; KvExceptionWithMsg "Error access KvTrucker" for anything else. O(1),
-        // or O(pages) after a page was freed.
+        // Returns the value of an occupied slot. Anything else throws KvExceptionWithMsg "Error access
+        // KvTrucker". O(1), or O(pages) after a page was freed.
         T& operator*() const;
 
-        // To the next occupied slot, across pages, or to the end. From before the first element it goes to
-        // the first slot, with position 0 where that slot is occupied. An iterator without page or slot does
-        // not move; one whose page is gone goes to the end. O(1), O(slots skipped / 64) in a page with holes.
+        // Advances to the next occupied slot, across pages, or to the end. From before the first element it
+        // moves to that element. The position is then 0 if the element is in the first slot. An iterator
+        // without page or slot does not move. An iterator whose page was freed moves to the end. O(1), or
+        // O(slots skipped / 64) in a page with holes.
         void next() {
             if (!nextNeighbour())
                 nextElsewhere();
         }
 
-        // Stands on a slot, and not on the end of a page. Reads nothing through the iterator.
+        // Returns true if the iterator is on a slot, and not on the end of a page. Reads nothing through the
+        // iterator.
         bool isOnSlot() const noexcept { return slot && slot < pageEnd; }
 
-        // What next() does where the next slot of the page is occupied and the page known to be there; false,
-        // and nothing done, elsewhere.
+        // Does what next() does, if the next slot of the page is occupied and the page is known to exist.
+        // Otherwise does nothing and returns false.
         bool nextNeighbour() noexcept {
-            // Before the first element, `position` is the largest number.
+            // An iterator before the first element fails the last test: its `position` is the largest number.
             if (!isOnSlot() || !page || !isCurrent() || position >= page->liveCount)
                 return false;
             Slot* const neighbour = slot + 1;
@@ -117,12 +122,12 @@ public:
             return true;
         }
 
-        // The value of an occupied slot on a page that is known to be there, else null.
+        // Returns the value of an occupied slot if the page is known to exist, otherwise null.
         T* valueHere() const noexcept {
             return isOnSlot() && isCurrent() && !slot->free ? &slot->value : nullptr;
         }
 
-        // The page is in the store's chain and the slot in its block, or one past it.
+        // Returns whether the page is in the store's chain, and the slot in the page's block or one past it.
         bool isOnPage() const noexcept { return trucker && (isCurrent() || isOnFoundPage()); }
 
         void toBeforeFirst() noexcept {
@@ -133,7 +138,7 @@ public:
         }
 
     private:
-        // No page of the store was freed since the page was last known to be there.
+        // Returns true if the store has freed no page since the iterator's page was last known to exist.
         bool isCurrent() const noexcept { return epoch == trucker->mEpoch.current(); }
         void nextElsewhere();
         void toNextPage();
@@ -144,29 +149,29 @@ public:
     KvTrucker(const KvTrucker&) = delete;
     KvTrucker& operator=(const KvTrucker&) = delete;
 
-    // Frees the pages; what the slots point at is not touched.
+    // Frees the pages. Does not touch what the slots point to.
     ~KvTrucker() { freeAllPages(); }
 
-    // Occupies the next slot. KvErrorStatus 6 when no page can be obtained. O(1); a page per kSlotsPerPage
-    // calls.
+    // Occupies the next slot and returns it. KvErrorStatus 6 if there is no memory for a page. O(1), plus a
+    // new page every kSlotsPerPage calls.
     Slot* append();
     Slot* append(const T& value);
 
-    // Takes the last append() back and returns its value: the slot is one that was never used, as before, and
-    // a page that was made for it is freed. Nothing may have been removed meanwhile, and no emptied tail
-    // kept. O(1), O(pages) when a page is freed.
+    // Undoes the last append() and returns its value. The slot counts as never used again, and a page that
+    // was made for it is freed. The caller must not have removed anything since, and no emptied tail may have
+    // been kept. O(1), or O(pages) when a page is freed.
     T undoAppend();
 
-    // The end of the store at one moment. Stays valid whatever is appended and removed, except for a
-    // removeSlot() that empties the tail page and keeps it. O(1).
+    // The end of the store at one moment. It stays valid when elements are appended or removed. Only a
+    // removeSlot() that empties the tail page and keeps it makes it invalid. O(1).
     struct Mark {
         std::uint32_t ordinal;
         const Slot* fillEnd;
     };
     Mark mark() const noexcept { return tail ? Mark{tail->ordinal, tail->fillEnd} : Mark{mMade, nullptr}; }
 
-    // The iterator, which is not the end, is on something that was appended after the mark. O(1), or O(pages)
-    // after a page was freed.
+    // Returns whether the iterator is on an element that was appended after the mark. The iterator must not
+    // be the end. O(1), or O(pages) after a page was freed.
     bool isBehind(const iterator& it, const Mark& mark) const noexcept {
         if (!it.page || !it.isOnPage())
             return false;
@@ -174,46 +179,50 @@ public:
                (it.page->ordinal == mark.ordinal && !(it.slot < mark.fillEnd));
     }
 
-    // The i-th occupied slot, with its page and its ordinal within the page; null beyond the last, and then
-    // the page is null and the ordinal kNoPosition (or, in a page whose count promises too much, what was
-    // left of i when the page was reached). KvErrorStatus 24 for a negative i. O(pages + slots of one page).
+    // Returns the i-th occupied slot, its page, and its index among the occupied slots of the page. Beyond
+    // the last element, it returns null, a null page and the index kNoPosition. If a page's count is too
+    // large, the index may be another number. KvErrorStatus 24 for a negative i. O(pages + slots of one
+    // page).
     Slot* elementAt(int i, Page** page = nullptr, unsigned* indexInPage = nullptr) const;
 
-    // The i-th value; KvErrorStatus 24 when there is none. Cost of elementAt().
+    // Returns the i-th value. KvErrorStatus 24 if there is none. Same cost as elementAt().
     T& at(int i) const;
 
-    // An iterator on the i-th element; a negative i gives the end, an i beyond the last an iterator without
-    // page and slot, which is not the end where the store has pages. Cost of elementAt().
+    // Returns an iterator on the i-th element. A negative i gives the end. An i beyond the last element gives
+    // an iterator without page and slot. It differs from the end if the store has pages. Same cost as
+    // elementAt().
     iterator iteratorAt(int i) const;
 
-    // One past the last page's block. O(1).
+    // Returns the iterator that is one past the last page's block. O(1).
     iterator end() const;
 
-    // Compares store, page, slot and position with the end. Reads nothing through the iterator. O(1).
+    // Returns whether store, page, slot and position equal those of the end. Reads nothing through the
+    // iterator. O(1).
     bool isEnd(const iterator& it) const {
-        // The slot first: it decides for every iterator on an element.
+        // The slot is compared first, since it decides for every iterator on an element.
         return it.slot == blockEnd(tail) && it.trucker == this && it.page == tail &&
                it.position == (tail ? tail->liveCount : 0);
     }
 
-    // Frees the iterator's slot; nothing for the end, a free slot, an iterator whose page is gone or one of
-    // another store. The iterator stays on the freed slot, unless its page became empty: then it moves back
-    // to the element before it, or to before the first, and the page is freed. O(1), or O(pages) when a page
-    // is freed or was freed somewhere.
+    // Frees the iterator's slot. Does nothing for the end, a free slot, an iterator whose page was freed, and
+    // an iterator of another store. The iterator stays on the freed slot, unless that empties the page. Then
+    // the page is freed, and the iterator moves to the previous element, or to before the first. O(1), or
+    // O(pages) when a page is freed, or was freed since the iterator's last use.
     void removeAt(iterator& it);
 
-    // The position of the element in this slot. kNoPosition if the address is null, is no slot of this store,
-    // or is a free slot. O(pages + slots of one page).
+    // Returns the position of the element in this slot. Returns kNoPosition for null, for an address that is
+    // no slot of this store, and for a free slot. O(pages + slots of one page).
     std::uint32_t positionOf(const void* slot) const;
 
-    // Frees a slot of the page. An emptied page is freed when that is asked; otherwise the tail page starts
-    // again at its first slot and any other page stays as it is. O(1), or O(pages) when a page is freed.
+    // Frees a slot of the page. If that empties the page, `freeEmptyPage` frees the page. Otherwise an
+    // emptied tail page starts again at its first slot, and any other emptied page stays as it is. O(1), or
+    // O(pages) when a page is freed.
     void removeSlot(Slot* slot, Page* page, bool freeEmptyPage);
 
-    // Back to a store without pages. O(pages).
+    // Frees all pages, so that the store is as new. O(pages).
     void freeAllPages();
 
-    // The slots that were used at some time. O(pages).
+    // Returns the number of slots before `fillEnd` in all pages. O(pages).
     std::size_t usedSlots() const noexcept {
         std::size_t used = 0;
         for (const Page* page = head; page; page = page->next)
@@ -221,15 +230,16 @@ public:
         return used;
     }
 
-    // Follows what a caller has changed by hand: pages, slots and their chain. O(pages).
+    // Adapts the store to a caller's changes of pages, slots and their chain. O(pages).
     void forgetHints() noexcept;
 
-    // One past the page's block; null for no page or a page without a block.
+    // Returns the address one past the page's block. Returns null for no page, and for a page without a
+    // block.
     static Slot* blockEnd(const Page* page) noexcept {
         return page && page->slots ? page->slots + kSlotsPerPage : nullptr;
     }
 
-    // The first occupied slot in [from, last), or null.
+    // Returns the first occupied slot in [from, last), or null.
     static Slot* firstOccupied(Slot* from, const Slot* last) noexcept {
         for (; from < last; ++from) {
             if (!from->free)
@@ -238,7 +248,7 @@ public:
         return nullptr;
     }
 
-    // The page whose used slots this address is one of, or null. O(1), O(pages) for null.
+    // Returns the page that has this address among its used slots, or null. O(1), or O(pages) for null.
     Page* pageOf(const void* slot) const noexcept {
         Page* const indexed = isIndexed() ? mIndex.find(slot) : nullptr;
         if (indexed && isWithin(slot, indexed->slots, indexed->fillEnd))
@@ -249,7 +259,7 @@ public:
         return page;
     }
 
-    // The page before `page`, which is one of this store or null; null for the head. O(pages).
+    // Returns the page before `page`, or null for the head. `page` is null or a page of this store. O(pages).
     Page* pageBefore(const Page* page) const noexcept {
         if (page == head)
             return nullptr;
@@ -260,15 +270,15 @@ public:
         return nullptr;
     }
 
-    // The first occupied slot of the page's block from this slot of it on, or null. O(1) where the next slot
-    // is occupied, O(slots skipped / 64) where the page has holes.
+    // Returns the first occupied slot of the page's block at `from` or after it, or null. O(1) if that slot
+    // is occupied, O(slots skipped / 64) if the page has holes.
     static Slot* firstOccupiedOf(const Page* page, Slot* from) noexcept;
 
-    // The last occupied slot of the page before its slot number `below`, or null. O(1) where the page has no
-    // holes.
+    // Returns the last occupied slot of the page before the slot with the number `below`, or null. O(1) if
+    // the page has no holes.
     static Slot* lastOccupiedBefore(const Page* page, std::ptrdiff_t below) noexcept;
 
-    // The number of occupied slots of the page before this slot of it. O(1) where the page has no holes.
+    // Returns the number of occupied slots of the page before `slot`. O(1) if the page has no holes.
     static std::uint32_t occupiedBefore(const Page* page, const Slot* slot) noexcept;
 
     Page* head = nullptr;

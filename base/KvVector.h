@@ -1,9 +1,9 @@
 // KvVector: a copy-on-write vector whose data block is shared between copies.
 //
-// Three layers, each with one concern:
-//   policies  - where element storage comes from, how the count changes, how capacity grows;
-//   the block - KvVectorBlock and KvVectorDataPtr, the counted handle that makes and frees blocks;
-//   the vector - KvVector, the value type that callers hold.
+// Three layers, each with one task:
+//  - the policies: where element storage comes from, how the count changes, how capacity grows;
+//  - the block: KvVectorBlock, and KvVectorDataPtr, the counted handle that makes and frees blocks;
+//  - the vector: KvVector, the value type that callers use.
 #pragma once
 
 #include "base/detail/Raise.h"
@@ -21,49 +21,49 @@
 
 class GxDbObjectId;
 
-// The data block, one layout for every element type, so that all empty vectors can share one block.
-// It comes from _kvMalloc and goes back through _kvFree.
+// The data block. It has one layout for every element type, so that all empty vectors can share one block.
+// _kvMalloc allocates it, and _kvFree frees it.
 struct KvVectorBlock {
-    std::atomic<std::uint32_t> refCount; // vectors that share the block
-    std::int32_t logicalLength;          // elements in use
+    std::atomic<std::uint32_t> refCount; // number of vectors that share the block
+    std::int32_t logicalLength;          // number of elements in use
     std::int32_t physicalLength;         // capacity in elements
     std::int32_t growLength;             // growth step in elements
     void* array;                         // element storage; null exactly when the capacity is 0
 };
 static_assert(sizeof(KvVectorBlock) == 24, "the application's libraries share this layout");
 
-// How the number of sharers changes: sequentially consistent, so that blocks may be shared across threads.
+// Changes the number of sharers. It is sequentially consistent, so that threads may share blocks.
 class KvRefCounter {
 public:
     static void add(std::atomic<std::uint32_t>& count) noexcept { count.fetch_add(1); }
 
-    // True for the one caller that gave up the last reference. The decision rests on the value that the
-    // decrement itself returned: after it, another thread may already have freed the count.
+    // Returns true only to the caller that gives up the last reference. It uses only the value that the
+    // decrement returns, since another thread may free the count right after the decrement.
     static bool drop(std::atomic<std::uint32_t>& count) noexcept { return count.fetch_sub(1) == 1; }
 
     static bool isShared(const std::atomic<std::uint32_t>& count) noexcept { return count.load() >= 2; }
 };
 
-// How capacity grows.
+// Decides how capacity grows.
 class KvVectorDefaultGrowPolicy {
 public:
     static constexpr std::int32_t kInitialGrowLength = 8;
     static constexpr std::int32_t kInitialPrivateCapacity = 16;
 
-    // The capacity for `wanted` elements. The step is taken from the logical, not the physical, length; 64
-    // bits wide so that the sum cannot overflow.
+    // Returns the capacity for `wanted` elements. The growth step is added to the logical length, not to the
+    // physical one. The sum has 64 bits, so it cannot overflow.
     static std::int64_t grown(std::int32_t logicalLength, std::int32_t growLength,
                               std::int32_t wanted) noexcept {
         return std::max<std::int64_t>(std::int64_t{logicalLength} + growLength, wanted);
     }
 
-    // The capacity of a private copy of a block.
+    // Returns the capacity of a private copy of a block.
     static std::int32_t privateCapacity(std::int32_t physicalLength) noexcept {
         return physicalLength == 0 ? kInitialPrivateCapacity : physicalLength;
     }
 };
 
-// Element storage from array new. Every element is value-initialised.
+// Takes element storage from array new. Every element is value-initialised.
 template <class T>
 class KvDefaultMemAllocator {
 public:
@@ -77,7 +77,7 @@ public:
         return array;
     }
 
-    // Null when there is no memory. For elements whose construction cannot throw.
+    // Returns null if there is no memory. Constructing an element must not throw.
     static T* tryAlloc(std::int32_t n) noexcept {
         static_assert(std::is_nothrow_default_constructible_v<T>, "null is the only failure");
         return new (std::nothrow) T[static_cast<std::size_t>(n)]();
@@ -86,11 +86,11 @@ public:
     static void free(T* array, std::int32_t /*physicalLength*/) noexcept { delete[] array; }
 };
 
-// Element storage from _kvMalloc. Every element is value-initialised.
+// Takes element storage from _kvMalloc. Every element is value-initialised.
 template <class T>
 class KvDelegateMemAllocator {
 public:
-    // Null when n < 1. Raises KvErrorStatus 6 when there is no memory.
+    // Returns null if n < 1. Raises KvErrorStatus 6 if there is no memory.
     static T* alloc(std::int32_t n) {
         if (n < 1)
             return nullptr;
@@ -114,7 +114,7 @@ private:
     static constexpr std::size_t kMostElements = PTRDIFF_MAX / sizeof(T);
 };
 
-// The allocator of KvVector<T> where none is named: object ids live in the application's memory.
+// The allocator of KvVector<T> if none is given. Object ids take their storage from the application's memory.
 template <class T>
 struct KvVectorDefaultAllocator {
     using type = KvDefaultMemAllocator<T>;
@@ -124,13 +124,13 @@ struct KvVectorDefaultAllocator<GxDbObjectId> {
     using type = KvDelegateMemAllocator<GxDbObjectId>;
 };
 
-// A pointer to a counted block. Copying or destroying the pointer does not change the count. KvVector does
-// the counting.
+// A pointer to a counted block. Copying or destroying the pointer does not change the count. KvVector counts
+// the references.
 template <class T, class Allocator, class RefCounter, class GrowPolicy>
 class KvVectorDataPtr {
 public:
-    // Gives up this handle's reference. The last one frees storage and block and sets the handle null;
-    // otherwise the handle is left as it is. Null: nothing.
+    // Gives up this handle's reference. The last reference frees storage and block, and sets the handle to
+    // null. Otherwise the handle stays as it is. Does nothing if the handle is null.
     void _release() {
         if (!block || !RefCounter::drop(block->refCount))
             return;
@@ -138,7 +138,7 @@ public:
         block = nullptr;
     }
 
-    // Shares `other`, a block or null, in place of what the handle holds. Never throws.
+    // Makes the handle share `other`, a block or null, instead of its own block. Never throws.
     void share(KvVectorBlock* other) noexcept {
         if (other == block)
             return;
@@ -148,15 +148,15 @@ public:
         block = other;
     }
 
-    // Replaces the handle's block by one of `capacity` elements that only this handle holds, with the first
-    // `kept` elements copied. On KvErrorStatus 6 the handle is unchanged.
+    // Replaces the block by one with `capacity` elements that only this handle uses. Copies the first `kept`
+    // elements. KvErrorStatus 6 leaves the handle unchanged.
     void replace(std::int64_t capacity, std::int32_t kept) {
         KvVectorBlock* const fresh = copy(block, capacity, kept);
         _release();
         block = fresh;
     }
 
-    // The same, but false, and nothing raised, when there is no memory.
+    // As replace(), for a handle that has a block. Returns false, and raises nothing, if there is no memory.
     bool tryReplace(std::int32_t capacity, std::int32_t kept) noexcept {
         void* const memory = _kvMalloc(sizeof(KvVectorBlock));
         T* const array = memory ? Allocator::tryAlloc(capacity) : nullptr;
@@ -184,7 +184,7 @@ private:
         void operator()(KvVectorBlock* doomed) const noexcept { destroy(doomed); }
     };
 
-    // A block with count 1. `source` may be null, which counts as an empty block.
+    // Returns a copy with count 1. `source` may be null, which counts as an empty block.
     static KvVectorBlock* copy(const KvVectorBlock* source, std::int64_t capacity, std::int32_t kept) {
         if (capacity > std::numeric_limits<std::int32_t>::max())
             kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
@@ -207,7 +207,7 @@ private:
 
 namespace kvdetail {
 
-// Asks for a vector without a block.
+// Tag: makes a vector without a block.
 struct NoBlock {};
 
 } // namespace kvdetail
@@ -215,27 +215,27 @@ struct NoBlock {};
 // A copy-on-write vector. Copies share one block; the first write to a shared block copies the elements.
 //
 // Invariants:
-//  1. `data.block` is null only where the platform provides no empty block, or where a caller made it so; a
-//     null block is an empty vector.
-//  2. 0 <= logicalLength <= physicalLength; the storage is null exactly when the capacity is 0.
-//  3. The block's refCount is the number of vectors that share it, plus one for the platform in its empty
-//     block.
-//  4. A block that is shared (count of 2 or more) is never written to, except for its count.
+//  1. `data.block` is null if the platform provides no empty block, or if a caller has set it to null. A
+//     vector with a null block is empty.
+//  2. 0 <= logicalLength <= physicalLength. The storage is null exactly when the capacity is 0.
+//  3. The block's refCount is the number of vectors that share it. For the platform's empty block, it is one
+//     more, for the platform.
+//  4. Only the count of a shared block (count of 2 or more) is ever written to.
 //
-// Out of memory is KvErrorStatus 6, an index outside the vector KvErrorStatus 24; either leaves the vector as
-// it was. Elements that come into use without having been stored to hold a value-initialised or an earlier
-// value.
+// Running out of memory is KvErrorStatus 6. An index outside the vector is KvErrorStatus 24. Both leave the
+// vector as it was. An element that comes into use before anything was stored to it has an earlier value or
+// is value-initialised.
 //
-// Thread safety: vectors that share a block may be copied, read and released on different threads; a vector
-// itself belongs to one thread at a time.
+// Thread safety: vectors that share a block may be copied, read and released on different threads. One vector
+// belongs to one thread at a time.
 template <class T, class Allocator = typename KvVectorDefaultAllocator<T>::type,
           class RefCounter = KvRefCounter, class GrowPolicy = KvVectorDefaultGrowPolicy>
 class KvVector {
 public:
-    // Shares the process-wide empty block. O(1), allocates nothing.
+    // Shares the empty block of the process. O(1), allocates nothing.
     KvVector() : KvVector(gpEmptyVectorData) {}
 
-    // Has no block. For callers that give it one at once.
+    // Has no block. The caller must give the vector a block at once.
     explicit KvVector(kvdetail::NoBlock /*tag*/) noexcept {}
 
     // Shares the other's block. O(1), allocates nothing.
@@ -247,15 +247,15 @@ public:
 
     ~KvVector() { data._release(); }
 
-    // O(1). A null block has length and capacity 0 and the initial growth step.
+    // O(1). A vector with a null block has length and capacity 0 and the initial growth step.
     int logicalLength() const noexcept { return data.block ? data.block->logicalLength : 0; }
     int physicalLength() const noexcept { return data.block ? data.block->physicalLength : 0; }
     int growLength() const noexcept {
         return data.block ? data.block->growLength : GrowPolicy::kInitialGrowLength;
     }
 
-    // Sets the number of elements; a negative one counts as 0. O(1) where the block is private and large
-    // enough, else O(elements kept).
+    // Sets the number of elements. A negative number counts as 0. O(1) if the block is private and large
+    // enough, otherwise O(elements kept).
     void setLogicalLength(int n) {
         n = std::max(n, 0);
         const int length = logicalLength();
@@ -268,8 +268,8 @@ public:
         data.block->logicalLength = n;
     }
 
-    // Makes a shared block private, keeping the first n elements, or all of them when n is 0; the number kept
-    // is the new length. A private block, or a null one, stays as it is. O(elements kept).
+    // Makes a shared block private. Keeps the first n elements, or all if n is 0. The number of kept elements
+    // is the new length. Does nothing if the block is private or null. O(elements kept).
     void copyBeforeWrite(unsigned n) {
         if (!data.block || !RefCounter::isShared(data.block->refCount))
             return;
@@ -278,27 +278,27 @@ public:
         data.replace(GrowPolicy::privateCapacity(physicalLength()), static_cast<std::int32_t>(kept));
     }
 
-    // As copyBeforeWrite(0), but leaves the block shared, and raises nothing, when there is no memory.
+    // As copyBeforeWrite(0), but if there is no memory, it raises nothing and leaves the block shared.
     void tryCopyBeforeWrite() noexcept {
         if (data.block && RefCounter::isShared(data.block->refCount))
             data.tryReplace(GrowPolicy::privateCapacity(physicalLength()), logicalLength());
     }
 
-    // The element, for writing: makes the block private even where it is only read. Valid for 0 <= i <
-    // logicalLength(), else KvErrorStatus 24. O(1), or O(length) where the block was shared.
+    // Returns the element for writing. Makes the block private, even if the caller only reads. Requires 0 <=
+    // i < logicalLength(), otherwise KvErrorStatus 24. O(1), or O(length) if the block was shared.
     T& at(int i) {
         checkIndex(i);
         copyBeforeWrite(0);
         return elements()[i];
     }
 
-    // The element, for reading: leaves the block shared. Same validity. O(1).
+    // Returns the element for reading, and leaves the block shared. Same requirement as above. O(1).
     const T& at(int i) const {
         checkIndex(i);
         return elements()[i];
     }
 
-    // Removes one element and keeps the order of the others. Same validity as at(). O(length).
+    // Removes one element and keeps the order of the others. Same requirement as at(). O(length).
     void removeAt(int i) {
         checkIndex(i);
         const int last = logicalLength() - 1;
@@ -312,7 +312,8 @@ public:
         setLogicalLength(last);
     }
 
-    // Same length and equal elements in order. O(1) for vectors that share a block, else O(length).
+    // Returns whether both have the same length, and equal elements in the same order. O(1) for vectors that
+    // share a block, otherwise O(length).
     bool operator==(const KvVector& other) const {
         if (data.block == other.data.block)
             return true;

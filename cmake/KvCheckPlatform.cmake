@@ -1,4 +1,5 @@
-# A platform that lacks one of its four libraries is told apart here, by name, rather than by the linker.
+# Reports a platform that lacks one of its four libraries, by the name of the library. Otherwise the linker
+# would report it.
 
 foreach(kv_platform_target Kv::OsBase Kv::Rx Kv::Geometry Kv::Database)
     if(NOT TARGET ${kv_platform_target})

@@ -1,5 +1,5 @@
-# The systems and compilers that this project is tested with. Others are refused here, by name, rather than by what they do
-# not know. The headers refuse 32-bit targets and older languages in programs.
+# Accepts only the systems and compilers that this project is tested with. Names what it refuses, which is
+# clearer than an error of the compiler. For programs, the headers refuse 32-bit targets and older languages.
 
 if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux")
     message(FATAL_ERROR "libKvSelectContext is for Linux, not for ${CMAKE_SYSTEM_NAME}.")

@@ -1,5 +1,6 @@
-# Three packages: KvSeam (the headers that a platform is written against), KvInMemoryPlatform (when it is what the
-# library was built against) and KvSelectContext. Each has its CMake package and its pkg-config module.
+# Installs three packages: KvSeam, KvInMemoryPlatform and KvSelectContext. KvSeam has the headers that a
+# platform needs. KvInMemoryPlatform is installed if the library was built with it. Each package has a CMake
+# package and a pkg-config module.
 
 include(CMakePackageConfigHelpers)
 
@@ -23,7 +24,7 @@ else()
     set(KV_PKGCONFIG_DEFINITIONS "-DKV_SHORTCUTS=0")
 endif()
 
-# kv_install_package(<name>): the config, version, targets and pkg-config files of one package.
+# kv_install_package(<name>): installs the config, version, targets and pkg-config files of one package.
 function(kv_install_package name)
     set(directory "${CMAKE_INSTALL_LIBDIR}/cmake/${name}")
     install(EXPORT ${name}Targets NAMESPACE Kv:: DESTINATION "${directory}")

@@ -1,4 +1,4 @@
-# Language level, visibility and output places of every target of this project.
+# Sets language level, visibility and output directories of every target of this project.
 
 if(NOT CMAKE_CXX_STANDARD OR CMAKE_CXX_STANDARD MATCHES "^(98|11|14)$")
     set(CMAKE_CXX_STANDARD 17)
@@ -9,7 +9,7 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
-# Installed libraries find each other in the directory that they share.
+# Installed libraries are in one directory, where they find each other.
 set(CMAKE_INSTALL_RPATH "$ORIGIN")
 
 if(PROJECT_IS_TOP_LEVEL)

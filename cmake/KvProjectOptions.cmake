@@ -1,4 +1,5 @@
-# KvProjectOptions: how this project compiles and links its own targets. Linked PRIVATE by all of them, never exported.
+# KvProjectOptions: how this project compiles and links its own targets. All of them link it PRIVATE. It is
+# never exported.
 
 add_library(KvProjectOptions INTERFACE)
 
@@ -26,7 +27,8 @@ target_compile_options(
               $<$<CXX_COMPILER_ID:GNU>:-Wlogical-op>
               $<$<BOOL:${KV_WERROR}>:-Werror>)
 
-# clang 19, and not yet 16, reports what std::stable_sort of libstdc++ 12 calls. g++ goes on reporting what this project calls.
+# clang 19 reports deprecated functions that std::stable_sort of libstdc++ 12 calls. clang 16 does not. g++
+# still reports deprecated functions that this project calls.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 17)
     target_compile_options(KvProjectOptions INTERFACE -Wno-deprecated-declarations)
 endif()
@@ -37,7 +39,8 @@ if(KV_SANITIZE)
     target_link_options(KvProjectOptions INTERFACE ${kv_sanitize_flags})
 endif()
 
-# A clang shared library leaves the sanitizer runtime to the executable, so only there symbols may stay open.
+# With clang, only the executable links the sanitizer runtime. So only there may symbols of a shared library
+# stay undefined.
 if(NOT KV_SANITIZE OR CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_link_options(KvProjectOptions INTERFACE LINKER:--no-undefined)
 endif()

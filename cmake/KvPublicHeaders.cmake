@@ -1,5 +1,5 @@
-# The headers that are installed. Those under detail/ are there for the templates and inline functions of the public ones:
-# callers do not include them.
+# The headers that are installed. The public headers need those in detail/ for their templates and inline
+# functions. Callers do not include headers of detail/.
 
 set(KV_SEAM_HEADERS
     base/GxArray.h

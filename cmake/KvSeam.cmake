@@ -1,4 +1,5 @@
-# Kv::Seam: the seam's headers and the include root. "platform/KvOsBase.h", "base/KvVector.h", "selectcontext/KvSelectContext.h" start from it.
+# Kv::Seam: the headers of the seam, and the directory that includes start from, such as
+# "platform/KvOsBase.h", "base/KvVector.h" and "selectcontext/KvSelectContext.h".
 
 add_library(KvSeam INTERFACE)
 add_library(Kv::Seam ALIAS KvSeam)

@@ -2,7 +2,7 @@
 //
 // The application provides everything that this header declares and does not define inline.
 // A function may throw any exception unless its comment says otherwise. The library passes the exception on
-// and releases what it holds.
+// and releases what it owns.
 // The library opens an object on its caller's thread, and closes it on the same thread.
 #pragma once
 
@@ -12,20 +12,19 @@
 
 #include <cstdint>
 
-// What an id refers to. Only the database knows its members. It lives at least as long as its database.
+// The object of an id. Only the database knows its members. It lives at least as long as its database.
 class GxDbStub;
 
-// Whether two ids name the same object. This is an equivalence relation. Null equals null.
+// Returns whether two ids name the same object. This is an equivalence relation. Null equals null.
 // Never throws. Any thread may call it.
 KV_SEAM_API bool c5ObjIdIsEqualTo(const GxDbStub* a, const GxDbStub* b) noexcept;
 
-// A strict weak order of ids. Two ids are equal exactly when neither is less than the other.
+// Compares ids by a strict weak order. Two ids are equal exactly when neither is less than the other.
 // The order of two ids does not change while they live. Never throws. Any thread may call it.
 KV_SEAM_API bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcept;
 
-// Names an object of a database. A copy does not touch the object.
-// The members carry KV_SEAM_API, not the class: standard templates over ids then stay inside the library that
-// instantiates them.
+// Names an object of a database. A copy does not touch the object. The members have KV_SEAM_API, not the
+// class. So standard templates over ids stay inside the library that instantiates them.
 //
 // Invariants:
 //  1. An id is a plain value and never owns its object.
@@ -39,10 +38,10 @@ public:
 
     constexpr GxDbStub* stub() const noexcept { return mStub; }
 
-    // Whether this id equals kNull.
+    // Returns whether this id equals kNull.
     KV_SEAM_API bool isNull() const;
 
-    // Whether a database knows an object by this id. The object may be erased.
+    // Returns whether a database knows an object by this id. The object may be erased.
     KV_SEAM_API bool isValid() const;
 
     KV_SEAM_API static const GxDbObjectId kNull; // constant-initialised
@@ -67,13 +66,13 @@ inline bool operator<(const GxDbObjectId& a, const GxDbObjectId& b) {
 struct GxDbSubentId {
     std::int32_t type = 0; // 0: the null sub-entity type
     std::int64_t index = 0;
-    void* extra = nullptr; // the application's own; the pointer is copied and compared
+    void* extra = nullptr; // belongs to the application; the pointer is copied and compared
 };
 
-// Leads from the outermost object to a part of an entity.
+// The path from the outermost object to a part of an entity.
 //
 // Invariants:
-//  1. The ids run from the outermost object to the entity. The part is in the last of them.
+//  1. The ids run from the outermost object to the entity. The part belongs to the last of them.
 //  2. Copies share nothing.
 //
 // Thread safety: several threads may read one path while no thread writes it.
@@ -84,7 +83,7 @@ public:
     KV_SEAM_API GxDbFullSubentPath& operator=(const GxDbFullSubentPath& other);
     KV_SEAM_API ~GxDbFullSubentPath();
 
-    // Whether both have equal ids in the same order, and the same part.
+    // Returns whether both have equal ids in the same order, and the same part.
     KV_SEAM_API bool operator==(const GxDbFullSubentPath& other) const;
 
     KV_SEAM_API GxArray<GxDbObjectId>& objectIds();
@@ -101,13 +100,13 @@ namespace GxDb {
 enum OpenMode : int { kForRead = 0, kForWrite = 1 };
 }
 
-// Any other value is a failure. The application defines its meaning.
+// Every other value is a failure. The application defines its meaning.
 enum GxErrorStatus : int { eOk = 0, eNotOpen = 15 };
 
 // An object that a database can hold.
 //
 // Invariants:
-//  1. A resident object belongs to its database. Its users open, use and close it. They never delete it.
+//  1. A resident object belongs to its database. Users open, use and close the object. They never delete it.
 //  2. A non-resident object belongs to its opener. The opener deletes it.
 //
 // Thread safety: an opening belongs to one thread. Several threads may open one object for reading.
@@ -120,7 +119,8 @@ public:
     // Ends one opening of a resident object.
     GxErrorStatus close();
 
-    // The id under which the database knows the object. Null: the object is not resident.
+    // Returns the id under which the database knows the object. Returns the null id if the object is not
+    // resident.
     GxDbObjectId objectId() const;
 
 protected:
@@ -131,10 +131,10 @@ protected:
 
 // An object that is drawn.
 //
-// Invariants of both calls:
+// Invariants of highlight() and unhighlight():
 //  1. The entity is open for reading during the call.
-//  2. The path stays the caller's.
-//  3. The library passes entityFlag through. The application defines its meaning.
+//  2. The caller keeps the path.
+//  3. The library passes entityFlag on unchanged. The application defines its meaning.
 //
 // Thread safety: as GxDbObject.
 class KV_SEAM_API GxDbEntity : public GxDbObject {
@@ -145,13 +145,13 @@ public:
     virtual GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const;
 };
 
-// Opens the object that `id` names, if it is an entity. `openErased`: whether an erased object may be opened.
-// With eOk, `entity` is the opened object. With any other status, the object could not be opened as asked.
-// `entity` is then null, or an object that the caller releases like an opened one.
+// Opens the object that `id` names, if the object is an entity. `openErased` tells whether an erased object
+// may be opened. With eOk, `entity` is the opened object. With any other status, the object could not be
+// opened as requested. `entity` is then null, or an object that the caller releases like an opened one.
 KV_SEAM_API GxErrorStatus gxdbOpenObject(GxDbEntity*& entity, GxDbObjectId id, GxDb::OpenMode mode,
                                          bool openErased);
 
-// Holds at most one opened object.
+// Owns at most one opening of an object.
 //
 // Invariants:
 //  1. The destructor releases the object, also during stack unwinding.
@@ -168,15 +168,15 @@ public:
     GxDbObjectPointerBase& operator=(const GxDbObjectPointerBase&) = delete;
     ~GxDbObjectPointerBase() { closeInternal(); }
 
-    // Releases the held object and opens another one.
-    // An object that comes with a bad status is held, too, since it has to be released.
+    // Releases the present object and opens another one. Keeps an object that comes with a bad status, too,
+    // since it must be released.
     GxErrorStatus open(GxDbObjectId id, GxDb::OpenMode mode, bool openErased = false) {
         closeInternal();
         mStatus = gxdbOpenObject(mObject, id, mode, openErased);
         return mStatus;
     }
 
-    // Releases the held object: closes a resident one, deletes any other.
+    // Releases the object: closes a resident one, and deletes any other.
     GxErrorStatus closeInternal() {
         T* object = mObject;
         mObject = nullptr;
@@ -199,6 +199,6 @@ private:
     }
 };
 
-// Completes the two-word name of a set. Word 0 is the set's address. The function may read it, and sets
-// word 1.
+// Completes the two-word name of a set. Word 0 is the set's address, which the function may read. The
+// function sets word 1.
 KV_SEAM_API void gxdbInitGdsNameKey(long* name);

@@ -15,7 +15,7 @@ public:
     double z = 0;
 };
 
-// The largest distances at which two values still count as equal.
+// The largest distances at which two values are still equal.
 class GxGeTol {
 public:
     double equalPoint = 1e-10;  // between points, in drawing units
@@ -33,13 +33,13 @@ struct GxGeContext {
 // transform.
 class GxGeMatrix3d {
 public:
-    // The identity.
+    // Makes the identity.
     KV_SEAM_API GxGeMatrix3d();
 
-    // Becomes the identity. Returns itself.
+    // Makes this the identity, and returns it.
     KV_SEAM_API GxGeMatrix3d& setToIdentity();
 
-    // Whether both transforms map every point to places that `tol` does not tell apart.
+    // Returns whether both transforms map every point to places that are equal within `tol`.
     KV_SEAM_API bool isEqualTo(const GxGeMatrix3d& other, const GxGeTol& tol = GxGeContext::gTol) const;
 
     double entry[4][4];

@@ -7,32 +7,31 @@
 
 #include <cstddef>
 
-// Defined in base/KvVector.h. libKvOsBase only defines the one empty block.
+// base/KvVector.h defines this structure. libKvOsBase defines only the one empty block.
 struct KvVectorBlock;
 
 extern "C" {
 
 // Allocates memory that crosses library boundaries: vector blocks, delegated element storage, elastic blocks,
-// entity infos, and the sets of the named list. `bytes` is any value.
-// The memory is aligned for every scalar type. Null: no memory is left. Never throws.
-// Any thread may call it.
+// entity infos, and the sets of the named list. `bytes` may be any value. The memory is aligned for every
+// scalar type. Returns null if there is no memory. Never throws. Any thread may call it.
 KV_SEAM_API void* _kvMalloc(std::size_t bytes) noexcept;
 
-// Frees memory of _kvMalloc. Each block is freed once. Null does nothing. Any thread may call it.
+// Frees memory of _kvMalloc. The caller must free each block once. Null does nothing. Any thread may call it.
 KV_SEAM_API void _kvFree(void* memory) noexcept;
 }
 
 // The block that all empty vectors of all element types share.
 //
 // Invariants:
-//  1. The provider holds one reference to the block, so the count never falls to zero.
+//  1. The provider owns one reference to the block, so the count never falls to zero.
 //  2. The pointer is constant-initialised: static vectors are constructed before main().
 //  3. The block has lengths 0, grow length 8 and no storage. Only its atomic count ever changes.
 //
 // The pointer may be null. A vector without a block is an empty vector, too.
 KV_SEAM_API extern KvVectorBlock* gpEmptyVectorData;
 
-// Base class of what the library throws. An exception is thrown as a pointer to an object made with `new`.
+// Base class of what the library throws. The library throws a pointer to an object made with `new`.
 //
 // Invariant: the handler that catches the pointer owns the object and deletes it through this class.
 //
@@ -89,7 +88,7 @@ private:
     int mLine;
 };
 
-// Observer of exceptions. The library calls it right before it throws.
+// An observer of exceptions. The library calls it right before it throws.
 //
 // Invariants of an implementation:
 //  1. It does not delete the exception. The handler owns it.
@@ -105,16 +104,16 @@ protected:
     ~IKvCrashRecorder() = default;
 };
 
-// The recorder that observes exceptions. Null: no recorder. The recorder stays the application's.
-// It lives as long as this function returns it. Any thread may call it.
+// Returns the recorder that observes exceptions, or null. The application owns the recorder. The recorder
+// lives as long as this function returns it. Any thread may call it.
 KV_SEAM_API IKvCrashRecorder* gxapGetCrashRecorder();
 
-// A recursive lock for code that shares data between threads.
-// The library constructs and destroys one. It never locks it.
+// A recursive lock for code that shares data between threads. The library constructs and destroys one lock,
+// and never locks it.
 //
 // Invariants:
-//  1. At most one thread holds the lock.
-//  2. The thread that holds the lock may lock it again. It unlocks it as often as it locked it.
+//  1. At most one thread owns the lock.
+//  2. That thread may lock it again. It must unlock the lock as often as it locked it.
 //
 // Thread safety: any thread may lock and unlock. Construction and destruction belong to one thread.
 class KV_SEAM_API KvLocker {

@@ -9,7 +9,7 @@
 //
 // Invariants: none; the class has no state.
 //
-// Thread safety: as the derived class says.
+// Thread safety: that of the derived class.
 class KV_SEAM_API GxRxObject {
 public:
     virtual ~GxRxObject();

@@ -1,16 +1,15 @@
-// Checks the target and the language, and gives default visibility to what the application's libraries offer
-// to this one.
+// Checks the target and the language. Gives default visibility to what the application's libraries provide to
+// this library.
 #pragma once
 
 #if __cplusplus < 201703L
 #error "libKvSelectContext needs C++17 or later: compile with -std=c++17"
 #endif
-// The preprocessor says so also where the standard library has no headers for the target.
+// A preprocessor check, since the standard library may have no headers for the target.
 #ifndef __LP64__
 #error "libKvSelectContext does not support 32-bit targets: pointers and long have 64 bits"
 #endif
 
-// The visibility is default for the provider and for the user.
-// The provider exports these names. A polymorphic class then has one typeinfo and one vtable across library
-// boundaries.
+// The visibility is default for the provider and for the user. The provider exports these names. So a
+// polymorphic class has one typeinfo and one vtable across library boundaries.
 #define KV_SEAM_API __attribute__((visibility("default")))

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What the scripts share. Sourced, never run; leaves the caller in the root of the tree.
+# Functions that the scripts share. A script sources this file, which changes to the root of the tree.
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit
 
@@ -7,7 +7,7 @@ say() {
     printf '%s\n' "$*" >&2
 }
 
-# quietly COMMAND...: the command's output is shown only when it fails.
+# quietly COMMAND...: runs the command, and prints its output only if the command fails.
 quietly() {
     local log status=0
     log=$(mktemp)
@@ -20,7 +20,7 @@ quietly() {
     return "$status"
 }
 
-# Every C++ file that belongs to the tree, whether committed yet or not.
+# Prints the C++ files of the tree, including files that are not committed yet.
 cpp_files() {
     git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp'
 }

@@ -6,27 +6,28 @@
 
 #include <cstdint>
 
-// Handles that were copied from one another share one list; the last one destroys it.
+// Handles that were copied from one another share one list. The last handle destroys the list.
 //
 // Invariant: `list` and `refCount` are both null, or `*refCount` is the number of handles that share both.
 //
-// Thread safety: none, the count is not atomic; code that shares a list between threads holds
+// Thread safety: none. The count is not atomic. Code that shares a list between threads must hold
 // GxapSelectSetListManager::s_locker.
 class KVSELECTCONTEXT_API GxapSSListSmartPtr {
 public:
-    // A new, empty list.
+    // Makes a new, empty list.
     GxapSSListSmartPtr();
 
-    // Shares the other's list; a null pointer gives a handle that holds nothing. O(1).
+    // Shares the other's list. A null pointer gives a handle without a list. O(1).
     GxapSSListSmartPtr(const GxapSSListSmartPtr& other);
     GxapSSListSmartPtr(const GxapSSListSmartPtr* other);
 
-    // Releases its own list and shares the other's. Assigning a handle to itself does nothing. O(1), O(sets)
-    // for the last handle of a list.
+    // Releases the old list and shares the other's. Assigning a handle to itself does nothing. O(1), or
+    // O(sets) if this was the last handle of the old list.
     GxapSSListSmartPtr& assign(const GxapSSListSmartPtr& other);
     GxapSSListSmartPtr& operator=(const GxapSSListSmartPtr& other);
 
-    // Holds nothing afterwards. Releasing twice is harmless.
+    // Gives up the list; the last handle destroys it. The handle has no list afterwards, and releasing again
+    // does nothing.
     void release();
     ~GxapSSListSmartPtr();
 

@@ -1,4 +1,4 @@
-// Highlighting of sets, items and paths through the database's entities.
+// Highlights sets, items and paths through the entities of the database.
 
 #include "selectcontext/GxapSelectHighlight.h"
 #include "selectcontext/GxapSelectSet.h"
@@ -6,8 +6,8 @@
 
 namespace {
 
-// One more owner of a list and of its paths for the time of a drawing: what opening or highlighting an entity
-// sets off may clear the segments that are drawn.
+// Makes the drawing one more owner of a list and of its paths. Opening or highlighting an entity may clear
+// the segments that are being drawn.
 class HeldPaths {
 public:
     explicit HeldPaths(const KvVector<GxDbFullSubentPath*>* paths) {
@@ -48,11 +48,11 @@ void gxutEntityGxDbFullPathHighlight(const GxDbObjectId& id, const KvVector<GxDb
     const GxErrorStatus opened = entity.open(id, GxDb::kForRead, false);
     if (opened == eOk && entity.mObject)
         drawPaths(*entity.mObject, *held, entityFlag, highlight);
-    // Here, and not in the destructor, so that what closing throws reaches the caller.
+    // Called here and not by the destructor, so that the caller gets an exception from closing.
     entity.closeInternal();
 }
 
-// The iterator's record decides; the set itself is not consulted.
+// Draws the iterator's record, even if it belongs to another set.
 void GxapSelectSet::draw(ConstIterator& it, bool entityFlag, bool highlight) const {
     if (const KvVector<GxDbFullSubentPath*>* const segments = it.highlightSegmentArray())
         gxutEntityGxDbFullPathHighlight(it.mainEntId(), segments, entityFlag, highlight);

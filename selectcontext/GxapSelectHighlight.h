@@ -1,18 +1,18 @@
-// Highlighting of one entity's sub-entity paths.
+// Highlights the sub-entity paths of one entity.
 #pragma once
 
 #include "base/KvVector.h"
 #include "platform/KvDatabase.h"
 #include "selectcontext/KvSelectContextExport.h"
 
-// Opens the entity for reading, calls its highlight (or, with `highlight` false, its unhighlight) for each
-// path in order, with `entityFlag` passed on unchanged, and releases it again, also when a call throws. At
-// most one entity is open at a time.
+// Opens the entity for reading, and calls its highlight() for each path in order. With `highlight` false it
+// calls unhighlight(). `entityFlag` is passed on unchanged. The entity is released at the end, also when a
+// call throws. At most one entity is open at a time.
 //
-// An id that does not open as an entity (erased, invalid, no entity) is skipped silently. A null or empty
-// list draws nothing; a null element is skipped. For the time of the call the drawing is one more owner of
-// the list and of its paths, so that opening or highlighting an entity may clear the segments; what is added
-// to them meanwhile is not drawn. The paths stay the caller's.
+// Does nothing for an id that does not open as an entity (erased, invalid, no entity). Draws nothing for a
+// null or empty list. Skips null elements. The caller keeps the paths. During the call, the function is one
+// more owner of the list and of its paths. So opening or highlighting an entity may clear the segments. Paths
+// that are added during the call are not drawn.
 //
 // Throws what the entity throws, and std::bad_alloc. O(paths). Belongs to the thread that uses the database.
 KVSELECTCONTEXT_API void gxutEntityGxDbFullPathHighlight(const GxDbObjectId& id,

@@ -13,15 +13,15 @@ namespace {
 using kvdetail::SetData;
 using kvdetail::Store;
 
-// A list that shares the block of `list`, or null where that is null or empty.
+// Returns a list that shares the block of `list`. Returns null for a null or empty list.
 std::unique_ptr<KvVector<GxDbFullSubentPath*>> shareList(const KvVector<GxDbFullSubentPath*>* list) {
     if (!list || list->logicalLength() == 0)
         return nullptr;
     return std::make_unique<KvVector<GxDbFullSubentPath*>>(*list);
 }
 
-// References to the process-wide empty block, taken many at a time: nearly every record has two, and taking
-// one is an atomic operation.
+// References to the empty block of the process, taken many at a time. Nearly every record needs two, and
+// taking one reference is an atomic operation.
 class EmptyBlockShares {
 public:
     EmptyBlockShares() = default;
@@ -29,10 +29,10 @@ public:
     EmptyBlockShares& operator=(const EmptyBlockShares&) = delete;
     ~EmptyBlockShares() {
         if (mLeft > 0)
-            mBlock->refCount.fetch_sub(mLeft); // never the last: the platform holds one, too
+            mBlock->refCount.fetch_sub(mLeft); // never the last reference: the platform has one, too
     }
 
-    // `fresh` has no block yet.
+    // Makes `fresh` share the block of `source`. `fresh` must not have a block.
     template <class T>
     void share(KvVector<T>& fresh, const KvVector<T>& source) {
         if (!mBlock || source.data.block != mBlock) {
@@ -69,7 +69,7 @@ void copyFields(const selected_entity& source, selected_entity& copy, EmptyBlock
     }
 }
 
-// Clones the records of one store into another, empty one.
+// Clones the records of one store into an empty store.
 void cloneRecords(const GxapSelectSet::SSetData& source, GxapSelectSet::SSetData& copy) {
     kvdetail::RecordPool& records = SetData::of(copy).records;
     records.expectMany(source.entityCount);
@@ -135,14 +135,14 @@ GxapSelectSet& GxapSelectSet::operator=(const GxapSelectSet& other) {
     return *this;
 }
 
-// Iterators that outlive their set must not unregister from it, and have no position any more.
+// Lets iterators outlive their set: they no longer unregister from it, and have no position.
 void GxapSelectSet::orphanIterators() const {
     for (int i = 0; i < iterators.logicalLength(); ++i)
         iterators[i]->set = nullptr;
     disableAllIterator();
 }
 
-// The old data goes only once the fresh data is complete.
+// Releases the old data only when the new data is complete.
 GxapSelectSet::SSetData* GxapSelectSet::createData() {
     assignData(kvdetail::makeData().release());
     return sharedData;
@@ -177,7 +177,7 @@ long GxapSelectSet::getLispRefCnt() {
 }
 
 long GxapSelectSet::addLispRefCnt() {
-    // Unsigned, so that the count wraps as two's complement does.
+    // Unsigned, so that the count wraps around instead of overflowing.
     lispRefCnt = lispRefCnt < 0 ? 1 : static_cast<std::int64_t>(static_cast<std::uint64_t>(lispRefCnt) + 1);
     return lispRefCnt;
 }

@@ -1,3 +1,3 @@
-// The out-of-line copies of what GxapSelectSet.h defines inline, for callers that do not inline it.
+// Out-of-line copies of the inline functions of GxapSelectSet.h, for callers that do not inline them.
 #define KVSELECTCONTEXT_INLINE
 #include "selectcontext/GxapSelectSet.h"

@@ -1,4 +1,4 @@
-// Iterators over a set, their registry, and what they read from and write to the current record.
+// Iterators over a set, their registry, and their access to the current record.
 
 #include "selectcontext/GxapSelectSet.h"
 #include "selectcontext/detail/SetData.h"
@@ -13,12 +13,12 @@ namespace {
 
 using kvdetail::Store;
 
-// Made at load, destroyed at unload. sEmptyNumbers is not used: it stays because callers can see the
-// reference count of the empty block, which both vectors share.
+// Constructed when the library is loaded, destroyed when it is unloaded. sEmptyNumbers is unused. It stays
+// because both vectors count as references to the empty block, and callers can see that count.
 const KvVector<GxDbObjectId> sEmptyPath;
 const KvVector<int> sEmptyNumbers;
 
-// Null for no set and for a set without data.
+// Returns null for a null set and for a set without data.
 const Store* storeOf(const GxapSelectSet* set) {
     return set && set->sharedData ? set->sharedData->entities : nullptr;
 }
@@ -27,7 +27,7 @@ std::int32_t clamped(int index, const GxapSelectSet::SSetData& data) {
     return std::min(index, static_cast<std::int32_t>(data.entityCount));
 }
 
-// The record's list is created together with its first segment, so that no list is ever left empty.
+// Creates the record's list together with its first segment. So no list is left empty if memory runs out.
 void addSegment(selected_entity& record, const GxDbFullSubentPath& path) {
     if (record.highlightSegmentArray) {
         kvdetail::appendPathCopy(*record.highlightSegmentArray, path);
@@ -38,7 +38,7 @@ void addSegment(selected_entity& record, const GxDbFullSubentPath& path) {
     record.highlightSegmentArray = segments.release();
 }
 
-// Reads the paths in place, also where the list is shared, so that clearing works without memory.
+// Reads the paths without making the list private. So clearing needs no memory.
 void clearSegments(selected_entity& record) {
     const std::unique_ptr<KvVector<GxDbFullSubentPath*>> segments(
         std::exchange(record.highlightSegmentArray, nullptr));
@@ -100,7 +100,7 @@ GxapSelectSet::ConstIterator GxapSelectSet::cend() {
     return ConstIterator(atEnd);
 }
 
-// Registers last, so that an iterator that cannot be made is registered nowhere.
+// Registers the iterator last. So an iterator that cannot be made is not registered.
 GxapSelectSet::ConstIterator::ConstIterator(const GxapSelectSet* ofSet, int atIndex)
     : set(ofSet), index(atIndex), truckerIterator(nullptr) {
     const Store* const store = storeOf(set);
@@ -121,7 +121,7 @@ GxapSelectSet::ConstIterator::ConstIterator(const ConstIterator& other)
     truckerIterator = position.release();
 }
 
-// What can fail comes first, so that a failed assignment changes nothing.
+// Does first what can fail. So a failed assignment changes nothing.
 GxapSelectSet::ConstIterator& GxapSelectSet::ConstIterator::operator=(const ConstIterator& other) {
     if (this == &other)
         return *this;
@@ -228,7 +228,7 @@ bool GxapSelectSet::ConstIterator::getFilteredNestedFullPath(KvVector<GxDbObject
     if (!truckerIterator)
         return false;
     ids.setLogicalLength(0);
-    // A copy that shares the block: what opening an entity sets off may change the record.
+    // A copy that shares the block, since opening an entity may change the record.
     const KvVector<GxDbObjectId> nested = nestedEntFullPath();
     if (nested == sEmptyPath)
         return false;
@@ -239,7 +239,7 @@ bool GxapSelectSet::ConstIterator::getFilteredNestedFullPath(KvVector<GxDbObject
             ids.setLogicalLength(length + 1);
             ids.at(length) = nested.at(i);
         }
-        // Here, and not in the destructor, so that what closing throws reaches the caller.
+        // Called here and not by the destructor, so that the caller gets an exception from closing.
         entity.closeInternal();
     }
     return true;

@@ -16,7 +16,7 @@ struct SetDeleter {
 };
 using OwnedSet = std::unique_ptr<GxapSelectSet, SetDeleter>;
 
-// An empty set in memory from _kvMalloc; null when there is no memory.
+// Makes an empty set in memory from _kvMalloc. Returns null if there is no memory.
 OwnedSet makeSet() {
     kvdetail::OwnedMemory memory(_kvMalloc(sizeof(GxapSelectSet)));
     if (!memory)
@@ -26,7 +26,7 @@ OwnedSet makeSet() {
     return set;
 }
 
-// Word 0 of a name: the set's address. The list looks at no other word.
+// Returns word 0 of a name: the set's address. The list reads no other word.
 long firstWord(const GxapSelectSet* set) {
     return reinterpret_cast<long>(set);
 }
@@ -36,8 +36,8 @@ std::list<GxapSelectSet*>::iterator findByName(std::list<GxapSelectSet*>& sets, 
                         [name](const GxapSelectSet* set) { return name && firstWord(set) == name[0]; });
 }
 
-// Puts a set at the front of a list and its address into a name; both are as they were where keep() is not
-// reached.
+// Puts a set at the front of a list, and its address into a name. The destructor undoes both and destroys the
+// set, unless keep() was called.
 class Listing {
 public:
     Listing(std::list<GxapSelectSet*>& sets, OwnedSet set, long* name)
@@ -71,7 +71,7 @@ GxapSelectSetList::GxapSelectSetList() = default;
 
 GxapSelectSetList::~GxapSelectSetList() {
     for (GxapSelectSet* set : sets)
-        OwnedSet(set).reset(); // which tolerates a null that a caller has put in
+        OwnedSet(set).reset(); // a caller may have put in a null, which this accepts
 }
 
 GxapSelectSet* GxapSelectSetList::newSelectSet(long* name) {

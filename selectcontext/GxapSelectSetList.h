@@ -6,38 +6,39 @@
 
 #include <list>
 
-// Owns the sets that were created under a name of two words: word 0 is the set's address and the only word
-// that the list looks at; the platform completes word 1.
+// Owns sets that have names. A name has two words. Word 0 is the set's address, and the list reads no other
+// word. The platform sets word 1.
 //
 // Invariants:
-//  1. `sets` is newest first.
-//  2. Every set was made in memory from _kvMalloc, which the list gives back.
+//  1. `sets` has the newest set first.
+//  2. Every set is in memory from _kvMalloc. The list frees that memory.
 //
-// A set that the list hands out stays the list's, and is gone after delSelectSet or the list's end. `name`
-// points at two words; a null one gives null, or does nothing.
+// The list owns the sets that it returns. They live until delSelectSet(), or until the list is destroyed.
+// `name` points to two words. For a null `name`, functions return null or do nothing.
 //
-// Thread safety: none; code that shares a list between threads holds GxapSelectSetListManager::s_locker.
+// Thread safety: none. Code that shares a list between threads must hold GxapSelectSetListManager::s_locker.
 class KVSELECTCONTEXT_API GxapSelectSetList {
 public:
     GxapSelectSetList();
     GxapSelectSetList(const GxapSelectSetList&) = delete;
     GxapSelectSetList& operator=(const GxapSelectSetList&) = delete;
 
-    // Destroys every set, newest first. O(sets).
+    // Destroys every set, the newest first. O(sets).
     ~GxapSelectSetList();
 
-    // A new empty set and its name. Null, with list and name as they were, when _kvMalloc has no memory. With
-    // list and word 0 as they were, too, std::bad_alloc or KvErrorStatus 6 where other memory is out, and
-    // what gxdbInitGdsNameKey throws. O(1).
+    // Makes a new empty set, and writes its name to `name`. If _kvMalloc has no memory, it returns null and
+    // leaves list and name unchanged. If other memory runs out, it throws std::bad_alloc or KvErrorStatus 6.
+    // It also throws what gxdbInitGdsNameKey() throws. An exception leaves the list and word 0 unchanged.
+    // O(1).
     GxapSelectSet* newSelectSet(long* name);
 
-    // A new set that shares the data of `src`. As newSelectSet.
+    // Makes a new set that shares the data of `src`. Everything else is as in newSelectSet().
     GxapSelectSet* addSelectSet(const GxapSelectSet& src, long* name);
 
-    // The set of that name, or null. O(sets).
+    // Returns the set of that name, or null. O(sets).
     GxapSelectSet* getSSetByName(const long* name);
 
-    // Destroys the set of that name; nothing when there is none. O(sets).
+    // Destroys the set of that name. Does nothing if there is no such set. O(sets).
     void delSelectSet(long* name);
 
     std::list<GxapSelectSet*> sets;

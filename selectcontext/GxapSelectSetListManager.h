@@ -5,19 +5,19 @@
 #include "selectcontext/GxapSSListSmartPtr.h"
 #include "selectcontext/KvSelectContextExport.h"
 
-// Holds the one handle through which the LISP layer reaches named sets.
+// Owns the handle through which the LISP layer reaches named sets.
 //
-// Thread safety: none of these takes a lock; callers that use the manager from several threads hold
-// `s_locker`, which the library itself never locks.
+// Thread safety: no function takes a lock. Callers that use the manager from several threads must hold
+// `s_locker`. The library itself never locks it.
 class KVSELECTCONTEXT_API GxapSelectSetListManager {
 public:
-    // The handle, created on first use; both do the same. It stays the manager's. O(1).
+    // Both return the handle, which the manager owns. The first call creates it. O(1).
     static GxapSSListSmartPtr* newInstance();
     static GxapSSListSmartPtr* getInstance();
 
-    // Lets the handle go; copies of it that callers hold keep the list alive. O(sets) for the last.
+    // Destroys the handle. Its copies keep the list alive. O(1), or O(sets) if there are no copies.
     static void destroy();
 
-    static GxapSSListSmartPtr* s_smartPtrSSList; // null until first requested, and after destroy()
+    static GxapSSListSmartPtr* s_smartPtrSSList; // null before the first use and after destroy()
     static KvLocker s_locker;
 };

@@ -1,4 +1,4 @@
-// Sub-selection: entities of which single sub-entities are selected, by their paths.
+// Sub-selection: parts of an entity that are selected by their paths.
 
 #include "selectcontext/GxapSSetWriteAccessor.h"
 #include "selectcontext/detail/OwnedInfo.h"
@@ -16,19 +16,19 @@ using kvdetail::recordAt;
 using kvdetail::SSetData;
 using kvdetail::Store;
 
-// The sub-selection list of a record, or null for a record that is no sub-selection.
+// Returns the sub-selection list of a record. Returns null for a record without a sub-selection.
 KvVector<GxDbFullSubentPath*>* subselectionOf(const selected_entity* record) {
     return record && record->hasSubselPaths ? record->subselPathArray : nullptr;
 }
 
-// The list that holds the path at `pathIndex`, or null for a bad index. An index of just the list's length is
-// let through: the list itself raises the error.
+// Returns the record's sub-selection list, or null for a bad index. Accepts an index equal to the list's
+// length, for which the list itself raises the error.
 KvVector<GxDbFullSubentPath*>* subselectionAt(const selected_entity* record, int pathIndex) {
     KvVector<GxDbFullSubentPath*>* const list = subselectionOf(record);
     return list && pathIndex >= 0 && pathIndex <= list->logicalLength() ? list : nullptr;
 }
 
-// The entity that a path leads to; the null id for a path without ids or one that leads to no valid id.
+// Returns the last id of a path. Returns the null id for a path without ids, and if the last id is not valid.
 GxDbObjectId entityOf(const GxDbFullSubentPath& path) {
     const GxArray<GxDbObjectId>& ids = path.objectIds();
     if (ids.logicalLength() == 0)
@@ -37,7 +37,8 @@ GxDbObjectId entityOf(const GxDbFullSubentPath& path) {
     return last.isValid() ? last : GxDbObjectId();
 }
 
-// The position of the path in the list, or -1. The at() for writing makes a shared list private.
+// Returns the position of the path in the list, or -1. Uses the at() for writing, which makes a shared list
+// private.
 int positionIn(KvVector<GxDbFullSubentPath*>& list, const GxDbFullSubentPath& path) {
     for (int i = 0; i < list.logicalLength(); ++i) {
         const GxDbFullSubentPath* const held = list.at(i);
@@ -47,8 +48,8 @@ int positionIn(KvVector<GxDbFullSubentPath*>& list, const GxDbFullSubentPath& pa
     return -1;
 }
 
-// The position that the entry's record has in a copy of the data, which leaves slots without a record out; -1
-// where the entry has no record.
+// Returns the position of the entry's record in a copy of the data, or -1 if the entry has no record. A copy
+// leaves out slots without a record.
 int positionInCopy(const SSetData& data, DataMap::const_iterator entry) {
     const selected_entity* const record = data.entities ? recordAt(*data.entities, entry->second) : nullptr;
     if (!record)
@@ -79,7 +80,7 @@ GxapSelectSet::Iterator GxapSSetWriteAccessor::findMainSubsel(const GxDbObjectId
     const kvdetail::IdIndex::Run run = kvdetail::indexOf(*sharedData).find(id);
     if (id.isNull() || !run.isHeld)
         return end();
-    // Counted before the copy, whose index may find another item of the id.
+    // The position is found before the copy, since the copy's index may find another item of the id.
     return iteratorAt(sharedData->refCount.load() >= 2 ? positionInCopy(*sharedData, run.entry) : find(id));
 }
 
@@ -96,8 +97,8 @@ bool GxapSSetWriteAccessor::appendSubentPathSubsel(const GxDbFullSubentPath& pat
         return true;
     }
 
-    // append() carries neither flag nor list over: the set gets a plain record, and the path's copy has no
-    // owner once the list is gone.
+    // append() copies neither the flag nor the list. So the set gets a plain record, and the path's copy has
+    // no owner when the list is destroyed.
     selected_entity record;
     record.mainEntId = id;
     record.hasSubselPaths = true;

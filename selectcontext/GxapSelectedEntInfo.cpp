@@ -8,11 +8,11 @@
 #include <new>
 #include <utility>
 
-// The head of a block of 8-byte fields, which holds only those that are present. The payload of `capacity`
-// bytes follows at byte 4, so its fields are misaligned and are moved with memcpy.
+// The head of a block of 8-byte fields. The block has only the fields that are present. They follow at byte
+// 4, in `capacity` bytes. So they are misaligned, and memcpy moves them.
 struct GxDbElasticData {
-    std::uint16_t capacity; // payload bytes allocated
-    std::uint16_t size;     // payload bytes in use
+    std::uint16_t capacity; // bytes allocated for fields
+    std::uint16_t size;     // bytes used by fields
 };
 static_assert(sizeof(GxDbElasticData) == 4, "the payload begins at byte 4");
 
@@ -29,7 +29,7 @@ bool hasField(const GxDbElasticData* block, unsigned offset) noexcept {
     return block && offset + kFieldBytes <= block->size;
 }
 
-// An empty block for `capacity` bytes. KvErrorStatus 6 when there is no memory.
+// Makes an empty block for `capacity` bytes. KvErrorStatus 6 if there is no memory.
 GxDbElasticData* makeBlock(unsigned capacity) {
     void* const memory = capacity > std::numeric_limits<std::uint16_t>::max()
                              ? nullptr
@@ -39,10 +39,10 @@ GxDbElasticData* makeBlock(unsigned capacity) {
     return new (memory) GxDbElasticData{static_cast<std::uint16_t>(capacity), 0};
 }
 
-// The functions below take the pointer that holds the block, and may replace it.
+// The functions below take a reference to the pointer to the block, and may replace the block.
 
-// Inserts a field at `offset` and moves the fields from there on up. False, and nothing changed, for an
-// offset beyond the size. KvErrorStatus 6, and nothing changed, when the block cannot grow.
+// Inserts a field at `offset`, and moves the fields at and after `offset` up. Returns false, and changes
+// nothing, for an offset beyond the size. KvErrorStatus 6, and no change, if the block cannot grow.
 bool insertField(GxDbElasticData*& block, unsigned offset, const void* value) {
     const unsigned size = block ? block->size : 0;
     if (offset > size)
@@ -61,7 +61,7 @@ bool insertField(GxDbElasticData*& block, unsigned offset, const void* value) {
     return true;
 }
 
-// Overwrites the field at `offset`. False, and nothing changed, when the block does not have one there.
+// Overwrites the field at `offset`. Returns false, and changes nothing, if the block has no field there.
 bool setFieldAtOffset(GxDbElasticData* block, unsigned offset, const void* value) noexcept {
     if (!hasField(block, offset))
         return false;
@@ -69,9 +69,9 @@ bool setFieldAtOffset(GxDbElasticData* block, unsigned offset, const void* value
     return true;
 }
 
-// Takes the field at `offset` out and moves the later ones down. With `compact` the block shrinks to what is
-// left, unless nothing is: an empty block is kept. False, and nothing changed, when the block does not have a
-// field there. KvErrorStatus 6, and nothing changed, when there is no memory for the smaller block.
+// Removes the field at `offset`, and moves the later fields down. With `compact` the block shrinks to the
+// remaining fields. A block without remaining fields does not shrink. Returns false, and changes nothing, if
+// the block has no field there. KvErrorStatus 6, and no change, if there is no memory for the smaller block.
 bool eraseField(GxDbElasticData*& block, unsigned offset, bool compact) {
     if (!hasField(block, offset))
         return false;
@@ -95,7 +95,7 @@ unsigned matrixOffset(const GxapSelectedEntInfo& info) {
     return GxapSelectedEntInfo::smEDataOffsetTable[info.presenceBits & kFenceBit];
 }
 
-// Where the block has the field, or null when it does not have one there.
+// Returns the address of the block's field at `offset`. Returns null if the block has no field there.
 template <class T>
 T** fieldAt(GxDbElasticData* block, unsigned offset) {
     if (!hasField(block, offset))
@@ -104,7 +104,7 @@ T** fieldAt(GxDbElasticData* block, unsigned offset) {
     return static_cast<T**>(field);
 }
 
-// Loads a pointer from an address that may be misaligned. Null if the address is null.
+// Loads a pointer from an address that may be misaligned. Returns null if the address is null.
 template <class T>
 T* load(T* const* place) {
     T* value = nullptr;
@@ -113,9 +113,9 @@ T* load(T* const* place) {
     return value;
 }
 
-// Stores, replaces or, for the default value, removes a field; false when the block does not hold what the
-// bits promise. The bit follows the block, so that a block that cannot change leaves bits and fields as they
-// were.
+// Stores or replaces a field. The default value removes it. Returns false if the bits promise a field that
+// the block lacks. Changes the bit after the block. So if the block cannot change, bits and fields stay as
+// they were.
 template <class T>
 bool storeField(GxapSelectedEntInfo& info, std::uint64_t bit, unsigned offset, T* value, T* defaultValue) {
     const bool present = (info.presenceBits & bit) != 0;
@@ -152,7 +152,7 @@ GxGeMatrix3d* GxapSelectedEntInfo::CompoundTransformBTROffsetPtrDefVal = nullptr
 GxapSelectedEntInfo::GxapSelectedEntInfo()
     : word0(0), word1(0), halfWord(-1), presenceBits(0), elasticData(nullptr) {}
 
-// Delegating, so that the destructor runs when a step of the body throws.
+// Delegates to the default constructor, so that the destructor runs if the body throws.
 GxapSelectedEntInfo::GxapSelectedEntInfo(const GxapSelectedEntInfo& other) : GxapSelectedEntInfo() {
     *this = other;
 }
@@ -167,7 +167,7 @@ GxapSelectedEntInfo& GxapSelectedEntInfo::operator=(const GxapSelectedEntInfo& o
     return *this;
 }
 
-// Not by way of the Release...() members: those compact the block, which needs memory.
+// Does not call the Release...() members, since they compact the block, which needs memory.
 GxapSelectedEntInfo::~GxapSelectedEntInfo() {
     delete getFenceInfoPtr();
     delete getBTRMatPtr();

@@ -1,4 +1,4 @@
-// GxapSelectedEntInfo: the optional extras of a selected item.
+// GxapSelectedEntInfo: optional data of a selected item.
 #pragma once
 
 #include "base/KvVector.h"
@@ -9,87 +9,92 @@
 
 struct GxDbElasticData;
 
-// The earliest fence crossing and the compound block transform of an item. Most items have neither, so the
-// two are kept in a block that holds only what is present. A set takes over infos that were made in place in
-// memory from _kvMalloc; it runs the destructor and frees them with _kvFree.
+// The earliest fence crossing and the compound block transform of an item. Most items have neither, so a
+// block stores only the fields that are present. A set owns the infos that are passed to it. They must be
+// constructed in memory from _kvMalloc. The set runs their destructors, and frees them with _kvFree.
 //
 // Invariants:
-//  1. Bit 0 of `presenceBits` is set exactly when the block holds a fence info, bit 1 when it holds a
-//     matrix; the other bits are 0.
-//  2. The block holds the present fields without gaps, in the order of their bits, 8 bytes each.
-//  3. The info owns the fence info, the matrix (both made with new) and the block (made with _kvMalloc).
+//  1. Bit 0 of `presenceBits` is set exactly when the block has a fence info, and bit 1 exactly when it has a
+//     matrix. The other bits are 0.
+//  2. The block has the present fields without gaps, in the order of their bits, 8 bytes each.
+//  3. The info owns the fence info, the matrix and the block. The first two are made with new, the block with
+//     _kvMalloc.
 //
-// The block's payload begins behind its first four bytes, so the addresses that the ...Ptr() getters return
-// may be misaligned: read and write through them with memcpy. Running out of memory is KvErrorStatus 6 for
-// the block, std::bad_alloc for a fence info or a matrix; the info then keeps its bits and fields as they
-// were (an assignment leaves each field old or new). Every operation is O(1).
+// The fields begin after the first four bytes of the block. So the addresses that the ...Ptr() getters return
+// may be misaligned. Use memcpy to read and write through them.
 //
-// Thread safety: none; an info belongs to one thread at a time.
+// Running out of memory is KvErrorStatus 6 for the block, and std::bad_alloc for a fence info or a matrix.
+// The info then keeps its bits and fields. An assignment may have replaced some of them, each as a whole.
+// Every operation is O(1).
+//
+// Thread safety: none. An info belongs to one thread at a time.
 class KVSELECTCONTEXT_API GxapSelectedEntInfo {
 public:
-    // Where a fence first crosses an entity.
+    // The place where a fence first crosses an entity.
     struct SelFenceIntersectInfo {
-        std::int32_t index;    // segment of the fence's result; negative: no result
-        std::int32_t reserved; // upper half of the first word, copied as it is
-        double param;          // orders crossings of equal index
+        std::int32_t index;    // segment of the crossing; negative: no result
+        std::int32_t reserved; // upper half of the first word; copied unchanged
+        double param;          // orders crossings with the same index
     };
 
-    // All words 0, `halfWord` -1, no points, no optional field. Allocates nothing.
+    // Makes an info with all words 0, `halfWord` -1, no points and no optional field. Allocates nothing.
     GxapSelectedEntInfo();
 
-    // A deep copy but for the points, whose block is shared. A fence info of negative index is not copied.
+    // Makes a deep copy, except that the points share their block. Does not copy a fence info with a negative
+    // index.
     GxapSelectedEntInfo(const GxapSelectedEntInfo& other);
 
-    // As copying, but keeps this info's own fence result if that is the earlier one. A fence info or matrix
-    // that the other lacks is deleted.
+    // Copies as the constructor does, but keeps this info's fence result if it is the earlier one. Deletes a
+    // fence info or matrix that the other lacks.
     GxapSelectedEntInfo& operator=(const GxapSelectedEntInfo& other);
 
-    // Allocates nothing, never throws.
+    // Allocates nothing and never throws.
     ~GxapSelectedEntInfo();
 
-    // Where the field's pointer is stored: the static default when the field is absent, null when the block
-    // does not hold what the bits promise.
+    // Return the address of the field's pointer. If the field is absent, it is the address of the static
+    // default. It is null if the bits promise a field that the block lacks.
     SelFenceIntersectInfo** getFenceIntersectInfoPtr();
     SelFenceIntersectInfo** getFenceIntersectInfoPtr() const;
     GxGeMatrix3d** getCompoundTransformBTROffsetPtr();
     GxGeMatrix3d** getCompoundTransformBTROffsetPtr() const;
 
-    // The fence info or matrix held, or null. It stays the info's.
+    // Return the fence info or the matrix, or null. The info owns them.
     SelFenceIntersectInfo* getFenceInfoPtr() const;
     GxGeMatrix3d* getBTRMatPtr() const;
 
-    // Stores the pointer, which the info then owns; the one held before is not deleted. Null removes the
+    // Store the pointer, which the info owns from then on. They do not delete the old one. Null removes the
     // field.
     void setFenceIntersectInfoPtr(SelFenceIntersectInfo* const& info);
     void setCompoundTransformBTROffsetPtr(GxGeMatrix3d* const& matrix);
 
-    // Copies the fence result out; false, and `out` as it was, when there is none.
+    // Copies the fence result to `out`. If there is none, returns false and leaves `out` unchanged.
     bool getSelFenceResultInfo(SelFenceIntersectInfo& out) const;
 
-    // Keeps the earlier of the held result and `info`: the lower index, then the lower parameter. A negative
-    // index is ignored; a NaN keeps the held result.
+    // Keeps the earlier of the present result and `info`: the one with the lower index, then with the lower
+    // parameter. Ignores a negative index. If the indices are equal and a parameter is NaN, the present
+    // result stays.
     void setSelFenceResultInfo(const SelFenceIntersectInfo& info);
 
-    // As setSelFenceResultInfo; null deletes the fence info.
+    // Calls setSelFenceResultInfo(); null deletes the fence info.
     void setFenceInfoPtr(const SelFenceIntersectInfo* info);
     void ReleaseFenceInfoPtr();
 
-    // Copies the matrix out; false, and `out` the identity, when there is none.
+    // Copies the matrix to `out`. If there is none, returns false and makes `out` the identity.
     bool getCompoundTransformWithBTROffset(GxGeMatrix3d& out) const;
 
-    // Copies the matrix in, whatever its value.
+    // Copies the matrix into the info, whatever its value.
     void setCompoundTransformWithBTROffset(const GxGeMatrix3d& matrix);
 
-    // As setCompoundTransformWithBTROffset; null deletes the matrix. The argument stays the caller's.
+    // Calls setCompoundTransformWithBTROffset(); null deletes the matrix. The caller keeps the argument.
     void setBTRMatPtr(const GxGeMatrix3d* matrix);
     void ReleaseBTRMatPtr();
 
-    // Offset in the payload of a field, by the presence bits of the fields before it; the last two entries
-    // are those of a third field that does not exist.
+    // The offset of a field among the fields, by the presence bits of the fields before it. The last two
+    // entries belong to a third field that does not exist.
     static const std::uint16_t smEDataOffsetTable[4];
     static const std::uint16_t smEDataTypeSizeTable[2];
 
-    // What a getter points at while the field is absent, and what removes the field when stored: null.
+    // Null. Getters return the addresses of these while the field is absent. Storing them removes the field.
     static SelFenceIntersectInfo* FenceIntersectInfoPtrDefVal;
     static GxGeMatrix3d* CompoundTransformBTROffsetPtrDefVal;
 
@@ -98,7 +103,7 @@ public:
     std::int16_t halfWord;
     KvVector<GxGePoint3d> pointArray;
     std::uint64_t presenceBits;
-    GxDbElasticData* elasticData; // null until an optional field is first stored
+    GxDbElasticData* elasticData; // null before the first optional field is stored
 };
 
 using SelFenceIntersectInfo = GxapSelectedEntInfo::SelFenceIntersectInfo;

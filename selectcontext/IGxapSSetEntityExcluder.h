@@ -1,13 +1,13 @@
-// IGxapSSetEntityExcluder: decides which entities a transfer keeps out.
+// IGxapSSetEntityExcluder: decides which entities a transfer excludes.
 #pragma once
 
 #include "platform/KvDatabase.h"
 
-// Implemented by callers of GxapSelectSet::transfer, who also own the object.
+// Callers of GxapSelectSet::transfer implement this and own the object.
 class IGxapSSetEntityExcluder {
 public:
-    // Called once per record with its main id; true keeps the record out of the target. May throw: the
-    // transfer then ends with whole records done.
+    // The transfer calls this once per record, with the main id. True excludes the record from the target. If
+    // it throws, the transfer ends, and the records before this one are transferred.
     virtual bool isExcluded(GxDbObjectId mainEntId) = 0;
     virtual ~IGxapSSetEntityExcluder() = default;
 };

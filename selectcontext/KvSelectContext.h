@@ -1,4 +1,4 @@
-// The whole public surface of libKvSelectContext.
+// The complete public interface of libKvSelectContext.
 #pragma once
 
 #include "selectcontext/GxapSSListSmartPtr.h"

@@ -1,21 +1,21 @@
-// Marks what libKvSelectContext offers to its users; everything else stays inside the library.
+// Marks what libKvSelectContext exports. Everything else is hidden.
 #pragma once
 
 #include "base/detail/Shortcuts.h"
 
 #define KVSELECTCONTEXT_API __attribute__((visibility("default")))
 
-// Begins the inline definition of a member of an exported class. The member is declared with
-// KVSELECTCONTEXT_API, as inline functions are hidden otherwise. GxapSelectSetInline.cpp defines this macro
-// empty, so that the library has a copy of each member for callers that do not inline it.
+// Begins the inline definition of a member of an exported class. The member's declaration must carry
+// KVSELECTCONTEXT_API, since inline functions are hidden otherwise. GxapSelectSetInline.cpp defines this
+// macro as empty. So the library has a copy of each member for callers that do not inline it.
 #ifndef KVSELECTCONTEXT_INLINE
 #define KVSELECTCONTEXT_INLINE inline
 #endif
 
-// A program and its library have to be compiled with the same KV_SHORTCUTS, as the inline code of both works
-// on the same sets. The library defines one of two symbols, by its setting. These headers refer to the symbol
-// of the program's setting, so a mismatch is a link error. `retain` keeps the reference when the linker drops
-// unused sections.
+// A program and its library must be compiled with the same KV_SHORTCUTS, since the inline code of both works
+// on the same sets. The library defines one of two symbols, depending on its setting. These headers refer to
+// the symbol of the program's setting. So different settings give a link error. `retain` keeps the reference
+// when the linker drops unused sections.
 #if defined(__has_attribute)
 #if __has_attribute(retain)
 #define KVSELECTCONTEXT_KEPT __attribute__((used, retain, visibility("hidden")))

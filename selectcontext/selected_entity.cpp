@@ -5,8 +5,9 @@
 
 namespace {
 
-// Without memory for a private list the paths are read in the shared one, to which no sharer writes. Kept out
-// of line, as few records have segments: inlined it costs each of the others a sixth of its destruction.
+// If there is no memory for a private list, it reads the paths in the shared list, which no sharer writes to.
+// Few records have segments, so it is not inlined. Inlining would make destroying every other record a sixth
+// slower.
 [[gnu::noinline]] void releaseSegments(KvVector<GxDbFullSubentPath*>* segments) noexcept {
     if (segments->logicalLength() > 0)
         segments->tryCopyBeforeWrite();

@@ -9,17 +9,18 @@
 #include <cstddef>
 #include <new>
 
-// The record of one selected item: which entity was picked, through which nested path, at which marker, and
-// what of it is highlighted or sub-selected. A record belongs to the set whose store holds it. Removing an
-// item frees its slot only: the record stays allocated, and its holder may delete it at any time, on any
-// thread. `delete record` is right wherever its memory comes from; `::delete record` is not supported.
+// The record of one selected item. It says which entity was picked, through which nested path, at which
+// marker, and which parts are highlighted or sub-selected. A record belongs to the set whose store has it.
+// Removing an item frees only its slot. The record stays allocated, and any code that has a pointer to it may
+// delete it at any time, on any thread. `delete record` is right for every record. `::delete record` is not
+// supported.
 //
-// Invariants while a set holds the record:
-//  1. `mainEntId` is not null and does not change: the set's index is keyed by it.
-//  2. The record owns its info, both arrays, and one share of every path of `highlightSegmentArray`.
-//  3. The paths of `subselPathArray` have no owner: they outlive the record, on purpose.
+// Invariants while the record is in a set:
+//  1. `mainEntId` is not null and does not change, since the set's index uses it as key.
+//  2. The record owns its info and both arrays. It is one owner of every path of `highlightSegmentArray`.
+//  3. The paths of `subselPathArray` have no owner. They outlive the record on purpose.
 //
-// Thread safety: that of the set that holds it.
+// Thread safety: that of the set that has the record.
 struct KVSELECTCONTEXT_API selected_entity {
     GxDbObjectId mainEntId;
     GxDbObjectId subEntId;   // null: the pick was not nested
@@ -27,22 +28,22 @@ struct KVSELECTCONTEXT_API selected_entity {
     KvVector<int> hlVpArray; // viewports in which the item is highlighted
     KvVector<GxDbFullSubentPath*>* highlightSegmentArray = nullptr; // null: no segments
     KvVector<GxDbFullSubentPath*>* subselPathArray = nullptr;
-    bool hasSubselPaths = false;              // the destructor releases subselPathArray only when this is set
-    KvVector<GxDbObjectId> nestedEntFullPath; // outermost container first or last, as the picker has it
-    GxapSelectedEntInfo* selectedEntityInfo = nullptr; // made in memory from _kvMalloc; null: none
+    bool hasSubselPaths = false;                       // if true, the destructor deletes subselPathArray
+    KvVector<GxDbObjectId> nestedEntFullPath;          // the picker decides whether the outermost id is first
+    GxapSelectedEntInfo* selectedEntityInfo = nullptr; // in memory from _kvMalloc; null: no info
 
     selected_entity() = default;
 
-    // Both vectors without a block. For callers that give them theirs at once.
+    // Makes both vectors without a block. The caller must give them blocks at once.
     explicit selected_entity(kvdetail::NoBlock none) noexcept : hlVpArray(none), nestedEntFullPath(none) {}
     selected_entity(const selected_entity&) = delete;
     selected_entity& operator=(const selected_entity&) = delete;
 
-    // Gives up what the record owns. A list of highlight segments that is shared is made private first, which
-    // takes a block of memory; without memory it is read in place. Never throws. O(highlight segments).
+    // Releases what the record owns. Makes a shared list of highlight segments private first, which needs
+    // memory. If there is no memory, it reads the list in place. Never throws. O(highlight segments).
     ~selected_entity();
 
-    // Any thread.
+    // Any thread may call these.
     static void* operator new(std::size_t bytes);
     static void* operator new(std::size_t bytes, const std::nothrow_t& tag) noexcept;
     static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }

@@ -1,5 +1,5 @@
-# Fails where a test starts threads without being registered with THREADS, or the other way round. The test is removed, so that
-# the next build checks it again.
+# Fails if a test starts threads but is not registered with THREADS, or the other way round. Then the test
+# program is removed, so that the next build checks it again.
 # Usage: check-threads.sh NM PROGRAM TRUE|FALSE
 starts=FALSE
 if "$1" -u "$2" | grep -q _ZNSt6thread15_M_start_thread; then

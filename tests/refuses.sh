@@ -1,5 +1,5 @@
 #!/bin/sh
-# Passes when the command fails and says the text.
+# Passes if the command fails and prints the text.
 # Usage: refuses.sh TEXT COMMAND...
 text=$1
 shift

@@ -1,4 +1,4 @@
-// Marks what the containers' inline code needs once in the whole process.
+// KV_BASE_API: exports what must exist only once in the process. Inline code of the containers uses it.
 #pragma once
 
 #include "platform/KvOsBase.h"

@@ -1,13 +1,13 @@
-// Fibonacci hashing: where hash tables put addresses.
+// Fibonacci hashing: spreads addresses over the buckets of a hash table.
 #pragma once
 
 #include <cstdint>
 
 namespace kvdetail {
 
-// Multiplies by 2^64 divided by the golden ratio. Consecutive numbers, as addresses in one heap are, come out
-// far apart. The upper bits of the product depend on all bits of the number, so a table takes its buckets
-// from those.
+// Multiplies by 2^64 divided by the golden ratio. Addresses in one heap are close together, but their
+// products are far apart. The upper bits of the product depend on all bits of the number. So a table must use
+// the upper bits as the bucket.
 constexpr std::uintptr_t fibonacciHash(std::uintptr_t number) noexcept {
     return number * std::uintptr_t{0x9E3779B97F4A7C15u};
 }

@@ -1,4 +1,4 @@
-// NodePool: memory for the nodes of one container.
+// NodePool: allocates the nodes of one container.
 #pragma once
 
 #include "base/detail/Sanitizers.h"
@@ -16,8 +16,8 @@
 
 namespace kvdetail {
 
-// Under the address sanitizer a freed node is poisoned and not handed out again. Only the setting of the code
-// that frees it matters, so a sanitized program works with a library that is not.
+// Under the address sanitizer, a freed node is poisoned and not reused. Only the setting of the code that
+// frees it matters. So a sanitized program works with a library that is not sanitized.
 #if KV_ADDRESS_SANITIZER
 constexpr bool kReusesNodes = false;
 inline void poison(void* node, std::size_t bytes) noexcept {
@@ -28,40 +28,40 @@ constexpr bool kReusesNodes = true;
 inline void poison(void* /*node*/, std::size_t /*bytes*/) noexcept {}
 #endif
 
-// Hands out memory of one size, that of the first request, from chunks that grow with the number of nodes.
+// Allocates nodes of one size, that of the first request, from chunks. Chunks grow with the number of nodes.
 // New nodes of a chunk are contiguous. Freed nodes are kept in a free list and reused first. A request of
-// another size, or for more than kLargestNode bytes, goes to operator new.
+// another size, or for more than kLargestNode bytes, is passed on to operator new.
 //
 // Invariants:
 //  1. live() is the number of allocated nodes.
-//  2. generation() rises with every value that is constructed or destroyed in a node, and with every node
-//  that
-//     is extracted from its container. The same value means that the container has neither gained nor lost a
-//     value, nor had a node filled anew or taken out and put back.
-//  3. The pool lives until it has neither owners nor allocated nodes. Every container that takes nodes
-//     from it is an owner, and so is the set's data that made it.
+//  2. generation() rises when a value is constructed or destroyed in a node, and when a node is extracted
+//     from its container. An equal generation means that the container has gained and lost no value since.
+//     It also means that no node was filled again, or extracted and inserted again.
+//  3. The pool lives until it has neither owners nor allocated nodes. Every container that takes nodes from
+//     it is an owner, and so is the set's data that made it.
 //
-// Thread safety: owners may come and go on any thread. The rest belongs to the container's thread.
+// Thread safety: owners may be added and released on any thread. The rest belongs to the container's thread.
 class NodePool {
 public:
     NodePool() = default;
     NodePool(const NodePool&) = delete;
     NodePool& operator=(const NodePool&) = delete;
 
-    // One owner more, one less. The maker of the pool is the first.
+    // Count one owner more, or one less. The maker of the pool is the first owner. release() deletes a pool
+    // that has neither owners nor allocated nodes.
     void addOwner() noexcept { mOwners.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept {
         if (mOwners.fetch_sub(1, std::memory_order_acq_rel) == 1 && mLive == 0)
             delete this;
     }
 
-    // The container changes: a value is constructed or destroyed in a node, or a node is extracted.
+    // Must be called when a value is constructed or destroyed in a node, and when a node is extracted.
     void noteChanged() noexcept { ++mGeneration; }
 
     std::size_t live() const noexcept { return mLive; }
     std::uint64_t generation() const noexcept { return mGeneration; }
 
-    // O(1). std::bad_alloc when there is no memory.
+    // O(1). std::bad_alloc if there is no memory.
     void* allocate(std::size_t bytes) {
         if (mNodeBytes == 0 && bytes <= kLargestNode)
             mNodeBytes = rounded(bytes);
@@ -87,8 +87,9 @@ public:
             delete this;
     }
 
-    // The container was abandoned: it still counts as an owner and its nodes as out, but its destructor never
-    // runs. Takes all nodes back at once, and the ownership. O(chunks).
+    // Takes all nodes of an abandoned container back at once, and gives up the container's ownership. The
+    // destructor of an abandoned container never runs. So the pool still counts the container as an owner,
+    // and its nodes as allocated. O(chunks).
     void reclaimAbandoned() noexcept {
         freeChunks();
         mFreeList = nullptr;
@@ -138,7 +139,7 @@ private:
         return node;
     }
 
-    // Doubles the pool, by at most kMostNodes nodes.
+    // Doubles the pool, but adds at most kMostNodes nodes.
     void addChunk() {
         const std::size_t nodes = std::clamp(mChunkBytes / mNodeBytes, kFewestNodes, kMostNodes);
         const std::size_t bytes = sizeof(Chunk) + nodes * mNodeBytes;
@@ -155,17 +156,17 @@ private:
     }
 
     FreeNode* mFreeList = nullptr;
-    unsigned char* mNext = nullptr; // the part of the newest chunk that was never handed out
+    unsigned char* mNext = nullptr; // the part of the newest chunk that was never allocated
     unsigned char* mEnd = nullptr;
     Chunk* mChunks = nullptr;
     std::size_t mLive = 0;
     std::uint64_t mGeneration = 0;
-    std::size_t mChunkBytes = 0; // of all chunks
+    std::size_t mChunkBytes = 0; // bytes of all chunks
     std::uint32_t mNodeBytes = 0;
     std::atomic<std::uint32_t> mOwners{1};
 };
 
-// One owner's hold on a pool.
+// Releases one owner's share of a pool.
 struct NodePoolReleaser {
     void operator()(NodePool* pool) const noexcept { pool->release(); }
 };

@@ -1,29 +1,29 @@
-// OccupancyBitmap: which slots of a page are occupied, a bit each.
+// OccupancyBitmap: one bit for each slot of a page, which tells whether the slot is occupied.
 #pragma once
 
 #include <cstdint>
 
 namespace kvdetail {
 
-// A bitmap with rank and select over `Count` slots, for a page that has holes. The numbers of bits set are
-// kept for blocks of 512 bits, so that both look at the words of one block only.
+// A bitmap with rank and select over `Count` slots, for a page that has holes. It counts the set bits of each
+// block of 512 bits. So rank and select read the words of only one block.
 //
 // Invariants while the bits are kept:
-//  1. Bit i is set exactly when the store has occupied slot i and not freed it since.
+//  1. Bit i is set exactly when the store has occupied slot i and has not freed it since.
 //  2. mBlocks[b] is the number of bits set in block b, and count() is their sum.
 //  3. The words before mFirst are 0.
 //
-// A caller may have changed a slot by hand. So users compare count() with the page's own count, and look at
-// the slot that is found.
+// A caller may have changed a slot directly. So users must compare count() with the page's own count, and
+// check the slot that they find.
 //
-// Thread safety: the store's writer alone may change it. Reading is for any number of threads.
+// Thread safety: only the thread that writes to the store may change it. Any number of threads may read it.
 template <unsigned Count>
 class OccupancyBitmap {
 public:
     bool isKept() const noexcept { return mIsKept; }
     std::uint32_t count() const noexcept { return mCount; }
 
-    // Keeps bits from now on. The first `used` slots are occupied, the others are not. O(Count / 64).
+    // Starts keeping bits. The first `used` slots are occupied, and the others are not. O(Count / 64).
     void start(std::uint32_t used) noexcept {
         for (std::uint32_t block = 0; block < kBlocks; ++block)
             mBlocks[block] = static_cast<std::uint16_t>(usedWithin(used, block * kBlockBits, kBlockBits));
@@ -49,7 +49,8 @@ public:
             mFirst = i / kWordBits;
     }
 
-    // Amortised O(1).
+    // Amortised O(1) in a store, which sets bits in ascending order and frees empty pages. Otherwise O(Count
+    // / 64).
     void clear(std::uint32_t i) noexcept {
         if (!isSet(i))
             return;
@@ -60,7 +61,7 @@ public:
             ++mFirst;
     }
 
-    // Rank: the number of bits set before bit i. O(Count / 512).
+    // Rank: returns the number of set bits before bit i. O(Count / 512).
     std::uint32_t rank(std::uint32_t i) const noexcept {
         std::uint32_t before = 0;
         for (std::uint32_t block = 0; block < i / kBlockBits; ++block)
@@ -70,7 +71,8 @@ public:
         return i % kWordBits == 0 ? before : before + countOf(mWords[i / kWordBits] & below(i % kWordBits));
     }
 
-    // Select: the n-th bit set, from 0; Count when fewer are set. O(Count / 512), O(1) for the first.
+    // Select: returns the n-th set bit, counted from 0, or Count if fewer bits are set. O(Count / 512), or
+    // O(1) for the first.
     std::uint32_t select(std::uint32_t n) const noexcept {
         if (n >= mCount)
             return Count;
@@ -86,7 +88,7 @@ public:
         return word * kWordBits + nthOf(mWords[word], n);
     }
 
-    // The first bit set from bit i on; Count when none is set. O(Count / 64).
+    // Returns the first set bit at i or after it, or Count if there is none. O(Count / 64).
     std::uint32_t firstFrom(std::uint32_t i) const noexcept {
         std::uint32_t at = i / kWordBits;
         if (at >= kWords)
@@ -97,7 +99,7 @@ public:
         return word == 0 ? Count : at * kWordBits + trailingZeros(word);
     }
 
-    // The last bit set before bit i; Count when none is set. O(Count / 64).
+    // Returns the last set bit before bit i, or Count if there is none. O(Count / 64).
     std::uint32_t lastBefore(std::uint32_t i) const noexcept {
         std::uint32_t at = i / kWordBits;
         std::uint64_t word = i % kWordBits == 0 ? 0 : mWords[at] & below(i % kWordBits);
@@ -113,7 +115,7 @@ private:
     static constexpr std::uint32_t kWords = (Count + kWordBits - 1) / kWordBits;
     static constexpr std::uint32_t kBlocks = (Count + kBlockBits - 1) / kBlockBits;
 
-    // How many of the first `used` slots lie among the `length` from `first` on.
+    // Returns how many of the first `used` slots are among the `length` slots that begin at `first`.
     static std::uint32_t usedWithin(std::uint32_t used, std::uint32_t first, std::uint32_t length) noexcept {
         if (used <= first)
             return 0;
@@ -121,7 +123,7 @@ private:
     }
 
     static std::uint64_t bit(std::uint32_t i) noexcept { return std::uint64_t{1} << (i % kWordBits); }
-    // The bits below bit n, for n < 64.
+    // Returns a mask of the bits below bit n. n must be below 64.
     static std::uint64_t below(std::uint32_t n) noexcept { return (std::uint64_t{1} << n) - 1; }
     static std::uint32_t countOf(std::uint64_t word) noexcept {
         return static_cast<std::uint32_t>(__builtin_popcountll(word));

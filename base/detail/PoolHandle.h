@@ -1,4 +1,4 @@
-// PoolHandle: a node pool in the allocator of a map.
+// PoolHandle: a reference to a node pool, in the allocator of a map.
 #pragma once
 
 #include "base/detail/NodePool.h"
@@ -8,11 +8,11 @@
 
 namespace kvdetail {
 
-// A pointer of 48 bits. A map has seven bytes of padding behind its comparator. The pointer and a flag fit
-// there, so that a map with a pool has the size of a map without. A pool at a higher address is not used.
+// A pointer of 48 bits. A map has seven bytes of padding after its comparator. The pointer and a flag fit
+// there, so a map with a pool is as large as a map without one. A pool at a higher address is not used.
 //
-// It is stored in four bytes and two, and read in the same widths. Six single bytes would have to reach the
-// cache before they could be read as one number.
+// The pointer is stored as four bytes and two bytes, and read in the same widths. Six single bytes would have
+// to reach the cache before they could be read as one number.
 class [[gnu::packed]] PoolPointer {
 public:
     PoolPointer() noexcept = default;
@@ -34,15 +34,13 @@ private:
 // The pool of a map's node allocator.
 //
 // Invariants:
-//  1. The handle in a map is an owner of the pool. A moved map and the map that it was moved from both own
-//  the
-//     pool. Swapping two maps exchanges their handles.
-//  2. A copy owns nothing. A map copies its node allocator in one place only: into the node handle that
-//     extract() returns. The node in there keeps the pool alive by itself. Some standard libraries never
-//     destroy the copy.
+//  1. The handle in a map is an owner of the pool. When a map is moved, both maps own the pool. Swapping two
+//     maps swaps their handles.
+//  2. A copy owns nothing. A map copies its node allocator only into the node handle that extract() returns.
+//     Some standard libraries never destroy that copy. The extracted node itself keeps the pool alive.
 //  3. Making a copy raises the pool's generation. An extracted node keeps its address, so nothing else shows
-//     that the map has changed. This spares the hash of ids a comparison with the entry before, which is a
-//     cache miss per look-up in a large index.
+//     that the map has changed. Without this, the hash of ids would have to compare each entry that it finds
+//     with the previous one. In a large index that is a cache miss per lookup.
 //
 // Thread safety: that of the pool.
 class PoolHandle {
@@ -77,9 +75,9 @@ private:
 };
 static_assert(sizeof(PoolHandle) == 7, "a map has room for seven bytes behind its comparison");
 
-// A map holds the allocator of its nodes, which takes a handle. The allocator of its values is what
-// get_allocator() returns, also to many readers at once: it takes a plain pointer, as owners are counted by
-// atomic operations that would make readers wait for each other.
+// Selects how an allocator refers to its pool. The allocator of a map's nodes has a PoolHandle. The allocator
+// of its values has a plain pointer. get_allocator() returns the latter, possibly to many readers at once.
+// Counting owners takes atomic operations, which would make the readers wait for each other.
 template <class T>
 struct PoolHolder {
     using type = PoolHandle;

@@ -1,4 +1,4 @@
-// The one place that raises errors.
+// Raises all errors of the library.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -8,15 +8,17 @@
 namespace kvdetail {
 
 // The statuses that the containers and the library raise.
-constexpr int kStatusNoElement = 2;     // a vector with no element after growth
-constexpr int kStatusOutOfMemory = 6;   // a block, storage, page or array could not be obtained
+constexpr int kStatusNoElement = 2;     // a vector has no element after it has grown
+constexpr int kStatusOutOfMemory = 6;   // no memory for a block, storage, a page or an array
 constexpr int kStatusInvalidIndex = 24; // an index outside the container, or an empty slot
 
-// Errors carry no source position. The file is always a pair of quotation marks, which callers may rely on.
+// Errors have no source position. The file name is always a pair of quotation marks, and callers may rely on
+// it.
 constexpr const wchar_t* kNoFile = L"\"\"";
 constexpr int kNoLine = 0;
 
-// Offers the exception to the crash recorder, if there is one, and throws the pointer. The catcher owns it.
+// Passes the exception to the crash recorder, if there is one, and throws the pointer. The catcher owns the
+// exception.
 template <class Exception>
 [[noreturn]] void raise(std::unique_ptr<Exception> exception) {
     if (IKvCrashRecorder* recorder = gxapGetCrashRecorder())
@@ -24,7 +26,8 @@ template <class Exception>
     throw exception.release();
 }
 
-// Kept out of line and cold, so that the checks that lead here cost their callers one untaken branch.
+// Not inlined and marked cold. So a check that calls this costs its function only one branch that is not
+// taken.
 [[noreturn, gnu::noinline, gnu::cold]] inline void raiseStatus(int status) {
     raise(std::make_unique<KvErrorStatus>(status, kNoFile, kNoLine));
 }

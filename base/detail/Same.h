@@ -1,4 +1,4 @@
-// isSame: equality that asks the application as seldom as it can.
+// isSame: compares values with as few calls of the application as possible.
 #pragma once
 
 #include <type_traits>
@@ -7,8 +7,8 @@ class GxDbObjectId;
 
 namespace kvdetail {
 
-// a == b. Ids with the same stub name the same object, which spares a call into the application. Only the
-// application can say that ids with different stubs name different objects.
+// Returns a == b. Ids with the same stub name the same object, which needs no call of the application. Only
+// the application knows whether ids with different stubs name different objects.
 template <class T>
 bool isSame(const T& a, const T& b) {
     if constexpr (std::is_same_v<T, GxDbObjectId>)

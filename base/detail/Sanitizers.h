@@ -1,4 +1,4 @@
-// Which sanitizers this translation unit is compiled with: 1 or 0 each.
+// Tells which sanitizers this translation unit is compiled with: each macro is 1 or 0.
 #pragma once
 
 #if defined(__SANITIZE_THREAD__)

@@ -1,45 +1,45 @@
-// The library's shortcuts. What the library does, and every result, is the same without them.
+// The library's optimisations that can be switched off. Every result is the same without them.
 #pragma once
 
 #include "base/detail/Sanitizers.h"
 
 #include <cstddef>
 
-// 1 or 0 for all of them. A program and the library that it links have to agree: see KvSelectContextExport.h.
+// 1 or 0, for all of them. A program and its library must use the same value: see KvSelectContextExport.h.
 #ifndef KV_SHORTCUTS
 #define KV_SHORTCUTS 1
 #endif
 
-// Each can be set by itself, to measure what it is worth: scripts/bench --ablation.
+// Each can be switched by itself, to measure its effect: scripts/bench --ablation.
 
-// Pages of a store are found by address and by number instead of along their chain.
+// Finds the pages of a store by address or by number, instead of along their chain.
 #ifndef KV_SHORTCUT_PAGE_INDEX
 #define KV_SHORTCUT_PAGE_INDEX KV_SHORTCUTS
 #endif
 
-// Occupied slots are counted by arithmetic or in a bitmap instead of one by one.
+// Counts occupied slots by arithmetic or in a bitmap, instead of one by one.
 #ifndef KV_SHORTCUT_OCCUPANCY_BITMAP
 #define KV_SHORTCUT_OCCUPANCY_BITMAP KV_SHORTCUTS
 #endif
 
-// Nodes of the id index come from a pool of the set's data.
+// Takes the nodes of the id index from a pool of the set's data.
 #ifndef KV_SHORTCUT_NODE_POOL
 #define KV_SHORTCUT_NODE_POOL KV_SHORTCUTS
 #endif
 
-// Records come from a pool of the set's data. Without it under the address sanitizer, which sees what is done
-// to a deleted record only where each record has its memory to itself.
+// Records come from a pool of the set's data. The pool is off under the address sanitizer: the sanitizer sees
+// an access to a deleted record only if every record has its own block of memory.
 #ifndef KV_SHORTCUT_RECORD_POOL
 #define KV_SHORTCUT_RECORD_POOL (KV_SHORTCUTS && !KV_ADDRESS_SANITIZER)
 #endif
 
-// Whole-set operations try the next entry of the id index before they search it.
+// Whole-set operations try the next entry of the id index before they search the index.
 #ifndef KV_SHORTCUT_NEXT_ID
 #define KV_SHORTCUT_NEXT_ID KV_SHORTCUTS
 #endif
 
-// Ids are looked up in a hash before the index is searched. Needs the node pool, whose generation shows that
-// the index has changed. Not with libc++, whose maps fill their nodes anew without a call to the allocator.
+// Looks ids up in a hash before the index is searched. Needs the node pool, whose generation shows that the
+// index has changed. Off with libc++: its maps reuse their nodes without calling the allocator.
 #ifndef KV_SHORTCUT_ID_HASH
 #ifdef _LIBCPP_VERSION
 #define KV_SHORTCUT_ID_HASH 0
@@ -48,12 +48,12 @@
 #endif
 #endif
 
-// Items of one id are hashed where they are many. Needs the node pool, as the hash of ids does.
+// Hashes the items of an id that has many. Needs the node pool, as the hash of ids does.
 #ifndef KV_SHORTCUT_RUN_INDEX
 #define KV_SHORTCUT_RUN_INDEX KV_SHORTCUT_ID_HASH
 #endif
 
-// Whole-set operations sort ids and meet the index in its own order.
+// Whole-set operations sort ids, and then visit the index in its own order.
 #ifndef KV_SHORTCUT_ID_BATCH
 #define KV_SHORTCUT_ID_BATCH KV_SHORTCUTS
 #endif

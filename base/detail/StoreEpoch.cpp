@@ -5,7 +5,7 @@
 namespace kvdetail {
 namespace {
 
-// Each on a cache line of its own, so that threads which edit different sets do not slow each other down.
+// Each counter has a cache line of its own. So threads that edit different sets do not slow each other down.
 struct alignas(64) Counter {
     std::uint32_t value = 0;
 };
@@ -22,7 +22,7 @@ struct Counters {
 
 } // namespace
 
-// Constant-initialised: a host may make sets while it is loaded itself.
+// Constant-initialised, since a host may make sets while it is being loaded.
 static Counters<StoreEpoch::kGroups> sCounters;
 static std::atomic<std::uint32_t> sStores{0};
 

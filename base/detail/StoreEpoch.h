@@ -1,4 +1,4 @@
-// StoreEpoch: tells an iterator whether it may have missed that a page was freed.
+// StoreEpoch: tells an iterator whether a page may have been freed.
 #pragma once
 
 #include "base/detail/Export.h"
@@ -8,21 +8,21 @@
 
 namespace kvdetail {
 
-// The epoch of one store. It is raised whenever the store frees a page. An iterator that carries the present
-// value stands on a page that is still there. An iterator that carries an earlier one has to look for its
-// page before it reads it.
+// The epoch of one store. It rises whenever the store frees a page. If an iterator has the present value, its
+// page still exists. If it has an earlier value, the iterator must look for its page before it reads the
+// page.
 //
-// Stores share a fixed number of counters in turn, so an epoch rises for the other stores of its group, too:
-// the only cost is a search that was not needed. A counter outlives every store, so a page that a caller has
-// moved into another store can raise the epoch of the one that it left.
+// There is a fixed number of counters, and stores take them in turn. So an epoch also rises for the other
+// stores of its group. They only search once more than necessary. A counter outlives every store. So a page
+// that a caller has moved to another store can still raise the epoch of its first store.
 //
 // Invariants:
-//  1. A counter rises by kGroups, so its low bits are the number of its group and no two groups ever have a
-//     value in common.
+//  1. A counter rises by kGroups. So its low bits are the number of its group, and no two groups have a value
+//     in common.
 //  2. The values of one group are ordered modulo 2^32.
 //
-// Thread safety: every function may be called from any thread. The counters are relaxed: a thread has to see
-// the frees of its own stores, and those it has synchronised with.
+// Thread safety: any thread may call every function. The counters are relaxed. A thread needs to see only the
+// frees of its own stores, and those that it has synchronised with.
 class KV_BASE_API StoreEpoch {
 public:
     StoreEpoch() noexcept;
@@ -30,9 +30,9 @@ public:
     StoreEpoch& operator=(const StoreEpoch&) = delete;
     ~StoreEpoch() = default;
 
-    // A walk asks twice for every item. The read is volatile and not atomic: compilers take even a relaxed
-    // atomic load for a reason to read everything else again, which costs a walk six instructions an item
-    // (a sixth of it). An aligned word is read whole all the same.
+    // A walk calls this twice for every item. The read is volatile and not atomic. A relaxed atomic load
+    // would make compilers read everything else again. That would cost a walk six instructions an item, a
+    // sixth of its instructions. An aligned word is read whole even without an atomic load.
     std::uint32_t current() const noexcept {
 #if KV_THREAD_SANITIZER
         return __atomic_load_n(mCounter, __ATOMIC_RELAXED);
@@ -41,13 +41,14 @@ public:
 #endif
     }
 
-    // A page that was made in this store is freed by it.
+    // Raises the epoch, for a page that was made in this store and is freed by it.
     void raise() noexcept;
 
-    // A page that was made in another store is freed. Any store may have iterators on it. O(kGroups).
+    // Raises all epochs, for a page that was made in another store. Any store may have iterators on it.
+    // O(kGroups).
     static void raiseAll() noexcept;
 
-    // Tells stores apart, also those that lie at the same address one after the other.
+    // Returns a number that identifies the store. A later store at the same address has another one.
     std::uint32_t serial() const noexcept {
         return mSerial;
     }
@@ -56,7 +57,7 @@ public:
         return (a ^ b) % kGroups == 0;
     }
 
-    // For two values of one group.
+    // Returns whether `a` is later than `b`. Both must be values of one group.
     static bool isLater(std::uint32_t a, std::uint32_t b) noexcept {
         return static_cast<std::int32_t>(a - b) > 0;
     }

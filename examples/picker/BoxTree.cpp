@@ -6,7 +6,7 @@
 namespace picker {
 namespace {
 
-// A number to sort by, also for boxes of infinite size.
+// Returns a number to sort by. Boxes of infinite size have one, too.
 double middle(double low, double high) {
     const double sum = low + high;
     return std::isfinite(sum) ? sum / 2 : 0;
@@ -30,7 +30,7 @@ BoxTree::BoxTree(const std::vector<Box>& boxes) {
     }
 }
 
-// Vertical slices of about as many tiles as there are slices; within a slice from low to high.
+// Sorts into vertical slices, about as many as a slice has tiles. Each slice is sorted from low to high.
 void BoxTree::sortIntoTiles(std::vector<Node>& nodes) {
     const auto byX = [](const Node& a, const Node& b) {
         return middle(a.box.low.x, a.box.high.x) < middle(b.box.low.x, b.box.high.x);

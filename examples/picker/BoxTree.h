@@ -1,7 +1,7 @@
-// Finds, among many boxes that do not change, those that overlap a region without looking at all of them.
+// Finds the boxes that overlap a region without looking at every box. The boxes must not change.
 //
-// A packed R-tree: the boxes are sorted into tiles of kFanout neighbours, the tiles' boxes likewise, up to
-// one root.
+// A packed R-tree: the boxes are sorted into tiles of kFanout neighbours. The boxes of the tiles are sorted
+// in the same way, up to one root.
 #pragma once
 
 #include "examples/picker/Geometry.h"
@@ -17,7 +17,7 @@ public:
     // O(n log n). Empty boxes are never found.
     explicit BoxTree(const std::vector<Box>& boxes);
 
-    // Calls found(index of a box) for each box that overlaps the region, in no particular order.
+    // Calls found(index of a box) for each box that overlaps the region, in any order.
     template <class Found>
     void visitOverlapping(const Box& region, Found found) const {
         if (!mNodes.empty())
@@ -29,8 +29,8 @@ private:
 
     struct Node {
         Box box;
-        std::uint32_t first; // its first child, or for a leaf the index of its box
-        std::uint32_t last;  // behind its last child, or kLeaf
+        std::uint32_t first; // its first child; for a leaf, the index of its box
+        std::uint32_t last;  // one past its last child, or kLeaf
     };
     static constexpr std::uint32_t kLeaf = 0;
 
@@ -50,7 +50,7 @@ private:
             visit(child, region, found);
     }
 
-    std::vector<Node> mNodes; // leaves, then each level above them; the root is the last one
+    std::vector<Node> mNodes; // the leaves, then each level above them; the root is last
 };
 
 } // namespace picker

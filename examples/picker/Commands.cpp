@@ -36,7 +36,7 @@ std::string entities(std::uint64_t count) {
 }
 
 std::string shortNumber(double value) {
-    constexpr double kNoise = 1e-12; // of turning by right angles
+    constexpr double kNoise = 1e-12; // rounding errors of turns by right angles
     if (std::abs(value) < kNoise)
         value = 0;
     char text[32];
@@ -58,7 +58,7 @@ std::string omissionsLine(const std::vector<Omission>& omissions) {
     return line;
 }
 
-// ---- what items look like
+// ---- how items are printed
 
 template <class Ids, class TextOf>
 std::string pathText(const Ids& path, TextOf textOf) {
@@ -90,7 +90,7 @@ std::string markerText(long marker) {
     return marker == -1 ? "-" : std::to_string(marker);
 }
 
-// The rows of the compound transform: x' = first row, y' = second row.
+// Returns the rows of the compound transform: x' = first row, y' = second row.
 std::string transformText(const GxapSelectedEntInfo* info) {
     GxGeMatrix3d matrix;
     if (!info || !info->getCompoundTransformWithBTROffset(matrix))
@@ -242,7 +242,7 @@ void all(Console& console, const Arguments& arguments) {
     sayTally(console, console.session.all());
 }
 
-// Between the slashes; there is at least one id.
+// Returns the ids between the slashes of the text. A text without a slash is one id.
 std::vector<GxDbObjectId> idPath(const Drawing& drawing, const std::string& text) {
     std::vector<GxDbObjectId> path;
     std::size_t begin = 0;
@@ -299,7 +299,7 @@ void list(Console& console, const Arguments& arguments) {
                  {"marker", Table::Align::right},
                  {"nested path"},
                  {"fence crossing"}});
-    // Only the first row's place is counted out; from there on the iterator walks.
+    // Only the first row's position is counted. From there on, the iterator advances.
     GxapSelectSet::ConstIterator it = set.iteratorAt(first);
     for (int row = 0; row < rows && !it.isDone(); ++row, it.step())
         addRow(table, console.session.drawing(), it);
@@ -309,7 +309,7 @@ void list(Console& console, const Arguments& arguments) {
                     << it.index << '\n';
 }
 
-// What the library makes of a nested path; it has nothing to resolve in a plain item.
+// Prints what the library resolves a nested path to. A plain item has nothing to resolve.
 void sayResolved(Console& console, const GxapSelectSet::ConstIterator& it) {
     GxDbFullSubentPath path;
     KvVector<GxDbObjectId> opened;
@@ -350,7 +350,7 @@ void has(Console& console, const Arguments& arguments) {
     const Drawing& drawing = console.session.drawing();
     const GxDbObjectId id = idOf(drawing, arguments.word());
     const GxapSelectSet& set = console.session.set();
-    // Presence is a question to the index; no position is counted out for it.
+    // The index knows whether the id is there. So no position is counted.
     const auto found = set.findInMap(id);
     const bool isThere = found != set.sharedData->dataMap.end();
     console.out << "set " << console.session.currentName() << (isThere ? " has " : " does not have ")
@@ -470,7 +470,7 @@ void unhighlight(Console& console, const Arguments& arguments) {
     sayHighlights(console);
 }
 
-// Never the drawing's own file.
+// Returns the name of the picture file. It is never the drawing's own file.
 std::filesystem::path pictureFile(const Session& session, const Arguments& arguments) {
     std::filesystem::path file = arguments.optionalWord();
     if (file.empty())
@@ -484,7 +484,7 @@ std::filesystem::path pictureFile(const Session& session, const Arguments& argum
 }
 
 void writeFile(const std::filesystem::path& file, const std::string& text) {
-    std::error_code failure; // opening says it as well
+    std::error_code failure; // opening the file reports a failure, too
     if (file.has_parent_path())
         std::filesystem::create_directories(file.parent_path(), failure);
     std::ofstream out(file, std::ios::binary);
@@ -531,14 +531,14 @@ Filter typeFilter(const std::string& type) {
 
 Filter blockFilter(const Drawing& drawing, const std::string& name) {
     const auto& blocks = drawing.blocks();
-    // The first one is the drawing itself, which is nowhere placed.
+    // The first block is the drawing itself, which is not placed anywhere.
     if (std::none_of(blocks.begin() + 1, blocks.end(),
                      [&](const BlockDefinition* block) { return block->name() == name; }))
         throw CommandError("there is no block '" + name + "'; blocks lists them");
     return referencesTo(name);
 }
 
-// The words in front of the last one.
+// Returns the filter in the words before the last word.
 Filter filterOf(const Console& console, const Arguments& arguments) {
     const std::vector<std::string>& words = arguments.words();
     const Arguments rest({words.begin() + 1, words.end() - 1}, arguments.usage());
@@ -610,7 +610,7 @@ void use(Console& console, const Arguments& arguments) {
     table.print(console.out, console.width);
 }
 
-// Words are NAME = SET [+|- SET].
+// Runs the words NAME = SET [+|- SET].
 void assign(Console& console, const Arguments& arguments) {
     const std::vector<std::string>& words = arguments.words();
     if (words.size() != 3 && words.size() != 5)
@@ -680,7 +680,7 @@ void echo(Console& console, const Arguments& arguments) {
     console.out << arguments.joined() << '\n';
 }
 
-// The one command whose name stands between its arguments.
+// The one command whose name is between its arguments.
 constexpr const char* kAssign = "=";
 
 std::string usageOf(const Command& command) {

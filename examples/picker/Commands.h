@@ -1,4 +1,4 @@
-// The commands of the application: one table, one small function each.
+// The commands of the application: a table with one function for each command.
 #pragma once
 
 #include "examples/picker/Session.h"
@@ -10,7 +10,7 @@
 
 namespace picker {
 
-// The words behind a command's name. Every function throws CommandError when the words are not what it wants.
+// The words after a command's name. Every function throws CommandError if the words do not fit.
 class Arguments {
 public:
     Arguments(std::vector<std::string> words, std::string usage)
@@ -19,15 +19,16 @@ public:
     std::size_t count() const { return mWords.size(); }
     const std::vector<std::string>& words() const { return mWords; }
     const std::string& usage() const { return mUsage; }
-    // Exactly one word; at most one, else empty; none.
+    // word() requires exactly one word. optionalWord() requires at most one, and returns "" for none.
+    // expectNone() requires that there are no words.
     const std::string& word() const;
     std::string optionalWord() const;
     void expectNone() const;
-    // All words as numbers, which commas may part as well as blanks; between `fewest` and `most` of them.
+    // Returns all words as numbers, separated by commas or blanks. Requires `fewest` to `most` numbers.
     std::vector<double> numbers(std::size_t fewest, std::size_t most) const;
-    // The same, whole and not negative.
+    // Returns the numbers of numbers(), which must be whole and not negative.
     std::vector<int> positions(std::size_t fewest, std::size_t most) const;
-    // As they were typed, with single blanks.
+    // Returns the words, separated by single blanks.
     std::string joined() const;
 
     [[noreturn]] void fail(const std::string& what) const;
@@ -37,11 +38,11 @@ private:
     std::string mUsage;
 };
 
-// Where a command works and answers.
+// What a command works on, and where it prints.
 struct Console {
     Session& session;
     std::ostream& out;
-    std::size_t width;       // of a line
+    std::size_t width;       // characters of a line
     bool isFinished = false; // set by the command that ends the session
 };
 
@@ -54,12 +55,12 @@ struct Command {
 
 const std::vector<Command>& commands();
 
-// Words are parted by blanks; double quotes keep blanks in a word. A line that is empty or begins with # has
-// none.
+// Splits a line into words at blanks. Double quotes keep blanks in a word. A line that is empty or begins
+// with # has no words.
 std::vector<std::string> wordsOf(const std::string& line);
 
-// Runs a command by its words; none do nothing. Throws CommandError, DrawingError or PickError with a text
-// for the user, and what the library throws.
+// Runs the command that the words name. Does nothing if there are no words. Throws what the library throws,
+// and CommandError, DrawingError or PickError with a text for the user.
 void runCommand(Console& console, std::vector<std::string> words);
 
 } // namespace picker

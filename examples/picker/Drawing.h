@@ -1,7 +1,8 @@
 // A drawing in the in-memory database: curves, block definitions and references to them.
 //
-// What a block contains is in the database once, however often the block is placed. An entity that is seen is
-// therefore named by its path: the ids of the references from the outermost one inwards, and its own.
+// The contents of a block are in the database once, however often the block is placed. A path therefore names
+// an entity as the user sees it: the ids of the references from the outermost one inwards, then the entity's
+// own id.
 #pragma once
 
 #include "examples/picker/BoxTree.h"
@@ -16,12 +17,12 @@ namespace picker {
 
 class BlockDefinition;
 
-// The types of parts that paths lead to: an entity as a whole, with the gs marker of its item as index, or
-// one segment of it by its number.
+// The types of the parts that paths lead to. A whole entity has the marker of its item as index. A segment of
+// an entity has its number as index.
 constexpr std::int32_t kWholePart = 0;
 constexpr std::int32_t kEdgePart = 2;
 
-// Segment n of the outline, counted from 1, is what gs marker n names.
+// An entity with an outline. Marker n names segment n of the outline, counted from 1.
 class Curve : public kvinmemory::Entity {
 public:
     Curve(std::string type, Outline outline) : mType(std::move(type)), mOutline(std::move(outline)) {}
@@ -49,7 +50,7 @@ private:
 
 class BlockDefinition : public kvinmemory::NonEntity {
 public:
-    // Either a curve or a reference; the other one is null.
+    // An entity in the block: a curve or a reference. The other pointer is null.
     struct Content {
         GxDbObjectId id;
         const Curve* curve;
@@ -62,17 +63,19 @@ public:
 
     const std::string& name() const { return mName; }
     const std::vector<Content>& contents() const { return mContents; } // in drawing order
-    const Content* find(GxDbObjectId id) const;   // null where it is not directly in this block; O(log n)
-    const BoxTree& tree() const { return mTree; } // of the contents, by their index
+    const Content* find(GxDbObjectId id) const;   // null if it is not directly in this block; O(log n)
+    const BoxTree& tree() const { return mTree; } // finds contents by their boxes, as indices of contents()
     const Box& box() const { return mBox; }
-    // Curves that one reference to the block shows, at any depth. The largest number stands for more as well.
+    // Returns the number of curves that one reference to the block shows, at any depth. The largest number
+    // also stands for every larger one.
     std::uint64_t curveCount() const { return mCurveCount; }
 
 private:
     friend class Drawing;
 
     void add(const Content& content) { mContents.push_back(content); }
-    // When the contents are complete, those of all blocks inside included.
+    // Computes box, tree and curve count. The contents of this block and of all blocks in it must be
+    // complete.
     void finish();
 
     std::string mName;
@@ -93,16 +96,16 @@ public:
     const kvinmemory::Database& database() const { return mDatabase; }
 
     const BlockDefinition& model() const { return *mBlocks.front(); }
-    // All blocks, the model first.
+    // Returns all blocks, the model first.
     const std::vector<const BlockDefinition*>& blocks() const { return mBlocks; }
 
-    // Null where the id is that of something else.
+    // Return null if the id names something else.
     const Curve* curve(GxDbObjectId id) const;
     const BlockReference* reference(GxDbObjectId id) const;
 
-    // "17 line", "4 chair": the handle, and the kind of a curve or the block of a reference.
+    // Returns the handle, and the type of a curve or the block of a reference: "17 line", "4 chair".
     std::string label(GxDbObjectId id) const;
-    // By handle or name; the null id where there is none.
+    // Finds an object by handle or name. Returns the null id if there is none.
     GxDbObjectId find(const std::string& handleOrName) const;
 
 private:

@@ -1,5 +1,5 @@
-// What items a command is about, judged by their main entity: a curve of the drawing itself, or an outermost
-// block reference.
+// Filters of a command. A filter decides by an item's main entity: a curve of the drawing itself, or an
+// outermost block reference.
 #pragma once
 
 #include "examples/picker/Drawing.h"
@@ -13,7 +13,7 @@ using Filter = std::function<bool(const BlockDefinition::Content&)>;
 
 Filter curvesOfType(const std::string& type);
 Filter referencesTo(const std::string& block);
-// Wholly inside, by its box.
+// Matches entities whose own box is wholly inside the box.
 Filter inside(const Box& box);
 
 } // namespace picker

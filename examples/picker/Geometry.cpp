@@ -10,7 +10,8 @@ double radians(double degrees) {
     return degrees * 3.14159265358979323846 / 180;
 }
 
-// Lines on one common straight line, or single points of it: where the other one begins to cover this one.
+// For two lines on one straight line, or single points of it: returns where the other line begins to cover
+// this one.
 std::optional<double> overlap(Point from, Point to, Point otherFrom, Point otherTo) {
     const Point along = to - from;
     const double square = dot(along, along);
@@ -132,7 +133,7 @@ bool touches(const Box& box, Point from, Point to) {
         return true;
     if (!box.overlaps(Box::between(from, to)))
         return false;
-    // The boxes overlap, so the line misses only when all four corners lie on one side of it.
+    // The boxes overlap. So the line misses the box only if all four corners are on one side of the line.
     const Point along = to - from;
     const double first = cross(along, box.low - from);
     return !(sameSide(first, cross(along, Point{box.high.x, box.low.y} - from)) &&
@@ -141,8 +142,8 @@ bool touches(const Box& box, Point from, Point to) {
 }
 
 std::optional<double> crossing(Point from, Point to, Point otherFrom, Point otherTo) {
-    // Sides are judged per end point, so that a line through the joint of two lines meets at least one of
-    // them whatever the rounding.
+    // Sides are computed per end point. So a line through the joint of two lines meets at least one of them,
+    // whatever the rounding.
     const Point other = otherTo - otherFrom;
     const double sideFrom = cross(other, from - otherFrom);
     const double sideTo = cross(other, to - otherFrom);
@@ -154,7 +155,7 @@ std::optional<double> crossing(Point from, Point to, Point otherFrom, Point othe
     if (sameSide(sideOtherFrom, sideOtherTo))
         return std::nullopt;
     if (sideFrom == 0 && sideTo == 0) {
-        // The other one may be a single point, which lies beside this line unless these are 0 as well.
+        // The other line may be a single point. It is beside this line unless these two are 0 as well.
         const bool oneLine = sideOtherFrom == 0 && sideOtherTo == 0;
         return oneLine ? overlap(from, to, otherFrom, otherTo) : std::nullopt;
     }

@@ -1,5 +1,4 @@
-// Plane geometry of the drawing: points, boxes, transforms, and the questions that picks ask of straight
-// lines.
+// Plane geometry of the drawing: points, boxes, transforms, and tests of straight lines for picks.
 #pragma once
 
 #include <limits>
@@ -33,7 +32,7 @@ double cross(Point a, Point b);
 double length(Point p);
 Point interpolated(Point from, Point to, double parameter);
 
-// An axis-parallel box that owns its borders. A new one is empty: it contains and overlaps nothing.
+// An axis-parallel box that includes its borders. A new box is empty: it contains and overlaps nothing.
 struct Box {
     Point low{std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()};
     Point high{-std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()};
@@ -59,23 +58,23 @@ struct Affine {
     static Affine skewY(double degrees);
 
     Point operator()(Point p) const { return {a * p.x + c * p.y + e, b * p.x + d * p.y + f}; }
-    Box operator()(const Box& box) const; // the box around the mapped box
+    Box operator()(const Box& box) const; // returns the box around the mapped box
 
-    // Nothing for a map that flattens the plane.
+    // Returns nothing for a map that flattens the plane.
     std::optional<Affine> inverse() const;
 };
 
-// The map that applies `inner` first.
+// Returns the map that applies `inner` first, then `outer`.
 Affine operator*(const Affine& outer, const Affine& inner);
 
-// From a point to the nearest point of a line.
+// Returns the distance from a point to the nearest point of a line.
 double distance(Point p, Point from, Point to);
 
-// Whether any point of a line lies in the box or on its border.
+// Returns whether any point of a line is in the box or on its border.
 bool touches(const Box& box, Point from, Point to);
 
-// Where a line first meets another one, as parameter 0..1 along the first. Lines that touch at an end meet,
-// and so do lines that overlap: there it is the first common point.
+// Returns where a line first meets another one, as a parameter 0..1 along the first line. Lines that touch at
+// an end meet. Lines that overlap meet at their first common point.
 std::optional<double> crossing(Point from, Point to, Point otherFrom, Point otherTo);
 
 } // namespace picker

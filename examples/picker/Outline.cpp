@@ -6,11 +6,11 @@
 namespace picker {
 namespace {
 
-constexpr double kTolerance = 0.001; // of the curve's own size
+constexpr double kTolerance = 0.001; // as a share of the curve's own size
 constexpr double kPi = 3.14159265358979323846;
 
-// The number of chords that keeps a Bezier curve within the tolerance (Wang's bound): `bend` is the largest
-// second difference of its control points, `factor` is degree * (degree - 1) / 8.
+// Returns the number of chords that keeps a Bezier curve within the tolerance (Wang's bound). `bend` is the
+// largest second difference of the control points. `factor` is degree * (degree - 1) / 8.
 int chordCount(double bend, double factor, const Box& controls) {
     const double size = length(controls.high - controls.low);
     if (!(size > 0) || !std::isfinite(size) || !std::isfinite(bend))
@@ -33,7 +33,7 @@ double angleOf(Point p) {
     return std::atan2(p.y, p.x);
 }
 
-// An elliptical arc by its centre: the point at `angle` is centre + rotated (rx cos, ry sin).
+// An elliptical arc, described by its centre. The point at `angle` is centre + rotated (rx cos, ry sin).
 struct CentredArc {
     Affine frame; // maps the unit circle to the ellipse
     double start = 0;
@@ -51,13 +51,13 @@ struct CentredArc {
     }
 };
 
-// From the end points and flags that SVG gives to centre and angles. Radii that are too small are enlarged
-// until the ellipse reaches both points.
+// Computes centre and angles from the end points and flags of SVG. Enlarges radii that are too small until
+// the ellipse reaches both points.
 CentredArc centredArc(Point from, Point to, Point radii, double rotation, bool large, bool sweep) {
     const Affine turned = Affine::rotation(rotation);
     const Affine turnedBack = Affine::rotation(-rotation);
     const Point half = turnedBack(0.5 * (from - to));
-    // On the unit circle the chord's half is (half.x / rx, half.y / ry); its length must not exceed the
+    // On the unit circle, half of the chord is (half.x / rx, half.y / ry). Its length must not exceed the
     // radius.
     const double reach = std::hypot(half.x / radii.x, half.y / radii.y);
     const double enlarged = std::max(1.0, reach);
@@ -83,7 +83,7 @@ CentredArc centredArc(Point from, Point to, Point radii, double rotation, bool l
     return arc;
 }
 
-// Calls visit(from, to) for every chord of a segment, in order, until it answers false.
+// Calls visit(from, to) for every chord of a segment, in order, until a call returns false.
 template <class Visit>
 void visitChords(const Outline& outline, Outline::Segment segment, const Affine& placement, Visit visit) {
     Point from = placement(outline.points()[segment.first]);
@@ -105,7 +105,7 @@ std::optional<double> firstCrossing(Point from, Point to, const std::vector<Poin
     return earliest;
 }
 
-// The length of the segment's chords up to the place where the fence first meets it, and of all of them.
+// Returns where the fence first meets the segment, as a parameter 0..1 along the segment by length.
 std::optional<double> firstCrossing(const Outline& outline, Outline::Segment segment, const Affine& placement,
                                     const std::vector<Point>& fence) {
     std::optional<double> lengthToCrossing;

@@ -1,8 +1,8 @@
 // The lines of one drawn entity: a sequence of segments, each a straight line, an arc or a curve.
 //
-// Curves are kept as chains of chords. A chord strays from its curve by at most a thousandth of the curve's
-// size (the larger radius of an arc, the diagonal of a Bezier curve's control polygon), so an outline is as
-// good after any enlargement as before.
+// Curves are kept as chains of chords. The distance between a chord and its curve is at most a thousandth of
+// the curve's size. The size is the larger radius of an arc, or the diagonal of a Bezier curve's control
+// polygon. So an outline has the same quality after any enlargement.
 #pragma once
 
 #include "examples/picker/Geometry.h"
@@ -17,20 +17,20 @@ namespace picker {
 class Outline {
 public:
     struct Segment {
-        std::uint32_t first; // its chain of points, both ends included; neighbours share a point
+        std::uint32_t first; // its points, both ends included; neighbours share a point
         std::uint32_t last;
     };
 
-    // Drawing. Each of the ...To calls appends one segment; the first one needs a moveTo before it.
+    // Each of the ...To functions appends one segment. A moveTo() must come before the first one.
     void moveTo(Point p);
     void lineTo(Point p);
     void quadraticTo(Point control, Point p);
     void cubicTo(Point control, Point secondControl, Point p);
-    // SVG's elliptical arc: radii, rotation of the ellipse in degrees, which of the four arcs.
+    // Appends SVG's elliptical arc: radii, rotation of the ellipse in degrees, and which of the four arcs.
     void arcTo(Point radii, double rotation, bool large, bool sweep, Point p);
-    // A full ellipse as one segment, from its rightmost point on.
+    // Appends a full ellipse as one segment. It begins at its rightmost point.
     void ellipse(Point centre, double radiusX, double radiusY);
-    // A line back to the last moveTo, unless the pen is there already.
+    // Appends a line back to the last moveTo(), unless the pen is already there.
     void close();
 
     bool isEmpty() const { return mSegments.empty(); }
@@ -51,10 +51,10 @@ private:
     Point mStart;
     Point mPen;
     bool mPenIsLastPoint = false;
-    std::uint32_t mFirst = 0; // of the segment that is being drawn
+    std::uint32_t mFirst = 0; // first point of the segment that is being drawn
 };
 
-// The four sides, and between them the four corners where they are rounded.
+// Makes the outline of a rectangle: four sides, and between them four corners if these are rounded.
 Outline rectangleOutline(const Box& box, double radiusX, double radiusY);
 
 struct NearestSegment {
@@ -66,11 +66,11 @@ struct Crossing {
     double parameter; // 0..1 along the segment, by length
 };
 
-// The questions of the picks, about an outline seen through a transform.
+// Tests for picks. They apply to the outline as the transform places it.
 std::optional<NearestSegment> nearestSegment(const Outline& outline, const Affine& placement, Point p);
 bool isWhollyInside(const Outline& outline, const Affine& placement, const Box& box);
 bool touches(const Outline& outline, const Affine& placement, const Box& box);
-// The first point along the outline where the fence, a chain of points, meets it.
+// Returns the first point along the outline where the fence, a chain of points, meets the outline.
 std::optional<Crossing> earliestCrossing(const Outline& outline, const Affine& placement,
                                          const std::vector<Point>& fence);
 

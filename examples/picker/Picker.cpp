@@ -7,8 +7,8 @@
 namespace picker {
 namespace {
 
-// Coordinates that went through transforms differ from the exact ones in their last digits; whoever stands on
-// the border of a box counts as inside all the same.
+// Enlarges a box a little. Transformed coordinates differ from the exact ones in their last digits. A point
+// on the border of the box must still count as inside.
 Box withRounding(Box box) {
     constexpr double kShare = 1e-9;
     const double x = kShare * (std::abs(box.low.x) + std::abs(box.high.x));
@@ -31,7 +31,8 @@ Box boxAround(const std::vector<Point>& corners, const Affine& transform) {
 
 } // namespace
 
-// Goes down through the references, with a stack of its own, so that no depth of nesting is too much.
+// Visits the placed entities through the references. It uses a stack instead of recursion, so nesting may be
+// of any depth.
 class Picker::Walk {
 public:
     Walk(const BlockDefinition& block, const Affine& placement, const Region* region)
@@ -39,7 +40,7 @@ public:
         push(block);
     }
 
-    // Goes on to the next placed curve; null at the end.
+    // Advances to the next placed curve. Returns null at the end.
     const Curve* next(Pick& pick) {
         while (!mSteps.empty()) {
             const Step step = mSteps.back();
@@ -64,8 +65,8 @@ public:
 private:
     struct Step {
         const BlockDefinition* block;
-        std::uint32_t index; // of the content
-        std::uint32_t depth; // references around it
+        std::uint32_t index; // of the content in the block
+        std::uint32_t depth; // number of references around the content
     };
 
     void countStep() {
@@ -73,14 +74,15 @@ private:
             throw PickError("more than " + std::to_string(kMostExamined) + " entities; pick a smaller part");
     }
 
-    // The contents that may meet the region, in drawing order from the top of the stack.
+    // Pushes the contents that may meet the region. The first one in drawing order is on top of the stack.
     void push(const BlockDefinition& block) {
         const std::size_t bottom = mSteps.size();
         const auto depth = static_cast<std::uint32_t>(mPlacements.size() - 1);
         const auto pushContent = [&](std::size_t index) {
             mSteps.push_back({&block, static_cast<std::uint32_t>(index), depth});
         };
-        // A placement without an inverse squeezes the block into a line or a point: all of it is near.
+        // A placement without an inverse flattens the block into a line or a point. All of its contents are
+        // then near.
         const std::optional<Affine> toBlock = mRegion ? mPlacements.back().inverse() : std::nullopt;
         if (!toBlock) {
             for (std::size_t i = block.contents().size(); i > 0; --i)
@@ -97,7 +99,7 @@ private:
 
     const Region* mRegion;
     std::vector<Step> mSteps;
-    std::vector<Affine> mPlacements; // of the block at each depth, in the drawing
+    std::vector<Affine> mPlacements; // of the block at each depth
     std::size_t mExamined = 0;
 };
 

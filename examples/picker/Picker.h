@@ -1,5 +1,4 @@
-// Finds what a pick of the user means: the entities under a point, in a box or along a fence, as they are
-// placed.
+// Finds the placed entities that the user picks: under a point, in a box or along a fence.
 #pragma once
 
 #include "examples/picker/Drawing.h"
@@ -12,13 +11,13 @@
 
 namespace picker {
 
-// One entity as it is placed.
+// One placed entity.
 struct Pick {
     std::vector<GxDbObjectId>
-        path;           // from the outermost reference to the entity; the entity alone if it is in none
-    Affine placement;   // from the entity's coordinates to the drawing's: all the references' together
-    long gsMarker = -1; // number from 1 of the segment that was met; -1: the entity as a whole
-    std::optional<Crossing> crossing; // of a fence
+        path;         // from the outermost reference to the entity; a single id if the entity is in no block
+    Affine placement; // from the entity's coordinates to the drawing's, through all references
+    long gsMarker = -1;               // the segment that was met, counted from 1; -1: the whole entity
+    std::optional<Crossing> crossing; // with the fence
 
     bool isNested() const { return path.size() > 1; }
 };
@@ -30,43 +29,42 @@ public:
 
 class Picker {
 public:
-    // Called in drawing order; the pick is the picker's and lasts for the call.
+    // Called in drawing order. The pick belongs to the picker and is valid only during the call.
     using Found = std::function<void(const Pick&)>;
 
-    // A block placed in blocks many times over can show more than any machine holds; a pick that looks at
-    // more than this many placed entities and references is a PickError.
+    // The largest number of placed entities and references that a pick may examine. More is a PickError.
+    // Blocks that are placed in blocks many times can show more entities than any machine can process.
     static constexpr std::size_t kMostExamined = 5'000'000;
 
     explicit Picker(const Drawing& drawing) : mDrawing(drawing) {}
 
-    // The entity nearest to the point, not further away than the aperture; of equally near ones the one drawn
-    // last.
+    // Returns the entity nearest to the point, within the aperture. Among equally near entities it returns
+    // the one that was drawn last.
     std::optional<Pick> nearest(Point p, double aperture);
-    // Entities that lie in the box with all their points.
+    // Finds the entities that have all their points in the box.
     void window(const Box& box, const Found& found);
-    // Entities with any point in the box.
+    // Finds the entities that have any point in the box.
     void crossing(const Box& box, const Found& found);
-    // Entities that the chain of points meets, each with the first meeting along the entity.
+    // Finds the entities that the chain of points meets, each with the first crossing along the entity.
     void fence(const std::vector<Point>& fence, const Found& found);
     void all(const Found& found);
-    // Everything that one placed reference shows; the paths start behind the reference. The placement is that
-    // of the block in which the reference is.
+    // Finds everything that one placed reference shows. The paths begin after the reference. `placement` is
+    // that of the block that has the reference.
     void allIn(const BlockReference& reference, const Affine& placement, const Found& found);
 
-    // How many placed entities and references the last pick had to look at.
+    // Returns how many placed entities and references the last pick examined.
     std::size_t examined() const { return mExamined; }
 
 private:
-    // Areas in the drawing that a pick is about, each by the corners of a convex shape.
+    // The areas of the drawing that a pick examines. Each area is a list of corners of a convex shape.
     using Region = std::vector<std::vector<Point>>;
 
     class Walk;
 
-    // Calls visitor(curve, pick) for every placed curve that the walk comes to; the pick names the whole
-    // entity.
+    // Calls visitor(curve, pick) for every placed curve of the walk. The pick names the whole entity.
     template <class Visit>
     void visit(Walk& walk, Visit visitor);
-    // The same for every one near the region, or without one for all.
+    // Calls visitor(curve, pick) for every placed curve near the region, or for all if `region` is null.
     template <class Visit>
     void visitPlaced(const Region* region, Visit visitor);
 

@@ -19,11 +19,12 @@ namespace picker {
 namespace {
 
 struct Highlighted {
-    GxDbObjectId main; // the entity that was told
+    GxDbObjectId main; // the entity that highlights the part
     kvinmemory::PathContents path;
 };
 
-// Entities count how often a part was highlighted; it is seen once.
+// Returns every highlighted part once. An entity may list the same part several times, because it counts
+// highlights.
 std::vector<Highlighted> highlightedParts(const Drawing& drawing) {
     using Key = std::tuple<GxDbObjectId, std::vector<GxDbObjectId>, std::int32_t, std::int64_t>;
     std::set<Key> known;
@@ -46,7 +47,7 @@ std::vector<Highlighted> highlightedParts(const Drawing& drawing) {
 
 // ---- path data
 
-// Writes outlines, each segment joined to the one before where they share a point.
+// Writes outlines as path data. Joins a segment to the previous one if they share a point.
 class PathData {
 public:
     void add(const Outline& outline, const Affine& placement) {
@@ -73,10 +74,10 @@ private:
     }
 
     std::string mText;
-    std::optional<std::uint32_t> mPenAt; // index of the point
+    std::optional<std::uint32_t> mPenAt; // index of the point at the pen
 };
 
-// The content at the end of a path of ids, and where it is placed.
+// The entity at the end of a path of ids, and its placement.
 struct Placed {
     const BlockDefinition::Content* content;
     Affine placement;
@@ -125,7 +126,7 @@ std::string pathText(const Drawing& drawing, const kvinmemory::BookVector<GxDbOb
     return text;
 }
 
-// A style attribute wins over the file's style sheet, which a presentation attribute would not.
+// Returns a style attribute, since the file's style sheet would override a presentation attribute.
 std::string styleFor(const Box& page) {
     const double size = std::max(page.high.x - page.low.x, page.high.y - page.low.y);
     char text[200];
@@ -142,8 +143,8 @@ std::string elementOf(const Drawing& drawing, const Highlighted& part, const std
            "\" style=\"" + style + "\" d=\"" + pathDataOf(drawing, part.path) + "\"/>\n";
 }
 
-// Where the end tag of the outermost element begins: the last tag, but for comments and processing
-// instructions that may follow it.
+// Returns the position of the end tag of the outermost element. Only comments and processing instructions may
+// follow it.
 std::size_t endTagOf(std::string_view text) {
     for (;;) {
         text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
@@ -177,7 +178,7 @@ std::string pictureOf(const Drawing& drawing) {
 }
 
 Conversion convertToPng(const std::string& svgFile, const std::string& pngFile) {
-    constexpr const char* kSize = "1400"; // of the longer side
+    constexpr const char* kSize = "1400"; // length of the longer side
     std::vector<std::string> words{
         "rsvg-convert", "--keep-aspect-ratio", "--width", kSize, "--height", kSize, "--output", pngFile, "--",
         svgFile};

@@ -1,4 +1,4 @@
-// The drawing with everything over it that its entities were told to highlight, as SVG and as PNG.
+// Writes the drawing, with the highlighted parts of its entities on top, as SVG and as PNG.
 #pragma once
 
 #include "examples/picker/Drawing.h"
@@ -7,18 +7,18 @@
 
 namespace picker {
 
-// How many different parts the entities of the drawing keep highlighted.
+// Returns the number of different parts that the entities of the drawing highlight.
 std::size_t highlightCount(const Drawing& drawing);
 
-// The drawing's file with one more group, g#highlight, of one path element for each highlighted part. Where
-// nothing is highlighted it is the file as it was; a std::runtime_error where its text cannot be added to. An
-// element names the entity that was told (data-main), the ids that lead to the part (data-path), and the
-// marker (data-marker).
+// Returns the text of the drawing's file with an additional group g#highlight, which has one path element for
+// each highlighted part. Returns the unchanged text if nothing is highlighted. Throws std::runtime_error if
+// the group cannot be added to the text. An element names the entity that highlights the part (data-main),
+// the ids that lead to the part (data-path), and the marker (data-marker).
 std::string pictureOf(const Drawing& drawing);
 
 enum class Conversion { done, noProgram, failed };
 
-// Makes a PNG of an SVG file by the program rsvg-convert.
+// Converts an SVG file to PNG with the program rsvg-convert.
 Conversion convertToPng(const std::string& svgFile, const std::string& pngFile);
 
 } // namespace picker

@@ -1,5 +1,5 @@
-// What a drawing file says, before anything of it is in a database: blocks of shapes and of inserts of other
-// blocks.
+// The contents of a drawing file, before they are added to a database. A scene has blocks, which have shapes
+// and inserts of other blocks.
 #pragma once
 
 #include "examples/picker/Outline.h"
@@ -29,7 +29,7 @@ struct SceneBlock {
     std::vector<std::variant<Shape, Insert>> contents; // in drawing order
 };
 
-// Something that is in the file but not, or not wholly, in the scene.
+// Something in the file that the scene lacks, or has only in part.
 struct Omission {
     std::string what;
     std::size_t count;
@@ -40,12 +40,12 @@ struct Scene {
     std::string name;
     std::string source;                      // the file's text
     std::vector<SceneBlock> blocks;          // the first one is the drawing itself
-    std::vector<std::size_t> innermostFirst; // all blocks, each behind the blocks that it inserts
+    std::vector<std::size_t> innermostFirst; // all blocks, each after the blocks that it inserts
     std::vector<Omission> omissions;
     Box page;
 
     void omit(const std::string& what, std::size_t line);
-    // Takes out the inserts through which a block would contain itself, and fills innermostFirst.
+    // Removes the inserts through which a block would contain itself, and fills innermostFirst.
     void untangle();
 };
 

@@ -9,7 +9,7 @@
 namespace picker {
 namespace {
 
-// An info belongs to nobody until a set takes it over.
+// Deletes an info that no set owns yet.
 struct InfoDeleter {
     void operator()(GxapSelectedEntInfo* info) const {
         info->~GxapSelectedEntInfo();
@@ -36,7 +36,7 @@ GxGeMatrix3d toMatrix(const Affine& affine) {
     return matrix;
 }
 
-// Null where a plain pick has nothing more to say.
+// Returns null for a pick that needs no info.
 InfoPointer infoOf(const Pick& pick) {
     if (!pick.isNested() && !pick.crossing)
         return nullptr;
@@ -48,10 +48,10 @@ InfoPointer infoOf(const Pick& pick) {
     return info;
 }
 
-// No pick gives this marker.
+// A marker that no pick has. It marks items that are to be removed.
 constexpr long kDoomed = std::numeric_limits<long>::min();
 
-// What the library writes into the info of an item that stands for edges.
+// The first word of the info of an item with edges. The library writes it, too.
 constexpr std::uint32_t kEdgesInfo = 6;
 
 GxapSSetWriteAccessor& accessorOf(GxapSelectSet& set) {
@@ -67,12 +67,12 @@ std::vector<selected_entity*> sortedRecords(const GxapSelectSet& set) {
     return records;
 }
 
-// Entities count what they are told to highlight, one count for each record that highlights it. Where an edit
-// gave the set copies of records that another set keeps, these tell their entities for themselves.
+// An entity counts one highlight for each record that highlights a part. An edit may give the set copies of
+// records that another set keeps. Then showCopies() makes the copies highlight their parts, too.
 class CopyWatch {
 public:
     explicit CopyWatch(const GxapSelectSet& set) : CopyWatch(set, {set.sharedData}) {}
-    // `known` is the data that the set may come to share.
+    // `known` are the data that the set may share in the end.
     CopyWatch(const GxapSelectSet& set, std::vector<const GxapSelectSet::SSetData*> known)
         : mSet(set), mKnown(std::move(known)) {}
 
@@ -86,7 +86,7 @@ private:
     std::vector<const GxapSelectSet::SSetData*> mKnown;
 };
 
-// For edits of the records themselves.
+// Makes the set's data private, for edits of its records.
 GxapSSetWriteAccessor& unshared(GxapSelectSet& set) {
     const CopyWatch watch(set);
     accessorOf(set).writeData();
@@ -99,8 +99,9 @@ void showRecord(const selected_entity& record, bool on) {
         gxutEntityGxDbFullPathHighlight(record.mainEntId, record.highlightSegmentArray, false, on);
 }
 
-// A record that an edit takes out of its set stays allocated, for somebody else may hold it. Here nobody
-// does: when the edit is over, it goes, and what it highlighted with it. Answers how many went.
+// Runs the edit, and deletes the records that it removed from the set. Their highlights are turned off first.
+// The library itself keeps a removed record allocated, because somebody else may hold it. Nobody does here.
+// Returns the number of deleted records.
 template <class Edit>
 std::uint32_t editAndRelease(GxapSelectSet& set, Edit edit) {
     unshared(set);
@@ -117,7 +118,8 @@ std::uint32_t editAndRelease(GxapSelectSet& set, Edit edit) {
     return static_cast<std::uint32_t>(removed.size());
 }
 
-// Before the records of a set are destroyed. Those that it shares live on, and stay highlighted.
+// Turns the highlights of a set off before its records are destroyed. Shared records live on and stay
+// highlighted.
 void darken(const GxapSelectSet& set) {
     if (set.sharedData && set.sharedData->refCount < 2)
         set.draw(false, false);
@@ -130,7 +132,7 @@ void replace(GxapSelectSet& set, const GxapSelectSet& by) {
     set = by;
 }
 
-// Knows the library's question about a main id as a question about the drawing.
+// Excludes the items whose main entity in the drawing does not match the filter.
 class FilterExcluder : public IGxapSSetEntityExcluder {
 public:
     FilterExcluder(const BlockDefinition& model, const Filter& filter, std::set<GxDbObjectId>& matches)
@@ -255,7 +257,7 @@ void Session::assign(const std::string& target, const std::string& source) {
 void Session::unite(const std::string& target, const std::string& a, const std::string& b) {
     const GxapSelectSet& left = set(a);
     const GxapSelectSet& right = set(b);
-    // A set of its own, so that the target may be an operand: the library would replace the second one first.
+    // A separate set, since the target may be an operand. The library would replace the second operand first.
     GxapSelectSet sum;
     const CopyWatch watch(sum, {left.sharedData, right.sharedData});
     accessorOf(sum).merge(&left, &right);
@@ -334,9 +336,9 @@ std::uint32_t Session::removeAt(int position) {
     return removeIf([&](const Item& it) { return it.index == position; });
 }
 
-// The library removes by main id, sub id and marker, and takes the first of several items that have these in
-// common: an entity of a block in a block has them for each place that it has within the outermost reference.
-// A marker of their own makes the items that are meant the only ones.
+// The library removes by main id, sub id and marker, and takes the first item that has all three. Several
+// items have the same three if a block inside the outermost reference is placed several times. So removeIf()
+// first gives the items to remove a marker of their own.
 std::uint32_t Session::removeIf(const std::function<bool(const Item&)>& isDoomed) {
     std::vector<int> positions;
     for (Item it = set().begin(); !it.isDone(); it.step()) {
@@ -376,8 +378,8 @@ void Session::clear() {
 
 // ---- edges
 
-// The library's own way to such an item only registers the entity, with an item that takes no paths; so the
-// item is made here, and given its list.
+// The library's own function adds an entity that is not in the set as an item that accepts no paths. So
+// edgeItem() makes the item and gives it a list.
 GxapSelectSet::Iterator Session::edgeItem(GxDbObjectId id) {
     const Item held = set().findMainSubsel(id);
     if (!held.isDone() && !held.get()->hasSubselPaths)
@@ -405,7 +407,7 @@ Tally Session::addEdge(Point p, double aperture) {
     const GxapSelectSet::Iterator it = edgeItem(id);
     if (!edit().appendSubentPathSubsel(path))
         throw CommandError(drawing().label(id) + " takes no edges");
-    // The list holds a copy that the library never deletes.
+    // The list has a copy that the library never deletes.
     const KvVector<GxDbFullSubentPath*>& paths = *it.ConstIterator::get()->subselPathArray;
     mEdgePaths.emplace_back(paths.at(paths.logicalLength() - 1));
     return {1, 1};
@@ -415,7 +417,7 @@ void Session::removeEdge(int position, int edge) {
     expectPosition(position);
     const selected_entity* record = set().getAt(position);
     const int edges = record->hasSubselPaths ? record->subselPathArray->logicalLength() : 0;
-    if (edge >= edges) // the library takes the length itself for a position, and raises
+    if (edge >= edges) // the library throws if the position equals the length
         throw CommandError("item " + std::to_string(position) + " has no edge " + std::to_string(edge));
     const bool isHighlighted = record->highlightSegmentArray != nullptr;
     unhighlight({position});
@@ -455,7 +457,7 @@ void Session::unhighlightAll() {
         unhighlight(it);
 }
 
-// Entities add up what they are told, so what the item highlighted before is taken back first.
+// Entities count highlights. So the item's previous highlights are ended first.
 void Session::highlight(GxapSelectSet::Iterator& it) {
     unhighlight(it);
     const selected_entity& record = *it.get();
@@ -526,7 +528,7 @@ void Session::drop(const std::string& name) {
     mSaved.erase(name);
 }
 
-// The names first: they mean nothing without the list.
+// Deletes the names first, since they mean nothing without the list.
 void Session::dropAll() {
     mSaved.clear();
     GxapSelectSetListManager::destroy();
@@ -600,9 +602,9 @@ void Session::add(const Pick& pick) {
     const KvVector<GxDbObjectId> path = isNested ? toVector(pick.path) : KvVector<GxDbObjectId>();
     const GxDbObjectId subId = isNested ? pick.path.back() : GxDbObjectId::kNull;
     GxapSelectSet& set = mSets.at(mCurrent);
-    // A refused item must leave shared data shared, so it is the library that sees to the copy.
+    // Does not make the data private first: if the library refuses the item, shared data must stay shared.
     const CopyWatch watch(set);
-    // From the call on the set owns the info, also where it refuses the item or runs out of memory.
+    // The set owns the info from this call on, even if it refuses the item or runs out of memory.
     accessorOf(set).select(pick.path.front(), subId, pick.gsMarker, info.release(),
                            isNested ? &path : nullptr);
     watch.showCopies();

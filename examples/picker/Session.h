@@ -1,7 +1,7 @@
-// What the user works on: one drawing, and named working sets of which one is current.
+// The user's work: one drawing, and named working sets. One of the sets is current.
 //
-// An entity of a block is in a set by the outermost reference as main id, its own id as sub id, and the whole
-// path between them; the compound transform of the references is in its info.
+// An item for an entity of a block has the outermost reference as main id, the entity as sub id, and the
+// whole path from one to the other. Its info has the compound transform of the references.
 #pragma once
 
 #include "examples/picker/Drawing.h"
@@ -21,13 +21,13 @@
 
 namespace picker {
 
-// A command that cannot be done as it was asked.
+// A command that cannot be done.
 class CommandError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-// What a pick did to the set.
+// How many entities a pick found, and how many of them the set added.
 struct Tally {
     std::uint32_t found = 0;
     std::uint32_t added = 0;
@@ -35,16 +35,16 @@ struct Tally {
     std::uint32_t refused() const { return found - added; }
 };
 
-// What a transfer did: items that matched, and those of them that the target took.
+// How many items matched in a transfer, and how many of them the target added.
 struct Transfer {
     std::uint32_t matched = 0;
     std::uint32_t added = 0;
 };
 
-// The two words by which the list of named sets knows a set.
+// The two words that name a set in the list of named sets.
 using SetWords = std::array<long, 2>;
 
-// There is one list of named sets in a process, so there is one session at a time that saves sets.
+// A process has only one list of named sets. So only one session at a time can save sets.
 class Session {
 public:
     Session() = default;
@@ -52,26 +52,26 @@ public:
     Session& operator=(const Session&) = delete;
     ~Session();
 
-    // Replaces the drawing; all sets of the old one go.
+    // Replace the drawing. All sets of the old drawing are deleted.
     void load(const std::string& file);
     void load(const Scene& scene);
-    const std::string& file() const { return mFile; } // empty where the drawing came from elsewhere
+    const std::string& file() const { return mFile; } // empty if the drawing does not come from a file
 
     bool hasDrawing() const { return mDrawing != nullptr; }
-    const Drawing& drawing() const; // CommandError without one
+    const Drawing& drawing() const; // CommandError if there is none
 
     double aperture() const { return mAperture; }
     void setAperture(double aperture) { mAperture = aperture; }
 
-    // ---- picks, into the current set
+    // ---- picks, which add to the current set
 
     Tally pick(Point p, double aperture);
     Tally window(const Box& box);
     Tally crossing(const Box& box);
     Tally fence(const std::vector<Point>& chain);
     Tally all();
-    // The entities at the ends of paths of ids, as a whole. CommandError where a path leads nowhere; then no
-    // entity is added.
+    // Adds the whole entities at the ends of paths of ids. CommandError if a path leads to no entity. No
+    // entity is added then.
     Tally byPaths(const std::vector<std::vector<GxDbObjectId>>& paths);
 
     // ---- working sets
@@ -79,54 +79,54 @@ public:
     const std::map<std::string, GxapSelectSet>& sets() const { return mSets; }
     const std::string& currentName() const { return mCurrent; }
     const GxapSelectSet& set() const { return mSets.at(mCurrent); }
-    const GxapSelectSet& set(const std::string& name) const; // CommandError where there is none
-    // Makes the set current; it is empty if it is new.
+    const GxapSelectSet& set(const std::string& name) const; // CommandError if there is none
+    // Makes the set current. Creates an empty set if there is none of that name.
     void use(const std::string& name);
-    // The copy shares its data with the current set until one of them changes.
+    // Copies the current set. Both sets share their data until one of them changes.
     void copyTo(const std::string& name);
     // The target may be one of the operands.
     void assign(const std::string& target, const std::string& source);
     void unite(const std::string& target, const std::string& a, const std::string& b);
     void subtract(const std::string& target, const std::string& a, const std::string& b);
-    // Adds the items of the current set whose main entity matches to another set.
+    // Adds those items of the current set to another set whose main entity matches.
     Transfer copyMatching(const Filter& filter, const std::string& target);
-    // And takes them out of the current one.
+    // Does what copyMatching() does, and then removes these items from the current set.
     Transfer moveMatching(const Filter& filter, const std::string& target);
 
     // ---- edits of the current set
 
-    // Each answers how many items went.
+    // Each returns the number of removed items.
     std::uint32_t removeNearest(Point p, double aperture);
-    std::uint32_t removeInside(const Box& box); // of the entities wholly inside
-    // Of the entities at the ends of paths of ids; an id alone stands for all items under that main id.
+    std::uint32_t removeInside(const Box& box); // removes the entities that are wholly inside
+    // Removes the entities at the ends of paths of ids. A single id stands for all items with that main id.
     std::uint32_t removePaths(const std::vector<std::vector<GxDbObjectId>>& paths);
     std::uint32_t removeAt(int position);
     std::uint32_t setUnique(bool on);
     void clear();
 
-    // ---- edges: single segments of an entity, in an item of their own
+    // ---- edges: segments of an entity, which one item sub-selects
 
-    // The segment nearest to the point, where there is one. CommandError where the entity is in the set
-    // otherwise.
+    // Adds the segment nearest to the point, if there is one. CommandError if the set already has the entity
+    // as an item without edges.
     Tally addEdge(Point p, double aperture);
     void removeEdge(int position, int edge);
 
     // ---- highlights
 
-    // The whole path of each item, or its edges; and none of it. CommandError, with nothing done, where a
-    // position has no item.
+    // Highlight the whole path of each item, or its edges, or end that. CommandError if a position has no
+    // item. Nothing is changed then.
     void highlight(const std::vector<int>& positions);
     void unhighlight(const std::vector<int>& positions);
     void highlightAll();
     void unhighlightAll();
-    // The segment nearest to the point, in addition to what its item shows. CommandError where the entity is
-    // not in the set. Answers the item's position, or nothing where no entity is there.
+    // Highlights the segment nearest to the point, in addition to what its item highlights. Returns the
+    // item's position, or nothing if there is no entity. CommandError if the entity is not in the set.
     std::optional<int> highlightSegment(Point p, double aperture);
 
     // ---- sets with names, in the process's list
 
     const std::map<std::string, SetWords>& savedSets() const { return mSaved; }
-    const GxapSelectSet& saved(const std::string& name) const; // CommandError where there is none
+    const GxapSelectSet& saved(const std::string& name) const; // CommandError if there is none
     const SetWords& save(const std::string& name);
     void recall(const std::string& name);
     void drop(const std::string& name);
@@ -149,8 +149,7 @@ private:
 
     std::unique_ptr<const Drawing> mDrawing;
     std::string mFile;
-    // Items share the paths of their edges with the items of copied sets, so the paths stay as long as any
-    // set of the drawing does.
+    // The paths of edges. Items of copied sets share them, so they live until the drawing is replaced.
     std::vector<std::unique_ptr<GxDbFullSubentPath>> mEdgePaths;
     std::map<std::string, SetWords> mSaved;
     std::map<std::string, GxapSelectSet> mSets = freshSets();
@@ -161,10 +160,10 @@ private:
     static std::map<std::string, GxapSelectSet> freshSets();
 };
 
-// The number of items of a set.
+// Returns the number of items of a set.
 std::uint32_t itemCount(const GxapSelectSet& set);
 
-// The ids that lead to an item's entity; the main id alone where it is in no block.
+// Returns the ids that lead to an item's entity. Returns only the main id if the entity is in no block.
 std::vector<GxDbObjectId> pathOf(const GxapSelectSet::ConstIterator& it);
 
 } // namespace picker

@@ -62,7 +62,7 @@ private:
 
 #ifdef PICKER_HAS_LIBEDIT
 
-// The readline interface wants names that it may free.
+// Returns names that the readline library may free.
 char* nextCompletion(const char* prefix, int isContinued) {
     static std::size_t next = 0;
     if (!isContinued)
@@ -76,7 +76,7 @@ char* nextCompletion(const char* prefix, int isContinued) {
 }
 
 char** completions(const char* prefix, int begin, int) {
-    // Only the first word is a command; behind it the default completes file names.
+    // Only the first word is a command. After it, the default completes file names.
     return begin == 0 ? rl_completion_matches(prefix, nextCompletion) : nullptr;
 }
 
@@ -91,7 +91,7 @@ public:
     std::optional<std::string> next() override {
         const std::unique_ptr<char, decltype(&std::free)> typed(readline(kPrompt), std::free);
         if (!typed) {
-            std::cout << std::endl; // the prompt's line is still open
+            std::cout << std::endl; // ends the line of the prompt
             return std::nullopt;
         }
         if (*typed)
@@ -119,13 +119,13 @@ public:
 
 #endif
 
-// What went wrong, and what the program's exit status is then.
+// An error message, and the program's exit status after it.
 struct Failure {
     ExitStatus status;
     std::string message;
 };
 
-// Platform exceptions come as pointers that belong to whoever catches them.
+// Platform exceptions are pointers, and the catcher owns them.
 Failure platformFailure(std::unique_ptr<KvException> exception) {
     const auto* status = dynamic_cast<const KvErrorStatus*>(exception.get());
     const std::string text = status ? "the library reports status " + std::to_string(status->status())
@@ -133,7 +133,7 @@ Failure platformFailure(std::unique_ptr<KvException> exception) {
     return {kCommandFailed, text};
 }
 
-// Runs a command whose words `words()` yields.
+// Runs the command whose words `words()` returns.
 template <class Words>
 std::optional<Failure> tryCommand(Console& console, Words words) {
     try {
@@ -150,7 +150,7 @@ std::optional<Failure> tryCommand(Console& console, Words words) {
     }
 }
 
-// The place is where the command stands; a broken drawing has a place of its own.
+// Prints the place of the command before the message. The message of a broken drawing has a place of its own.
 void report(const Failure& failure, const std::string& place, const ShellOutput& output) {
     output.out << std::flush;
     output.errors << "picker: " << (failure.status == kDrawingBroken ? "" : place) << failure.message
@@ -164,14 +164,15 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Comments are for the reader of the script, and what is echoed need not be seen twice.
+// Comments are not shown, since they are for the reader of the script. An echo command is not shown, since
+// its output is.
 bool isShown(const std::string& line) {
     const std::size_t begin = line.find_first_not_of(" \t\r");
     return begin != std::string::npos && line[begin] != '#' && line.compare(begin, 5, "echo ") != 0 &&
            line.compare(begin, std::string::npos, "echo") != 0;
 }
 
-// Words of the command line in the order in which they are to be done.
+// A job from the command line. Jobs are done in their order.
 struct Job {
     enum class Kind { drawing, script, command };
     Kind kind;

@@ -1,5 +1,4 @@
-// Takes command lines from somewhere until they end: a script, the program's arguments, a person at a
-// terminal.
+// Runs command lines from a script, from the program's arguments, or from a user at a terminal.
 #pragma once
 
 #include "examples/picker/Commands.h"
@@ -18,15 +17,16 @@ class Lines {
 public:
     virtual ~Lines() = default;
     virtual std::optional<std::string> next() = 0;
-    // What errors say before their text, such as "demo.txt:12: ".
+    // Returns the beginning of error messages, such as "demo.txt:12: ".
     virtual std::string place() const = 0;
     virtual bool isInteractive() const { return false; }
 };
 
-// From a file or another stream; `name` is what errors call it.
+// Reads lines from a file or another stream. Errors call it `name`.
 std::unique_ptr<Lines> streamLines(std::istream& in, const std::string& name);
 std::unique_ptr<Lines> argumentLines(std::vector<std::string> lines);
-// Asks with a prompt; with line editing, history and completion of command names where they were built in.
+// Reads lines with a prompt. If the program was built with line editing, it has a history and completes
+// command names.
 std::unique_ptr<Lines> terminalLines();
 
 enum ExitStatus : int { kDone = 0, kCommandFailed = 1, kDrawingBroken = 2 };
@@ -34,14 +34,14 @@ enum ExitStatus : int { kDone = 0, kCommandFailed = 1, kDrawingBroken = 2 };
 struct ShellOutput {
     std::ostream& out;
     std::ostream& errors;
-    std::size_t width;          // of a line
-    bool showsCommands = false; // as if they had been typed
+    std::size_t width;          // characters of a line
+    bool showsCommands = false; // prints each command as if it had been typed
 };
 
-// A person goes on after an error, anything else ends there.
+// Runs all lines. After an error it continues only if a user types the lines.
 ExitStatus runLines(Session& session, Lines& lines, const ShellOutput& output);
 
-// The whole program: `arguments` without its name.
+// Runs the whole program. `arguments` lacks the program's name.
 int runProgram(const std::vector<std::string>& arguments, std::istream& in, const ShellOutput& output,
                bool isTerminal);
 

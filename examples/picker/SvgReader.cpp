@@ -32,7 +32,7 @@ struct Size {
     double diagonal() const { return std::hypot(width, height) / std::sqrt(2.0); }
 };
 
-// What an element has from the elements around it.
+// What an element inherits from the elements around it.
 struct Context {
     Affine transform; // to the coordinates of the block that is read
     Size viewport;    // what percentages refer to
@@ -46,7 +46,8 @@ struct PendingElement {
 
 // ---- attributes
 
-// The numbers of one element's attributes. A malformed one counts as 0 and is remembered.
+// Reads the numbers of one element's attributes. A malformed number counts as 0, and areSound() is then
+// false.
 class Lengths {
 public:
     Lengths(xml_node node, Size viewport) : mNode(node), mViewport(viewport) {}
@@ -81,7 +82,7 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
-// A style property, from the style attribute or else from the attribute of its own name.
+// Returns a style property from the style attribute, or from the attribute of that name.
 std::string_view property(xml_node node, const char* name) {
     std::string_view style = node.attribute("style").value();
     std::string_view value = node.attribute(name).value();
@@ -95,7 +96,7 @@ std::string_view property(xml_node node, const char* name) {
     return trimmed(value.substr(0, value.find('!')));
 }
 
-// A name from the file that may go to a terminal.
+// Replaces control characters, so that a name from the file can be printed to a terminal.
 std::string printable(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; }, '?');
@@ -107,7 +108,7 @@ std::string_view linkOf(xml_node node) {
     return trimmed(plain ? plain.value() : node.attribute("xlink:href").value());
 }
 
-// ---- shapes: each draws one kind of element and answers whether its data was sound
+// ---- shapes: each function draws one kind of element and returns whether its data was sound
 
 using DrawShape = bool (*)(xml_node, Size viewport, Outline&);
 
@@ -170,7 +171,7 @@ const std::unordered_map<std::string_view, DrawShape> kShapes{
     {"line", drawLine},     {"polyline", drawPolyline}, {"polygon", drawPolygon}, {"rect", drawRectangle},
     {"circle", drawCircle}, {"ellipse", drawEllipse},   {"path", drawPath}};
 
-// Elements that draw nothing where they stand.
+// Elements that draw nothing at their own place.
 const std::unordered_set<std::string_view> kSilent{
     "defs",          "symbol",  "title",          "desc",           "metadata",
     "style",         "script",  "view",           "clipPath",       "mask",
@@ -179,7 +180,7 @@ const std::unordered_set<std::string_view> kSilent{
     "color-profile", "animate", "animateMotion",  "animateColor",   "animateTransform",
     "meshgradient",  "hatch"};
 
-// Properties that change what of an element is seen, none of which is honoured.
+// Properties that change how an element looks. None of them is supported.
 constexpr const char* kEffects[] = {"clip-path",  "mask",       "marker-start",
                                     "marker-mid", "marker-end", "marker"};
 
@@ -197,14 +198,15 @@ std::optional<ViewBox> viewBoxOf(xml_node node) {
     return ViewBox{{(*numbers)[0], (*numbers)[1]}, {(*numbers)[2], (*numbers)[3]}};
 }
 
-// The share of the spare room that is left in front, by the three letters behind xMin, xMid or xMax.
+// Returns the share of the spare room before the content. It depends on the three letters after the axis:
+// Min, Mid or Max.
 double alignment(std::string_view align, char axis) {
     const std::size_t place = align.find(axis);
     const std::string_view which = place == std::string_view::npos ? "Mid" : align.substr(place + 1, 3);
     return which == "Min" ? 0 : which == "Max" ? 1 : 0.5;
 }
 
-// Fits the view box of an element into a room of that size.
+// Returns the map that fits the view box of an element into a room of that size.
 Affine fitted(const ViewBox& viewBox, Size room, std::string_view preserveAspectRatio) {
     double sx = room.width / viewBox.size.width;
     double sy = room.height / viewBox.size.height;
@@ -233,7 +235,7 @@ public:
         mScene.source = mText;
         mScene.page = page();
         blockOf(mRoot);
-        // Reading a block may find further ones.
+        // Reading a block may find more blocks.
         for (std::size_t block = 0; block < mTargets.size(); ++block)
             readBlock(block);
         mScene.untangle();
@@ -269,7 +271,7 @@ private:
         }
     }
 
-    // Counted from 1. An offset below 0 is that of something whose place is not known.
+    // Returns the line, counted from 1. An offset below 0 stands for an unknown place.
     std::size_t lineAt(std::ptrdiff_t offset) const {
         const auto next = std::upper_bound(mLineBegins.begin() + 1, mLineBegins.end(), offset);
         return static_cast<std::size_t>(next - mLineBegins.begin());
@@ -285,7 +287,7 @@ private:
                             message);
     }
 
-    // The element's name in the SVG namespace; empty for text, comments and foreign elements.
+    // Returns the element's name in the SVG namespace. It is empty for text, comments and foreign elements.
     std::string_view typeOf(xml_node node) const {
         const std::string_view name = node.name();
         const std::size_t colon = name.find(':');
@@ -336,7 +338,7 @@ private:
         return place->second;
     }
 
-    // Elements are taken from a stack, not by recursion, so that nesting has no limit.
+    // Takes elements from a stack instead of using recursion. So nesting has no limit.
     void readBlock(std::size_t block) {
         mBlock = block;
         const xml_node target = mTargets[block];
@@ -344,7 +346,7 @@ private:
         context.viewport = pageSize();
         const std::string_view type = typeOf(target);
         if (type == "svg" || type == "symbol") {
-            // The insert fits the view box; here it is only what percentages refer to.
+            // The insert fits the view box. Here the view box is only what percentages refer to.
             if (const std::optional<ViewBox> viewBox = viewBoxOf(target))
                 context.viewport = viewBox->size;
             pushChildren(target, context);
@@ -436,7 +438,8 @@ private:
         pushChildren(node, context);
     }
 
-    // From the coordinates of what a svg or symbol contains to those of its room. Nothing: it shows nothing.
+    // Returns the map from the contents of a svg or symbol to its room. Returns nothing if the element shows
+    // nothing.
     std::optional<Affine> viewTransform(xml_node node, Size room) const {
         const std::optional<ViewBox> viewBox = viewBoxOf(node);
         if (!viewBox)
@@ -448,7 +451,7 @@ private:
         return fitted(*viewBox, room, node.attribute("preserveAspectRatio").value());
     }
 
-    // Of the children of a switch only the first one counts that asks for nothing special.
+    // Reads only the first child of a switch that has no requirements.
     void readSwitch(xml_node node, const Context& context) {
         for (const xml_node child : node.children()) {
             const bool isPlain = child.attribute("requiredExtensions").empty() &&
@@ -483,7 +486,7 @@ private:
                                     printable(node.attribute("id").value()), lineOf(node)});
     }
 
-    // How the target of a use is fitted into the room that the use gives it.
+    // Returns the map that fits the target of a use into the room of the use.
     std::optional<Affine> insertedView(xml_node target, Lengths& lengths, Size viewport) const {
         const std::string_view type = typeOf(target);
         if (type != "svg" && type != "symbol")
@@ -508,10 +511,10 @@ private:
     xml_node mRoot;
     std::unordered_set<std::string_view> mPrefixes;
     std::unordered_map<std::string_view, xml_node> mById;
-    std::unordered_map<const void*, std::size_t> mBlocks; // by target element
-    std::vector<xml_node> mTargets;                       // by block
+    std::unordered_map<const void*, std::size_t> mBlocks; // index in mTargets, by target element
+    std::vector<xml_node> mTargets;                       // one for each block
     std::vector<PendingElement> mPending;
-    std::size_t mBlock = 0; // the one that is read
+    std::size_t mBlock = 0; // the block that is being read
     Scene mScene;
 };
 

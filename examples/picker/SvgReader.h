@@ -1,8 +1,8 @@
-// Reads a drawing from an SVG file: shapes become outlines in the coordinates of the outermost viewBox, each
-// target of a `use` becomes a block that exists once, and each `use` an insert of it.
+// Reads a drawing from an SVG file. Shapes become outlines in the coordinates of the outermost viewBox. Each
+// target of a `use` becomes one block, and each `use` becomes an insert of that block.
 //
-// Styles and paints play no part, but for display and visibility. What is not drawn, or not as the file says,
-// is counted in Scene::omissions.
+// Styles and paints are ignored, except for display and visibility. Scene::omissions counts what is not
+// drawn, or not drawn as the file says.
 #pragma once
 
 #include "examples/picker/Scene.h"
@@ -12,18 +12,18 @@
 
 namespace picker {
 
-// The file cannot be read or is no drawing. The text names the file and, where there is one, line and column.
+// The file cannot be read, or is no drawing. The text names the file and, if known, line and column.
 class DrawingError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-// Whether elements of that name become entities.
+// Returns whether elements of that name become entities.
 bool isShapeType(const std::string& name);
 
 Scene readSvg(const std::string& file);
 
-// The same from text; `name` is what errors call it.
+// Reads a drawing from a text. Errors call it `name`.
 Scene parseSvg(const std::string& text, const std::string& name);
 
 } // namespace picker

@@ -22,7 +22,7 @@ bool isDigit(char c) {
 
 struct Unit {
     std::string_view name;
-    double userUnits; // at 96 to the inch
+    double userUnits; // at 96 user units per inch
 };
 constexpr Unit kUnits[] = {{"", 1},           {"px", 1},  {"in", 96}, {"mm", 96 / 25.4}, {"cm", 96 / 2.54},
                            {"pt", 96 / 72.0}, {"pc", 16}, {"em", 16}, {"ex", 8},         {"Q", 96 / 101.6}};
@@ -46,7 +46,7 @@ std::optional<Affine> transformFunction(std::string_view name, const std::vector
     return std::nullopt;
 }
 
-// Draws path data: each command letter stands for as many segments as sets of arguments follow it.
+// Draws path data. A command letter draws one segment for each set of arguments after it.
 class PathDrawer {
 public:
     PathDrawer(std::string_view text, Outline& outline) : mScanner(text), mOutline(outline) {}
@@ -94,12 +94,12 @@ private:
         do {
             drawSegment(command, arguments);
             if (command == 'M')
-                command = 'L'; // further pairs behind a moveto are lines
+                command = 'L'; // further pairs after a moveto are lines
         } while (readArguments(command, arguments));
         return nextIsCommandOrEnd();
     }
 
-    // All of a set or nothing of it; what remains of a broken set is found by nextIsCommandOrEnd.
+    // Reads a complete set of arguments, or nothing. nextIsCommandOrEnd() finds the rest of a broken set.
     bool readArguments(char command, Arguments& arguments) {
         const ValueScanner before = mScanner;
         const std::size_t count = static_cast<std::size_t>(kArgumentCounts[kLetters.find(command)]);
@@ -128,8 +128,8 @@ private:
 
     Point target(double x, double y) const { return mRelative ? mOutline.pen() + Point{x, y} : Point{x, y}; }
 
-    // The control point of a smooth curve: the last one mirrored at the pen, if that was one of the same
-    // kind.
+    // Returns the control point of a smooth curve: the last control point mirrored at the pen. If the last
+    // curve was of another kind, it is the pen.
     Point mirroredControl(char kind) const {
         const bool sameKind = mLastControl && mLastKind == kind;
         return sameKind ? 2 * mOutline.pen() - *mLastControl : mOutline.pen();
@@ -211,7 +211,7 @@ std::optional<double> ValueScanner::number() {
         digits.remove_prefix(1);
     const std::size_t sign =
         !digits.empty() && digits.front() == '-' && digits.data() == mRest.data() ? 1 : 0;
-    // Guards against the names of infinity and not-a-number, which from_chars knows.
+    // Excludes the names of infinity and not-a-number, which from_chars accepts.
     const bool startsLikeANumber = digits.size() > sign && (isDigit(digits[sign]) || digits[sign] == '.');
     double value = 0;
     const std::from_chars_result result =

@@ -1,4 +1,4 @@
-// The small languages inside SVG attributes: numbers, lengths, transforms, lists of points and path data.
+// Parses the values of SVG attributes: numbers, lengths, transforms, lists of points and path data.
 #pragma once
 
 #include "examples/picker/Geometry.h"
@@ -10,20 +10,19 @@
 
 namespace picker {
 
-// Reads one value after the other from an attribute's text. A call that finds nothing leaves the place as it
-// is.
+// Reads one value after the other from an attribute's text. A call that finds no value does not advance.
 class ValueScanner {
 public:
     explicit ValueScanner(std::string_view text) : mRest(text) {}
 
     bool atEnd();
-    // A decimal number, finite; separators (blanks, one comma) in front of it are skipped.
+    // Reads a finite decimal number. Skips separators before it: blanks and at most one comma.
     std::optional<double> number();
-    // The digit 0 or 1, which needs no separator behind it.
+    // Reads the digit 0 or 1. It needs no separator after it.
     std::optional<bool> flag();
-    // A run of letters.
+    // Reads a sequence of letters.
     std::string_view word();
-    // That very character, behind blanks only.
+    // Reads exactly this character. Skips only blanks before it.
     bool accept(char wanted);
 
     std::string_view rest() const { return mRest; }
@@ -35,16 +34,18 @@ private:
     std::string_view mRest;
 };
 
-// "12", "3.5mm", "40%": in user units, a percentage of `whole`. Nothing for any other text.
+// Returns a length such as "12", "3.5mm" or "40%" in user units. A percentage refers to `whole`. Returns
+// nothing for any other text.
 std::optional<double> parseLength(std::string_view text, double whole);
 
-// "translate(3 4) rotate(30)": the compound map. Nothing when any part is malformed.
+// Returns the compound map of a text such as "translate(3 4) rotate(30)". Returns nothing if any part is
+// malformed.
 std::optional<Affine> parseTransform(std::string_view text);
 
-// Exactly the numbers of a list, or nothing.
+// Returns the numbers of a list. Returns nothing if the text has anything else.
 std::optional<std::vector<double>> parseNumbers(std::string_view text);
 
-// Append what the text draws. False: it is malformed, and drawn up to there.
+// Append what the text draws. If the text is malformed, they draw it up to the error and return false.
 bool drawPathData(std::string_view text, Outline& outline);
 bool drawPoints(std::string_view text, Outline& outline);
 

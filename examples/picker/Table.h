@@ -18,7 +18,8 @@ public:
     explicit Table(std::vector<Column> columns) : mColumns(std::move(columns)) {}
 
     void add(std::vector<std::string> row) { mRows.push_back(std::move(row)); }
-    // Cells of the widest columns are cut in the middle where the lines would be longer than `width`.
+    // Prints the table. If the lines would be longer than `width`, it cuts the cells of the widest columns in
+    // the middle.
     void print(std::ostream& out, std::size_t width) const;
 
 private:
@@ -30,9 +31,9 @@ private:
     std::vector<std::vector<std::string>> mRows;
 };
 
-// Characters, not bytes, of UTF-8 text.
+// Returns the number of characters, not bytes, of UTF-8 text.
 std::size_t displayWidth(const std::string& text);
-// The text, or its beginning and end with two dots between them.
+// Returns the text. If it is too wide, returns its beginning and end with two dots between them.
 std::string shortened(const std::string& text, std::size_t width);
 
 } // namespace picker

@@ -7,7 +7,7 @@
 
 namespace {
 
-// The terminal's, or what fits most places where output is read later.
+// Returns the width of the terminal. Without a terminal, it returns a width that suits most readers.
 std::size_t lineWidth() {
     constexpr std::size_t kDefault = 100;
     winsize size{};

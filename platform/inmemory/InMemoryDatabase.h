@@ -25,7 +25,7 @@ namespace detail {
 class ObjectTable;
 } // namespace detail
 
-// ---- Statuses of gxdbOpenObject beside eOk
+// ---- Statuses of gxdbOpenObject besides eOk
 
 constexpr GxErrorStatus kInvalidId = static_cast<GxErrorStatus>(101); // no database knows the object
 constexpr GxErrorStatus kErasedObject =
@@ -36,7 +36,7 @@ constexpr GxErrorStatus kOpenOtherwise =
 
 // ---- Drawing objects
 
-// The contents of a path at one moment. A snapshot holds no path alive.
+// The contents of a path at one moment. The path itself may be destroyed.
 struct PathContents {
     MallocVector<GxDbObjectId> ids;
     GxDbSubentId part;
@@ -45,12 +45,12 @@ KV_SEAM_API PathContents contentsOf(const GxDbFullSubentPath& path);
 KV_SEAM_API bool operator==(const PathContents& a, const PathContents& b);
 KV_SEAM_API bool operator!=(const PathContents& a, const PathContents& b);
 
-// An entity that knows its highlighted parts, so that an application can draw them. Applications derive from
-// it. A plain one is enough for an id.
+// An entity that records its highlighted parts, so that an application can draw them. Applications derive
+// from it. A plain Entity is enough to get an id.
 //
 // Invariants:
 //  1. highlights() lists each successful highlight that no unhighlight has ended, oldest first.
-//  2. The objects live in memory of malloc. MallocAllocator says why.
+//  2. The objects are in memory from malloc. MallocAllocator explains why.
 //
 // Thread safety: an entity belongs to one thread at a time.
 class KV_SEAM_API Entity : public GxDbEntity {
@@ -68,8 +68,8 @@ public:
     // Adds one highlight. Equal highlights are counted separately.
     GxErrorStatus highlight(const GxDbFullSubentPath& path, bool entityFlag) const override;
 
-    // Ends the newest highlight of an equal path. The flag is not compared. Without such a highlight, the
-    // list does not change.
+    // Ends the newest highlight of an equal path. The flag is not compared. Does nothing if there is no such
+    // highlight.
     GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const override;
 
     const MallocVector<Highlight>& highlights() const noexcept;
@@ -80,7 +80,7 @@ private:
 
 // An object that cannot be drawn, such as a layer. It does not open as an entity.
 //
-// Invariant: the objects live in memory of malloc. MallocAllocator says why.
+// Invariant: the objects are in memory from malloc. MallocAllocator explains why.
 //
 // Thread safety: an object belongs to one thread at a time.
 class KV_SEAM_API NonEntity : public GxDbObject {
@@ -106,48 +106,49 @@ public:
 
     static constexpr std::size_t kDefaultCapacity = std::size_t{1} << 24;
 
-    // `capacity` is the largest number of ids. The constructor reserves address space for them and takes
-    // memory as ids are issued. std::bad_alloc without address space.
+    // `capacity` is the largest number of ids. The constructor reserves address space for them. Memory is
+    // taken as ids are issued. std::bad_alloc if there is no address space.
     explicit Database(std::size_t capacity = kDefaultCapacity);
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
     ~Database();
 
     // Adds an object and issues its id. The database owns the object. findByName() finds the first object of
-    // a name. An empty name names nothing. std::invalid_argument for null, std::length_error beyond the
-    // capacity.
+    // a name. An object with an empty name has no name. std::invalid_argument for null, std::length_error
+    // beyond the capacity.
     GxDbObjectId add(std::unique_ptr<GxDbObject> object, std::string_view name = {});
 
     // Adds a new plain Entity.
     GxDbObjectId addEntity(std::string_view name = {});
 
-    // Issues an id of non-resident entities. Each opening calls the factory for a new entity. The opener
-    // deletes it.
+    // Issues an id for non-resident entities. Each opening calls the factory for a new entity. The opener
+    // deletes that entity.
     GxDbObjectId addNonResident(Factory factory, std::string_view name = {});
 
-    // Issues an id of non-resident plain entities.
+    // Issues an id for non-resident plain entities.
     GxDbObjectId addNonResident(std::string_view name = {});
 
     // Issues an id without an object.
     GxDbObjectId addInvalid();
 
-    // The number of ids issued so far, including those of erased and invalid objects.
+    // Returns the number of ids issued so far, including those of erased and invalid objects.
     std::size_t size() const noexcept;
 
-    // The id at position i in the order of issue. std::out_of_range beyond the last.
+    // Returns the id at position i in the order of issue. std::out_of_range beyond the last.
     GxDbObjectId idAt(std::size_t i) const;
 
     // Handles ascend from 1 in the order of issue. The null id and an id of another database have handle 0.
-    // An unknown handle or name finds the null id.
+    // For an unknown handle or name, the null id is returned.
     std::uint64_t handleOf(GxDbObjectId id) const noexcept;
     GxDbObjectId findByHandle(std::uint64_t handle) const noexcept;
     std::string_view nameOf(GxDbObjectId id) const;
     GxDbObjectId findByName(std::string_view name) const;
 
-    // The resident object of an id, without an opening. The object may be erased. Null: no resident object.
+    // Returns the resident object of an id, or null if there is none. Does not open the object. The object
+    // may be erased.
     GxDbObject* object(GxDbObjectId id) const noexcept;
 
-    // The same object as an entity. Null: no resident entity.
+    // Returns the resident entity of an id, or null if there is none.
     GxDbEntity* entity(GxDbObjectId id) const noexcept;
 
     // The following functions take an id of this database. std::invalid_argument for any other id.
@@ -156,16 +157,17 @@ public:
     void unerase(GxDbObjectId id);
     bool isErased(GxDbObjectId id) const;
 
-    // Makes the id invalid. It does not open any more. Its object lives until the database ends.
+    // Makes the id invalid, so that it no longer opens. Its object lives until the database is destroyed.
     void invalidate(GxDbObjectId id);
 
-    // Lets every opening of the id return this status. `yieldsObject`: the opening yields the object, too.
+    // Makes every opening of the id return this status. `yieldsObject` makes the opening also return the
+    // object.
     void forceOpenStatus(GxDbObjectId id, GxErrorStatus status, bool yieldsObject = false);
 
     // Ends the forced status.
     void allowOpen(GxDbObjectId id);
 
-    // The number of current openings of the object. Non-resident objects are not counted.
+    // Returns the number of current openings of the object. Non-resident objects are not counted.
     int openCount(GxDbObjectId id) const;
 
 private:
@@ -178,13 +180,13 @@ private:
 // The relation is transitive. One of the ids may be null.
 KV_SEAM_API void makeEqual(GxDbObjectId a, GxDbObjectId b);
 
-// What the following switches throw, by value.
+// The exception of the following switches. They throw it by value.
 struct KV_SEAM_API PlatformFailure {
     long call; // the number that was passed to the switch
 };
 
-// Let the nth call from now on throw a PlatformFailure. 1 is the next call. 0 turns the switch off.
-// Later calls do not throw. Calls of highlight and unhighlight of all entities count together.
+// Make the nth call from now on throw a PlatformFailure. 1 is the next call. 0 turns the switch off. Later
+// calls do not throw. Calls of highlight and unhighlight of all entities count together.
 KV_SEAM_API void throwFromHighlight(long nth) noexcept;
 KV_SEAM_API void throwFromPathCopy(long nth) noexcept;       // copy construction
 KV_SEAM_API void throwFromPathAssignment(long nth) noexcept; // copy assignment
@@ -196,17 +198,17 @@ struct HighlightCall {
     bool on; // false: an unhighlight
 };
 
-// Installs a callback of every highlight and unhighlight that reaches GxDbEntity. An empty function removes
-// it. The callback runs after the call is logged. Its exceptions leave the call.
+// Installs a callback for every highlight and unhighlight that reaches GxDbEntity. An empty function removes
+// the callback. The callback runs after the call is logged. The call throws what the callback throws.
 KV_SEAM_API void onHighlight(std::function<void(const HighlightCall&)> callback);
 
 // ---- Counts and logs
 
-// The numbers of existing paths and objects. setLogging() has no effect on them.
+// Return the numbers of existing paths and objects. setLogging() has no effect on them.
 KV_SEAM_API long livePaths() noexcept;
 KV_SEAM_API long liveObjects() noexcept;
 
-// The number of current openings in all databases. Non-resident objects are not counted.
+// Returns the number of current openings in all databases. Non-resident objects are not counted.
 KV_SEAM_API long openObjects() noexcept;
 
 enum class DatabaseCall {
@@ -225,7 +227,7 @@ struct DatabaseEvent {
     DatabaseCall call;
     GxDbObjectId id;                  // Open: the argument; otherwise the object's id
     const GxDbObject* object;         // the object of the call; Open: the result, or null
-    const GxDbFullSubentPath* path;   // the path highlighted, copied to, assigned to or destroyed
+    const GxDbFullSubentPath* path;   // the path that is highlighted, copied to, assigned to or destroyed
     const GxDbFullSubentPath* source; // PathCopy, PathAssignment: the source path
     PathContents contents; // Highlight, Unhighlight: of `path`; PathCopy, PathAssignment: of `source`
     bool entityFlag;       // Highlight, Unhighlight
@@ -234,24 +236,24 @@ struct DatabaseEvent {
     bool openErased;       // Open
 };
 
-// The calls while logging was on, oldest first.
+// Returns the calls that were made while logging was on, oldest first.
 KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents();
 
-// The same, of one kind.
+// Returns those calls of one kind.
 KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents(DatabaseCall call);
 
 struct NameKeyCall {
     std::uint64_t sequence;
     const long* name;
     long word0; // at the beginning of the call
-    long word1; // at its end: numbers from 1
+    long word1; // at the end of the call; the calls are numbered from 1
 };
 
-// The calls of gxdbInitGdsNameKey while logging was on, oldest first.
+// Returns the calls of gxdbInitGdsNameKey that were made while logging was on, oldest first.
 KV_SEAM_API MallocVector<NameKeyCall> nameKeyCalls();
 
-// Turns all switches of the four libraries off and empties all logs. Forced statuses end. Everything else in
-// the databases stays.
+// Turns all switches of the four libraries off and empties all logs. Ends forced statuses. Changes nothing
+// else in the databases.
 KV_SEAM_API void resetAll();
 
 } // namespace kvinmemory

@@ -1,7 +1,7 @@
 // Log of the in-memory libKvGeometry.
 //
-// Thread safety: matrixComparisons() may be called on any thread. resetGeometry() is called while no other
-// thread compares.
+// Thread safety: matrixComparisons() may be called on any thread. No other thread may compare during
+// resetGeometry().
 #pragma once
 
 #include "platform/KvGeometry.h"
@@ -19,7 +19,7 @@ struct MatrixComparison {
     bool equal; // the result
 };
 
-// The calls of GxGeMatrix3d::isEqualTo while logging was on, oldest first.
+// Returns the calls of GxGeMatrix3d::isEqualTo that were made while logging was on, oldest first.
 KV_SEAM_API MallocVector<MatrixComparison> matrixComparisons();
 
 // Empties the log and sets the global tolerance to its initial value.

@@ -3,8 +3,8 @@
 // All switches are off after loading and after resetAll() (InMemoryDatabase.h). _kvMalloc is then as fast as
 // malloc, and nothing is logged.
 //
-// Thread safety: every function but resetOsBase() may be called on any thread. The counts are exact once the
-// threads that do the counted work are joined.
+// Thread safety: every function except resetOsBase() may be called on any thread. The counts are exact after
+// the threads that do the counted work have been joined.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -21,8 +21,8 @@ namespace kvinmemory {
 // Allocator of the platform's own data: logs, trackers and object tables.
 //
 // Invariants:
-//  1. The memory comes from malloc, never from `new` or _kvMalloc. The platform's own data then changes no
-//     count, and no injected failure hits it.
+//  1. The memory comes from malloc, never from `new` or _kvMalloc. So the platform's own data changes no
+//     count, and injected failures do not affect it.
 //  2. All allocators are equal.
 //
 // Thread safety: an allocator has no state. Any thread may use it.
@@ -58,7 +58,7 @@ bool operator!=(const MallocAllocator<T>&, const MallocAllocator<U>&) noexcept {
 template <class T>
 using MallocVector = std::vector<T, MallocAllocator<T>>;
 
-// Former names of the two, kept for existing code.
+// Former names of the two templates. Existing code uses them.
 template <class T>
 using BookAllocator = MallocAllocator<T>;
 template <class T>
@@ -70,41 +70,41 @@ using BookVector = MallocVector<T>;
 KV_SEAM_API void setLogging(bool on) noexcept;
 KV_SEAM_API bool isLogging() noexcept;
 
-// The next number of the one sequence that orders the events of all logs.
+// Returns the next number of the sequence that orders the events of all logs.
 KV_SEAM_API std::uint64_t nextSequence() noexcept;
 
 // ---- Memory
 
 // Turns the allocation tracker on or off. Both reset its counts.
 // The tracker counts every block and checks every _kvFree. A pointer that is not a live block counts as a
-// double or a foreign free, and is not freed.
-// Blocks from before the tracker was turned on are foreign. Turn it on before the tracked work allocates.
+// double free or a foreign free, and is not freed.
+// Blocks that were allocated before are foreign. So turn the tracker on before the tracked work allocates.
 KV_SEAM_API void trackMemory(bool on);
 KV_SEAM_API bool isTrackingMemory() noexcept;
 
-// Counts since tracking was turned on. A call that fails counts as a call, not as a block.
+// Return the counts since tracking was turned on. A call that fails counts as a call, not as a block.
 KV_SEAM_API long mallocCalls();
 KV_SEAM_API long mallocCallsOfSize(std::size_t bytes);
-KV_SEAM_API long freeCalls(); // without calls with null
+KV_SEAM_API long freeCalls(); // does not count calls with null
 KV_SEAM_API long liveBlocks();
 KV_SEAM_API long liveBlocksOfSize(std::size_t bytes);
 KV_SEAM_API long liveBytes();
 KV_SEAM_API long foreignFrees();
 KV_SEAM_API long doubleFrees();
 
-// Whether `memory` is the start of a live block that was allocated while tracking was on.
+// Returns whether `memory` is the start of a live block that was allocated while tracking was on.
 KV_SEAM_API bool isLiveBlock(const void* memory);
 
 enum class FailureMode { Once, FromThenOn };
 
-// Lets the nth call of _kvMalloc from now on return null. 1 is the next call.
-// In the mode FromThenOn, all calls after it fail, too. The switch works with and without tracking.
+// Makes the nth call of _kvMalloc from now on return null. 1 is the next call. In the mode FromThenOn, all
+// later calls fail, too. The switch works with and without tracking.
 KV_SEAM_API void failMalloc(long nth, FailureMode mode) noexcept;
 
-// Ends the failures. Their number stays readable.
+// Ends the failures. failedMallocs() still returns their number.
 KV_SEAM_API void allowMalloc() noexcept;
 
-// The number of injected failures since the last failMalloc().
+// Returns the number of injected failures since the last failMalloc().
 KV_SEAM_API long failedMallocs() noexcept;
 
 // ---- The crash recorder
@@ -124,13 +124,14 @@ struct RecordedException {
 // Installs the platform's recorder, which logs every exception.
 KV_SEAM_API void installCrashRecorder() noexcept;
 
-// Installs the caller's recorder. Null: no recorder.
+// Installs the caller's recorder. Null removes the recorder.
 KV_SEAM_API void installCrashRecorder(IKvCrashRecorder* recorder) noexcept;
 
-// Whether the platform's recorder is installed.
+// Returns whether the platform's recorder is installed.
 KV_SEAM_API bool isRecordingExceptions() noexcept;
 
-// The exceptions that the platform's recorder has logged, oldest first. setLogging() has no effect on them.
+// Returns the exceptions that the platform's recorder has logged, oldest first. setLogging() has no effect on
+// them.
 KV_SEAM_API MallocVector<RecordedException> recordedExceptions();
 
 // ---- The lock
@@ -138,15 +139,15 @@ KV_SEAM_API MallocVector<RecordedException> recordedExceptions();
 struct LockCall {
     std::uint64_t sequence;
     const KvLocker* locker;
-    bool isLock; // else an unlock
+    bool isLock; // false: an unlock
 };
 
-// The calls of lock and unlock while logging was on, oldest first.
+// Returns the calls of lock and unlock that were made while logging was on, oldest first.
 KV_SEAM_API MallocVector<LockCall> lockCalls();
 
 // Turns the switches of this library off and empties its logs. The sequence starts again at 1.
-// gpEmptyVectorData points to the empty block again. The block's count does not change.
-// No other thread constructs a vector meanwhile.
+// gpEmptyVectorData points to the empty block again. The count of the block does not change. No other thread
+// may construct a vector during the call.
 KV_SEAM_API void resetOsBase();
 
 } // namespace kvinmemory

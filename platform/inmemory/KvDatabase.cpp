@@ -1,4 +1,4 @@
-// The in-memory libKvDatabase: what the seam declares, with the switches and the logs.
+// The in-memory libKvDatabase: defines what KvDatabase.h declares, and the switches and logs.
 #include "platform/KvDatabase.h"
 
 #include "platform/inmemory/InMemoryDatabase.h"
@@ -33,7 +33,7 @@ void makeEqual(GxDbObjectId a, GxDbObjectId b) {
 
 namespace {
 
-// Out of line: a comparison stays short while no ids are equal.
+// Not inlined, so that a comparison stays short while no ids are equal.
 [[gnu::noinline, gnu::cold]] bool haveEqualLowest(const GxDbStub* a, const GxDbStub* b) noexcept {
     return gEqualIds.lowest(a) == gEqualIds.lowest(b);
 }
@@ -115,12 +115,12 @@ namespace kvinmemory {
 
 namespace {
 
-// The counter uses relaxed accesses. It must not order the threads whose paths it counts.
+// Relaxed accesses, since the counter must not order the threads whose paths it counts.
 std::atomic<long> gLivePaths{0};
 detail::NthCallTrigger gPathCopyFailure;
 detail::NthCallTrigger gPathAssignmentFailure;
 
-// Counts one call. Throws if it is the nth.
+// Counts one call, and throws if it is the nth.
 void throwAtNthCall(detail::NthCallTrigger& trigger) {
     if (trigger.countCall() == 0)
         throw PlatformFailure{trigger.nth()};

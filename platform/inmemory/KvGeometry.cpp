@@ -1,4 +1,4 @@
-// The in-memory libKvGeometry: what the seam declares, with the log.
+// The in-memory libKvGeometry: defines what KvGeometry.h declares, and the log.
 #include "platform/KvGeometry.h"
 
 #include "platform/inmemory/InMemoryGeometry.h"
@@ -13,11 +13,11 @@ namespace kvinmemory {
 namespace {
 
 constexpr int kSize = 4;
-constexpr int kTranslation = 3; // the column
+constexpr int kTranslation = 3; // the column of the translation
 
 detail::EventLog<MatrixComparison> gComparisons;
 
-// An infinite entry is near the same infinity only. An entry that is not a number is near nothing.
+// An infinite entry is near only the same infinity. An entry that is not a number is near nothing.
 bool isNear(double a, double b, double tolerance) {
     return a == b || std::fabs(a - b) <= tolerance;
 }

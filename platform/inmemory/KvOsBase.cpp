@@ -1,4 +1,4 @@
-// The in-memory libKvOsBase: what the seam declares, with the switches and the logs.
+// The in-memory libKvOsBase: defines what KvOsBase.h declares, and the switches and logs.
 #include "platform/KvOsBase.h"
 
 #include "base/KvVector.h"
@@ -59,7 +59,7 @@ namespace kvinmemory {
 
 namespace {
 
-// The bits of gMemorySwitches. Most of the time none is set.
+// The bits of gMemorySwitches. Usually none is set.
 enum MemorySwitch : unsigned { kTracking = 1, kFailing = 2 };
 
 std::atomic<unsigned> gMemorySwitches{0};
@@ -79,7 +79,7 @@ void turn(MemorySwitch which, bool on) noexcept {
         gMemorySwitches.fetch_and(~unsigned{which});
 }
 
-// Counts one call of _kvMalloc. Returns whether the call is to fail.
+// Counts one call of _kvMalloc. Returns whether the call must fail.
 bool injectsFailure() noexcept {
     if (!isOn(kFailing))
         return false;
@@ -90,7 +90,7 @@ bool injectsFailure() noexcept {
     return fails;
 }
 
-// This function and trackedFree() are not inlined. With all switches off, _kvMalloc and _kvFree then cost as
+// switchedMalloc() and trackedFree() are not inlined. So with all switches off, _kvMalloc and _kvFree cost as
 // much as malloc and free.
 [[gnu::noinline, gnu::cold]] void* switchedMalloc(std::size_t bytes) {
     const bool tracked = isOn(kTracking);
@@ -243,7 +243,7 @@ RecordedException describe(const KvException* exception) {
 
 // A crash recorder that logs every exception.
 //
-// Invariant: the log holds a description of each exception and never dereferences its pointer.
+// Invariant: the log has a description of each exception and never dereferences its pointer.
 //
 // Thread safety: every function may be called on any thread.
 class LoggingRecorder : public IKvCrashRecorder {

@@ -1,4 +1,4 @@
-// The in-memory libKvRx: what the seam declares.
+// The in-memory libKvRx: defines what KvRx.h declares.
 #include "platform/KvRx.h"
 
 GxRxObject::~GxRxObject() = default;

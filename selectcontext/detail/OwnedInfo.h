@@ -1,4 +1,4 @@
-// Ownership of what lives in memory from _kvMalloc: raw memory, and entity infos.
+// Owners of memory from _kvMalloc: raw memory, and entity infos.
 #pragma once
 
 #include "base/detail/Raise.h"
@@ -24,7 +24,7 @@ struct InfoDeleter {
 
 using OwnedInfo = std::unique_ptr<GxapSelectedEntInfo, InfoDeleter>;
 
-// An info made in memory from _kvMalloc. KvErrorStatus 6 when there is none.
+// Makes an info in memory from _kvMalloc. KvErrorStatus 6 if there is no memory.
 template <class... Arguments>
 OwnedInfo makeInfo(const Arguments&... arguments) {
     OwnedMemory memory(_kvMalloc(sizeof(GxapSelectedEntInfo)));
@@ -35,7 +35,7 @@ OwnedInfo makeInfo(const Arguments&... arguments) {
     return info;
 }
 
-// A deep copy, or null for null.
+// Returns a deep copy. Returns null for null.
 inline OwnedInfo copyInfo(const GxapSelectedEntInfo* info) {
     return info ? makeInfo(*info) : nullptr;
 }

@@ -1,4 +1,4 @@
-// RecordPool: memory for the records of one set's data.
+// RecordPool: allocates the records of one set's data.
 #pragma once
 
 #include "base/detail/Shortcuts.h"
@@ -12,21 +12,20 @@
 
 namespace kvdetail {
 
-// Hands out records from chunks of 50, one after the other, and never hands memory out twice. A record may be
-// deleted at any time on any thread, also when its set is gone: removal leaves records to their holders. The
-// first few records of a set, and records outside any set, come from operator new one by one.
+// Hands out records from chunks of 50, one after the other. It never reuses memory. A record may be deleted
+// at any time on any thread, even after its set was destroyed. The first records of a set, and records
+// outside any set, come from operator new one by one.
 //
 // Invariants:
-//  1. A record in a chunk lies at an odd multiple of 8, and the word before it is the address of its chunk. A
-//     record from operator new lies at a multiple of 16. So bit 3 of the address is a tag that tells the two
-//     apart.
-//  2. A chunk's `owners` is the number of its records that were not deleted, plus one for each that was not
-//     handed out, plus one for the pool while it hands out from the chunk.
-//  3. The word before a record is null before it is handed out and after it is deleted.
-//  4. A chunk lives until its last owner is gone. Chunks are small, as a record that is left unreleased keeps
-//     the memory of its neighbours.
+//  1. A record in a chunk is at an odd multiple of 8, and the word before it is the address of its chunk. A
+//     record from operator new is at a multiple of 16. So bit 3 of the address tells the two apart.
+//  2. A chunk's `owners` is the number of its records that are allocated or not handed out yet. It is one
+//     more while the pool hands out records from the chunk.
+//  3. The word before a record is null before the record is handed out and after it is deleted.
+//  4. A chunk lives until it has no owners. Chunks are small, since a single record that nobody deletes keeps
+//     its whole chunk allocated.
 //
-// Thread safety: handing out is for the data's thread. Giving back is for any thread.
+// Thread safety: only the data's thread may allocate. Any thread may delete records.
 class RecordPool {
     struct Chunk;
 
@@ -36,7 +35,7 @@ public:
     RecordPool& operator=(const RecordPool&) = delete;
     ~RecordPool() { close(); }
 
-    // O(1). std::bad_alloc when there is no memory.
+    // O(1). std::bad_alloc if there is no memory.
     void* allocate() {
         if (!kHasRecordPool || mSingles < kFewestRecords) {
             void* const record = selected_entity::operator new(sizeof(selected_entity));
@@ -50,7 +49,7 @@ public:
         return cell->record;
     }
 
-    // Starts again as the pool of a new set does. The records that are out stay valid. O(1).
+    // Resets the pool to that of a new set. Records that are still allocated stay valid. O(1).
     void close() noexcept {
         if (mChunk)
             disown(mChunk, kCells - mUsed + 1);
@@ -58,14 +57,14 @@ public:
         mSingles = 0;
     }
 
-    // Many records will come: all of them are taken from chunks.
+    // Announces the number of records to come. If there are many, all of them come from chunks.
     void expectMany(std::uint32_t records) noexcept {
         if (records > kFewestRecords)
             mSingles = kFewestRecords;
     }
 
-    // Memory at a multiple of 16: some systems' operator new aligns by 8 only. std::bad_alloc when there is
-    // none.
+    // Allocates memory at a multiple of 16, since some systems' operator new aligns only to 8. std::bad_alloc
+    // if there is no memory.
     static void* allocateAligned(std::size_t bytes) {
         if constexpr (kNewIsAligned)
             return ::operator new(bytes);
@@ -80,7 +79,7 @@ public:
             deallocateAligned(record);
     }
 
-    // Destroys records one after the other. Neighbours in a chunk are counted down in one atomic operation.
+    // Destroys records one after the other. Counts neighbours in a chunk down with one atomic operation.
     class Destroyer {
     public:
         Destroyer() = default;
@@ -114,7 +113,7 @@ public:
     };
 
 private:
-    static constexpr std::uint32_t kFewestRecords = 16; // a set of up to so many takes no chunk
+    static constexpr std::uint32_t kFewestRecords = 16; // the first records of a set come from operator new
     static constexpr std::uint32_t kCells = 50;         // a chunk is 4 KB
     static constexpr std::size_t kTagBit = 8;
     static constexpr std::align_val_t kAlignment{2 * kTagBit};
@@ -132,12 +131,12 @@ private:
         Cell cells[kCells];
     };
 
-    // False for null.
+    // Returns false for null.
     static bool isInChunk(const void* record) noexcept {
         return kHasRecordPool && (reinterpret_cast<std::uintptr_t>(record) & kTagBit) != 0;
     }
 
-    // Marks the record as deleted and returns its chunk; null for a record that is in no chunk.
+    // Marks the record as deleted and returns its chunk. Returns null for a record that is in no chunk.
     static Chunk* takeFromChunk(void* record) noexcept {
         if (!isInChunk(record))
             return nullptr;
@@ -169,9 +168,9 @@ private:
         mUsed = 0;
     }
 
-    Chunk* mChunk = nullptr;    // the one that records are taken from
-    std::uint32_t mUsed = 0;    // of its cells
-    std::uint32_t mSingles = 0; // records from operator new since the pool was made or closed
+    Chunk* mChunk = nullptr;    // the chunk that records are taken from
+    std::uint32_t mUsed = 0;    // number of cells of mChunk that were handed out
+    std::uint32_t mSingles = 0; // records taken from operator new; expectMany() sets it to kFewestRecords
 };
 
 } // namespace kvdetail

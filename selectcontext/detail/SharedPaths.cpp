@@ -11,7 +11,7 @@
 namespace kvdetail {
 namespace {
 
-// The owners beyond the first of every shared path.
+// Counts the owners of every shared path, except the first one.
 class PathOwners {
 public:
     void add(GxDbFullSubentPath* path) {
@@ -20,11 +20,11 @@ public:
         mSize.store(mExtra.size(), std::memory_order_release);
     }
 
-    // True when the caller was the only owner left.
+    // Returns true if the caller was the only owner left.
     bool drop(GxDbFullSubentPath* path) {
-        // A path with another owner has an entry, which this thread sees: the entry was made before the path
-        // came to this thread. Acquire makes visible what the other owners did to the path before they gave
-        // it up.
+        // If the path has another owner, the path has an entry. This thread sees the entry, since the entry
+        // was made before the path reached this thread. Acquire makes visible what other owners did to the
+        // path before they released it.
         if (mSize.load(std::memory_order_acquire) == 0)
             return true;
         const std::lock_guard<std::mutex> guard(mMutex);
@@ -40,10 +40,10 @@ public:
 private:
     std::mutex mMutex;
     std::map<GxDbFullSubentPath*, std::size_t> mExtra;
-    std::atomic<std::size_t> mSize{0}; // of mExtra, to be read without the lock
+    std::atomic<std::size_t> mSize{0}; // the size of mExtra, to be read without the lock
 };
 
-// Never destroyed: records of a host's static sets may die after this library's own statics.
+// Never destroyed: records of a host's static sets may be destroyed after this library's own statics.
 PathOwners& pathOwners() {
     alignas(PathOwners) static unsigned char storage[sizeof(PathOwners)];
     static PathOwners* const owners = new (storage) PathOwners;

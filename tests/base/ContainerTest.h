@@ -1,5 +1,5 @@
-// The fixture of the tests of containers. A test leaves nothing allocated. The crash recorder is installed,
-// so that expected errors are checked there too.
+// The fixture of the tests of containers. A test fails if it leaves memory allocated. The crash recorder is
+// installed, so the recording of expected errors is checked, too.
 #pragma once
 
 #include "platform/inmemory/InMemoryOsBase.h"
@@ -19,7 +19,7 @@ protected:
     }
 
 private:
-    // The test framework and the streams allocate storage once per thread or process and keep it.
+    // Makes the test framework and the streams allocate the storage that they keep per thread or process.
     static void warmUp() {
         SCOPED_TRACE(::testing::Message() << "number " << 1);
         EXPECT_NO_FATAL_FAILURE(static_cast<void>(0));

@@ -33,7 +33,7 @@ using LongArray = GxArray<long>;
 class GxArrayTest : public kvtest::ContainerTest {};
 class GxArrayFailureTest : public kvtest::ContainerTest {};
 
-// An array of 0, 1, ... length - 1.
+// Returns an array of 0, 1, ... length - 1.
 template <class Array = LongArray>
 Array filled(int length) {
     Array array;
@@ -48,7 +48,7 @@ std::vector<T> contents(const GxArray<T>& array) {
     return std::vector<T>(array.mArray, array.mArray + array.logicalLength());
 }
 
-// The physical length that an array of this one takes to hold one element more.
+// Returns the physical length after an array of this physical length has grown by one element.
 template <class T>
 int grownFrom(int physicalLength, int growLength = 8) {
     GxArray<T> array;

@@ -1,4 +1,5 @@
-// The invariants of the containers of base/ between two operations. Tests check them after each step.
+// The invariants of the containers of base/. They hold between two operations, and tests check them after
+// each step.
 #pragma once
 
 #include "base/GxArray.h"

@@ -143,7 +143,7 @@ TEST_F(KvSTLAllocatorTest, InsertionThatFailsLeavesTheIndexAsItWas) {
 }
 
 TEST_F(KvSTLAllocatorTest, FailureIsBadAlloc) {
-    // A compiler may leave out an allocation whose result is not used.
+    // Volatile, since a compiler may omit an allocation whose result is not used.
     Wide* volatile memory = nullptr;
     _KvSTLAllocator<Wide> allocator;
     kvtest::failNew(1, false);
@@ -189,7 +189,7 @@ TEST_F(KvSTLAllocatorTest, ThreadsFillAndClearIndexesOfTheirOwn) {
 
 // ---- with a pool
 
-// An index that alone owns its pool.
+// Returns an index that is the only owner of its pool.
 Index pooledIndex() {
     auto* const pool = new kvdetail::NodePool;
     Index index{_KvSTLAllocator<Entry>(pool)};
@@ -285,7 +285,7 @@ TEST_F(KvSTLAllocatorTest, EntryErasedAndInsertedAgainRaisesTheGeneration) {
     EXPECT_EQ(index.get_allocator().pool()->live(), 3u);
 }
 
-// libc++ assigns to the values of the old nodes, which the allocator is not told.
+// libc++ assigns to the values of the old nodes without telling the allocator.
 #ifndef _LIBCPP_VERSION
 TEST_F(KvSTLAllocatorTest, AssignmentThatFillsTheOldNodesAnewRaisesTheGeneration) {
     Index index = pooledIndex();

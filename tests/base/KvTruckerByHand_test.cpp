@@ -1,5 +1,5 @@
-// Callers move slots and pages by hand. Under the address sanitizer these tests also show that nothing that
-// was freed is read.
+// Callers change slots and pages directly. Under the address sanitizer, these tests also show that no freed
+// memory is read.
 #include "base/KvTrucker.h"
 
 #include "tests/base/ContainerTest.h"
@@ -37,7 +37,7 @@ using kvtest::valuesOf;
 using kvtest::walkFrom;
 using ::testing::ElementsAre;
 
-// Positions, addresses and walks all agree with what the pages say.
+// Expects that positions, addresses and walks agree with the pages.
 template <class Store>
 void expectSound(const Store& store) {
     const auto slots = kvtest::occupiedSlots(store);
@@ -78,7 +78,7 @@ protected:
 
     void fillWith(int count) { slots = fill(store, count); }
 
-    // The value of an occupied slot goes to a free one, so that the page's count stays right.
+    // Moves the value of an occupied slot to a free one. The page's count stays correct.
     void move(std::size_t from, std::size_t to) const {
         ASSERT_EQ(slots[from]->free, 0);
         ASSERT_EQ(slots[to]->free, 1);
@@ -195,7 +195,7 @@ protected:
     void SetUp() override {
         ContainerTest::SetUp();
         slots = fill(store, kPages * static_cast<int>(kSmallPageSlots));
-        expectSound(store); // the page index has been used, and is believed from here on
+        expectSound(store); // from now on, the page index is in use and trusted
     }
 
     void TearDown() override {
@@ -204,7 +204,7 @@ protected:
         ContainerTest::TearDown();
     }
 
-    // The page at this ordinal leaves the chain.
+    // Takes the page at this ordinal out of the chain.
     SmallStore::Page* takeOut(int ordinal) {
         SmallStore::Page* const before = pageAt(store, ordinal - 1);
         return std::exchange(before->next, before->next->next);
@@ -259,7 +259,7 @@ TEST_F(KvTruckerChainTest, AllPagesButOneTakenOutAreForgottenWithTheHints) {
     expectSound(store);
 }
 
-// The link between the two that left is still there.
+// The first page that was taken out still links to the second one.
 TEST_F(KvTruckerChainTest, PagesThatLeftTogetherAreNoPagesOfTheStore) {
     SmallStore::Page* const third = pageAt(store, 3);
     SmallStore::Page* const fourth = third->next;
@@ -296,7 +296,7 @@ TEST_F(KvTruckerChainTest, RemovalThroughAnIteratorFreesNoPageThatLeft) {
 
 // ---- pages that another store has freed
 
-// Gives a page away, and asks the store for it once the other one has freed it.
+// Gives a page to another store, which frees it. Then uses the first store's iterators on that page.
 class KvTruckerGivenPageTest : public KvTruckerChainTest {
 protected:
     void expectReadsNothing(const std::function<void(SmallStore& other)>& freeIn) {
@@ -370,9 +370,9 @@ TEST_F(KvTruckerGivenPageTest, PageThatComesBackIsThere) {
     expectSound(store);
 }
 
-// ---- pages that lie where freed ones lay
+// ---- pages at the addresses of freed pages
 
-// Hands out first what came back last.
+// Reuses the block that was freed last.
 template <class T>
 class ReusingAllocator {
 public:
@@ -417,7 +417,8 @@ protected:
         ContainerTest::TearDown();
     }
 
-    // A younger tail, with as many elements, lies where the one lay on which the iterators stand.
+    // Replaces the tail by a younger page with as many elements, at the address of the old tail. The
+    // iterators are still on the old one.
     void replaceTail() {
         const Store::Page* const tail = store.tail;
         const Store::Slot* const slots = tail->slots;

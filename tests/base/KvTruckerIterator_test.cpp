@@ -38,7 +38,7 @@ protected:
         ContainerTest::TearDown();
     }
 
-    // Frees the elements first .. last without freeing the page that they empty.
+    // Frees the elements first .. last, and keeps the page that this empties.
     void emptyAndKeep(std::size_t first, std::size_t last, SmallStore::Page* page) {
         for (std::size_t i = first; i <= last; ++i)
             store.removeSlot(slots[i], page, false);
@@ -400,7 +400,7 @@ TEST_F(KvTruckerIteratorTest, RemoveAtAnElementOfAnotherStoreDoesNothing) {
     fillWith(3);
     SmallStore other;
     fill(other, 5);
-    for (const int index : {1, 4}) { // the last one has a page of its own
+    for (const int index : {1, 4}) { // the last element has a page of its own
         SmallStore::iterator it = other.iteratorAt(index);
         const SmallStore::iterator before = it;
         store.removeAt(it);

@@ -1,4 +1,4 @@
-// Iterators that stay on a page when it is freed. A read of freed memory shows under the address sanitizer.
+// Iterators whose page is freed. The address sanitizer reports a read of freed memory.
 #include "base/KvTrucker.h"
 
 #include "tests/base/ContainerTest.h"
@@ -24,7 +24,7 @@ using kvtest::valuesOf;
 using kvtest::walkFrom;
 using ::testing::ElementsAre;
 
-// A store of six elements in two pages, with iterators that stand on the second one when it is freed.
+// A store of six elements in two pages. Iterators are on the second page when it is freed.
 class KvTruckerStaleIteratorTest : public kvtest::ContainerTest {
 protected:
     void SetUp() override {
@@ -52,7 +52,7 @@ protected:
             store.removeSlot(slots[i], head, true);
     }
 
-    // Raises the epoch without touching the store of the test.
+    // Raises the epoch without using the test's own store.
     static void freeAPageElsewhere() {
         SmallStore other;
         other.append(1);
@@ -259,7 +259,7 @@ TEST_F(KvTruckerStaleIteratorTest, FreshIteratorOfARefilledStoreWorks) {
     EXPECT_THAT(walkFrom(store, store.iteratorAt(0)), ElementsAre(0, 1, 2, 3, 4, 5));
 }
 
-// The new page may lie at the address of the old one. Then the iterator may read the new page.
+// The new page may have the address of the old one. The iterator may then read the new page.
 TEST_F(KvTruckerStaleIteratorTest, IteratorIntoARefilledStoreReadsAnElementOrRaises) {
     freeTail();
     store.append(40);

@@ -1,5 +1,5 @@
-// What an operation on many elements asks of a store: taking appends back, and telling what was appended
-// later.
+// Functions that operations on many elements need: undoing appends, and finding out what was appended after a
+// mark.
 #include "base/KvTrucker.h"
 
 #include "tests/base/ContainerTest.h"
@@ -163,7 +163,7 @@ protected:
         ContainerTest::TearDown();
     }
 
-    // The values behind the mark.
+    // Returns the values that were appended after the mark.
     std::vector<long> behind() const {
         std::vector<long> values;
         for (SmallStore::iterator it = store.iteratorAt(0); !store.isEnd(it); it.next()) {

@@ -21,7 +21,7 @@ using kvtest::SmallStore;
 
 constexpr std::size_t kPageSlots = static_cast<std::size_t>(kvtest::kSmallPageSlots);
 
-// The used slots of each page, in order.
+// The used slots of a page, in order.
 using ModelPage = std::vector<std::optional<long>>;
 
 struct Place {
@@ -123,7 +123,7 @@ protected:
     void step() {
         const std::size_t live = model.values().size();
         const std::size_t choice = below(100);
-        // Long runs of appending and of removing alternate, so that the store both grows and empties.
+        // Long phases of appending and of removing alternate, so that the store both grows and becomes empty.
         const bool growing = (stepNumber++ / 60) % 2 == 0;
         if (live == 0 || choice < (growing ? 65u : 25u))
             appendOne();

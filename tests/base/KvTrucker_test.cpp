@@ -194,7 +194,7 @@ TEST_F(KvTruckerTest, StoreOfOneSlotPagesIsReleasedHoweverLongItsChain) {
 }
 
 template <class T>
-struct Copied { // a value that may not be copied byte by byte
+struct Copied { // must not be copied byte by byte
     Copied() = default;
     Copied(T number) noexcept : value(number) {}
     Copied(const Copied& other) noexcept : value(other.value) {}
@@ -217,7 +217,7 @@ void expectFreshPageIsClear() {
 
 TEST_F(KvTruckerTest, EverySlotOfAFreshPageIsFree) {
     expectFreshPageIsClear<KvTrucker<long, 16u>>();
-    expectFreshPageIsClear<KvTrucker<long, 1600u>>(); // neither a power of two nor less than the others
+    expectFreshPageIsClear<KvTrucker<long, 1600u>>(); // 100 slots, which is no power of two
     expectFreshPageIsClear<KvTrucker<long, 65536u>>();
     expectFreshPageIsClear<KvTrucker<Copied<long>, 1600u>>();
 }

@@ -28,7 +28,7 @@ class KvVectorFailureOf : public kvtest::ContainerTest {
 protected:
     using Operation = std::function<void(Vector&)>;
 
-    // Fails each allocation of an operation on an unshared vector of this length.
+    // Makes each allocation of an operation on an unshared vector of this length fail.
     static void expectPrivateVectorSurvives(int length, const Operation& operation) {
         forEachAllocationFailure([&](kvtest::FailurePoint& point) {
             Vector vector = filled<Vector>(length);
@@ -44,7 +44,7 @@ protected:
         });
     }
 
-    // The same where another vector shares the block.
+    // Does the same with a vector whose block another vector shares.
     static void expectSharersSurvive(int length, const Operation& operation) {
         forEachAllocationFailure([&](kvtest::FailurePoint& point) {
             Vector vector = filled<Vector>(length);

@@ -1,5 +1,5 @@
-// Random operations on several vectors that share blocks, and on a model of them. The model consists of plain
-// arrays behind shared pointers, whose use counts equal the counts of the blocks.
+// Random operations on several vectors that share blocks, and on a model of them. The model has an array with
+// a shared pointer for each block. The use count of the pointer equals the count of the block.
 #include "base/KvVector.h"
 
 #include "tests/base/ContainerTest.h"
@@ -21,7 +21,7 @@
 namespace {
 
 struct ModelBlock {
-    std::vector<int> numbers; // which value each element has
+    std::vector<int> numbers; // numbers of the values of the elements
     int capacity = 0;
     int growLength = 8;
 };
@@ -97,8 +97,8 @@ private:
 
     int length(std::size_t actor) const { return static_cast<int>(mModels[actor]->numbers.size()); }
 
-    // Other sharers of the empty block: the platform, the library and members of this class. Their number
-    // stays.
+    // The empty block has other sharers: the platform, the library and members of this class. Their number
+    // does not change.
     std::uint32_t expectedShares(const ModelVector& model) const {
         const auto own = static_cast<std::uint32_t>(std::count(mModels.begin(), mModels.end(), model));
         return model == mEmpty ? own + mSharesElsewhere : own;
@@ -132,7 +132,7 @@ private:
         makePrivate(actor, kept);
     }
 
-    // Both sides give new elements their values at once.
+    // Changes the length of vector and model, and gives new elements their values at once.
     void setLength(std::size_t actor, int n) {
         const int before = length(actor);
         mVectors[actor].setLogicalLength(n);

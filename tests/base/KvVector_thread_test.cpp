@@ -1,4 +1,4 @@
-// Vectors on several threads that share a block. A data race shows under the thread sanitizer.
+// Vectors that share a block, on several threads. The thread sanitizer reports data races.
 #include "base/KvVector.h"
 
 #include "tests/base/VectorValues.h"
@@ -29,8 +29,8 @@ constexpr int kRounds = 200;
 template <class Vector>
 class KvVectorThreadsOf : public kvtest::ThreadTest {};
 
-// Whether the vector holds the expected values. Allocates nothing: the locks of the allocator would order the
-// threads.
+// Returns whether the vector has the expected values. Allocates nothing, since the locks of the allocator
+// would order the threads.
 template <class Vector>
 bool holds(const Vector& vector, const std::vector<kvtest::Element<Vector>>& expected) {
     if (static_cast<std::size_t>(vector.logicalLength()) != expected.size())
@@ -42,8 +42,8 @@ bool holds(const Vector& vector, const std::vector<kvtest::Element<Vector>>& exp
     return true;
 }
 
-// Ends a vector's share in its block as the destructor does. Assigning an empty vector would change the count
-// of the empty block, which would order the threads too.
+// Releases a vector's block as the destructor does. Assigning an empty vector would also change the count of
+// the empty block, which would order the threads.
 template <class Vector>
 void letGo(Vector& vector) {
     vector.data._release();

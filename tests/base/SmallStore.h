@@ -1,4 +1,4 @@
-// A paged store with four slots a page, so that a handful of elements reaches every page boundary.
+// A paged store with four slots a page. So a few elements reach every page boundary.
 #pragma once
 
 #include "base/KvTrucker.h"
@@ -26,7 +26,7 @@ inline std::vector<SmallStore::Slot*> fill(SmallStore& store, int count) {
     return slots;
 }
 
-// The page at this ordinal of the chain.
+// Returns the page at this ordinal of the chain.
 template <class Store>
 typename Store::Page* pageAt(const Store& store, int ordinal) {
     auto* page = store.head;
@@ -35,7 +35,7 @@ typename Store::Page* pageAt(const Store& store, int ordinal) {
     return page;
 }
 
-// The occupied slots' values, read straight from the pages.
+// Returns the values of the occupied slots. Reads the pages directly.
 inline std::vector<long> valuesOf(const SmallStore& store) {
     std::vector<long> values;
     for (const SmallStore::Slot* slot : occupiedSlots(store))
@@ -43,7 +43,7 @@ inline std::vector<long> valuesOf(const SmallStore& store) {
     return values;
 }
 
-// The values that an iterator passes until it is at the end. Gives up at a number that no test stores.
+// Returns the values from the iterator to the end. Stops after more values than any test stores.
 inline std::vector<long> walkFrom(const SmallStore& store, SmallStore::iterator it) {
     constexpr std::size_t kGiveUp = 100000;
     std::vector<long> values;
@@ -63,7 +63,7 @@ inline SmallStore::iterator beforeFirst(const SmallStore& store) {
     return it;
 }
 
-// Frees the element at this index the way an iterator removal does.
+// Frees the element at this index through an iterator.
 inline void removeIndex(SmallStore& store, int index) {
     SmallStore::iterator it = store.iteratorAt(index);
     store.removeAt(it);

@@ -1,4 +1,4 @@
-// Reading a paged store page by page, without any of its own walks.
+// Reads a paged store page by page, without its own functions.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 namespace kvtest {
 
-constexpr std::uint32_t kBeforeFirst = 0xFFFFFFFFu; // the position of an iterator in front of the first slot
+constexpr std::uint32_t kBeforeFirst = 0xFFFFFFFFu; // the position of an iterator before the first slot
 constexpr const wchar_t* kAccessError = L"Error access KvTrucker";
 
 template <class Store>
@@ -18,7 +18,7 @@ std::size_t pageCount(const Store& store) {
     return count;
 }
 
-// The occupied slots in store order.
+// Returns the occupied slots in store order.
 template <class Store>
 std::vector<typename Store::Slot*> occupiedSlots(const Store& store) {
     std::vector<typename Store::Slot*> slots;

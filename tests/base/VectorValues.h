@@ -1,4 +1,4 @@
-// Vectors of several element types and allocators, and values to put into them.
+// Vectors of several element types and allocators, and values for their elements.
 #pragma once
 
 #include "base/KvVector.h"
@@ -22,7 +22,7 @@ inline bool operator==(const Sample& a, const Sample& b) {
     return a.number == b.number && a.weight == b.weight;
 }
 
-// Value number n of an element type. Different numbers give different values.
+// Makes value number n of an element type. Different numbers give different values.
 template <class T>
 struct ValueOf;
 
@@ -38,7 +38,7 @@ struct ValueOf<double> {
 
 template <>
 struct ValueOf<std::string> {
-    // Too long for the string's own buffer, so that each copy has memory of its own.
+    // The string is too long for its inner buffer, so each copy has memory of its own.
     static std::string number(int n) {
         return "an element with memory of its own, number " + std::to_string(n);
     }
@@ -71,7 +71,7 @@ Element<Vector> value(int n) {
     return ValueOf<Element<Vector>>::number(n);
 }
 
-// The vectors that a typed test is run for, and their names in its output.
+// The vector types of a typed test, and their names in its output.
 using VectorTypes = ::testing::Types<KvVector<int>, KvVector<std::string>, KvVector<GxDbObjectId>>;
 
 struct VectorTypeName {
@@ -82,14 +82,14 @@ struct VectorTypeName {
     }
 };
 
-// Gives a vector the values first, first + 1, ... from its element `from` on.
+// Sets the elements from `from` on to the values first, first + 1, ...
 template <class Vector>
 void setValues(Vector& vector, int from, int first) {
     for (int i = from; i < vector.logicalLength(); ++i)
         vector.at(i) = value<Vector>(first + i - from);
 }
 
-// A vector of the values 0, 1, ... length - 1.
+// Returns a vector of the values 0, 1, ... length - 1.
 template <class Vector>
 Vector filled(int length) {
     Vector vector;
@@ -98,7 +98,7 @@ Vector filled(int length) {
     return vector;
 }
 
-// The elements, read without making the vector's block private.
+// Returns the elements, without making the vector's block private.
 template <class Vector>
 std::vector<Element<Vector>> contents(const Vector& vector) {
     std::vector<Element<Vector>> elements;
@@ -107,7 +107,7 @@ std::vector<Element<Vector>> contents(const Vector& vector) {
     return elements;
 }
 
-// The values of these numbers, to compare contents with.
+// Returns the values of these numbers, to compare with contents().
 template <class Vector>
 std::vector<Element<Vector>> values(const std::vector<int>& numbers) {
     std::vector<Element<Vector>> elements;

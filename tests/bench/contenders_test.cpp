@@ -1,5 +1,5 @@
-// What the benchmark compares does the same work: every contender, the library among them, holds the same
-// after the same edits.
+// The contenders of the benchmark do the same work. After the same edits, every contender has the same items,
+// the library included.
 
 #include "bench/Contenders.h"
 #include "bench/Operations.h"
@@ -18,7 +18,7 @@ Pick pick(std::size_t index, long marker = -1) {
     return {idAt(index), GxDbObjectId(), marker};
 }
 
-// Items that their markers tell apart.
+// Returns items with different markers.
 Picks marked(std::size_t first, std::size_t count) {
     Picks result;
     for (std::size_t i = first; i < first + count; ++i)
@@ -160,7 +160,7 @@ TYPED_TEST(Contender, KeepsTheFirstItemOfEachIdWhenTheRuleIsTurnedOn) {
     EXPECT_FALSE(set.has(idAt(6)));
 }
 
-// Nothing is selected after a removal: only then do all contenders keep the order.
+// The test selects nothing after a removal, since not all contenders keep the order then.
 TYPED_TEST(Contender, HoldsWhatTheLibraryHoldsAfterRandomEdits) {
     for (unsigned seed = 0; seed < 50; ++seed) {
         std::mt19937 random(seed);

@@ -1,5 +1,5 @@
-// A program that knows the library only as an installed or embedded dependency: it fills, walks, copies and
-// clears a set of entities of an in-memory drawing. Answers 0 when all of that went as it should.
+// A program that uses the library as an installed or embedded dependency. It fills, walks, copies and clears
+// a set of entities of an in-memory drawing. Returns 0 if everything worked.
 #include "platform/inmemory/InMemoryDatabase.h"
 #include "selectcontext/KvSelectContext.h"
 

@@ -147,7 +147,7 @@ struct Opened {
     GxDbEntity* entity;
 };
 
-// Opens an id and closes the entity again.
+// Opens an id, and closes the entity again.
 Opened openAndClose(GxDbObjectId id, GxDb::OpenMode mode = GxDb::kForRead, bool openErased = false) {
     GxDbEntity* entity = nullptr;
     const GxErrorStatus status = gxdbOpenObject(entity, id, mode, openErased);

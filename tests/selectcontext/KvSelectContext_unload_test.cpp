@@ -1,4 +1,4 @@
-// Effects of loading and unloading the library at run time. The test is not linked with the library.
+// Loads and unloads the library at run time. The test is not linked with the library.
 
 #include "base/KvVector.h"
 

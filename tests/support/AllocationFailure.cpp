@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kOutOfMemory = 6;
 
-// The test fails an operation that allocates more often. It would never end.
+// If an operation allocates more often, the test fails. Otherwise it might never end.
 constexpr long kMostAllocations = 1000000;
 
 } // namespace
@@ -78,7 +78,7 @@ bool runOnce(const std::function<void(FailurePoint&)>& scenario, FailurePoint& p
     return point.outcome().injected;
 }
 
-// Fails each allocation of this kind in turn. Returns the number of failures that fired.
+// Makes each allocation of this kind fail in turn. Returns the number of failures that fired.
 long failEach(const std::function<void(FailurePoint&)>& scenario, Allocation allocation, Failing failing) {
     for (long nth = 1; nth <= kMostAllocations; ++nth) {
         FailurePoint point(allocation, failing, nth);

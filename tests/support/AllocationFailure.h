@@ -1,4 +1,4 @@
-// Failure injection: runs an operation repeatedly and fails one allocation after the other.
+// Failure injection: runs an operation repeatedly, and makes one allocation after the other fail.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -13,7 +13,7 @@ namespace kvtest {
 enum class Allocation { KvMalloc, New };
 enum class Failing { Once, FromThenOn };
 
-// What a run of the operation has shown.
+// What happened in a run of the operation.
 struct Outcome {
     bool completed = false; // the operation returned
     bool failed = false;    // the operation threw KvErrorStatus 6 or std::bad_alloc
@@ -23,16 +23,16 @@ struct Outcome {
 // One injected failure: the nth allocation of one kind.
 //
 // Invariants:
-//  1. The failure is armed only while run() runs.
-//  2. run() is called at most once. hasRun() says whether it was.
+//  1. The failure is armed only during run().
+//  2. run() may be called once. hasRun() returns whether it was called.
 //
-// Thread safety: a failure point belongs to one thread. It fails allocations of every thread.
+// Thread safety: a failure point belongs to one thread. It makes allocations of every thread fail.
 class FailurePoint {
 public:
     FailurePoint(Allocation allocation, Failing failing, long nth);
 
-    // Arms the failure, runs the operation and disarms the failure.
-    // KvErrorStatus 6 and std::bad_alloc end here if the failure fired. Every other exception passes.
+    // Arms the failure, runs the operation and disarms the failure. If the failure fired, run() catches
+    // KvErrorStatus 6 and std::bad_alloc. It lets every other exception pass.
     Outcome run(const std::function<void()>& operation);
 
     bool hasRun() const noexcept { return mHasRun; }
@@ -59,11 +59,10 @@ enum class Expect {
     None      // the operation does not allocate: no failure may fire
 };
 
-// Calls scenario(point) with a failure at allocation 1, 2, ... of each kind, until no failure fires.
-// Each failure comes in two modes: once, and from then on.
-// The scenario builds fresh state and calls point.run([&] { operation }) once. It then checks the state
-// against point.outcome().
-// The function returns early after a failed check.
+// Calls scenario(point) with a failure at allocation 1, 2, ... of each kind, until no failure fires. Each
+// failure has two modes: once, and from then on. The scenario must make new objects, and call point.run([&] {
+// operation }) once. Then it must check the objects against point.outcome(). The function returns early after
+// a failed check.
 void forEachAllocationFailure(const std::function<void(FailurePoint&)>& scenario,
                               Expect expect = Expect::Failures);
 

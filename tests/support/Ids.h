@@ -9,13 +9,13 @@
 
 namespace kvtest {
 
-// Id number n. 0 is the null id. The ids ascend with n. They are for comparisons and storage, and must not
-// be opened.
+// Returns id number n. 0 is the null id. The ids ascend with n. They are only for comparisons and storage,
+// and must not be opened.
 inline GxDbObjectId id(unsigned long n) {
     return GxDbObjectId(reinterpret_cast<GxDbStub*>(16 * n));
 }
 
-// An id, or the number of one.
+// An id, or its number.
 struct AnyId {
     AnyId(unsigned long n) : value(id(n)) {}
     AnyId(const GxDbObjectId& other) : value(other) {}
@@ -23,21 +23,22 @@ struct AnyId {
     GxDbObjectId value;
 };
 
-// idVector({1, 2, 3}) or idVector({id(1), drawn}).
+// Makes a vector of ids: idVector({1, 2, 3}) or idVector({id(1), drawn}).
 KvVector<GxDbObjectId> idVector(std::initializer_list<AnyId> ids = {});
 
-// A sub-entity path of these ids, with a part of this type and index.
+// Makes a sub-entity path of these ids, with a part of this type and index.
 GxDbFullSubentPath subentPath(std::initializer_list<AnyId> ids, std::int32_t type = 0,
                               std::int64_t index = 0);
 
-// The reference count of the empty block, including the platform's own reference. 0 without an empty block.
+// Returns the reference count of the empty block, including the platform's own reference. Returns 0 if there
+// is no empty block.
 std::uint32_t emptyBlockCount();
 
-// Removes the empty block for a scope.
+// Removes the empty block while the object lives.
 //
-// Invariant: gpEmptyVectorData is null while the object lives, and restored at its end.
+// Invariant: gpEmptyVectorData is null while the object lives. The destructor restores it.
 //
-// Thread safety: none; no other thread uses a vector meanwhile.
+// Thread safety: none. No other thread may use a vector while the object lives.
 class WithoutEmptyBlock {
 public:
     WithoutEmptyBlock();

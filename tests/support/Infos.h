@@ -1,4 +1,4 @@
-// Entity infos that callers hand to a set.
+// Entity infos that callers pass to a set.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -8,7 +8,7 @@
 
 namespace kvtest {
 
-// A new info in memory of _kvMalloc. select() takes ownership of such an info.
+// Makes a new info in memory from _kvMalloc. select() takes ownership of such an info.
 inline GxapSelectedEntInfo* makeInfo() {
     return new (_kvMalloc(sizeof(GxapSelectedEntInfo))) GxapSelectedEntInfo();
 }

@@ -9,7 +9,7 @@ namespace kvtest {
 
 namespace {
 
-// Nests traces. The test framework keeps the memory of its deepest nesting, and the leak check must not count
+// Nests traces. The test framework keeps the memory of the deepest nesting. The leak check must not count
 // that memory.
 void reserveTraces(int depth) {
     if (depth == 0)

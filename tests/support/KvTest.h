@@ -12,17 +12,17 @@ namespace kvtest {
 //  1. The logs are on.
 //  2. The memory of _kvMalloc and the sizes of new blocks are tracked.
 //
-// At the end of a test, double frees, foreign frees and wrong deletes are failures.
+// At the end of a test, double frees, foreign frees and wrong deletes count as failures.
 //
-// Thread safety: SetUp and TearDown run while the test has no other thread.
+// Thread safety: the test must have no other thread during SetUp and TearDown.
 class KvTest : public ::testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Turns the leak check of TearDown on. It compares four counts with those of this moment: live blocks of
-    // _kvMalloc, live blocks of `new`, paths, and the reference count of the empty block.
-    // A derived fixture releases its members in its own TearDown before it calls this one.
+    // Turns on the leak check of TearDown. It compares four counts with their present values: live blocks of
+    // _kvMalloc, live blocks of `new`, paths, and the reference count of the empty block. A derived fixture
+    // must release its members in its own TearDown before it calls this one.
     void expectNothingLeft();
 
 private:
@@ -39,7 +39,7 @@ private:
     long mWrongDeletesAtStart = 0;
 };
 
-// The number of live matrices that were made by `new` while the sizes of new blocks are tracked.
+// Returns the number of live matrices that `new` made while the sizes of new blocks were tracked.
 long liveNewMatrices();
 
 } // namespace kvtest

@@ -26,10 +26,10 @@ class KvTestFixture : public KvTest {
 protected:
     void SetUp() override {
         KvTest::SetUp();
-        reportsAtTheEnd(); // the framework allocates at its first interception
+        reportsAtTheEnd(); // the framework allocates when it first intercepts a failure
     }
 
-    // Runs TearDown early and returns its reports. Then runs SetUp again.
+    // Runs TearDown early and returns its failures. Then runs SetUp again.
     std::vector<std::string> reportsAtTheEnd() {
         testing::TestPartResultArray results;
         {

@@ -21,26 +21,26 @@ using MallocMap = std::unordered_map<Key, Value, std::hash<Key>, std::equal_to<K
 //
 // Invariants:
 //  1. liveBlocks, liveBySize and callsBySize describe the blocks and calls since tracking was turned on.
-//  2. alignedBlocks holds each live block that only an aligned operator delete may free.
+//  2. alignedBlocks has each live block that only an aligned operator delete may free.
 //
 // Thread safety: `mutex` guards the other members.
 struct BlockTable {
     std::mutex mutex;
-    MallocMap<void*, std::size_t> liveBlocks; // with their sizes
+    MallocMap<void*, std::size_t> liveBlocks; // their sizes
     MallocMap<std::size_t, long> liveBySize;
     MallocMap<std::size_t, long> callsBySize;
-    MallocMap<void*, std::size_t> alignedBlocks; // with their alignments
+    MallocMap<void*, std::size_t> alignedBlocks; // their alignments
 };
 
-// The table is made on first use: operator new may run before main().
-// The table is never destroyed: operator delete may run after main().
+// Returns the table. It is made on first use, since operator new may run before main(). It is never
+// destroyed, since operator delete may run after main().
 BlockTable& blockTable() {
     static auto* const instance = new (std::malloc(sizeof(BlockTable))) BlockTable;
     return *instance;
 }
 
-// Accesses on the path of every allocation are relaxed. A stronger order would also order the threads of a
-// test, and hide data races of the code under test from the thread sanitizer.
+// Every allocation accesses these, and the accesses are relaxed. A stronger order would also order the
+// threads of a test. Then the thread sanitizer would not see data races of the code under test.
 std::atomic<bool> gTrackSizes{false};
 std::atomic<long> gLiveBlocks{0};
 std::atomic<long> gCalls{0};
@@ -52,7 +52,7 @@ std::atomic<bool> gFromThenOn{false};
 std::atomic<long> gRemaining{0};
 std::atomic<long> gFailed{0};
 
-// Counts one call of operator new. Returns whether the call is to fail.
+// Counts one call of operator new. Returns whether the call must fail.
 bool injectsFailure() noexcept {
     if (!gArmed.load(std::memory_order_relaxed))
         return false;
@@ -93,7 +93,7 @@ void recordAligned(void* memory, std::size_t alignment) {
     gAlignedBlocks.fetch_add(1, std::memory_order_relaxed);
 }
 
-// Returns whether the block was an aligned one.
+// Forgets an aligned block. Returns whether the block was aligned.
 bool forgetAligned(void* memory) {
     if (gAlignedBlocks.load(std::memory_order_relaxed) == 0)
         return false;

@@ -10,32 +10,31 @@
 
 namespace kvtest {
 
-// The number of live blocks, since the program started.
+// Returns the number of live blocks that were allocated since the program started.
 long liveNewBlocks() noexcept;
 
-// The number of calls of operator new since the program started, failed ones included.
+// Returns the number of calls of operator new since the program started, including failed calls.
 long newCalls() noexcept;
 
-// Turns the counts by size on or off. Both reset them. Blocks from before that moment do not count.
+// Turns the counts by size on or off. Both reset the counts. Blocks that were allocated before do not count.
 void trackNewSizes(bool on);
 long liveNewBlocksOfSize(std::size_t bytes);
 long newCallsOfSize(std::size_t bytes);
 
-// The number of calls of a wrong operator delete since the program started:
+// Returns the number of calls of a wrong operator delete since the program started. The wrong calls are:
 //  - any form for a live block of _kvMalloc that the in-memory platform tracks; the block is not freed
 //  - a plain form for an aligned block
 //  - an aligned form for a plain block
 long wrongDeletes() noexcept;
 
-// Lets the nth call of operator new from now on fail. 1 is the next call.
-// With `fromThenOn`, all calls after it fail, too.
-// The nothrow forms return null. The other forms throw std::bad_alloc.
+// Makes the nth call of operator new from now on fail. 1 is the next call. With `fromThenOn`, all later calls
+// fail, too. The nothrow forms return null. The other forms throw std::bad_alloc.
 void failNew(long nth, bool fromThenOn) noexcept;
 
-// Ends the failures. Their number stays readable.
+// Ends the failures. failedNews() still returns their number.
 void allowNew() noexcept;
 
-// The number of injected failures since the last failNew().
+// Returns the number of injected failures since the last failNew().
 long failedNews() noexcept;
 
 } // namespace kvtest

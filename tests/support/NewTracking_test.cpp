@@ -24,10 +24,10 @@ struct alignas(64) Wide {
     std::array<char, 64> bytes;
 };
 
-// A size that the test program itself never asks for.
+// A size that the test program never allocates otherwise.
 constexpr std::size_t kBytes = 7744;
 
-// One form of allocation and deallocation. The operators are called by name: compilers may omit a
+// One form of allocation and deallocation. The operators are called by name, since compilers may omit a
 // new-expression whose object is deleted at once.
 struct Form {
     const char* name;

@@ -1,4 +1,4 @@
-// Checks of a selection set's invariants. They hold between two operations.
+// Checks the invariants of a selection set. They hold between two operations.
 #pragma once
 
 #include "selectcontext/GxapSelectSet.h"
@@ -12,7 +12,7 @@
 
 namespace kvtest {
 
-// The removal by main and sub id drops every index entry of the main id, also those of remaining records.
+// The removal by main and sub id erases every index entry of the main id, also those of remaining records.
 enum class IndexState { kComplete, kMayLackEntries };
 
 namespace setinvariants {
@@ -21,7 +21,7 @@ using Store = GxapSelectSet::SSetData::Store;
 
 struct StoredRecord {
     const selected_entity* record;
-    std::size_t ordinal; // in store order
+    std::size_t ordinal; // position in store order
 };
 using StoredRecords = std::map<unsigned long, StoredRecord>; // by slot address
 
@@ -41,9 +41,8 @@ inline StoredRecords storedRecords(const Store& store) {
     return records;
 }
 
-// Whether the index has one entry for each record, under the record's main id.
-// Entries of one id are in the order of their insertion. That is the store order, since records are only
-// appended.
+// Returns whether the index has one entry for each record, under the record's main id. Entries of one id must
+// be in the order of their insertion. That is the store order, since records are only appended.
 inline ::testing::AssertionResult indexMatches(const GxapSelectSet::SSetData& data, StoredRecords records,
                                                IndexState state) {
     using ::testing::AssertionFailure;

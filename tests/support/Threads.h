@@ -19,7 +19,7 @@ namespace kvtest {
 //
 // Invariant during a test: no log and no tracker is on.
 //
-// Thread safety: as KvTest.
+// Thread safety: that of KvTest.
 class ThreadTest : public KvTest {
 protected:
     void SetUp() override {
@@ -30,8 +30,8 @@ protected:
     }
 };
 
-// Runs work(n) for each n below `count`, each on its own thread. All calls start at the same moment.
-// After the start, the function does not order the threads.
+// Runs work(n) for each n below `count`, each on its own thread. All calls start at the same time. The
+// function does not order the threads after the start.
 inline void onThreads(std::size_t count, const std::function<void(std::size_t)>& work) {
     std::atomic<std::size_t> missing{count};
     std::vector<std::thread> threads;
@@ -47,8 +47,8 @@ inline void onThreads(std::size_t count, const std::function<void(std::size_t)>&
         thread.join();
 }
 
-// Waits until a reference count is one. The reads are relaxed, so they order nothing. The library's own read
-// of the count has to order the work of the last owner.
+// Waits until a reference count is one. The reads are relaxed, so they order nothing. The library itself must
+// order the work of the last owner.
 inline void waitUntilOne(const std::atomic<std::uint32_t>& count) {
     while (count.load(std::memory_order_relaxed) != 1)
         std::this_thread::yield();

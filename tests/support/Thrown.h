@@ -11,7 +11,7 @@
 namespace kvtest {
 
 // Runs `f` and returns the exception that it throws. `f` must throw a pointer to an object of exactly type E.
-// Otherwise the test fails and the result is null.
+// Otherwise the test fails, and null is returned.
 template <class E, class F>
 std::unique_ptr<E> thrown(F f) {
     try {
@@ -30,10 +30,9 @@ std::unique_ptr<E> thrown(F f) {
     return nullptr;
 }
 
-// Expects that `f` throws a KvErrorStatus with this status, or a KvExceptionWithMsg with this message.
-// The exception has the file name L"\"\"" and line 0.
-// The in-memory platform's crash recorder, if installed, has logged it once.
-// A failure names the file and line of the caller.
+// Expect that `f` throws a KvErrorStatus with this status, or a KvExceptionWithMsg with this message. The
+// exception must have the file name L"\"\"" and line 0. If the in-memory platform's crash recorder is
+// installed, it must have logged the exception once. A failure names the file and line of the caller.
 void expectStatus(const std::function<void()>& f, int status, const char* file = __builtin_FILE(),
                   int line = __builtin_LINE());
 void expectMessage(const std::function<void()>& f, const wchar_t* message,

@@ -1,4 +1,4 @@
-// AllocationTracker: the blocks of _kvMalloc, for leak checks and for the detection of wrong frees.
+// AllocationTracker: records the blocks of _kvMalloc, to detect leaks and wrong frees.
 #pragma once
 
 #include "platform/inmemory/detail/MallocContainers.h"
@@ -12,21 +12,21 @@ namespace kvinmemory::detail {
 //
 // Invariants:
 //  1. A block is live from recordAllocation() to recordFree().
-//  2. mBlocks keeps a freed block until a new allocation has the same address. A second free of it is then
-//     told apart from a foreign free.
+//  2. mBlocks keeps a freed block until a new allocation has the same address. So a second free of the block
+//     is not mistaken for a foreign free.
 //  3. mCounts and mSizes are the sums over all events since reset().
 //
 // Thread safety: every function may be called on any thread. One mutex guards all members.
 class AllocationTracker {
 public:
-    // Totals since reset().
+    // The totals since reset().
     struct Counts {
-        long calls = 0; // of _kvMalloc, failed ones included
-        long frees = 0; // of _kvFree, wrong ones included
+        long calls = 0; // calls of _kvMalloc, including failed calls
+        long frees = 0; // calls of _kvFree, including wrong calls
         long liveBlocks = 0;
         long liveBytes = 0;
-        long foreignFrees = 0; // of pointers that are no block
-        long doubleFrees = 0;  // of blocks that were freed before
+        long foreignFrees = 0; // frees of pointers that are no block
+        long doubleFrees = 0;  // frees of blocks that were freed before
     };
 
     // Forgets all blocks and counts.
@@ -35,7 +35,8 @@ public:
     void recordCall(std::size_t bytes);
     void recordAllocation(const void* memory, std::size_t bytes);
 
-    // Returns whether the block was live. Any other pointer is a wrong free and must not reach free().
+    // Returns whether the block was live. If it was not, the pointer is a wrong free, and the caller must not
+    // pass it to free().
     bool recordFree(const void* memory);
 
     bool isLive(const void* memory) const;

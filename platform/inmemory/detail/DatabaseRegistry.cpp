@@ -9,8 +9,8 @@ namespace kvinmemory::detail {
 
 namespace {
 
-// A static object of a program or a plug-in may be a database. The loader constructs this library's objects
-// before those of the library's users, and destroys them after those.
+// A static object of a program or a plug-in may be a database. So the registry must live longer. The loader
+// constructs this library's objects before those of the library's users, and destroys them after those.
 DatabaseRegistry gRegistry;
 
 } // namespace

@@ -13,19 +13,19 @@ class ObjectTable;
 
 // Finds the object table of a stub.
 //
-// Invariant: the registry lists each object table that exists once.
+// Invariant: the registry lists each existing object table once.
 //
-// Thread safety: every function may be called on any thread. A table that one thread looks up is not
-// destroyed on another thread meanwhile.
+// Thread safety: every function may be called on any thread. While one thread looks a table up, no other
+// thread destroys it.
 class DatabaseRegistry {
 public:
     void add(ObjectTable* table);
     void remove(ObjectTable* table);
 
-    // The table that has this stub. Null for any other pointer. O(databases).
+    // Returns the table that has this stub. Returns null for any other pointer. O(databases).
     const ObjectTable* ownerOf(const GxDbStub* stub) const;
 
-    // Whether a table has this stub and the stub is not invalid. Any pointer is allowed.
+    // Returns whether a table has this stub and the stub is not invalid. Any pointer is allowed.
     bool isValid(const GxDbStub* stub) const;
 
     // Ends the forced statuses of every table.
@@ -36,7 +36,7 @@ private:
     MallocVector<ObjectTable*> mTables;
 };
 
-// The one registry of the process.
+// Returns the registry of the process.
 DatabaseRegistry& databaseRegistry() noexcept;
 
 } // namespace kvinmemory::detail

@@ -12,20 +12,20 @@ namespace kvinmemory::detail {
 // Disjoint sets of ids. The lowest id of a set represents it.
 //
 // Invariants:
-//  1. mLowest maps each id that is not the lowest of its set to the lowest one. Representatives and ids that
-//     equal no other may be absent.
-//  2. isEmpty() is true exactly while no two ids were made equal.
+//  1. mLowest maps each id that is not the lowest of its set to the lowest id of the set. Lowest ids, and ids
+//     that equal no other, may be absent.
+//  2. isEmpty() is true exactly while no two ids have been made equal.
 //
 // Thread safety: every function may be called on any thread.
 class EqualIds {
 public:
-    // Comparisons of ids ask this first, without a lock.
+    // Returns true while no ids have been made equal. Comparisons of ids call it first. It takes no lock.
     bool isEmpty() const noexcept { return !mAny.load(std::memory_order_relaxed); }
 
     // Unites the sets of two ids.
     void unite(const GxDbStub* a, const GxDbStub* b);
 
-    // The lowest id of the set of this id.
+    // Returns the lowest id of this id's set.
     const GxDbStub* lowest(const GxDbStub* stub) const noexcept;
 
     void clear();

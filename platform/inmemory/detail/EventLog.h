@@ -1,4 +1,4 @@
-// EventLog: the calls that one log of the platform has recorded.
+// EventLog: the recorded calls of one log of the platform.
 #pragma once
 
 #include "platform/inmemory/InMemoryOsBase.h"
@@ -12,7 +12,7 @@ namespace kvinmemory::detail {
 //
 // Invariants:
 //  1. The events ascend by their sequence numbers. The log draws each number under its lock.
-//  2. The log holds every event since the last clear().
+//  2. The log has every event since the last clear().
 //
 // Thread safety: every function may be called on any thread. One mutex guards the list.
 template <class Event>
@@ -24,7 +24,7 @@ public:
         mEvents.push_back(std::move(event));
     }
 
-    // A copy, oldest event first.
+    // Returns a copy, oldest event first.
     MallocVector<Event> events() const {
         const std::lock_guard<std::mutex> guard(mMutex);
         return mEvents;

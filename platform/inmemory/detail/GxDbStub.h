@@ -1,22 +1,22 @@
-// GxDbStub: the state behind one id of an in-memory database.
+// GxDbStub: the state of one id of an in-memory database.
 #pragma once
 
 #include "platform/KvDatabase.h"
 
 #include <atomic>
 
-// The seam declares this class, so it is in the global namespace.
+// KvDatabase.h declares this class, so it is in the global namespace.
 //
 // Invariants:
 //  1. `entity` is null or the same object as `object`.
 //  2. An object has any number of readers and no writer, or one writer and no reader.
-//  3. `hasFactory` and `hasForcedStatus` say whether the object table has an entry for this stub.
+//  3. `hasFactory` and `hasForcedStatus` tell whether the object table has an entry for this stub.
 //
 // Thread safety: open(), close() and openCount() may be called on any thread. The other members change only
 // on the thread that uses the database.
 class GxDbStub {
 public:
-    // Adds a reader or the writer. Returns whether the openings so far allow it.
+    // Adds a reader or the writer. Returns false, and adds nothing, if the current openings exclude it.
     bool open(GxDb::OpenMode mode) noexcept;
 
     // Ends one opening. Returns whether there was one.

@@ -1,4 +1,4 @@
-// Containers and single blocks on the memory of malloc. MallocAllocator says what they are for.
+// Containers and single blocks in memory from malloc. MallocAllocator explains what they are for.
 #pragma once
 
 #include "platform/inmemory/InMemoryOsBase.h"
@@ -17,7 +17,7 @@ using MallocMap =
 
 using MallocString = std::basic_string<char, std::char_traits<char>, MallocAllocator<char>>;
 
-// For the operators new and delete of a class. std::bad_alloc without memory.
+// For the operators new and delete of a class. std::bad_alloc if there is no memory.
 inline void* allocateObject(std::size_t bytes) {
     return MallocAllocator<char>().allocate(bytes);
 }

@@ -1,11 +1,11 @@
-// NthCallTrigger: the counter behind an injected failure.
+// NthCallTrigger: the counter of an injected failure.
 #pragma once
 
 #include <atomic>
 
 namespace kvinmemory::detail {
 
-// A one-shot counter. It finds the nth call since it was armed.
+// A one-shot counter that finds the nth call since it was armed.
 //
 // Invariants:
 //  1. nth() is 0 exactly while the trigger is disarmed.
@@ -15,7 +15,7 @@ namespace kvinmemory::detail {
 // belongs to the old count, to the new one, or to none.
 class NthCallTrigger {
 public:
-    // 1 selects the next call. 0 disarms the trigger.
+    // Selects the nth call from now on. 1 is the next call. 0 disarms the trigger.
     void arm(long nth) noexcept {
         mNth.store(0);
         mRemaining.store(nth);
@@ -25,7 +25,7 @@ public:
     long nth() const noexcept { return mNth.load(); }
 
     // Counts one call. Returns its distance from the nth call: negative before it, 0 at it, positive after
-    // it. A disarmed trigger counts nothing and returns -1.
+    // it. If the trigger is disarmed, counts nothing and returns -1.
     long countCall() noexcept {
         if (mNth.load(std::memory_order_relaxed) == 0)
             return -1;

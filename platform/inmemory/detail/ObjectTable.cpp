@@ -9,7 +9,7 @@ namespace kvinmemory::detail {
 
 namespace {
 
-// mStub is a protected member of an object. A pointer to the member gives access from here.
+// Gives access to mStub, which is a protected member of an object.
 class ObjectAccess : public GxDbObject {
 public:
     static void setStub(GxDbObject& object, GxDbStub* stub) { object.*(&ObjectAccess::mStub) = stub; }

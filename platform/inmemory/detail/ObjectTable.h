@@ -1,4 +1,4 @@
-// ObjectTable: what one in-memory database holds.
+// ObjectTable: the contents of one in-memory database.
 #pragma once
 
 #include "platform/inmemory/InMemoryDatabase.h"
@@ -16,8 +16,8 @@ namespace kvinmemory::detail {
 //
 // Invariants:
 //  1. The database registry lists the table from its construction to its destruction.
-//  2. The table owns the objects of its stubs. It closes and deletes them at its end.
-//  3. mFactories and mForcedStatuses have an entry exactly for the stubs that say so.
+//  2. The table owns the objects of its stubs. Its destructor closes and deletes them.
+//  3. mFactories and mForcedStatuses have entries exactly for the stubs whose flags are set.
 //  4. mNames has an entry for each named stub. mIdsByName has the first id of each name.
 //
 // Thread safety: open() and stubs() may be called on any thread while no other thread edits the table. The
@@ -38,7 +38,7 @@ public:
 
     const StubArray& stubs() const noexcept { return mStubs; }
 
-    // The stub of an id of this database. std::invalid_argument for any other id.
+    // Returns the stub of an id of this database. std::invalid_argument for any other id.
     GxDbStub& stubOf(GxDbObjectId id) const;
 
     std::string_view nameOf(GxDbObjectId id) const;

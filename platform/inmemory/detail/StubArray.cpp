@@ -11,7 +11,7 @@ namespace kvinmemory::detail {
 
 namespace {
 
-// Memory is committed in steps of this size. A large reservation then costs no memory, also on a system that
+// Memory is committed in steps of this size. So a large reservation costs no memory, even on a system that
 // does not overcommit.
 constexpr std::size_t kStepBytes = std::size_t{1} << 20;
 

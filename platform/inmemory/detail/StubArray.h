@@ -11,7 +11,7 @@ namespace kvinmemory::detail {
 // An array in reserved address space that grows without moving its elements.
 //
 // Invariants:
-//  1. A stub never moves and lives until the array ends.
+//  1. A stub never moves. It lives until the array is destroyed.
 //  2. The addresses ascend in the order of the append() calls. The order of ids relies on it.
 //  3. The first mCommittedBytes of the reservation are readable and writable. They cover all stubs.
 //
@@ -19,22 +19,22 @@ namespace kvinmemory::detail {
 // any thread.
 class StubArray {
 public:
-    // Reserves address space and takes no memory. std::bad_alloc without address space.
+    // Reserves address space and takes no memory. std::bad_alloc if there is no address space.
     explicit StubArray(std::size_t capacity);
     StubArray(const StubArray&) = delete;
     StubArray& operator=(const StubArray&) = delete;
     ~StubArray();
 
-    // O(1). std::length_error beyond the capacity, std::bad_alloc without memory.
+    // O(1). std::length_error beyond the capacity, std::bad_alloc if there is no memory.
     GxDbStub& append();
 
     std::size_t size() const noexcept { return mSize.load(std::memory_order_acquire); }
     GxDbStub& operator[](std::size_t i) const noexcept { return mFirst[i]; }
 
-    // Whether the pointer is the address of a stub of this array. Any pointer is allowed.
+    // Returns whether the pointer is the address of a stub of this array. Any pointer is allowed.
     bool contains(const GxDbStub* stub) const noexcept;
 
-    // The position of a stub of this array.
+    // Returns the position of a stub of this array.
     std::size_t indexOf(const GxDbStub* stub) const noexcept {
         return static_cast<std::size_t>(stub - mFirst);
     }

@@ -104,13 +104,13 @@ TEST_F(NodePoolTest, ManyNodesTakeFewBlocks) {
     give(nodes);
 }
 
-// Enough for hundreds of chunks.
+// Enough nodes for hundreds of chunks.
 constexpr std::size_t kManyNodes = 300000;
 
 TEST_F(NodePoolTest, AbandonedNodesOfManyChunksAreAllFreed) {
     const long before = kvtest::liveNewBlocks();
     static_cast<void>(take(kManyNodes).size());
-    pool->addOwner(); // the container that is abandoned
+    pool->addOwner(); // for the container that is abandoned
     pool->reclaimAbandoned();
     EXPECT_EQ(kvtest::liveNewBlocks(), before);
 }
@@ -159,7 +159,7 @@ TEST_F(NodePoolTest, FirstRequestOfNothingOrOfTooMuchIsServed) {
     const volatile std::size_t beyondAllMemory = std::numeric_limits<std::size_t>::max() - 7;
     other->deallocate(node, kNodeBytes);
     other->deallocate(array, 1000000);
-    kvtest::failNew(1, false); // the request itself is what counts
+    kvtest::failNew(1, false); // shows that the request reaches operator new
     EXPECT_THROW(static_cast<void>(other->allocate(beyondAllMemory)), std::bad_alloc);
     kvtest::allowNew();
     EXPECT_EQ(kvtest::failedNews(), 1);
@@ -170,7 +170,7 @@ TEST_F(NodePoolTest, ReclaimingTakesAllNodesBackAndFreesTheirMemory) {
     const long before = kvtest::liveNewBlocks();
     const std::uint64_t generation = pool->generation();
     static_cast<void>(take(3000).size());
-    pool->addOwner(); // the container that is abandoned
+    pool->addOwner(); // for the container that is abandoned
     pool->reclaimAbandoned();
     EXPECT_EQ(pool->live(), 0u);
     EXPECT_NE(pool->generation(), generation);

@@ -12,7 +12,7 @@ namespace {
 
 using kvdetail::OccupancyBitmap;
 
-// Whether the bits give the same answers as a plain list of flags.
+// Returns whether the bits give the same results as a list of flags.
 template <unsigned Count>
 ::testing::AssertionResult agrees(const OccupancyBitmap<Count>& bits, const std::vector<bool>& flags) {
     std::uint32_t before = 0;
@@ -50,8 +50,8 @@ std::vector<bool> firstFlags(std::uint32_t used) {
     return flags;
 }
 
-// Pages of one word, of a part of a word, of one block, of one block and a part of a word, and of the size of
-// a page of a set.
+// Pages with as many slots as one word, a part of a word, one block, a block and a part of a word, and a page
+// of a set.
 template <class Bits>
 class OccupancyBitmapTest : public ::testing::Test {};
 

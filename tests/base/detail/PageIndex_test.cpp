@@ -40,8 +40,8 @@ struct TestPage {
 };
 using Index = PageIndex<TestPage, kBytes>;
 
-// Pages in one chain whose blocks lie in one piece of memory, each at an offset of its own from a region's
-// start.
+// Pages in one chain. Their blocks are in one piece of memory, each at a different offset from the start of a
+// region.
 class PageIndexTest : public kvtest::ContainerTest {
 protected:
     void TearDown() override {
@@ -176,7 +176,7 @@ protected:
     void SetUp() override {
         ContainerTest::SetUp();
         slots = fill(store, kPages * static_cast<int>(kSmallPageSlots));
-        expectSound(); // the page index has been used, and is believed from here on
+        expectSound(); // from now on, the page index is in use and trusted
     }
 
     void TearDown() override {
@@ -193,14 +193,14 @@ protected:
         KvTkDefaultAllocator<long>::deallocate(page, sizeof(SmallStore::Page));
     }
 
-    // The page lives until the end of the test.
+    // Takes a page out of the chain. The page lives until the end of the test.
     void takeOut(int ordinal) {
         SmallStore::Page* const before = pageAt(store, ordinal - 1);
         taken.push_back(before->next);
         before->next = before->next->next;
     }
 
-    // Positions, addresses and walks agree with the pages.
+    // Expects that positions, addresses and walks agree with the pages.
     void expectSound() {
         const std::vector<long> values = valuesOf(store);
         for (std::size_t i = 0; i < values.size(); ++i) {

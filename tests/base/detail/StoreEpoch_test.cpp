@@ -21,7 +21,7 @@ constexpr std::uint32_t kGroups = StoreEpoch::kGroups;
 
 class StoreEpochTest : public kvtest::ThreadTest {
 protected:
-    // One store of every group.
+    // One store for every group.
     using Stores = std::vector<StoreEpoch>;
 
     static std::vector<std::uint32_t> epochsOf(const Stores& stores) {
@@ -86,7 +86,7 @@ TEST_F(StoreEpochTest, EpochOutlivesItsStore) {
 
 TEST_F(StoreEpochTest, ValuesOfOneGroupAreOrderedAcrossTheirLargest) {
     constexpr std::uint32_t kLargest = std::numeric_limits<std::uint32_t>::max();
-    constexpr std::uint32_t kLast = kLargest - kGroups + 1; // of group 0
+    constexpr std::uint32_t kLast = kLargest - kGroups + 1; // the last value of group 0
     EXPECT_TRUE(StoreEpoch::isLater(kGroups, 0));
     EXPECT_FALSE(StoreEpoch::isLater(0, kGroups));
     EXPECT_FALSE(StoreEpoch::isLater(kGroups, kGroups));
@@ -113,7 +113,7 @@ TEST_F(StoreEpochTest, NoTwoStoresHaveOneSerial) {
 TEST_F(StoreEpochTest, NoRaiseIsLostOnSeveralThreads) {
     constexpr std::size_t kThreads = 4;
     constexpr std::uint32_t kRaises = 1000;
-    std::deque<StoreEpoch> stores(kThreads * kGroups); // each thread has a store of one common group
+    std::deque<StoreEpoch> stores(kThreads * kGroups); // every kGroups-th store is in one group
     const std::uint32_t before = stores.front().current();
     onThreads(kThreads, [&](std::size_t n) {
         StoreEpoch& mine = stores[n * kGroups];

@@ -1,5 +1,5 @@
-// The library's classes as a header without inline bodies has them: their fields, and those of their members
-// that the public headers define inline.
+// The library's classes without inline functions. They have the same fields as the public headers, and
+// declare the members that those define inline.
 #pragma once
 
 #include "base/GxArray.h"

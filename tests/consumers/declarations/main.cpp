@@ -1,5 +1,5 @@
-// Uses the library by declarations alone, so that every call goes to the library's own copy. Answers 0 when
-// the copies do what their inline bodies do.
+// Uses only declarations of the library, so that every call uses the library's own copy of a function.
+// Returns 0 if the copies do the same as the inline functions.
 #include "Declarations.h"
 #include "platform/inmemory/InMemoryDatabase.h"
 
@@ -48,7 +48,7 @@ int main() {
     const GxDbObjectId door = drawing.addEntity("door");
     const GxDbObjectId desk = drawing.addEntity("desk");
 
-    // The accessor constructs and destroys its base, the set that copies it a whole object.
+    // The accessor calls the set's constructor and destructor for a base. A copied set calls the others.
     GxapSSetWriteAccessor edit;
     edit.select(door, desk, 7, nullptr, nullptr);
     edit.select(desk, GxDbObjectId(), -1, nullptr, nullptr);

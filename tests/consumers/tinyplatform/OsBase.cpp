@@ -8,8 +8,7 @@
 
 namespace {
 
-// In front of every block. Memory of another allocator does not carry the mark, and freeing it ends the
-// program.
+// The bytes before every block. Memory of another allocator lacks the mark, and freeing it ends the program.
 struct alignas(std::max_align_t) Preamble {
     std::uint64_t mark;
 };

@@ -1,14 +1,14 @@
-// A drawing database that knows nothing but numbers.
+// A drawing database whose objects are only numbers.
 #pragma once
 
 class GxDbStub {
 public:
-    unsigned number; // two stubs of one number name the same object; 0 is no object
+    unsigned number; // stubs with the same number name the same object; 0 is no object
 };
 
 namespace tinyplatform {
 
-// Blocks that _kvMalloc gave out and that are not back yet.
+// Returns the number of blocks of _kvMalloc that are not freed yet.
 __attribute__((visibility("default"))) long blocksInUse();
 
 } // namespace tinyplatform

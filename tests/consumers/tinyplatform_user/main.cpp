@@ -1,5 +1,5 @@
-// Uses the library on a platform that has an allocator, ids and an empty vector of its own kind. Answers 0
-// when sets can be filled, walked, copied and cleared there and every block comes back.
+// Uses the library on a platform with its own allocator, ids and empty block. Returns 0 if sets can be
+// filled, walked, copied and cleared, and if every block is freed.
 #include "TinyPlatform.h"
 #include "selectcontext/KvSelectContext.h"
 

@@ -1,4 +1,4 @@
-// The fixture of tests that give commands to a session.
+// The fixture of tests that run commands in a session.
 #pragma once
 
 #include "examples/picker/Commands.h"
@@ -14,10 +14,10 @@ namespace kvtest {
 
 class CommandTest : public testing::Test {
 protected:
-    // The session begins with a drawing of these elements.
+    // Loads a drawing of these elements into the session.
     explicit CommandTest(const std::string& elements) { session.load(sceneOf(elements)); }
 
-    // What the command says.
+    // Runs the command and returns its output.
     std::string run(const std::string& line) {
         std::ostringstream out;
         picker::Console console{session, out, 100};
@@ -36,7 +36,7 @@ protected:
     }
 
     picker::Session session;
-    bool isFinished = false; // by the last command
+    bool isFinished = false; // set by the last command
 };
 
 } // namespace kvtest

@@ -1,4 +1,4 @@
-// The demo from end to end: what the program prints for it is what a newcomer is meant to read.
+// The demo from beginning to end. Its expected output is what a new user reads.
 #include "examples/picker/Shell.h"
 #include "examples/picker/SvgReader.h"
 #include "examples/picker/Table.h"
@@ -15,7 +15,7 @@ namespace {
 
 const std::string kDemoDirectory = PICKER_DEMO_DIRECTORY;
 
-// The words of a named set are an address and a running number.
+// Removes the words of a named set from the text. They are an address and a running number, which vary.
 std::string withoutWords(std::string text) {
     const std::string known = "known as ";
     const std::size_t begin = text.find(known + "0x");

@@ -1,4 +1,4 @@
-// Edits of the session's sets, by commands.
+// Commands that edit the session's sets.
 #include "examples/picker/Commands.h"
 
 #include "tests/examples/picker/CommandTest.h"
@@ -18,14 +18,15 @@ namespace {
 
 class Editing : public kvtest::CommandTest {
 protected:
-    // 1 the drawing: 2 line, 3 row, 4 row; 5 block row: 6 desk, 7 desk; 8 block desk: 9 rect.
-    // Desks at (0, 0), (20, 0), (0, 40), (20, 40).
+    // The handles: the drawing is 1, with line 2 and references 3 and 4 to block row. Block row is 5, with
+    // references 6 and 7 to block desk. Block desk is 8, with rect 9. The desks are at (0, 0), (20, 0), (0,
+    // 40) and (20, 40).
     Editing()
         : CommandTest("<symbol id='desk'><rect width='10' height='10'/></symbol>"
                       "<symbol id='row'><use href='#desk'/><use href='#desk' x='20'/></symbol>"
                       "<line y1='80' y2='80' x2='10'/><use href='#row'/><use href='#row' y='40'/>") {}
 
-    // The items of a set by their paths of handles.
+    // Returns the paths of a set's items, as handles.
     std::vector<std::string> itemsOf(const std::string& name) const {
         std::vector<std::string> items;
         for (auto it = session.set(name).begin(); !it.isDone(); it.step()) {

@@ -146,14 +146,14 @@ TEST(CrossingOfLines, SinglePointsMeetWhatTheyLieOn) {
 }
 
 TEST(CrossingOfLines, FenceThroughAJointMeetsOneOfBothSides) {
-    // Thirds have no exact binary form, so the joint is hit in rounded coordinates only.
+    // Thirds have no exact binary form, so the joint is only hit in rounded coordinates.
     const Point joint{1.0 / 3, 2.0 / 3};
     const Point left{0, 0.9};
     const Point right{1, 0.1};
     int passages = 0;
     for (int i = 1; i < 200; ++i) {
         const Point away{std::cos(i * 0.1), std::sin(i * 0.1)};
-        // A fence that only touches the joint from one side may miss it.
+        // A fence may miss the joint if it only touches the joint from one side.
         if (cross(away, left - joint) * cross(away, right - joint) > 0)
             continue;
         ++passages;

@@ -12,7 +12,8 @@ Outline square() {
     return rectangleOutline(Box::between({0, 0}, {10, 10}), 0, 0);
 }
 
-// The largest distance of chord middles from a circle; the chords' ends lie on it.
+// Returns the largest distance of the chords' middles from a circle. The ends of the chords are on the
+// circle.
 double worstRadiusError(const Outline& outline, Point centre, double radius) {
     double worst = 0;
     for (std::size_t i = 1; i < outline.points().size(); ++i) {
@@ -81,7 +82,8 @@ TEST(Outline, CubicIsOneSegmentWithinTheTolerance) {
     outline.moveTo({0, 0});
     outline.cubicTo({0, 100}, {100, 100}, {100, 0});
     ASSERT_EQ(outline.segments().size(), 1u);
-    // The curve's summit is (50, 75); every point of a chord stays within a thousandth of the diagonal.
+    // The highest point of the curve is (50, 75). Every point of a chord is within a thousandth of the
+    // diagonal.
     const double tolerance = 0.001 * std::hypot(100, 100);
     EXPECT_NEAR(outline.box().high.y, 75, tolerance);
     EXPECT_LT(nearestSegment(outline, Affine(), {50, 75})->distance, tolerance);
@@ -131,7 +133,7 @@ TEST(Outline, ArcOfAQuarterCircleGoesTheShortWay) {
 }
 
 TEST(Outline, ArcFlagsChooseAmongTheFourArcs) {
-    // Between (0, 0) and (10, 0) with radius 10 the centres are (5, +-8.66).
+    // The centres of circles with radius 10 through (0, 0) and (10, 0) are (5, +-8.66).
     const struct {
         bool large, sweep;
         double middleY;

@@ -9,11 +9,11 @@ using kvtest::sceneOf;
 
 namespace {
 
-// A square of 10 at the origin of its block, and a line beside it.
+// A block with a square of side 10 at the origin, and a line beside the square.
 const std::string kSquareBlock =
     "<symbol id='s'><rect width='10' height='10'/><line x1='20' x2='20' y2='10'/></symbol>";
 
-// What each pick found, as the labels along its path.
+// Collects picks, as the labels along their paths.
 class Found {
 public:
     explicit Found(const Drawing& drawing) : mDrawing(drawing) {}
@@ -57,7 +57,7 @@ TEST(PickByPoint, ReachesAsFarAsTheApertureAndNotFurther) {
     Picker picker(drawing);
     EXPECT_TRUE(picker.nearest({5, 3}, 3));
     EXPECT_FALSE(picker.nearest({5, 3}, 2.999));
-    // The corner of the aperture's square is further away than the aperture.
+    // The point is in the square around the aperture, but farther away than the aperture.
     EXPECT_FALSE(picker.nearest({12.9, 2.9}, 3));
     EXPECT_TRUE(picker.nearest({5, 0}, 0));
 }
@@ -91,7 +91,7 @@ TEST(PickByPoint, CompoundTransformGoesThroughAllReferences) {
     const Drawing drawing(sceneOf(kSquareBlock +
                                   "<symbol id='t'><use href='#s' transform='rotate(90)'/></symbol>"
                                   "<use href='#t' transform='translate(50 50) scale(2)'/>"));
-    // The square's right side, x = 10, is turned to y = 10 and doubled to y = 70.
+    // The square's right side, x = 10, is rotated to y = 10 and doubled to y = 70.
     const std::optional<Pick> pick = Picker(drawing).nearest({40, 70}, 0.5);
     ASSERT_TRUE(pick);
     EXPECT_EQ(pick->path.size(), 3u);
@@ -137,7 +137,8 @@ TEST(PickByWindow, TakesWhatIsWhollyInside) {
 }
 
 TEST(PickByWindow, WhatTouchesTheBorderFromInsideIsInside) {
-    // Thirds have no exact binary form: the placed corner differs from the window's in the last digit.
+    // Thirds have no exact binary form. So the placed corner differs from the window's corner in the last
+    // digit.
     const Drawing drawing(
         sceneOf("<defs><rect id='r' width='3' height='3'/></defs>"
                 "<use href='#r' transform='translate(0.1 0.2) scale(0.7) rotate(90) rotate(-90)'/>"));
@@ -194,7 +195,7 @@ TEST(PickByFence, TakesWhatItCrossesWithTheFirstCrossing) {
     Found found(drawing);
     Picker(drawing).fence({{-5, 5}, {30, 5}}, found.collector());
     ASSERT_EQ(found.labels(), (Labels{"2 rect", "3 line"}));
-    // The rectangle's right side is its second segment, its left side the fourth.
+    // The second segment is the rectangle's right side, and the fourth is its left side.
     ASSERT_TRUE(found.picks[0].crossing);
     EXPECT_EQ(found.picks[0].crossing->segment, 1);
     EXPECT_DOUBLE_EQ(found.picks[0].crossing->parameter, 0.5);
@@ -207,7 +208,8 @@ TEST(PickByFence, FollowsItsCorners) {
     const Drawing drawing(
         sceneOf("<line x1='5' y1='5' x2='6' y2='5'/><line x1='20' y1='15' x2='30' y2='15'/>"));
     Found found(drawing);
-    // The straight way between the ends crosses the first line, the fence itself only the second.
+    // The straight line between the ends crosses the first line. The fence itself crosses only the second
+    // line.
     Picker(drawing).fence({{0, 0}, {25, 0}, {25, 30}}, found.collector());
     EXPECT_EQ(found.labels(), Labels{"3 line"});
 }

@@ -1,4 +1,4 @@
-// What a person sees: highlights by commands, in the entities and in the picture.
+// Highlights that commands turn on, in the entities and in the picture.
 #include "examples/picker/Picture.h"
 
 #include "examples/picker/Commands.h"
@@ -23,7 +23,8 @@ namespace {
 
 class Highlighting : public kvtest::CommandTest {
 protected:
-    // 1 the drawing: 2 line, 3 s, 4 t; 5 block s: 6 rect; 7 block t: 8 s.
+    // The handles: the drawing is 1, with line 2, reference 3 to block s, and reference 4 to block t. Block s
+    // is 5, with rect 6. Block t is 7, with reference 8 to block s.
     Highlighting()
         : CommandTest("<symbol id='s'><rect width='10' height='10'/></symbol>"
                       "<symbol id='t'><use href='#s' transform='scale(2)'/></symbol>"
@@ -32,7 +33,7 @@ protected:
     std::string picture() const { return pictureOf(session.drawing()); }
     std::string original() const { return session.drawing().source(); }
 
-    // "main path marker" of every item of a set.
+    // Returns "main path marker" for every item of a set.
     std::multiset<std::string> itemsOf(const GxapSelectSet& set) const {
         const kvinmemory::Database& database = session.drawing().database();
         std::multiset<std::string> items;
@@ -46,7 +47,7 @@ protected:
         return items;
     }
 
-    // "main part" of all that the items of any set, saved ones too, are to show.
+    // Returns "main part" for all parts that the items of the sets highlight. Saved sets are included.
     std::set<std::string> partsHeld() const {
         std::set<std::string> parts;
         for (const auto& [name, set] : session.sets())
@@ -255,7 +256,7 @@ TEST_F(Highlighting, GoesWithTheItem) {
         run("id 2 2 3/6");
         run("highlight");
         run(edit);
-        // What is left of the set is what is left of the picture.
+        // The picture must show exactly the highlights of the remaining items.
         std::multiset<std::string> left;
         for (auto it = session.set().begin(); !it.isDone(); it.step()) {
             if (it.highlightSegmentArray())
@@ -282,7 +283,7 @@ TEST_F(Highlighting, StaysForACopyThatKeepsTheItems) {
     EXPECT_EQ(picture(), original());
 }
 
-// Whatever one of the sets that hold an item does, the others' highlights of it stay.
+// An edit of one set must not end the highlights of other sets with the same item.
 TEST_F(Highlighting, IsSeenAsLongAsAnySetHoldsIt) {
     for (const std::string edit : {"id 3",
                                    "remove-at 0",

@@ -1,5 +1,5 @@
-// What tests of pictures need: a directory to write into, a program that makes PNGs, and an eye for what a
-// picture shows.
+// Helpers of tests of pictures: a directory for files, a program that makes PNGs, and functions that read a
+// picture.
 #pragma once
 
 #include <pugixml.hpp>
@@ -22,7 +22,7 @@ inline std::string textOf(const std::string& file) {
     return text.str();
 }
 
-// A new directory that is the working one for as long as this lives, and gone afterwards.
+// Makes a new directory and works in it. The destructor deletes the directory.
 class WorkingDirectory {
 public:
     explicit WorkingDirectory(const std::string& name)
@@ -44,7 +44,7 @@ private:
     std::filesystem::path mPath;
 };
 
-// Lets programs be found in one directory of the working one only, for as long as this lives.
+// Lets the system find programs only in a subdirectory of the working directory. The destructor ends that.
 class ProgramDirectory {
 public:
     ProgramDirectory() {
@@ -62,8 +62,8 @@ private:
     std::string mBefore;
 };
 
-// An rsvg-convert that writes its arguments into the file that it is to make, so that tests do not depend on
-// what is installed.
+// A replacement for rsvg-convert that writes its arguments to its output file. So the tests do not depend on
+// installed programs.
 class StandInConverter {
 public:
     StandInConverter() {
@@ -78,7 +78,7 @@ private:
     ProgramDirectory mDirectory;
 };
 
-// "main path marker" of each element that a picture shows over the drawing.
+// Returns "main path marker" for each element that a picture adds to the drawing.
 inline std::multiset<std::string> highlightsIn(const std::string& picture) {
     pugi::xml_document document;
     document.load_string(picture.c_str());
@@ -91,7 +91,7 @@ inline std::multiset<std::string> highlightsIn(const std::string& picture) {
     return found;
 }
 
-// The path data of the only element that a picture shows.
+// Returns the path data of the only element that a picture adds to the drawing.
 inline std::string onlyPathDataIn(const std::string& picture) {
     pugi::xml_document document;
     document.load_string(picture.c_str());

@@ -9,8 +9,8 @@ using kvtest::sceneOf;
 
 namespace {
 
-// A square of 10 in a block, placed at (0, 0) and, within another block and doubled, at (50, 50); and a plain
-// line.
+// A drawing with a square of side 10 in a block. The block is placed at (0, 0). It is also placed in another
+// block, doubled, at (50, 50). The drawing also has a line.
 class PickSession : public testing::Test {
 protected:
     PickSession() {
@@ -29,7 +29,8 @@ protected:
         return ids;
     }
 
-    // 1 the drawing: 2 line, 3 s, 4 t; 5 block s: 6 rect; 7 block t: 8 s.
+    // The handles: the drawing is 1, with line 2, reference 3 to block s, and reference 4 to block t. Block s
+    // is 5, with rect 6. Block t is 7, with reference 8 to block s.
     Session session;
 };
 

@@ -14,7 +14,7 @@ using testing::StartsWith;
 
 namespace {
 
-// A file that is gone at the end of the test.
+// A file that the destructor deletes.
 class ScratchFile {
 public:
     ScratchFile(const std::string& name, const std::string& contents) : mPath(testing::TempDir() + name) {
@@ -51,7 +51,7 @@ protected:
     const ScratchFile broken{"picker_shell_broken.svg", "<svg>\n<g></svg>"};
 };
 
-// Lines of a person who reads no prompt.
+// The lines that a user types, without a prompt.
 class TypedLines : public Lines {
 public:
     explicit TypedLines(std::vector<std::string> lines) : mLines(std::move(lines)) {}
@@ -177,7 +177,7 @@ TEST_F(ShellRun, OutOfMemoryInTheLibraryIsAnErrorLikeAnyOther) {
 
 TEST_F(ShellRun, ExceptionsThatTheLibraryThrowsAreReported) {
     Session session;
-    // A nested pick needs blocks for its path, which come from the library's containers.
+    // A nested pick needs blocks for its path. The library's containers allocate them.
     session.load(kvtest::sceneOf("<g id='g'><line x2='5'/></g><use href='#g' y='5'/>"));
     std::ostringstream out, errors;
     kvinmemory::failMalloc(3, kvinmemory::FailureMode::FromThenOn);

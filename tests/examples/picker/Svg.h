@@ -1,4 +1,4 @@
-// Drawings for tests, from the elements between <svg> and </svg>.
+// Makes drawings for tests from the elements between <svg> and </svg>.
 #pragma once
 
 #include "examples/picker/SvgReader.h"

@@ -25,7 +25,7 @@ void expectBox(const Box& box, Point low, Point high) {
     EXPECT_NEAR(box.high.y, high.y, 1e-9);
 }
 
-// Where the only insert of the drawing puts the only shape of its block.
+// Returns where the only insert of the drawing places the only shape of its block.
 Box placedBox(const Scene& scene) {
     return insertAt(scene, 0).placement(shapeAt(scene, 0, 1).outline.box());
 }
@@ -200,7 +200,7 @@ TEST(SvgReader, AGroupCanBeDrawnAndUsed) {
     const Scene scene =
         sceneOf("<g id='g' transform='translate(5 0)'><line x2='1'/></g><use href='#g' y='3'/>");
     EXPECT_EQ(shapeAt(scene, 0).type, "line");
-    // The group's own transform belongs to the block.
+    // The group's own transform is part of the block.
     expectBox(insertAt(scene, 1).placement(shapeAt(scene, 0, 1).outline.box()), {5, 3}, {6, 3});
 }
 
@@ -232,7 +232,7 @@ TEST(SvgReader, SymbolWithoutASizeFillsTheViewport) {
 TEST(SvgReader, BlocksContainBlocks) {
     const Scene scene = sceneOf("<g id='a'><line x2='1'/></g><symbol id='b'><use href='#a'/></symbol>"
                                 "<symbol id='c'><use href='#b'/></symbol><use href='#c'/>");
-    // The drawing, c, b, a: in the order in which they are met.
+    // The drawing, c, b and a, in the order in which the reader finds them.
     ASSERT_EQ(scene.blocks.size(), 4u);
     EXPECT_EQ(scene.blocks[3].name, "a");
     EXPECT_EQ(scene.innermostFirst, (std::vector<std::size_t>{3, 2, 1, 0}));

@@ -140,7 +140,7 @@ TEST_F(ForcedOpening, EndsWhenOpeningIsAllowed) {
 
 // ---- Failures
 
-// The call number of the PlatformFailure that `f` throws. 0: `f` throws nothing.
+// Returns the call number of the PlatformFailure that `f` throws, or 0 if `f` throws nothing.
 template <class F>
 long failureOf(F f) {
     try {

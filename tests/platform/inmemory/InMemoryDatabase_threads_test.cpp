@@ -15,7 +15,7 @@ using InMemoryThreads = kvtest::KvTest;
 
 constexpr int kRounds = 300;
 
-// Runs the work on four threads at once.
+// Runs the work on four threads at the same time.
 template <class Work>
 void onThreads(Work work) {
     std::vector<std::thread> threads;

@@ -14,7 +14,7 @@ namespace {
 
 using namespace kvinmemory;
 
-// Resets the platform and checks nothing. These tests make wrong frees, which kvtest::KvTest would report.
+// Resets the platform, and checks nothing. These tests make wrong frees, which kvtest::KvTest would report.
 //
 // Thread safety: SetUp and TearDown run while the test has no other thread.
 class InMemoryOsBase : public ::testing::Test {
@@ -126,7 +126,7 @@ TEST_F(InMemoryMemory, ABlockIsLiveFromMallocToFree) {
 
 // ---- Failing
 
-// Calls _kvMalloc repeatedly. An element is true if the call returned null.
+// Calls _kvMalloc repeatedly. Element i of the result is true if call i returned null.
 std::vector<bool> failures(int calls) {
     std::vector<bool> failed;
     for (int i = 0; i < calls; ++i) {

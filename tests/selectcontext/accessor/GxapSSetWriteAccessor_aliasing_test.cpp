@@ -1,4 +1,4 @@
-// Lookups of the editing interface whose keys are part of the data that the lookup copies and releases.
+// Lookups of the editing interface whose keys are in the data that the lookup copies and releases.
 
 #include "tests/selectcontext/support/EditTestSupport.h"
 
@@ -17,7 +17,7 @@ using Iterator = GxapSelectSet::Iterator;
 
 class AccessorAliasing : public kvtest::EditTest {};
 
-// Three items, and the keys of the second one as its record holds them.
+// Three items. The keys are references into the record of the second item.
 struct Held {
     SetOf s{{1}, {2, 3, 4}, {5}};
     const GxDbObjectId& mainKey = record(s.set, 1)->mainEntId;
@@ -26,7 +26,7 @@ struct Held {
 
     GxapSSetWriteAccessor& accessor() { return edit(s.set); }
 
-    // The iterator stands on the second item, in data without another owner.
+    // Expects that the iterator is on the second item, in data without another owner.
     void expectFound(Iterator it) const {
         EXPECT_TRUE(sharer.isGone());
         EXPECT_EQ(at(it), 2u);

@@ -1,4 +1,4 @@
-// Each allocation of writing, selecting and appending fails in turn.
+// Writing, selecting and appending, while each allocation fails in turn.
 #include "platform/inmemory/InMemoryOsBase.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"
@@ -40,7 +40,7 @@ class UpdateDataMapFailure : public kvtest::SetTest {};
 class SelectFailure : public kvtest::SetTest {};
 class AppendFailure : public kvtest::SetTest {};
 
-// A set of id(1), id(2), id(3). The second item has everything that an item can have.
+// A set of id(1), id(2), id(3). The second item has a value in every field.
 class Rich {
 public:
     Rich() : path(kvtest::idVector({7, 2})) {
@@ -62,7 +62,7 @@ public:
     GxapSelectSet set;
 };
 
-// The same data in two sets, each with an iterator on its second item.
+// Two sets that share their data, each with an iterator on its second item.
 class SharedRich : public Rich {
 public:
     SharedRich() : sharer(set), data(set.sharedData), mine(&set, 1), theirs(&sharer, 1) {}
@@ -90,7 +90,7 @@ void expectRich(const GxapSelectSet& set) {
     EXPECT_NE(record->selectedEntityInfo->getBTRMatPtr(), nullptr);
 }
 
-// A failed edit of shared data has changed neither set.
+// Expects that a failed edit of shared data has not changed either set.
 void expectUntouched(const SharedRich& sets) {
     EXPECT_TRUE(sets.isShared());
     EXPECT_TRUE(isRegistered(sets.set, sets.mine));
@@ -108,7 +108,7 @@ void expectOtherSetUntouched(const SharedRich& sets) {
     EXPECT_TRUE(invariants(sets.sharer));
 }
 
-// The next edit after a failed one succeeds.
+// Expects that the next edit after a failed one succeeds.
 void expectUsable(GxapSelectSet& set) {
     const std::size_t before = mainIds(set).size();
     edit(set).append(id(1000), kNoId);
@@ -256,7 +256,7 @@ constexpr unsigned long kSelected = 5000;
 
 enum class Extras { kNone, kInfoAndPath };
 
-// Selects id(kSelected) with or without info and path. A failure frees the info.
+// Selects id(kSelected) with or without info and path. If that fails, the info is freed.
 class Selection {
 public:
     explicit Selection(Extras extras)
@@ -373,7 +373,7 @@ TEST_F(SelectFailure, WithANullMainIdOrRefusedCannotHappen) {
         kvtest::Expect::None);
 }
 
-// A failure leaves the set as it was, so one set serves for all failures.
+// A failure leaves the set as it was. So one set is enough for all failures.
 TEST_F(SelectFailure, ThatOpensAPageLeavesTheFullPage) {
     Filled full(kPageSlots);
     for (const Failing failing : {Failing::Once, Failing::FromThenOn}) {
@@ -398,8 +398,8 @@ TEST_F(SelectFailure, ThatOpensAPageLeavesTheFullPage) {
     }
 }
 
-// Copying a full page allocates some thousand times. The first, middle and last allocations stand for the
-// rest.
+// Copying a full page allocates thousands of times. So only the first, middle and last allocations are
+// tested.
 TEST_F(SelectFailure, ThatCopiesAFullPageAndOpensAnotherLeavesBothSetsAsTheyWere) {
     Filled full(kPageSlots);
     const GxapSelectSet sharer(full.set);

@@ -1,5 +1,5 @@
-// Each allocation of a removal fails in turn. The set is as it was, no record is lost, and the same removal
-// works afterwards.
+// Removals, while each allocation fails in turn. The set stays as it was, no record is lost, and the same
+// removal works afterwards.
 #include "tests/selectcontext/support/EditFailureTest.h"
 
 #include <gtest/gtest.h>

@@ -41,7 +41,7 @@ class RemoveAtPosition : public kvtest::EditTest {};
 class RemovePages : public kvtest::EditTest {};
 class RemoveIterators : public kvtest::EditTest {};
 
-// A removal from shared data gives the set data of its own and leaves the other set as it was.
+// Expects that a removal from shared data has given the set its own data, and has not changed the other set.
 void expectCopied(const GxapSelectSet& set, const GxapSelectSet& other, const SetOf& original) {
     EXPECT_FALSE(shareData(set, other));
     EXPECT_EQ(owners(set), 1u);
@@ -175,7 +175,7 @@ TEST_F(RemoveMain, CopiesSharedData) {
     EXPECT_EQ(leftRecords({&s.set, &sharer, &original.set}), 2u);
 }
 
-// A copy passes over the slot and does not index it.
+// A copy of the set leaves the slot out.
 TEST_F(RemoveMain, CopiesSharedDataAlsoWhereTheCopyHoldsNothingOfTheEntity) {
     SetOf s{{1}, {2}};
     const auto taken = kvtest::takeRecordOut(s.set, 0);
@@ -233,7 +233,7 @@ TEST_F(RemoveMain, TakesTheKeyOfItsOwnIndex) {
     EXPECT_TRUE(invariants(s.set));
 }
 
-// The copy-on-write releases the data that the argument is part of.
+// The argument is in the data that the copy-on-write releases.
 TEST_F(RemoveMain, OutlivesTheDataItsArgumentIsIn) {
     SetOf s{{1}, {2}};
     const GxDbObjectId& inside = record(s.set, 0)->mainEntId;
@@ -602,7 +602,7 @@ TEST_F(RemoveExact, OutlivesTheDataItsArgumentsAreIn) {
     EXPECT_EQ(items(s.set), (Items{{3}}));
 }
 
-// The key is part of an entry of the index.
+// The key is a reference into an entry of the index.
 TEST_F(RemoveExact, TakesTheKeyOfItsOwnIndex) {
     SetOf s{{1, 1, 3}, {1, 1, 4}};
     const GxDbObjectId& key = s.data().dataMap.begin()->first;
@@ -674,7 +674,7 @@ TEST_F(RemoveAtIterator, OfTheFirstItemStandsOnAFreedSlot) {
     kvtest::expectMessage([&] { it.get(); }, kAccessError);
 }
 
-// Its ordinal among the occupied slots of the page is stale, so the walk mistakes the place of the last item
+// The iterator's ordinal among the occupied slots of the page is too high. So the walk takes the last item
 // for the end.
 TEST_F(RemoveAtIterator, OfTheFirstItemEndsTheWalkOfThePageEarly) {
     SetOf s{{1}, {2}, {3}};
@@ -843,7 +843,7 @@ TEST_F(RemoveAtIterator, OnTheFirstItemOfSharedDataIsDisabledWithItsIndex) {
     EXPECT_EQ(registrations(s.set), 0);
 }
 
-// A disabled iterator that is assigned a position of its set has the position without a registration.
+// A disabled iterator that is assigned a position of its set has the position, but is not registered.
 TEST_F(RemoveAtIterator, IsDisabledOnSharedDataAlsoWhereTheSetDoesNotKnowIt) {
     SetOf s{{1}, {2}, {3}};
     Iterator it(&s.set, 0);
@@ -977,7 +977,7 @@ TEST_F(RemoveAtPosition, OfAnItemThatTheIndexHasLostAnswersFalseButCopies) {
     SetOf s{{1, 2}, {1, 3}};
     EXPECT_TRUE(edit(s.set).remove(id(1), id(2)));
     const GxapSelectSet sharer(s.set);
-    // The copy's index is complete again.
+    // The index of the copy is complete.
     EXPECT_TRUE(edit(s.set).removeAt(0));
     EXPECT_EQ(count(s.set), 0u);
     EXPECT_FALSE(shareData(s.set, sharer));

@@ -381,7 +381,7 @@ TEST_F(SelectUnique, KeepsEqualKeysOfTheIndexInTheOrderOfSelection) {
     }
 }
 
-// Only the index is searched, so a record without an entry does not count.
+// select() searches only the index, so it does not find a record without an entry.
 TEST_F(SelectUnique, DoesNotSeeARecordThatTheIndexHasLost) {
     GxapSelectSet set;
     select(set, 1, 11);
@@ -607,7 +607,7 @@ TEST_F(AppendIds, FollowsTheRuleOfUniqueness) {
     EXPECT_TRUE(invariants(set));
 }
 
-// Like a selection without a path it is compared by ids and marker only.
+// A selection without a path is compared only by ids and marker.
 TEST_F(AppendIds, IsRefusedForAnItemWithPathAndTransform) {
     GxapSelectSet set;
     const Path path = idVector({7, 1});
@@ -710,7 +710,7 @@ TEST_F(AppendRecord, OfANullMainIdAnswersTrueAddsNothingAndFreesItsCopy) {
     EXPECT_TRUE(kvinmemory::isLiveBlock(record.selectedEntityInfo));
 }
 
-// The path of the record is always passed on, so path and transform are compared.
+// append(record) always passes the path, so path and transform are compared.
 TEST_F(AppendRecord, IsComparedByPathAndTransform) {
     GxapSelectSet source, target;
     const Path path = idVector({7, 1});

@@ -40,7 +40,7 @@ class AccessorIterators : public kvtest::SetTest {};
 class SelectByNestedMode : public kvtest::SetTest {};
 class AccessorHighlightSegment : public kvtest::SetTest {};
 
-// A set of id(1) ... id(count) whose data a second set shares.
+// A set of id(1) ... id(count), and a second set that shares its data.
 class Shared : public Filled {
 public:
     explicit Shared(unsigned long count) : Filled(count), sharer(set) {}
@@ -54,7 +54,8 @@ void takeDataAway(GxapSelectSet& set) {
     set.releaseData();
 }
 
-// An edit of shared data leaves the data to the other sets and disables the iterators of the edited set.
+// Expects that an edit of shared data has left the data to the other sets, and has disabled the iterators of
+// the edited set.
 void expectMadePrivate(Shared& sets, const SSetData* before, const ConstIterator& earlier) {
     EXPECT_FALSE(sets.isShared());
     EXPECT_EQ(sets.sharer.sharedData, before);

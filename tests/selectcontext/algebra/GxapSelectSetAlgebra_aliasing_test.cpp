@@ -1,5 +1,5 @@
-// merge and minus for every way in which target and operands can be one set or share data. A model performs
-// the same steps.
+// merge() and minus(), with every combination of target and operands that are one set or share data. A model
+// performs the same steps.
 
 #include "tests/selectcontext/support/EditTestSupport.h"
 
@@ -37,7 +37,7 @@ struct ModelData {
     bool nested = false;
 };
 
-// A handle: data is shared where the pointers are equal.
+// A set of the model. Sets with equal pointers share data.
 struct ModelSet {
     std::shared_ptr<ModelData> data = std::make_shared<ModelData>();
     bool iteratorsDisabled = false;
@@ -89,7 +89,7 @@ public:
         target.iteratorsDisabled = true;
     }
 
-    // The number of removals. Each leaves an unreleased record.
+    // The number of removals. Each leaves a record without an owner.
     static std::size_t removals;
 
 private:
@@ -153,7 +153,7 @@ std::size_t Model::removals = 0;
 
 // --- the cases
 
-// The players are the target and two other sets.
+// The sets of a case: the target and two other sets.
 enum Player { kTarget, kA, kB, kPlayers };
 enum class Operand { kNull, kTarget, kA, kB };
 enum class Sharing { kApart, kTargetAndA, kTargetAndB, kAAndB, kAll };
@@ -173,7 +173,7 @@ std::ostream& operator<<(std::ostream& out, Bystanders bystanders) {
     return out << (bystanders == Bystanders::kNone ? "Private" : "Shared");
 }
 
-// The variants of each case: flags by player, one bit each.
+// A variant of a case. The flags have one bit for each set.
 struct Variant {
     Contents contents;
     unsigned unique;
@@ -214,7 +214,7 @@ Items itemsOf(Player player, Contents contents) {
     }
 }
 
-// One run of an operation on sets of the library and on the model's.
+// The sets of one case, in the library and in the model.
 class Arrangement {
 public:
     Arrangement(Sharing sharing, Bystanders bystanders, const Variant& variant) {
@@ -255,7 +255,7 @@ public:
         EXPECT_TRUE(kvtest::invariants(*mSets[kTarget], kvtest::IndexState::kMayLackEntries));
     }
 
-    // An iterator may stand on a freed page. A step reads no freed memory.
+    // An iterator may be on a freed page. A step must not read freed memory.
     void stepAllIterators() const {
         for (const auto& it : mIterators)
             it->step();
@@ -281,7 +281,7 @@ private:
             loseIndexEntries(set, model);
     }
 
-    // The state that a removal of one of several items by main and sub id leaves.
+    // Removes the index entries that a removal by main and sub id removes.
     static void loseIndexEntries(GxapSelectSet& set, ModelData& model) {
         set.sharedData->dataMap.erase(id(1));
         set.sharedData->dataMap.erase(id(6));

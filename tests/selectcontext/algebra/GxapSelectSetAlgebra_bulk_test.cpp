@@ -1,5 +1,6 @@
-// Merging many items at once gives what appending one after the other gives, on both sides of the numbers of
-// items from which on they are sorted.
+// Merging many items at once gives the same set as appending them one after the other. A merge sorts the
+// items only if there are enough of them, absolutely and relative to the index. The tests try numbers on both
+// sides of these limits.
 #include "platform/inmemory/InMemoryDatabase.h"
 #include "tests/selectcontext/support/IndexTestSupport.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
@@ -32,9 +33,9 @@ using kvtest::shuffled;
 using kvtest::SSetData;
 using kvtest::Store;
 
-// Fewer items are appended one by one.
+// With fewer items, a merge appends one by one.
 constexpr unsigned long kFewestSorted = 16;
-// So many index entries may stand beside each item that is sorted.
+// With more index entries for each item, a merge appends one by one.
 constexpr unsigned long kMostEntriesBeside = 4;
 
 void append(GxapSelectSet& set, const Numbers& numbers) {
@@ -47,7 +48,8 @@ void appendMovedBy(GxapSelectSet& set, double x, unsigned long n = 1) {
     edit(set).select(id(n), kNoId, -1, makeInfoMovedBy(x), &path);
 }
 
-// Several items of every id: of the whole, of a part, with markers, with a path, with a path and a transform.
+// Appends several items of every id: the whole entity, a part of it, with markers, with a path, and with a
+// path and a transform.
 void appendSeveralOfEach(GxapSelectSet& set, const Numbers& numbers) {
     for (const unsigned long n : numbers) {
         const KvVector<GxDbObjectId> path = kvtest::idVector({n % 5 + 1});
@@ -65,7 +67,7 @@ Numbers movedUp(Numbers numbers, unsigned long distance) {
     return numbers;
 }
 
-// The records that the set's slots hold, in store order.
+// Returns the records of the set's slots, in store order.
 std::vector<selected_entity*> recordsOf(const GxapSelectSet& set) {
     std::vector<selected_entity*> records;
     for (const Store::Slot* slot : occupiedSlots(*set.sharedData)) {
@@ -75,7 +77,8 @@ std::vector<selected_entity*> recordsOf(const GxapSelectSet& set) {
     return records;
 }
 
-// A copy of `held` with the flags of the union, to which the records of `added` were appended in turn.
+// Returns a copy of `held` with the flags of the union, to which the records of `added` have been appended
+// one by one.
 std::unique_ptr<GxapSelectSet> appendedInTurn(const GxapSelectSet& held, const GxapSelectSet& added) {
     auto expected = std::make_unique<GxapSelectSet>(held);
     edit(*expected).writeData()->unique = held.sharedData->unique || added.sharedData->unique;
@@ -132,7 +135,7 @@ protected:
         expectEqualRecords(set, expected);
     }
 
-    // Into a third set, and into the first operand.
+    // Merges into a third set, and into the first operand.
     void expectMerges() {
         const auto expected = appendedInTurn(*held, *added);
         const Numbers heldBefore = mainIds(*held), addedBefore = mainIds(*added);
@@ -229,8 +232,7 @@ TEST_F(BulkMerge, TellsItemsOfOneIdApartInTheAddedSet) {
     expectMerges();
 }
 
-// Transforms are equal within a tolerance: the second item is as good as the first, and the third as the
-// second.
+// Transforms are equal within a tolerance. The second item equals the first, and the third equals the second.
 TEST_F(BulkMerge, AnItemThatIsRefusedRefusesNoOther) {
     const double step = 0.75 * GxGeContext::gTol.equalPoint;
     added->sharedData->unique = false;
@@ -403,7 +405,7 @@ TEST_F(BulkMerge, ItemsAreFoundAfterIdsWereLookedUpBefore) {
 
 // ---- what the platform sees
 
-// Items of one id, of which each has a transform of its own.
+// The items have the same id, and each has a different transform.
 TEST_F(BulkMerge, ComparesNoMoreTransformsThanAppendingInTurn) {
     for (int i = 0; i < 60; ++i) {
         appendMovedBy(*held, 2 * i);
@@ -421,7 +423,7 @@ TEST_F(BulkMerge, ComparesNoMoreTransformsThanAppendingInTurn) {
 
 // ---- without memory
 
-// Enough for a second page, and with an info, so that every kind of allocation has its turn.
+// Enough items for a second page. One item has an info, so every kind of allocation fails once.
 TEST_F(BulkMerge, AddsSomeItemsOrAllAndLosesNothing) {
     constexpr unsigned long kHeld = kvtest::kPageSlots - 5;
     append(*held, ascending(kHeld));

@@ -1,5 +1,5 @@
-// Each allocation of set algebra fails in turn. The sets are consistent, no record is lost, and the same edit
-// works afterwards.
+// Set algebra, while each allocation fails in turn. The sets stay consistent, no record is lost, and the same
+// edit works afterwards.
 #include "tests/selectcontext/support/EditFailureTest.h"
 
 #include <algorithm>
@@ -33,7 +33,7 @@ class AlgebraFailure : public EditFailure {
 protected:
     using Combine = void (GxapSSetWriteAccessor::*)(const GxapSelectSet*, const GxapSelectSet*);
 
-    // After a failure the operands are unchanged, and the target is in one of the states of the edit.
+    // Expects after a failure that the operands are unchanged, and that the target is in one of `states`.
     static void tryCombining(Combine combine, const Items& aHeld, const Items& bHeld,
                              const std::vector<Items>& states, std::size_t removed) {
         forEachAllocationFailure([&](FailurePoint& point) {
@@ -79,7 +79,7 @@ TEST_F(EditFailure, OfSwitchingUniqueOnLeavesFlagAndIndex) {
     });
 }
 
-// So many ids that the table of known ids grows during the edit.
+// Enough ids that the table of known ids grows during the edit.
 TEST_F(EditFailure, OfSwitchingUniqueOnWithManyIds) {
     const Items once = kvtest::plainItems(1, 100);
     Items twice = once;
@@ -115,7 +115,7 @@ TEST_F(AlgebraFailure, OfMergingAcrossPages) {
     });
 }
 
-// Enough unordered items that they are sorted, one of them with an info.
+// Enough unordered items that a merge sorts them. One of them has an info.
 TEST_F(AlgebraFailure, OfMergingManyInNoOrder) {
     Items added;
     for (unsigned long i = 0; i < 300; ++i)

@@ -33,7 +33,7 @@ class TransferWithoutExcluder : public kvtest::EditTest {};
 class TransferIntoItself : public kvtest::EditTest {};
 class TransferCallback : public kvtest::EditTest {};
 
-// Excludes main ids by a rule, and records which ids it was asked for.
+// Excludes main ids by a rule, and records the ids of its calls.
 class Excluder : public IGxapSSetEntityExcluder {
 public:
     explicit Excluder(std::function<bool(unsigned long)> rule) : mRule(std::move(rule)) {}
@@ -348,8 +348,8 @@ TEST_F(TransferIntoItself, EndsAcrossPages) {
     EXPECT_TRUE(invariants(s.set));
 }
 
-// An excluder that takes an item out of the set whenever it is asked for a certain one, and leaves the record
-// to the fixture.
+// Returns an excluder that removes certain items from the set when it is called for a certain item. The
+// fixture frees their records.
 Excluder takingOut(GxapSelectSet& set, std::map<unsigned long, Numbers> taken,
                    std::function<bool(unsigned long)> rule) {
     return Excluder([&set, taken = std::move(taken), rule = std::move(rule)](unsigned long n) {
@@ -398,7 +398,7 @@ TEST_F(TransferIntoItself, OfASetThatLosesItemsWhereItTakesTheExcludedOnes) {
     EXPECT_EQ(items(target), (Items{{1}, {3}}));
 }
 
-// The page on which the items ended goes, and a younger one may lie in its place.
+// The page that had the last items is freed, and a new page may have its address.
 TEST_F(TransferIntoItself, OfASetThatLosesItsLastPageEndsWithoutTheNewItems) {
     SetOf s(plainItems(1, kPageSlots + 3), Unique::kOff);
     Excluder excluder = takingOut(s.set, {{5, {kPageSlots + 3, kPageSlots + 2, kPageSlots + 1}}},
@@ -433,7 +433,7 @@ TEST_F(TransferIntoItself, OfASetToWhichTheExcluderAppendsVisitsNoneOfThat) {
     EXPECT_EQ(items(s.set), (Items{{1}, {2}, {3}, {101}, {1}, {102}, {103}, {3}}));
 }
 
-// The first append copies the data, which disables the walk's iterator.
+// The first append copies the data, which disables the iterator of the walk.
 TEST_F(TransferIntoItself, OfSharedDataEndsWithTheFirstItemThatIsAdded) {
     SetOf s({{2}, {1}, {3}}, Unique::kOff);
     const GxapSelectSet sharer(s.set);
@@ -467,7 +467,7 @@ TEST_F(TransferIntoItself, OfSharedDataEndsWithTheFirstExcludedItemWhereItTakesT
 
 // --- an excluder that changes the set that is transferred
 
-// Runs a function when it is first asked, and excludes nothing.
+// Returns an excluder that runs a function at its first call, and excludes nothing.
 Excluder nothingButFirst(std::function<void()> work) {
     return Excluder([work = std::move(work), isFirst = true](unsigned long) mutable {
         if (std::exchange(isFirst, false))
@@ -486,7 +486,7 @@ TEST_F(TransferCallback, ThatClearsTheSetFindsItsItemGone) {
     EXPECT_EQ(registrations(source.set), 0);
 }
 
-// The new item may lie in the memory of the old one.
+// The new item may have the address of the old one.
 TEST_F(TransferCallback, ThatClearsAndFillsTheSetFindsTheNewItemOrNone) {
     SetOf source{{1}, {2}};
     GxapSelectSet target;

@@ -22,7 +22,7 @@ using kvtest::id;
 using kvtest::Numbers;
 using kvtest::shuffled;
 
-// Fewer items are sorted by comparing them.
+// With fewer items, a batch is sorted by comparing them.
 constexpr std::size_t kFewestByDigits = 256;
 
 const std::size_t kCounts[] = {0, 1, 2, 20, kFewestByDigits - 1, kFewestByDigits, kFewestByDigits + 1, 5000};
@@ -36,7 +36,7 @@ protected:
         expectNothingLeft();
     }
 
-    // The values are the places in which the ids come.
+    // Returns a batch whose values are the positions in `numbers`.
     static IdBatch batchOf(const Numbers& numbers) {
         IdBatch batch;
         for (const unsigned long n : numbers)
@@ -53,7 +53,8 @@ protected:
         return pairs;
     }
 
-    // Every value is of its own, so the pairs have one order in which equal ids come as they were added.
+    // Expects sorted pairs. All values differ, so only one order is right. It keeps equal ids in the order in
+    // which they were added.
     static void expectSorts(const Numbers& numbers) {
         SCOPED_TRACE(::testing::Message() << numbers.size() << " ids");
         IdBatch batch = batchOf(numbers);

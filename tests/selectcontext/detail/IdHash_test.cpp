@@ -26,7 +26,7 @@ DataMap makeMap() {
     return map;
 }
 
-// An index of its own pool, with a hash that was built when it held id(1) ... id(100).
+// An index with its own pool. Its hash was built when the index had id(1) ... id(100).
 class IdHashTest : public kvtest::KvTest {
 protected:
     void SetUp() override {
@@ -37,7 +37,7 @@ protected:
         ASSERT_NE(hash, nullptr);
     }
 
-    // The hash either answers as the index does, or that it does not know.
+    // Expects that the hash finds what the index finds, or that it does not know the id.
     void expectHint(const GxDbObjectId& wanted) const {
         const auto found = hash->find(map, wanted);
         if (found != map.end()) {
@@ -176,7 +176,8 @@ TEST_F(IdHashTest, SecondStubOfAnObjectEndsTheHash) {
     EXPECT_FALSE(hash->noteAdded(map, map.emplace(id(300), 300)));
 }
 
-// The bits in which the first stubs agree choose no bucket: without a change, all of these would share one.
+// The hash first ignores the bits in which the first stubs agree. The later stubs differ only in those bits.
+// If the hash did not adapt, all of them would share one bucket.
 TEST_F(IdHashTest, StubsThatDifferInOtherBitsThanTheFirstAreFoundAsFast) {
     constexpr unsigned long kMany = 200000; // quadratic work would take minutes
     DataMap growing = makeMap();

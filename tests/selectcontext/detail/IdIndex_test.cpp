@@ -38,7 +38,7 @@ Numbers descending(std::size_t count) {
     return numbers;
 }
 
-// Many ids, of which each has many records.
+// Returns many ids, and each of them many times.
 Numbers repeated(std::size_t count, unsigned seed) {
     Numbers numbers = shuffled(count, seed);
     for (unsigned long& n : numbers)
@@ -59,7 +59,7 @@ Entries entriesOf(const DataMap& map) {
     return entries;
 }
 
-// Data that no set holds, with its index.
+// Data that no set uses, with its index.
 class IdIndexTest : public kvtest::SetTest {
 protected:
     void SetUp() override {
@@ -78,7 +78,7 @@ protected:
     DataMap& map() const { return data->dataMap; }
     Store& store() const { return *data->entities; }
 
-    // Adds an entry behind those of the id.
+    // Adds an entry after the other entries of the id.
     IdIndex::Entry add(unsigned long n) const {
         return index().insert(index().endOf(id(n)), id(n), slotNumber(n));
     }
@@ -93,7 +93,8 @@ protected:
 
     bool hasHash() const { return index().currentHash() != nullptr; }
 
-    // Finds the first entry of the id, or the place behind all of its entries.
+    // Expects that the run is at the first entry of the id. If there is none, it must be at the place after
+    // all of its entries.
     void expectRun(const IdIndex::Run& run, const GxDbObjectId& wanted) const {
         const auto first = std::as_const(map()).lower_bound(wanted);
         EXPECT_EQ(run.isHeld, first != map().end() && first->first == wanted);
@@ -121,7 +122,7 @@ enum class Hash { kNone, kMade };
 
 class IdIndexLookUp : public IdIndexTest, public ::testing::WithParamInterface<Hash> {
 protected:
-    // A hundred ids, of which every tenth has four entries. The odd ids are not held.
+    // Adds a hundred ids. Every tenth has four entries. The odd ids are not in the index.
     void fill() const {
         for (const unsigned long n : shuffled(100, 1))
             add(2 * n);
@@ -132,7 +133,7 @@ protected:
         prepare();
     }
 
-    // To be called before each look-up, as look-ups make a hash sooner or later.
+    // Must be called before each lookup, since lookups make a hash at some time.
     void prepare() const {
         if (GetParam() == Hash::kMade)
             index().expectSearches();
@@ -201,7 +202,7 @@ TEST_P(IdIndexLookUp, FindsTheNullId) {
 TEST_P(IdIndexLookUp, FindsAnObjectByEachOfItsStubs) {
     kvinmemory::makeEqual(id(30), id(301));
     kvinmemory::makeEqual(id(40), id(302));
-    kvinmemory::makeEqual(id(1), id(303)); // neither is held
+    kvinmemory::makeEqual(id(1), id(303)); // the index has neither
     fill();
     for (const unsigned long n : {30ul, 301ul, 40ul, 302ul, 1ul, 303ul}) {
         prepare();
@@ -473,7 +474,7 @@ protected:
         index().expectSearches();
     }
 
-    // All that the index offers works on the map as it is now.
+    // Expects that every function of the index works on the present map.
     void expectWorks() const {
         expectFindsAll(120);
         for (const unsigned long n : {60ul, 110ul, 110ul}) {
@@ -554,7 +555,7 @@ TEST_F(IdIndexTampering, MapOfDataThatIsGone) {
     expectWorks();
 }
 
-// Entries that move between two maps of one pool leave no trace in it.
+// The pool does not notice entries that move between two of its maps.
 TEST_F(IdIndexTampering, MapThatSharesItsPoolGetsNoHash) {
     DataMap mine(map().get_allocator());
     mine.emplace(id(900), 16);
@@ -702,7 +703,7 @@ TEST_F(IdIndexRebuild, EndsTheHashOfTheFormerEntries) {
     expectFindsAll(201);
 }
 
-// Without memory for sorting it goes on record by record.
+// If there is no memory for sorting, the index is rebuilt record by record.
 TEST_F(IdIndexRebuild, IsCompleteOrFailsWithNothingLost) {
     int completedAllTheSame = 0;
     for (const Numbers& numbers : {ascending(600), shuffled(600, 7)}) {
@@ -865,7 +866,7 @@ protected:
         index().rebuild();
     }
 
-    // The first item of this id.
+    // Removes the first item of this id.
     void removeFromOriginal(unsigned long n) {
         const auto entry = map().find(id(n));
         Store::Slot* const slot = kvdetail::slotAt(entry->second);
@@ -877,7 +878,8 @@ protected:
 
     unsigned long& addressOf(unsigned long n) const { return map().find(id(n))->second; }
 
-    // Its index is what entering its records makes, and the original's is as it was.
+    // Expects that the clone's index is the same as if its records had been entered one by one. The index of
+    // the original must not change.
     void expectCloned() {
         const Entries before = entriesOf(map());
         copy.reset(data->clone());

@@ -1,5 +1,5 @@
-// Whole-set operations whose items come in the order of the ids, in none, or in a mixture of both: they guess
-// the next place, build a hash and look ahead, and nobody may notice.
+// Whole-set operations whose items are in the order of their ids, in no order, or in a mixture of both. They
+// guess the next place, build a hash and look ahead. None of that may change a result.
 #include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>

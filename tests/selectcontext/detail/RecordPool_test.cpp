@@ -18,7 +18,7 @@ namespace {
 using kvdetail::RecordPool;
 using Records = std::vector<std::unique_ptr<selected_entity>>;
 
-// The last records and what they lie in have to go with them, whatever order that is in.
+// The last records of a pool and their chunks must be freed, in any order.
 class RecordPoolTest : public kvtest::SetTest {
 protected:
     static std::unique_ptr<selected_entity> make(RecordPool& pool) {

@@ -10,7 +10,7 @@
 #include <set>
 #include <vector>
 
-// Clones share highlight paths. A path lives while a record refers to it, and is deleted once, for every
+// Clones share highlight paths. A path lives while a record refers to it. It is deleted once, whatever the
 // order of the sharers' actions.
 
 namespace {
@@ -36,7 +36,7 @@ enum class Action { Add, Clear, WriteThroughAt, Clone, ClearSet, Destroy };
 constexpr std::array<Action, 6> kActions = {Action::Add,   Action::Clear,    Action::WriteThroughAt,
                                             Action::Clone, Action::ClearSet, Action::Destroy};
 
-// A set, its clone and the clone of the clone, with a model of which set refers to which paths.
+// A set, its clone and the clone of that clone. A model knows which set refers to which paths.
 class Family {
 public:
     Family() {
@@ -49,7 +49,7 @@ public:
             clone(mSharers[i], mSharers[i - 1]);
     }
 
-    // An action of a set that is gone, or that holds no item, does nothing.
+    // Performs an action. Does nothing for a set that was destroyed, or that has no item.
     void act(Action action, std::size_t actor) {
         Sharer& sharer = mSharers[actor];
         if (action == Action::Clone)
@@ -112,7 +112,7 @@ private:
 
 class HighlightPaths : public kvtest::SetTest {
 protected:
-    // Many paths are made here, and no test reads the events.
+    // These tests make many paths, and none reads the events.
     void SetUp() override {
         SetTest::SetUp();
         kvinmemory::setLogging(false);

@@ -19,7 +19,7 @@ using kvtest::SegmentArray;
 
 class SharedPaths : public kvtest::SetTest {
 protected:
-    // A set of one record with two segments.
+    // Makes a set of one record with two segments.
     void SetUp() override {
         SetTest::SetUp();
         source = std::make_unique<GxapSelectSet>();
@@ -182,7 +182,7 @@ TEST_F(SharedPaths, AreKeptThroughACopyOnWrite) {
 }
 
 TEST_F(SharedPaths, MayBeTheCallersOwnObjects) {
-    // A caller may put its own paths into the list. They are shared and counted like the others.
+    // A caller may put its own paths into the list. They are shared and counted like other paths.
     auto* own = new GxDbFullSubentPath;
     kvtest::append(segmentsOf(*source), own);
     auto clone = cloneOf(*source);

@@ -22,12 +22,12 @@ using HighlightPathsOnThreads = kvtest::ThreadTest;
 
 constexpr int kRounds = 200;
 
-// Runs each function on a thread of its own.
+// Runs each function on its own thread.
 void onTwoThreads(const std::function<void()>& first, const std::function<void()>& second) {
     kvtest::onThreads(2, [&](std::size_t n) { n == 0 ? first() : second(); });
 }
 
-// Reads every path, so that a path that was deleted too early shows.
+// Reads every path, so that a sanitizer reports a path that was deleted too early.
 std::int64_t sumOf(const GxapSelectSet& set) {
     std::int64_t sum = 0;
     for (const std::int64_t index : segmentsAt(set, 0))

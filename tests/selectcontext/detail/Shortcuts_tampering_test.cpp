@@ -1,5 +1,5 @@
-// Callers change public fields directly: index, count, store, pages and slots. The private caches of the
-// library do not change any result.
+// Callers change public fields directly: index, count, store, pages and slots. The library's caches must not
+// change any result.
 #include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ class ShortcutsTampering : public kvtest::EditTest {
 protected:
     static constexpr unsigned long kCount = 200;
 
-    // So many ids have been found that the next lookup uses the hash.
+    // Finds so many ids that the next lookup uses the hash.
     static void lookUpMuch(const GxapSelectSet& set, unsigned long first, unsigned long count) {
         for (unsigned long n = first; n < first + count; ++n)
             static_cast<void>(set.findInMap(id(n)));
@@ -37,7 +37,7 @@ protected:
         lookUpMuch(set, first, kCount);
     }
 
-    // Every id from 0 to 1000 is found where the index has it, and nowhere else.
+    // Expects that every id from 0 to 1000 is found where the index has it, and that no other id is found.
     static void expectFindsWhatTheIndexHas(const GxapSelectSet& set) {
         const DataMap& map = set.sharedData->dataMap;
         for (unsigned long n = 0; n <= 1000; ++n) {
@@ -93,7 +93,7 @@ TEST_F(ShortcutsTampering, IndexOfTheCallersOwnIsSearched) {
     EXPECT_TRUE(invariants(set));
 }
 
-// As many entries as before: the map keeps its nodes and gives them other ids.
+// The number of entries stays the same. So the map keeps its nodes and gives them other ids.
 TEST_F(ShortcutsTampering, IndexAssignedFromAnotherOfItsSize) {
     GxapSelectSet set;
     fillAndLookUp(set);
@@ -109,8 +109,8 @@ TEST_F(ShortcutsTampering, IndexAssignedFromAnotherOfItsSize) {
     expectFindsWhatTheIndexHas(set);
 }
 
-// Each assignment deals the nodes out anew, so now and then an id keeps its node but is not the first any
-// more.
+// Each assignment gives the ids other nodes. Sometimes an id keeps its node, but its node is no longer the
+// first of the id.
 TEST_F(ShortcutsTampering, IndexAssignedWithAnIdThatIsThereTwice) {
     GxapSelectSet set;
     fillAndLookUp(set);
@@ -218,7 +218,7 @@ TEST_F(ShortcutsTampering, IndexesSwappedBetweenTwoSets) {
     EXPECT_TRUE(invariants(other));
 }
 
-// The pool of the next set may get the address of the pool of the last set.
+// The pool of the next set may have the address of the last set's pool.
 TEST_F(ShortcutsTampering, IndexesSwappedToAndFroWithSetsThatAreGone) {
     GxapSelectSet set;
     appendIds(set, 1, kCount);
@@ -386,7 +386,7 @@ TEST_F(ShortcutsTampering, StoresSwappedBetweenTwoSets) {
     EXPECT_TRUE(invariants(other));
 }
 
-// A set of six pages, each found by its address.
+// A set of six pages. Each has been found by its address.
 class PagesTampering : public ShortcutsTampering {
 protected:
     static constexpr unsigned long kMany = 6ul * kPageSlots;
@@ -413,7 +413,7 @@ protected:
         return p;
     }
 
-    // The test now owns the records of the page.
+    // Gives the records of the page to the test.
     void keepRecords(const Store::Page& from) {
         for (const Store::Slot* slot = from.slots; slot < from.fillEnd; ++slot) {
             if (!slot->free)
@@ -497,7 +497,7 @@ TEST_F(PagesTampering, SlotsFreedByHandAreCountedOut) {
     EXPECT_TRUE(invariants(*set));
 }
 
-// The counts of the pages stay right, so that nothing else shows the change.
+// The counts of the pages stay correct, so nothing else shows the change.
 TEST_F(PagesTampering, SlotsMovedByHandAreSeenOnceTheIndexIsUpdated) {
     kvtest::takeOutIds(*set, kPageSlots + 1000, 50);
     kvtest::takeOutIds(*set, 3ul * kPageSlots + 500, 700);

@@ -1,4 +1,4 @@
-// Closing an entity throws, after a drawing and after the resolution of a path.
+// Closing an entity throws: after draw() has highlighted the entity, and after a path has been resolved.
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
 
@@ -14,7 +14,7 @@ int gCloses = 0;
 
 } // namespace
 
-// Replaces the function of the platform. No test here asks which objects are open.
+// Replaces the platform's function. So no test in this file may test which objects are open.
 GxErrorStatus GxDbObject::close() {
     ++gCloses;
     if (gRefuses)
@@ -29,7 +29,7 @@ using kvinmemory::livePaths;
 using kvtest::edit;
 using kvtest::registrations;
 
-// A set of one item with a segment and a path of two ids. Its drawing refuses to close entities.
+// A set of one item with a segment and a path of two ids. Closing its entities throws.
 class RefusedClose : public kvtest::SetTest {
 protected:
     void SetUp() override {

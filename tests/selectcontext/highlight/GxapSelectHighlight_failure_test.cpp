@@ -1,4 +1,4 @@
-// Each allocation of a drawing fails in turn. Nothing leaks, no object stays open, and the segments stay.
+// Draws while each allocation fails in turn. Nothing leaks, no object stays open, and the segments stay.
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 

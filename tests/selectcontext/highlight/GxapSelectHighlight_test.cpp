@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-// Drawing of one entity's paths, of one item, and of a whole set.
+// Draws one entity's paths, one item, and a whole set.
 
 namespace {
 
@@ -31,7 +31,7 @@ using ConstIterator = GxapSelectSet::ConstIterator;
 
 constexpr GxErrorStatus kRefused = static_cast<GxErrorStatus>(7);
 
-// Paths as a caller holds them, with parts 1, 2, ...
+// A list of paths that a caller owns, with parts 1, 2, ...
 class Paths {
 public:
     explicit Paths(int count) {
@@ -206,7 +206,7 @@ TEST_F(PathHighlight, DeletesANonResidentEntityWhenAHighlightThrows) {
     EXPECT_EQ(calls(), Lines({"open A", "highlight  1", "delete"}));
 }
 
-// A set of entities A, B and C with one, two and one segments.
+// A set of the entities A, B and C, which have one, two and one segments.
 class Draw : public kvtest::DrawingTest {
 protected:
     void SetUp() override {
@@ -524,7 +524,8 @@ protected:
         DrawingTest::TearDown();
     }
 
-    // Adds an item with segments 1 and 2. Each opening of its entity runs the work and then makes the entity.
+    // Adds an item with segments 1 and 2. Each opening of its entity runs the work, and then makes the
+    // entity.
     GxDbObjectId addItem(std::function<void()> work) {
         const GxDbObjectId id = drawing().addNonResident(
             [work = std::move(work)] {

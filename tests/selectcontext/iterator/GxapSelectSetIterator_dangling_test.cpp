@@ -1,5 +1,5 @@
-// Iterators on pages, stores and sets that are gone. The expectations state where such an iterator goes. A
-// read of freed memory shows under the address sanitizer.
+// Iterators on pages, stores and sets that were freed. The tests state where such an iterator moves. The
+// address sanitizer reports a read of freed memory.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Thrown.h"
 
@@ -36,8 +36,8 @@ class EndIteratorLeftBehind : public kvtest::SetTest {};
 class IteratorAfterAssignment : public kvtest::SetTest {};
 class IteratorAfterItsSet : public kvtest::SetTest {};
 
-// Leaves the iterator its position without a registration. An iterator that is assigned after a release is in
-// this state.
+// Keeps the position of the iterator, but ends its registration. An iterator that is assigned after a release
+// is in this state.
 void unregister(GxapSelectSet& set, ConstIterator& it) {
     set.removeIterator(&it);
 }
@@ -120,7 +120,7 @@ TEST_F(IteratorOnAReleasedPage, StepsBackToBeforeTheFirstElementOfAnEmptyStore) 
     expectBeforeFirst(prev);
 }
 
-// There is no first element to go to.
+// The iterator cannot move, since there is no first element.
 TEST_F(IteratorOnAReleasedPage, BeforeTheFirstElementOfAnEmptyStoreDoesNotMove) {
     Filled three(3);
     const ConstIterator it = three.set.iteratorAt(2);
@@ -177,7 +177,7 @@ TEST_F(IteratorOnAReleasedPage, RaisesWhenItsRecordIsToBeWritten) {
     EXPECT_TRUE(invariants(two.set));
 }
 
-// A new page may lie at the address of the old one. Then the iterator stands on a slot of that page or on no
+// A new page may have the address of the old one. The iterator is then on a slot of the new page, or on no
 // slot.
 TEST_F(IteratorOnAReleasedPage, WalksToTheEndAfterNewPagesHaveCome) {
     Filled three(3);
@@ -310,7 +310,7 @@ TEST_F(IteratorAfterClear, OfAnOperandOfMergeOrMinusIsUnreadable) {
     }
 }
 
-// --- positions without registration, whose data goes unseen
+// --- unregistered positions, whose data is released
 
 TEST_F(IteratorWithoutItsStore, IsDoneWhileTheSetHasNoData) {
     Filled three(3);
@@ -414,7 +414,7 @@ TEST_F(IteratorWithoutItsStore, RaisesWhenItsRecordIsToBeRemoved) {
     EXPECT_TRUE(invariants(three.set));
 }
 
-// --- good iterators beside pages that go
+// --- valid iterators, while other pages are freed
 
 TEST_F(IteratorBesideReleasedPages, StaysGoodWhenAnotherPageGoes) {
     Filled two(kPageSlots + 2);

@@ -1,4 +1,4 @@
-// Each allocation of an iterator fails in turn.
+// Uses iterators while each allocation fails in turn.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
@@ -29,7 +29,7 @@ class IteratorFailure : public kvtest::SetTest {};
 class FactoryFailure : public kvtest::SetTest {};
 class AccessorFactoryFailure : public kvtest::SetTest {};
 
-// As many iterators as the registry has room for.
+// A set with as many iterators as its registry has room for.
 class FullRegistry : public Filled {
 public:
     explicit FullRegistry(unsigned long count) : Filled(count) {
@@ -106,8 +106,8 @@ TEST_F(IteratorFailure, OfAConstructionThatIsDisabledCannotHappen) {
         kvtest::Expect::None);
 }
 
-// Where an assignment fails: an iterator with a position is registered with its set, and no iterator is
-// registered with another set.
+// Expects that an iterator with a position is registered with its set, and that no iterator is registered
+// with another set. Called after a failed assignment.
 void expectSound(const ConstIterator& it, const GxapSelectSet& from, const GxapSelectSet& to) {
     EXPECT_TRUE(invariants(from));
     EXPECT_TRUE(invariants(to));
@@ -252,7 +252,7 @@ TEST_F(FactoryFailure, LeavesASetWithoutDataWithoutItOrWithAWholeOne) {
     expectFactorySurvivesWithoutData([](GxapSelectSet& set) { return edit(set).findItr(id(9)); });
 }
 
-// The data may have been copied before the iterator failed. Both sets hold the same items as before.
+// The data may have been copied before the iterator failed. Both sets must have the same items as before.
 template <class Factory>
 void expectAccessorFactorySurvives(Factory factory) {
     forEachAllocationFailure([&factory](FailurePoint& point) {

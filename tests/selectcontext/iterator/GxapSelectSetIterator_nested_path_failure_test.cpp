@@ -1,5 +1,4 @@
-// Each allocation of the readers and writers of nested paths fails in turn. Nothing leaks, and no object
-// stays open.
+// Reads and writes nested paths while each allocation fails in turn. Nothing leaks, and no object stays open.
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-// Nested picks: recognising them, and resolving, filtering and replacing their paths.
+// Recognises nested picks, and reads, filters and replaces their paths.
 
 namespace {
 
@@ -30,7 +30,7 @@ using Numbers = std::vector<unsigned long>;
 
 constexpr GxErrorStatus kRefused = static_cast<GxErrorStatus>(7);
 
-// A set of one item, picked through a path.
+// A set of one item with a nested path.
 class Picked {
 public:
     Picked(AnyId mainId, std::initializer_list<AnyId> path, AnyId subId = GxDbObjectId(), long marker = -1) {
@@ -244,7 +244,7 @@ TEST_F(FullSubentPath, LeavesTheRecordAndSharedDataAlone) {
     EXPECT_EQ(numbersOf(picked.set.begin().nestedEntFullPath()), Numbers({1, 2, 3}));
 }
 
-// Paths through entities A, B and C of a drawing.
+// A fixture for paths through the entities A, B and C of a drawing.
 class FilteredPath : public kvtest::DrawingTest {
 protected:
     void SetUp() override {
@@ -254,7 +254,7 @@ protected:
         c = drawing().addEntity("C");
     }
 
-    // The names of a vector's ids.
+    // Returns the names of a vector's ids.
     Lines namesOf(const Ids& ids) {
         Lines names;
         for (int i = 0; i < ids.logicalLength(); ++i)
@@ -262,7 +262,7 @@ protected:
         return names;
     }
 
-    // The ids of a path that pass the filter. The filter answers true.
+    // Returns the ids of a path that pass the filter. Expects that the filter returns true.
     Lines filtered(std::initializer_list<AnyId> path) {
         const Picked picked(a, path);
         Ids ids;
@@ -424,7 +424,7 @@ TEST_F(FilteredPath, WithoutAPositionLeavesTheIds) {
     EXPECT_TRUE(calls().empty());
 }
 
-// Opening an entity may call back into the application, which may replace the path.
+// Opening an entity may run code of the application, which may replace the path.
 TEST_F(FilteredPath, IsThatOfTheStartWhenThePathIsReplacedMeanwhile) {
     std::function<void()> whenOpened;
     const GxDbObjectId made = drawing().addNonResident(
@@ -455,7 +455,7 @@ TEST_F(SetNestedPath, FreesTheOldStorageThatNobodyElseHas) {
     const Ids path = idVector({3ul, 4ul});
     const long blocks = kvinmemory::liveBlocks();
     edit(picked.set).begin().setNestedEntFullPath(path);
-    EXPECT_EQ(kvinmemory::liveBlocks(), blocks - 2); // the block and its elements
+    EXPECT_EQ(kvinmemory::liveBlocks(), blocks - 2); // the vector's block and its elements
 }
 
 TEST_F(SetNestedPath, LeavesTheOldStorageToItsOtherOwners) {

@@ -1,5 +1,5 @@
-// Each allocation of the edits of highlight segments fails in turn. Nothing leaks, and the segments are the
-// old ones or the new ones.
+// Edits highlight segments while each allocation fails in turn. Nothing leaks, and the segments are either
+// the old ones or the new ones.
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
@@ -23,7 +23,7 @@ using Iterator = GxapSelectSet::Iterator;
 
 class FailingSegment : public kvtest::SetTest {
 protected:
-    // Adds segment 9 to an item whose segments were `before`.
+    // Adds segment 9 to an item with the segments `before`, while each allocation fails in turn.
     static void addInTurn(const Indices& before) {
         forEachAllocationFailure([&](FailurePoint& point) {
             Filled filled(1);

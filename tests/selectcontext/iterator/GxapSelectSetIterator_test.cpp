@@ -64,7 +64,7 @@ private:
     Store* mStore;
 };
 
-// Names the set without being registered with it.
+// Returns an iterator that names the set, but is not registered with it.
 ConstIterator unregistered(const GxapSelectSet& set) {
     ConstIterator it(nullptr, 0);
     it.set = &set;
@@ -910,8 +910,8 @@ TEST_F(ConstIteratorStep, FromAFreedSlotReachesTheNextRecord) {
     EXPECT_EQ(at(it), 2u);
 }
 
-// The position is the number of occupied slots in front. It stays when some of them are removed, and is then
-// too high.
+// The position counts the occupied slots of the page up to the iterator's own slot. It does not change when
+// some of them are removed. Then it is too high.
 TEST_F(ConstIteratorStep, WithAStalePositionEndsItsPageEarly) {
     Filled five(5);
     const ConstIterator it = five.set.iteratorAt(2);
@@ -1003,8 +1003,8 @@ TEST_F(ConstIteratorStepBack, FromTheEndGivesTheLastRecord) {
     EXPECT_EQ(prev.truckerIterator->slot, three.slot(2));
 }
 
-// The position of the end is the number of live records. A step back from the end gives the last record a
-// position that is one lower than a lookup by its index gives it.
+// The position of the end is the number of live records. So after a step back from the end, the position is
+// one lower than that of a lookup by index.
 TEST_F(ConstIteratorStepBack, FromTheEndCountsThePositionDownFromTheLiveCount) {
     Filled three(3);
     ConstIterator prev(nullptr, 0);
@@ -1118,7 +1118,7 @@ TEST_F(ConstIteratorStepBack, BeforeTheFirstElementStaysThereWithALowerIndex) {
     EXPECT_EQ(prev.truckerIterator->position, kBeforeFirst);
 }
 
-// The first element reached from before it has position 0 where its slot is the first of the page.
+// A step from before the first element gives position 0, if the first slot of the page is occupied.
 TEST_F(ConstIteratorStepBack, BeforeTheFirstElementStepsOntoAnOccupiedFirstSlotWithPositionZero) {
     Filled two(2);
     const ConstIterator it = two.set.iteratorAt(1);

@@ -1,4 +1,4 @@
-// Each allocation of the handle of the list, and of its manager, fails in turn. Nothing leaks.
+// Makes the handle of the list, and its manager, while each allocation fails in turn. Nothing leaks.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 

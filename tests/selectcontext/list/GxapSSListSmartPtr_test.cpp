@@ -14,7 +14,7 @@ using Handle = GxapSSListSmartPtr;
 
 class ListHandle : public kvtest::SetTest {
 protected:
-    // Adds a set to the list. Its block shows later whether the list was destroyed.
+    // Adds a set to the list. The set's block tells later whether the list was destroyed.
     static const GxapSelectSet* addSet(const Handle& handle) {
         Name name;
         return handle.list->newSelectSet(name);
@@ -152,7 +152,7 @@ TEST_F(ListHandle, WithoutAListFreesTheCountAndCountsNoCopy) {
         Handle copy(handle);
         EXPECT_EQ(copy.refCount, handle.refCount);
         EXPECT_EQ(*handle.refCount, 1);
-        copy.refCount = nullptr; // it was not counted
+        copy.refCount = nullptr; // this handle was not counted
     }
     handle.release();
     EXPECT_EQ(handle.refCount, nullptr);

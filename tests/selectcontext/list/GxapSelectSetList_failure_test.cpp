@@ -1,4 +1,5 @@
-// Each allocation of the list of named sets fails in turn. Nothing leaks, and the list is as it was.
+// Edits the list of named sets while each allocation fails in turn. Nothing leaks, and the list stays as it
+// was.
 #include "platform/inmemory/InMemoryDatabase.h"
 #include "platform/inmemory/InMemoryOsBase.h"
 #include "tests/selectcontext/support/SetTestSupport.h"

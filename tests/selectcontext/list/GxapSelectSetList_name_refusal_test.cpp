@@ -1,4 +1,4 @@
-// Named sets on a platform that refuses to complete a name.
+// Named sets, on a platform that throws when it sets word 1 of a name.
 
 #include "tests/selectcontext/support/SetTestSupport.h"
 
@@ -10,12 +10,12 @@ namespace {
 
 struct Refusal {};
 
-// Called when a name is completed.
+// Runs when the platform sets word 1 of a name.
 std::function<void(const long*)> gAtCompletion;
 
 } // namespace
 
-// Replaces the function of the platform.
+// Replaces the platform's function.
 void gxdbInitGdsNameKey(long* name) {
     name[1] = 77;
     if (gAtCompletion)

@@ -254,7 +254,7 @@ TEST_F(DeleteNamedSet, RemovesTheFirstOfEqualEntriesAlone) {
     list.sets.push_front(twice);
     list.delSelectSet(a);
     EXPECT_EQ(list.sets, Sets({other, twice}));
-    list.sets.pop_back(); // its set is gone
+    list.sets.pop_back(); // this set was destroyed
 }
 
 TEST_F(DeleteNamedSet, DisablesItsIterators) {
@@ -285,7 +285,7 @@ TEST_F(DestroyedList, DestroysItsSets) {
     EXPECT_EQ(sinceThen.liveNew(), 0);
 }
 
-// The destructions of the paths show the order of the sets.
+// The order in which the paths are destroyed shows the order of the sets.
 TEST_F(DestroyedList, DestroysFromTheFrontToTheBack) {
     std::vector<const GxDbFullSubentPath*> expected;
     auto list = std::make_unique<GxapSelectSetList>();

@@ -3,7 +3,7 @@
 
 namespace kvtest {
 
-// Begins with two words that name no set.
+// Has two words that name no set at first.
 struct Name {
     long words[2] = {-7, -8};
 

@@ -30,7 +30,7 @@ bool intersected(const SetOf& s, const SetOf& other) {
     return s.set.intersectedWith(&other.set);
 }
 
-// Puts an unreadable record into a slot. Reading it ends the program.
+// Puts an unreadable record into a slot. Reading that record ends the program.
 class UnreadableRecord {
 public:
     UnreadableRecord(const SetOf& s, std::size_t position)
@@ -278,7 +278,7 @@ TEST_F(Comparison, PassesOverNullRecords) {
     EXPECT_FALSE(intersected(other, s));
 }
 
-// The walk goes over the store, the look-up through the index.
+// The comparison walks over one set's store, and looks up in the other set's index.
 TEST_F(Comparison, FindsWhatTheIndexHasLostOnTheWalkedSideOnly) {
     SetOf s{{1, 2}, {1, 3}, {2}};
     edit(s.set).remove(id(1), id(2));

@@ -1,4 +1,4 @@
-// Reading and comparing without memory.
+// Reads and compares sets while allocations fail.
 #include "tests/selectcontext/support/EditFailureTest.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ TEST_F(LookupFailure, HasNoPlaceInReadingByPositionAndComparing) {
         Expect::None);
 }
 
-// Comparing many items builds a hash if there is memory for it.
+// Comparing many items builds a hash if there is memory for the hash.
 TEST_F(LookupFailure, LeavesComparingManyItemsSlow) {
     const Items held = kvtest::plainItems(1, 300);
     const Items backwards(held.rbegin(), held.rend());

@@ -26,7 +26,7 @@ class GetLast : public kvtest::EditTest {};
 constexpr int kMinInt = std::numeric_limits<int>::min();
 constexpr int kMaxInt = std::numeric_limits<int>::max();
 
-// Two ids. A call that fails leaves them as they are.
+// Two ids, which a failed call must not change.
 struct Ids {
     GxDbObjectId main = id(77);
     GxDbObjectId sub = id(78);
@@ -186,7 +186,7 @@ TEST_F(GetIdsAt, AnswersFalseWhereThereIsNoStoreOrNoPage) {
     EXPECT_TRUE(ids.untouched());
 }
 
-// The index is bounded by the records of the store and not by the count of the set.
+// The limit of the index is the number of records in the store, not the set's count.
 TEST_F(GetIdsAt, IsBoundedByTheStore) {
     SetOf s{{1}, {2}, {3}};
     Ids ids;

@@ -33,7 +33,8 @@ constexpr const wchar_t* kMisuse =
 
 class Lookup : public kvtest::SetTest {
 protected:
-    // The first trace of a thread allocates storage that stays. It is made before anything is counted.
+    // The first trace of a thread allocates storage that stays allocated. So it is made before anything is
+    // counted.
     Lookup() { SCOPED_TRACE("making the storage of traces"); }
 };
 class MarkerEquality : public ::testing::Test {};
@@ -44,7 +45,7 @@ std::unique_ptr<GxapSelectedEntInfo> infoWith(const GxGeMatrix3d& matrix) {
     return info;
 }
 
-// An info with a fence result and without a matrix.
+// Returns an info with a fence result and without a matrix.
 std::unique_ptr<GxapSelectedEntInfo> infoWithoutMatrix() {
     auto info = std::make_unique<GxapSelectedEntInfo>();
     info->setSelFenceResultInfo(fence(1, 0.5));
@@ -55,7 +56,7 @@ bool isEnd(const GxapSelectSet& set, Position position) {
     return position == set.sharedData->dataMap.end();
 }
 
-// The record that an index entry leads to; null at the end.
+// Returns the record of an index entry. Returns null for the end.
 const selected_entity* recordOf(const GxapSelectSet& set, Position position) {
     return isEnd(set, position) ? nullptr : kvtest::slotOf(position)->value;
 }
@@ -68,7 +69,7 @@ struct Keys {
     Path path = idVector({1, 2});
 };
 
-// Every findInMap form, asked for the same item.
+// Returns every form of findInMap() as a function that looks up the same item.
 std::vector<std::function<Position()>> everyFindInMap(const GxapSelectSet& set, const Keys& keys) {
     return {[&] { return set.findInMap(keys.mainId); },
             [&] { return set.findInMap(keys.mainId, keys.subId); },
@@ -100,7 +101,8 @@ selected_entity& addItem(GxapSelectSet& set, const Keys& keys) {
     return record;
 }
 
-// A set of five items with the wanted item at position 2. Each other item differs from it in one key.
+// A set of five items. The wanted item is at position 2. Each other item differs from the wanted one in one
+// key.
 struct Neighbourhood {
     Neighbourhood() {
         Keys other = wanted;

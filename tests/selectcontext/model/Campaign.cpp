@@ -21,7 +21,7 @@ namespace kvmodel {
 
 namespace {
 
-constexpr int kTrackedEpisodes = 16;    // one of so many episodes counts its _kvMalloc blocks
+constexpr int kTrackedEpisodes = 16;    // one of this many episodes counts its _kvMalloc blocks
 constexpr unsigned kReplaySeconds = 20; // a replay that takes longer has failed
 constexpr unsigned kCampaignSeconds = 540;
 constexpr auto kShrinkTime = std::chrono::seconds(60);
@@ -29,7 +29,7 @@ constexpr int kFailed = 1;
 
 using Operations = std::vector<Operation>;
 
-// In memory that the child shares with its parent, so that it survives a crash of the child.
+// A report in memory that the child shares with its parent. It survives a crash of the child.
 struct Report {
     long episode;
     int operation;
@@ -70,7 +70,8 @@ bool tracksMemory(long episode) {
     return episode % kTrackedEpisodes == 0;
 }
 
-// Runs the work in a child process. Whether it failed: a mismatch, an exception, a crash or a timeout.
+// Runs the work in a child process. Returns true if the work failed: a mismatch, an exception, a crash or a
+// timeout.
 bool failsInChild(const SharedReport& report, unsigned seconds, bool isQuiet,
                   const std::function<void()>& work) {
     report->message[0] = '\0';
@@ -117,8 +118,8 @@ bool operationsFail(const SharedReport& report, const Profile& profile, const Op
     });
 }
 
-// Leaves out runs of operations while the rest still fails. The runs shrink from half of the operations to
-// one.
+// Removes sequences of operations while the rest still fails. The length of the sequences shrinks from half
+// of the operations to one.
 Operations shrunk(const SharedReport& report, const Profile& profile, Operations failing, bool tracked) {
     const auto end = std::chrono::steady_clock::now() + kShrinkTime;
     bool shrinks = true;

@@ -1,4 +1,4 @@
-// Runs many episodes of random operations, and reduces a failing one to the operations that matter.
+// Runs many episodes of random operations. Reduces a failing episode to the operations that matter.
 #pragma once
 
 #include "tests/selectcontext/model/Operation.h"
@@ -8,13 +8,13 @@
 
 namespace kvmodel {
 
-// The environment's KV_MODEL_SEED and KV_MODEL_OPERATIONS, or the value given.
+// Return KV_MODEL_SEED and KV_MODEL_OPERATIONS of the environment, or the argument if they are not set.
 std::uint64_t seedOr(std::uint64_t seed);
 long operationsOr(long count);
 
-// Runs `count` operations, divided into episodes, in a child process, so that a crash counts as a failure.
-// Returns an empty string on success; otherwise the failure, the seed and the shortest failing operations
-// found.
+// Runs `count` operations, divided into episodes. Runs them in a child process, so that a crash counts as a
+// failure. Returns an empty string on success. Otherwise returns the failure, the seed and the shortest
+// failing sequence of operations that was found.
 std::string runCampaign(const Profile& profile, std::uint64_t seed, long count);
 
 } // namespace kvmodel

@@ -1,4 +1,4 @@
-// Comparing what the library has with what the model has.
+// Compares values of the library with values of the model.
 #pragma once
 
 #include <sstream>
@@ -6,7 +6,7 @@
 
 namespace kvmodel {
 
-// Thrown where library and model disagree.
+// Thrown if library and model differ.
 struct Mismatch {
     std::string what;
 };
@@ -33,7 +33,7 @@ inline void expectSame(const void* actual, const void* model, const char* what) 
     expectEqual(actual, model, what);
 }
 
-// Stores an address of the library at the first call, and compares it with the stored one later.
+// Stores an address of the library at the first call. Later calls compare the address with the stored one.
 template <class T>
 void bind(T actual, T& known, const char* what) {
     expect(actual != nullptr, what);

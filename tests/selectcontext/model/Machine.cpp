@@ -35,7 +35,7 @@ Outcome outcomeOf(KvException* thrown) {
     return isMisuse ? kMisuse : kOtherError;
 }
 
-// Performs a call of the library, which may make records.
+// Calls the library, and records the records that the call makes.
 template <class Call>
 auto watched(const Call& call) {
     const RecordTracker::Recording recording(RecordTracker::current(), true);
@@ -89,7 +89,7 @@ private:
     std::vector<int> mAsked;
 };
 
-// The path copies that still exist, by the log of the database from entry `from` on.
+// Returns the path copies that still exist. Finds them in the log of the database from entry `from` on.
 std::vector<const GxDbFullSubentPath*> pathsLeft(std::size_t from) {
     std::vector<const GxDbFullSubentPath*> left;
     const auto events = kvinmemory::databaseEvents();
@@ -304,7 +304,7 @@ void Machine::makeSet(int s, int mode, int source) {
 void Machine::construct(const Operation& o) {
     const int s = o[0];
     const auto at = static_cast<std::size_t>(s);
-    // Cursors that are not registered with the set are dropped before it.
+    // Cursors that are not registered with the set must be destroyed before the set.
     for (int c = 0; c < kCursorCount; ++c) {
         const auto& registry = modelSet(s).registry;
         const bool isRegistered =
@@ -432,10 +432,10 @@ void Machine::select(const Operation& o) {
                           mWorld.modelNestedPath(o[5]));
         });
     if (mWorld.rules().isNull(o[1]))
-        kvtest::freeInfo(info); // it stays the caller's
+        kvtest::freeInfo(info); // the caller still owns it
 }
 
-// The arguments are parts of a record. It may be a record of this set.
+// The arguments are parts of a record, which may be a record of this set.
 void Machine::selectKeysOf(const Operation& o) {
     const int at = positionOf(o[2], countOf(o[1]));
     const RecordPtr model = mModel.getAt(modelSet(o[1]), at);
@@ -499,7 +499,7 @@ void Machine::removeMarker(const Operation& o) {
         [&] { return long{mModel.remove(modelSet(o[0]), o[1], o[2], o[3])}; });
 }
 
-// The keys are parts of a record. It may be a record of this set.
+// The keys are parts of a record, which may be a record of this set.
 void Machine::removeKeysOf(const Operation& o) {
     const int at = positionOf(o[2], countOf(o[1]));
     const RecordPtr model = mModel.getAt(modelSet(o[1]), at);
@@ -698,7 +698,7 @@ void Machine::makeWritableCursor(const Operation& o) {
     }
 }
 
-// A writable cursor is made from a writable one only.
+// A writable cursor can only be made from a writable cursor.
 int Machine::sourceOf(const Operation& o) {
     return o[0] < kConstCount ? o[1] : kConstCount + o[1] % kConstCount;
 }
@@ -1063,7 +1063,7 @@ void Machine::drawCursor(const Operation& o) {
 
 // ---- Sub-selections
 
-// Makes the item a sub-selection of up to three paths.
+// Gives the item a sub-selection of up to three paths.
 void Machine::makeSubselection(const Operation& o) {
     mRecordsChanged = true;
     const int at = positionOf(o[1], countOf(o[0]));
@@ -1122,7 +1122,7 @@ void Machine::toggleSubselection(const Operation& o) {
         });
 }
 
-// A call that makes a new item leaves its path copy unreachable. The log of the database has its address.
+// If the call makes a new item, no record has its path copy. The log of the database has the copy's address.
 void Machine::appendSubselection(const Operation& o) {
     mRecordsChanged = true;
     const std::size_t loggedBefore = kvinmemory::databaseEvents().size();

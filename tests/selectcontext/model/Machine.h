@@ -1,4 +1,4 @@
-// Performs operations with the library and with the model, and compares the two after each.
+// Performs each operation with the library and with the model, and then compares the two.
 #pragma once
 
 #include "selectcontext/KvSelectContext.h"
@@ -131,17 +131,17 @@ private:
     std::array<std::unique_ptr<Iterator>, kConstCount> mWritable;
 
     std::vector<std::pair<const void*, RecordPtr>> mReturned; // returned by both sides
-    std::vector<selected_entity*> mNewRecords;                // made in this step, by address
-    std::vector<selected_entity*> mNewInSets;                 // those that the sets hold
+    std::vector<selected_entity*> mNewRecords;                // made in this step, sorted by address
+    std::vector<selected_entity*> mNewInSets;                 // those of mNewRecords that are in sets
     int mStep = 0;
-    bool mRecordsChanged = false; // other than by adding and removing
-    long mEmptyVectors = 0;       // found while comparing
-    long mOtherEmptyVectors;      // of everything that is not compared
+    bool mRecordsChanged = false; // by something else than adding and removing
+    long mEmptyVectors = 0;       // counted while comparing
+    long mOtherEmptyVectors;      // empty vectors that are not compared
     long mOtherPaths;
 };
 
-// Runs operations on fresh sets, and checks that nothing is left afterwards. progress(i) is called before
-// operation number i. Throws a Mismatch.
+// Runs operations on new sets, and checks that nothing is left afterwards. Calls progress(i) before operation
+// number i. Throws a Mismatch.
 void runOperations(const Profile& profile, const std::vector<Operation>& operations, bool tracksMemory,
                    const std::function<void(int)>& progress);
 

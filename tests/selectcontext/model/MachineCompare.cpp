@@ -1,4 +1,4 @@
-// The comparison after each operation.
+// Compares library and model after each operation.
 
 #include "tests/selectcontext/model/Machine.h"
 
@@ -14,12 +14,12 @@ namespace {
 
 using ActualStore = GxapSelectSet::SSetData::Store;
 
-constexpr int kFullEvery = 24; // steps between full comparisons of large sets
+constexpr int kFullEvery = 24; // number of steps between full comparisons of large sets
 
 } // namespace
 
 void Machine::compare() {
-    deleteOrphanedLists(); // they share blocks
+    deleteOrphanedLists(); // these lists share blocks
     mEmptyVectors = 0;
     const bool full = !mProfile.isLarge || mRecordsChanged || mStep % kFullEvery == 0;
     for (const GxapSelectSet* s : mSets)
@@ -56,7 +56,8 @@ void Machine::compare() {
 
 // ---- Records that were removed
 
-// A record that one operation has both copied and removed is in no set when the operation ends.
+// Finds the library's records for removed records of the model. If one operation copies a record and removes
+// the copy, the copy is in no set.
 void Machine::bindLeftBehind() {
     const auto isUnknown = [](const RecordPtr& model) { return !model->actual; };
     if (std::none_of(mModel.removed.begin(), mModel.removed.end(), isUnknown))
@@ -78,7 +79,7 @@ void Machine::bindLeftBehind() {
 }
 
 bool Machine::couldBe(const selected_entity& actual, const Record& model) const {
-    // A block that the operation itself has made has no address in the model yet.
+    // If the operation itself made a block, the model does not know the block's address yet.
     const auto onBlock = [](const KvVectorBlock* block, const auto& vector) {
         if (vector.isOnEmptyBlock())
             return block == gpEmptyVectorData;
@@ -280,7 +281,7 @@ void Machine::compareInfo(const GxapSelectedEntInfo* actual, const std::optional
     expectSame(actual != nullptr, model.has_value(), "selectedEntityInfo");
     if (!actual)
         return;
-    ++mEmptyVectors; // its points
+    ++mEmptyVectors; // for the info's points
     expectSame(actual->word0, model->word0, "word0");
     const GxGeMatrix3d* const matrix = actual->getBTRMatPtr();
     expectSame(matrix != nullptr, model->matrix != 0, "the info's matrix");

@@ -174,7 +174,7 @@ Position Model::positionAt(const StorePtr& store, int index) {
             return {store, page, store->elementAt(index)->slot, static_cast<std::uint32_t>(inPage) + 1};
         inPage -= page->live;
     }
-    // Beyond the last item: no page, and no ordinal in one.
+    // A position beyond the last item has no page and no ordinal.
     return {store, nullptr, 0, 0};
 }
 
@@ -185,13 +185,13 @@ bool Model::isEnd(const StorePtr& store, const Position& at) {
     return at.page == end.page ? !end.page || at.slot == end.slot : slotAddress(at) == slotAddress(end);
 }
 
-// Whether the cursor's page is one of the store's. A page that was made in its place is not, though it may
-// lie at the same address.
+// Returns whether the cursor's page is in the store. A page that was made later is another page, even at the
+// same address.
 bool Model::resolve(const Store& store, const Position& at) {
     return std::find(store.pages.begin(), store.pages.end(), at.page) != store.pages.end();
 }
 
-// The literal rule. With a stale position the walk leaves its page early.
+// The rule of the library, step by step. With a stale position, the walk leaves the page early.
 void Model::next(Position& at) {
     const std::vector<PagePtr>& pages = at.store->pages;
     int from = 0;
@@ -693,7 +693,7 @@ bool Model::remove(Set& set, int main) {
         takeOut(data, entry->second.place);
         --data.count;
     }
-    // Empty if a caller had changed the ids of the records: a copy is indexed by their new ids.
+    // The range is empty if a caller has changed the ids of the records. A copy is indexed by the new ids.
     const bool any = range.first != range.second;
     data.index.erase(range.first, range.second);
     return any;
@@ -713,7 +713,7 @@ bool Model::remove(Set& set, int main, int sub) {
         --data.count;
         any = true;
     }
-    // The entries of records that stay are lost too.
+    // Also erases the entries of records that stay.
     data.index.erase(range.first, range.second);
     return any;
 }
@@ -810,7 +810,7 @@ void Model::transfer(Set& set, Set& target, const std::function<bool(int)>* isEx
         createData(set);
     const Data* const walked = set.data.get();
     for (const RecordPtr& record : set.data->store->records()) {
-        // The first append copies the walked data, which ends the walk.
+        // The first append copies the data of the walk, which ends the walk.
         if (set.data.get() != walked)
             return;
         if (ids.isNull(record->main))
@@ -852,7 +852,7 @@ bool Model::samePath(const SubentPath& a, const SubentPath& b) const {
                       [this](int x, int y) { return ids.same(x, y); });
 }
 
-// Reading a list through its writing access makes the list private.
+// Reading a list with write access makes the list private.
 int Model::positionIn(PathList& list, const SubentPath& path) const {
     for (int i = 0; i < list.size(); ++i) {
         list.makePrivate();
@@ -878,7 +878,7 @@ bool Model::appendSubselection(Set& set, const SubentPath& path) {
         list->push(loosePaths.back());
         return true;
     }
-    // The new item is a plain one: neither flag nor path reach the set.
+    // The new item is a plain one. The set gets neither the flag nor the path.
     Info info;
     info.word0 = 6;
     const Vector<int> noPath;

@@ -1,7 +1,7 @@
-// A model of selection sets: each operation written with standard containers.
+// A model of selection sets. It implements each operation with standard containers.
 //
-// The model does not use the library. The machine that compares the two enters the addresses of the library's
-// objects (`actual`); they serve for comparing only.
+// The model does not use the library. The machine stores the addresses of the library's objects in `actual`.
+// They are only for comparisons.
 #pragma once
 
 #include <array>
@@ -30,7 +30,7 @@ enum Outcome : int {
     kOtherError = 1003
 };
 
-// Thrown by model operations whose library counterpart raises an error.
+// Thrown by an operation of the model if the library's operation raises an error.
 struct Raised {
     Outcome outcome;
 };
@@ -45,7 +45,7 @@ public:
     bool isNull(int id) const { return same(id, 0); }
 
 private:
-    std::vector<int> mRank; // the lowest id that the id is equal to
+    std::vector<int> mRank; // by id: the lowest id that is equal to it
 };
 
 // ---- Copy-on-write vectors
@@ -119,7 +119,7 @@ struct SubentPath {
     long index;
 };
 
-// A path object on the heap. A path of highlight segments lives while a list holds it.
+// A path object on the heap. A path of a highlight segment lives while it is in a list.
 struct PathObject {
     explicit PathObject(const SubentPath& path) : value(path) { ++liveCount; }
     PathObject(const PathObject&) = delete;
@@ -135,7 +135,7 @@ using PathList = Vector<PathPtr>;
 
 struct Info {
     unsigned word0 = 0;
-    int matrix = 0;      // 0: none; 1 and 2 agree within the tolerance
+    int matrix = 0;      // 0: none; 1 and 2 are equal within the tolerance
     int fenceIndex = -1; // negative: no fence result
     double fenceParam = 0;
 };
@@ -157,9 +157,9 @@ struct Record {
     std::optional<Info> info;
 
     const void* actual = nullptr;
-    const void* actualSubselection = nullptr; // the list object
+    const void* actualSubselection = nullptr; // the address of the list object
 
-    // A record that ends with a list but without the flag leaves the list behind.
+    // The lists of records that were destroyed with a list but without the flag.
     static std::vector<const void*> orphanedLists;
     static long liveCount;
 };
@@ -168,7 +168,7 @@ using RecordPtr = std::shared_ptr<Record>;
 // ---- The store
 
 struct Page {
-    std::vector<RecordPtr> slots; // the used ones; null: free
+    std::vector<RecordPtr> slots; // the used slots; null: free
     int live = 0;
     const void* actual = nullptr;
     const char* actualSlots = nullptr;
@@ -187,7 +187,7 @@ struct Store {
 
     Place append(const RecordPtr& record);
     void free(const Place& place);
-    void clear(); // cursors may still hold the pages
+    void clear(); // cursors may still refer to the pages
     std::optional<Place> elementAt(int index) const;
     int positionOf(const Place& place) const;
     std::vector<RecordPtr> records() const;
@@ -195,7 +195,7 @@ struct Store {
 };
 using StorePtr = std::shared_ptr<Store>;
 
-// A cursor of the store. Without a page it has no slot.
+// A cursor of the store. If it has no page, it has no slot either.
 struct Position {
     StorePtr store;
     PagePtr page;
@@ -224,7 +224,7 @@ struct Data {
     StorePtr store = std::make_shared<Store>();
 
     const void* actual = nullptr;
-    bool isNew = true;        // nothing of it has been compared yet
+    bool isNew = true;        // nothing of the data has been compared yet
     std::vector<Place> added; // records appended since the last comparison
 };
 using DataPtr = std::shared_ptr<Data>;
@@ -245,13 +245,13 @@ struct Cursor {
     std::optional<Position> at;
 };
 
-// The keys of a lookup. A key that is not given is not compared.
+// The keys of a lookup. Keys without a value are not compared.
 struct Keys {
     int main = 0;
     std::optional<int> sub;
     std::optional<long> marker;
     const Vector<int>* path = nullptr;
-    std::optional<int> matrix; // of the info form; ignored without a path
+    std::optional<int> matrix; // for the form with an info; ignored without a path
 };
 
 bool sameMarker(long a, long b);
@@ -263,8 +263,8 @@ public:
     const IdRules& ids;
     std::array<Set, kSetCount> sets;
     std::array<Cursor, kCursorCount> cursors;
-    std::vector<RecordPtr> removed;  // removed from a store in this step, and left to the caller
-    std::vector<PathPtr> loosePaths; // paths of sub-selections, which the library never deletes
+    std::vector<RecordPtr> removed;  // removed from a store in this step; the caller must delete them
+    std::vector<PathPtr> loosePaths; // paths of sub-selections; the library never deletes them
 
     // Handles
     void createData(Set& set);
@@ -286,7 +286,7 @@ public:
     bool step(Cursor& cursor);
     bool previous(const Cursor& cursor, Cursor& before);
     bool equal(const Cursor& a, const Cursor& b) const;
-    RecordPtr get(const Cursor& cursor) const; // may raise
+    RecordPtr get(const Cursor& cursor) const; // throws Raised if the library raises an error
     void begin(Cursor& cursor, Set& set);
     void end(Cursor& cursor, Set& set);
     void iteratorAt(Cursor& cursor, Set& set, int index);
@@ -330,7 +330,7 @@ public:
     void transfer(Set& set, Set& target, const std::function<bool(int)>* isExcluded, Set* excludedOut);
     void setUnique(Set& set, bool on);
 
-    // Sub-selections. entityOf: the valid id that a path leads to, or none.
+    // Sub-selections. entityOf returns the valid id that a path leads to, or nothing.
     std::function<std::optional<int>(const SubentPath&)> entityOf;
     bool appendSubselection(Set& set, const SubentPath& path);
     bool removeSubselection(Set& set, const SubentPath& path);

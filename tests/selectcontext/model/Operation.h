@@ -1,4 +1,4 @@
-// The operations of a random test as data, so that they can be generated, printed, left out and repeated.
+// The operations of a random test as data. So they can be generated, printed, removed and repeated.
 #pragma once
 
 #include <array>
@@ -87,19 +87,19 @@ struct Operation {
 
 std::ostream& operator<<(std::ostream& out, const Operation& operation);
 
-// A position is drawn without knowledge of the set. A number from 0 on is taken modulo the number of items;
-// these codes stand for the ends of the set.
+// Converts a code to a position. Positions are drawn without knowing the set. A code of 0 or more is taken
+// modulo the number of items. The other codes stand for the ends of the set.
 enum PositionCode : int { kMinusOne = -1, kCount = -2, kBeyondCount = -3, kLast = -4, kFirst = -5 };
 int positionOf(int code, int count);
 
-// The sizes and weights of a campaign.
+// The limits and weights of a campaign.
 struct Profile {
     const char* name;
-    bool isLarge;      // weights; only small sets are compared in full after every step
+    bool isLarge;      // selects the weights; only small sets are compared in full after every step
     bool hasEqualIds;  // some ids are distinct but equal
-    int idCount;       // ids 1 to this belong to entities; the next one is invalid
-    int itemLimit;     // sets above it are cleared
-    int episodeLength; // operations on fresh sets
+    int idCount;       // ids 1 to idCount belong to entities; the next id is invalid
+    int itemLimit;     // sets with more items are cleared
+    int episodeLength; // number of operations on new sets
 };
 
 std::vector<Operation> drawOperations(const Profile& profile, std::uint64_t seed, int count);

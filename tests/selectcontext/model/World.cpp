@@ -14,7 +14,7 @@ constexpr std::size_t kDatabaseCapacity = 20000;
 
 std::vector<std::string> sHighlightCalls;
 
-// Records each highlight and does nothing else.
+// An entity that only records each highlight.
 class NotingEntity : public GxDbEntity {
 public:
     GxErrorStatus highlight(const GxDbFullSubentPath& path, bool flag) const override {
@@ -64,13 +64,13 @@ World::~World() {
     std::vector<std::string>().swap(sHighlightCalls);
 }
 
-// Ids were issued in the order of their numbers.
+// The handle is the number, since ids were issued in the order of their numbers.
 int World::numberOf(const GxDbObjectId& id) const {
     return static_cast<int>(mDatabase.handleOf(id));
 }
 
 bool World::opens(int number) const {
-    // Opening an id goes by the id itself. Equal ids do not matter.
+    // Only the id itself decides whether it opens. Equal ids do not matter.
     return number != 0 && number != mInvalid && number != mErased;
 }
 

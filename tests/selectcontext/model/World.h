@@ -1,4 +1,5 @@
-// The ids, nested paths, infos and sub-entity paths of a random test, each for the library and for the model.
+// The ids, nested paths, infos and sub-entity paths of a random test. Each exists for the library and for the
+// model.
 #pragma once
 
 #include "base/KvVector.h"
@@ -28,19 +29,19 @@ public:
 
     const IdRules& rules() const { return mRules; }
 
-    // By number; 0 is the null id.
+    // Ids by number. 0 is the null id.
     const GxDbObjectId& id(int number) const { return mIds[static_cast<std::size_t>(number)]; }
     int numberOf(const GxDbObjectId& id) const;
     bool opens(int number) const;
 
-    // The id that a path leads to, if it is a valid one.
+    // Returns the id that a path leads to, if that id is valid.
     std::optional<int> entityOf(const SubentPath& path) const;
 
-    // By number; -1 is null.
+    // Nested paths by number. -1 is null.
     const KvVector<GxDbObjectId>* nestedPath(int number) const;
     const Vector<int>* modelNestedPath(int number) const;
 
-    // A new info in memory of _kvMalloc; -1 is null.
+    // Make a new info in memory from _kvMalloc, and its model. -1 is null.
     static GxapSelectedEntInfo* makeInfo(int number);
     static std::optional<Info> modelInfo(int number);
 
@@ -53,7 +54,7 @@ public:
 
     static GxGeMatrix3d matrix(int number);
 
-    // Highlight calls since this was last called: "+" or "-", flag and path of each.
+    // Returns the highlight calls since the last call of this function: "+" or "-", flag and path of each.
     std::vector<std::string> takeHighlightCalls();
     static std::string highlightCall(bool on, bool flag, const void* path);
 

@@ -1,6 +1,6 @@
-// Sets that share data go through random operations, and a plain model goes through the same.
+// Performs random operations on sets that share data, and the same operations on a model.
 //
-// KV_MODEL_SEED chooses other operations, KV_MODEL_OPERATIONS another number of them.
+// KV_MODEL_SEED selects other operations. KV_MODEL_OPERATIONS selects another number of operations.
 #include "tests/selectcontext/model/Campaign.h"
 
 #include <gtest/gtest.h>

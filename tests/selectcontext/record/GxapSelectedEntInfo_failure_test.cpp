@@ -1,4 +1,5 @@
-// Each allocation of an info fails in turn. Nothing leaks, and each field is the old one or the new one.
+// Edits infos while each allocation fails in turn. Nothing leaks, and each field is either the old one or the
+// new one.
 #include "tests/selectcontext/support/FailureTest.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"
@@ -20,7 +21,7 @@ using kvtest::sameEntries;
 
 class FailingInfo : public kvtest::FailureTest {};
 
-// The contents of an info.
+// The fields of an info.
 struct InfoContents {
     explicit InfoContents(const GxapSelectedEntInfo& info)
         : presenceBits(info.presenceBits), fenceInfo(info.getFenceInfoPtr()), matrix(info.getBTRMatPtr()) {
@@ -59,7 +60,8 @@ void withEmptiedBlock(GxapSelectedEntInfo& info) {
     info.ReleaseFenceInfoPtr();
 }
 
-// The edit of an info is complete or changes nothing. The info can be edited and destroyed afterwards.
+// Expects that the edit of an info is complete or changes nothing. The info must be usable and destructible
+// afterwards.
 void expectAllOrNothing(const Prepare& prepare, const Prepare& edit,
                         kvtest::Expect expect = kvtest::Expect::Failures) {
     GxapSelectedEntInfo model;
@@ -110,8 +112,8 @@ bool haveSameMatrix(const GxapSelectedEntInfo& a, const GxapSelectedEntInfo& b) 
            sameEntries(ofA, ofB);
 }
 
-// Each allocation of an assignment fails in turn. Each field of the target is then the old one or the new
-// one, and nothing leaks.
+// Assigns infos while each allocation fails in turn. Each field of the target is then either the old one or
+// the new one, and nothing leaks.
 void assignInTurn(const Prepare& prepareTarget, const Prepare& prepareSource) {
     GxapSelectedEntInfo source, before, after;
     prepareSource(source);

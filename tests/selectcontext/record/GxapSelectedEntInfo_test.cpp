@@ -19,7 +19,7 @@ class EntInfo : public kvtest::SetTest {};
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// The compact block in memory: capacity and size of two bytes each, then the unaligned payload.
+// The block in memory: two bytes of capacity, two bytes of size, then the misaligned fields.
 struct BlockImage {
     std::uint16_t capacity;
     std::uint16_t size;
@@ -51,7 +51,7 @@ void giveRoomyBlock(GxapSelectedEntInfo& info, std::uint16_t capacity) {
     setCapacity(info, capacity);
 }
 
-// What the info holds after it was given one result after another.
+// Returns the result of an info that was given one result after the other.
 SelFenceIntersectInfo heldAfter(const SelFenceIntersectInfo& first, const SelFenceIntersectInfo& second) {
     GxapSelectedEntInfo info;
     info.setFenceIntersectInfoPtr(new SelFenceIntersectInfo(first));
@@ -256,7 +256,7 @@ TEST_F(EntInfo, StoringOverAPresentPointerOverwritesInPlace) {
     EXPECT_EQ(info.presenceBits, 3u);
     EXPECT_EQ(imageOf(info).size, 16);
     EXPECT_EQ(info.getFenceInfoPtr(), second);
-    delete first; // storing a pointer does not delete the one before it
+    delete first; // storing a pointer does not delete the old one
 }
 
 TEST_F(EntInfo, StoringAMatrixOverAPresentOneOverwritesInPlace) {

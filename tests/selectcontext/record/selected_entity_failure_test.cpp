@@ -1,4 +1,4 @@
-// Records are destroyed while every allocation fails.
+// Destroys records while every allocation fails.
 #include "tests/selectcontext/support/FailureTest.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"

@@ -1,5 +1,5 @@
-// Each allocation of a set and of its data fails in turn. Nothing leaks, nothing is freed twice, and what was
-// there before is still there.
+// Uses sets and their data while each allocation fails in turn. Nothing leaks, nothing is freed twice, and
+// the old contents stay.
 #include "tests/selectcontext/support/FailureTest.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"
@@ -27,7 +27,7 @@ using ConstIterator = GxapSelectSet::ConstIterator;
 
 class FailingData : public kvtest::FailureTest {};
 
-// Two records that own everything a record can own, with a slot without a record between them.
+// Two records with a value in every field, and a slot without a record between them.
 struct RichSet {
     RichSet() {
         for (unsigned long n = 1; n <= 3; ++n)

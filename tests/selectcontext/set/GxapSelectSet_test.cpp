@@ -80,7 +80,7 @@ TEST_F(SelectSet, ConstructorArgumentIsIgnored) {
 }
 
 TEST_F(SelectSet, LibraryItselfHoldsTwoEmptyVectors) {
-    // The application's own reference and the library's empty id path and empty number list.
+    // The three references: the application's own, and the library's empty id path and empty number list.
     EXPECT_EQ(gpEmptyVectorData->refCount.load(), 3u);
 }
 

@@ -1,4 +1,4 @@
-// Each allocation of an edit of sub-selections fails in turn. The list is as it was, no record is lost, and
+// Edits sub-selections while each allocation fails in turn. The list stays as it was, no record is lost, and
 // the same edit works afterwards.
 #include "tests/selectcontext/subselection/SubselectionTest.h"
 #include "tests/selectcontext/support/EditFailureTest.h"
@@ -24,7 +24,7 @@ using kvtest::SetOf;
 
 class SubselFailure : public kvtest::SubselectionTest {
 protected:
-    // A set whose only item is a sub-selection of one path. The path is the caller's.
+    // Fills the set with one item, which has a sub-selection of one path. The caller owns the path.
     void fillWithOnePath(GxapSelectSet& set, Path& path) const {
         edit(set).append(first, kNoId);
         record(set, 0)->hasSubselPaths = true;
@@ -80,7 +80,7 @@ TEST_F(SubselFailure, OfAppendingAPathOfANewEntity) {
     });
 }
 
-// After a failed removal of a path, one more attempt succeeds.
+// After a failed removal of a path, the next attempt succeeds.
 TEST_F(SubselFailure, OfRemovingAPath) {
     forEachAllocationFailure([&](FailurePoint& point) {
         freeLeftRecords();

@@ -173,7 +173,7 @@ TEST_F(EditMainSubsel, BehindASlotWithoutARecordStandsOnTheItem) {
     EXPECT_TRUE(it == set.findItr(second));
 }
 
-// The copy leaves the slot out, so the item has another position in the copy.
+// The copy leaves the slot out. So the item has another position in the copy.
 TEST_F(EditMainSubsel, BehindASlotWithoutARecordOfSharedDataStandsOnTheItemOfTheCopy) {
     GxapSelectSet set;
     for (const GxDbObjectId& entity : {first, second, third})
@@ -370,7 +370,7 @@ TEST_F(AppendSubsel, LeavesNothingBehindWhenCopyingThePathThrows) {
     EXPECT_EQ(registrations(set), 0);
 }
 
-// --- appendSubentPathSubsel of an entity that is not held
+// --- appendSubentPathSubsel of an entity that is not in the set
 
 TEST_F(AppendSubselOfNewEntity, AddsAPlainItem) {
     GxapSelectSet set;
@@ -551,7 +551,7 @@ TEST_F(RemoveSubsel, PassesOverNullElements) {
     EXPECT_EQ(count(set), 2u);
 }
 
-// Both entities have the path among their parts.
+// The path is in the sub-selections of both entities.
 TEST_F(RemoveSubsel, GoesByTheLastIdOfThePath) {
     Path path = subentPath({first, third, second}, 1, 4);
     GxapSelectSet set;
@@ -749,7 +749,7 @@ TEST_F(RemoveSubselAt, CountsItemsLikeAnyPosition) {
     EXPECT_EQ(parts(record(set, 0)), (Parts{1}));
 }
 
-// The record is removed by its keys. The first record with equal keys is another one here.
+// The record is removed by its keys. Another record with equal keys comes first here.
 TEST_F(RemoveSubselAt, OfTheOnlyPathRemovesTheFirstRecordOfEqualKeys) {
     GxapSelectSet set;
     edit(set).setUnique(false);

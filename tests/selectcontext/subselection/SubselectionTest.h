@@ -1,4 +1,4 @@
-// The fixture of sub-selections.
+// The fixture of tests of sub-selections.
 #pragma once
 
 #include "tests/selectcontext/support/EditTestSupport.h"
@@ -9,8 +9,8 @@
 
 namespace kvtest {
 
-// Three entities of a database. The copies of paths that the library makes and never deletes are freed after
-// the test.
+// Has three entities of a database. The library makes copies of paths that it never deletes. They are freed
+// after the test.
 class SubselectionTest : public EditTest {
 protected:
     using Path = GxDbFullSubentPath;
@@ -22,10 +22,10 @@ protected:
         EditTest::TearDown();
     }
 
-    // The path of part number n of the entity.
+    // Returns the path to part number n of the entity.
     static Path part(const GxDbObjectId& entity, std::int64_t n) { return subentPath({entity}, 1, n); }
 
-    // Turns a path into that one. The log of the database shows no copy.
+    // Changes a path to that of part number n. The log of the database shows no copy.
     static void setToPart(Path& path, const GxDbObjectId& entity, std::int64_t n) {
         path.objectIds().setLogicalLength(1);
         path.objectIds()[0] = entity;
@@ -33,7 +33,7 @@ protected:
         path.subentId().index = n;
     }
 
-    // Makes the record a sub-selection of these parts of its entity. The test owns the paths.
+    // Gives the record a sub-selection of these parts of its entity. The test owns the paths.
     SegmentArray& subselect(selected_entity& target, const std::vector<std::int64_t>& parts) {
         target.hasSubselPaths = true;
         target.subselPathArray = new SegmentArray;
@@ -45,7 +45,7 @@ protected:
         return *target.subselPathArray;
     }
 
-    // A set of the two first entities, the second a sub-selection of these parts.
+    // Fills the set with the first two entities. The second has a sub-selection of these parts.
     SegmentArray& fillWithSubselection(GxapSelectSet& set, const std::vector<std::int64_t>& parts) {
         edit(set).append(first, kNoId);
         edit(set).append(second, kNoId);

@@ -1,4 +1,4 @@
-// A drawing for tests of opening and highlighting, and the calls that it receives as lines of text.
+// A drawing for tests of opening and highlighting. Its calls can be read as lines of text.
 #pragma once
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
@@ -9,7 +9,7 @@
 
 namespace kvtest {
 
-// A test closes and deletes each object that it opens.
+// Expects that a test closes and deletes each object that it opens.
 class DrawingTest : public SetTest {
 protected:
     void SetUp() override {
@@ -27,8 +27,8 @@ protected:
 
     kvinmemory::Database& drawing() { return *mDrawing; }
 
-    // What was opened, highlighted and released up to now, in order: "open A", "highlight A 1" with the index
-    // of the path's part, "unhighlight A 1", "close A", "delete".
+    // Returns what was opened, highlighted and released so far, in order: "open A", "highlight A 1" with the
+    // index of the path's part, "unhighlight A 1", "close A", "delete".
     std::vector<std::string> calls() const {
         std::vector<std::string> lines;
         for (const kvinmemory::DatabaseEvent& event : kvinmemory::databaseEvents()) {
@@ -65,7 +65,7 @@ private:
 
 using Lines = std::vector<std::string>;
 
-// The numbers n of the id(n) of a vector.
+// Returns the numbers n of a vector of id(n).
 inline std::vector<unsigned long> numbersOf(const KvVector<GxDbObjectId>& ids) {
     std::vector<unsigned long> numbers;
     for (int i = 0; i < ids.logicalLength(); ++i)
@@ -80,7 +80,8 @@ inline std::vector<unsigned long> numbersOf(const GxDbFullSubentPath& path) {
     return numbers;
 }
 
-// Adds segments whose parts have these indices to the item at a position. Shared data is written in place.
+// Adds segments whose parts have these indices to the item at a position. Changes shared data without copying
+// it.
 inline void addSegments(GxapSelectSet& set, int position, const std::vector<std::int64_t>& indices) {
     GxapSelectSet::Iterator it(&set, position);
     for (const std::int64_t index : indices) {
@@ -89,7 +90,7 @@ inline void addSegments(GxapSelectSet& set, int position, const std::vector<std:
     }
 }
 
-// The indices of the parts of a record's segments; a null element counts as -1.
+// Returns the indices of the parts of a record's segments. A null element counts as -1.
 inline std::vector<std::int64_t> segmentsOf(const selected_entity& record) {
     return record.highlightSegmentArray ? indicesOf(*record.highlightSegmentArray)
                                         : std::vector<std::int64_t>();

@@ -1,4 +1,4 @@
-// The fixture of edits whose allocations fail in turn.
+// The fixture of edits while each allocation fails in turn.
 #pragma once
 
 #include "tests/selectcontext/support/EditTestSupport.h"
@@ -12,18 +12,18 @@
 
 namespace kvtest {
 
-// An edit, the set before it, and the set after it.
+// An edit, the items before the edit, and the items after it.
 struct EditCase {
     Items held;
     Unique unique;
     std::function<void(GxapSelectSet&)> edit;
     Items expected;
-    std::size_t removed; // records that a complete edit leaves unreleased
+    std::size_t removed; // number of records that a complete edit removes but does not delete
 };
 
 class EditFailure : public EditTest {
 protected:
-    // A failed edit has changed nothing, and the next attempt succeeds.
+    // Expects that a failed edit changes nothing, and that the next attempt succeeds.
     static void tryOnce(FailurePoint& point, const EditCase& c, bool shared) {
         freeLeftRecords();
         {
@@ -52,7 +52,7 @@ protected:
     }
 };
 
-// Three items. The second has every key that an item can have.
+// Three items. The second has a value for every key.
 inline const Items kThreeItems{{1}, {2, 1, 5, {7}, 1.5}, {3}};
 
 } // namespace kvtest

@@ -1,4 +1,4 @@
-// Items as plain values, sets made of them, and the records that edits leave unreleased.
+// Items as plain values, sets made of them, and the records that edits remove but do not delete.
 #pragma once
 
 #include "platform/inmemory/InMemoryDatabase.h"
@@ -21,11 +21,11 @@ namespace kvtest {
 
 // The keys of a selected item.
 struct Item {
-    unsigned long main; // the number of its id
+    unsigned long main; // number of the main id
     unsigned long sub = 0;
     long marker = -1;
-    unsigned long path[3] = {}; // the numbers of its ids, ended by 0
-    double moved = 0;           // by its block transform; 0: no transform
+    unsigned long path[3] = {}; // numbers of the path's ids, ended by 0
+    double moved = 0;           // distance of its block transform; 0: no transform
 };
 using Items = std::vector<Item>;
 
@@ -35,7 +35,8 @@ std::ostream& operator<<(std::ostream& out, const Item& item);
 void select(GxapSelectSet& set, const Item& item);
 Item itemOf(const selected_entity& record);
 
-// The items in store order, read without the library's walks. Empty for a set without data.
+// Returns the items in store order, without using the library's iterators. Returns nothing for a set without
+// data.
 Items items(const GxapSelectSet& set);
 
 Items plainItems(unsigned long first, unsigned long count);
@@ -44,10 +45,10 @@ Items plainItems(unsigned long first, unsigned long count);
 
 enum class Unique { kOn, kOff };
 
-// Adds the items, equal ones too, and then sets the flag.
+// Adds the items, including equal ones, and then sets the flag.
 void fill(GxapSelectSet& set, const Items& added, Unique unique = Unique::kOn);
 
-// A set of just these items: SetOf{{1}, {2, 5}}, or with a flag SetOf({{1}, {1}}, Unique::kOff).
+// A set of exactly these items: SetOf{{1}, {2, 5}}, or with a flag SetOf({{1}, {1}}, Unique::kOff).
 class SetOf {
 public:
     SetOf();
@@ -63,8 +64,8 @@ public:
     GxapSelectSet set;
 };
 
-// A set that shares data and releases it while the next edit copies the data. The edited set is then its only
-// owner.
+// Shares the data of a set, and releases it while the next edit copies the data. Then the edited set is the
+// only owner of its data.
 class FleetingSharer {
 public:
     explicit FleetingSharer(const GxapSelectSet& set);
@@ -84,25 +85,26 @@ selected_entity* record(const GxapSelectSet& set, std::size_t position);
 
 // ---- what edits leave unreleased
 
-// The path copies that the log of the database shows and that still exist. The library makes copies for lists
-// of sub-selected paths and never deletes them.
+// Returns the path copies that still exist, by the log of the database. The library makes copies for lists of
+// sub-selected paths and never deletes them.
 std::set<const GxDbFullSubentPath*> pathCopiesLeft();
 void freePathCopiesLeft();
 
-// The records that were made since the test began and still exist.
+// Returns the records that were made since the test began and still exist.
 std::vector<selected_entity*> liveRecords();
 bool isLiveRecord(const selected_entity* record);
 
-// Deletes the records that the edits of a test left unreleased, and then checks that nothing else is left.
+// Deletes the records that a test's edits removed but did not delete. Then checks that nothing else is left.
 class EditTest : public SetTest {
 protected:
     void SetUp() override;
     void TearDown() override;
 
-    // How many records exist that none of these sets holds.
+    // Returns how many records exist that are in none of these sets.
     static std::size_t leftRecords(std::initializer_list<const GxapSelectSet*> sets);
 
-    // Call it when the sets are gone. After a failure nothing is deleted: a block may be no record.
+    // Deletes those records. The sets must be destroyed before. After a failure it deletes nothing, since a
+    // block may be no record.
     static void freeLeftRecords();
 
 private:

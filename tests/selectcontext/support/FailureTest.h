@@ -11,14 +11,15 @@ namespace kvtest {
 
 class FailureTest : public SetTest {
 protected:
-    // The first traces of a thread allocate storage that stays. They are made before anything is counted.
+    // The first traces of a thread allocate storage that stays allocated. So they are made before anything is
+    // counted.
     FailureTest() {
         SCOPED_TRACE("making the storage");
         SCOPED_TRACE("of two traces");
     }
 };
 
-// Every allocation fails while it lives.
+// Makes every allocation fail while the object lives.
 class NoMemory {
 public:
     NoMemory() {

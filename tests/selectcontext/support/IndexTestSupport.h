@@ -1,4 +1,4 @@
-// What the tests of building an index share: stores of records with ids, and the index to be expected.
+// Helpers for tests of building an index: stores of records with ids, and the expected index.
 #pragma once
 
 #include "selectcontext/detail/SetData.h"
@@ -30,7 +30,7 @@ inline Numbers shuffled(std::size_t count, unsigned seed) {
     return numbers;
 }
 
-// Appends records with these ids to the store, and enters none into the index.
+// Appends records with these ids to the store, without index entries.
 inline void fillStore(kvdetail::SSetData& data, const Numbers& numbers) {
     for (const unsigned long n : numbers) {
         auto record = std::make_unique<selected_entity>();
@@ -40,7 +40,7 @@ inline void fillStore(kvdetail::SSetData& data, const Numbers& numbers) {
     }
 }
 
-// Whether the index is what entering the records of the store one by one makes of it.
+// Returns whether the index is the same as if the records of the store had been entered one by one.
 inline ::testing::AssertionResult isIndexed(const kvdetail::SSetData& data) {
     std::multimap<GxDbObjectId, unsigned long> expected;
     kvdetail::forEachOccupied(*data.entities, [&](const kvdetail::Store::Slot* slot) {

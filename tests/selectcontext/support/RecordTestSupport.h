@@ -1,5 +1,5 @@
-// Values, records and counts of allocations for the tests of infos, records and shared data. Records are
-// written directly into store and index.
+// Values, records and allocation counts for tests of infos, records and shared data. Records are written
+// directly to store and index.
 #pragma once
 
 #include "platform/inmemory/InMemoryDatabase.h"
@@ -26,7 +26,7 @@ inline SelFenceIntersectInfo fence(std::int32_t index, double param) {
     return SelFenceIntersectInfo{index, 0, param};
 }
 
-// Sixteen different values, the first of them `first`.
+// Returns a matrix of sixteen different values. The first value is `first`.
 inline GxGeMatrix3d matrixWith(double first) {
     GxGeMatrix3d matrix;
     for (int row = 0; row < 4; ++row) {
@@ -36,7 +36,7 @@ inline GxGeMatrix3d matrixWith(double first) {
     return matrix;
 }
 
-// The identity, moved by x along the first axis.
+// Returns the identity, moved by x along the first axis.
 inline GxGeMatrix3d matrixMovedBy(double x) {
     GxGeMatrix3d matrix;
     matrix.entry[0][3] = x;
@@ -77,7 +77,7 @@ private:
 
 // ---- vectors
 
-// Reads without making the block private.
+// Returns an element, without making the block private.
 template <class T>
 const T& elementAt(const KvVector<T>& vector, int i) {
     return vector.at(i);
@@ -96,7 +96,7 @@ inline void addPaths(SegmentArray& segments, int count) {
         append(segments, new GxDbFullSubentPath(subentPath({static_cast<unsigned long>(n)})));
 }
 
-// An array object whose vector has no block at all.
+// Makes an array object whose vector has no block.
 inline SegmentArray* newSegmentsWithoutBlock() {
     const WithoutEmptyBlock withoutEmptyBlock;
     return new SegmentArray;
@@ -107,7 +107,7 @@ inline void giveSegments(selected_entity& record, int count) {
     addPaths(*record.highlightSegmentArray, count);
 }
 
-// An info with everything that an info can own.
+// Makes an info with a value in every field.
 inline GxapSelectedEntInfo* makeFullInfo() {
     GxapSelectedEntInfo* info = makeInfo();
     info->pointArray.setLogicalLength(2);
@@ -116,14 +116,14 @@ inline GxapSelectedEntInfo* makeFullInfo() {
     return info;
 }
 
-// An info with this block transform alone.
+// Makes an info that has only this block transform.
 inline GxapSelectedEntInfo* makeInfoMovedBy(double x) {
     GxapSelectedEntInfo* info = makeInfo();
     info->setCompoundTransformWithBTROffset(matrixMovedBy(x));
     return info;
 }
 
-// The indices of the parts of a list's paths; a null element counts as -1.
+// Returns the indices of the parts of a list's paths. A null element counts as -1.
 inline std::vector<std::int64_t> indicesOf(const SegmentArray& paths) {
     std::vector<std::int64_t> indices;
     for (int i = 0; i < paths.logicalLength(); ++i)
@@ -137,7 +137,7 @@ inline unsigned long addressOf(const Store::Slot* slot) {
     return setinvariants::slotAddress(slot);
 }
 
-// The slot that an index entry names.
+// Returns the slot that an index entry names.
 inline Store::Slot* slotOf(SSetData::DataMap::const_iterator entry) {
     return reinterpret_cast<Store::Slot*>(entry->second);
 }
@@ -161,7 +161,7 @@ inline selected_entity& addRecord(GxapSelectSet& set, GxDbObjectId mainId,
     return addRecord(*set.sharedData, mainId, subId, marker);
 }
 
-// One record for each of the ids id(1) to id(count).
+// Adds one record for each of the ids id(1) to id(count).
 inline void addRecords(GxapSelectSet& set, unsigned long count) {
     for (unsigned long n = 1; n <= count; ++n)
         addRecord(set, id(n));
@@ -187,13 +187,14 @@ inline Store::Page* pageOf(const Store& store, const Store::Slot* slot) {
     return nullptr;
 }
 
-// Leaves null in the slot and its entry in the index, as a caller may who edits slots.
+// Replaces the record by null in its slot and returns it. The index entry stays. A caller that edits slots
+// may do the same.
 inline std::unique_ptr<selected_entity> takeRecordOut(GxapSelectSet& set, std::size_t position) {
     Store::Slot* slot = occupiedSlots(*set.sharedData).at(position);
     return std::unique_ptr<selected_entity>(std::exchange(slot->value, nullptr));
 }
 
-// Frees the slot and leaves the index alone.
+// Frees the slot without changing the index. Returns the record.
 inline std::unique_ptr<selected_entity> freeSlot(GxapSelectSet& set, std::size_t position,
                                                  bool freeEmptyPage) {
     Store& store = *set.sharedData->entities;
@@ -203,7 +204,7 @@ inline std::unique_ptr<selected_entity> freeSlot(GxapSelectSet& set, std::size_t
     return record;
 }
 
-// Removes a record from store, index and count, and hands it over.
+// Removes a record from store, index and count, and returns it.
 inline std::unique_ptr<selected_entity> removeRecord(GxapSelectSet& set, std::size_t position) {
     SSetData& data = *set.sharedData;
     const unsigned long address = addressOf(occupiedSlots(data).at(position));
@@ -217,7 +218,7 @@ inline std::unique_ptr<selected_entity> removeRecord(GxapSelectSet& set, std::si
     return freeSlot(set, position, true);
 }
 
-// Removes every record of the first of several pages, which stays in the chain.
+// Removes every record of the first of several pages. The page stays in the chain.
 inline std::vector<std::unique_ptr<selected_entity>> emptyFirstPageInPlace(GxapSelectSet& set) {
     SSetData& data = *set.sharedData;
     Store::Page* const page = data.entities->head;
@@ -233,7 +234,7 @@ inline std::vector<std::unique_ptr<selected_entity>> emptyFirstPageInPlace(GxapS
     return records;
 }
 
-// Indexes every record again, equal keys in reverse order of the store.
+// Rebuilds the index. Equal keys are in reverse store order.
 inline void reverseIndex(SSetData& data) {
     data.dataMap.clear();
     const auto slots = occupiedSlots(data);
@@ -241,7 +242,7 @@ inline void reverseIndex(SSetData& data) {
         data.dataMap.emplace((*slot)->value->mainEntId, addressOf(*slot));
 }
 
-// A handle on a clone of the set's data.
+// Makes a handle on a clone of the set's data.
 inline std::unique_ptr<GxapSelectSet> cloneOf(const GxapSelectSet& set) {
     auto holder = std::make_unique<GxapSelectSet>();
     holder->assignData(set.sharedData->clone());

@@ -8,7 +8,7 @@
 #include <new>
 #include <utility>
 
-// To the linker, the calls of malloc and free in shared libraries refer to the wrappers. So the wrappers are
+// The linker redirects calls of malloc and free in shared libraries to these wrappers, so the wrappers are
 // visible. An aligned operator new of the tests takes its memory from posix_memalign.
 extern "C" {
 void* __real_malloc(std::size_t bytes);
@@ -22,8 +22,8 @@ __attribute__((visibility("default"))) void __wrap_free(void* memory);
 
 namespace {
 
-// The layout of a chunk of kvdetail::RecordPool, stated here for all tests. The word in front of a record
-// holds the address of the chunk while the record is live, and null otherwise.
+// The layout of a chunk of kvdetail::RecordPool, repeated here for all tests. The word before a record is the
+// address of the chunk while the record is live, and null otherwise.
 struct Chunk {
     struct alignas(16) Cell {
         const Chunk* chunk;
@@ -121,7 +121,7 @@ void RecordTracker::forEachLive(Visit visit) const {
     }
 }
 
-// The block of the returned vector may have the size of a record.
+// Recording is paused, since the block of the returned vector may have the size of a record.
 std::vector<selected_entity*> RecordTracker::live() {
     const Recording pause(*this, false);
     std::vector<selected_entity*> records;

@@ -11,37 +11,37 @@
 
 namespace kvtest {
 
-// Removing an item leaves its record to the caller. An edit of shared data first copies the data; the record
-// that it then removes is a copy, whose address no caller has. A test finds such records through the tracker
-// and deletes them.
+// Removing an item leaves its record to the caller. An edit of shared data first copies the data. The record
+// that it then removes is a copy, whose address no caller knows. A test finds such records through the
+// tracker and deletes them.
 //
-// The tracker sees malloc, posix_memalign and free, from which the operators new and delete of the tests take
-// their memory. Its test is registered with TRACKS_RECORDS.
+// The tracker observes malloc, posix_memalign and free. The operators new and delete of the tests take their
+// memory from these. A test that uses the tracker must be registered with TRACKS_RECORDS.
 //
 // Invariants:
-//  1. `mBlocks` holds live blocks of a record's size that were allocated while the tracker was recording.
+//  1. `mBlocks` has the live blocks of a record's size that were allocated while the tracker was recording.
 //     Such a block is a record, or the data of a set, which has the same size.
-//  2. `mChunks` holds the live blocks of a chunk's size that were allocated since the tracker was made. A
-//     chunk contains records of a pool; which of them are live is read from the chunk.
-//  3. `mTaken` holds the records that were live at the last call of takeNew(), without those whose block or
-//     chunk was freed since. A pool uses each cell of a chunk once, so no other record has the address of a
+//  2. `mChunks` has the live blocks of a chunk's size that were allocated since the tracker was made. A chunk
+//     contains records of a pool. The chunk itself tells which of them are live.
+//  3. `mTaken` has the records that were live at the last call of takeNew(), without those whose block or
+//     chunk was freed since. A pool uses each cell of a chunk once. So no other record has the address of a
 //     deleted one.
 //
-// Thread safety: none. One tracker may exist at a time, and meanwhile one thread may allocate.
+// Thread safety: none. Only one tracker may exist at a time. While it exists, only one thread may allocate.
 class RecordTracker {
 public:
-    // Whether it records from the beginning or only while a Recording lives.
+    // Whether the tracker records from the beginning, or only while a Recording lives.
     enum class Start { kRecording, kPaused };
     explicit RecordTracker(Start start = Start::kRecording);
     RecordTracker(const RecordTracker&) = delete;
     RecordTracker& operator=(const RecordTracker&) = delete;
     ~RecordTracker();
 
-    // The tracker that exists.
+    // Returns the tracker that exists.
     static RecordTracker& current();
 
-    // Switches recording on or off while it lives. Code that allocates other blocks of a record's size runs
-    // while recording is off.
+    // Turns recording on or off while the object lives. Code that allocates other blocks of a record's size
+    // must run while recording is off.
     class Recording {
     public:
         Recording(RecordTracker& tracker, bool on) noexcept;
@@ -54,10 +54,10 @@ public:
         const bool mBefore;
     };
 
-    // Forgets a block that holds no record. Does nothing for a block that the tracker does not know.
+    // Forgets a block that is no record. Does nothing for a block that the tracker does not know.
     void ignore(const void* block);
 
-    // The live records in ascending order of their addresses. O(n log n).
+    // Returns the live records, in ascending order of their addresses. O(n log n).
     std::vector<selected_entity*> live();
 
     // O(chunks).
@@ -66,23 +66,23 @@ public:
     // O(log chunks).
     bool isLive(const void* record) const;
 
-    // The live records that have a block of their own.
+    // Returns the number of live records that have a block of their own.
     std::size_t blockCount() const { return mBlocks.size(); }
 
-    // The live records that were made since the last call, in ascending order of their addresses. O(n log n).
+    // Returns the live records that were made since the last call, in ascending order of their addresses. O(n
+    // log n).
     std::vector<selected_entity*> takeNew();
 
-    // Calls the function once, at the allocation of the next record with a block of its own. An edit of
-    // shared data allocates records while it copies; the function can act as another owner of the data at
-    // that moment.
+    // Calls the function once, when the next record with its own block is allocated. An edit of shared data
+    // allocates records while it copies. At that moment, the function can act as another owner of the data.
     void atNextRecord(std::function<void()> call);
 
-    // What the wrappers of malloc, posix_memalign and free report.
+    // The wrappers of malloc, posix_memalign and free call these.
     void allocated(void* memory, std::size_t bytes);
     void freed(const void* memory);
 
 private:
-    // std::bad_alloc when there is no memory.
+    // std::bad_alloc if there is no memory.
     static void* allocateUntracked(std::size_t bytes);
     static void freeUntracked(void* memory) noexcept;
 

@@ -25,7 +25,7 @@ using Start = RecordTracker::Start;
 
 class RecordTrackerTest : public kvtest::SetTest {
 protected:
-    static constexpr unsigned long kMany = 200; // most of their records lie in chunks
+    static constexpr unsigned long kMany = 200; // most of their records are in chunks
 
     // The data of a set has the size of a record.
     static void ignoreData(RecordTracker& tracker, const GxapSelectSet& set) {

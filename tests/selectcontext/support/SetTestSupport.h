@@ -1,4 +1,4 @@
-// Filling and reading sets in tests.
+// Fills and reads sets in tests.
 #pragma once
 
 #include "selectcontext/KvSelectContext.h"
@@ -14,7 +14,7 @@
 
 namespace kvtest {
 
-// A test leaves no memory, no path and no sharer of the empty block behind.
+// Expects that a test leaves no memory, no path and no sharer of the empty block.
 class SetTest : public KvTest {
 protected:
     void SetUp() override {
@@ -27,7 +27,7 @@ constexpr unsigned kPageSlots = 4096;
 constexpr std::size_t kPageBytes = 65536;
 inline const GxDbObjectId kNoId;
 
-// A set seen through its editing interface.
+// Returns the set as its editing interface.
 inline GxapSSetWriteAccessor& edit(GxapSelectSet& set) {
     return static_cast<GxapSSetWriteAccessor&>(set);
 }
@@ -38,12 +38,12 @@ inline void appendIds(GxapSelectSet& set, unsigned long first, unsigned long cou
         edit(set).append(id(n), GxDbObjectId());
 }
 
-// The n of an id(n).
+// Returns the n of an id(n).
 inline unsigned long numberOf(const GxDbObjectId& fabricated) {
     return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(fabricated.stub())) / 16;
 }
 
-// The n of the current record's main id; 0 without one.
+// Returns the n of the current record's main id, or 0 if there is no record.
 inline unsigned long at(const GxapSelectSet::ConstIterator& it) {
     return numberOf(it.mainEntId());
 }
@@ -60,7 +60,7 @@ public:
     GxapSelectSet set;
 };
 
-// The main ids of the records in store order, read without any of the library's walks.
+// Returns the main ids of the records in store order, without using the library's iterators.
 inline std::vector<unsigned long> mainIds(const GxapSelectSet& set) {
     std::vector<unsigned long> ids;
     if (!set.sharedData || !set.sharedData->entities)
@@ -79,7 +79,7 @@ inline std::vector<unsigned long> idRange(unsigned long first, unsigned long cou
     return ids;
 }
 
-// How many items the data counts.
+// Returns the item count of the data.
 inline std::uint32_t count(const GxapSelectSet& set) {
     return set.sharedData->entityCount;
 }
@@ -100,7 +100,7 @@ inline std::uint32_t owners(const GxapSelectSet& set) {
     return set.sharedData->refCount.load();
 }
 
-// Keeps the present data of a set alive.
+// Keeps the present data of a set alive while the object lives.
 class DataHold {
 public:
     explicit DataHold(const GxapSelectSet& set) : mData(set.sharedData) { mData->addRef(); }

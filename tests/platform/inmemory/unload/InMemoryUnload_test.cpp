@@ -1,5 +1,5 @@
-// The library and the in-memory platform leave the process when the last dlclose asks for it.
-// This executable links none of the five libraries. It only loads them at run time.
+// The last dlclose removes the library and the in-memory platform from the process. This executable links
+// none of the five libraries. It only loads them at run time.
 
 #include <array>
 #include <dlfcn.h>
@@ -30,7 +30,8 @@ constexpr std::array kLibraries{
 #endif
 };
 
-// A null handle means that the file is not mapped. RTLD_NOLOAD never maps it.
+// Returns whether the file is mapped. RTLD_NOLOAD maps nothing, and gives a null handle if the file is not
+// mapped.
 bool isLoaded(const char* path) {
     void* const handle = dlopen(path, RTLD_LAZY | RTLD_NOLOAD);
     if (handle == nullptr)
@@ -39,7 +40,7 @@ bool isLoaded(const char* path) {
     return true;
 }
 
-// Names of the libraries that are mapped.
+// Returns the names of the libraries that are mapped.
 std::string loadedLibraries() {
     std::string names;
     for (const NamedFile& library : kLibraries) {

@@ -71,5 +71,5 @@ int kvUnloadPluginRun() {
     expect(lockCalls().size() == 2);
     expect(!databaseEvents().empty());
     expect(liveBlocks() == 0);
-    return failures; // the logs stay filled, for the libraries to release
+    return failures; // the logs keep their events, so that the libraries must free them
 }

@@ -222,6 +222,9 @@ public:
     // Frees all pages, so that the store is as new. O(pages).
     void freeAllPages();
 
+    // Returns the sum of the pages' counts. O(log pages).
+    std::uint32_t occupiedSlots() const noexcept;
+
     // Returns the number of slots before `fillEnd` in all pages. O(pages).
     std::size_t usedSlots() const noexcept {
         std::size_t used = 0;
@@ -302,6 +305,13 @@ private:
 
     // The n-th occupied slot of the page, by arithmetic or bitmap; null if neither applies.
     static Slot* nthByShortcut(const Page* page, std::uint32_t n) noexcept;
+
+    // Adds 1 or -1 to the page's count.
+    void changeCount(Page* page, int change) noexcept {
+        page->liveCount += static_cast<std::uint32_t>(change);
+        if (mIndex.isInUse())
+            mIndex.noteCount(page, change);
+    }
     void vacate(Page* page, Slot* slot) noexcept;
     static void startBits(Page* page) noexcept;
 
@@ -310,6 +320,9 @@ private:
         return mIndex.isInUse() && mIndex.pages().front() == head && mIndex.pages().back() == tail &&
                mIndex.verify(head, mEpoch.current());
     }
+
+    // Positions are taken from the page index. A chain of few pages is counted as it stands.
+    bool isCounted() const noexcept { return mIndex.pages().size() > mIndex.kCheckedLinks && isIndexed(); }
 
     // A page and a number within it. `page` is null if the position is beyond the last element.
     struct InPage {
@@ -490,8 +503,8 @@ auto KvTrucker<T, PageBytes, Allocator>::append() -> Slot* {
     slot->free = 0;
     if (page->occupied.isKept())
         page->occupied.set(numberOf(page, slot));
-    ++page->liveCount;
     ++page->fillEnd;
+    changeCount(page, 1);
     return slot;
 }
 
@@ -510,7 +523,7 @@ T KvTrucker<T, PageBytes, Allocator>::undoAppend() {
     if (page->occupied.isKept())
         page->occupied.clear(numberOf(page, slot));
     slot->free = 1;
-    --page->liveCount;
+    changeCount(page, -1);
     if (page->fillEnd == page->slots)
         unlinkAndFree(page);
     return value;
@@ -583,7 +596,7 @@ void KvTrucker<T, PageBytes, Allocator>::removeAt(iterator& it) {
     Page* const page = it.page;
     vacate(page, it.slot);
     if (page->liveCount > 0)
-        --page->liveCount;
+        changeCount(page, -1);
     if (page->liveCount > 0)
         return;
 
@@ -611,7 +624,7 @@ void KvTrucker<T, PageBytes, Allocator>::removeSlot(Slot* slot, Page* page, bool
     if (isWithin(slot, page->slots, blockEnd(page)))
         vacate(page, slot);
     if (page->liveCount > 0)
-        --page->liveCount;
+        changeCount(page, -1);
     if (page->liveCount > 0)
         return;
 
@@ -808,7 +821,7 @@ void KvTrucker<T, PageBytes, Allocator>::startBits(Page* page) noexcept {
 
 template <class T, unsigned PageBytes, class Allocator>
 auto KvTrucker<T, PageBytes, Allocator>::inPage(std::uint32_t i) const noexcept -> InPage {
-    if (mIndex.isInUse()) {
+    if (mIndex.pages().size() > mIndex.kCheckedLinks) {
         const InPage indexed = inIndexedPage(i);
         if (indexed.page)
             return indexed;
@@ -819,41 +832,33 @@ auto KvTrucker<T, PageBytes, Allocator>::inPage(std::uint32_t i) const noexcept 
     return {page, i};
 }
 
-// By the page index; without a page where the pages end or the chain is another one. All links are compared
-// before one of them decides, so that no read of a page waits for the one before.
+// Returns no page where the position is beyond the last, or the page index does not agree with the page.
 template <class T, unsigned PageBytes, class Allocator>
 auto KvTrucker<T, PageBytes, Allocator>::inIndexedPage(std::uint32_t i) const noexcept -> InPage {
-    if (!isIndexed())
+    if (!isCounted())
         return {nullptr, i};
-    const std::vector<Page*>& pages = mIndex.pages();
-    bool isLinked = true;
-    std::size_t number = 0;
-    for (; i >= pages[number]->liveCount; ++number) {
-        if (number + 1 == pages.size())
-            return {nullptr, i};
-        i -= pages[number]->liveCount;
-        isLinked &= pages[number]->next == pages[number + 1];
-    }
-    return {isLinked ? pages[number] : nullptr, i};
+    const auto [page, number] = mIndex.pageWith(i);
+    return {page, number};
 }
 
 // The occupied slots of the pages before this one; kNoPosition when it is not in the chain.
 template <class T, unsigned PageBytes, class Allocator>
 std::uint32_t KvTrucker<T, PageBytes, Allocator>::liveBefore(const Page* page) const noexcept {
+    if (isCounted() && mIndex.isCounted(page))
+        return mIndex.countBefore(page->number);
     std::uint32_t before = 0;
-    if (isIndexed()) {
-        const std::vector<Page*>& pages = mIndex.pages();
-        bool isLinked = page->number < pages.size() && pages[page->number] == page;
-        for (std::size_t i = 0; isLinked && i < page->number; ++i) {
-            before += pages[i]->liveCount;
-            isLinked &= pages[i]->next == pages[i + 1];
-        }
-        if (isLinked)
-            return before;
-        before = 0;
-    }
     const Page* p = head;
     for (; p && p != page; p = p->next)
         before += p->liveCount;
     return p ? before : kNoPosition;
+}
+
+template <class T, unsigned PageBytes, class Allocator>
+std::uint32_t KvTrucker<T, PageBytes, Allocator>::occupiedSlots() const noexcept {
+    if (isCounted() && mIndex.isCounted(tail))
+        return mIndex.countBefore(mIndex.pages().size());
+    std::uint32_t total = 0;
+    for (const Page* page = head; page; page = page->next)
+        total += page->liveCount;
+    return total;
 }

@@ -306,13 +306,6 @@ bool removeInBulk(GxapSSetWriteAccessor& set, const SSetData& taken) {
     return true;
 }
 
-std::uint32_t liveTotal(const Store& store) noexcept {
-    std::uint32_t total = 0;
-    for (const Store::Page* page = store.head; page; page = page->next)
-        total += page->liveCount;
-    return total;
-}
-
 } // namespace
 
 void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b) {
@@ -405,5 +398,5 @@ void GxapSSetWriteAccessor::setUnique(bool on) {
     // A slot's page is looked for anew each time: removing may free it.
     for (Store::Slot* slot : others)
         data.entities->removeSlot(slot, data.entities->pageOf(slot), true);
-    data.entityCount = liveTotal(*data.entities);
+    data.entityCount = data.entities->occupiedSlots();
 }

@@ -182,16 +182,9 @@ const Store* storeOf(const GxapSelectSet& set) {
     return hasItems(set) ? set.sharedData->entities : nullptr;
 }
 
-std::int64_t liveTotal(const Store& store) {
-    std::int64_t total = 0;
-    for (const auto* page = store.head; page; page = page->next)
-        total += page->liveCount;
-    return total;
-}
-
 bool idsAt(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObjectId* subId) {
     const auto* const store = storeOf(set);
-    if (!store || index < 0 || index >= liveTotal(*store))
+    if (!store || index < 0 || static_cast<std::uint32_t>(index) >= store->occupiedSlots())
         return false;
     return copyIds(store->at(index), mainId, subId);
 }

@@ -3,6 +3,7 @@
 
 #include "base/detail/FibonacciHash.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -12,15 +13,17 @@
 
 namespace kvdetail {
 
-// An array of the pages in the order of the chain, and a hash table from addresses to pages (open addressing
-// with linear probing). The table's keys are regions of the page size. A page's block need not be aligned, so
-// it touches two regions at the most and has a bucket for each.
+// An array of the pages in the order of the chain, a Fenwick tree of their counts of occupied slots, and a
+// hash table from addresses to pages (open addressing with linear probing). The table's keys are regions of
+// the page size. A page's block need not be aligned, so it touches two regions at the most and has a bucket
+// for each.
 //
 // Invariants while isInUse():
 //  1. pages() are the pages that the store has linked and not unlinked, in the order of the chain. Each
 //     page's `number` is its place there.
 //  2. The buckets of every region that a page's block touches lead to the page.
 //  3. If verify() returns true, no page in pages() has been freed.
+//  4. The tree has the count of each page as the store has changed it.
 //
 // A caller may have changed the chain by hand. So users compare the ends of pages() with those of the chain,
 // ask verify(), and check that a page is linked from the one before it. A page that a caller has taken out of
@@ -33,9 +36,54 @@ class PageIndex {
 public:
     // A chain of fewer pages is walked as fast.
     static constexpr std::size_t kFewestPages = 4;
+    static constexpr std::size_t kCheckedLinks = 16;
 
     bool isInUse() const noexcept { return !mPages.empty(); }
     const std::vector<Page*>& pages() const noexcept { return mPages; }
+
+    // Updates the tree for a slot of the page that was occupied (1) or freed (-1). Does nothing for a page
+    // that is not indexed. O(log pages), O(1) for the last page.
+    void noteCount(const Page* page, int change) noexcept {
+        if (page->number >= mPages.size() || mPages[page->number] != page)
+            return;
+        for (std::size_t node = page->number + 1; node <= mPages.size(); node += lowestBit(node))
+            mCounts[node] += static_cast<std::uint32_t>(change);
+    }
+
+    // The number of occupied slots in the first `pages` pages. O(log pages).
+    std::uint32_t countBefore(std::size_t pages) const noexcept {
+        std::uint32_t count = 0;
+        for (std::size_t node = pages; node > 0; node -= lowestBit(node))
+            count += mCounts[node];
+        return count;
+    }
+
+    // The page that has the i-th occupied slot of all, and the number of that slot within it. The page is
+    // null beyond the last, and where isCounted() is false. O(log pages).
+    std::pair<Page*, std::uint32_t> pageWith(std::uint32_t i) const noexcept {
+        std::size_t number = 0;
+        for (std::size_t step = highestBit(mPages.size()); step > 0; step /= 2) {
+            if (number + step <= mPages.size() && mCounts[number + step] <= i) {
+                number += step;
+                i -= mCounts[number];
+            }
+        }
+        Page* const page = number < mPages.size() ? mPages[number] : nullptr;
+        return {page && isCounted(page) ? page : nullptr, i};
+    }
+
+    // Whether positions of the page may be taken from the tree: a caller has changed neither its count nor
+    // its place, as far as the kCheckedLinks links before it show. A page that a caller has taken out of the
+    // chain together with its neighbours is noticed by these. O(log pages).
+    bool isCounted(const Page* page) const noexcept {
+        const std::size_t number = page->number;
+        if (number >= mPages.size() || mPages[number] != page)
+            return false;
+        bool isLinked = true;
+        for (std::size_t i = number - std::min(number, kCheckedLinks); i < number; ++i)
+            isLinked &= mPages[i]->next == mPages[i + 1];
+        return isLinked && countBefore(number + 1) - countBefore(number) == page->liveCount;
+    }
 
     // The page was linked behind `tail`, the last of the chain that begins at `head`. A null `tail` means
     // that it is the first. Amortised O(1).
@@ -66,6 +114,7 @@ public:
         }
         renumber(number);
         refill();
+        recount();
     }
 
     // Forgets what it knew and reads the chain. O(pages).
@@ -79,6 +128,7 @@ public:
             return;
         }
         renumber(0);
+        recount();
         rehash();
     } catch (const std::bad_alloc&) {
         disable();
@@ -124,6 +174,31 @@ private:
     // Two regions a page, and a load factor of at most a half.
     static constexpr std::size_t kBucketsPerPage = 4;
 
+    static std::size_t lowestBit(std::size_t number) noexcept { return number & (~number + 1); }
+    static std::size_t highestBit(std::size_t number) noexcept {
+        return std::size_t{1} << (63 - __builtin_clzll(number));
+    }
+
+    // A node of the tree sums up as many pages as its lowest bit says.
+    void countLast() {
+        const std::size_t node = mPages.size();
+        mCounts.resize(node + 1);
+        std::uint32_t count = mPages.back()->liveCount;
+        for (std::size_t part = node - 1; part > node - lowestBit(node); part -= lowestBit(part))
+            count += mCounts[part];
+        mCounts[node] = count;
+    }
+
+    // Needs memory only where there are more pages than before.
+    void recount() {
+        mCounts.assign(mPages.size() + 1, 0);
+        for (std::size_t node = 1; node < mCounts.size(); ++node) {
+            mCounts[node] += mPages[node - 1]->liveCount;
+            if (node + lowestBit(node) < mCounts.size())
+                mCounts[node + lowestBit(node)] += mCounts[node];
+        }
+    }
+
     Page* linkedPage(std::size_t number) const noexcept {
         Page* const page = mPages[number];
         return number == 0 || mPages[number - 1]->next == page ? page : nullptr;
@@ -142,6 +217,7 @@ private:
     void add(Page* page, const Page* head) noexcept try {
         page->number = static_cast<std::uint32_t>(mPages.size());
         mPages.push_back(page);
+        countLast();
         if (mBuckets.size() >= kBucketsPerPage * mPages.size())
             enter(page);
         else if (isChain(head))
@@ -196,13 +272,15 @@ private:
 
     void disable() noexcept {
         std::vector<Page*>().swap(mPages);
+        std::vector<std::uint32_t>().swap(mCounts);
         std::vector<Bucket>().swap(mBuckets);
         mIsDisabled = true;
     }
 
     std::vector<Page*> mPages;
-    std::vector<Bucket> mBuckets; // a power of two
-    std::size_t mLinked = 0;      // pages of the chain
+    std::vector<std::uint32_t> mCounts; // the tree: node 0 is unused
+    std::vector<Bucket> mBuckets;       // a power of two
+    std::size_t mLinked = 0;            // pages of the chain
     bool mIsDisabled = false;
     mutable std::atomic<std::uint32_t> mVerified{
         0}; // the epoch at which pages() was last seen to be the chain

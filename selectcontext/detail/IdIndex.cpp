@@ -92,7 +92,8 @@ IdIndex::Run IdIndex::findToRemove(const GxDbObjectId& id) const {
     const Entry last = std::prev(mMap.end());
     if (isSame(last->first, id) && isFirst(last))
         return {last, true};
-    return currentHash() ? find(id) : search(id);
+    constexpr std::size_t kFewestEntriesToHash = 1000;
+    return currentHash() || mMap.size() >= kFewestEntriesToHash ? find(id) : search(id);
 }
 
 IdIndex::Run IdIndex::findFrom(Entry place, const GxDbObjectId& id) const {

@@ -64,8 +64,8 @@ public:
     Run find(const GxDbObjectId& id) const;
 
     // The same for a removal. It compares the first and the last entry before it searches: callers often
-    // remove from one end. It does not count towards making a hash, which would cost removals more than it
-    // saves.
+    // remove from one end. In a small index it does not count towards making a hash, which would cost
+    // removals twice what it saves.
     Run findToRemove(const GxDbObjectId& id) const;
 
     // As find(), for an id that does not belong before `place`. O(1) if few entries lie between.

@@ -35,6 +35,7 @@ constexpr unsigned kBytes = 64;
 
 struct TestPage {
     TestPage* next;
+    std::uint32_t liveCount;
     unsigned char* slots;
     std::uint32_t number;
 };
@@ -56,7 +57,7 @@ protected:
         pages.reserve(count);
         for (std::size_t i = 0; i < count; ++i) {
             pages.push_back(std::make_unique<TestPage>(
-                TestPage{nullptr, memory.data() + 2 * i * kBytes + i % kBytes, 0}));
+                TestPage{nullptr, 0, memory.data() + 2 * i * kBytes + i % kBytes, 0}));
             if (i > 0)
                 pages[i - 1]->next = pages[i].get();
             index.append(pages[i].get(), i > 0 ? pages[i - 1].get() : nullptr, pages.front().get());
@@ -160,7 +161,7 @@ TEST_F(PageIndexTest, PageTakenOutAndFreedByTheCallerIsNotReadAgain) {
 
 TEST_F(PageIndexTest, UnlinkingAPageThatItDoesNotKnowEndsTheIndex) {
     link(5);
-    TestPage stranger{nullptr, memory.data(), 2};
+    TestPage stranger{nullptr, 0, memory.data(), 2};
     index.remove(&stranger, pages.front().get());
     EXPECT_FALSE(index.isInUse());
     EXPECT_EQ(index.find(pages[1]->slots), nullptr);

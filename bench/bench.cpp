@@ -3,12 +3,12 @@
 // Benchmarks are named operation/order/size/contender. Medians over interleaved repetitions are what counts;
 // scripts/bench runs them so and reports on them. --sizes=100,10000 (default: all) picks the sizes.
 
+#include "bench/Arguments.h"
 #include "bench/Child.h"
 #include "bench/Contenders.h"
 #include "bench/FullSpeed.h"
 #include "bench/Measure.h"
 #include "bench/Operations.h"
-#include "bench/Sizes.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>

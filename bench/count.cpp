@@ -4,14 +4,13 @@
 //
 // --sizes=100,10000 (default: these two) picks the sizes, --filter=REGEX the operation/order/size.
 
+#include "bench/Arguments.h"
 #include "bench/Child.h"
 #include "bench/Measure.h"
 #include "bench/Operations.h"
-#include "bench/Sizes.h"
 #include "bench/peers/SelectContext.h"
 
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <regex>
 #include <string>
@@ -110,12 +109,6 @@ void countAll(OperationList<Operations...>, const Sizes& sizes, const std::regex
         for (const Order order : {Order::kAscending, Order::kShuffled})
             (count<Operations>(size, order, filter), ...);
     }
-}
-
-// What follows `flag` where the argument begins with it.
-const char* valueOf(const char* argument, const char* flag) {
-    const std::size_t length = std::strlen(flag);
-    return std::strncmp(argument, flag, length) == 0 ? argument + length : nullptr;
 }
 
 int run(int argc, char** argv) {

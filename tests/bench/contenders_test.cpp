@@ -11,6 +11,7 @@
 namespace {
 
 using kvbench::idAt;
+using kvbench::NestedPick;
 using kvbench::Pick;
 using kvbench::Picks;
 
@@ -24,6 +25,23 @@ Picks marked(std::size_t first, std::size_t count) {
     for (std::size_t i = first; i < first + count; ++i)
         result.push_back(pick(i, static_cast<long>(i) + 1));
     return result;
+}
+
+// One occurrence of an entity inside two blocks, the inner of them given.
+NestedPick nested(std::size_t inner, long marker = -1) {
+    NestedPick result{pick(7, marker), {}};
+    result.path.setLogicalLength(3);
+    result.path.at(0) = idAt(100);
+    result.path.at(1) = idAt(inner);
+    result.path.at(2) = idAt(7);
+    return result;
+}
+
+template <class Set>
+Set setOf(const kvbench::NestedPicks& items) {
+    Set set;
+    kvbench::fill(set, items);
+    return set;
 }
 
 template <class Set>
@@ -69,6 +87,40 @@ TYPED_TEST(Contender, TellsSubIdsApart) {
     EXPECT_FALSE(set.remove(Pick{idAt(7), idAt(9), 1}));
     EXPECT_TRUE(set.remove(Pick{idAt(7), idAt(8), 1}));
     EXPECT_EQ(set.size(), 1u);
+}
+
+TYPED_TEST(Contender, RefusesAnItemWhosePathItHoldsAndTakesOneOfAnotherPath) {
+    const auto set = setOf<TypeParam>(kvbench::NestedPicks{nested(101, 1), nested(102, 1), nested(101, 1)});
+    EXPECT_EQ(set.size(), 2u);
+}
+
+TYPED_TEST(Contender, TellsAnItemWithAPathFromOneWithout) {
+    auto set = setOf<TypeParam>({pick(7, 1)});
+    set.select(nested(101, 1));
+    set.select(pick(7, 1));
+    EXPECT_EQ(set.size(), 2u);
+}
+
+TYPED_TEST(Contender, RemovesTheFirstItemOfThreeKeysWhateverItsPath) {
+    auto set = setOf<TypeParam>(kvbench::NestedPicks{nested(101), nested(102)});
+    EXPECT_TRUE(set.remove(nested(102)));
+    EXPECT_EQ(set.size(), 1u);
+    EXPECT_TRUE(set.remove(nested(102)));
+    EXPECT_FALSE(set.remove(nested(102)));
+}
+
+TYPED_TEST(Contender, MergesByPath) {
+    const auto a = setOf<TypeParam>(kvbench::NestedPicks{nested(101, 1), nested(102, 1)});
+    const auto b = setOf<TypeParam>(kvbench::NestedPicks{nested(102, 1), nested(103, 1)});
+    TypeParam result;
+    result.mergeOf(a, b);
+    EXPECT_EQ(result.size(), 3u);
+}
+
+TYPED_TEST(Contender, ComparesSetsByPath) {
+    const auto all = setOf<TypeParam>(kvbench::NestedPicks{nested(101), nested(102)});
+    EXPECT_TRUE(all.contains(setOf<TypeParam>(kvbench::NestedPicks{nested(102)})));
+    EXPECT_FALSE(all.contains(setOf<TypeParam>(kvbench::NestedPicks{nested(103)})));
 }
 
 TYPED_TEST(Contender, FindsIdsAndTheirPositions) {

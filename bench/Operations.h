@@ -192,6 +192,26 @@ inline long sumOfNoMarkers(std::size_t count) {
     return -static_cast<long>(count);
 }
 
+// By position, from the first item to the last.
+template <class Set>
+struct WalkByIndex : Filled<Set> {
+    static constexpr const char* kName = "walk by index";
+    static constexpr bool kIsRepeatable = true;
+
+    WalkByIndex(std::size_t count, Order order) : Filled<Set>(count, order), mStep(stepFor<Set>(count)) {}
+
+    std::size_t itemsDealtWith() const { return stepsIn(this->mItems.size(), mStep); }
+    void run() {
+        mSum = 0;
+        for (std::size_t i = 0; i < this->mItems.size(); i += mStep)
+            mSum += this->mSet.at(i);
+    }
+    void check() const { require(mSum == sumOfNoMarkers(itemsDealtWith())); }
+
+    std::size_t mStep;
+    long mSum = 0;
+};
+
 template <class Set>
 struct Nth : Filled<Set> {
     static constexpr const char* kName = "n-th item at random";
@@ -360,17 +380,18 @@ struct Contains {
     bool mHeld = false;
 };
 
-template <class Set>
+template <class Set, std::size_t kItemsPerId>
 struct SetUnique {
-    static constexpr const char* kName = "setUnique, ten per id";
+    static constexpr const char* kName = kItemsPerId == 1 ? "setUnique, one per id" : "setUnique, ten per id";
     static constexpr bool kIsRepeatable = false;
 
-    SetUnique(std::size_t count, Order order) : mIds(std::max<std::size_t>(count / 10, 1)) {
+    SetUnique(std::size_t count, Order order) : mIds(std::max<std::size_t>(count / kItemsPerId, 1)) {
         mSet.setUniqueRule(false);
-        for (const std::size_t index : indices(mIds * 10, order))
-            mSet.select(Pick{idAt(index / 10), GxDbObjectId(), static_cast<long>(index % 10) + 1});
+        for (const std::size_t index : indices(mIds * kItemsPerId, order))
+            mSet.select(
+                Pick{idAt(index / kItemsPerId), GxDbObjectId(), static_cast<long>(index % kItemsPerId) + 1});
     }
-    std::size_t itemsDealtWith() const { return mIds * 10; }
+    std::size_t itemsDealtWith() const { return mIds * kItemsPerId; }
     void run() { mSet.setUniqueRule(true); }
     void check() const { require(mSet.size() == mIds); }
 
@@ -398,9 +419,10 @@ struct OperationList {};
 
 // In the order in which they are reported.
 template <class Set>
-using AllOperations = OperationList<Select<Set>, Reselect<Set>, Presence<Set>, Position<Set>, Walk<Set>,
-                                    Nth<Set>, HandleCopy<Set>, FirstWrite<Set>, RemoveHalf<Set>,
-                                    RemoveAllForward<Set>, RemoveAllBackward<Set>, Merge<Set>, Minus<Set>,
-                                    Contains<Set>, SetUnique<Set>, Destroy<Set>>;
+using AllOperations =
+    OperationList<Select<Set>, Reselect<Set>, Presence<Set>, Position<Set>, Walk<Set>, WalkByIndex<Set>,
+                  Nth<Set>, HandleCopy<Set>, FirstWrite<Set>, RemoveHalf<Set>, RemoveAllForward<Set>,
+                  RemoveAllBackward<Set>, Merge<Set>, Minus<Set>, Contains<Set>, SetUnique<Set, 1>,
+                  SetUnique<Set, 10>, Destroy<Set>>;
 
 } // namespace kvbench

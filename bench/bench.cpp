@@ -99,7 +99,7 @@ Sizes takeSizes(int& argc, char** argv) {
     char** const found =
         std::find_if(argv + 1, end, [&](char* arg) { return std::strncmp(arg, kFlag, kLength) == 0; });
     if (found == end)
-        return {100, 1000, 10000, 100000, 1000000};
+        return {10, 100, 1000, 10000, 100000, 1000000};
 
     const Sizes sizes = sizesOf(*found + kLength);
     std::copy(found + 1, end, found);

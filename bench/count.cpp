@@ -2,7 +2,7 @@
 // and only that, and dumps it under the name operation/order/size/items. scripts/bench --counts reports on
 // the dumps.
 //
-// --sizes=100,10000 (default: these two) picks the sizes, --filter=REGEX the operation/order/size.
+// --sizes=100,10000 (default: these and 10) picks the sizes, --filter=REGEX the operation/order/size.
 
 #include "bench/Arguments.h"
 #include "bench/Child.h"
@@ -112,7 +112,7 @@ void countAll(OperationList<Operations...>, const Sizes& sizes, const std::regex
 }
 
 int run(int argc, char** argv) {
-    Sizes sizes{100, 10000};
+    Sizes sizes{10, 100, 10000};
     std::regex filter("");
     for (int i = 1; i < argc; ++i) {
         if (const char* const list = valueOf(argv[i], "--sizes="))

@@ -12,6 +12,7 @@ namespace {
 
 using kvbench::idAt;
 using kvbench::NestedPick;
+using kvbench::Order;
 using kvbench::Pick;
 using kvbench::Picks;
 
@@ -210,6 +211,34 @@ TYPED_TEST(Contender, KeepsTheFirstItemOfEachIdWhenTheRuleIsTurnedOn) {
     EXPECT_EQ(markersOf(set), (Markers{1, 2, 4}));
     EXPECT_TRUE(set.remove(pick(6, 2)));
     EXPECT_FALSE(set.has(idAt(6)));
+}
+
+TYPED_TEST(Contender, FindsNoItemToRemoveWhenTheRuleIsTurnedOnForDifferentIds) {
+    TypeParam set;
+    set.setUniqueRule(false);
+    kvbench::fill(set, marked(0, 3));
+    set.setUniqueRule(true);
+    EXPECT_EQ(markersOf(set), (Markers{1, 2, 3}));
+}
+
+// Each aborts where it has not done its job.
+template <class Operation>
+void checkOperation() {
+    for (const Order order : {Order::kAscending, Order::kShuffled}) {
+        Operation operation(10, order);
+        operation.run();
+        operation.check();
+        EXPECT_GT(operation.itemsDealtWith(), 0u);
+    }
+}
+
+template <class... Operations>
+void checkAll(kvbench::OperationList<Operations...>) {
+    (checkOperation<Operations>(), ...);
+}
+
+TYPED_TEST(Contender, DoesTheJobOfEveryOperation) {
+    checkAll(kvbench::AllOperations<TypeParam>());
 }
 
 // Nothing is selected after a removal: only then do all contenders keep the order.

@@ -2,10 +2,12 @@
 // after the same edits.
 
 #include "bench/Contenders.h"
+#include "bench/OneMainId.h"
 #include "bench/Operations.h"
 
 #include <gtest/gtest.h>
 #include <random>
+#include <set>
 #include <vector>
 
 namespace {
@@ -237,8 +239,39 @@ void checkAll(kvbench::OperationList<Operations...>) {
     (checkOperation<Operations>(), ...);
 }
 
+template <class Set, class... Differences>
+void checkOneMainId(kvbench::DifferenceList<Differences...>) {
+    (checkAll(kvbench::OperationsOf<Set, kvbench::OneMainId<Set, Differences>>()), ...);
+}
+
 TYPED_TEST(Contender, DoesTheJobOfEveryOperation) {
     checkAll(kvbench::AllOperations<TypeParam>());
+}
+
+TYPED_TEST(Contender, DoesTheJobOfEveryOperationOnItemsOfOneMainId) {
+    checkOneMainId<TypeParam>(kvbench::AllDifferences());
+}
+
+TEST(ManyMainIds, DoTheJobOfEveryOperationOnItemsOfOneMainId) {
+    checkOneMainId<kvbench::ManyMainIds>(kvbench::AllDifferences());
+}
+
+template <class Difference>
+class OneMainId : public ::testing::Test {};
+using Differences = ::testing::Types<kvbench::SubIdsDiffer, kvbench::MarkersDiffer, kvbench::PathsDiffer>;
+TYPED_TEST_SUITE(OneMainId, Differences, );
+
+TYPED_TEST(OneMainId, IsThatOfAllItems) {
+    for (const auto& pick : kvbench::OneMainId<kvbench::SelectContext, TypeParam>::items(5, Order::kShuffled))
+        EXPECT_EQ(pick.mainId, idAt(0));
+}
+
+TYPED_TEST(OneMainId, IsOnePerItemWhereThereAreMany) {
+    std::set<const void*> ids;
+    for (const auto& pick :
+         kvbench::OneMainId<kvbench::ManyMainIds, TypeParam>::items(5, Order::kShuffled, 3))
+        ids.insert(pick.mainId.stub());
+    EXPECT_EQ(ids.size(), 5u);
 }
 
 // Nothing is selected after a removal: only then do all contenders keep the order.

@@ -1,9 +1,11 @@
 // What the benchmark selects: the five parts of an item's identity, and the record that the peers keep of it.
 #pragma once
 
+#include "base/KvVector.h"
 #include "platform/KvDatabase.h"
 #include "platform/KvGeometry.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -20,6 +22,12 @@ struct Pick {
     long gsMarker = -1;
 };
 using Picks = std::vector<Pick>;
+
+// An item inside nested blocks. The path is no part of a Pick, so that those of whole entities stay small.
+struct NestedPick : Pick {
+    KvVector<GxDbObjectId> path;
+};
+using NestedPicks = std::vector<NestedPick>;
 
 // Ids in ascending order of `index`.
 inline GxDbObjectId idAt(std::size_t index) {
@@ -61,6 +69,11 @@ private:
 struct PeerItem {
     PeerItem() = default;
     explicit PeerItem(const Pick& pick) : mainId(pick.mainId), subId(pick.subId), gsMarker(pick.gsMarker) {}
+    explicit PeerItem(const NestedPick& pick) : PeerItem(static_cast<const Pick&>(pick)) {
+        path.reserve(static_cast<std::size_t>(pick.path.logicalLength()));
+        for (int i = 0; i < pick.path.logicalLength(); ++i)
+            path.push_back(pick.path.at(i));
+    }
 
     // For the peers that leave a gap where an item was: what is selected has an id.
     bool isGap() const { return !mainId.stub(); }
@@ -89,10 +102,23 @@ inline bool isSameMarker(long a, long b) {
     return isNoMarker(a) ? isNoMarker(b) : a == b;
 }
 
+inline bool isSamePath(const std::vector<GxDbObjectId>& a, const KvVector<GxDbObjectId>& b) {
+    if (a.size() != static_cast<std::size_t>(b.logicalLength()))
+        return false;
+    int i = 0;
+    return std::all_of(a.begin(), a.end(), [&](const GxDbObjectId& id) { return id == b.at(i++); });
+}
+
 // The five-part identity: main id, sub id, marker (0 and -1 are one), path and transform.
 inline bool isSame(const PeerItem& item, const Pick& pick) {
     return item.mainId == pick.mainId && item.subId == pick.subId &&
            isSameMarker(item.gsMarker, pick.gsMarker) && item.path.empty() &&
+           isSameTransform(item.transform.get(), nullptr);
+}
+
+inline bool isSame(const PeerItem& item, const NestedPick& pick) {
+    return item.mainId == pick.mainId && item.subId == pick.subId &&
+           isSameMarker(item.gsMarker, pick.gsMarker) && isSamePath(item.path, pick.path) &&
            isSameTransform(item.transform.get(), nullptr);
 }
 

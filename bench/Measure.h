@@ -14,10 +14,11 @@
 
 namespace kvbench {
 
-constexpr std::size_t kItemsPerRegion = 16000; // in as many sets as that takes: one of 10^6, 160 of 10^2
+constexpr std::size_t kItemsPerRegion = 16000; // in as many sets as that takes: one of 10^6, 1600 of 10
+constexpr std::size_t kItemsPerReading = 100;  // at least, between two readings of the clock
 constexpr std::size_t kRegions = 3;            // at most, for one figure
 constexpr double kEnoughSeconds = 0.2;         // of a figure, after which no further region is begun
-constexpr double kLongRegionSeconds = 200e-6;  // what the rounds of a repeatable operation are to add up to
+constexpr double kLongRegionSeconds = 2e-3;    // what the rounds of a repeatable operation are to add up to
 constexpr double kMostRounds = 10000;
 constexpr std::size_t kMostDisturbed = 3; // regions that are measured again
 
@@ -38,6 +39,11 @@ inline bool isSmall(std::size_t count) {
 
 inline std::size_t setsOf(std::size_t count) {
     return std::max<std::size_t>((kItemsPerRegion + count - 1) / count, 1);
+}
+
+// Reading the clock takes as long as selecting an item: sets of ten are timed ten at a time.
+inline std::size_t setsPerReading(std::size_t count) {
+    return std::max<std::size_t>(kItemsPerReading / count, 1);
 }
 
 // Sets on which an operation is repeated.
@@ -94,14 +100,17 @@ double medianOf(Next next) {
 }
 
 // An operation that leaves its sets as they were, after a first round that is not counted. Leaves the sets to
-// the end of the process, as releasing them would take as long as many an operation.
+// the end of the process, as releasing them would take as long as many an operation. A long run needs no
+// other one before it.
 template <class Operation>
 Timing timingOfRepeatable(std::size_t count, Order order) {
     auto& batch = *new Batch<Operation>(count, order);
-    const std::size_t rounds = roundsFor(batch.region(1).seconds);
+    const double secondsOfFirst = batch.region(1).seconds;
+    const bool isLong = secondsOfFirst >= kEnoughSeconds;
+    const std::size_t rounds = roundsFor(secondsOfFirst);
     const double seconds = medianOf([&] {
         awaitFullSpeed();
-        if (isSmall(count))
+        if (isSmall(count) && !isLong)
             batch.region(1); // waiting has emptied the caches
         return batch.region(rounds);
     });
@@ -109,37 +118,44 @@ Timing timingOfRepeatable(std::size_t count, Order order) {
 }
 
 // An operation that needs a fresh set each time: small ones one after the other in memory that the one before
-// has given back, the first of them not counted; large ones are left to the end of the process.
+// has given back, the first of them not counted; large ones are left to the end of the process. One small set
+// is enough for a long run.
 template <class Operation>
 Timing timingOfFresh(std::size_t count, Order order) {
-    double items = 0;
+    double items = 0; // per reading
     const auto regionOfOne = [&] {
-        auto operation = std::make_unique<Operation>(count, order);
+        std::vector<std::unique_ptr<Operation>> operations;
+        while (operations.size() < setsPerReading(count))
+            operations.push_back(std::make_unique<Operation>(count, order));
         if (!isSmall(count))
             awaitFullSpeed();
         const auto start = std::chrono::steady_clock::now();
-        operation->run();
+        for (const auto& operation : operations)
+            operation->run();
         const double seconds = secondsSince(start);
         const Region result{seconds, isSmall(count) || isAtFullSpeed()};
-        operation->check();
-        items = static_cast<double>(operation->itemsDealtWith());
+        for (const auto& operation : operations)
+            operation->check();
+        items = static_cast<double>(operations.size() * operations.front()->itemsDealtWith());
         if (!isSmall(count))
-            operation.release();
+            operations.front().release();
         return result;
     };
-    const std::size_t sets = setsOf(count);
+    const bool isLong = isSmall(count) && regionOfOne().seconds >= kEnoughSeconds;
+    const std::size_t readings = isLong ? 1 : setsOf(count) / setsPerReading(count);
     const double seconds = medianOf([&] {
         if (!isSmall(count))
             return regionOfOne();
         awaitFullSpeed();
-        regionOfOne();
+        if (!isLong)
+            regionOfOne();
         Region region;
-        for (std::size_t i = 0; i < sets; ++i)
+        for (std::size_t i = 0; i < readings; ++i)
             region.seconds += regionOfOne().seconds;
         region.isUndisturbed = isAtFullSpeed();
         return region;
     });
-    return {seconds * 1e9 / items / static_cast<double>(sets), seconds * 1e6};
+    return {seconds * 1e9 / items / static_cast<double>(readings), seconds * 1e6};
 }
 
 template <class Operation>

@@ -57,9 +57,21 @@ inline Picks picks(std::size_t count, Order order, std::size_t first = 0) {
     return result;
 }
 
-template <class Set>
-void fill(Set& set, const Picks& items) {
-    for (const Pick& pick : items)
+// Where operations get their items from. Every source:
+//   Items, and items(count, order, first): `count` different items, number `first` the lowest of them;
+//   kThreeKeysDiffer: no two items have the same main id, sub id and marker.
+struct WholeEntities {
+    using Items = Picks;
+    static constexpr bool kThreeKeysDiffer = true;
+
+    static Items items(std::size_t count, Order order, std::size_t first = 0) {
+        return picks(count, order, first);
+    }
+};
+
+template <class Set, class Items = Picks>
+void fill(Set& set, const Items& items) {
+    for (const auto& pick : items)
         set.select(pick);
 }
 
@@ -89,35 +101,35 @@ inline void require(bool held) {
 //   Operation(count, order) prepares; run() is timed; itemsDealtWith() is the number of items that one run
 //   deals with; check() aborts when the last run did not do its job.
 
-template <class Set>
+template <class Set, class Source = WholeEntities>
 struct Select {
     static constexpr const char* kName = "select";
     static constexpr bool kIsRepeatable = false;
 
-    Select(std::size_t count, Order order) : mItems(picks(count, order)) {}
+    Select(std::size_t count, Order order) : mItems(Source::items(count, order)) {}
     void run() { fill(mSet, mItems); }
     std::size_t itemsDealtWith() const { return mItems.size(); }
     void check() const { require(mSet.size() == mItems.size()); }
 
-    Picks mItems;
+    typename Source::Items mItems;
     Set mSet;
 };
 
-template <class Set>
+template <class Set, class Source = WholeEntities>
 struct Filled {
-    Filled(std::size_t count, Order order) : mItems(picks(count, order)) { fill(mSet, mItems); }
+    Filled(std::size_t count, Order order) : mItems(Source::items(count, order)) { fill(mSet, mItems); }
     std::size_t itemsDealtWith() const { return mItems.size(); }
 
-    Picks mItems;
+    typename Source::Items mItems;
     Set mSet;
 };
 
-template <class Set>
-struct Reselect : Filled<Set> {
+template <class Set, class Source = WholeEntities>
+struct Reselect : Filled<Set, Source> {
     static constexpr const char* kName = "re-select (refused)";
     static constexpr bool kIsRepeatable = true;
 
-    using Filled<Set>::Filled;
+    using Filled<Set, Source>::Filled;
     void run() { fill(this->mSet, this->mItems); }
     void check() const { require(this->mSet.size() == this->mItems.size()); }
 };
@@ -175,6 +187,31 @@ struct Walk : Filled<Set> {
     std::uintptr_t mSum = 0;
 };
 
+// The sum of as many markers of items without one, which read as -1.
+inline long sumOfNoMarkers(std::size_t count) {
+    return -static_cast<long>(count);
+}
+
+// By position, from the first item to the last.
+template <class Set>
+struct WalkByIndex : Filled<Set> {
+    static constexpr const char* kName = "walk by index";
+    static constexpr bool kIsRepeatable = true;
+
+    WalkByIndex(std::size_t count, Order order) : Filled<Set>(count, order), mStep(stepFor<Set>(count)) {}
+
+    std::size_t itemsDealtWith() const { return stepsIn(this->mItems.size(), mStep); }
+    void run() {
+        mSum = 0;
+        for (std::size_t i = 0; i < this->mItems.size(); i += mStep)
+            mSum += this->mSet.at(i);
+    }
+    void check() const { require(mSum == sumOfNoMarkers(itemsDealtWith())); }
+
+    std::size_t mStep;
+    long mSum = 0;
+};
+
 template <class Set>
 struct Nth : Filled<Set> {
     static constexpr const char* kName = "n-th item at random";
@@ -190,9 +227,7 @@ struct Nth : Filled<Set> {
         for (std::size_t i = 0; i < mPositions.size(); i += mStep)
             mSum += this->mSet.at(mPositions[i]);
     }
-    void check() const {
-        require(mSum == -static_cast<long>(itemsDealtWith())); // no item has a marker, which reads as -1
-    }
+    void check() const { require(mSum == sumOfNoMarkers(itemsDealtWith())); }
 
     std::vector<std::size_t> mPositions;
     std::size_t mStep;
@@ -269,12 +304,31 @@ struct RemoveAllBackward : Filled<Set> {
     void check() const { require(this->mSet.size() == 0); }
 };
 
+// All items by their three keys, in random order.
+template <class Set, class Source>
+struct RemoveByKeys : Filled<Set, Source> {
+    static constexpr const char* kName = "remove by three keys";
+    static constexpr bool kIsRepeatable = false;
+
+    RemoveByKeys(std::size_t count, Order order) : Filled<Set, Source>(count, order) {
+        for (const std::size_t index : indices(count, Order::kShuffled, kRemovalSeed))
+            mDoomed.push_back(this->mItems[index]);
+    }
+    void run() {
+        for (const auto& pick : mDoomed)
+            this->mSet.remove(pick);
+    }
+    void check() const { require(this->mSet.size() == 0); }
+
+    typename Source::Items mDoomed;
+};
+
 // Two sets of `count` items that have half of them in common.
-template <class Set>
+template <class Set, class Source>
 struct Overlapping {
     Overlapping(std::size_t count, Order order) : mCount(count) {
-        fill(mA, picks(count, order));
-        fill(mB, picks(count, order, count / 2));
+        fill(mA, Source::items(count, order));
+        fill(mB, Source::items(count, order, count / 2));
     }
 
     // As many as either set has: each is read or looked up once.
@@ -286,33 +340,34 @@ struct Overlapping {
     Set mResult;
 };
 
-template <class Set>
-struct Merge : Overlapping<Set> {
+template <class Set, class Source = WholeEntities>
+struct Merge : Overlapping<Set, Source> {
     static constexpr const char* kName = "merge, half overlapping";
     static constexpr bool kIsRepeatable = false;
 
-    using Overlapping<Set>::Overlapping;
+    using Overlapping<Set, Source>::Overlapping;
     void run() { this->mResult.mergeOf(this->mA, this->mB); }
     void check() const { require(this->mResult.size() == this->mCount + this->mCount / 2); }
 };
 
-template <class Set>
-struct Minus : Overlapping<Set> {
+// Takes away by three keys: where all items have the same, every one finds another to take away.
+template <class Set, class Source = WholeEntities>
+struct Minus : Overlapping<Set, Source> {
     static constexpr const char* kName = "minus, half overlapping";
     static constexpr bool kIsRepeatable = false;
 
-    using Overlapping<Set>::Overlapping;
+    using Overlapping<Set, Source>::Overlapping;
     void run() { this->mResult.minusOf(this->mA, this->mB); }
-    void check() const { require(this->mResult.size() == this->mCount / 2); }
+    void check() const { require(this->mResult.size() == (Source::kThreeKeysDiffer ? this->mCount / 2 : 0)); }
 };
 
-template <class Set>
+template <class Set, class Source = WholeEntities>
 struct Contains {
     static constexpr const char* kName = "contains an equal set";
     static constexpr bool kIsRepeatable = true;
 
     Contains(std::size_t count, Order order) {
-        fill(mA, picks(count, order));
+        fill(mA, Source::items(count, order));
         mB = mA;
         mB.detach();
     }
@@ -325,17 +380,18 @@ struct Contains {
     bool mHeld = false;
 };
 
-template <class Set>
+template <class Set, std::size_t kItemsPerId>
 struct SetUnique {
-    static constexpr const char* kName = "setUnique, ten per id";
+    static constexpr const char* kName = kItemsPerId == 1 ? "setUnique, one per id" : "setUnique, ten per id";
     static constexpr bool kIsRepeatable = false;
 
-    SetUnique(std::size_t count, Order order) : mIds(std::max<std::size_t>(count / 10, 1)) {
+    SetUnique(std::size_t count, Order order) : mIds(std::max<std::size_t>(count / kItemsPerId, 1)) {
         mSet.setUniqueRule(false);
-        for (const std::size_t index : indices(mIds * 10, order))
-            mSet.select(Pick{idAt(index / 10), GxDbObjectId(), static_cast<long>(index % 10) + 1});
+        for (const std::size_t index : indices(mIds * kItemsPerId, order))
+            mSet.select(
+                Pick{idAt(index / kItemsPerId), GxDbObjectId(), static_cast<long>(index % kItemsPerId) + 1});
     }
-    std::size_t itemsDealtWith() const { return mIds * 10; }
+    std::size_t itemsDealtWith() const { return mIds * kItemsPerId; }
     void run() { mSet.setUniqueRule(true); }
     void check() const { require(mSet.size() == mIds); }
 
@@ -363,9 +419,10 @@ struct OperationList {};
 
 // In the order in which they are reported.
 template <class Set>
-using AllOperations = OperationList<Select<Set>, Reselect<Set>, Presence<Set>, Position<Set>, Walk<Set>,
-                                    Nth<Set>, HandleCopy<Set>, FirstWrite<Set>, RemoveHalf<Set>,
-                                    RemoveAllForward<Set>, RemoveAllBackward<Set>, Merge<Set>, Minus<Set>,
-                                    Contains<Set>, SetUnique<Set>, Destroy<Set>>;
+using AllOperations =
+    OperationList<Select<Set>, Reselect<Set>, Presence<Set>, Position<Set>, Walk<Set>, WalkByIndex<Set>,
+                  Nth<Set>, HandleCopy<Set>, FirstWrite<Set>, RemoveHalf<Set>, RemoveAllForward<Set>,
+                  RemoveAllBackward<Set>, Merge<Set>, Minus<Set>, Contains<Set>, SetUnique<Set, 1>,
+                  SetUnique<Set, 10>, Destroy<Set>>;
 
 } // namespace kvbench

@@ -1,18 +1,19 @@
 // Times the library's operations beside contenders that do the same work on the same items, in one run.
 //
 // Benchmarks are named operation/order/size/contender. Medians over interleaved repetitions are what counts;
-// scripts/bench runs them so and reports on them. --sizes=100,10000 (default: all) picks the sizes.
+// scripts/bench runs them so and reports on them. --sizes=100,10000 (default: all) picks the sizes,
+// --one-main-id-sizes=1000 those of sets whose items share one main id.
 
+#include "bench/Arguments.h"
 #include "bench/Child.h"
 #include "bench/Contenders.h"
 #include "bench/FullSpeed.h"
 #include "bench/Measure.h"
+#include "bench/OneMainId.h"
 #include "bench/Operations.h"
-#include "bench/Sizes.h"
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
-#include <cstring>
 #include <string>
 
 namespace kvbench {
@@ -46,15 +47,15 @@ void measureBytes(benchmark::State& state, std::size_t count, Order order) {
     }
 }
 
-std::string nameFor(const char* operation, Order order, std::size_t count, const char* contender) {
+std::string nameFor(const std::string& operation, Order order, std::size_t count, const char* contender) {
     return std::string(operation) + "/" + nameOf(order) + "/" + std::to_string(count) + "/" + contender;
 }
 
 template <class Set, class Operation>
-void add(std::size_t count, Order order) {
-    benchmark::RegisterBenchmark(
-        nameFor(Operation::kName, order, count, Set::kName).c_str(),
-        [count, order](benchmark::State& state) { measure<Operation>(state, count, order); })
+benchmark::internal::Benchmark* add(const std::string& name, std::size_t count, Order order) {
+    return benchmark::RegisterBenchmark(
+               nameFor(name, order, count, Set::kName).c_str(),
+               [count, order](benchmark::State& state) { measure<Operation>(state, count, order); })
         ->UseManualTime()
         ->Iterations(1);
 }
@@ -72,7 +73,7 @@ void addMemory(std::size_t count, Order order) {
 
 template <class Set, class... Operations>
 void addAll(OperationList<Operations...>, std::size_t count, Order order) {
-    (add<Set, Operations>(count, order), ...);
+    (add<Set, Operations>(Operations::kName, count, order), ...);
     addMemory<Set>(count, order);
 }
 
@@ -86,22 +87,47 @@ void addAll(const Sizes& sizes) {
     }
 }
 
+// A run that takes peers long is not repeated: it is long enough to tell orders of magnitude apart.
+template <class Set, class Difference, class Operation>
+void addOneMainId(std::size_t count, Order order) {
+    auto* const added = add<Set, Operation>(nameOfOneMainId<Difference, Operation>(), count, order);
+    if (isLongForPeers<Set>(count))
+        added->Repetitions(1);
+}
+
+template <class Set, class Difference, class... Operations>
+void addOneMainId(OperationList<Operations...>, std::size_t count, Order order) {
+    (addOneMainId<Set, Difference, Operations>(count, order), ...);
+}
+
+template <class Set, class... Differences>
+void addOneMainId(DifferenceList<Differences...>, const Sizes& sizes) {
+    for (const std::size_t count : sizes) {
+        if (count > kLargestOfOneMainId<Set>)
+            continue;
+        for (const Order order : {Order::kAscending, Order::kShuffled})
+            (addOneMainId<Set, Differences>(OperationsOf<Set, OneMainId<Set, Differences>>(), count, order),
+             ...);
+    }
+}
+
 template <class... Sets>
 struct All {
     static void add(const Sizes& sizes) { (addAll<Sets>(sizes), ...); }
+    static void addOneMainId(const Sizes& sizes) {
+        (kvbench::addOneMainId<Sets>(AllDifferences(), sizes), ...);
+    }
 };
 
-// Takes --sizes=N,N... out of the arguments. Empty for a list with something else than sizes in it.
-Sizes takeSizes(int& argc, char** argv) {
-    constexpr char kFlag[] = "--sizes=";
-    constexpr std::size_t kLength = sizeof kFlag - 1;
+// Takes `flag` and the list behind it out of the arguments. Empty for a list with something else than sizes
+// in it.
+Sizes takeSizes(int& argc, char** argv, const char* flag, const Sizes& otherwise) {
     char** const end = argv + argc;
-    char** const found =
-        std::find_if(argv + 1, end, [&](char* arg) { return std::strncmp(arg, kFlag, kLength) == 0; });
+    char** const found = std::find_if(argv + 1, end, [&](char* arg) { return valueOf(arg, flag); });
     if (found == end)
-        return {100, 1000, 10000, 100000, 1000000};
+        return otherwise;
 
-    const Sizes sizes = sizesOf(*found + kLength);
+    const Sizes sizes = sizesOf(valueOf(*found, flag));
     std::copy(found + 1, end, found);
     --argc;
     return sizes;
@@ -112,11 +138,14 @@ Sizes takeSizes(int& argc, char** argv) {
 
 int main(int argc, char** argv) {
     using namespace kvbench;
-    const Sizes sizes = takeSizes(argc, argv);
+    const Sizes sizes = takeSizes(argc, argv, "--sizes=", {10, 100, 1000, 10000, 100000, 1000000});
+    const Sizes oneMainIdSizes = takeSizes(argc, argv, "--one-main-id-sizes=", {1000, 10000, 100000});
     ContendersIn<All>::add(sizes);
+    ContendersIn<All>::addOneMainId(oneMainIdSizes);
+    All<ManyMainIds>::addOneMainId(oneMainIdSizes);
     benchmark::AddCustomContext("left_out", leftOut());
     benchmark::Initialize(&argc, argv);
-    if (sizes.empty() || benchmark::ReportUnrecognizedArguments(argc, argv))
+    if (sizes.empty() || oneMainIdSizes.empty() || benchmark::ReportUnrecognizedArguments(argc, argv))
         return 2;
     learnFullSpeed();
     benchmark::RunSpecifiedBenchmarks();

@@ -2,16 +2,15 @@
 // and only that, and dumps it under the name operation/order/size/items. scripts/bench --counts reports on
 // the dumps.
 //
-// --sizes=100,10000 (default: these two) picks the sizes, --filter=REGEX the operation/order/size.
+// --sizes=100,10000 (default: these and 10) picks the sizes, --filter=REGEX the operation/order/size.
 
+#include "bench/Arguments.h"
 #include "bench/Child.h"
 #include "bench/Measure.h"
 #include "bench/Operations.h"
-#include "bench/Sizes.h"
 #include "bench/peers/SelectContext.h"
 
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <regex>
 #include <string>
@@ -112,14 +111,8 @@ void countAll(OperationList<Operations...>, const Sizes& sizes, const std::regex
     }
 }
 
-// What follows `flag` where the argument begins with it.
-const char* valueOf(const char* argument, const char* flag) {
-    const std::size_t length = std::strlen(flag);
-    return std::strncmp(argument, flag, length) == 0 ? argument + length : nullptr;
-}
-
 int run(int argc, char** argv) {
-    Sizes sizes{100, 10000};
+    Sizes sizes{10, 100, 10000};
     std::regex filter("");
     for (int i = 1; i < argc; ++i) {
         if (const char* const list = valueOf(argv[i], "--sizes="))

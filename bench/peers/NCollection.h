@@ -25,6 +25,7 @@ struct NCollectionIdHasher {
 class NCollectionState {
     struct Owner : public Standard_Transient {
         explicit Owner(const Pick& pick) : item(pick) {}
+        explicit Owner(const NestedPick& pick) : item(pick) {}
         explicit Owner(const PeerItem& other) : item(other) {}
 
         PeerItem item;

@@ -10,9 +10,9 @@
 namespace kvbench {
 
 // `State` is copyable and keeps items in the order of insertion, found by main id:
-//   append(Pick or PeerItem), has(id), anyOfId(id, test), eraseFirstOfId(id, test), forEach(visit),
-//   anyOf(test), positionOf(id), at(position), size(), removeAllForward(), removeAllBackward(),
-//   keepFirstOfEachId().
+//   append(Pick, NestedPick or PeerItem), has(id), anyOfId(id, test), eraseFirstOfId(id, test),
+//   forEach(visit), anyOf(test), positionOf(id), at(position), size(), removeAllForward(),
+//   removeAllBackward(), keepFirstOfEachId().
 template <class State>
 class Peer {
 public:
@@ -28,7 +28,7 @@ public:
         mUnique = on;
     }
 
-    // Refuses an item of the same five-part identity. `Item` is a Pick or a PeerItem.
+    // Refuses an item of the same five-part identity. `Item` is a Pick, a NestedPick or a PeerItem.
     template <class Item>
     void select(const Item& item) {
         if (mUnique && holds(item))

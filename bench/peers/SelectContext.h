@@ -16,6 +16,10 @@ public:
 
     void select(const Pick& pick) { edit().select(pick.mainId, pick.subId, pick.gsMarker, nullptr, nullptr); }
 
+    void select(const NestedPick& pick) {
+        edit().select(pick.mainId, pick.subId, pick.gsMarker, nullptr, &pick.path);
+    }
+
     bool has(const GxDbObjectId& id) const { return mSet.findInMap(id) != mSet.sharedData->dataMap.end(); }
 
     long positionOf(const GxDbObjectId& id) const { return mSet.find(id); }

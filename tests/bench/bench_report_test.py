@@ -13,6 +13,7 @@ REPORT = sys.argv.pop() if len(sys.argv) > 1 else ""
 OURS = "KvSelectContext"
 VECTOR = "vector+unordered_multimap"
 CASCADE = "NCollection List+DataMap"
+MANY_MAIN_IDS = "KvSelectContext, n main ids"
 CONTEXT = {"cpu": "Some CPU", "num_cpus": 4, "load_avg": [0.5, 0.25, 0.125], "governor": "performance", "left_out": ""}
 
 
@@ -41,6 +42,19 @@ def benchmarks() -> list[dict]:
     ]
 
 
+def with_one_main_id() -> list[dict]:
+    name = "one main id, paths differ: merge, half overlapping/shuffled"
+    return [
+        *entries(f"select/shuffled/10/{OURS}", [20, 20, 20]),
+        *entries(f"{name}/1000/{OURS}", [300, 300, 300], registered=1),
+        *entries(f"{name}/1000/{MANY_MAIN_IDS}", [100, 100, 100], registered=2),
+        *entries(f"{name}/1000/{VECTOR}", [600, 600, 600], registered=3),
+        *entries(f"{name}/1000/{CASCADE}", [900, 900, 900], registered=3),
+        *entries(f"{name}/100000/{OURS}", [400, 400, 400], registered=1),
+        *entries(f"{name}/100000/{MANY_MAIN_IDS}", [200, 200, 200], registered=2),
+    ]
+
+
 TABLE = """\
 operation  order         size   unit   ours  vector+hash  OpenCASCADE  /best  /OpenCASCADE
 select     ascending      100     ns  20.0         40.0         25.0*   0.80          0.80
@@ -52,16 +66,48 @@ Noise: (max - min) / median of 3 repetitions is 8.0% for the median benchmark, 1
 """
 
 CSV = f"""\
-operation,order,size,unit,{OURS},{VECTOR},{CASCADE},best_peer,ratio_to_best_peer,ratio_to_open_cascade
-select,ascending,100,ns,20,40,25,{CASCADE},0.8,0.8
-select,ascending,1000000,ns,200,100,,{VECTOR},2,
-memory,ascending,100,bytes,150.5,301,,{VECTOR},0.5,
+operation,order,size,unit,{OURS},{VECTOR},{CASCADE},best_peer,ratio_to_best_peer,ratio_to_open_cascade,ratio_to_n_main_ids
+select,ascending,100,ns,20,40,25,{CASCADE},0.8,0.8,
+select,ascending,1000000,ns,200,100,,{VECTOR},2,,
+memory,ascending,100,bytes,150.5,301,,{VECTOR},0.5,,
 """
 
 GROWTH = """\
 operation  order       100  1000000  growth
 select     ascending  20.0      200   10.00
 memory     ascending   150        -       -
+"""
+
+TABLES_WITH_ONE_MAIN_ID = """\
+operation  order     size  unit   ours  /best  /OpenCASCADE
+select     shuffled    10    ns  20.0       -             -
+
+one main id   operation                order       size  unit  ours  n main ids  /n main ids  vector+hash  OpenCASCADE  /best
+paths differ  merge, half overlapping  shuffled    1000    ns   300         100         3.00         600*         900    0.50
+paths differ  merge, half overlapping  shuffled  100000    ns   400         200         2.00           -            -       -
+
+Machine"""
+
+CSV_WITH_ONE_MAIN_ID = f"""\
+operation,order,size,unit,{OURS},"{MANY_MAIN_IDS}",{VECTOR},{CASCADE},\
+best_peer,ratio_to_best_peer,ratio_to_open_cascade,ratio_to_n_main_ids
+select,shuffled,10,ns,20,,,,,,,
+"one main id, paths differ: merge, half overlapping",shuffled,1000,ns,300,100,600,900,{VECTOR},0.5,0.333333,3
+"one main id, paths differ: merge, half overlapping",shuffled,100000,ns,400,200,,,,,,2
+"""
+
+DOCUMENTED_ONE_MAIN_ID = """\
+| Operation | Order | 10 |
+|---|---|--:|
+| select | shuffled | 20.0 ns; -; - |
+
+Items that all share one main id. Each cell: ours; ours / best contender (which that is); ours / ours with as many main ids as items.
+
+| Operation | Order | 10^3 | 10^5 |
+|---|---|--:|--:|
+| one main id, paths differ: merge, half overlapping | shuffled | 300 ns; 0.50 (vector+hash); 3.00 | 400 ns; -; 2.00 |
+
+![Cost per item of each operation, shuffled ids](page-shuffled.svg)
 """
 
 PAGE = """\
@@ -114,6 +160,31 @@ class BenchReport(unittest.TestCase):
         written = self.directory / "results.csv"
         self.report(benchmarks(), "--csv", str(written))
         self.assertEqual(written.read_text(encoding="utf-8"), CSV)
+
+    def test_prints_items_with_one_main_id_beside_those_with_many(self) -> None:
+        done = self.report(with_one_main_id())
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertEqual(done.stdout[:len(TABLES_WITH_ONE_MAIN_ID)], TABLES_WITH_ONE_MAIN_ID)
+
+    def test_prints_one_table_where_all_items_have_one_main_id(self) -> None:
+        done = self.report([entry for entry in with_one_main_id() if entry["name"].startswith("one")])
+        self.assertTrue(done.stdout.startswith("one main id "), done.stdout)
+
+    def test_writes_csv_of_items_with_one_main_id(self) -> None:
+        written = self.directory / "results.csv"
+        self.report(with_one_main_id(), "--csv", str(written))
+        self.assertEqual(written.read_text(encoding="utf-8"), CSV_WITH_ONE_MAIN_ID)
+
+    def test_documents_items_with_one_main_id(self) -> None:
+        page = self.directory / "page.md"
+        page.write_text(PAGE, encoding="utf-8")
+        self.assertEqual(self.report(with_one_main_id(), "--document", str(page)).returncode, 0)
+        self.assertIn(DOCUMENTED_ONE_MAIN_ID, page.read_text(encoding="utf-8"))
+
+    def test_draws_no_items_with_one_main_id(self) -> None:
+        done = self.report(with_one_main_id(), "--plot", str(self.directory / "plot"))
+        self.assertEqual(done.stderr, "")
+        self.assertNotIn("one main id", (self.directory / "plot-shuffled.svg").read_text(encoding="utf-8"))
 
     def test_prints_growth_of_our_own_cost(self) -> None:
         done = self.report(benchmarks(), "--growth")

@@ -2,15 +2,19 @@
 // the library included.
 
 #include "bench/Contenders.h"
+#include "bench/OneMainId.h"
 #include "bench/Operations.h"
 
 #include <gtest/gtest.h>
 #include <random>
+#include <set>
 #include <vector>
 
 namespace {
 
 using kvbench::idAt;
+using kvbench::NestedPick;
+using kvbench::Order;
 using kvbench::Pick;
 using kvbench::Picks;
 
@@ -24,6 +28,23 @@ Picks marked(std::size_t first, std::size_t count) {
     for (std::size_t i = first; i < first + count; ++i)
         result.push_back(pick(i, static_cast<long>(i) + 1));
     return result;
+}
+
+// One occurrence of an entity inside two blocks, the inner of them given.
+NestedPick nested(std::size_t inner, long marker = -1) {
+    NestedPick result{pick(7, marker), {}};
+    result.path.setLogicalLength(3);
+    result.path.at(0) = idAt(100);
+    result.path.at(1) = idAt(inner);
+    result.path.at(2) = idAt(7);
+    return result;
+}
+
+template <class Set>
+Set setOf(const kvbench::NestedPicks& items) {
+    Set set;
+    kvbench::fill(set, items);
+    return set;
 }
 
 template <class Set>
@@ -69,6 +90,40 @@ TYPED_TEST(Contender, TellsSubIdsApart) {
     EXPECT_FALSE(set.remove(Pick{idAt(7), idAt(9), 1}));
     EXPECT_TRUE(set.remove(Pick{idAt(7), idAt(8), 1}));
     EXPECT_EQ(set.size(), 1u);
+}
+
+TYPED_TEST(Contender, RefusesAnItemWhosePathItHoldsAndTakesOneOfAnotherPath) {
+    const auto set = setOf<TypeParam>(kvbench::NestedPicks{nested(101, 1), nested(102, 1), nested(101, 1)});
+    EXPECT_EQ(set.size(), 2u);
+}
+
+TYPED_TEST(Contender, TellsAnItemWithAPathFromOneWithout) {
+    auto set = setOf<TypeParam>({pick(7, 1)});
+    set.select(nested(101, 1));
+    set.select(pick(7, 1));
+    EXPECT_EQ(set.size(), 2u);
+}
+
+TYPED_TEST(Contender, RemovesTheFirstItemOfThreeKeysWhateverItsPath) {
+    auto set = setOf<TypeParam>(kvbench::NestedPicks{nested(101), nested(102)});
+    EXPECT_TRUE(set.remove(nested(102)));
+    EXPECT_EQ(set.size(), 1u);
+    EXPECT_TRUE(set.remove(nested(102)));
+    EXPECT_FALSE(set.remove(nested(102)));
+}
+
+TYPED_TEST(Contender, MergesByPath) {
+    const auto a = setOf<TypeParam>(kvbench::NestedPicks{nested(101, 1), nested(102, 1)});
+    const auto b = setOf<TypeParam>(kvbench::NestedPicks{nested(102, 1), nested(103, 1)});
+    TypeParam result;
+    result.mergeOf(a, b);
+    EXPECT_EQ(result.size(), 3u);
+}
+
+TYPED_TEST(Contender, ComparesSetsByPath) {
+    const auto all = setOf<TypeParam>(kvbench::NestedPicks{nested(101), nested(102)});
+    EXPECT_TRUE(all.contains(setOf<TypeParam>(kvbench::NestedPicks{nested(102)})));
+    EXPECT_FALSE(all.contains(setOf<TypeParam>(kvbench::NestedPicks{nested(103)})));
 }
 
 TYPED_TEST(Contender, FindsIdsAndTheirPositions) {
@@ -158,6 +213,65 @@ TYPED_TEST(Contender, KeepsTheFirstItemOfEachIdWhenTheRuleIsTurnedOn) {
     EXPECT_EQ(markersOf(set), (Markers{1, 2, 4}));
     EXPECT_TRUE(set.remove(pick(6, 2)));
     EXPECT_FALSE(set.has(idAt(6)));
+}
+
+TYPED_TEST(Contender, FindsNoItemToRemoveWhenTheRuleIsTurnedOnForDifferentIds) {
+    TypeParam set;
+    set.setUniqueRule(false);
+    kvbench::fill(set, marked(0, 3));
+    set.setUniqueRule(true);
+    EXPECT_EQ(markersOf(set), (Markers{1, 2, 3}));
+}
+
+// Each aborts where it has not done its job.
+template <class Operation>
+void checkOperation() {
+    for (const Order order : {Order::kAscending, Order::kShuffled}) {
+        Operation operation(10, order);
+        operation.run();
+        operation.check();
+        EXPECT_GT(operation.itemsDealtWith(), 0u);
+    }
+}
+
+template <class... Operations>
+void checkAll(kvbench::OperationList<Operations...>) {
+    (checkOperation<Operations>(), ...);
+}
+
+template <class Set, class... Differences>
+void checkOneMainId(kvbench::DifferenceList<Differences...>) {
+    (checkAll(kvbench::OperationsOf<Set, kvbench::OneMainId<Set, Differences>>()), ...);
+}
+
+TYPED_TEST(Contender, DoesTheJobOfEveryOperation) {
+    checkAll(kvbench::AllOperations<TypeParam>());
+}
+
+TYPED_TEST(Contender, DoesTheJobOfEveryOperationOnItemsOfOneMainId) {
+    checkOneMainId<TypeParam>(kvbench::AllDifferences());
+}
+
+TEST(ManyMainIds, DoTheJobOfEveryOperationOnItemsOfOneMainId) {
+    checkOneMainId<kvbench::ManyMainIds>(kvbench::AllDifferences());
+}
+
+template <class Difference>
+class OneMainId : public ::testing::Test {};
+using Differences = ::testing::Types<kvbench::SubIdsDiffer, kvbench::MarkersDiffer, kvbench::PathsDiffer>;
+TYPED_TEST_SUITE(OneMainId, Differences, );
+
+TYPED_TEST(OneMainId, IsThatOfAllItems) {
+    for (const auto& pick : kvbench::OneMainId<kvbench::SelectContext, TypeParam>::items(5, Order::kShuffled))
+        EXPECT_EQ(pick.mainId, idAt(0));
+}
+
+TYPED_TEST(OneMainId, IsOnePerItemWhereThereAreMany) {
+    std::set<const void*> ids;
+    for (const auto& pick :
+         kvbench::OneMainId<kvbench::ManyMainIds, TypeParam>::items(5, Order::kShuffled, 3))
+        ids.insert(pick.mainId.stub());
+    EXPECT_EQ(ids.size(), 5u);
 }
 
 // The test selects nothing after a removal, since not all contenders keep the order then.

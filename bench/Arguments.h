@@ -1,11 +1,18 @@
-// The sizes of sets that are asked for on a command line.
+// What the programs of the benchmark are asked for on their command lines.
 #pragma once
 
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 namespace kvbench {
+
+// What follows `flag` where the argument begins with it; else null.
+inline const char* valueOf(const char* argument, const char* flag) {
+    const std::size_t length = std::strlen(flag);
+    return std::strncmp(argument, flag, length) == 0 ? argument + length : nullptr;
+}
 
 using Sizes = std::vector<std::size_t>;
 

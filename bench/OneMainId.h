@@ -1,0 +1,113 @@
+// Operations on items that all share one main id, as the parts of one entity do, and its occurrences in
+// nested blocks. An index of main ids alone does not tell them apart.
+#pragma once
+
+#include "bench/Item.h"
+#include "bench/Operations.h"
+#include "bench/peers/SelectContext.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace kvbench {
+
+// The library with items that have main ids of their own and are the same in all else. The figures of one
+// main id are compared with these.
+class ManyMainIds : public SelectContext {
+public:
+    static constexpr const char* kName = "KvSelectContext, n main ids";
+};
+
+template <class Set>
+constexpr bool kSharesMainId = !std::is_same_v<Set, ManyMainIds>;
+
+// Peers look through all items of the id each time: a run of this size takes them up to a second.
+constexpr std::size_t kLargestOfPeers = 10000;
+
+template <class Set>
+constexpr bool kIsPeer = !std::is_base_of_v<SelectContext, Set>;
+
+template <class Set>
+constexpr std::size_t kLargestOfOneMainId = kIsPeer<Set> ? std::min(Set::kLargest, kLargestOfPeers)
+                                                         : Set::kLargest;
+
+template <class Set>
+bool isLongForPeers(std::size_t count) {
+    return kIsPeer<Set> && count >= kLargestOfPeers;
+}
+
+// The ids of main entities, sub-entities and containers are far from each other.
+constexpr std::size_t kFirstSubId = 10000000;
+constexpr std::size_t kFirstInner = 20000000;
+constexpr std::size_t kFirstOuter = 30000000;
+
+// What tells the items apart. Every difference: kName, kThreeKeysDiffer, and itemOf(mainId, index).
+
+struct SubIdsDiffer {
+    static constexpr const char* kName = "sub ids differ";
+    static constexpr bool kThreeKeysDiffer = true;
+
+    static Pick itemOf(const GxDbObjectId& mainId, std::size_t index) {
+        return {mainId, idAt(kFirstSubId + index), -1};
+    }
+};
+
+struct MarkersDiffer {
+    static constexpr const char* kName = "markers differ";
+    static constexpr bool kThreeKeysDiffer = true;
+
+    static Pick itemOf(const GxDbObjectId& mainId, std::size_t index) {
+        return {mainId, GxDbObjectId(), static_cast<long>(index) + 1};
+    }
+};
+
+// A hundred occurrences in each outer block: no single id of a path tells it from all others.
+struct PathsDiffer {
+    static constexpr const char* kName = "paths differ";
+    static constexpr bool kThreeKeysDiffer = false;
+
+    static NestedPick itemOf(const GxDbObjectId& mainId, std::size_t index) {
+        constexpr std::size_t kPerOuter = 100;
+        NestedPick pick{{mainId, GxDbObjectId(), -1}, {}};
+        pick.path.setLogicalLength(3);
+        pick.path.at(0) = idAt(kFirstOuter + index / kPerOuter);
+        pick.path.at(1) = idAt(kFirstInner + index % kPerOuter);
+        pick.path.at(2) = mainId;
+        return pick;
+    }
+};
+
+// The source of items for a contender.
+template <class Set, class Difference>
+struct OneMainId {
+    using Items = std::vector<decltype(Difference::itemOf(GxDbObjectId(), 0))>;
+    static constexpr bool kThreeKeysDiffer = Difference::kThreeKeysDiffer || !kSharesMainId<Set>;
+
+    static Items items(std::size_t count, Order order, std::size_t first = 0) {
+        Items result;
+        result.reserve(count);
+        for (const std::size_t index : indices(count, order))
+            result.push_back(Difference::itemOf(idAt(kSharesMainId<Set> ? 0 : first + index), first + index));
+        return result;
+    }
+};
+
+template <class Difference, class Operation>
+std::string nameOfOneMainId() {
+    return std::string("one main id, ") + Difference::kName + ": " + Operation::kName;
+}
+
+// In the order in which they are reported.
+template <class Set, class Source>
+using OperationsOf = OperationList<Select<Set, Source>, Reselect<Set, Source>, Contains<Set, Source>,
+                                   RemoveByKeys<Set, Source>, Merge<Set, Source>, Minus<Set, Source>>;
+
+template <class... Differences>
+struct DifferenceList {};
+
+using AllDifferences = DifferenceList<SubIdsDiffer, MarkersDiffer, PathsDiffer>;
+
+} // namespace kvbench

@@ -589,8 +589,13 @@ TEST_P(RunIndexByKeys, AsksAboutOneItemHoweverManyThereAre) {
     EXPECT_LE(kvinmemory::idEqualityCalls() + kvinmemory::idOrderCalls(), 10) << "items of equal hashes";
 }
 
-TEST_F(RunIndexTest, SubIdsInOrderAreIndexedWithFewComparisons) {
-    addSubs(10000);
+TEST_F(RunIndexTest, SubIdsInNoOrderAreIndexedWithFewComparisons) {
+    Numbers numbers;
+    for (unsigned long n = 1; n <= 10000; ++n)
+        numbers.push_back(n);
+    std::shuffle(numbers.begin(), numbers.end(), std::mt19937(3));
+    for (const unsigned long n : numbers)
+        add({n});
     kvinmemory::countIdComparisons(true);
     const auto run = build(Keys::kMarker);
     EXPECT_LE(kvinmemory::idEqualityCalls() + kvinmemory::idOrderCalls(), 60000);

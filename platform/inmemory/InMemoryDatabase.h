@@ -180,6 +180,12 @@ private:
 // The relation is transitive. One of the ids may be null.
 KV_SEAM_API void makeEqual(GxDbObjectId a, GxDbObjectId b);
 
+// Turns the counts of id comparisons on or off. Both reset them. Every function of the counts may be called
+// on any thread. The counts order no threads.
+KV_SEAM_API void countIdComparisons(bool on) noexcept;
+KV_SEAM_API long idEqualityCalls() noexcept; // of c5ObjIdIsEqualTo
+KV_SEAM_API long idOrderCalls() noexcept;    // of c5ObjIdIsLessThan
+
 // The exception of the following switches. They throw it by value.
 struct KV_SEAM_API PlatformFailure {
     long call; // the number that was passed to the switch

@@ -46,15 +46,41 @@ bool isEqual(const GxDbStub* a, const GxDbStub* b) noexcept {
     return a == b || (!gEqualIds.isEmpty() && haveEqualLowest(a, b));
 }
 
+// Relaxed accesses: the counts must not order the threads that compare.
+std::atomic<bool> gCountsComparisons{false};
+std::atomic<long> gEqualityCalls{0};
+std::atomic<long> gOrderCalls{0};
+
+void countCall(std::atomic<long>& calls) noexcept {
+    if (gCountsComparisons.load(std::memory_order_relaxed))
+        calls.fetch_add(1, std::memory_order_relaxed);
+}
+
 } // namespace
+
+void countIdComparisons(bool on) noexcept {
+    gCountsComparisons.store(on, std::memory_order_relaxed);
+    gEqualityCalls.store(0, std::memory_order_relaxed);
+    gOrderCalls.store(0, std::memory_order_relaxed);
+}
+
+long idEqualityCalls() noexcept {
+    return gEqualityCalls.load(std::memory_order_relaxed);
+}
+
+long idOrderCalls() noexcept {
+    return gOrderCalls.load(std::memory_order_relaxed);
+}
 
 } // namespace kvinmemory
 
 bool c5ObjIdIsEqualTo(const GxDbStub* a, const GxDbStub* b) noexcept {
+    kvinmemory::countCall(kvinmemory::gEqualityCalls);
     return kvinmemory::isEqual(a, b);
 }
 
 bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcept {
+    kvinmemory::countCall(kvinmemory::gOrderCalls);
     if (!kvinmemory::gEqualIds.isEmpty())
         return kvinmemory::hasLessLowest(a, b);
     return std::less<>()(a, b);
@@ -337,6 +363,7 @@ void resetAll() {
     resetOsBase();
     resetGeometry();
     gEqualIds.clear();
+    countIdComparisons(false);
     throwFromHighlight(0);
     throwFromPathCopy(0);
     throwFromPathAssignment(0);

@@ -15,6 +15,7 @@ using kvtest::id;
 using kvtest::subentPath;
 
 using EqualIds = kvtest::KvTest;
+using ComparisonCounts = kvtest::KvTest;
 using ForcedOpening = kvtest::KvTest;
 using FailingPlatform = kvtest::KvTest;
 using HighlightCallback = kvtest::KvTest;
@@ -81,6 +82,37 @@ TEST_F(EqualIds, OpenAsTheirOwnObjects) {
     EXPECT_EQ(database.openCount(first), 0);
     EXPECT_EQ(database.openCount(second), 1);
     entity->close();
+}
+
+// ---- Counts of comparisons
+
+TEST_F(ComparisonCounts, HaveTheCallsOfEachFunction) {
+    countIdComparisons(true);
+    static_cast<void>(id(1) == id(2));
+    static_cast<void>(id(1) == id(1));
+    static_cast<void>(id(1) < id(2));
+    EXPECT_EQ(idEqualityCalls(), 2);
+    EXPECT_EQ(idOrderCalls(), 1);
+}
+
+TEST_F(ComparisonCounts, AreOffAtFirst) {
+    static_cast<void>(id(1) == id(2));
+    static_cast<void>(id(1) < id(2));
+    EXPECT_EQ(idEqualityCalls(), 0);
+    EXPECT_EQ(idOrderCalls(), 0);
+}
+
+TEST_F(ComparisonCounts, StartAgainEachTimeTheyAreTurnedOnOrOff) {
+    countIdComparisons(true);
+    static_cast<void>(id(1) == id(2));
+    static_cast<void>(id(1) < id(2));
+    countIdComparisons(true);
+    EXPECT_EQ(idEqualityCalls(), 0);
+    EXPECT_EQ(idOrderCalls(), 0);
+    static_cast<void>(id(1) == id(2));
+    countIdComparisons(false);
+    static_cast<void>(id(1) == id(2));
+    EXPECT_EQ(idEqualityCalls(), 0);
 }
 
 // ---- Forced statuses
@@ -353,6 +385,7 @@ TEST_F(DatabaseReset, TurnsEverySwitchOff) {
     const GxDbObjectId drawn = database.addEntity();
     bool called = false;
     makeEqual(id(1), id(2));
+    countIdComparisons(true);
     throwFromHighlight(1);
     throwFromPathCopy(1);
     throwFromPathAssignment(1);
@@ -360,6 +393,7 @@ TEST_F(DatabaseReset, TurnsEverySwitchOff) {
     database.forceOpenStatus(drawn, eNotOpen);
     resetAll();
     EXPECT_NE(id(1), id(2));
+    EXPECT_EQ(idEqualityCalls(), 0);
     const GxDbFullSubentPath path = subentPath({1});
     GxDbFullSubentPath copy = path;
     copy = path;

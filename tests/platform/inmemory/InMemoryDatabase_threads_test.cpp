@@ -71,6 +71,18 @@ TEST_F(InMemoryThreads, IdsThatWereMadeEqualAreComparedSideBySide) {
     });
 }
 
+TEST_F(InMemoryThreads, ComparisonsAreCountedSideBySide) {
+    countIdComparisons(true);
+    onThreads([] {
+        for (int i = 0; i < kRounds; ++i) {
+            EXPECT_FALSE(kvtest::id(1) == kvtest::id(2));
+            EXPECT_TRUE(kvtest::id(1) < kvtest::id(2));
+        }
+    });
+    EXPECT_EQ(idEqualityCalls(), 4 * kRounds);
+    EXPECT_EQ(idOrderCalls(), 4 * kRounds);
+}
+
 TEST_F(InMemoryThreads, EntriesOfALogHaveAscendingNumbersOfTheirOwn) {
     const GxGeMatrix3d matrix;
     onThreads([&matrix] {

@@ -1,0 +1,247 @@
+#include "selectcontext/detail/HashTable.h"
+
+#include "tests/support/AllocationFailure.h"
+#include "tests/support/KvTest.h"
+#include "tests/support/NewTracking.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <random>
+#include <set>
+
+namespace {
+
+using Wide = kvdetail::HashTable<std::uint64_t, unsigned long>;
+using Narrow = kvdetail::HashTable<std::uint32_t, unsigned long>;
+using Model = std::map<std::uint64_t, unsigned long>;
+
+class HashTableTest : public kvtest::KvTest {
+protected:
+    void SetUp() override {
+        KvTest::SetUp();
+        expectNothingLeft();
+    }
+
+    // Whether the table has just the keys of the model up to `last`, with its values.
+    template <class Table>
+    static ::testing::AssertionResult isAs(const Model& model, const Table& table, std::uint32_t last) {
+        if (table.size() != model.size())
+            return ::testing::AssertionFailure() << table.size() << " keys instead of " << model.size();
+        for (std::uint32_t key = 1; key <= last; ++key) {
+            const auto wanted = model.find(key);
+            const unsigned long* const found = table.find(key);
+            if ((found != nullptr) != (wanted != model.end()))
+                return ::testing::AssertionFailure() << "key " << key << (found ? " is there" : " is not");
+            if (found && *found != wanted->second)
+                return ::testing::AssertionFailure() << "key " << key << " has the value of another";
+        }
+        return ::testing::AssertionSuccess();
+    }
+};
+
+TEST_F(HashTableTest, HasNoKeyAtFirst) {
+    const Wide table;
+    EXPECT_EQ(table.size(), 0u);
+    for (const std::uint64_t key : {1ul, 16ul, 17ul, ~0ul})
+        EXPECT_EQ(table.find(key), nullptr) << key;
+}
+
+TEST_F(HashTableTest, FindsEachKeyWithItsValueAndNoOther) {
+    Wide table;
+    for (std::uint64_t n = 1; n <= 1000; ++n)
+        ASSERT_TRUE(table.insert(16 * n, n).second);
+    EXPECT_EQ(table.size(), 1000u);
+    for (std::uint64_t n = 1; n <= 1000; ++n) {
+        ASSERT_NE(table.find(16 * n), nullptr) << n;
+        EXPECT_EQ(*table.find(16 * n), n);
+        EXPECT_EQ(table.find(16 * n + 8), nullptr);
+    }
+    EXPECT_EQ(table.find(16 * 1001), nullptr);
+}
+
+TEST_F(HashTableTest, KeepsTheValueOfAKeyThatIsThere) {
+    Wide table;
+    table.insert(16, 1);
+    const auto [value, isNew] = table.insert(16, 2);
+    EXPECT_FALSE(isNew);
+    EXPECT_EQ(*value, 1u);
+    EXPECT_EQ(table.size(), 1u);
+}
+
+TEST_F(HashTableTest, GivesAccessToTheValueOfANewKey) {
+    Wide table;
+    for (std::uint64_t n = 1; n <= 1000; ++n)
+        *table.insert(16 * n, 0).first = n;
+    for (std::uint64_t n = 1; n <= 1000; ++n)
+        ASSERT_EQ(*table.find(16 * n), n);
+    *table.find(std::uint64_t{16}) = 7;
+    EXPECT_EQ(*table.find(16), 7u);
+}
+
+TEST_F(HashTableTest, HasTheLargestKey) {
+    Wide table;
+    table.insert(1, 1);
+    table.insert(~std::uint64_t{0}, 2);
+    Narrow narrow;
+    narrow.insert(1, 1);
+    narrow.insert(~std::uint32_t{0}, 2);
+    EXPECT_EQ(*table.find(~std::uint64_t{0}), 2u);
+    EXPECT_EQ(*narrow.find(~std::uint32_t{0}), 2u);
+}
+
+// The first two keys show in which bits keys differ.
+TEST_F(HashTableTest, TakesNoMemoryForTheKeysThatItWasMadeFor) {
+    for (const std::size_t keys : {9u, 10u, 100u, 1000u}) {
+        Wide table(keys);
+        table.insert(1, 1);
+        table.insert(2, 2);
+        const long before = kvtest::newCalls();
+        for (std::uint64_t key = 3; key <= keys; ++key)
+            table.insert(key, key);
+        EXPECT_EQ(kvtest::newCalls(), before) << keys;
+    }
+}
+
+TEST_F(HashTableTest, GrowsSeldom) {
+    Wide table;
+    const long before = kvtest::newCalls();
+    for (std::uint64_t key = 1; key <= 100000; ++key)
+        table.insert(key, key);
+    EXPECT_LT(kvtest::newCalls() - before, 20);
+}
+
+// A look-up of a key that is not there ends at an empty bucket.
+TEST_F(HashTableTest, KeepsAnEmptyBucketHoweverManyKeysItWasMadeFor) {
+    for (std::size_t keys = 0; keys <= 200; ++keys) {
+        Wide table(keys);
+        for (std::uint64_t key = 1; key <= keys; ++key)
+            table.insert(key, key);
+        EXPECT_EQ(table.find(keys + 1), nullptr);
+    }
+}
+
+TEST_F(HashTableTest, TakesBackAKeyThatWasErased) {
+    Wide table;
+    table.insert(16, 1);
+    table.erase(16);
+    EXPECT_EQ(table.find(16), nullptr);
+    EXPECT_EQ(table.size(), 0u);
+    EXPECT_TRUE(table.insert(16, 2).second);
+    EXPECT_EQ(*table.find(16), 2u);
+}
+
+// Few buckets and keys that come and go: chains of probes run into each other and around the end.
+TEST_F(HashTableTest, IsAsAMapIsWhileKeysComeAndGo) {
+    std::mt19937_64 random(3);
+    for (const std::uint32_t last : {12u, 40u, 300u}) {
+        Wide table;
+        Narrow narrow;
+        Model model;
+        for (int step = 0; step < 6000; ++step) {
+            const auto key = static_cast<std::uint32_t>(random() % last + 1);
+            if (model.erase(key) != 0) {
+                table.erase(key);
+                narrow.erase(key);
+            } else {
+                model.emplace(key, step);
+                ASSERT_TRUE(table.insert(key, static_cast<unsigned long>(step)).second);
+                narrow.insert(key, static_cast<unsigned long>(step));
+            }
+            ASSERT_TRUE(isAs(model, table, last));
+            ASSERT_TRUE(isAs(model, narrow, last));
+        }
+    }
+}
+
+TEST_F(HashTableTest, EmptiedTableTakesKeysThatDifferFromTheFormerInTheirLowestBits) {
+    Wide table;
+    for (std::uint64_t n = 1; n <= 100; ++n)
+        table.insert(16 * n, n);
+    for (std::uint64_t n = 1; n <= 100; ++n)
+        table.erase(16 * n);
+    EXPECT_EQ(table.size(), 0u);
+    for (std::uint64_t n = 1; n <= 100; ++n)
+        table.insert(16 * n + 1 + n % 2, n);
+    for (std::uint64_t n = 1; n <= 100; ++n) {
+        EXPECT_EQ(table.find(16 * n), nullptr);
+        ASSERT_NE(table.find(16 * n + 1 + n % 2), nullptr) << n;
+        EXPECT_EQ(*table.find(16 * n + 1 + n % 2), n);
+    }
+}
+
+TEST_F(HashTableTest, FindsKeysThatDifferInEverLowerBits) {
+    Wide table;
+    for (int bit = 63; bit >= 0; --bit)
+        table.insert(std::uint64_t{1} << bit, static_cast<unsigned long>(bit));
+    for (int bit = 0; bit < 64; ++bit) {
+        ASSERT_NE(table.find(std::uint64_t{1} << bit), nullptr) << bit;
+        EXPECT_EQ(*table.find(std::uint64_t{1} << bit), static_cast<unsigned long>(bit));
+    }
+    for (int bit = 63; bit >= 0; --bit)
+        table.erase(std::uint64_t{1} << bit);
+    EXPECT_EQ(table.size(), 0u);
+}
+
+// The bits in which the first keys agree choose no bucket: without a change, all others would share one.
+TEST_F(HashTableTest, SpreadsKeysThatDifferInOtherBitsThanTheFirst) {
+    constexpr std::uint64_t kMany = 200000; // quadratic work would take minutes
+    Wide table;
+    for (std::uint64_t n = 1; n <= 100; ++n)
+        table.insert(n << 40, n);
+    for (std::uint64_t n = 1; n <= kMany; ++n)
+        table.insert((std::uint64_t{101} << 40) + n, n);
+    for (std::uint64_t n = 1; n <= kMany; ++n)
+        ASSERT_EQ(*table.find((std::uint64_t{101} << 40) + n), n);
+    for (std::uint64_t n = 1; n <= 100; ++n)
+        EXPECT_EQ(*table.find(n << 40), n);
+}
+
+TEST_F(HashTableTest, SpreadsKeysThatDifferInTheirHighestBitsOnly) {
+    constexpr std::uint32_t kMany = 60000;
+    Wide table;
+    Narrow narrow;
+    for (std::uint32_t n = 1; n <= kMany; ++n) {
+        table.insert((std::uint64_t{n} << 47) + 5, n);
+        narrow.insert((n << 16) + 5, n);
+    }
+    for (std::uint32_t n = 1; n <= kMany; ++n) {
+        ASSERT_EQ(*table.find((std::uint64_t{n} << 47) + 5), n);
+        ASSERT_EQ(*narrow.find((n << 16) + 5), n);
+    }
+}
+
+TEST_F(HashTableTest, IsMadeOrThrowsWithoutMemory) {
+    kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
+        const kvtest::Outcome outcome = point.run([] { const Wide table(1000); });
+        EXPECT_EQ(outcome.failed, outcome.injected);
+    });
+}
+
+TEST_F(HashTableTest, TakesAKeyOrIsAsItWas) {
+    // From each hundredth key on, keys differ in lower bits than before.
+    const auto keyOf = [](std::uint64_t n) { return (n % 100 + 1) * 4096 >> (n / 100 * 3); };
+    kvtest::forEachAllocationFailure([&](kvtest::FailurePoint& point) {
+        Wide table;
+        std::uint64_t done = 0;
+        const kvtest::Outcome outcome = point.run([&] {
+            for (; done < 300; ++done)
+                table.insert(keyOf(done), keyOf(done));
+        });
+        EXPECT_EQ(outcome.failed, outcome.injected);
+        std::set<std::uint64_t> expected;
+        for (std::uint64_t n = 0; n < done; ++n)
+            expected.insert(keyOf(n));
+        EXPECT_EQ(table.size(), expected.size());
+        for (const std::uint64_t key : expected) {
+            ASSERT_NE(table.find(key), nullptr);
+            EXPECT_EQ(*table.find(key), key);
+        }
+        table.insert(3, 77);
+        EXPECT_EQ(*table.find(3), 77u);
+    });
+}
+
+} // namespace

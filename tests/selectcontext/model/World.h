@@ -19,6 +19,8 @@ namespace kvmodel {
 class World {
 public:
     static constexpr int kNestedPathCount = 7;
+    static constexpr int kPathCountOfRuns = 40; // in a world of long runs
+    static constexpr int kFirstSpare = 41;      // ids from here on are made equal to others while a test runs
     static constexpr int kInfoCount = 6;
     static constexpr int kSubentPathCount = 20;
 
@@ -28,6 +30,7 @@ public:
     ~World();
 
     const IdRules& rules() const { return mRules; }
+    void makeEqual(int a, int b);
 
     // Ids by number. 0 is the null id.
     const GxDbObjectId& id(int number) const { return mIds[static_cast<std::size_t>(number)]; }
@@ -60,6 +63,7 @@ public:
 
 private:
     void addNestedPath(const std::vector<int>& ids);
+    void addPathsOfRuns();
     void addSubentPath(const SubentPath& path);
 
     kvinmemory::Database mDatabase;

@@ -501,7 +501,8 @@ void Machine::addToRun(int s, int main, int sub, long marker, int info, int path
         kvtest::freeInfo(made);
 }
 
-// The pattern says how many different sub ids, markers, paths and infos the items have.
+// The pattern says how many different sub ids, markers, paths and infos the items have. Some operations fill
+// the runs of all main ids by turns.
 void Machine::fillRun(const Operation& o) {
     const int pattern = o[4];
     constexpr int kSubCounts[] = {1, 5, 37};
@@ -510,14 +511,17 @@ void Machine::fillRun(const Operation& o) {
     const int subs = kSubCounts[pattern % 3];
     const int markers = kMarkerCounts[pattern / 3 % 4];
     const int paths = kPathCounts[pattern / 12 % 3];
+    const bool areMany = pattern % 8 == 7;
+    const int length = areMany ? World::kMainCountOfRuns * (60 + o[3] % 40) : o[3];
     const int infos = pattern / 36 % 2 != 0 ? World::kInfoCount : 1;
     constexpr int kMarkers[] = {0, -1, 1, 5};
-    for (int i = 0; i < o[3]; ++i) {
+    for (int i = 0; i < length; ++i) {
+        const int main = areMany ? World::mainOfRun(i % World::kMainCountOfRuns) : o[1];
         const int sub = (o[2] + i % subs) % World::kFirstSpare;
         const int marker = (i / subs + i) % markers;
         const int path = (i / markers + i) % paths - (paths == 1 ? 1 : 0);
-        noteUsed(o[1], sub, path);
-        addToRun(o[0], o[1], sub, marker < 4 ? kMarkers[marker] : marker, i % 7 % infos - 1, path);
+        noteUsed(main, sub, path);
+        addToRun(o[0], main, sub, marker < 4 ? kMarkers[marker] : marker, i % 7 % infos - 1, path);
     }
 }
 
@@ -1074,7 +1078,7 @@ void Machine::lookUpWithoutMemory(const Operation& o) {
         both(
             what,
             [&]() -> long {
-                const NewFailure failure(1 + o[5] % 32, true);
+                const NewFailure failure(1 + o[5] / 2, o[5] % 2 != 0);
                 return actual();
             },
             [&]() -> long { return mModel.find(modelSet(o[0]), keys); });

@@ -77,7 +77,7 @@ public:
         if (!hasRuns())
             return;
         constexpr int kCounts[] = {1, 3, 12, 40};
-        mMainCount = 1 + below(3);
+        mMainCount = below(4) == 0 ? World::kMainCountOfRuns : 1 + below(3);
         mSubCount = kCounts[below(4)];
         mMarkerCount = 2 + below(4);
         mPathCount = kCounts[below(4)];
@@ -103,10 +103,12 @@ private:
         return kind == 1 ? mProfile.idCount + 1 : 1 + below(mProfile.idCount);
     }
 
-    // Most often one of the episode's few main ids. One in `otherwise` is any id.
+    // Most often one of the episode's few main ids. One in `otherwise` is any id, or one made equal to
+    // another.
     int mainOfRun(int otherwise) {
-        constexpr int kMains[] = {1, 4, 10};
-        return below(otherwise) == 0 ? id() : kMains[below(mMainCount)];
+        if (below(otherwise) != 0)
+            return World::mainOfRun(below(mMainCount));
+        return below(3) != 0 ? unitedOr(2) : id();
     }
 
     // An id that was made equal to another one.
@@ -134,19 +136,19 @@ private:
         return below(8) == 0 ? -1 : below(count);
     }
 
-    // Each spare id is drawn once while there are any.
+    // Each spare id is drawn once while there are any. Those on nested paths come last.
     int spare() {
         const int count = mProfile.idCount + 1 - World::kFirstSpare;
         const int drawn = static_cast<int>(mUnited.size());
-        const int id = World::kFirstSpare + (drawn < count ? drawn : below(count));
+        const int id = mProfile.idCount - (drawn < count ? drawn : below(count));
         mUnited.push_back(id);
         return id;
     }
 
     int target() {
-        const int kind = below(4);
+        const int kind = below(3);
         if (kind == 0)
-            return mainOfRun(4);
+            return World::mainOfRun(below(mMainCount));
         return kind == 1 ? unitedOr(1) : below(World::kFirstSpare);
     }
 
@@ -171,11 +173,9 @@ private:
         case 'w':
             return kCursorCount / 2 + below(kCursorCount / 2);
         case 'i':
-            return hasRuns() ? mainOfRun(40) : id();
+            return hasRuns() ? mainOfRun(12) : id();
         case 'j':
-            if (!hasRuns())
-                return id();
-            return below(5) == 0 ? unitedOr(id()) : mainOfRun(20);
+            return hasRuns() ? mainOfRun(5) : id();
         case 'e':
             return spare();
         case 'g':

@@ -71,13 +71,13 @@ namespace kvmodel {
     OPERATION(editRecord, "spiumb", 3, 1, 1)                                                                 \
     OPERATION(replaceRecord, "spiumb", 2, 1, 1)                                                              \
     OPERATION(fill, "sz", 0, 6, 0)                                                                           \
-    OPERATION(removeRun, "spz", 0, 3, 2)                                                                     \
-    OPERATION(removeThroughCursor, "swpz", 0, 3, 2)                                                          \
-    OPERATION(fillRun, "siuhv", 0, 0, 10)                                                                    \
+    OPERATION(removeRun, "spz", 0, 3, 4)                                                                     \
+    OPERATION(removeThroughCursor, "swpz", 0, 3, 3)                                                          \
+    OPERATION(fillRun, "siuhv", 0, 0, 14)                                                                    \
     OPERATION(uniteIds, "eg", 0, 0, 8)                                                                       \
-    OPERATION(editIndex, "spb", 0, 0, 1)                                                                     \
-    OPERATION(lookUpWithoutMemory, "sjumnv", 0, 0, 6)                                                        \
-    OPERATION(selectWithoutMemory, "siumfnv", 0, 0, 6)
+    OPERATION(editIndex, "spb", 0, 0, 3)                                                                     \
+    OPERATION(lookUpWithoutMemory, "sjumnv", 0, 0, 9)                                                        \
+    OPERATION(selectWithoutMemory, "siumfnv", 0, 0, 12)
 
 enum class Kind {
 #define KV_MODEL_ENUMERATOR(name, roles, small, large, runs) name,

@@ -30,8 +30,8 @@ constexpr std::uint64_t kSeed = 1;
 constexpr Profile kSmall{"small sets", Shape::kSmall, false, 8, 40, 500};
 constexpr Profile kEqual{"ids that are equal although distinct", Shape::kSmall, true, 8, 40, 250};
 constexpr Profile kLarge{"sets across pages", Shape::kLarge, false, 6000, 9000, 200};
-constexpr Profile kRuns{"long runs of one id", Shape::kRuns, false, 60, 2500, 150};
-constexpr Profile kEqualInRuns{"equal ids in long runs", Shape::kRuns, true, 60, 2500, 150};
+constexpr Profile kRuns{"long runs of one id", Shape::kRuns, false, 60, 2500, 300};
+constexpr Profile kEqualInRuns{"equal ids in long runs", Shape::kRuns, true, 60, 2500, 300};
 
 void expectAgreement(const Profile& profile, long operations) {
     const std::string failure =
@@ -52,11 +52,11 @@ TEST(SelectSetModel, SetsOfSeveralPagesAgreeWithTheirModel) {
 }
 
 TEST(SelectSetModel, LongRunsOfOneIdAgreeWithTheirModel) {
-    expectAgreement(kRuns, kOperations / 125);
+    expectAgreement(kRuns, kOperations / 60);
 }
 
 TEST(SelectSetModel, EqualIdsInLongRunsAgreeWithTheirModel) {
-    expectAgreement(kEqualInRuns, kOperations / 250);
+    expectAgreement(kEqualInRuns, kOperations / 60);
 }
 
 } // namespace

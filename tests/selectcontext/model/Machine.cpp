@@ -13,6 +13,8 @@ namespace kvmodel {
 
 namespace {
 
+constexpr int kOutOfMemory = 6;
+
 using kvtest::RecordTracker;
 using DataMap = GxapSelectSet::SSetData::DataMap;
 
@@ -71,6 +73,15 @@ GxDbFullSubentPath* actualPath(const PathPtr& path) {
     return path ? static_cast<GxDbFullSubentPath*>(const_cast<void*>(path->actual)) : nullptr;
 }
 
+// Lets operator new fail.
+class NewFailure {
+public:
+    NewFailure(long nth, bool andLater) { kvtest::failNew(nth, andLater); }
+    NewFailure(const NewFailure&) = delete;
+    NewFailure& operator=(const NewFailure&) = delete;
+    ~NewFailure() { kvtest::allowNew(); }
+};
+
 class MaskExcluder : public IGxapSSetEntityExcluder {
 public:
     MaskExcluder(const World& world, unsigned mask) : mWorld(world), mMask(mask) {}
@@ -107,7 +118,8 @@ std::vector<const GxDbFullSubentPath*> pathsLeft(std::size_t from) {
 // ---- Life
 
 Machine::Machine(const Profile& profile, kvtest::RecordTracker& tracker)
-    : mProfile(profile), mTracker(tracker), mWorld(profile), mModel(mWorld.rules()) {
+    : mProfile(profile), mTracker(tracker), mWorld(profile), mModel(mWorld.rules()),
+      mIsUsed(static_cast<std::size_t>(profile.idCount) + 2) {
     mModel.entityOf = [this](const SubentPath& path) { return mWorld.entityOf(path); };
     mOtherEmptyVectors = static_cast<long>(gpEmptyVectorData->refCount.load());
     mOtherPaths = kvinmemory::livePaths();
@@ -145,7 +157,7 @@ void Machine::perform(const Operation& operation) {
     mRecordsChanged = false;
     limitSizes();
     switch (operation.kind) {
-#define KV_MODEL_CASE(name, roles, small, large)                                                             \
+#define KV_MODEL_CASE(name, roles, small, large, runs)                                                       \
     case Kind::name:                                                                                         \
         name(operation);                                                                                     \
         break;
@@ -423,6 +435,7 @@ void Machine::setUnique(const Operation& o) {
 // ---- Adding
 
 void Machine::select(const Operation& o) {
+    noteUsed(o[1], o[2], o[5]);
     GxapSelectedEntInfo* const info = World::makeInfo(o[4]);
     bothDo(
         "select",
@@ -458,6 +471,7 @@ void Machine::selectKeysOf(const Operation& o) {
 }
 
 void Machine::append(const Operation& o) {
+    noteUsed(o[1], o[2]);
     bothDo(
         "append", [&] { accessor(o[0]).append(mWorld.id(o[1]), mWorld.id(o[2])); },
         [&] { mModel.select(modelSet(o[0]), o[1], o[2], -1, std::nullopt, nullptr); });
@@ -476,6 +490,89 @@ void Machine::fill(const Operation& o) {
         watched([&] { accessor(o[0]).select(mWorld.id(idOf(i)), mWorld.id(i % 3), -1, nullptr, nullptr); });
         mModel.select(modelSet(o[0]), idOf(i), i % 3, -1, std::nullopt, nullptr);
     }
+}
+
+void Machine::addToRun(int s, int main, int sub, long marker, int info, int path) {
+    GxapSelectedEntInfo* const made = World::makeInfo(info);
+    watched(
+        [&] { accessor(s).select(mWorld.id(main), mWorld.id(sub), marker, made, mWorld.nestedPath(path)); });
+    mModel.select(modelSet(s), main, sub, marker, World::modelInfo(info), mWorld.modelNestedPath(path));
+    if (mWorld.rules().isNull(main))
+        kvtest::freeInfo(made);
+}
+
+// The pattern says how many different sub ids, markers, paths and infos the items have. Some operations fill
+// the runs of all main ids by turns.
+void Machine::fillRun(const Operation& o) {
+    const int pattern = o[4];
+    constexpr int kSubCounts[] = {1, 5, 37};
+    constexpr int kMarkerCounts[] = {1, 2, 4, 50};
+    constexpr int kPathCounts[] = {1, 3, World::kPathCountOfRuns};
+    const int subs = kSubCounts[pattern % 3];
+    const int markers = kMarkerCounts[pattern / 3 % 4];
+    const int paths = kPathCounts[pattern / 12 % 3];
+    const bool areMany = pattern % 8 == 7;
+    const int length = areMany ? World::kMainCountOfRuns * (60 + o[3] % 40) : o[3];
+    const int infos = pattern / 36 % 2 != 0 ? World::kInfoCount : 1;
+    constexpr int kMarkers[] = {0, -1, 1, 5};
+    for (int i = 0; i < length; ++i) {
+        const int main = areMany ? World::mainOfRun(i % World::kMainCountOfRuns) : o[1];
+        const int sub = (o[2] + i % subs) % World::kFirstSpare;
+        const int marker = (i / subs + i) % markers;
+        const int path = (i / markers + i) % paths - (paths == 1 ? 1 : 0);
+        noteUsed(main, sub, path);
+        addToRun(o[0], main, sub, marker < 4 ? kMarkers[marker] : marker, i % 7 % infos - 1, path);
+    }
+}
+
+// The index of run or ids may lose memory at any point. If an item cannot be added, nothing has happened.
+void Machine::selectWithoutMemory(const Operation& o) {
+    Set& model = modelSet(o[0]);
+    if (!model.data || model.data.use_count() > 1)
+        return;
+    noteUsed(o[1], o[2], o[5]);
+    GxapSelectedEntInfo* const info = World::makeInfo(o[4]);
+    try {
+        const RecordTracker::Recording recording(mTracker, true);
+        const NewFailure failure(1 + o[6] % 8, false);
+        accessor(o[0]).select(mWorld.id(o[1]), mWorld.id(o[2]), o[3], info, mWorld.nestedPath(o[5]));
+    } catch (const std::bad_alloc&) {
+        return;
+    } catch (KvErrorStatus* exception) {
+        const std::unique_ptr<KvErrorStatus> owner(exception);
+        expectSame(exception->status(), kOutOfMemory, "status of selecting without memory");
+        return;
+    }
+    mModel.select(model, o[1], o[2], o[3], World::modelInfo(o[4]), mWorld.modelNestedPath(o[5]));
+    if (mWorld.rules().isNull(o[1]))
+        kvtest::freeInfo(info);
+}
+
+// ---- Equal ids
+
+void Machine::noteUsed(int main, int sub, int path) {
+    mIsUsed[static_cast<std::size_t>(main)] = true;
+    mIsUsed[static_cast<std::size_t>(sub)] = true;
+    const Vector<int>* const ids = mWorld.modelNestedPath(path);
+    for (int i = 0; ids && i < ids->size(); ++i)
+        mIsUsed[static_cast<std::size_t>((*ids)[i])] = true;
+}
+
+// No item has had an id that is equal to this one.
+bool Machine::isMovable(int id) const {
+    for (std::size_t other = 0; other < mIsUsed.size(); ++other) {
+        if (mIsUsed[other] && mWorld.rules().same(static_cast<int>(other), id))
+            return false;
+    }
+    return true;
+}
+
+// Ids of items keep their place in the order: only ids that no item has had move to a lower place.
+void Machine::uniteIds(const Operation& o) {
+    const IdRules& rules = mWorld.rules();
+    const int higher = rules.rank(o[0]) > rules.rank(o[1]) ? o[0] : o[1];
+    if (mProfile.hasEqualIds && !rules.same(o[0], o[1]) && isMovable(higher))
+        mWorld.makeEqual(o[0], o[1]);
 }
 
 // ---- Removing
@@ -847,12 +944,18 @@ void Machine::setNestedPath(const Operation& o) {
     if (o[1] < 0)
         return;
     mRecordsChanged = true;
+    noteUsed(0, 0, o[1]);
     bothDo(
         "setNestedEntFullPath", [&] { writable(o[0]).setNestedEntFullPath(*mWorld.nestedPath(o[1])); },
         [&] {
             if (const RecordPtr record = mModel.get(modelCursor(o[0])))
                 record->path = *mWorld.modelNestedPath(o[1]);
         });
+    const int own = numberOf(modelCursor(o[0]).set);
+    if (hasRuns() && own >= 0) {
+        accessor(own).updateDataMap();
+        mModel.updateDataMap(modelSet(own));
+    }
 }
 
 void Machine::setSegment(const Operation& o) {
@@ -962,6 +1065,28 @@ void Machine::lookUp(const Operation& o) {
               {o[1], o[2], o[3], mWorld.modelNestedPath(o[4]), info ? info->matrix : 0});
     for (long other : {-1, 0, 1, 5})
         expectSame(isGsMarkEqual(o[3], other), sameMarker(o[3], other), "isGsMarkEqual");
+}
+
+// Looking up needs no memory: an index is made where there is memory for it.
+void Machine::lookUpWithoutMemory(const Operation& o) {
+    const GxapSelectSet& in = set(o[0]);
+    const GxDbObjectId& main = mWorld.id(o[1]);
+    const GxDbObjectId& sub = mWorld.id(o[2]);
+    const long marker = o[3];
+    const KvVector<GxDbObjectId>* const path = mWorld.nestedPath(o[4]);
+    const auto find = [&](const char* what, const std::function<int()>& actual, const Keys& keys) {
+        both(
+            what,
+            [&]() -> long {
+                const NewFailure failure(1 + o[5] / 2, o[5] % 2 != 0);
+                return actual();
+            },
+            [&]() -> long { return mModel.find(modelSet(o[0]), keys); });
+    };
+    const Vector<int>* const modelPath = mWorld.modelNestedPath(o[4]);
+    find("find by three keys", [&] { return in.find(main, sub, marker); }, {o[1], o[2], marker, nullptr, {}});
+    find("find by all keys", [&] { return in.find(main, sub, marker, path); },
+         {o[1], o[2], marker, modelPath, {}});
 }
 
 void Machine::lookUpKeysOf(const Operation& o) {
@@ -1124,6 +1249,7 @@ void Machine::toggleSubselection(const Operation& o) {
 
 // If the call makes a new item, no record has its path copy. The log of the database has the copy's address.
 void Machine::appendSubselection(const Operation& o) {
+    noteUsed(mWorld.entityOf(mWorld.modelSubentPath(o[1])).value_or(0), 0);
     mRecordsChanged = true;
     const std::size_t loggedBefore = kvinmemory::databaseEvents().size();
     kvinmemory::setLogging(true);
@@ -1188,6 +1314,7 @@ void Machine::readSubselection(const Operation& o) {
 // ---- Records changed by the caller
 
 void Machine::editRecord(const Operation& o) {
+    noteUsed(o[2], o[3]);
     mRecordsChanged = true;
     const int at = positionOf(o[1], countOf(o[0]));
     both(
@@ -1210,11 +1337,12 @@ void Machine::editRecord(const Operation& o) {
             record->marker = o[4];
             return 1L;
         });
-    if (o[5] != 0)
+    if (o[5] != 0 || hasRuns())
         updateDataMap(o);
 }
 
 void Machine::replaceRecord(const Operation& o) {
+    noteUsed(o[2], o[3]);
     mRecordsChanged = true;
     const int at = positionOf(o[1], countOf(o[0]));
     both(
@@ -1241,8 +1369,31 @@ void Machine::replaceRecord(const Operation& o) {
             place.page->slots[static_cast<std::size_t>(place.slot)] = record;
             return 1L;
         });
-    if (o[5] != 0)
+    if (o[5] != 0 || hasRuns())
         updateDataMap(o);
+}
+
+// Erases the entry of an item, or takes it out and puts it in again behind the others of its id.
+void Machine::editIndex(const Operation& o) {
+    Set& model = modelSet(o[0]);
+    if (!model.hasItems() || model.data.use_count() > 1)
+        return;
+    const std::optional<Place> place = model.data->store->elementAt(positionOf(o[1], countOf(o[0])));
+    Index& index = model.data->index;
+    const auto entry = std::find_if(index.begin(), index.end(), [&](const auto& each) {
+        const Place& its = each.second.place;
+        return place && its.page == place->page && its.slot == place->slot;
+    });
+    if (entry == index.end())
+        return;
+    DataMap& actual = set(o[0]).sharedData->dataMap;
+    const auto actualEntry = std::next(actual.begin(), std::distance(index.begin(), entry));
+    auto node = actual.extract(actualEntry);
+    auto modelNode = index.extract(entry);
+    if (o[2] == 0)
+        return;
+    actual.insert(std::move(node));
+    index.insert(std::move(modelNode));
 }
 
 } // namespace kvmodel

@@ -36,7 +36,7 @@ private:
 
     static constexpr int kConstCount = kCursorCount / 2;
 
-#define KV_MODEL_METHOD(name, roles, small, large) void name(const Operation& o);
+#define KV_MODEL_METHOD(name, roles, small, large, runs) void name(const Operation& o);
     KV_MODEL_OPERATIONS(KV_MODEL_METHOD)
 #undef KV_MODEL_METHOD
 
@@ -84,6 +84,12 @@ private:
     void placeActual(Slot& slot, bool assigned, const Make& make);
     void placeModel(Cursor& cursor, bool assigned, const std::function<void(Cursor&)>& make);
     static int sourceOf(const Operation& o);
+    void noteUsed(int main, int sub, int path = -1);
+    bool isMovable(int id) const;
+    bool hasRuns() const {
+        return mProfile.shape == Shape::kRuns;
+    }
+    void addToRun(int s, int main, int sub, long marker, int info, int path);
 
     struct ActualKeys {
         const GxDbObjectId& main;
@@ -133,6 +139,7 @@ private:
     std::vector<std::pair<const void*, RecordPtr>> mReturned; // returned by both sides
     std::vector<selected_entity*> mNewRecords;                // made in this step, sorted by address
     std::vector<selected_entity*> mNewInSets;                 // those of mNewRecords that are in sets
+    std::vector<bool> mIsUsed;                                // by id: an item may have had it
     int mStep = 0;
     bool mRecordsChanged = false; // by something else than adding and removing
     long mEmptyVectors = 0;       // counted while comparing

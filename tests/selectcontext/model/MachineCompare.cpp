@@ -21,7 +21,8 @@ constexpr int kFullEvery = 24; // number of steps between full comparisons of la
 void Machine::compare() {
     deleteOrphanedLists(); // these lists share blocks
     mEmptyVectors = 0;
-    const bool full = !mProfile.isLarge || mRecordsChanged || mStep % kFullEvery == 0;
+    const bool isSmall = mProfile.shape == Shape::kSmall;
+    const bool full = isSmall || mRecordsChanged || mStep % kFullEvery == 0;
     for (const GxapSelectSet* s : mSets)
         mTracker.ignore(s->sharedData);
     mNewRecords = mTracker.takeNew();
@@ -47,7 +48,7 @@ void Machine::compare() {
         expect(mTracker.isLive(record->actual), "a removed record is not destroyed");
         compareRecord(*static_cast<const selected_entity*>(record->actual), *record);
     }
-    if (full && !mProfile.isLarge)
+    if (isSmall)
         expectSame(static_cast<long>(gpEmptyVectorData->refCount.load()), mOtherEmptyVectors + mEmptyVectors,
                    "sharers of the empty block");
     expectSame(kvinmemory::livePaths(), mOtherPaths + PathObject::liveCount, "sub-entity paths that exist");

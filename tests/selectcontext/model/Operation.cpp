@@ -14,12 +14,11 @@ namespace {
 struct Description {
     const char* name;
     const char* roles;
-    int smallWeight;
-    int largeWeight;
+    int weights[3]; // by shape
 };
 
 constexpr Description kDescriptions[] = {
-#define KV_MODEL_DESCRIPTION(name, roles, small, large) {#name, roles, small, large},
+#define KV_MODEL_DESCRIPTION(name, roles, small, large, runs) {#name, roles, {small, large, runs}},
     KV_MODEL_OPERATIONS(KV_MODEL_DESCRIPTION)
 #undef KV_MODEL_DESCRIPTION
 };
@@ -38,7 +37,11 @@ const char* nameOf(char role) {
     case 'w':
         return "cursor";
     case 'i':
+    case 'j':
         return "main";
+    case 'e':
+    case 'g':
+        return "id";
     case 'u':
         return "sub";
     case 'm':
@@ -55,7 +58,10 @@ const char* nameOf(char role) {
     case 'X':
         return "path";
     case 'b':
+    case 'y':
         return "flag";
+    case 'h':
+        return "length";
     default:
         return "number";
     }
@@ -66,8 +72,15 @@ public:
     Draw(const Profile& profile, std::uint64_t seed) : mProfile(profile), mRandom(seed) {
         std::vector<int> weights;
         for (const Description& description : kDescriptions)
-            weights.push_back(profile.isLarge ? description.largeWeight : description.smallWeight);
+            weights.push_back(description.weights[static_cast<std::size_t>(profile.shape)]);
         mKinds = std::discrete_distribution<int>(weights.begin(), weights.end());
+        if (!hasRuns())
+            return;
+        constexpr int kCounts[] = {1, 3, 12, 40};
+        mMainCount = below(4) == 0 ? World::kMainCountOfRuns : 1 + below(3);
+        mSubCount = kCounts[below(4)];
+        mMarkerCount = 2 + below(4);
+        mPathCount = kCounts[below(4)];
     }
 
     Operation operation() {
@@ -81,12 +94,65 @@ public:
 private:
     int below(int bound) { return static_cast<int>(mRandom() % static_cast<unsigned>(bound)); }
 
+    bool hasRuns() const { return mProfile.shape == Shape::kRuns; }
+
     int id() {
         const int kind = below(30);
         if (kind == 0)
             return 0;
         return kind == 1 ? mProfile.idCount + 1 : 1 + below(mProfile.idCount);
     }
+
+    // Most often one of the episode's few main ids. One in `otherwise` is any id, or one made equal to
+    // another.
+    int mainOfRun(int otherwise) {
+        if (below(otherwise) != 0)
+            return World::mainOfRun(below(mMainCount));
+        return below(3) != 0 ? unitedOr(2) : id();
+    }
+
+    // An id that was made equal to another one.
+    int unitedOr(int id) {
+        return mUnited.empty() ? id
+                               : mUnited[static_cast<std::size_t>(below(static_cast<int>(mUnited.size())))];
+    }
+
+    int subOfRun() {
+        const int kind = below(8);
+        if (kind == 0)
+            return below(World::kFirstSpare);
+        return kind == 1 ? unitedOr(0) : below(mSubCount);
+    }
+
+    // Four different markers, or fewer, or many.
+    int markerOfRun() {
+        constexpr int kMarkers[] = {0, -1, 5, 1};
+        const int kind = below(mMarkerCount == 5 ? 60 : mMarkerCount);
+        return kind < 4 ? kMarkers[kind] : kind;
+    }
+
+    int pathOfRun() {
+        const int count = mPathCount < World::kPathCountOfRuns ? mPathCount : World::kPathCountOfRuns;
+        return below(8) == 0 ? -1 : below(count);
+    }
+
+    // Each spare id is drawn once while there are any. Those on nested paths come last.
+    int spare() {
+        const int count = mProfile.idCount + 1 - World::kFirstSpare;
+        const int drawn = static_cast<int>(mUnited.size());
+        const int id = mProfile.idCount - (drawn < count ? drawn : below(count));
+        mUnited.push_back(id);
+        return id;
+    }
+
+    int target() {
+        const int kind = below(3);
+        if (kind == 0)
+            return World::mainOfRun(below(mMainCount));
+        return kind == 1 ? unitedOr(1) : below(World::kFirstSpare);
+    }
+
+    int runLength() { return below(5) == 0 ? below(1600) : 50 + below(150); }
 
     int position() {
         const int kind = below(12);
@@ -107,13 +173,19 @@ private:
         case 'w':
             return kCursorCount / 2 + below(kCursorCount / 2);
         case 'i':
-            return id();
+            return hasRuns() ? mainOfRun(12) : id();
+        case 'j':
+            return hasRuns() ? mainOfRun(5) : id();
+        case 'e':
+            return spare();
+        case 'g':
+            return target();
         case 'u':
-            return below(3);
+            return hasRuns() ? subOfRun() : below(3);
         case 'm':
-            return kMarkers[below(4)];
+            return hasRuns() ? markerOfRun() : kMarkers[below(4)];
         case 'n':
-            return below(World::kNestedPathCount + 1) - 1;
+            return hasRuns() ? pathOfRun() : below(World::kNestedPathCount + 1) - 1;
         case 'f':
             return below(World::kInfoCount + 1) - 1;
         case 'p':
@@ -126,6 +198,10 @@ private:
             return below(World::kSubentPathCount + 4) - 4 < 0 ? -1 : below(World::kSubentPathCount);
         case 'b':
             return below(2);
+        case 'y':
+            return hasRuns() ? below(6) == 0 : below(2);
+        case 'h':
+            return runLength();
         case 'v':
             return below(256);
         default:
@@ -136,6 +212,13 @@ private:
     const Profile& mProfile;
     std::mt19937_64 mRandom;
     std::discrete_distribution<int> mKinds;
+
+    // Of an episode with long runs.
+    int mMainCount = 0;
+    int mSubCount = 0;
+    int mMarkerCount = 0;
+    int mPathCount = 0;
+    std::vector<int> mUnited;
 };
 
 } // namespace

@@ -8,73 +8,79 @@
 
 namespace kvmodel {
 
-// Name, roles of the arguments, weight in small sets, weight in large sets. The roles:
+// Name, roles of the arguments, weights in small sets, in large sets, and in sets with long runs. The roles:
 //   s set               S set or null          c any cursor      k const cursor    w writable cursor
-//   i main id           u sub id               m marker          n nested path     f entity info
-//   p item position     q path position        x sub-entity path X the same or null
-//   b flag              v small number         z large number
+//   i main id           j main id to look up   u sub id          m marker          n nested path
+//   e spare id          g id to be equal to    f entity info     p item position   q path position
+//   x sub-entity path   X the same or null     b flag            y seldom set flag h run length
+//   v small number      z large number
 #define KV_MODEL_OPERATIONS(OPERATION)                                                                       \
-    OPERATION(construct, "svs", 2, 1)                                                                        \
-    OPERATION(assign, "ss", 6, 4)                                                                            \
-    OPERATION(copyFrom, "ss", 3, 1)                                                                          \
-    OPERATION(createData, "s", 1, 0)                                                                         \
-    OPERATION(releaseData, "s", 1, 0)                                                                        \
-    OPERATION(assignData, "sS", 1, 0)                                                                        \
-    OPERATION(assignClone, "ss", 1, 1)                                                                       \
-    OPERATION(countForLisp, "sv", 1, 1)                                                                      \
-    OPERATION(clear, "s", 2, 1)                                                                              \
-    OPERATION(clearData, "s", 1, 1)                                                                          \
-    OPERATION(writeData, "s", 2, 2)                                                                          \
-    OPERATION(updateDataMap, "s", 3, 2)                                                                      \
-    OPERATION(setNestedMode, "sb", 2, 1)                                                                     \
-    OPERATION(setUnique, "sb", 4, 1)                                                                         \
-    OPERATION(select, "siumfn", 24, 20)                                                                      \
-    OPERATION(selectKeysOf, "sspf", 4, 2)                                                                    \
-    OPERATION(append, "siu", 5, 5)                                                                           \
-    OPERATION(appendRecord, "ssp", 6, 3)                                                                     \
-    OPERATION(removeMain, "si", 3, 3)                                                                        \
-    OPERATION(removeSub, "siu", 3, 2)                                                                        \
-    OPERATION(removeMarker, "sium", 5, 3)                                                                    \
-    OPERATION(removeKeysOf, "sspv", 6, 4)                                                                    \
-    OPERATION(removeAtIndex, "sp", 6, 6)                                                                     \
-    OPERATION(removeAtCursor, "swb", 10, 10)                                                                 \
-    OPERATION(merge, "sSS", 4, 1)                                                                            \
-    OPERATION(minus, "sSS", 4, 1)                                                                            \
-    OPERATION(transfer, "ssSvb", 4, 1)                                                                       \
-    OPERATION(makeCursor, "ksviumnpb", 14, 10)                                                               \
-    OPERATION(makeWritableCursor, "wsviumpb", 14, 10)                                                        \
-    OPERATION(copyCursor, "cc", 3, 2)                                                                        \
-    OPERATION(assignCursor, "cc", 5, 3)                                                                      \
-    OPERATION(step, "c", 14, 14)                                                                             \
-    OPERATION(previous, "cc", 10, 8)                                                                         \
-    OPERATION(disable, "c", 1, 1)                                                                            \
-    OPERATION(destroyCursor, "c", 1, 1)                                                                      \
-    OPERATION(readCursor, "c", 10, 8)                                                                        \
-    OPERATION(compareCursors, "cc", 4, 3)                                                                    \
-    OPERATION(setNestedPath, "wn", 3, 1)                                                                     \
-    OPERATION(setSegment, "wXbs", 8, 1)                                                                      \
-    OPERATION(writeViewports, "cv", 3, 1)                                                                    \
-    OPERATION(lookUp, "siumnf", 8, 6)                                                                        \
-    OPERATION(lookUpKeysOf, "sspfb", 4, 14)                                                                  \
-    OPERATION(readPositions, "sp", 4, 8)                                                                     \
-    OPERATION(compareSets, "sS", 5, 2)                                                                       \
-    OPERATION(draw, "sbb", 1, 0)                                                                             \
-    OPERATION(drawCursor, "scbb", 2, 0)                                                                      \
-    OPERATION(makeSubselection, "spxv", 5, 1)                                                                \
-    OPERATION(toggleSubselection, "sp", 2, 0)                                                                \
-    OPERATION(appendSubselection, "sx", 5, 1)                                                                \
-    OPERATION(removeSubselection, "sx", 5, 1)                                                                \
-    OPERATION(removeSubselectionAt, "spq", 5, 1)                                                             \
-    OPERATION(findSubselection, "six", 4, 1)                                                                 \
-    OPERATION(readSubselection, "spq", 4, 1)                                                                 \
-    OPERATION(editRecord, "spiumb", 3, 1)                                                                    \
-    OPERATION(replaceRecord, "spiumb", 2, 1)                                                                 \
-    OPERATION(fill, "sz", 0, 6)                                                                              \
-    OPERATION(removeRun, "spz", 0, 3)                                                                        \
-    OPERATION(removeThroughCursor, "swpz", 0, 3)
+    OPERATION(construct, "svs", 2, 1, 1)                                                                     \
+    OPERATION(assign, "ss", 6, 4, 5)                                                                         \
+    OPERATION(copyFrom, "ss", 3, 1, 2)                                                                       \
+    OPERATION(createData, "s", 1, 0, 0)                                                                      \
+    OPERATION(releaseData, "s", 1, 0, 0)                                                                     \
+    OPERATION(assignData, "sS", 1, 0, 1)                                                                     \
+    OPERATION(assignClone, "ss", 1, 1, 2)                                                                    \
+    OPERATION(countForLisp, "sv", 1, 1, 0)                                                                   \
+    OPERATION(clear, "s", 2, 1, 1)                                                                           \
+    OPERATION(clearData, "s", 1, 1, 1)                                                                       \
+    OPERATION(writeData, "s", 2, 2, 3)                                                                       \
+    OPERATION(updateDataMap, "s", 3, 2, 1)                                                                   \
+    OPERATION(setNestedMode, "sb", 2, 1, 0)                                                                  \
+    OPERATION(setUnique, "sy", 4, 1, 3)                                                                      \
+    OPERATION(select, "siumfn", 24, 20, 24)                                                                  \
+    OPERATION(selectKeysOf, "sspf", 4, 2, 8)                                                                 \
+    OPERATION(append, "siu", 5, 5, 3)                                                                        \
+    OPERATION(appendRecord, "ssp", 6, 3, 6)                                                                  \
+    OPERATION(removeMain, "sj", 3, 3, 1)                                                                     \
+    OPERATION(removeSub, "sju", 3, 2, 1)                                                                     \
+    OPERATION(removeMarker, "sjum", 5, 3, 10)                                                                \
+    OPERATION(removeKeysOf, "sspv", 6, 4, 14)                                                                \
+    OPERATION(removeAtIndex, "sp", 6, 6, 12)                                                                 \
+    OPERATION(removeAtCursor, "swb", 10, 10, 8)                                                              \
+    OPERATION(merge, "sSS", 4, 1, 3)                                                                         \
+    OPERATION(minus, "sSS", 4, 1, 3)                                                                         \
+    OPERATION(transfer, "ssSvb", 4, 1, 2)                                                                    \
+    OPERATION(makeCursor, "ksvjumnpb", 14, 10, 6)                                                            \
+    OPERATION(makeWritableCursor, "wsvjumpb", 14, 10, 6)                                                     \
+    OPERATION(copyCursor, "cc", 3, 2, 1)                                                                     \
+    OPERATION(assignCursor, "cc", 5, 3, 1)                                                                   \
+    OPERATION(step, "c", 14, 14, 4)                                                                          \
+    OPERATION(previous, "cc", 10, 8, 2)                                                                      \
+    OPERATION(disable, "c", 1, 1, 0)                                                                         \
+    OPERATION(destroyCursor, "c", 1, 1, 1)                                                                   \
+    OPERATION(readCursor, "c", 10, 8, 2)                                                                     \
+    OPERATION(compareCursors, "cc", 4, 3, 0)                                                                 \
+    OPERATION(setNestedPath, "wn", 3, 1, 1)                                                                  \
+    OPERATION(setSegment, "wXbs", 8, 1, 0)                                                                   \
+    OPERATION(writeViewports, "cv", 3, 1, 0)                                                                 \
+    OPERATION(lookUp, "sjumnf", 8, 6, 24)                                                                    \
+    OPERATION(lookUpKeysOf, "sspfb", 4, 14, 20)                                                              \
+    OPERATION(readPositions, "sp", 4, 8, 1)                                                                  \
+    OPERATION(compareSets, "sS", 5, 2, 4)                                                                    \
+    OPERATION(draw, "sbb", 1, 0, 0)                                                                          \
+    OPERATION(drawCursor, "scbb", 2, 0, 0)                                                                   \
+    OPERATION(makeSubselection, "spxv", 5, 1, 0)                                                             \
+    OPERATION(toggleSubselection, "sp", 2, 0, 0)                                                             \
+    OPERATION(appendSubselection, "sx", 5, 1, 1)                                                             \
+    OPERATION(removeSubselection, "sx", 5, 1, 0)                                                             \
+    OPERATION(removeSubselectionAt, "spq", 5, 1, 0)                                                          \
+    OPERATION(findSubselection, "six", 4, 1, 0)                                                              \
+    OPERATION(readSubselection, "spq", 4, 1, 0)                                                              \
+    OPERATION(editRecord, "spiumb", 3, 1, 1)                                                                 \
+    OPERATION(replaceRecord, "spiumb", 2, 1, 1)                                                              \
+    OPERATION(fill, "sz", 0, 6, 0)                                                                           \
+    OPERATION(removeRun, "spz", 0, 3, 4)                                                                     \
+    OPERATION(removeThroughCursor, "swpz", 0, 3, 3)                                                          \
+    OPERATION(fillRun, "siuhv", 0, 0, 14)                                                                    \
+    OPERATION(uniteIds, "eg", 0, 0, 8)                                                                       \
+    OPERATION(editIndex, "spb", 0, 0, 3)                                                                     \
+    OPERATION(lookUpWithoutMemory, "sjumnv", 0, 0, 9)                                                        \
+    OPERATION(selectWithoutMemory, "siumfnv", 0, 0, 12)
 
 enum class Kind {
-#define KV_MODEL_ENUMERATOR(name, roles, small, large) name,
+#define KV_MODEL_ENUMERATOR(name, roles, small, large, runs) name,
     KV_MODEL_OPERATIONS(KV_MODEL_ENUMERATOR)
 #undef KV_MODEL_ENUMERATOR
 };
@@ -92,10 +98,16 @@ std::ostream& operator<<(std::ostream& out, const Operation& operation);
 enum PositionCode : int { kMinusOne = -1, kCount = -2, kBeyondCount = -3, kLast = -4, kFirst = -5 };
 int positionOf(int code, int count);
 
+enum class Shape {
+    kSmall, // a few items of each of a few ids; sets are compared in full after every step
+    kLarge, // several pages
+    kRuns   // hundreds of items of one main id; each edit of a key by hand is followed by updateDataMap()
+};
+
 // The limits and weights of a campaign.
 struct Profile {
     const char* name;
-    bool isLarge;      // selects the weights; only small sets are compared in full after every step
+    Shape shape;
     bool hasEqualIds;  // some ids are distinct but equal
     int idCount;       // ids 1 to idCount belong to entities; the next id is invalid
     int itemLimit;     // sets with more items are cleared

@@ -41,15 +41,15 @@ World::World(const Profile& profile)
     mIds.push_back(mDatabase.addInvalid());
     mDatabase.erase(id(mErased));
     if (profile.hasEqualIds) {
-        for (const auto& [a, b] : {std::pair(2, 3), std::pair(5, 3), std::pair(7, 6), std::pair(8, 0)}) {
-            kvinmemory::makeEqual(id(a), id(b));
-            mRules.makeEqual(a, b);
-        }
+        for (const auto& [a, b] : {std::pair(2, 3), std::pair(5, 3), std::pair(7, 6), std::pair(8, 0)})
+            makeEqual(a, b);
     }
 
     for (const std::vector<int>& ids :
          std::vector<std::vector<int>>{{}, {1}, {1, 2}, {2, 1}, {1, 2, 3}, {1, 2}, {4, 3, 1, 2}})
         addNestedPath(ids);
+    if (profile.shape == Shape::kRuns)
+        addPathsOfRuns();
     addSubentPath({{}, 1, 0});
     addSubentPath({{1, mInvalid}, 1, 0});
     addSubentPath({{1, 0}, 1, 0});
@@ -62,6 +62,23 @@ World::World(const Profile& profile)
 
 World::~World() {
     std::vector<std::string>().swap(sHighlightCalls);
+}
+
+void World::makeEqual(int a, int b) {
+    kvinmemory::makeEqual(id(a), id(b));
+    mRules.makeEqual(a, b);
+}
+
+// Short paths over few ids, so that many of them begin alike. Some ids are spare ones.
+void World::addPathsOfRuns() {
+    for (int i = kNestedPathCount; i < kPathCountOfRuns; ++i) {
+        std::vector<int> ids;
+        for (int at = 0; at < i % 5; ++at) {
+            const int part = (i / 5 + 3 * at) % 7;
+            ids.push_back(i % 4 == 3 && at == 1 ? kFirstSpare + part : part);
+        }
+        addNestedPath(ids);
+    }
 }
 
 // The handle is the number, since ids were issued in the order of their numbers.

@@ -19,6 +19,9 @@ namespace kvmodel {
 class World {
 public:
     static constexpr int kNestedPathCount = 7;
+    static constexpr int kPathCountOfRuns = 40; // in a world of long runs
+    static constexpr int kMainCountOfRuns = 16;
+    static constexpr int kFirstSpare = 41; // ids from here on are made equal to others while a test runs
     static constexpr int kInfoCount = 6;
     static constexpr int kSubentPathCount = 20;
 
@@ -28,6 +31,10 @@ public:
     ~World();
 
     const IdRules& rules() const { return mRules; }
+    void makeEqual(int a, int b);
+
+    // Returns a main id of long runs. The first ones are on nested paths, too.
+    static int mainOfRun(int i) { return i < 2 ? 1 + 3 * i : 8 + i; }
 
     // Ids by number. 0 is the null id.
     const GxDbObjectId& id(int number) const { return mIds[static_cast<std::size_t>(number)]; }
@@ -60,6 +67,7 @@ public:
 
 private:
     void addNestedPath(const std::vector<int>& ids);
+    void addPathsOfRuns();
     void addSubentPath(const SubentPath& path);
 
     kvinmemory::Database mDatabase;

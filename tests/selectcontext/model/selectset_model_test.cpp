@@ -11,6 +11,7 @@
 namespace {
 
 using kvmodel::Profile;
+using kvmodel::Shape;
 
 #ifndef __has_feature
 #define __has_feature(feature) 0
@@ -26,9 +27,11 @@ constexpr long kOperations = 100000;
 
 constexpr std::uint64_t kSeed = 1;
 
-constexpr Profile kSmall{"small sets", false, false, 8, 40, 500};
-constexpr Profile kEqual{"ids that are equal although distinct", false, true, 8, 40, 250};
-constexpr Profile kLarge{"sets across pages", true, false, 6000, 9000, 200};
+constexpr Profile kSmall{"small sets", Shape::kSmall, false, 8, 40, 500};
+constexpr Profile kEqual{"ids that are equal although distinct", Shape::kSmall, true, 8, 40, 250};
+constexpr Profile kLarge{"sets across pages", Shape::kLarge, false, 6000, 9000, 200};
+constexpr Profile kRuns{"long runs of one id", Shape::kRuns, false, 60, 2500, 300};
+constexpr Profile kEqualInRuns{"equal ids in long runs", Shape::kRuns, true, 60, 2500, 300};
 
 void expectAgreement(const Profile& profile, long operations) {
     const std::string failure =
@@ -46,6 +49,14 @@ TEST(SelectSetModel, SetsOfDistinctButEqualIdsAgreeWithTheirModel) {
 
 TEST(SelectSetModel, SetsOfSeveralPagesAgreeWithTheirModel) {
     expectAgreement(kLarge, kOperations / 125);
+}
+
+TEST(SelectSetModel, LongRunsOfOneIdAgreeWithTheirModel) {
+    expectAgreement(kRuns, kOperations / 60);
+}
+
+TEST(SelectSetModel, EqualIdsInLongRunsAgreeWithTheirModel) {
+    expectAgreement(kEqualInRuns, kOperations / 60);
 }
 
 } // namespace

@@ -153,6 +153,13 @@ TEST_F(EqualIdsTest, KnownStubIsFoundWithoutAComparison) {
     EXPECT_EQ(comparisons(), 0);
 }
 
+TEST_F(EqualIdsTest, NullStubIsFoundWithoutAComparisonToo) {
+    addAll({0, 1, 2});
+    kvinmemory::countIdComparisons(true);
+    expectRepresents(0, 0);
+    EXPECT_EQ(comparisons(), 0);
+}
+
 TEST_F(EqualIdsTest, SecondStubIsSearchedOnlyUntilItIsAdded) {
     makeEqual(id(5), id(kMany + 5));
     addAll(ascending(kMany));
@@ -168,6 +175,13 @@ TEST_F(EqualIdsTest, UnknownStubIsSearchedInTheOrderOfTheIds) {
     kvinmemory::countIdComparisons(true);
     EXPECT_EQ(ids->find(id(4001)), std::nullopt);
     EXPECT_LE(comparisons(), kSearch);
+}
+
+TEST_F(EqualIdsTest, UnknownStubBehindAllOthersIsNotSearched) {
+    addAll(ascending(kMany));
+    kvinmemory::countIdComparisons(true);
+    EXPECT_EQ(ids->find(id(kMany + 1)), std::nullopt);
+    EXPECT_LE(comparisons(), 2);
 }
 
 TEST_F(EqualIdsTest, IdsInAscendingOrderAreAddedWithoutASearch) {

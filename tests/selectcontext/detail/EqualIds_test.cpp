@@ -224,4 +224,17 @@ TEST_F(EqualIdsTest, KeepWhatTheyHadWhenAnIdCannotBeAdded) {
     });
 }
 
+TEST_F(EqualIdsTest, IdThatCannotBeAddedIsNotFound) {
+    kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
+        EqualIds grown;
+        unsigned long added = 0;
+        point.run([&] {
+            for (; added < 200; ++added)
+                grown.add(id(added + 1));
+        });
+        EXPECT_EQ(grown.find(id(added + 1)), std::nullopt);
+        EXPECT_EQ(grown.size(), added);
+    });
+}
+
 } // namespace

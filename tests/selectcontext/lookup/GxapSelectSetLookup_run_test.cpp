@@ -1,3 +1,4 @@
+#include "platform/inmemory/InMemoryDatabase.h"
 #include "tests/selectcontext/support/SetTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -34,6 +35,16 @@ TEST_F(LongRun, FindsAnItemByThePathThatAnIteratorHasSet) {
     edit(run.set).iteratorAt(80).setNestedEntFullPath(other);
     EXPECT_EQ(run.set.find(id(1), id(2), 81, &other), 80);
     EXPECT_EQ(run.set.find(id(1), id(2), 81, &run.path), -1);
+}
+
+// The lower id takes the place of both in the order of ids. No item has it.
+TEST_F(LongRun, FindsASubIdByALowerIdThatIsMadeEqualToItLater) {
+    GxapSelectSet set;
+    for (long marker = 1; marker <= kItems; ++marker)
+        edit(set).select(id(1), id(marker % 2 == 0 ? 5 : 3), marker, nullptr, nullptr);
+    EXPECT_EQ(set.find(id(1), id(5), kItems + 1), -1);
+    kvinmemory::makeEqual(id(5), id(2));
+    EXPECT_EQ(set.find(id(1), id(2), 80), 79);
 }
 
 } // namespace

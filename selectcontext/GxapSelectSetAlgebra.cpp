@@ -277,31 +277,46 @@ void removeInOrder(SSetData& data, const IdBatch& batch) {
     }
 }
 
-// Collects the records of a set. Returns false if they cannot be had in the order of their ids, or if there
-// is no memory for that.
-bool collectRecords(const SSetData& data, IdBatch& batch) noexcept try {
-    batch.reserve(data.entities->usedSlots());
-    kvdetail::forEachOccupied(*data.entities, [&batch](const Store::Slot* slot) {
-        if (slot->value && !slot->value->mainEntId.isNull())
-            batch.add(slot->value->mainEntId, reinterpret_cast<std::uintptr_t>(slot->value));
-    });
-    return batch.sort();
-} catch (const std::bad_alloc&) {
-    return false;
+// The records of `taken` that may change the set, in store order. As long as the set's data is shared, a
+// record that is not found changes nothing. The first one that is found makes the data private, and with it
+// the index anew, so that only those from there on are looked for in that index.
+std::vector<const selected_entity*> recordsToRemove(const GxapSelectSet& set, const SSetData& taken) {
+    std::vector<const selected_entity*> records = recordsOf(taken);
+    const SSetData& data = *set.sharedData;
+    const bool isShared = data.refCount.load() >= 2;
+    const auto changesNothing = [&](const selected_entity* record) {
+        if (record->mainEntId.isNull() || !isShared)
+            return record->mainEntId.isNull();
+        const ItemKeys keys = keysToRemove(*record);
+        return !kvdetail::findItem(data, indexOf(data).findToRemove(keys.mainId), keys).isHeld;
+    };
+    records.erase(records.begin(), std::find_if_not(records.begin(), records.end(), changesNothing));
+    return records;
 }
 
-// Removes the records of `taken` from the set, if sorting them pays. Returns false if it does not.
+// Sorts records by id. Returns false if they cannot be had in the order of their ids.
+bool sortRecords(const std::vector<const selected_entity*>& records, IdBatch& batch) {
+    batch.reserve(records.size());
+    for (const selected_entity* record : records) {
+        if (!record->mainEntId.isNull())
+            batch.add(record->mainEntId, reinterpret_cast<std::uintptr_t>(record));
+    }
+    return batch.sort();
+}
+
+// Removes the records of `taken` from the set. Returns false, and does nothing, if sorting them does not pay
+// or is impossible.
 bool removeInBulk(GxapSSetWriteAccessor& set, const SSetData& taken) {
-    IdBatch batch;
-    if (!isSortingWorthIt(*set.sharedData, taken) || !collectRecords(taken, batch))
+    if (!isSortingWorthIt(*set.sharedData, taken))
         return false;
-    // The first record that is found makes the data private, whether or not its marker matches exactly.
-    const bool isAnyHeld = std::any_of(batch.begin(), batch.end(), [&set](const IdBatch::Item& item) {
-        const ItemKeys keys = keysToRemove(*reinterpret_cast<const selected_entity*>(item.value));
-        const SSetData& data = *set.sharedData;
-        return kvdetail::findItem(data, indexOf(data).findToRemove(keys.mainId), keys).isHeld;
-    });
-    if (isAnyHeld)
+    IdBatch batch;
+    try {
+        if (!sortRecords(recordsToRemove(set, taken), batch))
+            return false;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    if (batch.size() != 0)
         removeInOrder(*set.writeData(), batch);
     return true;
 }

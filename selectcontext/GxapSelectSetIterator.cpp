@@ -259,8 +259,8 @@ selected_entity* GxapSelectSet::Iterator::get() {
 }
 
 void GxapSelectSet::Iterator::setNestedEntFullPath(const KvVector<GxDbObjectId>& path) {
-    if (selected_entity* const record = get())
-        record->nestedEntFullPath = path;
+    if (get())
+        kvdetail::indexOf(*set->sharedData).changePath(truckerIterator->slot, path);
 }
 
 void GxapSelectSet::Iterator::setHighlightSegment(const GxDbFullSubentPath* path) {

@@ -58,6 +58,7 @@ public:
     // Must be called when a value is constructed or destroyed in a node, and when a node is extracted.
     void noteChanged() noexcept { ++mGeneration; }
 
+    std::size_t bytes() const noexcept { return mChunkBytes; } // of all chunks
     std::size_t live() const noexcept { return mLive; }
     std::uint64_t generation() const noexcept { return mGeneration; }
 

@@ -19,15 +19,19 @@ std::optional<const GxDbStub*> EqualIds::find(const GxDbObjectId& id) const {
     return std::nullopt;
 }
 
+// The hint saves a second search. If an equal id is there, the set returns that one.
 const GxDbStub* EqualIds::add(const GxDbObjectId& id) {
     if (const auto* const known = mByStub.find(keyOf(id)))
         return *known;
-    Set::const_iterator place = mLastPlace.load(std::memory_order_relaxed);
-    if (!isPlaceOf(place, id))
-        place = placeOf(id);
-    if (place == mRepresentatives.end() || !isSame(*place, id))
-        place = mRepresentatives.emplace_hint(place, id);
-    mByStub.insert(keyOf(id), place->stub());
+    const std::size_t before = size();
+    const auto place = mRepresentatives.emplace_hint(mLastPlace.load(std::memory_order_relaxed), id);
+    try {
+        mByStub.insert(keyOf(id), place->stub());
+    } catch (...) {
+        if (size() != before)
+            mRepresentatives.erase(place);
+        throw;
+    }
     return place->stub();
 }
 
@@ -36,12 +40,6 @@ auto EqualIds::placeOf(const GxDbObjectId& id) const -> Set::const_iterator {
     if (mRepresentatives.empty() || *mRepresentatives.rbegin() < id)
         return mRepresentatives.end();
     return mRepresentatives.lower_bound(id);
-}
-
-// All ids before the place are less than this one, which is less than those from there on.
-bool EqualIds::isPlaceOf(Set::const_iterator place, const GxDbObjectId& id) const {
-    return (place == mRepresentatives.end() || id < *place) &&
-           (place == mRepresentatives.begin() || *std::prev(place) < id);
 }
 
 } // namespace kvdetail

@@ -49,7 +49,6 @@ private:
     }
 
     Set::const_iterator placeOf(const GxDbObjectId& id) const;
-    bool isPlaceOf(Set::const_iterator place, const GxDbObjectId& id) const;
 
     HashTable<std::uintptr_t, const GxDbStub*> mByStub;
     OwnedNodePool mNodes;

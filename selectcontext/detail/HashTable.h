@@ -55,6 +55,12 @@ public:
         return {&enter(key, value), true};
     }
 
+    // Returns whether the table has become far larger than its keys need.
+    bool isSparse() const noexcept {
+        constexpr std::size_t kLargeTable = 4096;
+        return mBuckets.size() > kLargeTable && mUsed * std::size_t{8} < mBuckets.size();
+    }
+
     // Removes a key that is there. O(1).
     void erase(Key key) noexcept { removeBucket(bucketOf(key)); }
 

@@ -55,6 +55,9 @@ public:
     // Updates the hash for an entry that is about to be erased. O(1).
     void noteErasing(const DataMap& map, DataMap::const_iterator entry) noexcept;
 
+    // Returns whether most of the ids have been erased, so that the hash wastes memory. O(1).
+    bool isSparse() const noexcept { return mFirsts.isSparse(); }
+
     // Declares the hash up to date with the index as it is now.
     void follow(const DataMap& map) noexcept { mVersion.follow(map); }
 

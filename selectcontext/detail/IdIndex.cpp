@@ -49,6 +49,9 @@ bool collectIds(const Store& store, IdBatch& batch) noexcept try {
     return false;
 }
 
+// An empty index keeps this much memory for the next entries.
+constexpr std::size_t kMostIdleBytes = 1 << 16;
+
 // False, and nothing done, if the map has an entry of the id.
 bool enterFirst(DataMap& map, const GxDbObjectId& id, const Store::Slot* slot) {
     const auto place = map.lower_bound(id);
@@ -75,13 +78,6 @@ IdIndex::Run IdIndex::find(const GxDbObjectId& id) const {
     if (run.isHeld)
         noteSearch();
     return run;
-}
-
-IdIndex::Run IdIndex::search(const GxDbObjectId& id) const {
-    if (mMap.empty() || mMap.rbegin()->first < id)
-        return {mMap.end(), false};
-    const Entry entry = mMap.lower_bound(id);
-    return {entry, entry != mMap.end() && isSame(entry->first, id)};
 }
 
 IdIndex::Run IdIndex::findToRemove(const GxDbObjectId& id) const {
@@ -135,17 +131,28 @@ void IdIndex::erase(Entry entry) {
     if (hasRuns)
         mLongRuns.noteErasing(entry, recordAt(*mData.entities, entry->second));
     mMap.extract(entry);
-    if (hash)
+    if (mMap.empty() && mNodes && mNodes->bytes() > kMostIdleBytes) {
+        clear();
+        return;
+    }
+    if (hash && hash->isSparse())
+        dropHash();
+    else if (hash)
         hash->follow(mMap);
     if (hasRuns)
         mLongRuns.follow(mMap);
 }
 
+void IdIndex::changePath(const Store::Slot* slot, const KvVector<GxDbObjectId>& path) {
+    if (mLongRuns.prepareEdit(mMap))
+        mLongRuns.noteChangingPath(slotAddress(slot), *slot->value, path);
+    slot->value->nestedEntFullPath = path;
+}
+
 const RunIndex* IdIndex::makeRunIndexFor(const ItemKeys& keys, const Run& first) const noexcept {
     const GxDbStub* const stub = first.entry->first.stub();
     const RunIndex::Keys wanted = RunIndex::keysFor(keys);
-    if (!kHasRunIndex || !mData.entities || !MapVersion::canFollow(mMap) ||
-        mLongRuns.find(mMap, stub, wanted))
+    if (!kHasRunIndex || !mData.entities || !mLongRuns.canAdd(mMap) || mLongRuns.find(mMap, stub, wanted))
         return nullptr;
     const RunIndex* const other = mLongRuns.find(mMap, stub, RunIndex::other(wanted));
     return usable(mLongRuns.add(mMap, RunIndex::build(mMap, first.entry, *mData.entities, wanted, other)),

@@ -104,6 +104,9 @@ public:
     // O(1).
     void erase(Entry entry);
 
+    // Gives the slot's record another path. O(1), O(log n) for an id that the run does not have.
+    void changePath(const Store::Slot* slot, const KvVector<GxDbObjectId>& path);
+
     // Prepares for erasing all entries of the run. O(entries of the run).
     void expectErasing(const Run& first) noexcept {
         if (mLongRuns.isInUse())
@@ -149,7 +152,14 @@ private:
         return run && run->canFind(keys) ? run : nullptr;
     }
 
-    Run search(const GxDbObjectId& id) const;
+    // Compares the end of the index first, where ids that come in ascending order belong.
+    Run search(const GxDbObjectId& id) const {
+        if (mMap.empty() || mMap.rbegin()->first < id)
+            return {mMap.end(), false};
+        const Entry entry = mMap.lower_bound(id);
+        return {entry, entry != mMap.end() && isSame(entry->first, id)};
+    }
+
     void noteSearch() const noexcept;
     bool isWorthAHash() const noexcept;
     void makeHash() const noexcept;

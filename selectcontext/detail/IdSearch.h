@@ -9,7 +9,7 @@
 namespace kvdetail {
 
 // The look-ups of one whole-set operation. Most often the ids come in the order of the index, so the entry
-// behind the last one is tried before the index is searched. After 16 failures in a row it is not tried any
+// behind the last one is tried before the index is searched. After four failures in a row it is not tried any
 // more.
 //
 // Between two look-ups, the set may be edited, and its data may be replaced. An edit that erases an entry

@@ -52,11 +52,11 @@ const RunIndex* LongRuns::add(const DataMap& map, std::unique_ptr<RunIndex> run)
     return run.release();
 }
 
-bool LongRuns::prepareEdit(const DataMap& map) noexcept {
-    const Lists* const held = mLists.load(std::memory_order_relaxed);
-    if (held && !held->version.isCurrent(map))
-        clear();
-    return isInUse();
+bool LongRuns::isFollowing(const DataMap& map) noexcept {
+    if (mLists.load(std::memory_order_relaxed)->version.isCurrent(map))
+        return true;
+    clear();
+    return false;
 }
 
 // An index knows one stub of its main id only, so one that is added with another stub ends the run's indexes.
@@ -72,6 +72,12 @@ void LongRuns::noteAdded(const DataMap& map, RunIndex::Entry entry, const select
 
 void LongRuns::noteErasing(RunIndex::Entry entry, const selected_entity* record) noexcept {
     removeIf(entry->first.stub(), [&](RunIndex& run) { return !run.noteErasing(entry, record); });
+}
+
+void LongRuns::noteChangingPath(unsigned long address, const selected_entity& record,
+                                const KvVector<GxDbObjectId>& path) noexcept {
+    removeIf(record.mainEntId.stub(),
+             [&](RunIndex& run) { return !run.noteChangingPath(address, record, path); });
 }
 
 void LongRuns::drop(const GxDbStub* mainStub) noexcept {

@@ -38,18 +38,28 @@ public:
         return lists && lists->version.isCurrent(map) ? lists->find(mainStub, keys) : nullptr;
     }
 
+    // Returns whether add() can keep an index: the id index has not been changed by hand. O(1).
+    bool canAdd(const DataMap& map) const noexcept {
+        const Lists* const lists = mLists.load(std::memory_order_acquire);
+        return lists ? lists->version.isCurrent(map) : MapVersion::canFollow(map);
+    }
+
     // Adds an index and returns it. Returns that of another thread if that one came first. Returns null if
     // the id index has been changed by hand, if there is no memory, or for null. O(1).
     const RunIndex* add(const DataMap& map, std::unique_ptr<RunIndex> run) const noexcept;
 
     // Prepares an edit of the id index: deletes indexes that do not follow it. Returns false if no index is
     // left.
-    bool prepareEdit(const DataMap& map) noexcept;
+    bool prepareEdit(const DataMap& map) noexcept { return isInUse() && isFollowing(map); }
 
     // Updates the indexes for an entry that was added at the end of its run, or that is about to be erased.
     // prepareEdit() must have returned true. A null record cannot be read. Amortised O(1).
     void noteAdded(const DataMap& map, RunIndex::Entry entry, const selected_entity& record) noexcept;
     void noteErasing(RunIndex::Entry entry, const selected_entity* record) noexcept;
+
+    // Updates the indexes for a record that is about to get another path. `address` is that of its slot.
+    void noteChangingPath(unsigned long address, const selected_entity& record,
+                          const KvVector<GxDbObjectId>& path) noexcept;
 
     // The edit is done: the indexes follow the id index as it is now.
     void follow(const DataMap& map) noexcept { mLists.load(std::memory_order_relaxed)->version.follow(map); }
@@ -70,6 +80,7 @@ private:
         std::array<List, kLists> lists{};
     };
 
+    bool isFollowing(const DataMap& map) noexcept;
     static std::size_t listOf(const GxDbStub* mainStub) noexcept;
     Lists* listsFor(const DataMap& map) const noexcept;
 

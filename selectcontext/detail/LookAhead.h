@@ -41,6 +41,8 @@ private:
     static constexpr std::ptrdiff_t kStep = 4;
     // A hash is requested after one record per 64 index entries. A shorter comparison would not repay it.
     static constexpr std::size_t kEntriesPerRecord = 64;
+    // A smaller set is in the caches as a whole. Prefetching it would add a third to a comparison.
+    static constexpr std::size_t kFewestEntries = 1 << 14;
 
     // The record in `slot` is looked up next, and those up to `last` later. O(1), O(n) where a hash is made.
     void prepare(const Store::Slot* slot, const Store::Slot* last) {
@@ -53,6 +55,8 @@ private:
             mHasExpected = true;
             indexOf(data).expectSearches();
         }
+        if (indexOf(data).size() < kFewestEntries)
+            return;
         if (const IdHash* const hash = indexOf(data).currentHash())
             prefetch(*hash, *data.entities, slot, last);
     }

@@ -47,8 +47,8 @@ std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const
         run->addSubIds(records);
     for (std::size_t i = 0; i < records.size(); ++i) {
         const selected_entity& record = *records[i];
-        const std::optional<Hash> hash =
-            other ? run->hashOfEquals(record.subEntId, &record.nestedEntFullPath) : run->addIdsOf(record);
+        const std::optional<Hash> hash = other ? run->hashOfEquals(record.subEntId, &record.nestedEntFullPath)
+                                               : run->addIds(record.subEntId, record.nestedEntFullPath);
         // Ids that other readers may be looking for are not added.
         if (!hash)
             return build(map, first, store, keys, nullptr);
@@ -76,7 +76,7 @@ bool RunIndex::noteAdded(Entry entry, const selected_entity& record) noexcept tr
     mLast = entry;
     if (entry->first.stub() != mMainStub)
         return false;
-    add(entry, record, addIdsOf(record));
+    add(entry, record, addIds(record.subEntId, record.nestedEntFullPath));
     return true;
 } catch (const std::bad_alloc&) {
     return false;
@@ -84,14 +84,8 @@ bool RunIndex::noteAdded(Entry entry, const selected_entity& record) noexcept tr
 
 // The numbers of erased items, and the ids that no item has any more, are released with the index.
 bool RunIndex::noteErasing(Entry entry, const selected_entity* record) noexcept {
-    if (!record)
+    if (!record || unlink(*record, [entry](const Item& item) { return item.entry == entry; }) == kNone)
         return false;
-    const KvVector<GxDbObjectId>* const path = &record->nestedEntFullPath;
-    if (!unlink(entry, keyOf(hashOfStubs(record->subEntId, path), record->gsMarker))) {
-        const std::optional<Hash> equals = hashOfEquals(record->subEntId, path);
-        if (!equals || !unlink(entry, keyOf(*equals, record->gsMarker)))
-            return false;
-    }
     ++mErased;
     const std::size_t left = mItems.size() - mErased;
     if (left < kFewestItems / 2 || left < mErased)
@@ -101,9 +95,22 @@ bool RunIndex::noteErasing(Entry entry, const selected_entity* record) noexcept 
     return true;
 }
 
-auto RunIndex::addIdsOf(const selected_entity& record) -> Hash {
-    return *hashOf(record.subEntId, &record.nestedEntFullPath,
-                   [this](const GxDbObjectId& id) { return std::optional(mIds->add(id)); });
+bool RunIndex::noteChangingPath(unsigned long address, const selected_entity& record,
+                                const KvVector<GxDbObjectId>& path) noexcept try {
+    if (mKeys == Keys::kMarker)
+        return true;
+    const Number number =
+        unlink(record, [address](const Item& item) { return item.entry->second == address; });
+    if (number == kNone)
+        return false;
+    link(number, keyOf(addIds(record.subEntId, path), record.gsMarker));
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+auto RunIndex::addIds(const GxDbObjectId& subId, const KvVector<GxDbObjectId>& path) -> Hash {
+    return *hashOf(subId, &path, [this](const GxDbObjectId& id) { return std::optional(mIds->add(id)); });
 }
 
 void RunIndex::add(Entry entry, const selected_entity& record, Hash hash) {
@@ -112,11 +119,24 @@ void RunIndex::add(Entry entry, const selected_entity& record, Hash hash) {
     const auto number = static_cast<Number>(mItems.size());
     mItems.push_back({entry});
     noteMarker(record.gsMarker);
-    const auto [chain, isNew] = mChains.insert(keyOf(hash, record.gsMarker), {number, number});
+    link(number, keyOf(hash, record.gsMarker));
+}
+
+// Most often the item is the last of its chain.
+void RunIndex::link(Number number, std::uint32_t key) {
+    mItems[number].next = kNone;
+    const auto [chain, isNew] = mChains.insert(key, {number, number});
     if (isNew)
         return;
-    mItems[chain->last].next = number;
-    chain->last = number;
+    if (chain->last < number) {
+        mItems[chain->last].next = number;
+        chain->last = number;
+        return;
+    }
+    Number* place = &chain->first;
+    while (*place < number)
+        place = &mItems[*place].next;
+    mItems[number].next = std::exchange(*place, number);
 }
 
 void RunIndex::noteMarker(long marker) noexcept {
@@ -129,27 +149,37 @@ void RunIndex::noteMarker(long marker) noexcept {
         mMarkers[mMarkerCount++] = marker;
 }
 
-// Returns false if the chain does not have the entry. Removing takes the first item of its keys, which is
-// most often the first of its chain.
-bool RunIndex::unlink(Entry entry, std::uint32_t key) noexcept {
+template <class IsItem>
+auto RunIndex::unlink(const selected_entity& record, IsItem isItem) noexcept -> Number {
+    const KvVector<GxDbObjectId>* const path = &record.nestedEntFullPath;
+    const Number number = unlink(keyOf(hashOfStubs(record.subEntId, path), record.gsMarker), isItem);
+    if (number != kNone)
+        return number;
+    const std::optional<Hash> equals = hashOfEquals(record.subEntId, path);
+    return equals ? unlink(keyOf(*equals, record.gsMarker), isItem) : kNone;
+}
+
+// Removing takes the first item of its keys, which is most often the first of its chain.
+template <class IsItem>
+auto RunIndex::unlink(std::uint32_t key, IsItem isItem) noexcept -> Number {
     Chain* const chain = mChains.find(key);
     if (!chain)
-        return false;
+        return kNone;
     Number before = kNone;
     Number number = chain->first;
-    while (number != kNone && mItems[number].entry != entry)
+    while (number != kNone && !isItem(mItems[number]))
         before = std::exchange(number, mItems[number].next);
     if (number == kNone)
-        return false;
+        return kNone;
     const Number after = mItems[number].next;
     if (before == kNone && after == kNone) {
         mChains.erase(key);
-        return true;
+        return number;
     }
     (before == kNone ? chain->first : mItems[before].next) = after;
     if (after == kNone)
         chain->last = before;
-    return true;
+    return number;
 }
 
 // None if stubOf() gives none for an id. The path counts only if items are hashed by it.

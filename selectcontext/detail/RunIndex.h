@@ -82,6 +82,12 @@ public:
     // for an id that no item has.
     bool noteAdded(Entry entry, const selected_entity& record) noexcept;
 
+    // Updates the item of a record that is about to get another path. `address` is that of the record's slot.
+    // Returns false if the item is not found, or if there is no memory. The caller must then delete the
+    // index. Cost of noteAdded(). Every item of equal keys adds O(1).
+    bool noteChangingPath(unsigned long address, const selected_entity& record,
+                          const KvVector<GxDbObjectId>& path) noexcept;
+
     // Removes the item of an entry that is about to be erased. `record` is null if it cannot be read. Returns
     // false if the item is not found by the record's keys, or if few items are left. The caller must then
     // delete the index. O(1) for the first item of its keys.
@@ -144,10 +150,17 @@ private:
     }
 
     void addSubIds(const std::vector<const selected_entity*>& records);
-    Hash addIdsOf(const selected_entity& record);
+    Hash addIds(const GxDbObjectId& subId, const KvVector<GxDbObjectId>& path);
     void add(Entry entry, const selected_entity& record, Hash hash);
     void noteMarker(long marker) noexcept;
-    bool unlink(Entry entry, std::uint32_t key) noexcept;
+    void link(Number number, std::uint32_t key);
+
+    // Takes the item for which isItem(item) out of the chain that has it: that of the record's stubs, or that
+    // of the representative stubs. Returns its number, or kNone.
+    template <class IsItem>
+    Number unlink(const selected_entity& record, IsItem isItem) noexcept;
+    template <class IsItem>
+    Number unlink(std::uint32_t key, IsItem isItem) noexcept;
 
     const GxDbStub* mMainStub;
     Entry mLast; // of the run

@@ -513,13 +513,17 @@ TEST_F(LongRunLookup, ItemIsRefusedThatHasThePathGivenThroughAnIterator) {
     EXPECT_EQ(kvtest::count(s.set), 204u);
 }
 
-TEST_F(LongRunLookup, EntriesThatChangedPlacesByHandAreFoundWhereTheyLead) {
+// The value of an entry is taken as it was, like the keys of its record.
+TEST_F(LongRunLookup, EntriesThatChangedPlacesByHandLeadToNoItemWithOtherKeys) {
     SetOf s(between(plainRun(200)));
     indexRun(s.set);
     const auto addressAt = [&](std::ptrdiff_t i) -> unsigned long& {
         return std::next(mapOf(s.set).lower_bound(id(kRunMain)), i)->second;
     };
     std::swap(addressAt(20), addressAt(30));
+    EXPECT_EQ(s.set.find(id(kRunMain), id(21), 0l), -1);
+    EXPECT_EQ(s.set.find(id(kRunMain), id(31), 0l), -1);
+    edit(s.set).updateDataMap();
     EXPECT_TRUE(areFoundAsByAWalk(s.set, plainRun(210)));
 }
 

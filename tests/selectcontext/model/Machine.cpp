@@ -951,11 +951,6 @@ void Machine::setNestedPath(const Operation& o) {
             if (const RecordPtr record = mModel.get(modelCursor(o[0])))
                 record->path = *mWorld.modelNestedPath(o[1]);
         });
-    const int own = numberOf(modelCursor(o[0]).set);
-    if (hasRuns() && own >= 0) {
-        accessor(own).updateDataMap();
-        mModel.updateDataMap(modelSet(own));
-    }
 }
 
 void Machine::setSegment(const Operation& o) {
@@ -1373,27 +1368,32 @@ void Machine::replaceRecord(const Operation& o) {
         updateDataMap(o);
 }
 
-// Erases the entry of an item, or takes it out and puts it in again behind the others of its id.
+// Erases the entry of an item, or takes it out and puts it in again behind the others of its id. Looks for
+// the item before and after another one is added to the run.
 void Machine::editIndex(const Operation& o) {
     Set& model = modelSet(o[0]);
-    if (!model.hasItems() || model.data.use_count() > 1)
+    const int at = positionOf(o[1], countOf(o[0]));
+    const RecordPtr record = mModel.getAt(model, at);
+    if (!record || model.data.use_count() > 1)
         return;
-    const std::optional<Place> place = model.data->store->elementAt(positionOf(o[1], countOf(o[0])));
     Index& index = model.data->index;
-    const auto entry = std::find_if(index.begin(), index.end(), [&](const auto& each) {
-        const Place& its = each.second.place;
-        return place && its.page == place->page && its.slot == place->slot;
-    });
+    const auto entry = std::find_if(index.begin(), index.end(),
+                                    [&](const auto& each) { return each.second.place.record() == record; });
     if (entry == index.end())
         return;
     DataMap& actual = set(o[0]).sharedData->dataMap;
-    const auto actualEntry = std::next(actual.begin(), std::distance(index.begin(), entry));
-    auto node = actual.extract(actualEntry);
+    auto node = actual.extract(std::next(actual.begin(), std::distance(index.begin(), entry)));
     auto modelNode = index.extract(entry);
-    if (o[2] == 0)
-        return;
-    actual.insert(std::move(node));
-    index.insert(std::move(modelNode));
+    if (o[2] != 0) {
+        actual.insert(std::move(node));
+        index.insert(std::move(modelNode));
+    }
+    const Operation lookingUp{Kind::lookUpKeysOf, {o[0], o[0], at, -1, 1}};
+    lookUpKeysOf(lookingUp);
+    const int sub = mStep % World::kFirstSpare;
+    noteUsed(record->main, sub);
+    addToRun(o[0], record->main, sub, record->marker, -1, -1);
+    lookUpKeysOf(lookingUp);
 }
 
 } // namespace kvmodel

@@ -1,0 +1,50 @@
+#include "platform/inmemory/InMemoryDatabase.h"
+#include "tests/selectcontext/support/SetTestSupport.h"
+
+#include <gtest/gtest.h>
+
+// Looks items up among many of one main id.
+
+namespace {
+
+using kvtest::edit;
+using kvtest::id;
+using kvtest::idVector;
+
+constexpr long kItems = 100;
+
+// A set of items with main id 1, sub id 2, markers from 1 on, and the nested path {1}. A failed look-up has
+// been through all of them.
+class ManyItems {
+public:
+    ManyItems() {
+        for (long marker = 1; marker <= kItems; ++marker)
+            edit(set).select(id(1), id(2), marker, nullptr, &path);
+        EXPECT_EQ(set.find(id(1), id(2), kItems + 1, &path), -1);
+    }
+
+    const KvVector<GxDbObjectId> path = idVector({1ul});
+    GxapSelectSet set;
+};
+
+class LongRun : public kvtest::SetTest {};
+
+TEST_F(LongRun, FindsAnItemByThePathThatAnIteratorHasSet) {
+    ManyItems run;
+    const KvVector<GxDbObjectId> other = idVector({3ul, 1ul});
+    edit(run.set).iteratorAt(80).setNestedEntFullPath(other);
+    EXPECT_EQ(run.set.find(id(1), id(2), 81, &other), 80);
+    EXPECT_EQ(run.set.find(id(1), id(2), 81, &run.path), -1);
+}
+
+// The ids that items have keep their order.
+TEST_F(LongRun, FindsASubIdByAnIdThatIsMadeEqualToItLater) {
+    GxapSelectSet set;
+    for (long marker = 1; marker <= kItems; ++marker)
+        edit(set).select(id(1), id(marker % 2 == 0 ? 5 : 3), marker, nullptr, nullptr);
+    EXPECT_EQ(set.find(id(1), id(5), kItems + 1), -1);
+    kvinmemory::makeEqual(id(5), id(7));
+    EXPECT_EQ(set.find(id(1), id(7), 80), 79);
+}
+
+} // namespace

@@ -724,10 +724,11 @@ void KvTrucker<T, PageBytes, Allocator>::freePage(Page* page) noexcept {
         Allocator::deallocate(page->slots, PageBytes);
     }
     Allocator::deallocate(page, sizeof(Page));
+    // A page that a caller has moved into this store may have iterators of other stores on it.
     if (isOwn)
         mEpoch.raise();
     else
-        kvdetail::StoreEpoch::raiseAll(); // a caller's page: iterators of any store may be on it
+        kvdetail::StoreEpoch::raiseAll();
 }
 
 // Does nothing for a page that a caller has taken out of the chain.

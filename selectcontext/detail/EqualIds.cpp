@@ -31,14 +31,15 @@ const GxDbStub* EqualIds::add(const GxDbObjectId& id) {
     return place->stub();
 }
 
-// The end first, where ids that come in ascending order belong.
+// Returns the place of the first id that is not less. Tries the end first, where ids in ascending order
+// belong.
 auto EqualIds::placeOf(const GxDbObjectId& id) const -> Set::const_iterator {
     if (mRepresentatives.empty() || *mRepresentatives.rbegin() < id)
         return mRepresentatives.end();
     return mRepresentatives.lower_bound(id);
 }
 
-// All ids before the place are less than this one, which is less than those from there on.
+// Returns whether all ids before the place are less than this id, and all ids from the place on are greater.
 bool EqualIds::isPlaceOf(Set::const_iterator place, const GxDbObjectId& id) const {
     return (place == mRepresentatives.end() || id < *place) &&
            (place == mRepresentatives.begin() || *std::prev(place) < id);

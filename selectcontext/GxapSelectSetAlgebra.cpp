@@ -89,8 +89,8 @@ ItemKeys keysToRemove(const selected_entity& record) noexcept {
 }
 
 // Appends copies of one set's records to another set's data. The result is that of appending the records one
-// after the other. The records are looked up and indexed in the order of their ids. So two walks from the
-// first index entry to the last are enough. All decisions are made before the first change.
+// after the other. The records are looked up and indexed in the order of their ids, so one walk through the
+// index is enough. All decisions are made before the first change.
 //
 // Invariants from decide() on:
 //  1. A refused record is null in mRecords.
@@ -328,7 +328,7 @@ void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b
     if (!hasRecords(*b))
         return;
 
-    // `a` or `b` may be this set. Writing replaces the data of this set, so the data of `b` is kept first.
+    // `a` or `b` may be this set. Writing replaces the data of this set, so the data of `b` is fetched first.
     const SSetData& added = *b->sharedData;
     const HeldData held(added);
     const bool uniqueResult = sharedData->unique || added.unique;

@@ -36,8 +36,8 @@ public:
     // stub that was added, otherwise O(log n).
     std::optional<const GxDbStub*> find(const GxDbObjectId& id) const;
 
-    // Adds the id, and returns the stub that represents its object. If there is no memory, throws
-    // std::bad_alloc, and the id may still be added. O(1) for a stub that was added, otherwise O(log n).
+    // Adds the id, and returns the stub that represents the id's object. If there is no memory, adds nothing
+    // and throws std::bad_alloc. O(1) for a stub that was added, otherwise O(log n).
     const GxDbStub* add(const GxDbObjectId& id);
 
 private:

@@ -130,6 +130,19 @@ TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItself) {
     EXPECT_EQ(items(result.set), selected(held, added));
 }
 
+// Up to 64 items of one id are compared with each other.
+TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItselfToASetWithoutTheRun) {
+    for (const std::size_t count : {63u, 64u, 65u, 66u}) {
+        Items added = RunItems(GetParam(), 30).next(count - 1);
+        added.push_back(added[count / 2]);
+        const SetOf a(between({})), b(added, Unique::kOff);
+        SetOf result;
+        edit(result.set).merge(&a.set, &b.set);
+        EXPECT_EQ(items(result.set), selected(between({}), added));
+        EXPECT_TRUE(invariants(result.set));
+    }
+}
+
 TEST_P(LongRunAlgebraByKind, MergeOfSetsThatAreNotUniqueAddsAll) {
     const Items held = RunItems(GetParam(), 11).next(200), added = RunItems(GetParam(), 12).next(200);
     const SetOf a(held, Unique::kOff), b(added, Unique::kOff);

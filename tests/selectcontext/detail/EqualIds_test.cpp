@@ -153,6 +153,13 @@ TEST_F(EqualIdsTest, KnownStubIsFoundWithoutAComparison) {
     EXPECT_EQ(comparisons(), 0);
 }
 
+TEST_F(EqualIdsTest, NullStubIsFoundWithoutAComparisonToo) {
+    addAll({0, 1, 2});
+    kvinmemory::countIdComparisons(true);
+    expectRepresents(0, 0);
+    EXPECT_EQ(comparisons(), 0);
+}
+
 TEST_F(EqualIdsTest, SecondStubIsSearchedOnlyUntilItIsAdded) {
     makeEqual(id(5), id(kMany + 5));
     addAll(ascending(kMany));
@@ -168,6 +175,13 @@ TEST_F(EqualIdsTest, UnknownStubIsSearchedInTheOrderOfTheIds) {
     kvinmemory::countIdComparisons(true);
     EXPECT_EQ(ids->find(id(4001)), std::nullopt);
     EXPECT_LE(comparisons(), kSearch);
+}
+
+TEST_F(EqualIdsTest, UnknownStubBehindAllOthersIsNotSearched) {
+    addAll(ascending(kMany));
+    kvinmemory::countIdComparisons(true);
+    EXPECT_EQ(ids->find(id(kMany + 1)), std::nullopt);
+    EXPECT_LE(comparisons(), 2);
 }
 
 TEST_F(EqualIdsTest, IdsInAscendingOrderAreAddedWithoutASearch) {
@@ -207,6 +221,19 @@ TEST_F(EqualIdsTest, KeepWhatTheyHadWhenAnIdCannotBeAdded) {
             ASSERT_EQ(grown.find(id(n)), std::optional<const GxDbStub*>(id(n).stub()));
         EXPECT_EQ(grown.add(id(500)), id(500).stub());
         EXPECT_EQ(grown.add(id(added + 1)), id(added + 1).stub());
+    });
+}
+
+TEST_F(EqualIdsTest, IdThatCannotBeAddedIsNotFound) {
+    kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
+        EqualIds grown;
+        unsigned long added = 0;
+        point.run([&] {
+            for (; added < 200; ++added)
+                grown.add(id(added + 1));
+        });
+        EXPECT_EQ(grown.find(id(added + 1)), std::nullopt);
+        EXPECT_EQ(grown.size(), added);
     });
 }
 

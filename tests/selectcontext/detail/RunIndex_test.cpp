@@ -283,6 +283,18 @@ TEST_F(RunIndexTest, EndIsTheEntryBehindTheRun) {
     EXPECT_EQ(run->end()->first, id(kMain + 1));
 }
 
+// The node of the erased entry is used again.
+TEST_F(RunIndexTest, EndIsNotThatOfALastEntryThatWasErased) {
+    addSubs(100);
+    const auto run = build(Keys::kMarker);
+    ASSERT_TRUE(erase(*run, entryAt(99)));
+    add({1}, kMain - 2);
+    EXPECT_EQ(run->end(), behind());
+    ASSERT_TRUE(erase(*run, entryAt(98)));
+    add({1}, kMain + 2);
+    EXPECT_EQ(run->end(), behind());
+}
+
 TEST_F(RunIndexTest, EndOfTheLastRunIsThatOfTheMap) {
     addSubs(100);
     const auto run = RunIndex::build(map(), std::as_const(map()).find(id(kMain + 1)), *data->entities,
@@ -426,7 +438,7 @@ TEST_P(RunIndexByKeys, FindsWhatIsLeftWhileItemsComeAndGo) {
             ++ended;
             run = build(GetParam());
         }
-        if (step % 20 == 0)
+        if (step % 50 == 0)
             expectFindsAsAWalk(*run);
     }
     EXPECT_GT(ended, 0);

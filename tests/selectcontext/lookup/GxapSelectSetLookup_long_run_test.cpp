@@ -494,4 +494,41 @@ TEST_F(LongRunLookupCost, IsOfNoMemoryOnceTheRunIsIndexed) {
     EXPECT_EQ(allocations.mallocCalls(), 0);
 }
 
+// ---- changes by the library and by callers that an index has to notice
+
+TEST_F(LongRunLookup, PathGivenThroughAnIteratorIsFound) {
+    SetOf s(between(plainRun(200)));
+    indexRun(s.set);
+    const IdPath path = kvtest::idVector({7, 8});
+    edit(s.set).iteratorAt(52).setNestedEntFullPath(path);
+    EXPECT_EQ(s.set.find(id(kRunMain), id(51), 0l, &path), 52);
+    EXPECT_TRUE(kvtest::isFoundAsByAWalk(s.set, {kRunMain, 51, -1, {7, 8}}));
+    EXPECT_TRUE(areFoundAsByAWalk(s.set, plainRun(210)));
+}
+
+TEST_F(LongRunLookup, ItemIsRefusedThatHasThePathGivenThroughAnIterator) {
+    SetOf s(between(plainRun(200)));
+    indexRun(s.set);
+    edit(s.set).iteratorAt(52).setNestedEntFullPath(kvtest::idVector({7, 8}));
+    kvtest::select(s.set, {kRunMain, 51, -1, {7, 8}});
+    EXPECT_EQ(kvtest::count(s.set), 204u);
+}
+
+TEST_F(LongRunLookup, EntriesThatChangedPlacesByHandAreFoundWhereTheyLead) {
+    SetOf s(between(plainRun(200)));
+    indexRun(s.set);
+    const auto addressAt = [&](std::ptrdiff_t i) -> unsigned long& {
+        return std::next(mapOf(s.set).lower_bound(id(kRunMain)), i)->second;
+    };
+    std::swap(addressAt(20), addressAt(30));
+    EXPECT_TRUE(areFoundAsByAWalk(s.set, plainRun(210)));
+}
+
+TEST_F(LongRunLookupCost, IsOfNoMemoryWhereTheIndexWasChangedByHand) {
+    kvtest::addRecord(*set().sharedData, id(kRunMain + 7));
+    const kvtest::AllocationCount allocations;
+    EXPECT_NE(set().find(id(kRunMain), id(kMany), 0), -1);
+    EXPECT_EQ(allocations.newCalls(), 0) << "no index is made that cannot be kept";
+}
+
 } // namespace

@@ -16,8 +16,7 @@ namespace kvdetail {
 //
 // Invariants:
 //  1. The number of buckets is a power of two. At least one bucket is empty.
-//  2. The mShift lowest bits of all keys are mLowBits. Addresses of objects of one type have such bits in
-//  common.
+//  2. The mShift lowest bits of all keys are mLowBits. Addresses of objects of one type have common low bits.
 //
 // Thread safety: only one thread may change the table. Any number of threads may find keys at once.
 template <class Key, class Value>
@@ -118,7 +117,7 @@ private:
     }
 
     // Empties the bucket `gap`. Moves a later key into the gap, unless the key's home is between the gap and
-    // the key. Then goes on with the bucket that this has emptied.
+    // the key. Then treats the bucket of the moved key as the gap.
     void removeBucket(std::size_t gap) noexcept {
         const std::size_t mask = mBuckets.size() - 1;
         for (std::size_t i = next(gap); mBuckets[i].key != 0; i = next(i)) {

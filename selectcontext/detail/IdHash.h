@@ -18,8 +18,7 @@ namespace kvdetail {
 // Invariants while isCurrent():
 //  1. The hash has the first entry of every id of the index, except the null id.
 //  2. No two stubs in the index name one object. A hash of stubs would treat them as two ids.
-//  3. No entry was added, erased or extracted without an update of the hash. So every entry in the hash
-//  exists.
+//  3. Every added, erased or extracted entry has updated the hash. So every entry in the hash exists.
 //
 // Thread safety: one thread builds and changes the hash. Any number of threads may find ids at once.
 class IdHash {

@@ -103,8 +103,8 @@ public:
     // have a record. If there is no memory, adds nothing and throws std::bad_alloc. O(1).
     Entry insert(Entry place, const GxDbObjectId& id, const Store::Slot* slot);
 
-    // Erases the entry. Also deletes the run indexes of the id if the entry's slot no longer has its record.
-    // O(1).
+    // Erases the entry. Also deletes the run indexes of the id if the entry's slot has no record any more, or
+    // if the record's keys have changed. O(1).
     void erase(Entry entry);
 
     // Prepares for erasing all entries of the run that begins at `first`: deletes the indexes of the run.

@@ -40,8 +40,7 @@ public:
 
 private:
     static constexpr std::ptrdiff_t kStep = 4;
-    // A hash is requested after one record per 64 index entries. A shorter comparison would not repay the
-    // hash.
+    // A hash is requested after one record per 64 index entries. For fewer records, it would not pay.
     static constexpr std::size_t kEntriesPerRecord = 64;
 
     // Prefetches for the records behind `slot` and before `last`. The record in `slot` must be the one that

@@ -27,7 +27,7 @@ inline IdIndex& indexOf(const SSetData& data) {
     return SetData::of(data).index;
 }
 
-// Returns the record in the slot at this address. Returns null if the store has no occupied slot there, and
+// Returns the record in the slot at this address. Returns null if the store has no occupied slot there, or
 // if a caller has put null into the slot. A free slot may have the address of a deleted record, so that
 // address is not returned. O(1), or O(pages) for an address that is no slot.
 inline selected_entity* recordAt(const Store& store, unsigned long address) noexcept {

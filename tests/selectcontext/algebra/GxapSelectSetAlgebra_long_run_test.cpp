@@ -130,7 +130,7 @@ TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItself) {
     EXPECT_EQ(items(result.set), selected(held, added));
 }
 
-// Up to 64 items of one id are compared with each other.
+// A merge compares up to 64 added records of one id with each other.
 TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItselfToASetWithoutTheRun) {
     for (const std::size_t count : {63u, 64u, 65u, 66u}) {
         Items added = RunItems(GetParam(), 30).next(count - 1);

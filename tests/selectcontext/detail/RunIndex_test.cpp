@@ -283,7 +283,7 @@ TEST_F(RunIndexTest, EndIsTheEntryBehindTheRun) {
     EXPECT_EQ(run->end()->first, id(kMain + 1));
 }
 
-// The node of the erased entry is used again.
+// The next entry that is added gets the node of the erased entry.
 TEST_F(RunIndexTest, EndIsNotThatOfALastEntryThatWasErased) {
     addSubs(100);
     const auto run = build(Keys::kMarker);

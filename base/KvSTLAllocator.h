@@ -1,4 +1,4 @@
-// _KvSTLAllocator: allocates the nodes of the id index.
+// _KvSTLAllocator: allocates the nodes of the id index, and of sets of ids.
 #pragma once
 
 #include "base/detail/Export.h"
@@ -11,10 +11,10 @@
 #include <type_traits>
 #include <utility>
 
-// Takes memory from its pool, or from operator new if it has no pool. An instance can free what another
-// allocated if both have the same pool, or if both have none. A copied container has no pool. Moving or
-// swapping a container moves or swaps the pool too, and keeps it alive. The allocator that get_allocator()
-// returns is valid as long as the container. std::bad_alloc if there is no memory. O(1).
+// Takes memory from its pool, or from operator new if it has no pool. An allocator can free the memory of
+// another one if both have the same pool, or if neither has a pool. A copied container has no pool. Moving or
+// swapping a container also moves or swaps the pool, and keeps the pool alive. The allocator that
+// get_allocator() returns is valid as long as the container. std::bad_alloc if there is no memory. O(1).
 //
 // Thread safety: that of the pool, or of operator new.
 template <class T>
@@ -33,7 +33,7 @@ struct _KvSTLAllocator {
 
     T* allocate(std::size_t n) {
         kvdetail::NodePool* const nodes = pool();
-        // std::allocator refuses a number that exceeds all memory.
+        // std::allocator throws if the size in bytes overflows.
         if (!nodes || n > std::numeric_limits<std::size_t>::max() / sizeof(T))
             return std::allocator<T>().allocate(n);
         return static_cast<T*>(nodes->allocate(n * sizeof(T)));
@@ -46,7 +46,8 @@ struct _KvSTLAllocator {
             std::allocator<T>().deallocate(memory, n);
     }
 
-    // An assignment to a container may reuse its old nodes. Only this call tells the pool so.
+    // Constructs a value, and tells the pool. A container that is assigned to may reuse nodes without calling
+    // allocate().
     template <class U, class... Args>
     void construct(U* value, Args&&... args) {
         if (kvdetail::NodePool* const nodes = pool())

@@ -222,7 +222,7 @@ public:
     // Frees all pages, so that the store is as new. O(pages).
     void freeAllPages();
 
-    // Returns the sum of the pages' counts. O(log pages).
+    // Returns the sum of the pages' counts. O(log pages), or O(pages) if the page index is out of date.
     std::uint32_t occupiedSlots() const noexcept;
 
     // Returns the number of slots before `fillEnd` in all pages. O(pages).
@@ -288,12 +288,13 @@ public:
     Page* tail = nullptr;
 
 private:
-    // Every used slot is occupied, so that a slot's number is its ordinal.
+    // Returns whether every used slot is occupied, so that the n-th occupied slot is slot n. Always false
+    // without occupancy bitmaps.
     static bool hasNoHoles(const Page* page) noexcept {
         return kvdetail::kHasOccupancyBitmap && page->fillEnd - page->slots == page->liveCount;
     }
 
-    // The page's bits are kept, and agree with its count.
+    // Returns whether the page has a bitmap whose count equals that of the page.
     static bool hasBits(const Page* page) noexcept {
         return kvdetail::kHasOccupancyBitmap && page->occupied.isKept() &&
                page->occupied.count() == page->liveCount;
@@ -303,10 +304,11 @@ private:
         return static_cast<std::uint32_t>(slot - page->slots);
     }
 
-    // The n-th occupied slot of the page, by arithmetic or bitmap; null if neither applies.
+    // Returns the n-th occupied slot of the page by arithmetic or by the bitmap. Returns null if neither
+    // gives an occupied slot.
     static Slot* nthByShortcut(const Page* page, std::uint32_t n) noexcept;
 
-    // Adds 1 or -1 to the page's count.
+    // Adds `change`, 1 or -1, to the page's count, and tells the page index.
     void changeCount(Page* page, int change) noexcept {
         page->liveCount += static_cast<std::uint32_t>(change);
         if (mIndex.isInUse())
@@ -315,26 +317,30 @@ private:
     void vacate(Page* page, Slot* slot) noexcept;
     static void startBits(Page* page) noexcept;
 
-    // The page index can be used: its ends are those of the chain, and no page of it was freed.
+    // Returns whether the page index can be used: it has the ends of the chain, and none of its pages has
+    // been freed.
     bool isIndexed() const noexcept {
         return mIndex.isInUse() && mIndex.pages().front() == head && mIndex.pages().back() == tail &&
                mIndex.verify(head, mEpoch.current());
     }
 
-    // Positions are taken from the page index. A chain of few pages is counted as it stands.
+    // Returns whether positions are taken from the page index. A chain of at most kCheckedLinks pages is
+    // walked instead: checking the index would visit as many pages.
     bool isCounted() const noexcept { return mIndex.pages().size() > mIndex.kCheckedLinks && isIndexed(); }
 
-    // A page and a number within it. `page` is null if the position is beyond the last element.
+    // The page of an element, and the number of the element within the page. `page` is null for a position
+    // beyond the last element.
     struct InPage {
         Page* page;
         std::uint32_t number;
     };
     InPage inPage(std::uint32_t i) const noexcept;
-    // Not inlined: otherwise inPage() saves registers also where the page index is unused.
+    // Is not inlined. Otherwise inPage() would save registers even if the page index is not in use.
     [[gnu::noinline]] InPage inIndexedPage(std::uint32_t i) const noexcept;
     std::uint32_t liveBefore(const Page* page) const noexcept;
 
-    // Addresses are compared as integers: they may come from anywhere.
+    // Returns whether the address is that of a slot in [first, last). Compares addresses as integers, since
+    // the address may be that of any object.
     static bool isWithin(const void* address, const Slot* first, const Slot* last) noexcept {
         const auto at = reinterpret_cast<std::uintptr_t>(address);
         const auto begin = reinterpret_cast<std::uintptr_t>(first);
@@ -357,16 +363,17 @@ private:
 
     kvdetail::PageIndex<Page, PageBytes> mIndex;
     kvdetail::StoreEpoch mEpoch;
-    std::uint32_t mMade = 0; // pages
-    // Bitmaps begin with the second page, so that a small store always follows its slots.
+    std::uint32_t mMade = 0; // number of pages that the store made
+    // A store that never had a second page keeps no bitmaps. It reads its slots.
     bool mHasHadSeveralPages = false;
 };
 
 namespace kvdetail {
 
-// Moves an iterator back to the occupied slot before it in `store`, across pages, or to before the first
-// element. One that is there already, or has no page or no slot, does not move; one that stands in another
-// store, or whose page is gone, goes to before the first. O(slots skipped), O(pages) to change page.
+// Moves an iterator to the previous occupied slot in `store`, across pages, or to before the first element.
+// Does not move an iterator that is before the first element, or that has no page or no slot. Moves an
+// iterator of another store, or whose page was freed, to before the first element. O(slots skipped), or
+// O(pages) to change page.
 template <class Store>
 void stepBack(const Store* store, typename Store::iterator& it) {
     using Slot = typename Store::Slot;
@@ -375,7 +382,7 @@ void stepBack(const Store* store, typename Store::iterator& it) {
 
     bool onPage = it.trucker == store && it.isOnPage();
     while (onPage) {
-        // Counted in slots from the block's start, so that no address below the block is ever formed.
+        // Counts slots from the start of the block, so that no address before the block is formed.
         const std::ptrdiff_t below = it.position == 0 ? 0 : it.slot - it.page->slots;
         if (Slot* const previous = Store::lastOccupiedBefore(it.page, below)) {
             it.slot = previous;
@@ -393,8 +400,8 @@ void stepBack(const Store* store, typename Store::iterator& it) {
     it.toBeforeFirst();
 }
 
-// Whether visit(slot) is true for an occupied slot, asked in store order up to the first. The visitor may
-// free the slot that it is given, but no page. O(slots).
+// Calls visit(slot) for occupied slots, in store order, until a call returns true. Returns whether one did.
+// The visitor may free the slot that it gets, but no page. O(slots).
 template <class Store, class Visit>
 bool anyOccupied(const Store& store, Visit visit) {
     for (const typename Store::Page* page = store.head; page; page = page->next) {
@@ -406,7 +413,8 @@ bool anyOccupied(const Store& store, Visit visit) {
     return false;
 }
 
-// Calls visit(slot) for every occupied slot, in store order, under the same rule.
+// Calls visit(slot) for every occupied slot, in store order. The visitor may free the slot that it gets, but
+// no page. O(slots).
 template <class Store, class Visit>
 void forEachOccupied(const Store& store, Visit visit) {
     anyOccupied(store, [&visit](typename Store::Slot* slot) {
@@ -436,7 +444,7 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::nextElsewhere() {
         slot = page->slots;
         position = 0;
         epoch = trucker->mEpoch.current();
-        // The first element reached this way has position 0, one less than iteratorAt() gives it.
+        // The position of this element stays 0, one less than iteratorAt(0) has.
         if (slot && !slot->free)
             return;
         from = slot;
@@ -460,8 +468,8 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::nextElsewhere() {
     toNextPage();
 }
 
-// Pages without an occupied slot are passed through, so that the walk ends on the tail even where that is
-// one.
+// Skips pages without an occupied slot. After the last page, the iterator is at the end of the tail, even if
+// the tail has no occupied slot.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::iterator::toNextPage() {
     while (page->next) {
@@ -484,10 +492,10 @@ template <class T, unsigned PageBytes, class Allocator>
 bool KvTrucker<T, PageBytes, Allocator>::iterator::isOnFoundPage() const noexcept {
     using kvdetail::StoreEpoch;
     const std::uint32_t now = trucker->mEpoch.current();
-    // An epoch of another group is that of an earlier store at the same address.
+    // An epoch of another group comes from an earlier store at the same address.
     if (!StoreEpoch::isSameGroup(epoch, now) || !trucker->contains(page))
         return false;
-    // A younger page may lie where the iterator's page was.
+    // A page that was made later may lie at the address of the iterator's page.
     if (StoreEpoch::isSameGroup(epoch, page->birth) && StoreEpoch::isLater(page->birth, epoch))
         return false;
     if (slot != blockEnd(page) && !isWithin(slot, page->slots, blockEnd(page)))
@@ -551,8 +559,8 @@ auto KvTrucker<T, PageBytes, Allocator>::elementAt(int i, Page** page, unsigned*
             found = firstOccupied(found + 1, p->fillEnd);
     }
     if (!found) {
-        // The page's count promises more than its slots hold; only a caller that changed its fields gets
-        // here.
+        // The page's count exceeds the number of its occupied slots. Only a caller that changed the page's
+        // fields can cause this.
         if (remaining != 0)
             return nullptr;
         if (!(p->fillEnd < blockEnd(p)) || p->fillEnd->free)
@@ -602,7 +610,7 @@ void KvTrucker<T, PageBytes, Allocator>::removeAt(iterator& it) {
 
     kvdetail::stepBack(this, it);
     if (it.page == page)
-        it.toBeforeFirst(); // its position, or the page's count, was not true
+        it.toBeforeFirst(); // the iterator's position or the page's count was wrong
     unlinkAndFree(page);
     it.epoch = mEpoch.current();
 }
@@ -691,8 +699,8 @@ auto KvTrucker<T, PageBytes, Allocator>::makePage() -> Page* {
     return new (pageMemory) Page{nullptr, 0, slots, slots, 0, mEpoch.serial(), mEpoch.current(), ++mMade, {}};
 }
 
-// A small set spends more time on clearing its page than on its items. Copying the slots that are clear
-// already takes half as long as clearing one slot after the other.
+// Makes all slots free. In a small set, this takes longer than the work on the items. So slots that are
+// already clear are copied, which takes half as long as clearing one slot after the other.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::clearSlots(Slot* slots) noexcept {
     if constexpr (std::is_trivially_copyable_v<T>) {
@@ -716,10 +724,11 @@ void KvTrucker<T, PageBytes, Allocator>::freePage(Page* page) noexcept {
         Allocator::deallocate(page->slots, PageBytes);
     }
     Allocator::deallocate(page, sizeof(Page));
+    // A page that a caller has moved into this store may have iterators of other stores on it.
     if (isOwn)
         mEpoch.raise();
     else
-        kvdetail::StoreEpoch::raiseAll(); // a caller has moved it here: any iterator may stand on it
+        kvdetail::StoreEpoch::raiseAll();
 }
 
 // Does nothing for a page that a caller has taken out of the chain.
@@ -832,7 +841,8 @@ auto KvTrucker<T, PageBytes, Allocator>::inPage(std::uint32_t i) const noexcept 
     return {page, i};
 }
 
-// Returns no page where the position is beyond the last, or the page index does not agree with the page.
+// Returns a null page for a position beyond the last element, and if the page index is not used or does not
+// match the page.
 template <class T, unsigned PageBytes, class Allocator>
 auto KvTrucker<T, PageBytes, Allocator>::inIndexedPage(std::uint32_t i) const noexcept -> InPage {
     if (!isCounted())
@@ -841,7 +851,8 @@ auto KvTrucker<T, PageBytes, Allocator>::inIndexedPage(std::uint32_t i) const no
     return {page, number};
 }
 
-// The occupied slots of the pages before this one; kNoPosition when it is not in the chain.
+// Returns the number of occupied slots in the pages before this one. Returns kNoPosition if the page is not
+// in the chain.
 template <class T, unsigned PageBytes, class Allocator>
 std::uint32_t KvTrucker<T, PageBytes, Allocator>::liveBefore(const Page* page) const noexcept {
     if (isCounted() && mIndex.isCounted(page))

@@ -1,4 +1,4 @@
-// What the programs of the benchmark are asked for on their command lines.
+// Reads the command lines of the benchmark's programs.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace kvbench {
 
-// What follows `flag` where the argument begins with it; else null.
+// Returns the rest of the argument if it begins with `flag`, otherwise null.
 inline const char* valueOf(const char* argument, const char* flag) {
     const std::size_t length = std::strlen(flag);
     return std::strncmp(argument, flag, length) == 0 ? argument + length : nullptr;
@@ -16,7 +16,7 @@ inline const char* valueOf(const char* argument, const char* flag) {
 
 using Sizes = std::vector<std::size_t>;
 
-// Of a list such as 100,10000. Empty for one with something else than sizes in it.
+// Returns the sizes of a list such as 100,10000. Returns no sizes if the list has anything else in it.
 inline Sizes sizesOf(const char* list) {
     Sizes sizes;
     for (const char* at = list;; ++at) {

@@ -1,5 +1,5 @@
-// Runs a measurement in a process of its own: its heap is one that no other measurement has used, and
-// whatever it leaves behind, such as the records that the library leaves unreleased on purpose, goes with the
+// Runs a measurement in a process of its own. The process has a heap that no other measurement has used. What
+// a measurement does not free, such as the removed records that the library keeps on purpose, ends with the
 // process.
 #pragma once
 
@@ -13,8 +13,8 @@
 
 namespace kvbench {
 
-// An application that selects has other threads. Only beside one do reference counts and the allocator work
-// as they do there: both take short cuts in a process that has started none.
+// Starts a second thread, since applications have several. In a process with one thread only, reference
+// counts and the allocator are faster.
 inline void startIdleThread() {
     std::thread([] {
         for (;;)
@@ -22,16 +22,16 @@ inline void startIdleThread() {
     }).detach();
 }
 
-// An application has run for a while: what is freed stays in its heap, and the next set is made of it. In a
-// young process the end of the heap would go back to the system with every set, and every larger block, up to
-// a size that grows as such blocks are freed and here is what it grows to.
+// Keeps freed memory in the heap, as in an application that has run for a while: the next set is made of it.
+// In a new process, the end of the heap would go back to the system with every set, and so would large
+// blocks. The limit for large blocks grows when such blocks are freed. Here it is set to what it can grow to.
 inline void keepFreedMemory() {
     constexpr int kLargestInHeap = 32 << 20;
     mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
     mallopt(M_MMAP_THRESHOLD, kLargestInHeap);
 }
 
-// What `measurement` returns, or nothing when its process died.
+// Runs the measurement in a child process. Returns its result, or nothing if the process failed.
 template <class Measurement>
 auto inChild(Measurement measurement) -> std::optional<decltype(measurement())> {
     using Result = decltype(measurement());

@@ -1,4 +1,4 @@
-// All the contenders whose packages are there, and the names of those that are left out.
+// All contenders whose packages are installed, and the names of the others.
 #pragma once
 
 #include "bench/peers/LinkedList.h"
@@ -21,7 +21,7 @@
 
 namespace kvbench {
 
-// List<every contender's set>.
+// List<the sets of all contenders>.
 template <template <class...> class List>
 using ContendersIn = List<SelectContext, VectorHash,
 #ifdef KV_BENCH_BOOST
@@ -38,7 +38,7 @@ using ContendersIn = List<SelectContext, VectorHash,
 #endif
                           LinkedList>;
 
-// The contenders whose package was not there when this was built, separated by commas.
+// Returns the contenders whose packages were not installed at build time, separated by commas.
 inline std::string leftOut() {
     std::string names;
 #ifndef KV_BENCH_BOOST

@@ -1,6 +1,6 @@
-// Whether the core works at full speed. A virtual machine shares its cores with others, and may for seconds
-// have half of what it had before: more than most of the differences that are to be measured. What others
-// take of the shared cache and of the memory's speed does not show here.
+// Tells whether the core works at full speed. A virtual machine shares its cores with others, and may lose
+// half of their speed for seconds. That is more than most of the differences that are measured. The load that
+// others put on the shared cache and the memory does not show here.
 #pragma once
 
 #include <algorithm>
@@ -15,7 +15,8 @@ inline double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// A tenth of a millisecond of additions, four at a time: what is left of a core shows in how many go at once.
+// Returns the time of a probe: about a tenth of a millisecond of additions. Four of them can run at once, so
+// the time grows when another thread uses the core, too.
 inline double secondsOfProbe() {
     constexpr std::uint64_t kSteps = 60000;
     std::uint64_t a = 1;
@@ -33,7 +34,7 @@ inline double secondsOfProbe() {
     return secondsSince(start);
 }
 
-// What a probe takes when nothing disturbs it. Learned once; the processes of the measurements inherit it.
+// The time of an undisturbed probe. It is measured once, and the processes of the measurements inherit it.
 inline double& undisturbedProbe() {
     static double seconds = 1;
     return seconds;
@@ -51,7 +52,7 @@ inline bool isAtFullSpeed() {
     return secondsOfProbe() < kTolerance * undisturbedProbe();
 }
 
-// Waits for a better moment, but not for long.
+// Waits until the core is at full speed, for at most half a second.
 inline void awaitFullSpeed() {
     constexpr double kMostSeconds = 0.5;
     const auto start = std::chrono::steady_clock::now();

@@ -1,4 +1,4 @@
-// What the benchmark selects: the five parts of an item's identity, and the record that the peers keep of it.
+// The items of the benchmark: their five keys, and the records that the peers keep.
 #pragma once
 
 #include "base/KvVector.h"
@@ -15,7 +15,7 @@
 
 namespace kvbench {
 
-// An item as a picker hands it over: the whole entity, without path and transform, as most picks are.
+// An item as a picker selects it. Like most picks, it is a whole entity without path and transform.
 struct Pick {
     GxDbObjectId mainId;
     GxDbObjectId subId;
@@ -23,13 +23,13 @@ struct Pick {
 };
 using Picks = std::vector<Pick>;
 
-// An item inside nested blocks. The path is no part of a Pick, so that those of whole entities stay small.
+// An item inside nested blocks. A Pick has no path, so that picks of whole entities are small.
 struct NestedPick : Pick {
     KvVector<GxDbObjectId> path;
 };
 using NestedPicks = std::vector<NestedPick>;
 
-// Ids in ascending order of `index`.
+// Returns an id. A greater index gives a greater id.
 inline GxDbObjectId idAt(std::size_t index) {
     return GxDbObjectId(reinterpret_cast<GxDbStub*>((index + 1) * 64));
 }
@@ -44,7 +44,7 @@ struct IdEqual {
     bool operator()(const GxDbObjectId& a, const GxDbObjectId& b) const noexcept { return a == b; }
 };
 
-// A pointer to something that a record owns alone and copies with itself.
+// A pointer to a value that belongs to one record. Copying the record copies the value.
 template <class T>
 class Owned {
 public:
@@ -65,7 +65,7 @@ private:
     std::unique_ptr<T> mValue;
 };
 
-// The same fields as selected_entity, in the containers that an application's programmers would take.
+// The fields of selected_entity, in the containers that an application would use.
 struct PeerItem {
     PeerItem() = default;
     explicit PeerItem(const Pick& pick) : mainId(pick.mainId), subId(pick.subId), gsMarker(pick.gsMarker) {}
@@ -75,7 +75,7 @@ struct PeerItem {
             path.push_back(pick.path.at(i));
     }
 
-    // For the peers that leave a gap where an item was: what is selected has an id.
+    // Returns whether this is the gap of a removed item. Selected items have an id.
     bool isGap() const { return !mainId.stub(); }
 
     GxDbObjectId mainId;
@@ -109,7 +109,8 @@ inline bool isSamePath(const std::vector<GxDbObjectId>& a, const KvVector<GxDbOb
     return std::all_of(a.begin(), a.end(), [&](const GxDbObjectId& id) { return id == b.at(i++); });
 }
 
-// The five-part identity: main id, sub id, marker (0 and -1 are one), path and transform.
+// Return whether the item has the five keys: main id, sub id, marker (0 and -1 are equal), path and
+// transform.
 inline bool isSame(const PeerItem& item, const Pick& pick) {
     return item.mainId == pick.mainId && item.subId == pick.subId &&
            isSameMarker(item.gsMarker, pick.gsMarker) && item.path.empty() &&
@@ -122,7 +123,8 @@ inline bool isSame(const PeerItem& item, const NestedPick& pick) {
            isSameTransform(item.transform.get(), nullptr);
 }
 
-// All of it but the transform, by which sets are compared.
+// Returns whether two items have the same four keys, which leave out the transform. Sets are compared by
+// these.
 inline bool hasSameKeys(const PeerItem& a, const PeerItem& b) {
     return a.mainId == b.mainId && a.subId == b.subId && isSameMarker(a.gsMarker, b.gsMarker) &&
            a.path == b.path;
@@ -132,7 +134,7 @@ inline bool isSame(const PeerItem& a, const PeerItem& b) {
     return hasSameKeys(a, b) && isSameTransform(a.transform.get(), b.transform.get());
 }
 
-// The exact three keys by which items are removed.
+// Returns whether the item has exactly these three keys, by which items are removed.
 inline bool hasKeys(const PeerItem& item, const Pick& pick) {
     return item.mainId == pick.mainId && item.subId == pick.subId && item.gsMarker == pick.gsMarker;
 }

@@ -1,4 +1,4 @@
-// How an operation is timed: on several sets where they are small, and several times where that is cheap.
+// Times an operation: on several sets if they are small, and several times if that is cheap.
 #pragma once
 
 #include "bench/FullSpeed.h"
@@ -14,20 +14,20 @@
 
 namespace kvbench {
 
-constexpr std::size_t kItemsPerRegion = 16000; // in as many sets as that takes: one of 10^6, 1600 of 10
-constexpr std::size_t kItemsPerReading = 100;  // at least, between two readings of the clock
-constexpr std::size_t kRegions = 3;            // at most, for one figure
-constexpr double kEnoughSeconds = 0.2;         // of a figure, after which no further region is begun
-constexpr double kLongRegionSeconds = 2e-3;    // what the rounds of a repeatable operation are to add up to
+constexpr std::size_t kItemsPerRegion = 16000; // so a region has 1600 sets of 10 items, or one set of 10^6
+constexpr std::size_t kItemsPerReading = 100;  // fewest items between two readings of the clock
+constexpr std::size_t kRegions = 3;            // most regions for one figure
+constexpr double kEnoughSeconds = 0.2;         // after so much time for a figure, no further region begins
+constexpr double kLongRegionSeconds = 2e-3;    // time of all rounds of a repeatable operation
 constexpr double kMostRounds = 10000;
-constexpr std::size_t kMostDisturbed = 3; // regions that are measured again
+constexpr std::size_t kMostDisturbed = 3; // most regions that are measured again
 
 struct Timing {
     double nsPerItem;
     double shortestRegionUs;
 };
 
-// What a region took, and whether the machine was at full speed to its end.
+// The time of a region, and whether the core was at full speed at the end of the region.
 struct Region {
     double seconds = 0;
     bool isUndisturbed = true;
@@ -41,7 +41,8 @@ inline std::size_t setsOf(std::size_t count) {
     return std::max<std::size_t>((kItemsPerRegion + count - 1) / count, 1);
 }
 
-// Reading the clock takes as long as selecting an item: sets of ten are timed ten at a time.
+// Returns the number of sets between two readings of the clock: ten for sets of ten. Reading the clock takes
+// as long as selecting an item.
 inline std::size_t setsPerReading(std::size_t count) {
     return std::max<std::size_t>(kItemsPerReading / count, 1);
 }
@@ -81,8 +82,9 @@ inline std::size_t roundsFor(double secondsOfOne) {
     return static_cast<std::size_t>(std::clamp(rounds, 1.0, kMostRounds));
 }
 
-// The median of a few regions, which `next` times; no further one is begun once they add up to enough. One
-// that was disturbed, as far as a probe behind it can tell, is taken again a few times.
+// Returns the median time of a few regions. `next` times a region. No further region begins when the regions
+// have taken kEnoughSeconds. A region whose end was disturbed is measured again, at most kMostDisturbed
+// times.
 template <class Next>
 double medianOf(Next next) {
     std::vector<double> regions;
@@ -99,9 +101,9 @@ double medianOf(Next next) {
     return regions[regions.size() / 2];
 }
 
-// An operation that leaves its sets as they were, after a first round that is not counted. Leaves the sets to
-// the end of the process, as releasing them would take as long as many an operation. A long run needs no
-// other one before it.
+// Times an operation that leaves its sets unchanged. The first round does not count. Does not free the sets,
+// since that would take as long as some operations. If the first round was long, no uncounted round comes
+// before the others.
 template <class Operation>
 Timing timingOfRepeatable(std::size_t count, Order order) {
     auto& batch = *new Batch<Operation>(count, order);
@@ -111,18 +113,18 @@ Timing timingOfRepeatable(std::size_t count, Order order) {
     const double seconds = medianOf([&] {
         awaitFullSpeed();
         if (isSmall(count) && !isLong)
-            batch.region(1); // waiting has emptied the caches
+            batch.region(1); // fills the caches, which are empty after waiting
         return batch.region(rounds);
     });
     return {seconds * 1e9 / batch.itemsDealtWith() / static_cast<double>(rounds), seconds * 1e6};
 }
 
-// An operation that needs a fresh set each time: small ones one after the other in memory that the one before
-// has given back, the first of them not counted; large ones are left to the end of the process. One small set
-// is enough for a long run.
+// Times an operation that needs a new set each time. Small sets are made one after the other, in memory that
+// the set before has freed. The first one does not count. Large sets are not freed. If the operation is long,
+// one small set is enough.
 template <class Operation>
 Timing timingOfFresh(std::size_t count, Order order) {
-    double items = 0; // per reading
+    double items = 0; // number of items per reading of the clock
     const auto regionOfOne = [&] {
         std::vector<std::unique_ptr<Operation>> operations;
         while (operations.size() < setsPerReading(count))
@@ -171,8 +173,8 @@ inline std::size_t allocatedBytes() {
     return info.uordblks + info.hblkhd;
 }
 
-// Everything that sets of `count` items take from the heap, as the allocator accounts for it. Leaves them to
-// the end of the process.
+// Returns how many bytes of the heap sets of `count` items use per item, as counted by the allocator. Does
+// not free the sets.
 template <class Set>
 double bytesPerItem(std::size_t count, Order order) {
     const Picks items = picks(count, order);
@@ -181,7 +183,7 @@ double bytesPerItem(std::size_t count, Order order) {
     for (std::unique_ptr<Set>& set : sets) {
         set = std::make_unique<Set>();
         fill(*set, items);
-        for (const Pick& pick : items) // an index that is built when first asked is part of the set
+        for (const Pick& pick : items) // counts an index that a look-up makes as part of the set
             require(set->has(pick.mainId));
     }
     return static_cast<double>(allocatedBytes() - before) / static_cast<double>(count * sets.size());

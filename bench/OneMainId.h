@@ -1,5 +1,5 @@
-// Operations on items that all share one main id, as the parts of one entity do, and its occurrences in
-// nested blocks. An index of main ids alone does not tell them apart.
+// Operations on items that share one main id, such as the parts of one entity, or the occurrences of an
+// entity in nested blocks. An index of main ids alone does not tell such items apart.
 #pragma once
 
 #include "bench/Item.h"
@@ -14,8 +14,8 @@
 
 namespace kvbench {
 
-// The library with items that have main ids of their own and are the same in all else. The figures of one
-// main id are compared with these.
+// The library, with the same items except that each has a main id of its own. The figures of one main id are
+// compared with the figures of this contender.
 class ManyMainIds : public SelectContext {
 public:
     static constexpr const char* kName = "KvSelectContext, n main ids";
@@ -24,7 +24,7 @@ public:
 template <class Set>
 constexpr bool kSharesMainId = !std::is_same_v<Set, ManyMainIds>;
 
-// Peers look through all items of the id each time: a run of this size takes them up to a second.
+// Peers look through all items of the id each time. With so many items, an operation takes up to a second.
 constexpr std::size_t kLargestOfPeers = 10000;
 
 template <class Set>
@@ -44,7 +44,7 @@ constexpr std::size_t kFirstSubId = 10000000;
 constexpr std::size_t kFirstInner = 20000000;
 constexpr std::size_t kFirstOuter = 30000000;
 
-// What tells the items apart. Every difference: kName, kThreeKeysDiffer, and itemOf(mainId, index).
+// The keys in which items differ. Every such class has kName, kThreeKeysDiffer and itemOf(mainId, index).
 
 struct SubIdsDiffer {
     static constexpr const char* kName = "sub ids differ";
@@ -64,7 +64,8 @@ struct MarkersDiffer {
     }
 };
 
-// A hundred occurrences in each outer block: no single id of a path tells it from all others.
+// There are a hundred occurrences in each outer block, so no single id of a path is different from all
+// others.
 struct PathsDiffer {
     static constexpr const char* kName = "paths differ";
     static constexpr bool kThreeKeysDiffer = false;
@@ -80,7 +81,7 @@ struct PathsDiffer {
     }
 };
 
-// The source of items for a contender.
+// The source of the items for a contender.
 template <class Set, class Difference>
 struct OneMainId {
     using Items = std::vector<decltype(Difference::itemOf(GxDbObjectId(), 0))>;
@@ -100,7 +101,7 @@ std::string nameOfOneMainId() {
     return std::string("one main id, ") + Difference::kName + ": " + Operation::kName;
 }
 
-// In the order in which they are reported.
+// Lists the operations in the order of the report.
 template <class Set, class Source>
 using OperationsOf = OperationList<Select<Set, Source>, Reselect<Set, Source>, Contains<Set, Source>,
                                    RemoveByKeys<Set, Source>, Merge<Set, Source>, Minus<Set, Source>>;

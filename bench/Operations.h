@@ -1,4 +1,4 @@
-// The operations that are measured, each as a class: what it prepares untimed, and what it times.
+// The measured operations. Each is a class that prepares in the constructor and has run() measured.
 #pragma once
 
 #include "bench/Item.h"
@@ -26,7 +26,8 @@ constexpr unsigned kSelectionSeed = 1;
 constexpr unsigned kAccessSeed = 2;
 constexpr unsigned kRemovalSeed = 3;
 
-// The same shuffle for every contender and every run; kept, as measurements ask for it again and again.
+// Returns the numbers below `count` in this order. The shuffle is the same for every contender and every run.
+// Keeps the result, since measurements use it many times.
 inline const std::vector<std::size_t>& indices(std::size_t count, Order order,
                                                unsigned seed = kSelectionSeed) {
     static std::map<std::tuple<std::size_t, Order, unsigned>, std::vector<std::size_t>> kept;
@@ -40,7 +41,7 @@ inline const std::vector<std::size_t>& indices(std::size_t count, Order order,
     return result;
 }
 
-// For all that is measured at this size.
+// Prepares all index lists that the measurements of this size use.
 inline void prepareIndices(std::size_t count, Order order) {
     indices(count, order);
     indices(std::max<std::size_t>(count / 10, 1) * 10, order);
@@ -48,7 +49,7 @@ inline void prepareIndices(std::size_t count, Order order) {
     indices(count, Order::kShuffled, kRemovalSeed);
 }
 
-// `count` different entities, `first` the lowest of them.
+// Returns `count` different entities, of which number `first` is the lowest.
 inline Picks picks(std::size_t count, Order order, std::size_t first = 0) {
     Picks result;
     result.reserve(count);
@@ -57,9 +58,9 @@ inline Picks picks(std::size_t count, Order order, std::size_t first = 0) {
     return result;
 }
 
-// Where operations get their items from. Every source:
-//   Items, and items(count, order, first): `count` different items, number `first` the lowest of them;
-//   kThreeKeysDiffer: no two items have the same main id, sub id and marker.
+// Where operations get their items from. Every source has:
+//   Items, and items(count, order, first): `count` different items, of which number `first` is the lowest;
+//   kThreeKeysDiffer: whether no two items have the same main id, sub id and marker.
 struct WholeEntities {
     using Items = Picks;
     static constexpr bool kThreeKeysDiffer = true;
@@ -75,7 +76,8 @@ void fill(Set& set, const Items& items) {
         set.select(pick);
 }
 
-// How far apart the items are that a contender is asked for which has to count through a list to each.
+// Returns the distance between the items that are looked up. It is 1, or more for a contender that counts
+// through a list to find a position.
 template <class Set>
 std::size_t stepFor(std::size_t count) {
     constexpr std::size_t kMostAsked = 20;
@@ -86,7 +88,7 @@ inline std::size_t stepsIn(std::size_t count, std::size_t step) {
     return (count + step - 1) / step;
 }
 
-// Something that the compiler cannot drop.
+// Uses a value, so that the compiler cannot remove its computation.
 inline void keep(std::uintptr_t value) {
     asm volatile("" : : "r"(value) : "memory");
 }
@@ -96,10 +98,11 @@ inline void require(bool held) {
         std::abort();
 }
 
-// Every operation class:
-//   kName; kIsRepeatable: one preparation serves many timed runs;
-//   Operation(count, order) prepares; run() is timed; itemsDealtWith() is the number of items that one run
-//   deals with; check() aborts when the last run did not do its job.
+// Every operation class has:
+//   kName, and kIsRepeatable: whether one preparation is enough for many timed runs;
+//   Operation(count, order), which prepares, and run(), which is timed;
+//   itemsDealtWith(): the number of items that one run handles;
+//   check(): aborts if the last run had a wrong result.
 
 template <class Set, class Source = WholeEntities>
 struct Select {
@@ -187,12 +190,12 @@ struct Walk : Filled<Set> {
     std::uintptr_t mSum = 0;
 };
 
-// The sum of as many markers of items without one, which read as -1.
+// Returns the sum of the markers of `count` items without a marker. Each of these markers is -1.
 inline long sumOfNoMarkers(std::size_t count) {
     return -static_cast<long>(count);
 }
 
-// By position, from the first item to the last.
+// Reads items by position, from the first item to the last.
 template <class Set>
 struct WalkByIndex : Filled<Set> {
     static constexpr const char* kName = "walk by index";
@@ -234,8 +237,7 @@ struct Nth : Filled<Set> {
     long mSum = 0;
 };
 
-// Copies a handle and drops the copy, once per item of the set's size, so that the result reads in ns per
-// copy.
+// Copies a handle and destroys the copy, as many times as the set has items. So the result is in ns per copy.
 template <class Set>
 struct HandleCopy : Filled<Set> {
     static constexpr const char* kName = "handle copy";
@@ -304,7 +306,7 @@ struct RemoveAllBackward : Filled<Set> {
     void check() const { require(this->mSet.size() == 0); }
 };
 
-// All items by their three keys, in random order.
+// Removes all items by their three keys, in random order.
 template <class Set, class Source>
 struct RemoveByKeys : Filled<Set, Source> {
     static constexpr const char* kName = "remove by three keys";
@@ -323,7 +325,7 @@ struct RemoveByKeys : Filled<Set, Source> {
     typename Source::Items mDoomed;
 };
 
-// Two sets of `count` items that have half of them in common.
+// Two sets of `count` items. Half of the items are in both sets.
 template <class Set, class Source>
 struct Overlapping {
     Overlapping(std::size_t count, Order order) : mCount(count) {
@@ -331,7 +333,7 @@ struct Overlapping {
         fill(mB, Source::items(count, order, count / 2));
     }
 
-    // As many as either set has: each is read or looked up once.
+    // The number of items of one set. Each of them is read or looked up once.
     std::size_t itemsDealtWith() const { return mCount; }
 
     std::size_t mCount;
@@ -350,7 +352,8 @@ struct Merge : Overlapping<Set, Source> {
     void check() const { require(this->mResult.size() == this->mCount + this->mCount / 2); }
 };
 
-// Takes away by three keys: where all items have the same, every one finds another to take away.
+// Removes by three keys. If all items have the same three keys, each item of one set removes one of the
+// other.
 template <class Set, class Source = WholeEntities>
 struct Minus : Overlapping<Set, Source> {
     static constexpr const char* kName = "minus, half overlapping";
@@ -417,7 +420,7 @@ struct Destroy {
 template <class... Operations>
 struct OperationList {};
 
-// In the order in which they are reported.
+// Lists the operations in the order of the report.
 template <class Set>
 using AllOperations =
     OperationList<Select<Set>, Reselect<Set>, Presence<Set>, Position<Set>, Walk<Set>, WalkByIndex<Set>,

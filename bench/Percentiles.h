@@ -1,4 +1,4 @@
-// What single calls took, from the middle to the worst.
+// The times of single calls, from the median to the longest.
 #pragma once
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 
 namespace kvbench {
 
-using Nanoseconds = std::uint32_t; // up to four seconds
+using Nanoseconds = std::uint32_t; // at most four seconds
 
 struct Percentiles {
     Nanoseconds p50;
@@ -17,7 +17,8 @@ struct Percentiles {
     Nanoseconds most;
 };
 
-// The sample below or at which so many of 10 000 are. The samples are sorted, and there is one.
+// Returns the least sample that at least `ofTenThousand` of 10 000 samples do not exceed. The samples must be
+// sorted, and there must be at least one.
 inline Nanoseconds sampleAt(const std::vector<Nanoseconds>& sorted, std::size_t ofTenThousand) {
     constexpr std::size_t kAll = 10000;
     return sorted[(sorted.size() * ofTenThousand + kAll - 1) / kAll - 1];

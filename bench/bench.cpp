@@ -1,8 +1,9 @@
-// Times the library's operations beside contenders that do the same work on the same items, in one run.
+// Times the library's operations and those of contenders that do the same work on the same items, in one run.
 //
-// Benchmarks are named operation/order/size/contender. Medians over interleaved repetitions are what counts;
-// scripts/bench runs them so and reports on them. --sizes=100,10000 (default: all) picks the sizes,
-// --one-main-id-sizes=1000 those of sets whose items share one main id.
+// Benchmarks are named operation/order/size/contender. Only medians over interleaved repetitions are
+// comparable: scripts/bench makes and reports them. --sizes=100,10000 (default: all) selects the sizes of
+// sets.
+// --one-main-id-sizes=1000 selects the sizes of sets whose items share one main id.
 
 #include "bench/Arguments.h"
 #include "bench/Child.h"
@@ -21,7 +22,7 @@ namespace {
 
 template <class Operation>
 void measure(benchmark::State& state, std::size_t count, Order order) {
-    prepareIndices(count, order); // here, so that the processes of all measurements have them
+    prepareIndices(count, order); // before the processes of the measurements start, which all use them
     for (auto _ : state) {
         const auto timing = inChild([=] { return timingOf<Operation>(count, order); });
         if (!timing) {
@@ -60,7 +61,7 @@ benchmark::internal::Benchmark* add(const std::string& name, std::size_t count, 
         ->Iterations(1);
 }
 
-// What a set takes is the same every time.
+// Adds the memory of a set, without repetitions: the memory is the same every time.
 template <class Set>
 void addMemory(std::size_t count, Order order) {
     benchmark::RegisterBenchmark(
@@ -87,7 +88,7 @@ void addAll(const Sizes& sizes) {
     }
 }
 
-// A run that takes peers long is not repeated: it is long enough to tell orders of magnitude apart.
+// Does not repeat long operations of peers: one run of them shows the order of magnitude.
 template <class Set, class Difference, class Operation>
 void addOneMainId(std::size_t count, Order order) {
     auto* const added = add<Set, Operation>(nameOfOneMainId<Difference, Operation>(), count, order);
@@ -119,8 +120,8 @@ struct All {
     }
 };
 
-// Takes `flag` and the list behind it out of the arguments. Empty for a list with something else than sizes
-// in it.
+// Removes the argument that begins with `flag`, and returns the sizes of its list. Returns no sizes if the
+// list has anything else in it. Returns `otherwise` if there is no such argument.
 Sizes takeSizes(int& argc, char** argv, const char* flag, const Sizes& otherwise) {
     char** const end = argv + argc;
     char** const found = std::find_if(argv + 1, end, [&](char* arg) { return valueOf(arg, flag); });

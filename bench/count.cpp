@@ -1,8 +1,9 @@
-// Runs every operation of the library in a process of its own for callgrind, which counts what run() does,
-// and only that, and dumps it under the name operation/order/size/items. scripts/bench --counts reports on
-// the dumps.
+// Runs every operation of the library in a process of its own, under callgrind. Callgrind counts only what
+// run() does, and dumps the counts under the name operation/order/size/items. scripts/bench --counts reports
+// on the dumps.
 //
-// --sizes=100,10000 (default: these and 10) picks the sizes, --filter=REGEX the operation/order/size.
+// --sizes=100,10000 (default: 10,100,10000) selects the sizes, --filter=REGEX selects by
+// operation/order/size.
 
 #include "bench/Arguments.h"
 #include "bench/Child.h"
@@ -20,8 +21,8 @@
 namespace kvbench {
 namespace {
 
-// What is done with large sets while one exists is done in a tenth of the time, and leaves the simulated
-// caches empty.
+// Stops callgrind while an object of this class exists, if sets are large. The work then takes a tenth of the
+// time, and the simulated caches are empty afterwards.
 class Unwatched {
 public:
     explicit Unwatched(std::size_t count) : mIsLarge(!isSmall(count)) {
@@ -54,7 +55,7 @@ std::unique_ptr<Operation> prepared(std::size_t count, Order order) {
     return std::make_unique<Operation>(count, order);
 }
 
-// After a first run, which brings into the caches what stays there.
+// Counts a repeatable operation. A first run, which is not counted, fills the caches.
 template <class Operation>
 std::size_t collectRepeatable(std::size_t count, Order order) {
     std::vector<std::unique_ptr<Operation>> operations;
@@ -68,7 +69,8 @@ std::size_t collectRepeatable(std::size_t count, Order order) {
     return items;
 }
 
-// Small sets in memory that a first one has given back, large ones in fresh memory.
+// Counts an operation that needs a new set each time. Small sets use memory that a first set has freed. Large
+// sets use new memory.
 template <class Operation>
 std::size_t collectFresh(std::size_t count, Order order) {
     if (isSmall(count))

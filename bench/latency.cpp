@@ -1,9 +1,10 @@
-// Times every single call of what a user waits for, in processor time of its thread: the worst calls show,
-// which an average hides. Writes a line operation,order,size,p50,p99,p99.99,max in nanoseconds for every run;
-// scripts/bench --latency reports on them. Nothing is subtracted; the first lines are those of the clock.
+// Times every single call of operations that a user waits for, in processor time of the calling thread. This
+// shows the longest calls, which an average hides. Writes a line operation,order,size,p50,p99,p99.99,max in
+// nanoseconds for every run. scripts/bench --latency reports on these lines. The first lines are the times of
+// reading the clock, which are not subtracted from the others.
 //
-// --sizes=1000000 (default) picks the sizes, --runs=3 (default) the number of runs, and --filter=REGEX the
-// operation/order/size.
+// --sizes=1000000 (default) selects the sizes, --runs=3 (default) the number of runs, and --filter=REGEX
+// selects by operation/order/size.
 
 #include "bench/Arguments.h"
 #include "bench/Child.h"
@@ -32,7 +33,8 @@ std::uint64_t threadNanoseconds() {
     return static_cast<std::uint64_t>(now.tv_sec) * 1000000000u + static_cast<std::uint64_t>(now.tv_nsec);
 }
 
-// Takes a sample of every call. Its memory is written to beforehand: none of it comes fresh during a call.
+// Takes a sample of every call. Writes to the memory of all samples beforehand, so that no call has to wait
+// for new memory.
 class Stopwatch {
 public:
     explicit Stopwatch(std::size_t count) : mSamples(count) {}
@@ -56,7 +58,7 @@ private:
     std::size_t mTaken = 0;
 };
 
-// Stays to the end of the process: releasing its items takes longer than a run.
+// Items and a set. The set is not freed, since that would take longer than a run.
 struct Subject {
     Subject(std::size_t count, Order order) : items(picks(count, order)), set(*new GxapSelectSet) {}
 
@@ -77,8 +79,7 @@ struct FilledSubject : Subject {
     }
 };
 
-// Every latency class: kName; it prepares when it is constructed; run() times as many calls as there are
-// items.
+// Every latency class has kName. The constructor prepares. run() times as many calls as there are items.
 
 struct ReadingTheClock {
     static constexpr const char* kName = "reading the clock";
@@ -126,7 +127,7 @@ struct FindById : FilledSubject {
     }
 };
 
-// The path is there and empty, as that of the items is: a null one would leave out the last two keys.
+// Uses an empty path, as the items have. A null path would leave out the last two keys.
 struct FindByFiveKeys : FilledSubject {
     static constexpr const char* kName = "look-up by five keys";
 
@@ -143,7 +144,7 @@ struct FindByFiveKeys : FilledSubject {
     }
 };
 
-// In random order, until the set is empty.
+// Removes the items in random order, until the set is empty.
 struct RemoveByThreeKeys : FilledSubject {
     static constexpr const char* kName = "remove by three keys";
 
@@ -160,7 +161,7 @@ struct RemoveByThreeKeys : FilledSubject {
     Picks mDoomed;
 };
 
-// To the next item and its record.
+// Steps to the next item and reads its record.
 struct WalkStep : FilledSubject {
     static constexpr const char* kName = "walk step";
 
@@ -190,7 +191,7 @@ void measure(std::size_t count, Order order, const Asked& asked) {
     const std::string name = std::string(Latency::kName) + "/" + nameOf(order) + "/" + std::to_string(count);
     if (!std::regex_search(name, asked.filter))
         return;
-    prepareIndices(count, order); // here, so that all processes have them
+    prepareIndices(count, order); // before the processes of the runs start, which all use them
     for (std::size_t run = 0; run < asked.runs; ++run) {
         const auto taken = inChild([=] {
             Latency latency(count, order);
@@ -210,7 +211,7 @@ void measureAll(std::size_t count, Order order, const Asked& asked) {
     (measure<Latencies>(count, order, asked), ...);
 }
 
-// False for an argument that is not understood.
+// Stores the value of the argument. Returns false for an argument that is unknown or has a bad value.
 bool take(const char* argument, Asked& asked) {
     if (const char* const list = valueOf(argument, "--sizes="))
         asked.sizes = sizesOf(list);

@@ -51,7 +51,7 @@ selected_entity** GxapSSetWriteAccessor::getAt(int index) {
 
 namespace {
 
-// The keys come by value: the data that writing lets go may hold what the caller passed.
+// Takes the keys by value: writeData() may release the data that the caller's keys are part of.
 template <class... Keys>
 GxapSelectSet::Iterator findForWriting(GxapSSetWriteAccessor& set, Keys... keys) {
     set.writeData();
@@ -121,7 +121,7 @@ void GxapSSetWriteAccessor::append(const GxDbObjectId& mainId, const GxDbObjectI
     select(mainId, subId, -1, nullptr, nullptr);
 }
 
-// A null main id makes select() leave the copy of the info to its caller, so none is made.
+// For a null main id, select() would not take over the copy of the info. So no copy is made.
 bool GxapSSetWriteAccessor::append(const selected_entity* record) {
     if (!record)
         return false;
@@ -131,8 +131,8 @@ bool GxapSSetWriteAccessor::append(const selected_entity* record) {
     return true;
 }
 
-// The removals copy their keys first: these may be part of the data that the copy-on-write lets go, or of the
-// index entry that is erased.
+// The removals copy their keys first. The keys may be part of the data that the copy-on-write releases, or of
+// an index entry that is erased.
 
 bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId) {
     const GxDbObjectId id = mainId;
@@ -201,8 +201,8 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectI
     return true;
 }
 
-// Steps back by a store position of its own. A temporary iterator, which is allocated and registered, doubles
-// the instructions of a removal.
+// Steps back with an iterator of the store. An iterator of the set would be allocated and registered, which
+// doubles the instructions of a removal.
 bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
     if (!hasItems(*this) || it.isDone())
         return false;
@@ -218,7 +218,7 @@ bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
         return true;
 
     --it.index;
-    // An iterator that the registry does not know is still positioned in the data that was let go.
+    // An iterator that is not registered still refers to the data that was released.
     if (it.set == this && sharedData != held)
         it.disable();
     else

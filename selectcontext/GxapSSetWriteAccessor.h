@@ -69,7 +69,8 @@ public:
     //
     // A null main id does nothing, and the caller keeps `entInfo`. Otherwise the set owns `entInfo`, and
     // frees it if the item is refused or the call throws. `entInfo` is null, or constructed in memory from
-    // _kvMalloc. `nestedPath` may be null; the item shares its block. O(log n + items of the id).
+    // _kvMalloc. `nestedPath` may be null; the item shares its block. O(log n), plus a findInMap() with these
+    // keys if `unique` is on.
     void select(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
                 GxapSelectedEntInfo* entInfo, const KvVector<GxDbObjectId>* nestedPath);
 
@@ -87,7 +88,8 @@ public:
     //
     // Frees the slots, but keeps the records allocated. Warning: the form with two ids erases all index
     // entries of the main id. Items with another sub id stay in the set, but lookups do not find them until
-    // updateDataMap(). O(log n + items of the id), and O(p) for a page that is freed.
+    // updateDataMap(). O(log n + items of the id) with one or two ids. With three keys, the cost is that of
+    // findInMap(). A page that is freed adds O(p).
     bool remove(const GxDbObjectId& mainId);
     bool remove(const GxDbObjectId& mainId, const GxDbObjectId& subId);
     bool remove(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker);

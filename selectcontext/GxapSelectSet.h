@@ -253,8 +253,13 @@ public:
     // Returns the first index entry, in order of insertion, whose record agrees in all given keys. The keys
     // are main id, sub id, marker (by isGsMarkEqual), nested path, and block transform of the info. Returns
     // dataMap.end() if there is no such entry. If `path` is null, neither path nor info is compared. The form
-    // with one id reads no record. Throws KvExceptionWithMsg on a set without data. O(log n + items of the
-    // id).
+    // with one id reads no record. Throws KvExceptionWithMsg on a set without data.
+    //
+    // O(log n) for an id of at most 64 items. If an id has more, say k items, the first look-up that passes
+    // 64 of them makes a hash of all k, in O(k log k). Later look-ups cost O(log n + items with equal keys).
+    // Adding and removing single items updates the hash. A look-up is O(log n + k) if there is no memory for
+    // the hash, if the main id has several stubs, if a caller has changed `dataMap`, or if the look-up leaves
+    // out the marker and the items have more than four markers.
     //
     // A literal 0 could be a marker or a null path. The overloads with int make it a marker.
     SSetData::DataMap::const_iterator findInMap(const GxDbObjectId& mainId) const;

@@ -28,8 +28,8 @@ using kvdetail::ItemKeys;
 using kvdetail::SSetData;
 using kvdetail::Store;
 
-// Adds a reference to shared data while its records are read. Private data gets none, as that would make the
-// next write copy it.
+// Adds a reference to shared data while the records of the data are read. Adds none to private data, since
+// the next write would then copy the data.
 class HeldData {
 public:
     explicit HeldData(const SSetData& data) : mData(data), mIsHeld(data.refCount.load() >= 2) {
@@ -48,8 +48,8 @@ private:
     const bool mIsHeld;
 };
 
-// The records of the store at this moment, to be read while the set that holds them is edited: neither adding
-// nor removing destroys a record.
+// Returns the present records of the data. They may be read while the set is edited, since neither adding nor
+// removing destroys a record.
 std::vector<const selected_entity*> recordsOf(const SSetData& data) {
     std::vector<const selected_entity*> records;
     kvdetail::forEachOccupied(*data.entities, [&records](const Store::Slot* slot) {
@@ -59,8 +59,8 @@ std::vector<const selected_entity*> recordsOf(const SSetData& data) {
     return records;
 }
 
-// Calls visit(record) for each record that the data holds now. The records are looked up in `edited`, which
-// the visitor may edit, also if that set holds this very data.
+// Calls visit(record) for each record that the data has now. The visitor may edit `edited`, even if `data` is
+// the data of that set. The records should be looked up in `edited`: memory is prefetched for that.
 template <class Visit>
 void forEachRecord(const SSetData& data, const GxapSelectSet& edited, const IdSearch& search, Visit visit) {
     if (edited.sharedData == &data && data.refCount.load() < 2) {
@@ -74,8 +74,8 @@ void forEachRecord(const SSetData& data, const GxapSelectSet& edited, const IdSe
     });
 }
 
-// Returns whether sorting records by id saves time when they are looked up in the data. The records must be
-// many, also beside the entries of the index: all of these are passed.
+// Returns whether sorting the records by id saves time when they are looked up in the data. There must be
+// many records, and not much fewer than index entries: the walk through the index visits all entries.
 bool isSortingWorthIt(const SSetData& data, const SSetData& records) noexcept {
     constexpr std::size_t kFewestRecords = 16;
     constexpr std::size_t kMostEntriesPerRecord = 4;
@@ -83,26 +83,26 @@ bool isSortingWorthIt(const SSetData& data, const SSetData& records) noexcept {
            indexOf(data).size() / kMostEntriesPerRecord <= records.entityCount;
 }
 
-// What remove() goes by.
+// Returns the keys by which remove() finds an item.
 ItemKeys keysToRemove(const selected_entity& record) noexcept {
     return {record.mainEntId, record.subEntId, record.gsMarker, nullptr};
 }
 
-// Appends copies of one set's records to another set's data. The result is that of appending them one after
-// the other. The records are looked up and entered in the order of their ids, so that the index is passed
-// once from its first entry to its last. All decisions are made before the first change.
+// Appends copies of one set's records to another set's data. The result is that of appending the records one
+// after the other. The records are looked up and indexed in the order of their ids, so one walk through the
+// index is enough. All decisions are made before the first change.
 //
 // Invariants from decide() on:
-//  1. A record that is refused is null in mRecords.
+//  1. A refused record is null in mRecords.
 //  2. mNew has the other records in the order of their ids.
 //
-// Thread safety: that of the data's writer.
+// Thread safety: belongs to the thread that may edit the data.
 class BulkAppend {
 public:
     explicit BulkAppend(SSetData& data) : mData(data), mIndex(indexOf(data)) {}
 
-    // False, and nothing done, if the records cannot be had in the order of their ids, or there is no memory
-    // for that.
+    // Collects the records, sorted by id. Returns false if they cannot be sorted in the order of the index,
+    // or if there is no memory.
     bool collect(const SSetData& added) noexcept try {
         mRecords.reserve(added.entities->usedSlots());
         mBatch.reserve(mRecords.capacity());
@@ -117,7 +117,8 @@ public:
         return false;
     }
 
-    // False, and nothing done, if the records of one id are too many to be compared with each other.
+    // Decides which records to append. Returns false if one id has too many records to compare them with each
+    // other.
     bool decide() {
         IdIndex::Entry place = mIndex.begin();
         for (const IdBatch::Item* first = mBatch.begin(); first != mBatch.end();) {
@@ -130,7 +131,7 @@ public:
         return true;
     }
 
-    // All or, with the exception, nothing.
+    // Appends all records that were not refused. Appends none if an exception is thrown.
     void append() {
         kvdetail::AppendedRecords appended(*mData.entities);
         for (Arrival& arrival : mRecords) {
@@ -144,14 +145,14 @@ public:
 private:
     struct Arrival {
         const selected_entity* record;
-        const Store::Slot* slot; // of its copy
+        const Store::Slot* slot; // the slot of the record's copy
     };
     struct NewEntry {
         std::size_t arrival;
-        IdIndex::Entry entry; // once it is entered; before, the place behind all entries of the id
+        IdIndex::Entry entry; // before enter(), the place behind all entries of the id
     };
 
-    // The records of one id, whose entries are `run`; returns the place behind these.
+    // Decides about the records of one id. `run` must be the run of the id. Returns the place behind the run.
     IdIndex::Entry decideId(const IdBatch::Item* first, const IdBatch::Item* last, const IdIndex::Run& run) {
         const GxDbObjectId id = first->id();
         IdIndex::Run behind = run;
@@ -169,7 +170,7 @@ private:
         return behind.entry;
     }
 
-    // Of a record in `run`, or of a new one from `firstNew` on.
+    // Returns whether the record equals one in `run`, or a new one from `firstNew` on.
     bool isDuplicate(const selected_entity& record, const IdIndex::Run& run, std::size_t firstNew) const {
         const ItemKeys keys = kvdetail::keysOf(record);
         const GxGeMatrix3d* const matrix = kvdetail::matrixOf(record.selectedEntityInfo);
@@ -188,7 +189,8 @@ private:
         return copy;
     }
 
-    // The index is changed at many places: keeping a hash up to date would cost more than it saves.
+    // Adds the index entries of the copies, or none if an exception is thrown. Deletes the hints first:
+    // updating them for so many changes would cost more than they save.
     void enter() {
         struct Entered {
             IdIndex& index;
@@ -223,7 +225,7 @@ bool appendInBulk(SSetData& data, const SSetData& added) {
     return true;
 }
 
-// append() of a record as one of many. The info is copied only for an item that is added.
+// Does what append() does, for one of many records. Copies the info only if the item is added.
 void appendItem(GxapSSetWriteAccessor& set, const selected_entity& record, IdSearch& search) {
     if (record.mainEntId.isNull())
         return;
@@ -237,7 +239,7 @@ void appendItem(GxapSSetWriteAccessor& set, const selected_entity& record, IdSea
         kvdetail::addItem(set, keys, kvdetail::copyInfo(record.selectedEntityInfo), run.entry);
 }
 
-// remove() of a record's three keys as one of many.
+// Does what remove() does with the record's three keys, for one of many records.
 void removeEqual(GxapSSetWriteAccessor& set, const selected_entity& record, IdSearch& search) {
     if (record.mainEntId.isNull() || !hasRecords(set))
         return;
@@ -252,9 +254,9 @@ void removeEqual(GxapSSetWriteAccessor& set, const selected_entity& record, IdSe
     kvdetail::removeItem(*set.sharedData, item);
 }
 
-// Removes the items that are equal to records of another set, from data that is private. The result is that
-// of removing one after the other. Records are taken in the order of their ids, so that the index is passed
-// once from its first entry to its last. Records of one id keep their order.
+// Removes the items that are equal to records of another set. The data must be private. The result is that of
+// removing the items one after the other. Handles the records in the order of their ids, so that one walk
+// through the index is enough. Records of one id keep their order.
 void removeInOrder(SSetData& data, const IdBatch& batch) {
     IdIndex& index = indexOf(data);
     index.expectErasures();
@@ -277,9 +279,10 @@ void removeInOrder(SSetData& data, const IdBatch& batch) {
     }
 }
 
-// The records of `taken` that may change the set, in store order. As long as the set's data is shared, a
-// record that is not found changes nothing. The first one that is found makes the data private, and with it
-// the index anew, so that only those from there on are looked for in that index.
+// Returns the records of `taken` that may change the set, in store order. While the set's data is shared, a
+// record that is not found changes nothing. The first record that is found makes the data private. The index
+// of the private data is a new one, which may have entries that the shared one lacks. So the records before
+// are left out.
 std::vector<const selected_entity*> recordsToRemove(const GxapSelectSet& set, const SSetData& taken) {
     std::vector<const selected_entity*> records = recordsOf(taken);
     const SSetData& data = *set.sharedData;
@@ -340,7 +343,7 @@ void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b
     if (!hasRecords(*b))
         return;
 
-    // `a` or `b` may be this set. Writing replaces the data of this set, so that of `b` is captured first.
+    // `a` or `b` may be this set. Writing replaces the data of this set, so the data of `b` is fetched first.
     const SSetData& added = *b->sharedData;
     const HeldData held(added);
     const bool uniqueResult = sharedData->unique || added.unique;
@@ -373,8 +376,8 @@ void GxapSSetWriteAccessor::minus(const GxapSelectSet* a, const GxapSelectSet* b
                   [this, &search](const selected_entity& record) { removeEqual(*this, record, search); });
 }
 
-// If the target is this very set, the walk stops at the end that the set had. Otherwise it would visit what
-// it appends, without end.
+// If the set appends to itself, the walk stops where the set ended at the start. Otherwise the walk would
+// visit the appended items, without end.
 void GxapSelectSet::transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* excluder,
                              GxapSelectSet* excludedOut) const {
     if (!excluder) {
@@ -397,7 +400,7 @@ void GxapSelectSet::transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* exc
     }
 }
 
-// What needs memory comes before the first change of what is held.
+// Allocates all memory before the first change of the private data.
 void GxapSSetWriteAccessor::setUnique(bool on) {
     const SSetData& held = kvdetail::dataOf(*this);
     if (held.unique == on)
@@ -410,7 +413,7 @@ void GxapSSetWriteAccessor::setUnique(bool on) {
 
     const std::vector<Store::Slot*> others = indexOf(data).rebuildOfFirsts();
     data.unique = true;
-    // A slot's page is looked for anew each time: removing may free it.
+    // Looks for the page of each slot again, since a removal may free pages.
     for (Store::Slot* slot : others)
         data.entities->removeSlot(slot, data.entities->pageOf(slot), true);
     data.entityCount = data.entities->occupiedSlots();

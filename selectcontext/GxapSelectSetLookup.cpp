@@ -31,8 +31,8 @@ const SSetData& dataToSearch(const GxapSelectSet& set) {
     return *set.sharedData;
 }
 
-// The entry of the item that has the keys other than the main id and passes `matches`; the end of the index
-// when there is none.
+// Returns the entry of the first item of the main id that passes `matches`. Returns the end of the index if
+// there is none. An item that passes must have the other keys.
 template <class Matches>
 DataMap::const_iterator findInSet(const GxapSelectSet& set, const ItemKeys& keys, Matches matches) {
     const SSetData& data = dataToSearch(set);
@@ -47,7 +47,7 @@ DataMap::const_iterator findInSet(const GxapSelectSet& set, const ItemKeys& keys
                      [&](const selected_entity& record) { return kvdetail::hasKeys(record, keys); });
 }
 
-// The position of the entry's slot, for a set that has items.
+// Returns the position of the entry's slot, or -1 for the end of the index and for a slot without a position.
 int positionOf(const SSetData& data, DataMap::const_iterator entry) {
     if (entry == indexOf(data).end() || !data.entities)
         return -1;
@@ -104,7 +104,7 @@ auto GxapSelectSet::findInMap(const GxDbObjectId& mainId, const GxDbObjectId& su
     -> SSetData::DataMap::const_iterator {
     if (!path)
         return findInMap(mainId, subId, gsMarker);
-    dataToSearch(*this); // raises before any argument is looked at
+    dataToSearch(*this); // raises the error before the arguments are read
     const ItemKeys keys{mainId, subId, gsMarker, path};
     const GxGeMatrix3d* const matrix = kvdetail::matrixOf(info);
     return findInSet(*this, keys,
@@ -163,7 +163,7 @@ GxapSelectSet::ConstIterator GxapSelectSet::findMain(const GxDbObjectId& mainId)
 
 namespace {
 
-// The record of the slot, or null; the slot may be null.
+// Returns the record of the slot. Returns null for a null slot.
 selected_entity* recordIn(const Store::Slot* slot) {
     return slot ? slot->value : nullptr;
 }
@@ -177,7 +177,7 @@ bool copyIds(const selected_entity* record, GxDbObjectId& mainId, GxDbObjectId* 
     return true;
 }
 
-// The store of a set that has items, or null.
+// Returns the store of the set. Returns null for a set without items.
 const Store* storeOf(const GxapSelectSet& set) {
     return hasItems(set) ? set.sharedData->entities : nullptr;
 }
@@ -189,7 +189,7 @@ bool idsAt(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObject
     return copyIds(store->at(index), mainId, subId);
 }
 
-// Checks no bounds, unlike idsAt(): the store raises an error if the set's count is wrong.
+// Does what idsAt() does, but checks no bounds. The store raises an error if the set's count is wrong.
 bool idsAtEdge(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObjectId* subId) {
     const auto* const store = storeOf(set);
     return store && copyIds(store->at(index), mainId, subId);
@@ -199,7 +199,8 @@ int lastIndex(const GxapSelectSet& set) {
     return hasItems(set) ? static_cast<int>(set.sharedData->entityCount - 1) : 0;
 }
 
-// True if for some record of `other`, "`set` holds it" equals `wanted`. Both sets have a store.
+// Returns whether `other` has a record that is in `set`, if `wanted` is true. Returns whether `other` has a
+// record that is not in `set`, if `wanted` is false. Both sets must have a store.
 bool anyRecord(const GxapSelectSet& other, const GxapSelectSet& set, bool wanted) {
     const SSetData& data = *set.sharedData;
     kvdetail::IdSearch search(set);

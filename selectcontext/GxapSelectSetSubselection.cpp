@@ -21,14 +21,14 @@ KvVector<GxDbFullSubentPath*>* subselectionOf(const selected_entity* record) {
     return record && record->hasSubselPaths ? record->subselPathArray : nullptr;
 }
 
-// Returns the record's sub-selection list, or null for a bad index. Accepts an index equal to the list's
-// length, for which the list itself raises the error.
+// Returns the record's sub-selection list. Returns null for an index below 0 or beyond the list's length.
+// Accepts the length itself: the list raises the error for that.
 KvVector<GxDbFullSubentPath*>* subselectionAt(const selected_entity* record, int pathIndex) {
     KvVector<GxDbFullSubentPath*>* const list = subselectionOf(record);
     return list && pathIndex >= 0 && pathIndex <= list->logicalLength() ? list : nullptr;
 }
 
-// Returns the last id of a path. Returns the null id for a path without ids, and if the last id is not valid.
+// Returns the last id of a path. Returns the null id if the path has no ids or an invalid last id.
 GxDbObjectId entityOf(const GxDbFullSubentPath& path) {
     const GxArray<GxDbObjectId>& ids = path.objectIds();
     if (ids.logicalLength() == 0)
@@ -37,8 +37,8 @@ GxDbObjectId entityOf(const GxDbFullSubentPath& path) {
     return last.isValid() ? last : GxDbObjectId();
 }
 
-// Returns the position of the path in the list, or -1. Uses the at() for writing, which makes a shared list
-// private.
+// Returns the position of the path in the list, or -1. Makes a shared list private, since it calls the at()
+// for writing.
 int positionIn(KvVector<GxDbFullSubentPath*>& list, const GxDbFullSubentPath& path) {
     for (int i = 0; i < list.logicalLength(); ++i) {
         const GxDbFullSubentPath* const held = list.at(i);
@@ -80,7 +80,7 @@ GxapSelectSet::Iterator GxapSSetWriteAccessor::findMainSubsel(const GxDbObjectId
     const kvdetail::IdIndex::Run run = kvdetail::indexOf(*sharedData).find(id);
     if (id.isNull() || !run.isHeld)
         return end();
-    // The position is found before the copy, since the copy's index may find another item of the id.
+    // Finds the position before the data is copied: the index of the copy may find another item of the id.
     return iteratorAt(sharedData->refCount.load() >= 2 ? positionInCopy(*sharedData, run.entry) : find(id));
 }
 
@@ -97,8 +97,8 @@ bool GxapSSetWriteAccessor::appendSubentPathSubsel(const GxDbFullSubentPath& pat
         return true;
     }
 
-    // append() copies neither the flag nor the list. So the set gets a plain record, and the path's copy has
-    // no owner when the list is destroyed.
+    // append() copies neither the flag nor the list. So the set gets a plain record, and nobody owns the copy
+    // of the path when the list is destroyed.
     selected_entity record;
     record.mainEntId = id;
     record.hasSubselPaths = true;

@@ -35,34 +35,36 @@ inline void poison(void* /*node*/, std::size_t /*bytes*/) noexcept {}
 // Invariants:
 //  1. live() is the number of allocated nodes.
 //  2. generation() rises when a value is constructed or destroyed in a node, and when a node is extracted
-//     from its container. An equal generation means that the container has gained and lost no value since.
-//     It also means that no node was filled again, or extracted and inserted again.
+//     from its container. An unchanged generation means that the container has gained and lost no value. It
+//     also means that no node was given a new value, or extracted and inserted again.
 //  3. The pool lives until it has neither owners nor allocated nodes. Every container that takes nodes from
-//     it is an owner, and so is the set's data that made it.
+//     the pool is an owner, and so is the maker of the pool.
 //
-// Thread safety: owners may be added and released on any thread. The rest belongs to the container's thread.
+// Thread safety: owners may be added and removed on any thread. The rest belongs to the container's thread.
 class NodePool {
 public:
     NodePool() = default;
     NodePool(const NodePool&) = delete;
     NodePool& operator=(const NodePool&) = delete;
 
-    // Count one owner more, or one less. The maker of the pool is the first owner. release() deletes a pool
-    // that has neither owners nor allocated nodes.
+    // Add an owner, and remove one. The maker of the pool is the first owner. release() deletes a pool that
+    // has neither owners nor allocated nodes left.
     void addOwner() noexcept { mOwners.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept {
         if (mOwners.fetch_sub(1, std::memory_order_acq_rel) == 1 && mLive == 0)
             delete this;
     }
 
-    // Must be called when a value is constructed or destroyed in a node, and when a node is extracted.
+    // Raises generation(). The caller must call this when a value is constructed or destroyed in a node, and
+    // when a node is extracted.
     void noteChanged() noexcept { ++mGeneration; }
 
     std::size_t bytes() const noexcept { return mChunkBytes; } // of all chunks
     std::size_t live() const noexcept { return mLive; }
     std::uint64_t generation() const noexcept { return mGeneration; }
 
-    // O(1). std::bad_alloc if there is no memory.
+    // Returns memory of this size: a node, or memory from operator new for another size than that of the
+    // nodes. O(1). std::bad_alloc if there is no memory.
     void* allocate(std::size_t bytes) {
         if (mNodeBytes == 0 && bytes <= kLargestNode)
             mNodeBytes = rounded(bytes);
@@ -73,7 +75,7 @@ public:
         return node;
     }
 
-    // O(1).
+    // Frees memory that allocate() returned. Deletes the pool if it has neither owners nor nodes left. O(1).
     void deallocate(void* memory, std::size_t bytes) noexcept {
         if (!isNode(bytes)) {
             ::operator delete(memory);
@@ -88,9 +90,9 @@ public:
             delete this;
     }
 
-    // Takes all nodes of an abandoned container back at once, and gives up the container's ownership. The
-    // destructor of an abandoned container never runs. So the pool still counts the container as an owner,
-    // and its nodes as allocated. O(chunks).
+    // Frees all nodes at once, and removes an abandoned container from the owners. The destructor of an
+    // abandoned container never runs, so the container does neither itself. The container must have all
+    // allocated nodes. O(chunks).
     void reclaimAbandoned() noexcept {
         freeChunks();
         mFreeList = nullptr;

@@ -15,34 +15,36 @@ namespace kvdetail {
 
 // An array of the pages in the order of the chain, a Fenwick tree of their counts of occupied slots, and a
 // hash table from addresses to pages (open addressing with linear probing). The table's keys are regions of
-// the page size. A page's block need not be aligned, so it touches two regions at the most and has a bucket
-// for each.
+// the page size. The block of a page may not be aligned, so it touches one or two regions. The page has a
+// bucket for each of them.
 //
 // Invariants while isInUse():
 //  1. pages() are the pages that the store has linked and not unlinked, in the order of the chain. Each
 //     page's `number` is its place there.
 //  2. The buckets of every region that a page's block touches lead to the page.
 //  3. If verify() returns true, no page in pages() has been freed.
-//  4. The tree has the count of each page as the store has changed it.
+//  4. The tree has the count of each page at the time when the page was indexed, plus the store's changes
+//     since then.
 //
-// A caller may have changed the chain by hand. So users compare the ends of pages() with those of the chain,
-// ask verify(), and check that a page is linked from the one before it. A page that a caller has taken out of
-// the chain may be read until its store frees a page or dies. An index that finds no memory, or finds another
-// chain than its own, stays unused until it is cleared or rebuilt.
+// A caller may have changed the chain by hand. So users must compare the ends of pages() with those of the
+// chain, call verify(), and check that a page is linked from the page before it. A page that a caller has
+// taken out of the chain may be read until the store frees a page or is destroyed. An index that has run out
+// of memory, or has found another chain than its own, is disabled until it is cleared or rebuilt.
 //
-// Thread safety: the store's writer alone may change it. Reading is for any number of threads.
+// Thread safety: only the store's writer may change the index. Any number of threads may read it at once.
 template <class Page, unsigned PageBytes>
 class PageIndex {
 public:
-    // A chain of fewer pages is walked as fast.
+    // Fewer pages are not indexed: walking their chain is as fast.
     static constexpr std::size_t kFewestPages = 4;
+    // isCounted() checks at most so many links before a page.
     static constexpr std::size_t kCheckedLinks = 16;
 
     bool isInUse() const noexcept { return !mPages.empty(); }
     const std::vector<Page*>& pages() const noexcept { return mPages; }
 
-    // Updates the tree for a slot of the page that was occupied (1) or freed (-1). Does nothing for a page
-    // that is not indexed. O(log pages), O(1) for the last page.
+    // Updates the tree for a slot of the page that was occupied (`change` 1) or freed (-1). Does nothing for
+    // a page that is not indexed. O(log pages), or O(1) for the last page.
     void noteCount(const Page* page, int change) noexcept {
         if (page->number >= mPages.size() || mPages[page->number] != page)
             return;
@@ -50,7 +52,7 @@ public:
             mCounts[node] += static_cast<std::uint32_t>(change);
     }
 
-    // The number of occupied slots in the first `pages` pages. O(log pages).
+    // Returns the number of occupied slots in the first `pages` pages. O(log pages).
     std::uint32_t countBefore(std::size_t pages) const noexcept {
         std::uint32_t count = 0;
         for (std::size_t node = pages; node > 0; node -= lowestBit(node))
@@ -58,8 +60,9 @@ public:
         return count;
     }
 
-    // The page that has the i-th occupied slot of all, and the number of that slot within it. The page is
-    // null beyond the last, and where isCounted() is false. O(log pages).
+    // Returns the page of the i-th occupied slot, and the number of that slot among the occupied slots of the
+    // page. The page is null for a position beyond the last slot, and if isCounted() is false for the page.
+    // O(log pages).
     std::pair<Page*, std::uint32_t> pageWith(std::uint32_t i) const noexcept {
         std::size_t number = 0;
         for (std::size_t step = highestBit(mPages.size()); step > 0; step /= 2) {
@@ -72,9 +75,9 @@ public:
         return {page && isCounted(page) ? page : nullptr, i};
     }
 
-    // Whether positions of the page may be taken from the tree: a caller has changed neither its count nor
-    // its place, as far as the kCheckedLinks links before it show. A page that a caller has taken out of the
-    // chain together with its neighbours is noticed by these. O(log pages).
+    // Returns whether positions in the page may be taken from the tree. Compares the page's count with the
+    // tree, and checks the kCheckedLinks links before the page. The links also show that a caller has taken
+    // out the page together with some neighbours. O(log pages).
     bool isCounted(const Page* page) const noexcept {
         const std::size_t number = page->number;
         if (number >= mPages.size() || mPages[number] != page)
@@ -85,8 +88,8 @@ public:
         return isLinked && countBefore(number + 1) - countBefore(number) == page->liveCount;
     }
 
-    // The page was linked behind `tail`, the last of the chain that begins at `head`. A null `tail` means
-    // that it is the first. Amortised O(1).
+    // Updates the index for a page that the store has linked behind `tail`. `tail` must be the former last
+    // page, or null if the page is the first one. `head` is the first page of the chain. Amortised O(1).
     void append(Page* page, const Page* tail, Page* head) noexcept {
         if (!tail)
             clear();
@@ -99,7 +102,8 @@ public:
             rebuild(head);
     }
 
-    // The page was unlinked from the chain that begins at `head` now. O(pages).
+    // Updates the index for a page that the store has unlinked. `head` is the first page of the remaining
+    // chain. O(pages).
     void remove(const Page* page, const Page* head) noexcept {
         --mLinked;
         if (!isInUse())
@@ -117,7 +121,7 @@ public:
         recount();
     }
 
-    // Forgets what it knew and reads the chain. O(pages).
+    // Builds the index again from the chain, also if it was disabled. O(pages).
     void rebuild(Page* head) noexcept try {
         clear();
         for (Page* page = head; page; page = page->next)
@@ -134,15 +138,15 @@ public:
         disable();
     }
 
-    // Every page was freed. The memory goes, too.
+    // Empties the index and frees its memory, for a store without pages. A disabled index is enabled again.
     void clear() noexcept {
         disable();
         mIsDisabled = false;
         mLinked = 0;
     }
 
-    // Whether pages() equals the chain. The chain is compared only if `epoch` has changed since the last call
-    // that returned true. O(1) if it has not, else O(pages).
+    // Returns whether pages() equals the chain. Compares the two only if `epoch` has changed since the last
+    // call that returned true. O(1) for an unchanged epoch, otherwise O(pages).
     bool verify(const Page* head, std::uint32_t epoch) const noexcept {
         if (mVerified.load(std::memory_order_relaxed) == epoch)
             return true;
@@ -152,8 +156,8 @@ public:
         return true;
     }
 
-    // The page whose block the address may lie in, if it is still linked from the page before it; else null.
-    // The caller compares the first page with the head. O(1).
+    // Returns the page whose block may contain the address. Returns null if there is no such page, or if the
+    // page before it does not link to it. The caller must compare the first page with the head. O(1).
     Page* find(const void* address) const noexcept {
         if (mBuckets.empty())
             return nullptr;
@@ -168,10 +172,10 @@ public:
 private:
     struct Bucket {
         std::uintptr_t block = 0; // the address of the page's block; 0: an empty bucket
-        std::size_t number = 0;   // the page's
+        std::size_t number = 0;   // the number of that page
     };
 
-    // Two regions a page, and a load factor of at most a half.
+    // At most two regions per page, and a load factor of at most one half.
     static constexpr std::size_t kBucketsPerPage = 4;
 
     static std::size_t lowestBit(std::size_t number) noexcept { return number & (~number + 1); }
@@ -179,7 +183,8 @@ private:
         return std::size_t{1} << (63 - __builtin_clzll(number));
     }
 
-    // A node of the tree sums up as many pages as its lowest bit says.
+    // Adds the node of the last page to the tree. Node n has the sum of the counts of the lowestBit(n) pages
+    // that end with the n-th page.
     void countLast() {
         const std::size_t node = mPages.size();
         mCounts.resize(node + 1);
@@ -189,7 +194,8 @@ private:
         mCounts[node] = count;
     }
 
-    // Needs memory only where there are more pages than before.
+    // Computes the whole tree from the counts of the pages. Allocates only if there are more pages than
+    // before.
     void recount() {
         mCounts.assign(mPages.size() + 1, 0);
         for (std::size_t node = 1; node < mCounts.size(); ++node) {
@@ -204,7 +210,7 @@ private:
         return number == 0 || mPages[number - 1]->next == page ? page : nullptr;
     }
 
-    // Reads no page that the chain does not lead to.
+    // Returns whether pages() equals the chain. Reads only pages of the chain.
     bool isChain(const Page* head) const noexcept {
         std::size_t i = 0;
         for (const Page* page = head; page; page = page->next, ++i) {
@@ -279,11 +285,11 @@ private:
 
     std::vector<Page*> mPages;
     std::vector<std::uint32_t> mCounts; // the tree: node 0 is unused
-    std::vector<Bucket> mBuckets;       // a power of two
-    std::size_t mLinked = 0;            // pages of the chain
+    std::vector<Bucket> mBuckets;       // their number is a power of two
+    std::size_t mLinked = 0;            // number of pages in the chain
     bool mIsDisabled = false;
-    mutable std::atomic<std::uint32_t> mVerified{
-        0}; // the epoch at which pages() was last seen to be the chain
+    // The epoch at which pages() was last found equal to the chain.
+    mutable std::atomic<std::uint32_t> mVerified{0};
 };
 
 } // namespace kvdetail

@@ -9,10 +9,11 @@
 namespace kvdetail {
 
 // A pointer of 48 bits. A map has seven bytes of padding after its comparator. The pointer and a flag fit
-// there, so a map with a pool is as large as a map without one. A pool at a higher address is not used.
+// there, so a map with a pool is as large as a map without one. A pool whose address needs more than 48 bits
+// is not used.
 //
-// The pointer is stored as four bytes and two bytes, and read in the same widths. Six single bytes would have
-// to reach the cache before they could be read as one number.
+// The pointer is written and read as four bytes and two bytes. After writing six single bytes, reading wider
+// numbers would have to wait for the cache.
 class [[gnu::packed]] PoolPointer {
 public:
     PoolPointer() noexcept = default;
@@ -31,16 +32,16 @@ private:
     std::uint16_t mHigh = 0;
 };
 
-// The pool of a map's node allocator.
+// Refers to the pool of a map's node allocator.
 //
 // Invariants:
 //  1. The handle in a map is an owner of the pool. When a map is moved, both maps own the pool. Swapping two
 //     maps swaps their handles.
 //  2. A copy owns nothing. A map copies its node allocator only into the node handle that extract() returns.
 //     Some standard libraries never destroy that copy. The extracted node itself keeps the pool alive.
-//  3. Making a copy raises the pool's generation. An extracted node keeps its address, so nothing else shows
-//     that the map has changed. Without this, the hash of ids would have to compare each entry that it finds
-//     with the previous one. In a large index that is a cache miss per lookup.
+//  3. Copying a handle raises the pool's generation. Nothing else shows that a node was extracted, since the
+//     node keeps its address. Without this, the hash of ids would have to read the entry before each entry
+//     that it finds. In a large index, that is a cache miss per look-up.
 //
 // Thread safety: that of the pool.
 class PoolHandle {
@@ -76,8 +77,9 @@ private:
 static_assert(sizeof(PoolHandle) == 7, "a map has room for seven bytes behind its comparison");
 
 // Selects how an allocator refers to its pool. The allocator of a map's nodes has a PoolHandle. The allocator
-// of its values has a plain pointer. get_allocator() returns the latter, possibly to many readers at once.
-// Counting owners takes atomic operations, which would make the readers wait for each other.
+// of the map's values has a PoolPointer, which does not count owners. get_allocator() returns the allocator
+// of values, possibly to many readers at once. Counting owners is atomic, so the readers would wait for each
+// other.
 template <class T>
 struct PoolHolder {
     using type = PoolHandle;

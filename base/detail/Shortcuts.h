@@ -12,7 +12,7 @@
 
 // Each can be switched by itself, to measure its effect: scripts/bench --ablation.
 
-// Finds the pages of a store by address or by number, instead of along their chain.
+// Finds the pages of a store by address or by position, instead of along their chain.
 #ifndef KV_SHORTCUT_PAGE_INDEX
 #define KV_SHORTCUT_PAGE_INDEX KV_SHORTCUTS
 #endif

@@ -1,5 +1,5 @@
-// Open CASCADE's NCollection_List of counted items and NCollection_DataMap from id to place in the list, as
-// an interactive selection there holds its owners: each is an object of its own behind a handle.
+// Open CASCADE's NCollection_List of counted items and NCollection_DataMap from id to place in the list. Each
+// item is an object of its own behind a handle, like the owners in an interactive selection of Open CASCADE.
 #pragma once
 
 #include "bench/peers/Peer.h"
@@ -70,7 +70,7 @@ public:
                                      [&](const Place& place) { return test(itemAt(place)); });
     }
 
-    // The id comes by value: it may be that of the item that goes.
+    // Takes the id by value, since it may be part of the item that is erased.
     template <class Test>
     bool eraseFirstOfId(GxDbObjectId id, Test test) {
         Run* const run = mIndex.ChangeSeek(id);
@@ -139,7 +139,7 @@ public:
         Index kept;
         for (Place it(mItems); it.More();) {
             if (kept.IsBound(itemAt(it).mainId)) {
-                mItems.Remove(it); // steps on
+                mItems.Remove(it); // also moves `it` to the next item
                 continue;
             }
             kept.Bind(itemAt(it).mainId, Run{it, {}});
@@ -149,7 +149,7 @@ public:
     }
 
 private:
-    // The places of one id's items, in order. Most ids have one.
+    // The places of one id's items, in order. Most ids have one item.
     struct Run {
         Place first;
         Owned<std::vector<Place>> others;
@@ -173,7 +173,8 @@ private:
         eraseFirstOfId(wanted.mainId, [&wanted](const PeerItem& item) { return &item == &wanted; });
     }
 
-    // A place in this list knows the item before it: the next item's place in the index has to follow.
+    // Removes an item from the list. A place in the list refers to the item before it, so this also updates
+    // the place of the next item in the index.
     void removeFromList(Place place) {
         mItems.Remove(place);
         if (!place.More())

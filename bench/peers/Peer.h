@@ -1,5 +1,5 @@
-// What all the contenders do alike: a counted handle over a state, copied on the first write, and the
-// operations that follow from a state's own.
+// What all contenders have in common: a counted handle on a state, which is copied on the first write, and
+// the operations that are built on those of the state.
 #pragma once
 
 #include "bench/Item.h"
@@ -9,7 +9,8 @@
 
 namespace kvbench {
 
-// `State` is copyable and keeps items in the order of insertion, found by main id:
+// `State` must be copyable. It keeps items in the order of insertion, and finds them by main id. It must
+// have:
 //   append(Pick, NestedPick or PeerItem), has(id), anyOfId(id, test), eraseFirstOfId(id, test),
 //   forEach(visit), anyOf(test), positionOf(id), at(position), size(), removeAllForward(),
 //   removeAllBackward(), keepFirstOfEachId().
@@ -28,7 +29,8 @@ public:
         mUnique = on;
     }
 
-    // Refuses an item of the same five-part identity. `Item` is a Pick, a NestedPick or a PeerItem.
+    // Adds an item, unless the set is unique and has an item with the same five keys. `Item` is a Pick, a
+    // NestedPick or a PeerItem.
     template <class Item>
     void select(const Item& item) {
         if (mUnique && holds(item))

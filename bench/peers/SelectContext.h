@@ -1,4 +1,4 @@
-// The library itself, behind the interface that all contenders of the benchmark have.
+// The library, with the interface that all contenders of the benchmark have.
 #pragma once
 
 #include "bench/Item.h"
@@ -38,7 +38,7 @@ public:
 
     std::size_t size() const { return mSet.sharedData->entityCount; }
 
-    // The first write after a copy: the data becomes this handle's own.
+    // Does what the first write after a copy does: makes the data private to this handle.
     void detach() { edit().writeData(); }
 
     bool remove(const Pick& pick) { return edit().remove(pick.mainId, pick.subId, pick.gsMarker); }
@@ -51,7 +51,7 @@ public:
         }
     }
 
-    // Each removal leaves the iterator on the item before.
+    // Each removal moves the iterator to the previous item.
     void removeAllBackward() {
         GxapSelectSet::Iterator it = edit().iteratorAt(static_cast<int>(mSet.sharedData->entityCount) - 1);
         while (edit().removeAt(it)) {}

@@ -7,12 +7,12 @@ namespace kvdetail {
 
 void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo&& info, IdIndex::Entry place) {
     SSetData& held = *set.sharedData;
-    // The memory of shared data is not touched.
+    // The record pool of shared data must not be used.
     const bool isShared = held.refCount.load() >= 2;
     auto record = isShared ? std::make_unique<selected_entity>() : newRecord(held);
     setKeys(*record, keys, std::move(info));
 
-    // The keys may be part of the data that this lets go: nothing of them is read from here on.
+    // writeData() may release the data that the keys are part of. The keys are not read from here on.
     SSetData& data = isShared ? *set.writeData() : held;
     if (isShared)
         place = indexOf(data).endOf(record->mainEntId);
@@ -32,7 +32,8 @@ ExactItem findExact(const SSetData& data, const IdIndex::Run& run, ItemKeys keys
     return item;
 }
 
-// An exact item that has the main id has equal keys, too, and is found in one search.
+// In private data, looks for an exact item first, which often saves the second search. An exact item whose
+// record has the main id has equal keys, too.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run) {
     const SSetData* const searched = set.sharedData;
     if (searched->refCount.load() < 2) {
@@ -46,7 +47,7 @@ ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const I
     return findExact(data, &data == searched ? run : indexOf(data).find(keys.mainId), keys);
 }
 
-// The index reads the record.
+// Erases the entry before the slot is freed, since the index reads the record.
 void removeItem(SSetData& data, const ExactItem& item) {
     indexOf(data).erase(item.entry);
     freeSlot(data, item.place);

@@ -1,4 +1,4 @@
-// Edits: adding and removing one item, as single edits and whole-set operations both do it.
+// Edits: adds and removes one item, for single edits and for whole-set operations.
 #pragma once
 
 #include "selectcontext/GxapSSetWriteAccessor.h"
@@ -12,11 +12,13 @@ inline bool isDuplicateLookedFor(const SSetData& data) noexcept {
     return data.unique && data.entityCount != 0 && data.entities;
 }
 
-// Adds an item at the end, also if an equal one is there. `place` is the one behind all index entries of its
-// id. The keys may be part of data that this call releases when it makes the set's data private.
+// Adds an item at the end, even if the set has an equal one. `place` must be the place behind all index
+// entries of the main id. The keys may be part of data that this call releases when it makes the set's data
+// private.
 void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo&& info, IdIndex::Entry place);
 
-// The occupied slot that an index entry names, with its page; both null for an entry without one.
+// The occupied slot that an index entry leads to, and the page of the slot. Both are null if the entry leads
+// to no occupied slot.
 struct OccupiedSlot {
     OccupiedSlot() = default;
     OccupiedSlot(const Store& store, unsigned long address)
@@ -45,18 +47,20 @@ inline void countDown(SSetData& data) noexcept {
         --data.entityCount;
 }
 
-// An item whose main id, sub id and marker are exactly the wanted ones.
+// An item whose index entry is one of the wanted main id, and whose sub id and marker are exactly the wanted
+// ones.
 struct ExactItem {
     IdIndex::Entry entry;
     OccupiedSlot place; // has no slot if no item was found
 };
 
 // Looks for an item with equal keys, where markers of 0 and -1 are equal. If there is one, makes the data
-// private, and returns the first item whose marker matches exactly. `run` is that of the main id. The set has
-// records.
+// private, and returns the first item whose marker matches exactly. `run` must be at the first entry of the
+// main id. The set must have a store.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run);
 
-// Returns the first item of the run whose marker is exactly the wanted one. `run` is that of the main id.
+// Returns the first item of the run whose sub id and marker are exactly the wanted ones. `run` must be at the
+// first entry of the main id.
 ExactItem findExact(const SSetData& data, const IdIndex::Run& run, ItemKeys keys);
 
 // Erases the item's entry and frees its slot.

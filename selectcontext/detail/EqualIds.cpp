@@ -19,7 +19,8 @@ std::optional<const GxDbStub*> EqualIds::find(const GxDbObjectId& id) const {
     return std::nullopt;
 }
 
-// The hint saves a second search. If an equal id is there, the set returns that one.
+// The hint saves a search if find() has looked for the id before. If the set has an equal id, emplace_hint()
+// returns that one.
 const GxDbStub* EqualIds::add(const GxDbObjectId& id) {
     if (const auto* const known = mByStub.find(keyOf(id)))
         return *known;
@@ -35,7 +36,8 @@ const GxDbStub* EqualIds::add(const GxDbObjectId& id) {
     return place->stub();
 }
 
-// The end first, where ids that come in ascending order belong.
+// Returns the place of the first id that is not less. Tries the end first, where ids in ascending order
+// belong.
 auto EqualIds::placeOf(const GxDbObjectId& id) const -> Set::const_iterator {
     if (mRepresentatives.empty() || *mRepresentatives.rbegin() < id)
         return mRepresentatives.end();

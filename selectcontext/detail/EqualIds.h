@@ -1,4 +1,4 @@
-// EqualIds: one stub to stand for all stubs of an object.
+// EqualIds: finds the stub that represents all stubs of one object.
 #pragma once
 
 #include "base/KvSTLAllocator.h"
@@ -15,35 +15,35 @@
 
 namespace kvdetail {
 
-// Several stubs may name one object, which only the application can tell. The first of them that is added
-// represents the object. A stub is looked for once among the ids in their order, and found by its address
-// from then on.
+// Several stubs may name one object. Only the application can tell which do. The first stub of an object that
+// is added represents the object. A stub that was added is found by its address. Any other stub is searched
+// for in the order of the ids.
 //
 // Invariants:
 //  1. No two ids in mRepresentatives are equal.
-//  2. Every stub that was added leads to that of an equal id in mRepresentatives.
+//  2. For every stub that was added, mByStub has the stub of the equal id in mRepresentatives.
 //
-// Thread safety: one thread adds. Any number of threads may find at once.
+// Thread safety: only one thread may add ids. Any number of threads may find ids at once.
 class EqualIds {
 public:
-    // With room for this number of stubs. std::bad_alloc when there is no memory.
+    // Makes room for this number of stubs. std::bad_alloc if there is no memory.
     explicit EqualIds(std::size_t stubs = 0);
 
-    // The number of objects.
+    // Returns the number of objects.
     std::size_t size() const noexcept { return mRepresentatives.size(); }
 
-    // The stub that represents the id's object, or none if no equal id was added. O(1) for a stub that was
-    // added, else O(log n).
+    // Returns the stub that represents the id's object. Returns nothing if no equal id was added. O(1) for a
+    // stub that was added, otherwise O(log n).
     std::optional<const GxDbStub*> find(const GxDbObjectId& id) const;
 
-    // The same, and adds the id if no equal one is there. All or, with std::bad_alloc, nothing that find()
-    // shows.
+    // Adds the id, and returns the stub that represents the id's object. If there is no memory, adds nothing
+    // and throws std::bad_alloc. O(1) for a stub that was added, otherwise O(log n).
     const GxDbStub* add(const GxDbObjectId& id);
 
 private:
     using Set = std::set<GxDbObjectId, std::less<>, _KvSTLAllocator<GxDbObjectId>>;
 
-    // Keys are not 0, and the null stub has one, too.
+    // Returns the key of the id. The key is not 0, even for the null stub.
     static std::uintptr_t keyOf(const GxDbObjectId& id) noexcept {
         return reinterpret_cast<std::uintptr_t>(id.stub()) + 1;
     }
@@ -53,7 +53,8 @@ private:
     HashTable<std::uintptr_t, const GxDbStub*> mByStub;
     OwnedNodePool mNodes;
     Set mRepresentatives;
-    // Where find() last found no equal id. Most often that id is added next, which saves a second search.
+    // The place of the last id for which find() found no equal id. Most often that id is added next, and the
+    // place saves a second search.
     mutable std::atomic<Set::const_iterator> mLastPlace;
 };
 

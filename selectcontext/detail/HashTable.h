@@ -11,23 +11,23 @@
 
 namespace kvdetail {
 
-// Open addressing with linear probing, backward-shift deletion, and a load factor of at most three fifths.
-// Keys are unsigned numbers other than 0.
+// A hash table with open addressing, linear probing, backward-shift deletion, and a load factor of at most
+// three fifths. Keys are unsigned numbers other than 0.
 //
 // Invariants:
 //  1. The number of buckets is a power of two. At least one bucket is empty.
-//  2. All keys agree in their mShift lowest bits, which are mLowBits. Addresses of one kind do.
+//  2. The mShift lowest bits of all keys are mLowBits. Addresses of objects of one type have common low bits.
 //
-// Thread safety: one thread changes it. Any number of threads may find at once.
+// Thread safety: only one thread may change the table. Any number of threads may find keys at once.
 template <class Key, class Value>
 class HashTable {
 public:
-    // With room for this number of keys. std::bad_alloc when there is no memory.
+    // Makes room for this number of keys. std::bad_alloc if there is no memory.
     explicit HashTable(std::size_t keys = 0) : mBuckets(bucketsFor(keys)) {}
 
     std::size_t size() const noexcept { return mUsed; }
 
-    // The key's value, or null. O(1).
+    // Return the key's value, or null if the table does not have the key. O(1).
     const Value* find(Key key) const noexcept {
         const Bucket& bucket = mBuckets[bucketOf(key)];
         return bucket.key != 0 ? &bucket.value : nullptr;
@@ -40,8 +40,9 @@ public:
     // Loads the key's bucket into the caches, for a find() that follows soon.
     void prefetch(Key key) const noexcept { __builtin_prefetch(&mBuckets[homeOf(key)]); }
 
-    // Adds the key with this value if it is not there. Returns its value, and whether it was added. All or,
-    // with std::bad_alloc, nothing. Amortised O(1).
+    // Adds the key with this value, unless the table has the key. Returns the key's value in the table, and
+    // whether the key was added. If there is no memory, adds nothing and throws std::bad_alloc. Amortised
+    // O(1).
     std::pair<Value*, bool> insert(Key key, const Value& value) {
         Bucket& held = mBuckets[bucketOf(key)];
         if (held.key != 0)
@@ -61,7 +62,7 @@ public:
         return mBuckets.size() > kLargeTable && mUsed * std::size_t{8} < mBuckets.size();
     }
 
-    // Removes a key that is there. O(1).
+    // Removes a key. The table must have the key. O(1).
     void erase(Key key) noexcept { removeBucket(bucketOf(key)); }
 
 private:
@@ -77,8 +78,8 @@ private:
             mShift = std::numeric_limits<Key>::digits - 1;
             mLowBits = lowBits(key);
         }
-        // A key may differ in bits that homeOf() leaves out. All such keys would share one bucket. This
-        // happens once per bit at the most.
+        // A key may differ from the others in bits that homeOf() ignores. All such keys would share one
+        // bucket. A rehash makes homeOf() use these bits. This happens at most once per bit.
         if (const Key differences = lowBits(key) ^ mLowBits)
             rehash(mBuckets.size(), static_cast<unsigned>(__builtin_ctzll(differences)));
         if (!hasRoom())
@@ -96,8 +97,9 @@ private:
     std::size_t next(std::size_t i) const noexcept { return (i + 1) & (mBuckets.size() - 1); }
     Key lowBits(Key key) const noexcept { return key & ((Key{1} << mShift) - 1); }
 
-    // Four consecutive numbers share a group of buckets, so that a walk through addresses in order walks
-    // through the table, too. The groups are scattered by Fibonacci hashing.
+    // Returns the bucket at which the search for a key begins. Four consecutive numbers share a group of
+    // buckets, so that a walk through addresses in order finds neighbours in the table. Fibonacci hashing
+    // scatters the groups.
     std::size_t homeOf(Key key) const noexcept {
         constexpr unsigned kGroup = 4;
         const std::uintptr_t number = key >> mShift;
@@ -105,7 +107,7 @@ private:
         return (group * kGroup + number % kGroup) & (mBuckets.size() - 1);
     }
 
-    // The key's bucket, or the empty one that ends its probe sequence.
+    // Returns the bucket of the key, or the empty bucket at which the search for the key ends.
     std::size_t bucketOf(Key key) const noexcept {
         std::size_t i = homeOf(key);
         while (mBuckets[i].key != 0 && mBuckets[i].key != key)
@@ -120,7 +122,8 @@ private:
         return bucket.value;
     }
 
-    // A bucket behind the gap moves up if its home is not between the gap and itself.
+    // Empties the bucket `gap`. Moves a later key into the gap, unless the key's home is between the gap and
+    // the key. Then treats the bucket of the moved key as the gap.
     void removeBucket(std::size_t gap) noexcept {
         const std::size_t mask = mBuckets.size() - 1;
         for (std::size_t i = next(gap); mBuckets[i].key != 0; i = next(i)) {

@@ -19,12 +19,12 @@ bool IdBatch::isInOrderOfIds() const {
            }) == end();
 }
 
-// LSD radix sort, 11 bits in a pass, from the lowest bit in which any two stubs differ. std::sort would
-// double the time of the operation.
+// Sorts by LSD radix sort with 11 bits per pass, from the lowest bit in which any two stubs differ. std::sort
+// would double the time of the operation.
 void IdBatch::sortByStub() {
     constexpr unsigned kDigitBits = 11;
     constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
-    constexpr std::size_t kFewestItems = kDigits / 8; // below, counting digits takes longer than comparing
+    constexpr std::size_t kFewestItems = kDigits / 8; // with fewer items, comparing is faster
 
     if (mItems.size() < kFewestItems) {
         std::stable_sort(mItems.begin(), mItems.end(),

@@ -1,4 +1,4 @@
-// IdBatch: many ids, sorted so that they meet the id index in its own order.
+// IdBatch: sorts many ids into the order of the id index.
 #pragma once
 
 #include "platform/KvDatabase.h"
@@ -9,14 +9,14 @@
 
 namespace kvdetail {
 
-// Collects ids, each with a value of the caller's, and sorts them by the addresses of their stubs (LSD radix
-// sort). Most often that is the order of the ids. Only the application knows that order, so sort() compares
-// each id with the one before.
+// Collects ids, each with a value for the caller, and sorts them by the addresses of their stubs (LSD radix
+// sort). Most often the order of the stubs is that of the ids. Only the application knows the order of the
+// ids. So sort() compares each id with the previous one.
 //
 // Invariant after sort() has returned true: the items are in the order of their ids. Items of one id have the
 // same stub, are neighbours, and are in the order in which they were added.
 //
-// Thread safety: none; it belongs to one operation.
+// Thread safety: none. A batch belongs to one operation.
 class IdBatch {
 public:
     struct Item {
@@ -26,23 +26,24 @@ public:
         GxDbObjectId id() const noexcept { return GxDbObjectId(reinterpret_cast<GxDbStub*>(stub)); }
     };
 
-    // Both: amortised O(1), std::bad_alloc when there is no memory.
+    // Makes room for this number of ids. O(n). std::bad_alloc if there is no memory.
     void reserve(std::size_t count) { mItems.reserve(count); }
+    // Adds an id with a value. Amortised O(1). std::bad_alloc if there is no memory.
     void add(const GxDbObjectId& id, std::uintptr_t value) {
         const auto stub = reinterpret_cast<std::uintptr_t>(id.stub());
         mIsSorted = mIsSorted && (mItems.empty() || mItems.back().stub <= stub);
         mItems.push_back({stub, value});
     }
 
-    // False if the order of the stubs is not that of the ids, or two stubs name one object. O(n).
-    // std::bad_alloc when there is no memory.
+    // Sorts the ids. Returns false if the order of the stubs is not that of the ids, or if two stubs name one
+    // object. O(n). std::bad_alloc if there is no memory.
     bool sort();
 
     const Item* begin() const noexcept { return mItems.data(); }
     const Item* end() const noexcept { return mItems.data() + mItems.size(); }
     std::size_t size() const noexcept { return mItems.size(); }
 
-    // One past the items that have the id of `first`.
+    // Returns the end of the items that have the id of `first`. O(items of the id).
     const Item* endOfId(const Item* first) const noexcept {
         const Item* last = first;
         while (last != end() && last->stub == first->stub)

@@ -6,7 +6,8 @@
 
 namespace kvdetail {
 
-// In two passes, so that entering a stub does not wait for the walk through the index.
+// Collects the first entries before hashing them. In one pass, hashing a stub would wait for the walk through
+// the index.
 std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
     auto hash = std::make_unique<IdHash>(map.size());
     std::vector<DataMap::const_iterator> firsts;
@@ -31,7 +32,8 @@ std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
     return nullptr;
 }
 
-// The entry before is compared only where some id has several entries: it may be in no cache.
+// Compares the previous entry only if some id has several entries. Reading the previous entry may miss every
+// cache.
 IdHash::DataMap::const_iterator IdHash::find(const DataMap& map, const GxDbObjectId& id) const {
     const auto* const first = mFirsts.find(keyOf(id));
     if (!first || (mHasRepeatedIds && *first != map.begin() && isSame(std::prev(*first)->first, id)))

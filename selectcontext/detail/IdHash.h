@@ -12,18 +12,15 @@
 
 namespace kvdetail {
 
-// A hash table from the id's stub to the first entry of the id in the index. It is a hint: an id that it does
-// not find is searched in the index.
+// A hash table from the stub of an id to the id's first entry in the index. The hash is a hint: an id that it
+// does not have is searched in the index.
 //
 // Invariants while isCurrent():
-//  1. For every id of the index, the key of its stub leads to the id's first entry. The null stub is left
-//  out.
-//  2. No two stubs among the ids name one object, as a hash of stubs would take them for two.
-//  3. No entry has come, gone or been extracted without the hash being updated, so every key leads to an
-//  entry
-//     that is there.
+//  1. The hash has the first entry of every id of the index, except the null id.
+//  2. No two stubs in the index name one object. A hash of stubs would treat them as two ids.
+//  3. Every added, erased or extracted entry has updated the hash. So every entry in the hash exists.
 //
-// Thread safety: one thread builds and changes it. Any number of threads may find at once.
+// Thread safety: one thread builds and changes the hash. Any number of threads may find ids at once.
 class IdHash {
 public:
     using DataMap = GxapSelectSet::SSetData::DataMap;
@@ -34,14 +31,14 @@ public:
     // Returns whether the hash has been updated with every change of the index. O(1).
     bool isCurrent(const DataMap& map) const noexcept { return mVersion.isCurrent(map); }
 
-    // Returns the first entry of the id, or the end if the hash does not have the id. The hash must be
-    // current. O(1).
+    // Returns the first entry of the id, or the end if the hash does not have the id. isCurrent() must be
+    // true. O(1).
     DataMap::const_iterator find(const DataMap& map, const GxDbObjectId& id) const;
 
     // Loads the id's bucket into the caches, for a peek() or find() that follows soon.
     void prefetch(const GxDbObjectId& id) const noexcept { mFirsts.prefetch(keyOf(id)); }
 
-    // Returns the entry that find() is going to return, or null. For prefetching. O(1).
+    // Returns the entry that the hash has for the id, or null. For prefetching. O(1).
     const DataMap::value_type* peek(const GxDbObjectId& id) const noexcept {
         const auto* const first = mFirsts.find(keyOf(id));
         return first ? &**first : nullptr;
@@ -52,19 +49,19 @@ public:
     // Amortised O(1).
     bool noteAdded(const DataMap& map, DataMap::const_iterator entry) noexcept;
 
-    // Updates the hash for an entry that is about to be erased. O(1).
+    // Updates the hash before an entry is erased. The caller must then erase the entry. O(1).
     void noteErasing(const DataMap& map, DataMap::const_iterator entry) noexcept;
 
     // Returns whether most of the ids have been erased, so that the hash wastes memory. O(1).
     bool isSparse() const noexcept { return mFirsts.isSparse(); }
 
-    // Declares the hash up to date with the index as it is now.
+    // Marks the hash as up to date with the present index. O(1).
     void follow(const DataMap& map) noexcept { mVersion.follow(map); }
 
     explicit IdHash(std::size_t ids) : mFirsts(ids) {}
 
 private:
-    // The null stub is no key, and not found.
+    // Returns the key of the id. The null id has the key 0, which is never found.
     static std::uintptr_t keyOf(const GxDbObjectId& id) noexcept {
         return reinterpret_cast<std::uintptr_t>(id.stub());
     }

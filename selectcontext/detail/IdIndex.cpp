@@ -24,8 +24,8 @@ void forEachRecordSlot(const Store& store, Visit visit) {
     });
 }
 
-// Collects the ids of records with the numbers of their slots. False if they cannot be had in the order of
-// the index, or there is no memory for it.
+// Collects the ids of records, each with the number of the record's slot. Returns false if the ids cannot be
+// sorted in the order of the index, or if there is no memory.
 bool collectIds(const std::vector<Store::Slot*>& slots, IdBatch& batch) noexcept try {
     if (!kHasIdBatch)
         return false;
@@ -37,7 +37,7 @@ bool collectIds(const std::vector<Store::Slot*>& slots, IdBatch& batch) noexcept
     return false;
 }
 
-// The same with the addresses of the slots.
+// Does the same for the records of a store, with the addresses of their slots.
 bool collectIds(const Store& store, IdBatch& batch) noexcept try {
     if (!kHasIdBatch)
         return false;
@@ -49,10 +49,10 @@ bool collectIds(const Store& store, IdBatch& batch) noexcept try {
     return false;
 }
 
-// An empty index keeps this much memory for the next entries.
+// An empty index keeps this much memory for its next entries.
 constexpr std::size_t kMostIdleBytes = 1 << 16;
 
-// False, and nothing done, if the map has an entry of the id.
+// Adds an entry, unless the map has one of the id. Returns whether the entry was added.
 bool enterFirst(DataMap& map, const GxDbObjectId& id, const Store::Slot* slot) {
     const auto place = map.lower_bound(id);
     if (place != map.end() && (place->first.stub() == id.stub() || !(id < place->first)))
@@ -67,7 +67,7 @@ IdIndex::IdIndex(SSetData& data) : mData(data), mMap(data.dataMap), mNodes(makeN
     mMap = DataMap(DataMap::allocator_type(mNodes.get()));
 }
 
-// The hash first; then the end of the index, where ids that come in ascending order belong.
+// Tries the hash first, and then the end of the index, where ids in ascending order belong.
 IdIndex::Run IdIndex::find(const GxDbObjectId& id) const {
     if (const IdHash* const hash = currentHash()) {
         const Entry entry = hash->find(mMap, id);
@@ -93,7 +93,7 @@ IdIndex::Run IdIndex::findToRemove(const GxDbObjectId& id) const {
 }
 
 IdIndex::Run IdIndex::findFrom(Entry place, const GxDbObjectId& id) const {
-    constexpr unsigned kMostSteps = 8; // about as long as a search takes
+    constexpr unsigned kMostSteps = 8; // they take about as long as a search
     for (unsigned steps = 0; place != mMap.end() && place->first < id; ++place) {
         if (++steps > kMostSteps) {
             place = mMap.lower_bound(id);
@@ -122,7 +122,7 @@ IdIndex::Entry IdIndex::insert(Entry place, const GxDbObjectId& id, const Store:
     return added;
 }
 
-// Extracting leaves out what erasing does: looking for the next entry.
+// Extracts the entry instead of erasing it: erasing would also look for the next entry.
 void IdIndex::erase(Entry entry) {
     IdHash* const hash = hashToUpdate();
     const bool hasRuns = mLongRuns.prepareEdit(mMap);
@@ -159,9 +159,9 @@ const RunIndex* IdIndex::makeRunIndexFor(const ItemKeys& keys, const Run& first)
                   keys);
 }
 
-// If all nodes are in the data's own pool, this frees the pool's chunks without visiting the nodes, which are
-// hardly ever in a cache. For that, the map is moved into raw storage and abandoned there: the destructor of
-// the abandoned map never runs. Nothing is lost by that, because entries need no destructor.
+// If all nodes are in the data's own pool, frees the chunks of the pool without visiting the nodes, which are
+// hardly ever in a cache. To do so, moves the map into raw storage and abandons the map there: the destructor
+// of the abandoned map never runs. Entries need no destructor, so nothing is lost.
 void IdIndex::clear() noexcept {
     static_assert(std::is_trivially_destructible_v<DataMap::value_type>, "nodes are abandoned");
     dropHints();
@@ -191,7 +191,7 @@ void IdIndex::rebuild() {
     });
 }
 
-// The fresh map has a pool of its own, so that the old one can be kept until nothing can fail any more.
+// Builds a new map with a pool of its own, and keeps the old map until nothing can fail any more.
 std::vector<Store::Slot*> IdIndex::rebuildOfFirsts() {
     OwnedNodePool nodes = makeNodePool();
     DataMap firsts{DataMap::allocator_type(nodes.get())};
@@ -216,10 +216,10 @@ std::vector<Store::Slot*> IdIndex::rebuildOfFirsts() {
     return slots;
 }
 
-// Builds a hash once the searches have cost about as much as building it. Failed searches do not count: a
-// hash does not spare them.
+// Counts a search that found an id. Makes a hash when searches have cost about as much as making the hash.
+// Failed searches do not count, since a hash does not save them.
 void IdIndex::noteSearch() const noexcept {
-    constexpr std::size_t kEntriesPerSearch = 16; // hashed in the time of one search
+    constexpr std::size_t kEntriesPerSearch = 16; // number of entries that are hashed in the time of a search
     if (!isWorthAHash())
         return;
     const std::uint32_t count = mSearches.load(std::memory_order_relaxed) + 1;
@@ -228,18 +228,19 @@ void IdIndex::noteSearch() const noexcept {
         makeHash();
 }
 
-// A caller may have replaced the map. The new one may have no pool, or share its pool with another map. The
-// pool's generation does not show the changes of such a map, so no hash is made.
+// Returns whether a hash would save time and could be trusted. A caller may have replaced the map by one that
+// has no pool, or that shares a pool with another map. The pool's generation does not show the changes of
+// such a map.
 bool IdIndex::isWorthAHash() const noexcept {
-    constexpr std::size_t kFewestEntries = 48; // below, a search is as fast
+    constexpr std::size_t kFewestEntries = 48; // with fewer entries, a search is as fast
     return kHasIdHash && mMap.size() >= kFewestEntries && MapVersion::canFollow(mMap);
 }
 
-// Several readers of shared data may get here at once. The first to finish publishes its hash, the others
-// delete theirs. An outdated hash is not replaced here, as another reader may be using it. The next edit
-// deletes it.
+// Makes a hash if there is none. Several readers of shared data may call this at once. The first to finish
+// publishes its hash, and the others delete theirs. A hash that is out of date is not replaced, since another
+// reader may be using that hash. The next edit deletes it.
 void IdIndex::makeHash() const noexcept {
-    mSearches.store(0, std::memory_order_relaxed); // the next try waits as long, also if this one fails
+    mSearches.store(0, std::memory_order_relaxed); // the next try waits as long, even if this one fails
     if (mHash.load(std::memory_order_relaxed))
         return;
     std::unique_ptr<IdHash> fresh = IdHash::build(mMap);
@@ -248,7 +249,7 @@ void IdIndex::makeHash() const noexcept {
         fresh.release();
 }
 
-// The hash to bring up to date with an edit, or null. One that has fallen behind is dropped.
+// Returns the hash that an edit must update, or null. Deletes a hash that is out of date.
 IdHash* IdIndex::hashToUpdate() noexcept {
     IdHash* const held = mHash.load(std::memory_order_relaxed);
     if (!held || held->isCurrent(mMap))

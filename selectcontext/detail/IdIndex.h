@@ -29,25 +29,25 @@ inline Store::Slot* slotAt(unsigned long address) noexcept {
     return reinterpret_cast<Store::Slot*>(address);
 }
 
-// Finds, adds and erases the entries of `dataMap`, and supplies the pool of its nodes. Keeps a hash of the
-// ids once the searches have cost as much as building one, and an index of every long run of one id in which
-// an item was looked for. Callers may change the map by hand: hash and run indexes are used only while the
-// pool's generation shows that the map is as the index left it.
+// Finds, adds and erases entries of `dataMap`, and makes the pool of the map's nodes. Makes a hash of the ids
+// when searches have cost as much as a hash. Makes an index of a long run of one id when a look-up has walked
+// far through the run. Callers may change the map by hand. So the hash and the run indexes are used only
+// while the pool's generation shows that nobody else has changed the map.
 //
 // Invariants:
 //  1. Entries of one id are neighbours, in the order in which they were added.
-//  2. A hash or run index that is there was complete before any other thread could see it. It does not change
-//     while the data is shared.
+//  2. A hash or run index is complete before any other thread can see it. It does not change while the data
+//     is shared.
 //
-// Thread safety: readers of shared data may find at once. The rest belongs to the thread that may edit the
-// data.
+// Thread safety: several readers of shared data may call the const functions at once. The rest belongs to the
+// thread that may edit the data.
 class IdIndex {
 public:
     using Entry = DataMap::const_iterator;
 
     // A place in the run of entries of one id.
     struct Run {
-        Entry entry; // held: an entry of the id; else the place behind all entries of the id
+        Entry entry; // if isHeld, an entry of the id; otherwise the place behind all entries of the id
         bool isHeld;
     };
 
@@ -60,15 +60,16 @@ public:
     Entry end() const noexcept { return mMap.end(); }
     std::size_t size() const noexcept { return mMap.size(); }
 
-    // Finds the id's first entry. O(1) for an id in the hash or behind all others, else O(log n).
+    // Finds the id's first entry. O(1) for an id in the hash or behind all others, otherwise O(log n).
     Run find(const GxDbObjectId& id) const;
 
-    // The same for a removal. It compares the first and the last entry before it searches: callers often
-    // remove from one end. In a small index it does not count towards making a hash, which would cost
-    // removals twice what it saves.
+    // Does what find() does, for a removal. First compares the first and the last entry, since callers often
+    // remove from one end. In an index of fewer than 1000 entries, the search does not count towards making a
+    // hash. There, a hash would cost removals twice what it saves.
     Run findToRemove(const GxDbObjectId& id) const;
 
-    // As find(), for an id that does not belong before `place`. O(1) if few entries lie between.
+    // Does what find() does, for an id that does not belong before `place`. O(1) if few entries are between
+    // `place` and the id, otherwise O(log n).
     Run findFrom(Entry place, const GxDbObjectId& id) const;
 
     // Advances to the next entry of the id. O(1).
@@ -77,7 +78,7 @@ public:
         run.isHeld = isOfId(run.entry, id);
     }
 
-    // Returns the place behind all entries of the id. O(log n), O(1) for an id behind all others.
+    // Returns the place behind all entries of the id. O(log n), or O(1) for an id behind all others.
     Entry endOf(const GxDbObjectId& id) const;
 
     // Returns whether the entry is the first of its id. O(1).
@@ -85,65 +86,69 @@ public:
         return entry == mMap.begin() || !isSame(std::prev(entry)->first, entry->first);
     }
 
-    // Returns the index of the run that begins at `first`; null if the run has none that can find the keys.
-    // O(1).
+    // Returns the index of the run that begins at `first`. Returns null if the run has no index that can find
+    // the keys. O(1).
     const RunIndex* runIndexFor(const ItemKeys& keys, const Run& first) const noexcept {
         if (!mLongRuns.isInUse())
             return nullptr;
         return usable(mLongRuns.find(mMap, first.entry->first.stub(), RunIndex::keysFor(keys)), keys);
     }
 
-    // The same, and makes the index if the run has none. O(entries of the run).
+    // Makes the index of the run that begins at `first`, and returns it. Returns null if the run has an index
+    // for such keys already, if the index cannot find the keys, or if it cannot be made. O(entries of the
+    // run), or O(entries * log(entries)) if the order of the sub ids is not that of their stubs.
     const RunIndex* makeRunIndexFor(const ItemKeys& keys, const Run& first) const noexcept;
 
-    // Adds an entry at the place behind all entries of the id, and returns it. The slot holds a record. All
-    // or, with std::bad_alloc, nothing. O(1).
+    // Adds an entry and returns it. `place` must be the place behind all entries of the id. The slot must
+    // have a record. If there is no memory, adds nothing and throws std::bad_alloc. O(1).
     Entry insert(Entry place, const GxDbObjectId& id, const Store::Slot* slot);
 
-    // Erases the entry. Its slot must still hold the record, unless a caller has changed the slot by hand.
-    // O(1).
+    // Erases the entry. Also deletes the run indexes of the id if the entry's slot has no record any more, or
+    // if the record's keys have changed. O(1).
     void erase(Entry entry);
 
     // Gives the slot's record another path. O(1), O(log n) for an id that the run does not have.
     void changePath(const Store::Slot* slot, const KvVector<GxDbObjectId>& path);
 
-    // Prepares for erasing all entries of the run. O(entries of the run).
+    // Prepares for erasing all entries of the run that begins at `first`: deletes the indexes of the run.
+    // O(entries of the run).
     void expectErasing(const Run& first) noexcept {
         if (mLongRuns.isInUse())
             mLongRuns.drop(first.entry->first.stub());
     }
 
-    // Erases every entry. O(n), O(n / 1000) where all nodes come from the data's own pool.
+    // Erases every entry. O(n), or O(n / 1000) if all nodes come from the data's own pool.
     void clear() noexcept;
 
-    // Clears the index, and enters every record of the store in store order. Out of memory leaves it partly
-    // rebuilt. O(n), O(n log n) for ids in an order of their own.
+    // Clears the index, and enters every record of the store in store order. If there is no memory, throws
+    // std::bad_alloc and leaves the index partly rebuilt. O(n), or O(n log n) if the order of the ids is not
+    // that of their stubs.
     void rebuild();
 
-    // The same with the first record of each id only; returns the slots of the other records, in store order.
-    // All or, with std::bad_alloc, nothing.
+    // Does the same with only the first record of each id. Returns the slots of the other records, in store
+    // order. If there is no memory, changes nothing and throws std::bad_alloc.
     std::vector<Store::Slot*> rebuildOfFirsts();
 
-    // Prepares for erasing many entries: deletes the hash, which would cost more to keep up than it saves.
+    // Prepares for erasing many entries: deletes the hash, whose updates would cost more than the hash saves.
     void expectErasures() noexcept { dropHash(); }
 
-    // Deletes the hash and the run indexes. They are made again where they pay.
+    // Deletes the hash and the run indexes. Later look-ups make them again if that saves time.
     void dropHints() noexcept;
 
-    // Prepares for looking many ids up. O(1), O(n) where it makes a hash.
+    // Prepares for looking many ids up: makes a hash if that saves time. O(1), or O(n) if it makes a hash.
     void expectSearches() const noexcept {
         if (isWorthAHash())
             makeHash();
     }
 
-    // Returns the hash to look ids up in, or null. O(1).
+    // Returns the hash if it is up to date, otherwise null. O(1).
     const IdHash* currentHash() const noexcept {
         const IdHash* const held = mHash.load(std::memory_order_acquire);
         return held && held->isCurrent(mMap) ? held : nullptr;
     }
 
 private:
-    // Given that the entry is not before those of the id.
+    // Returns whether the entry is one of the id. The entry must not be before those of the id.
     bool isOfId(Entry entry, const GxDbObjectId& id) const {
         return entry != mMap.end() && (entry->first.stub() == id.stub() || !(id < entry->first));
     }
@@ -170,7 +175,7 @@ private:
     DataMap& mMap;
     OwnedNodePool mNodes;
     mutable std::atomic<IdHash*> mHash{nullptr};
-    // Those that found an id since the last hash was made or tried.
+    // Number of searches that found an id since the index last made, tried to make, or deleted a hash.
     mutable std::atomic<std::uint32_t> mSearches{0};
     LongRuns mLongRuns;
 };

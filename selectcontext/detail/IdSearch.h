@@ -8,14 +8,14 @@
 
 namespace kvdetail {
 
-// The look-ups of one whole-set operation. Most often the ids come in the order of the index, so the entry
-// behind the last one is tried before the index is searched. After four failures in a row it is not tried any
-// more.
+// Looks ids up for one whole-set operation. Most often the ids come in the order of the index. So the entry
+// behind the last one found is tried before the index is searched. After 16 failures in a row, that entry is
+// no longer tried.
 //
-// Between two look-ups, the set may be edited, and its data may be replaced. An edit that erases an entry
-// must call goOnAt().
+// The caller may edit the set between two look-ups, even if that replaces the set's data. A caller that
+// erases an entry must call goOnAt(), unless isTrying() is false.
 //
-// Invariant: mNext is an entry of the data that mData names, or the end of its index.
+// Invariant: mNext is an entry in the index of `*mData`, or the end of that index.
 //
 // Thread safety: that of the set.
 class IdSearch {
@@ -24,9 +24,10 @@ public:
     IdSearch(const IdSearch&) = delete;
     IdSearch& operator=(const IdSearch&) = delete;
 
+    // Returns whether the next entry is still tried.
     bool isTrying() const noexcept { return kHasNextId && mFailures < kMostFailures; }
 
-    // As IdIndex::find().
+    // Does what IdIndex::find() does. Tries the next entry first.
     IdIndex::Run find(const GxDbObjectId& id) {
         const IdIndex& index = SetData::of(*mSet.sharedData).index;
         if (isTrying() && mData == mSet.sharedData && mNext != index.end()) {
@@ -39,20 +40,21 @@ public:
         return index.find(id);
     }
 
-    // Returns the entry to try next, which is held if it is one of the id.
+    // Returns the entry to try next. `isHeld` is true if that entry is one of the id.
     IdIndex::Run next(const GxDbObjectId& id) const {
         const bool isNext = isTrying() && mData == mSet.sharedData &&
                             mNext != SetData::of(*mData).index.end() && isSame(mNext->first, id);
         return {mNext, isNext};
     }
 
-    // Moves on to the entry behind the next one, which was the wanted one.
+    // Makes the entry behind the next one the entry to try. The next one must have been the wanted one.
     void skipNext() {
         mFailures = 0;
         ++mNext;
     }
 
-    // The entry to try next: this one, or the one behind a held entry.
+    // Choose the entry to try next: this entry, or the one behind the entry of the run. A run without an
+    // entry gives the run's place.
     void goOnAt(IdIndex::Entry entry) {
         mNext = entry;
         mData = mSet.sharedData;

@@ -1,4 +1,4 @@
-// ItemKeys: what identifies an item among those of one main id.
+// ItemKeys: the keys of an item, and comparing records with them.
 #pragma once
 
 #include "base/detail/Same.h"
@@ -9,14 +9,14 @@
 
 namespace kvdetail {
 
-// Which markers of a record suit the wanted one.
+// Says which markers of records match the wanted marker.
 enum class Markers {
-    kEqual, // by isGsMarkEqual(): 0 and -1 are equal
-    kExact, // the very number
+    kEqual, // those equal by isGsMarkEqual(), which makes 0 and -1 equal
+    kExact, // those of the same number
     kAny
 };
 
-// A null path stands for any path, and for any block transform.
+// The keys of a wanted item. A null path matches every path and every block transform.
 struct ItemKeys {
     const GxDbObjectId& mainId;
     const GxDbObjectId& subId;
@@ -51,19 +51,20 @@ inline bool isMarkerWanted(long held, const ItemKeys& keys) {
     return true;
 }
 
-// The record has the keys other than the main id.
+// Returns whether the record has the keys. Does not compare the main id.
 inline bool hasKeys(const selected_entity& record, const ItemKeys& keys) {
     return isSame(record.subEntId, keys.subId) && isMarkerWanted(record.gsMarker, keys) &&
            (!keys.path || record.nestedEntFullPath == *keys.path);
 }
 
-// The same, and where there is a path it has the block transform.
+// Returns whether the record has the keys and, if the keys have a path, the block transform. Does not compare
+// the main id.
 inline bool isItem(const selected_entity& record, const ItemKeys& keys, const GxGeMatrix3d* matrix) {
     return hasKeys(record, keys) &&
            (!keys.path || isMatrixEqual(matrix, matrixOf(record.selectedEntityInfo)));
 }
 
-// Gives a fresh record its keys, and the info. Without a path the record's stays empty.
+// Gives a new record its keys and its info. A null path leaves the path of the record empty.
 inline void setKeys(selected_entity& record, const ItemKeys& keys, OwnedInfo&& info) {
     record.mainEntId = keys.mainId;
     record.subEntId = keys.subId;

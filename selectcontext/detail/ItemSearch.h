@@ -1,4 +1,4 @@
-// findItem: the item with given keys among those of one main id.
+// findItem: finds the item with given keys among those of one main id.
 #pragma once
 
 #include "selectcontext/detail/IdSearch.h"
@@ -10,10 +10,10 @@
 
 namespace kvdetail {
 
-// Returns the first entry for which passes(entry), in the run that `run` begins; else the place behind the
-// run. An entry that passes must have the keys other than the main id. A run of more than
-// RunIndex::kFewestItems entries is indexed when a walk comes that far. O(1) in an indexed run, else
-// O(entries of the run).
+// Returns the first entry of the run for which passes(entry) is true. Returns the place behind the run if
+// there is none. `run` must be at the first entry of the run. An entry that passes must have the keys other
+// than the main id. A walk past RunIndex::kFewestItems entries makes an index of the run. O(1) in an indexed
+// run, otherwise O(entries of the run).
 template <class Passes>
 IdIndex::Run findEntry(const IdIndex& index, IdIndex::Run run, const ItemKeys& keys, Passes passes) {
     const auto search = [&](const RunIndex& indexed) {
@@ -34,23 +34,23 @@ IdIndex::Run findEntry(const IdIndex& index, IdIndex::Run run, const ItemKeys& k
     return run;
 }
 
-// Whether the entry's record has the main id and passes `matches`. The data has a store.
+// Returns whether the entry's record has the main id and passes `matches`. The data must have a store.
 template <class Matches>
 bool isMatch(const SSetData& data, IdIndex::Entry entry, const ItemKeys& keys, Matches matches) {
     const selected_entity* const record = recordAt(*data.entities, entry->second);
     return record && isSame(record->mainEntId, keys.mainId) && matches(*record);
 }
 
-// Returns the first item of the run that `run` begins whose record has the main id and passes `matches`; else
-// the place behind the run. The data has a store.
+// Returns the first entry of the run whose record has the main id and passes `matches`. Returns the place
+// behind the run if there is none. `run` must be at the first entry of the run. The data must have a store.
 template <class Matches>
 IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& keys, Matches matches) {
     return findEntry(indexOf(data), run, keys,
                      [&](IdIndex::Entry entry) { return isMatch(data, entry, keys, matches); });
 }
 
-// As findItem(), as one of many look-ups, and for callers to whom any item that matches will do. Most often
-// that is the next one.
+// Finds any item that matches, as one of many look-ups. First tries the next entry, which most often matches.
+// Otherwise does what findItem() does.
 template <class Matches>
 IdIndex::Run findAnyItem(const SSetData& data, IdSearch& search, const ItemKeys& keys, Matches matches) {
     const IdIndex::Run next = search.next(keys.mainId);
@@ -63,12 +63,12 @@ IdIndex::Run findAnyItem(const SSetData& data, IdSearch& search, const ItemKeys&
     return found;
 }
 
-// By all keys but the transform.
+// Finds the first item of the run that has all keys. Does not compare the block transform.
 inline IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& keys) {
     return findItem(data, run, keys, [&](const selected_entity& record) { return hasKeys(record, keys); });
 }
 
-// By all keys.
+// Finds the first item of the run that has all keys and the block transform.
 inline IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& keys,
                              const GxGeMatrix3d* matrix) {
     return findItem(data, run, keys,

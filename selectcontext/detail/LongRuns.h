@@ -11,13 +11,13 @@
 
 namespace kvdetail {
 
-// A hash table with a list for each bucket, from the stub of a main id to the index of its run. Look-ups make
-// what they miss, also several at once in data that is shared. So the lists grow at their heads, by an atomic
-// exchange, and only edits take something out.
+// A hash table from the stub of a main id to the indexes of the id's run. Each bucket has a list. Look-ups
+// make the indexes that they miss. Several readers of shared data may do so at once, so an index is added at
+// the head of a list by an atomic exchange. Only edits remove indexes.
 //
 // Invariants:
-//  1. An index that is there was complete before any other thread could see it.
-//  2. While isCurrent(), the id index has not changed without every run index being updated.
+//  1. An index is complete before any other thread can see it.
+//  2. While the version of the lists is current, every change of the id index has updated the run indexes.
 //
 // Thread safety: any number of threads may call the const functions at once. The rest belongs to the thread
 // that may edit the data.
@@ -30,41 +30,46 @@ public:
     LongRuns& operator=(const LongRuns&) = delete;
     ~LongRuns() { clear(); }
 
+    // Returns whether any index was added since the last clear().
     bool isInUse() const noexcept { return mLists.load(std::memory_order_acquire) != nullptr; }
 
-    // Returns an index, by these keys, of the run whose first entry has this stub; or null. O(1).
+    // Returns the index, by these keys, of the run of this main id. Returns null if there is none, or if the
+    // id index has been changed by hand. O(1).
     const RunIndex* find(const DataMap& map, const GxDbStub* mainStub, RunIndex::Keys keys) const noexcept {
         const Lists* const lists = mLists.load(std::memory_order_acquire);
         return lists && lists->version.isCurrent(map) ? lists->find(mainStub, keys) : nullptr;
     }
 
-    // Returns whether add() can keep an index: the id index has not been changed by hand. O(1).
+    // Returns whether add() can keep an index. It cannot if the id index has been changed by hand. O(1).
     bool canAdd(const DataMap& map) const noexcept {
         const Lists* const lists = mLists.load(std::memory_order_acquire);
         return lists ? lists->version.isCurrent(map) : MapVersion::canFollow(map);
     }
 
-    // Adds an index and returns it. Returns that of another thread if that one came first. Returns null if
-    // the id index has been changed by hand, if there is no memory, or for null. O(1).
+    // Adds an index and returns it. If another thread has added the same index first, returns that one
+    // instead. Returns null if `run` is null, if the id index has been changed by hand, or if there is no
+    // memory. O(1).
     const RunIndex* add(const DataMap& map, std::unique_ptr<RunIndex> run) const noexcept;
 
-    // Prepares an edit of the id index: deletes indexes that do not follow it. Returns false if no index is
-    // left.
+    // Prepares an edit of the id index: deletes all indexes if they are out of date. Returns isInUse().
     bool prepareEdit(const DataMap& map) noexcept { return isInUse() && isFollowing(map); }
 
-    // Updates the indexes for an entry that was added at the end of its run, or that is about to be erased.
-    // prepareEdit() must have returned true. A null record cannot be read. Amortised O(1).
+    // Update the indexes after an entry was added at the end of its run, and before an entry is erased.
+    // prepareEdit() must have returned true. `record` must be the entry's record, or null if that cannot be
+    // read. Amortised O(1).
     void noteAdded(const DataMap& map, RunIndex::Entry entry, const selected_entity& record) noexcept;
     void noteErasing(RunIndex::Entry entry, const selected_entity* record) noexcept;
 
-    // Updates the indexes for a record that is about to get another path. `address` is that of its slot.
+    // Updates the indexes before a record gets another path. `address` must be that of the record's slot.
+    // prepareEdit() must have returned true.
     void noteChangingPath(unsigned long address, const selected_entity& record,
                           const KvVector<GxDbObjectId>& path) noexcept;
 
-    // The edit is done: the indexes follow the id index as it is now.
+    // Ends an edit: marks the indexes as up to date with the present id index. prepareEdit() must have
+    // returned true.
     void follow(const DataMap& map) noexcept { mLists.load(std::memory_order_relaxed)->version.follow(map); }
 
-    // Deletes the indexes of a run, or of all.
+    // Delete the indexes of one run, or of all runs. The caller must call drop() only if isInUse().
     void drop(const GxDbStub* mainStub) noexcept;
     void clear() noexcept;
 
@@ -84,7 +89,7 @@ private:
     static std::size_t listOf(const GxDbStub* mainStub) noexcept;
     Lists* listsFor(const DataMap& map) const noexcept;
 
-    // Deletes those indexes of a run for which isGone(index).
+    // Deletes the indexes of a run for which isGone(index) is true.
     template <class IsGone>
     void removeIf(const GxDbStub* mainStub, IsGone isGone) noexcept;
 

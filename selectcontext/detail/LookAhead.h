@@ -8,12 +8,12 @@
 
 namespace kvdetail {
 
-// Ids that come in no order are found by the hash, whose entries lie at random places of memory. So the
-// records to come are prefetched. There are four steps, as each needs what the one before has loaded: the
-// bucket, the entry, the slot, the record. The steps are four records apart, as a read from memory takes
-// about as long as four look-ups. At 10^6 items this halves the time of a comparison.
+// Prefetches what later look-ups will read. Ids in no order are found by the hash, which leads to random
+// places of memory. There are four steps, since each needs what the step before has loaded: the bucket, the
+// entry, the slot, the record. The steps are four records apart, since a read from memory takes about as long
+// as four look-ups. At 10^6 items, this halves the time of a comparison.
 //
-// The set may be edited between two records, and change its data.
+// The caller may edit the set between two records, even if that replaces the set's data.
 //
 // Thread safety: that of the set.
 class LookAhead {
@@ -22,7 +22,8 @@ public:
     LookAhead(const LookAhead&) = delete;
     LookAhead& operator=(const LookAhead&) = delete;
 
-    // Whether visit(record) is true for a record of the store, asked in store order up to the first.
+    // Calls visit(record) for the records of the store, in store order, until a call returns true. Returns
+    // whether one did.
     template <class Visit>
     bool anyRecordOf(const Store& store, Visit visit) {
         for (const Store::Page* page = store.head; page; page = page->next) {
@@ -39,18 +40,19 @@ public:
 
 private:
     static constexpr std::ptrdiff_t kStep = 4;
-    // A hash is requested after one record per 64 index entries. A shorter comparison would not repay it.
+    // A hash is requested after one record per 64 index entries. For fewer records, it would not pay.
     static constexpr std::size_t kEntriesPerRecord = 64;
     // A smaller set is in the caches as a whole. Prefetching it would add a third to a comparison.
     static constexpr std::size_t kFewestEntries = 1 << 14;
 
-    // The record in `slot` is looked up next, and those up to `last` later. O(1), O(n) where a hash is made.
+    // Prefetches for the records behind `slot` and before `last`. The record in `slot` must be the one that
+    // is looked up next. O(1), or O(n) if a hash is made.
     void prepare(const Store::Slot* slot, const Store::Slot* last) {
         ++mCount;
         if (mSearch.isTrying() || !mSet.sharedData || !mSet.sharedData->entities)
             return;
         const SSetData& data = *mSet.sharedData;
-        // Once: where no hash can be made, each further try would walk through the index.
+        // Requests a hash only once. If no hash can be made, each further try would walk through the index.
         if (!mHasExpected && mCount > indexOf(data).size() / kEntriesPerRecord) {
             mHasExpected = true;
             indexOf(data).expectSearches();

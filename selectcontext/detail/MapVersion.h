@@ -1,4 +1,4 @@
-// MapVersion: whether the id index has changed behind the back of what is kept beside it.
+// MapVersion: tells whether the id index has changed since something was last derived from it.
 #pragma once
 
 #include "base/detail/NodePool.h"
@@ -8,21 +8,22 @@
 
 namespace kvdetail {
 
-// The state of an index at one moment, by the generation of the pool of its nodes. Callers may change the
-// index by hand, and replace it.
+// The state of an index at one moment, by the generation of the pool that has the index's nodes. Callers may
+// change the index by hand, or replace it.
 //
-// Thread safety: one thread calls follow(). Any number of threads may ask isCurrent() at once.
+// Thread safety: only one thread may call follow(). Any number of threads may call isCurrent() at once.
 class MapVersion {
 public:
     using DataMap = GxapSelectSet::SSetData::DataMap;
 
-    // The generation tells: the map has a pool, and no other map has nodes of it. O(1).
+    // Returns whether the generation shows every change of the map. The map must have a pool, and the pool
+    // must have no nodes of other maps. O(1).
     static bool canFollow(const DataMap& map) noexcept {
         const NodePool* const pool = map.get_allocator().pool();
         return pool && pool->live() == map.size();
     }
 
-    // From now on the version is that of the map as it is, for which canFollow(). O(1).
+    // Records the present state of the map. canFollow() must be true for the map. O(1).
     void follow(const DataMap& map) noexcept {
         NodePool* const pool = map.get_allocator().pool();
         if (pool != mPool.get()) {
@@ -32,14 +33,15 @@ public:
         mGeneration = pool->generation();
     }
 
-    // No entry has come, gone, or been extracted since follow(). O(1).
+    // Returns whether no entry was added, erased or extracted since follow(), and the map still has the pool.
+    // O(1).
     bool isCurrent(const DataMap& map) const noexcept {
         const NodePool* const pool = map.get_allocator().pool();
         return pool && pool == mPool.get() && pool->generation() == mGeneration && pool->live() == map.size();
     }
 
 private:
-    OwnedNodePool mPool; // owned, so that no other pool gets its address meanwhile
+    OwnedNodePool mPool; // owned, so that no new pool can get the same address
     std::uint64_t mGeneration = 0;
 };
 

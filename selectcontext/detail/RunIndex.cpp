@@ -8,13 +8,13 @@
 namespace kvdetail {
 namespace {
 
-// Bits of every part reach the upper half, which the keys of the table are taken from.
+// Mixes a part into a hash. Every bit of the part affects the upper half, from which keyOf() takes the keys.
 std::uint64_t mixed(std::uint64_t hash, std::uint64_t part) noexcept {
     const std::uint64_t product = fibonacciHash(hash ^ part);
     return product ^ (product >> 32);
 }
 
-// Keys of a table are not 0.
+// Returns a key for the table, which must not be 0.
 std::uint32_t keyOf(std::uint64_t hash, long marker) noexcept {
     return static_cast<std::uint32_t>(mixed(hash, static_cast<std::uint64_t>(marker)) >> 32) | 1;
 }
@@ -49,7 +49,8 @@ std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const
         const selected_entity& record = *records[i];
         const std::optional<Hash> hash = other ? run->hashOfEquals(record.subEntId, &record.nestedEntFullPath)
                                                : run->addIds(record.subEntId, record.nestedEntFullPath);
-        // Ids that other readers may be looking for are not added.
+        // `other` lacks an id. Its ids cannot be added to, since other readers may be using them. So the new
+        // index gets ids of its own.
         if (!hash)
             return build(map, first, store, keys, nullptr);
         run->add(entries[i], record, *hash);
@@ -59,8 +60,8 @@ std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const
     return nullptr;
 }
 
-// Sorted, so that each new id is greater than all others. Ids whose order is not that of their stubs are
-// added one by one with their items.
+// Adds the sub ids in ascending order, so that each belongs at the end. If the order of the ids is not that
+// of their stubs, adds nothing: each id is then added with the first item that has it.
 void RunIndex::addSubIds(const std::vector<const selected_entity*>& records) {
     IdBatch batch;
     batch.reserve(records.size());
@@ -82,7 +83,7 @@ bool RunIndex::noteAdded(Entry entry, const selected_entity& record) noexcept tr
     return false;
 }
 
-// The numbers of erased items, and the ids that no item has any more, are released with the index.
+// Keeps the numbers of erased items, and the ids that no item has any more. The destructor frees them.
 bool RunIndex::noteErasing(Entry entry, const selected_entity* record) noexcept {
     if (!record || unlink(*record, [entry](const Item& item) { return item.entry == entry; }) == kNone)
         return false;
@@ -122,7 +123,7 @@ void RunIndex::add(Entry entry, const selected_entity& record, Hash hash) {
     link(number, keyOf(hash, record.gsMarker));
 }
 
-// Most often the item is the last of its chain.
+// A chain is in the order of the run. Most often the new item is the last of its chain.
 void RunIndex::link(Number number, std::uint32_t key) {
     mItems[number].next = kNone;
     const auto [chain, isNew] = mChains.insert(key, {number, number});
@@ -159,7 +160,7 @@ auto RunIndex::unlink(const selected_entity& record, IsItem isItem) noexcept -> 
     return equals ? unlink(keyOf(*equals, record.gsMarker), isItem) : kNone;
 }
 
-// Removing takes the first item of its keys, which is most often the first of its chain.
+// Removals take the first item with equal keys, so the item is most often the first of the chain.
 template <class IsItem>
 auto RunIndex::unlink(std::uint32_t key, IsItem isItem) noexcept -> Number {
     Chain* const chain = mChains.find(key);
@@ -182,7 +183,8 @@ auto RunIndex::unlink(std::uint32_t key, IsItem isItem) noexcept -> Number {
     return number;
 }
 
-// None if stubOf() gives none for an id. The path counts only if items are hashed by it.
+// Returns a hash of what stubOf(id) returns for each id. Returns nothing if stubOf() returns nothing. Leaves
+// out the path if items are not hashed by their paths.
 template <class Stub>
 auto RunIndex::hashOf(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path, Stub stubOf) const
     -> std::optional<Hash> {
@@ -221,7 +223,7 @@ auto RunIndex::chainsOf(const ItemKeys& keys, Hash hash) const -> Chains {
     return chains;
 }
 
-// Calls visit(marker) for the markers that suit the wanted one and that items may have.
+// Calls visit(marker) for each marker that items may have and that matches the wanted one.
 template <class Visit>
 void RunIndex::forEachMarker(const ItemKeys& keys, Visit visit) const {
     if (!mHasManyMarkers) {

@@ -17,26 +17,26 @@
 
 namespace kvdetail {
 
-// A hash table over the items of one main id, which are neighbours in the id index. Items with equal keys
-// form a chain, in the order of the index. The table uses the keys that an item had when it was added. Users
-// compare the record that they find.
+// A hash table of the items of one main id, which are neighbours in the id index. Items with equal keys form
+// a chain, in the order of the id index. An item is hashed by the keys that its record had when the item was
+// added. So users must compare the record that they find.
 //
 // Invariants:
 //  1. The entries of all items have the same stub.
-//  2. Items are numbered in the order of the index. The number of an erased item is not used again.
+//  2. Items are numbered in the order of the id index. The number of an erased item is not used again.
 //  3. Every item that was added and not erased is in one chain.
 //
-// Thread safety: one thread adds and erases. Any number of threads may look items up at once.
+// Thread safety: only one thread may add and erase items. Any number of threads may look items up at once.
 class RunIndex {
 public:
     using DataMap = GxapSelectSet::SSetData::DataMap;
     using Store = GxapSelectSet::SSetData::Store;
     using Entry = DataMap::const_iterator;
 
-    // What items are hashed by.
-    enum class Keys { kMarker, kMarkerAndPath }; // both with the sub id
+    // What items are hashed by, in addition to their sub ids.
+    enum class Keys { kMarker, kMarkerAndPath };
 
-    // What a look-up with these keys needs.
+    // Returns what items must be hashed by for a look-up with these keys.
     static Keys keysFor(const ItemKeys& keys) noexcept {
         return keys.path ? Keys::kMarkerAndPath : Keys::kMarker;
     }
@@ -45,26 +45,28 @@ public:
         return keys == Keys::kMarker ? Keys::kMarkerAndPath : Keys::kMarker;
     }
 
-    // A shorter run is walked.
+    // A run of at most so many items is walked instead.
     static constexpr std::size_t kFewestItems = 64;
 
-    // Indexes the run of entries that begins at `first`. `other` may be null, or an index of the same run by
-    // other keys, with which the ids are shared where it has them all. Returns null if two stubs name the
-    // main id, or if there is no memory. O(n), O(n log n) for sub ids whose order is not that of their stubs.
+    // Indexes the run of entries that begins at `first`. `other` must be null, or an index of the same run by
+    // other keys. If `other` has all ids of the items, the new index shares them. Returns null if two stubs
+    // name the main id, or if there is no memory. O(n), or O(n log n) if the order of the sub ids is not that
+    // of their stubs.
     static std::unique_ptr<RunIndex> build(const DataMap& map, Entry first, const Store& store, Keys keys,
                                            const RunIndex* other) noexcept;
 
     const GxDbStub* mainStub() const noexcept { return mMainStub; }
     Keys keys() const noexcept { return mKeys; }
 
-    // Returns false for a look-up without a marker among items with many different ones.
+    // Returns whether the index can find items by these keys. The index cannot find items of any marker if
+    // the items have many different markers.
     bool canFind(const ItemKeys& keys) const noexcept {
         return keys.markers != Markers::kAny || !mHasManyMarkers;
     }
 
-    // Returns the first entry that may have the keys and for which passes(entry), or null. The caller must
-    // have asked canFind(). O(1), O(log n) for an id that no item has. Every item of equal keys that does not
-    // pass adds O(1).
+    // Returns the first entry that may have the keys and for which passes(entry) is true. Returns null if
+    // there is none. canFind() must be true for the keys. O(1), or O(log n) for an id that no item has. Every
+    // item of equal keys that does not pass adds O(1).
     template <class Passes>
     const Entry* find(const ItemKeys& keys, Passes passes) const {
         const Hash stubs = hashOfStubs(keys.subId, keys.path);
@@ -74,42 +76,42 @@ public:
         return equals && *equals != stubs ? firstThat(passes, chainsOf(keys, *equals)) : nullptr;
     }
 
-    // The entry after the run. O(1).
+    // Returns the entry behind the run. O(1).
     Entry end() const noexcept { return std::next(mLast); }
 
-    // Adds an item whose entry was added at the end of the run. Returns false if that is impossible: its stub
-    // is another one, or there is no memory. The caller must then delete the index. Amortised O(1), O(log n)
-    // for an id that no item has.
+    // Adds the item of an entry that was added at the end of the run. Returns false if the entry has another
+    // stub than the other entries, or if there is no memory. The caller must then delete the index. Amortised
+    // O(1), or O(log n) for an id that no item has.
     bool noteAdded(Entry entry, const selected_entity& record) noexcept;
 
-    // Updates the item of a record that is about to get another path. `address` is that of the record's slot.
-    // Returns false if the item is not found, or if there is no memory. The caller must then delete the
-    // index. Cost of noteAdded(). Every item of equal keys adds O(1).
+    // Updates the item of a record before the record gets another path. `address` must be that of the
+    // record's slot. Returns false if the item is not found, or if there is no memory. The caller must then
+    // delete the index. Cost of noteAdded(). Every item of equal keys adds O(1).
     bool noteChangingPath(unsigned long address, const selected_entity& record,
                           const KvVector<GxDbObjectId>& path) noexcept;
 
-    // Removes the item of an entry that is about to be erased. `record` is null if it cannot be read. Returns
-    // false if the item is not found by the record's keys, or if few items are left. The caller must then
-    // delete the index. O(1) for the first item of its keys.
+    // Removes the item of an entry before the entry is erased. `record` must be the item's record, or null if
+    // that cannot be read. Returns false if `record` is null, if the item is not found by the record's keys,
+    // or if few items are left. The caller must then delete the index. O(1) for the first item of its keys.
     bool noteErasing(Entry entry, const selected_entity* record) noexcept;
 
 private:
     friend class LongRuns;
     using Number = std::uint32_t;
-    using Hash = std::uint64_t; // of sub id and path
+    using Hash = std::uint64_t; // of a sub id and a path
     static constexpr Number kNone = 0xFFFFFFFFu;
     static constexpr std::size_t kMostMarkers = 4;
 
     struct Item {
         Entry entry;
-        Number next = kNone; // in its chain
+        Number next = kNone; // the next item of the chain
     };
     struct Chain {
         Number first;
         Number last;
     };
 
-    // The chains that a look-up goes through: one for each marker that suits the wanted one.
+    // The chains that a look-up searches: one for each marker that matches the wanted one.
     class Chains {
     public:
         Chains() noexcept { mHeads.fill(kNone); }
@@ -125,9 +127,9 @@ private:
 
     RunIndex(Entry first, Keys keys, std::size_t items, std::shared_ptr<EqualIds> ids);
 
-    // Of the stubs as they are. Finds items whose ids have representative stubs.
+    // Returns the hash of the given stubs. It finds items if all these stubs are representatives.
     Hash hashOfStubs(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path) const;
-    // Of the representative stubs; none if an id is not known.
+    // Returns the hash of the stubs that represent the given ids. Returns nothing if mIds lacks one of them.
     std::optional<Hash> hashOfEquals(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path) const;
     template <class Stub>
     std::optional<Hash> hashOf(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path,
@@ -137,7 +139,7 @@ private:
     template <class Visit>
     void forEachMarker(const ItemKeys& keys, Visit visit) const;
 
-    // The first item of the chains, in the order of the run, that passes; or null.
+    // Returns the first entry of the chains that passes, in the order of the run. Otherwise returns null.
     template <class Passes>
     const Entry* firstThat(Passes passes, Chains chains) const {
         if (chains.isEmpty())
@@ -163,16 +165,16 @@ private:
     Number unlink(std::uint32_t key, IsItem isItem) noexcept;
 
     const GxDbStub* mMainStub;
-    Entry mLast; // of the run
+    Entry mLast; // the last entry of the run
     Keys mKeys;
-    std::shared_ptr<EqualIds> mIds; // sub ids, and ids of paths
+    std::shared_ptr<EqualIds> mIds; // the sub ids, and ids of paths
     std::vector<Item> mItems;
     std::size_t mErased = 0;
     HashTable<std::uint32_t, Chain> mChains;
-    std::array<long, kMostMarkers> mMarkers{}; // the different ones of all items
+    std::array<long, kMostMarkers> mMarkers{}; // the different markers of all items
     std::size_t mMarkerCount = 0;
     bool mHasManyMarkers = false;
-    RunIndex* mNext = nullptr; // in a list of LongRuns
+    RunIndex* mNext = nullptr; // the next index in a list of LongRuns
 };
 
 } // namespace kvdetail

@@ -16,8 +16,8 @@ SSetData& dataOf(const GxapSelectSet& set) {
     return *set.sharedData;
 }
 
-// Both vectors take their share of the empty block at once: an atomic operation is most of what a record
-// costs.
+// Takes the references of both vectors to the empty block by one atomic operation, which is most of what a
+// record costs.
 std::unique_ptr<selected_entity> newRecord(const SSetData& data) {
     std::unique_ptr<selected_entity> record(::new (SetData::of(data).records.allocate())
                                                 selected_entity(NoBlock()));

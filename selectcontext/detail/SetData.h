@@ -1,4 +1,5 @@
-// SetData: the inside of a set's data, and what the sources of the library share about it.
+// SetData: the private part of a set's data, and the functions on a set's data that sources of the library
+// share.
 #pragma once
 
 #include "selectcontext/GxapSelectSet.h"
@@ -11,8 +12,8 @@
 
 namespace kvdetail {
 
-// What SSetData has behind its named fields. Only the thread that may edit the data uses `records`, and only
-// while no other handle shares the data.
+// The part of SSetData without named fields. Only the thread that may edit the data may use `records`, and
+// only while no other handle shares the data.
 struct SetData {
     explicit SetData(SSetData& data) : index(data) {}
 
@@ -26,38 +27,39 @@ inline IdIndex& indexOf(const SSetData& data) {
     return SetData::of(data).index;
 }
 
-// Null for an entry without an occupied slot of the store, and for a slot into which a caller has put null.
-// The record of a slot that a caller has freed may be deleted. O(1).
+// Returns the record in the slot at this address. Returns null if the store has no occupied slot there, or
+// if a caller has put null into the slot. A free slot may have the address of a deleted record, so that
+// address is not returned. O(1), or O(pages) for an address that is no slot.
 inline selected_entity* recordAt(const Store& store, unsigned long address) noexcept {
     const Store::Slot* const slot = slotAt(address);
     return store.pageOf(slot) && !slot->free ? slot->value : nullptr;
 }
 
-// The set has data, and items in it. Almost every operation asks this first.
+// Returns whether the set has data with items. Almost every operation calls this first.
 inline bool hasItems(const GxapSelectSet& set) noexcept {
     return set.sharedData && set.sharedData->entityCount != 0;
 }
 
-// The set has items, and a store.
+// Returns whether the set has items and a store.
 inline bool hasRecords(const GxapSelectSet& set) noexcept {
     return hasItems(set) && set.sharedData->entities;
 }
 
-// Data as a fresh set has it: unique, empty, with a store of its own, held by no handle yet.
+// Makes the data of a new set: unique, empty, with a store of its own, and with no handle yet.
 std::unique_ptr<SSetData> makeData();
 
-// The set's data, made first if it has none. For const operations that may have to create it.
+// Returns the set's data. Makes the data if the set has none, also for const operations.
 SSetData& dataOf(const GxapSelectSet& set);
 
 // Makes a record with empty vectors, in memory from the data's record pool. No other handle may share the
 // data.
 std::unique_ptr<selected_entity> newRecord(const SSetData& data);
 
-// Appends the record to store, count and index. All or nothing. `place` is the one behind all index entries
-// of the record's id.
+// Appends the record to the store, the index and the count. Changes none of them if an exception is thrown.
+// `place` must be the place behind all index entries of the record's main id.
 void appendRecord(SSetData& data, std::unique_ptr<selected_entity>&& record, IdIndex::Entry place);
 
-// Records that are appended to a store. Takes them back and deletes them, unless keep() is called.
+// Appends records to a store. The destructor removes and deletes these records, unless keep() was called.
 class AppendedRecords {
 public:
     explicit AppendedRecords(Store& store) : mStore(store) {}
@@ -75,7 +77,7 @@ public:
         return slot;
     }
 
-    // Returns their number.
+    // Keeps the appended records in the store. Returns the number of these records.
     std::uint32_t keep() noexcept { return std::exchange(mCount, 0); }
 
 private:

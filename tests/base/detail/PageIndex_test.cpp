@@ -194,7 +194,7 @@ protected:
         KvTkDefaultAllocator<long>::deallocate(page, sizeof(SmallStore::Page));
     }
 
-    // Takes a page out of the chain. The page lives until the end of the test.
+    // Unlinks a page from the chain. The page exists until the end of the test.
     void takeOut(int ordinal) {
         SmallStore::Page* const before = pageAt(store, ordinal - 1);
         taken.push_back(before->next);

@@ -1,4 +1,4 @@
-// Selecting and removing among many items of one main id does what it does among few.
+// Tests that selecting and removing give the same results with many items of one main id as with few.
 #include "tests/selectcontext/support/EditFailureTest.h"
 #include "tests/selectcontext/support/LongRunTestSupport.h"
 
@@ -37,7 +37,7 @@ using kvtest::Unique;
 
 class LongRunEdit : public kvtest::EditFailure {
 protected:
-    LongRunEdit() { kvtest::runKinds(); } // which stay
+    LongRunEdit() { kvtest::runKinds(); } // allocates what stays to the end of the process
 
     static bool remove(GxapSelectSet& set, const Item& item) {
         return edit(set).remove(id(item.main), id(item.sub), item.marker);
@@ -317,7 +317,7 @@ TEST_P(LongRunEditByKind, HandlesThatPartInTheMiddleGoTheirOwnWays) {
     EXPECT_TRUE(areFoundAsByAWalk(other, drawn.next(100)));
 }
 
-// The keys are those of the record that is removed.
+// Removes an item by the keys in the item's own record.
 TEST_F(LongRunEdit, KeysMayBePartOfTheItem) {
     SetOf s(plainRun(200));
     indexRun(s.set);
@@ -376,7 +376,7 @@ TEST_F(LongRunEdit, GoesOnRightAfterAnIndexCouldNotBeUpdated) {
 class LongRunEditCost : public LongRunEdit {
 protected:
     static constexpr unsigned long kMany = 5000;
-    static constexpr long kMost = 60; // comparisons of one edit
+    static constexpr long kMost = 60; // number of comparisons of one edit
 
     static std::vector<unsigned long> order(const std::string& name) {
         std::vector<unsigned long> numbers;

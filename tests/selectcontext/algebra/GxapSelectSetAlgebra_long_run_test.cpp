@@ -1,4 +1,5 @@
-// Whole-set operations on many items of one main id give what the same operations on single items give.
+// Tests that whole-set operations on many items of one main id give the same results as edits of single
+// items.
 #include "tests/selectcontext/support/LongRunTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
@@ -52,7 +53,7 @@ Items reversed(const Items& run) {
     return Items(run.rbegin(), run.rend());
 }
 
-// By main id, sub id, marker and path.
+// Returns whether one of the items has the same main id, sub id, marker and path.
 bool holdsEqual(const Items& held, const Item& wanted) {
     return std::any_of(held.begin(), held.end(),
                        [&](const Item& item) { return kvtest::hasEqualKeys(item, wanted); });
@@ -60,7 +61,7 @@ bool holdsEqual(const Items& held, const Item& wanted) {
 
 class LongRunAlgebra : public kvtest::EditTest {
 protected:
-    LongRunAlgebra() { kvtest::runKinds(); } // which stay
+    LongRunAlgebra() { kvtest::runKinds(); } // allocates what stays to the end of the process
 };
 
 class LongRunAlgebraByKind : public LongRunAlgebra, public ::testing::WithParamInterface<RunKind> {
@@ -71,7 +72,7 @@ protected:
             kvtest::makeTwins();
     }
 
-    // Items without equal ones among them.
+    // Returns items of which no two are equal.
     static Items distinct(std::size_t count, unsigned seed) {
         return selected({}, RunItems(GetParam(), seed).next(count));
     }
@@ -120,7 +121,7 @@ TEST_P(LongRunAlgebraByKind, MergeOfALongRunIntoFewItems) {
     EXPECT_TRUE(invariants(a.set));
 }
 
-// The items of the other set may equal each other.
+// Merges a set with items that are equal to each other.
 TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItself) {
     const Items held = distinct(100, 9), added = RunItems(GetParam(), 10).next(500);
     const SetOf a(held), b(added, Unique::kOff);
@@ -129,7 +130,7 @@ TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItself) {
     EXPECT_EQ(items(result.set), selected(held, added));
 }
 
-// Up to 64 items of one id are compared with each other.
+// A merge compares up to 64 added records of one id with each other.
 TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItselfToASetWithoutTheRun) {
     for (const std::size_t count : {63u, 64u, 65u, 66u}) {
         Items added = RunItems(GetParam(), 30).next(count - 1);
@@ -325,7 +326,7 @@ TEST_F(LongRunAlgebra, MinusHasTakenWholeItemsOnlyWhereItRunsOutOfMemory) {
 class LongRunAlgebraCost : public LongRunAlgebra {
 protected:
     static constexpr std::size_t kMany = 5000;
-    static constexpr long kMost = 60 * static_cast<long>(kMany); // comparisons
+    static constexpr long kMost = 60 * static_cast<long>(kMany); // number of comparisons
 
     template <class Operation>
     static long comparisonsOf(Operation operation) {

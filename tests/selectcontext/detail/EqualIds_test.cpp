@@ -28,7 +28,7 @@ long comparisons() {
 class EqualIdsTest : public kvtest::KvTest {
 protected:
     static constexpr unsigned long kMany = 10000;
-    static constexpr long kSearch = 2 * 14 + 4; // comparisons of a search among so many, with some to spare
+    static constexpr long kSearch = 2 * 14 + 4; // most comparisons of one search
 
     void SetUp() override {
         KvTest::SetUp();

@@ -25,7 +25,7 @@ protected:
         expectNothingLeft();
     }
 
-    // Whether the table has just the keys of the model up to `last`, with its values.
+    // Returns whether, among the keys up to `last`, the table has those of the model, with the same values.
     template <class Table>
     static ::testing::AssertionResult isAs(const Model& model, const Table& table, std::uint32_t last) {
         if (table.size() != model.size())
@@ -92,7 +92,7 @@ TEST_F(HashTableTest, HasTheLargestKey) {
     EXPECT_EQ(*narrow.find(~std::uint32_t{0}), 2u);
 }
 
-// The first two keys show in which bits keys differ.
+// The table allocates when the first two keys show in which bits keys differ. No other key allocates.
 TEST_F(HashTableTest, TakesNoMemoryForTheKeysThatItWasMadeFor) {
     for (const std::size_t keys : {9u, 10u, 100u, 1000u}) {
         Wide table(keys);
@@ -113,7 +113,7 @@ TEST_F(HashTableTest, GrowsSeldom) {
     EXPECT_LT(kvtest::newCalls() - before, 20);
 }
 
-// A look-up of a key that is not there ends at an empty bucket.
+// A look-up of an absent key needs an empty bucket to end at.
 TEST_F(HashTableTest, KeepsAnEmptyBucketHoweverManyKeysItWasMadeFor) {
     for (std::size_t keys = 0; keys <= 200; ++keys) {
         Wide table(keys);
@@ -133,7 +133,7 @@ TEST_F(HashTableTest, TakesBackAKeyThatWasErased) {
     EXPECT_EQ(*table.find(16), 2u);
 }
 
-// Few buckets and keys that come and go: chains of probes run into each other and around the end.
+// In a table with few buckets, many probe sequences overlap, and some continue at the first bucket.
 TEST_F(HashTableTest, IsAsAMapIsWhileKeysComeAndGo) {
     std::mt19937_64 random(3);
     for (const std::uint32_t last : {12u, 40u, 300u}) {
@@ -185,9 +185,10 @@ TEST_F(HashTableTest, FindsKeysThatDifferInEverLowerBits) {
     EXPECT_EQ(table.size(), 0u);
 }
 
-// The bits in which the first keys agree choose no bucket: without a change, all others would share one.
+// The first keys are equal in some bits, which do not affect the choice of a bucket. Later keys differ in
+// these bits only. If the table did not adapt, all of them would share one bucket.
 TEST_F(HashTableTest, SpreadsKeysThatDifferInOtherBitsThanTheFirst) {
-    constexpr std::uint64_t kMany = 200000; // quadratic work would take minutes
+    constexpr std::uint64_t kMany = 200000; // with quadratic cost, the test would take minutes
     Wide table;
     for (std::uint64_t n = 1; n <= 100; ++n)
         table.insert(n << 40, n);
@@ -221,7 +222,7 @@ TEST_F(HashTableTest, IsMadeOrThrowsWithoutMemory) {
 }
 
 TEST_F(HashTableTest, TakesAKeyOrIsAsItWas) {
-    // From each hundredth key on, keys differ in lower bits than before.
+    // After every hundred keys, keys differ in lower bits than before.
     const auto keyOf = [](std::uint64_t n) { return (n % 100 + 1) * 4096 >> (n / 100 * 3); };
     kvtest::forEachAllocationFailure([&](kvtest::FailurePoint& point) {
         Wide table;

@@ -38,7 +38,7 @@ Numbers descending(std::size_t count) {
     return numbers;
 }
 
-// Returns many ids, and each of them many times.
+// Returns many ids, each of them many times.
 Numbers repeated(std::size_t count, unsigned seed) {
     Numbers numbers = shuffled(count, seed);
     for (unsigned long& n : numbers)
@@ -88,13 +88,13 @@ protected:
             add(n);
     }
 
-    // Entries may have any address: the index reads no slot.
+    // Entries may have any address, since an index without run indexes reads no slots.
     static const Store::Slot* slotNumber(unsigned long n) { return kvdetail::slotAt(16 * n); }
 
     bool hasHash() const { return index().currentHash() != nullptr; }
 
-    // Expects that the run is at the first entry of the id. If there is none, it must be at the place after
-    // all of its entries.
+    // Expects that the run is at the first entry of the id. For an id without entries, the run must be at the
+    // place where the first one belongs.
     void expectRun(const IdIndex::Run& run, const GxDbObjectId& wanted) const {
         const auto first = std::as_const(map()).lower_bound(wanted);
         EXPECT_EQ(run.isHeld, first != map().end() && first->first == wanted);
@@ -133,7 +133,7 @@ protected:
         prepare();
     }
 
-    // Must be called before each lookup, since lookups make a hash at some time.
+    // Must be called before each look-up, since a look-up may make a hash.
     void prepare() const {
         if (GetParam() == Hash::kMade)
             index().expectSearches();
@@ -202,7 +202,7 @@ TEST_P(IdIndexLookUp, FindsTheNullId) {
 TEST_P(IdIndexLookUp, FindsAnObjectByEachOfItsStubs) {
     kvinmemory::makeEqual(id(30), id(301));
     kvinmemory::makeEqual(id(40), id(302));
-    kvinmemory::makeEqual(id(1), id(303)); // the index has neither
+    kvinmemory::makeEqual(id(1), id(303)); // neither id is in the index
     fill();
     for (const unsigned long n : {30ul, 301ul, 40ul, 302ul, 1ul, 303ul}) {
         prepare();
@@ -732,7 +732,7 @@ TEST_F(IdIndexRebuild, IsCompleteOrFailsWithNothingLost) {
 class IdIndexRebuildOfFirsts : public IdIndexTest {
 protected:
     struct Split {
-        Entries firsts; // in the order of the index
+        Entries firsts; // entries in the order of the index
         std::vector<Store::Slot*> others;
     };
 
@@ -878,8 +878,8 @@ protected:
 
     unsigned long& addressOf(unsigned long n) const { return map().find(id(n))->second; }
 
-    // Expects that the clone's index is the same as if its records had been entered one by one. The index of
-    // the original must not change.
+    // Expects that the clone's index is the same as if the clone's records had been entered one by one. The
+    // index of the original must not change.
     void expectCloned() {
         const Entries before = entriesOf(map());
         copy.reset(data->clone());

@@ -51,7 +51,7 @@ protected:
         return std::prev(index().endOf(id(main)));
     }
 
-    // Items of sub ids id(1) to id(count).
+    // Adds items with the sub ids id(1) to id(count).
     void addItems(unsigned long main, unsigned long count) const {
         for (unsigned long n = 1; n <= count; ++n)
             addItem(main, n);
@@ -69,7 +69,7 @@ protected:
         return runs->find(map(), id(main).stub(), keys);
     }
 
-    // The entry that an index of the run has for the sub id.
+    // Returns the entry that an index of the run finds for the sub id.
     std::optional<Entry> findItem(unsigned long main, unsigned long sub, Keys keys = Keys::kMarker) const {
         const KvVector<GxDbObjectId> path;
         const GxDbObjectId mainId = id(main), subId = id(sub);
@@ -80,7 +80,7 @@ protected:
         return found ? std::optional(*found) : std::nullopt;
     }
 
-    // As an edit that the owner of the index makes.
+    // Adds an entry and updates the run indexes, as the id index does.
     Entry insert(unsigned long main, unsigned long sub) {
         EXPECT_TRUE(runs->prepareEdit(map()));
         const Entry entry = addItem(main, sub);
@@ -138,7 +138,7 @@ TEST_F(LongRunsTest, AddNoneWhereThereIsNone) {
 }
 
 TEST_F(LongRunsTest, FindEachOfManyIndexes) {
-    constexpr unsigned long kMany = 2000; // several in each list
+    constexpr unsigned long kMany = 2000; // enough for several runs in each list
     for (unsigned long n = 1; n <= kMany; ++n)
         addItem(n, n);
     for (unsigned long n = 1; n <= kMany; ++n) {
@@ -266,7 +266,7 @@ TEST_F(LongRunsTest, DeleteAnIndexThatCannotFollow) {
     }
 }
 
-// The path is no key of the other index.
+// Changes the path of an item, which is a key of only one of the two indexes.
 TEST_F(LongRunsTest, DeleteOnlyThatIndexOfARunThatCannotFollow) {
     addItems(1, 100);
     for (const Keys keys : kBoth)

@@ -1,4 +1,4 @@
-// Readers of shared data index its long runs at the same time. A data race shows under the thread sanitizer.
+// Tests readers of shared data that index long runs at the same time. The thread sanitizer finds data races.
 #include "selectcontext/detail/LongRuns.h"
 
 #include "platform/inmemory/InMemoryDatabase.h"
@@ -26,7 +26,7 @@ constexpr int kRounds = 40;
 
 class LongRunsThreads : public kvtest::ThreadTest {
 protected:
-    // Two long runs, with paths.
+    // Fills the set with two long runs of items with paths.
     static void fill(GxapSelectSet& set) {
         const Path path = kvtest::idVector({3});
         for (unsigned long n = 1; n <= kCount; ++n) {
@@ -36,7 +36,7 @@ protected:
         kvdetail::indexOf(*set.sharedData).dropHints();
     }
 
-    // Looks each item up by all kinds of keys.
+    // Looks up each item by all kinds of keys. Returns how many look-ups found an item.
     static std::size_t countFound(const GxapSelectSet& set) {
         const Path path = kvtest::idVector({3});
         const auto end = set.sharedData->dataMap.end();

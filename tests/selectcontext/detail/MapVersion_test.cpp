@@ -29,7 +29,7 @@ std::unique_ptr<DataMap> makeFilledMap() {
     return map;
 }
 
-// A map of id(1) ... id(20), whose version is followed.
+// Has a map of id(1) to id(20), and a version that follows the map.
 class MapVersionTest : public kvtest::KvTest {
 protected:
     void SetUp() override {
@@ -135,7 +135,7 @@ TEST_F(MapVersionTest, FollowsAnotherMapInstead) {
     EXPECT_FALSE(isCurrent());
 }
 
-// A pool of the same history would have the same generation.
+// The pool of the new map has the same generation as that of the old map had, since the history is the same.
 TEST_F(MapVersionTest, IsBehindForAMapThatWasMadeAfterTheEndOfTheFirst) {
     for (int i = 0; i < 20; ++i) {
         map.reset();

@@ -45,13 +45,13 @@ struct Item {
     Numbers path = {};
 };
 
-// Items of id(kMain), and one of a lower and one of a higher id beside them.
+// Has items of id(kMain), and next to them an item of a lower id and an item of a higher id.
 class RunIndexTest : public kvtest::SetTest {
 protected:
     static constexpr unsigned long kMain = 500;
     static constexpr std::size_t kFew = RunIndex::kFewestItems;
 
-    // The paths stay. They are made before anything is counted.
+    // Makes the paths, which stay to the end of the process, before the test counts allocations.
     RunIndexTest() { paths(); }
 
     void SetUp() override {
@@ -78,7 +78,7 @@ protected:
 
     static selected_entity* recordOf(Entry entry) { return kvdetail::slotAt(entry->second)->value; }
 
-    // Adds an item behind all others of the main id, and returns its entry.
+    // Adds an item behind all others of the main id. Returns the entry of the item.
     Entry add(const Item& item, unsigned long main = kMain) const {
         auto record = std::make_unique<selected_entity>();
         record->mainEntId = id(main);
@@ -94,13 +94,13 @@ protected:
             add(item);
     }
 
-    // Sub ids of id(1) to id(count).
+    // Adds items with the sub ids id(1) to id(count).
     void addSubs(unsigned long count) const {
         for (unsigned long n = 1; n <= count; ++n)
             add({n});
     }
 
-    // Items of few sub ids, markers and paths, so that many have equal keys.
+    // Adds items with few different sub ids, markers and paths, so that many items have equal keys.
     void addMixed(unsigned long count, const std::vector<long>& markers) const {
         std::mt19937 random(2);
         for (unsigned long n = 0; n < count; ++n)
@@ -116,7 +116,7 @@ protected:
         return RunIndex::build(map(), first(), *data->entities, keys, other);
     }
 
-    // Takes the item out of the map and deletes it. Returns what the run index said to that.
+    // Removes the item from the map and deletes its record. Returns what noteErasing() returned.
     bool erase(RunIndex& run, Entry entry) const {
         const bool isUpdated = run.noteErasing(entry, recordOf(entry));
         const std::unique_ptr<selected_entity> record(recordOf(entry));
@@ -144,13 +144,13 @@ protected:
         });
     }
 
-    // The entry, or the place behind the run.
+    // Returns the entry that the index finds, or the place behind the run.
     static Entry findIn(const RunIndex& run, const ItemKeys& keys) {
         const Entry* const found = run.find(keys, [&](Entry entry) { return hasKeys(entry, keys); });
         return found ? *found : run.end();
     }
 
-    // Looks for items in every way that the index can.
+    // Expects that the index finds the same items as a walk, for all combinations of keys.
     void expectFindsAsAWalk(const RunIndex& run, const Numbers& subs,
                             const std::vector<long>& markers) const {
         std::vector<Path> all;
@@ -283,7 +283,7 @@ TEST_F(RunIndexTest, EndIsTheEntryBehindTheRun) {
     EXPECT_EQ(run->end()->first, id(kMain + 1));
 }
 
-// The node of the erased entry is used again.
+// The next entry that is added gets the node of the erased entry.
 TEST_F(RunIndexTest, EndIsNotThatOfALastEntryThatWasErased) {
     addSubs(100);
     const auto run = build(Keys::kMarker);
@@ -317,7 +317,7 @@ TEST_F(RunIndexTest, LeavesEntriesWithoutARecordOut) {
     expectFinds(*run, 1, entryAt(100));
 }
 
-// One look-up after the other asks about an item that has other keys: their hashes are equal.
+// Some look-ups ask about an item with other keys, since the hashes of the keys are equal.
 TEST_F(RunIndexTest, TellsItemsWithEqualHashesApart) {
     constexpr unsigned long kMany = 200000;
     addSubs(kMany);
@@ -456,7 +456,7 @@ TEST_F(RunIndexTest, ErasesFirstMiddleAndLastItemOfEqualKeys) {
             if (i != gone)
                 expected.push_back(entryAt(i));
         }
-        expected.push_back(entryAt(4 + 6)); // that of addSubs()
+        expected.push_back(entryAt(4 + 6)); // the entry that addSubs() added
         ASSERT_TRUE(erase(*run, entryAt(gone)));
         expected.push_back(addTo(*run, {7}));
         std::vector<Entry> found;

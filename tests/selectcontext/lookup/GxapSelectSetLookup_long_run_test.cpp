@@ -1,4 +1,4 @@
-// Looking for an item among many of one main id finds what a walk through them finds.
+// Tests that a look-up among many items of one main id finds what a walk through the items finds.
 #include "tests/selectcontext/support/LongRunTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
@@ -34,7 +34,7 @@ using DataMap = SSetData::DataMap;
 
 class LongRunLookup : public kvtest::EditTest {
 protected:
-    LongRunLookup() { kvtest::runKinds(); } // which stay
+    LongRunLookup() { kvtest::runKinds(); } // allocates what stays to the end of the process
 
     static DataMap& mapOf(GxapSelectSet& set) { return set.sharedData->dataMap; }
 
@@ -56,7 +56,7 @@ protected:
             kvtest::makeTwins();
     }
 
-    // Keys of items that are there, and of some that are not.
+    // Returns keys of items that are in the set, and some keys of no item.
     static Items wanted(std::size_t count, unsigned seed) {
         RunItems drawn(GetParam(), seed);
         Items items = drawn.next(count);
@@ -246,7 +246,7 @@ TEST_P(LongRunLookupByKind, RecordsChangedByHandAreFoundOnceTheIndexIsUpdated) {
         record.subEntId = id(other.sub);
         record.gsMarker = other.marker;
         record.nestedEntFullPath = pathOf(other);
-        // Whatever this finds: it reads no memory that it must not read.
+        // The results do not matter here. The look-ups must not read memory that they should not read.
         for (const Item& item : drawn.next(5))
             s.set.find(id(item.main), id(item.sub), item.marker);
     }
@@ -427,7 +427,7 @@ protected:
 
     const GxapSelectSet& set() const { return mSet->set; }
 
-    // The comparisons that one call makes.
+    // Returns the number of comparisons that one call makes.
     template <class Call>
     static long comparisonsOf(Call call) {
         kvinmemory::countIdComparisons(true);
@@ -435,7 +435,8 @@ protected:
         return kvtest::idComparisons();
     }
 
-    static constexpr long kSearchOfMain = 40; // the first entry of a main id without a hash of ids
+    // Number of comparisons that find the first entry of a main id without a hash of ids.
+    static constexpr long kSearchOfMain = 40;
 
 private:
     std::unique_ptr<SetOf> mSet;

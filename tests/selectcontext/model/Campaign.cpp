@@ -118,8 +118,8 @@ bool operationsFail(const SharedReport& report, const Profile& profile, const Op
     });
 }
 
-// Removes sequences of operations while the rest still fails. The length of the sequences shrinks from half
-// of the operations to one.
+// Removes sequences of operations, as long as the rest still fails. The length of the sequences shrinks from
+// half of the operations to one.
 Operations shrunk(const SharedReport& report, const Profile& profile, Operations failing, bool tracked) {
     const auto end = std::chrono::steady_clock::now() + kShrinkTime;
     bool shrinks = true;

@@ -525,7 +525,8 @@ void Machine::fillRun(const Operation& o) {
     }
 }
 
-// The index of run or ids may lose memory at any point. If an item cannot be added, nothing has happened.
+// Any allocation may fail, also one for the index of a run or of the ids. If the item cannot be added, the
+// set must not have changed.
 void Machine::selectWithoutMemory(const Operation& o) {
     Set& model = modelSet(o[0]);
     if (!model.data || model.data.use_count() > 1)
@@ -558,7 +559,7 @@ void Machine::noteUsed(int main, int sub, int path) {
         mIsUsed[static_cast<std::size_t>((*ids)[i])] = true;
 }
 
-// No item has had an id that is equal to this one.
+// Returns whether no item has had an id that is equal to this one.
 bool Machine::isMovable(int id) const {
     for (std::size_t other = 0; other < mIsUsed.size(); ++other) {
         if (mIsUsed[other] && mWorld.rules().same(static_cast<int>(other), id))
@@ -567,7 +568,7 @@ bool Machine::isMovable(int id) const {
     return true;
 }
 
-// Ids of items keep their place in the order: only ids that no item has had move to a lower place.
+// Makes two ids equal. The higher id moves to a lower place in the order. So no item may have had that id.
 void Machine::uniteIds(const Operation& o) {
     const IdRules& rules = mWorld.rules();
     const int higher = rules.rank(o[0]) > rules.rank(o[1]) ? o[0] : o[1];
@@ -1062,7 +1063,7 @@ void Machine::lookUp(const Operation& o) {
         expectSame(isGsMarkEqual(o[3], other), sameMarker(o[3], other), "isGsMarkEqual");
 }
 
-// Looking up needs no memory: an index is made where there is memory for it.
+// A look-up succeeds without memory. It makes an index only if there is memory.
 void Machine::lookUpWithoutMemory(const Operation& o) {
     const GxapSelectSet& in = set(o[0]);
     const GxDbObjectId& main = mWorld.id(o[1]);
@@ -1368,8 +1369,7 @@ void Machine::replaceRecord(const Operation& o) {
         updateDataMap(o);
 }
 
-// Erases the entry of an item, or takes it out and puts it in again behind the others of its id. Looks for
-// the item before and after another one is added to the run.
+// Erases the index entry of an item, or extracts the entry and inserts it behind the other entries of its id.
 void Machine::editIndex(const Operation& o) {
     Set& model = modelSet(o[0]);
     const int at = positionOf(o[1], countOf(o[0]));

@@ -139,9 +139,9 @@ private:
     std::vector<std::pair<const void*, RecordPtr>> mReturned; // returned by both sides
     std::vector<selected_entity*> mNewRecords;                // made in this step, sorted by address
     std::vector<selected_entity*> mNewInSets;                 // those of mNewRecords that are in sets
-    std::vector<bool> mIsUsed;                                // by id: an item may have had it
+    std::vector<bool> mIsUsed;                                // by id: whether an item may have had the id
     int mStep = 0;
-    bool mRecordsChanged = false; // by something else than adding and removing
+    bool mRecordsChanged = false; // true if a step changed records other than by adding or removing
     long mEmptyVectors = 0;       // counted while comparing
     long mOtherEmptyVectors;      // empty vectors that are not compared
     long mOtherPaths;

@@ -19,7 +19,7 @@ constexpr int kFullEvery = 24; // number of steps between full comparisons of la
 } // namespace
 
 void Machine::compare() {
-    deleteOrphanedLists(); // these lists share blocks
+    deleteOrphanedLists(); // otherwise these lists would still share blocks
     mEmptyVectors = 0;
     const bool isSmall = mProfile.shape == Shape::kSmall;
     const bool full = isSmall || mRecordsChanged || mStep % kFullEvery == 0;
@@ -282,7 +282,7 @@ void Machine::compareInfo(const GxapSelectedEntInfo* actual, const std::optional
     expectSame(actual != nullptr, model.has_value(), "selectedEntityInfo");
     if (!actual)
         return;
-    ++mEmptyVectors; // for the info's points
+    ++mEmptyVectors; // the points of the info
     expectSame(actual->word0, model->word0, "word0");
     const GxGeMatrix3d* const matrix = actual->getBTRMatPtr();
     expectSame(matrix != nullptr, model->matrix != 0, "the info's matrix");

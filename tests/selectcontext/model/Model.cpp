@@ -174,7 +174,7 @@ Position Model::positionAt(const StorePtr& store, int index) {
             return {store, page, store->elementAt(index)->slot, static_cast<std::uint32_t>(inPage) + 1};
         inPage -= page->live;
     }
-    // A position beyond the last item has no page and no ordinal.
+    // For a position beyond the last item, the cursor has no page and no ordinal.
     return {store, nullptr, 0, 0};
 }
 
@@ -191,7 +191,7 @@ bool Model::resolve(const Store& store, const Position& at) {
     return std::find(store.pages.begin(), store.pages.end(), at.page) != store.pages.end();
 }
 
-// The rule of the library, step by step. With a stale position, the walk leaves the page early.
+// Does each step as the library does. With a position that is out of date, the walk leaves the page early.
 void Model::next(Position& at) {
     const std::vector<PagePtr>& pages = at.store->pages;
     int from = 0;
@@ -693,7 +693,7 @@ bool Model::remove(Set& set, int main) {
         takeOut(data, entry->second.place);
         --data.count;
     }
-    // The range is empty if a caller has changed the ids of the records. A copy is indexed by the new ids.
+    // A copy is indexed by the present ids of the records. If a caller has changed these, the range is empty.
     const bool any = range.first != range.second;
     data.index.erase(range.first, range.second);
     return any;

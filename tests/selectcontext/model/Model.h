@@ -1,7 +1,7 @@
 // A model of selection sets. It implements each operation with standard containers.
 //
-// The model does not use the library. The machine stores the addresses of the library's objects in `actual`.
-// They are only for comparisons.
+// The model does not use the library. The machine stores the addresses of the library's objects in fields
+// whose names begin with `actual`. The addresses are only for comparisons.
 #pragma once
 
 #include <array>
@@ -159,7 +159,7 @@ struct Record {
     const void* actual = nullptr;
     const void* actualSubselection = nullptr; // the address of the list object
 
-    // The lists of records that were destroyed with a list but without the flag.
+    // The lists of destroyed records that had a list but not the flag.
     static std::vector<const void*> orphanedLists;
     static long liveCount;
 };
@@ -263,7 +263,7 @@ public:
     const IdRules& ids;
     std::array<Set, kSetCount> sets;
     std::array<Cursor, kCursorCount> cursors;
-    std::vector<RecordPtr> removed;  // removed from a store in this step; the caller must delete them
+    std::vector<RecordPtr> removed;  // records removed from a store in this step; the caller must delete them
     std::vector<PathPtr> loosePaths; // paths of sub-selections; the library never deletes them
 
     // Handles
@@ -330,7 +330,7 @@ public:
     void transfer(Set& set, Set& target, const std::function<bool(int)>* isExcluded, Set* excludedOut);
     void setUnique(Set& set, bool on);
 
-    // Sub-selections. entityOf returns the valid id that a path leads to, or nothing.
+    // Sub-selections. entityOf() returns the id that a path leads to, or nothing if that id is not valid.
     std::function<std::optional<int>(const SubentPath&)> entityOf;
     bool appendSubselection(Set& set, const SubentPath& path);
     bool removeSubselection(Set& set, const SubentPath& path);

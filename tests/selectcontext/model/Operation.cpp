@@ -14,7 +14,7 @@ namespace {
 struct Description {
     const char* name;
     const char* roles;
-    int weights[3]; // by shape
+    int weights[3]; // for each shape
 };
 
 constexpr Description kDescriptions[] = {
@@ -103,15 +103,15 @@ private:
         return kind == 1 ? mProfile.idCount + 1 : 1 + below(mProfile.idCount);
     }
 
-    // Most often one of the episode's few main ids. One in `otherwise` is any id, or one made equal to
-    // another.
+    // Returns a main id of the episode, or in one of `otherwise` calls any id. Some of these were made equal
+    // to other ids.
     int mainOfRun(int otherwise) {
         if (below(otherwise) != 0)
             return World::mainOfRun(below(mMainCount));
         return below(3) != 0 ? unitedOr(2) : id();
     }
 
-    // An id that was made equal to another one.
+    // Returns an id that was made equal to another one. Returns `id` if there is none.
     int unitedOr(int id) {
         return mUnited.empty() ? id
                                : mUnited[static_cast<std::size_t>(below(static_cast<int>(mUnited.size())))];
@@ -124,7 +124,7 @@ private:
         return kind == 1 ? unitedOr(0) : below(mSubCount);
     }
 
-    // Four different markers, or fewer, or many.
+    // Returns a marker. An episode has four different markers, or fewer, or many.
     int markerOfRun() {
         constexpr int kMarkers[] = {0, -1, 5, 1};
         const int kind = below(mMarkerCount == 5 ? 60 : mMarkerCount);
@@ -136,7 +136,8 @@ private:
         return below(8) == 0 ? -1 : below(count);
     }
 
-    // Each spare id is drawn once while there are any. Those on nested paths come last.
+    // Returns a spare id. Returns no id twice before all have been returned. Spare ids on nested paths come
+    // last.
     int spare() {
         const int count = mProfile.idCount + 1 - World::kFirstSpare;
         const int drawn = static_cast<int>(mUnited.size());
@@ -213,7 +214,7 @@ private:
     std::mt19937_64 mRandom;
     std::discrete_distribution<int> mKinds;
 
-    // Of an episode with long runs.
+    // How many main ids, sub ids, markers and paths the items of an episode with long runs have.
     int mMainCount = 0;
     int mSubCount = 0;
     int mMarkerCount = 0;

@@ -69,7 +69,7 @@ void World::makeEqual(int a, int b) {
     mRules.makeEqual(a, b);
 }
 
-// Short paths over few ids, so that many of them begin alike. Some ids are spare ones.
+// Adds short paths of few ids, so that many paths begin with the same ids. Some of the ids are spare ids.
 void World::addPathsOfRuns() {
     for (int i = kNestedPathCount; i < kPathCountOfRuns; ++i) {
         std::vector<int> ids;
@@ -81,13 +81,13 @@ void World::addPathsOfRuns() {
     }
 }
 
-// The handle is the number, since ids were issued in the order of their numbers.
+// Returns the number of the id. It is the id's handle, since ids were made in the order of their numbers.
 int World::numberOf(const GxDbObjectId& id) const {
     return static_cast<int>(mDatabase.handleOf(id));
 }
 
 bool World::opens(int number) const {
-    // Only the id itself decides whether it opens. Equal ids do not matter.
+    // Whether an id opens does not depend on the ids that are equal to it.
     return number != 0 && number != mInvalid && number != mErased;
 }
 

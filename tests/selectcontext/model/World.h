@@ -19,9 +19,9 @@ namespace kvmodel {
 class World {
 public:
     static constexpr int kNestedPathCount = 7;
-    static constexpr int kPathCountOfRuns = 40; // in a world of long runs
+    static constexpr int kPathCountOfRuns = 40; // number of nested paths in a world of long runs
     static constexpr int kMainCountOfRuns = 16;
-    static constexpr int kFirstSpare = 41; // ids from here on are made equal to others while a test runs
+    static constexpr int kFirstSpare = 41; // a test may make this id and higher ones equal to other ids
     static constexpr int kInfoCount = 6;
     static constexpr int kSubentPathCount = 20;
 

@@ -1,4 +1,4 @@
-// Sets with many items of one main id, and what a walk through all of them finds.
+// Makes sets with many items of one main id, and finds items by a walk.
 #pragma once
 
 #include "platform/KvGeometry.h"
@@ -30,7 +30,7 @@ struct RunKind {
     std::string name;
     unsigned long subs;
     std::vector<long> markers;
-    bool hasTwins; // every second sub id and path id may be the second stub of its object
+    bool hasTwins; // whether some sub ids and path ids are second stubs of their objects
 };
 
 inline std::ostream& operator<<(std::ostream& out, const RunKind& kind) {
@@ -57,7 +57,7 @@ inline void makeTwins() {
         kvinmemory::makeEqual(id(n), id(n + kTwin));
 }
 
-// Items of such a run, drawn at random. Some have all keys in common.
+// Draws items of such a run at random. Some items have all keys in common.
 class RunItems {
 public:
     RunItems(const RunKind& kind, unsigned seed) : mKind(kind), mRandom(seed) {}
@@ -87,7 +87,7 @@ private:
     std::mt19937 mRandom;
 };
 
-// The items, between two others of a lower main id and two of a higher one.
+// Returns the items of the run, with items of a lower and of a higher main id before and behind them.
 inline Items between(const Items& run) {
     Items all{{kRunMain - 1, 1}, {kRunMain + 1, 1}};
     all.insert(all.end(), run.begin(), run.end());
@@ -96,7 +96,7 @@ inline Items between(const Items& run) {
     return all;
 }
 
-// Items with the sub ids first, first + 1, ...
+// Returns items with the sub ids first, first + 1, ...
 inline Items plainRun(unsigned long count, unsigned long first = 1) {
     Items run;
     for (unsigned long n = first; n < first + count; ++n)
@@ -118,7 +118,7 @@ inline bool hasEqualKeys(const Item& a, const Item& b) {
                [](unsigned long one, unsigned long other) { return objectOf(one) == objectOf(other); });
 }
 
-// A set that is unique refuses one of them beside the other.
+// Returns whether a unique set refuses one of the items if it has the other.
 inline bool isDuplicate(const Item& a, const Item& b) {
     return hasEqualKeys(a, b) && a.moved == b.moved;
 }
@@ -128,7 +128,7 @@ inline bool has(const Items& items, const Item& wanted) {
                        [&](const Item& held) { return isDuplicate(held, wanted); });
 }
 
-// What a unique set has after these were selected one after the other.
+// Returns the items of a unique set after `added` was selected into it, one item after the other.
 inline Items selected(Items held, const Items& added) {
     for (const Item& item : added) {
         if (!has(held, item))
@@ -166,13 +166,13 @@ struct InfoFreer {
     void operator()(GxapSelectedEntInfo* info) const { freeInfo(info); }
 };
 
-// Keys beside the main id, as a look-up takes them.
+// The keys that a look-up takes in addition to the main id.
 struct LookUpKeys {
     GxDbObjectId subId;
     std::optional<long> marker;
     const IdPath* path = nullptr;
     const GxapSelectedEntInfo* info = nullptr;
-    bool hasInfo = false; // the form with an info, which may be null
+    bool hasInfo = false; // whether the form with an info is called, whose info may be null
 };
 
 inline bool isMoved(const GxapSelectedEntInfo* wanted, const GxapSelectedEntInfo* held) {
@@ -188,7 +188,8 @@ inline bool isWanted(const selected_entity& record, const GxDbObjectId& mainId, 
            (!keys.path || !keys.hasInfo || isMoved(keys.info, record.selectedEntityInfo));
 }
 
-// The record of an entry; null where its slot is none of the store, is free or has none.
+// Returns the record of an entry. Returns null if the store lacks the entry's slot, or the slot is free or
+// empty.
 inline const selected_entity* heldRecord(const SSetData& data, SSetData::DataMap::const_iterator entry) {
     const Store::Slot* const slot = slotOf(entry);
     return pageOf(*data.entities, slot) && !slot->free ? slot->value : nullptr;
@@ -206,7 +207,7 @@ inline SSetData::DataMap::const_iterator walkTo(const GxapSelectSet& set, const 
     return data.dataMap.end();
 }
 
-// Looks for the item's keys in every way, and compares what is found with what a walk finds.
+// Calls all forms of look-up with the item's keys. Returns whether they find what a walk finds.
 inline ::testing::AssertionResult isFoundAsByAWalk(const GxapSelectSet& set, const Item& item) {
     const GxDbObjectId mainId = id(item.main), subId = id(item.sub);
     const IdPath path = pathOf(item);
@@ -239,7 +240,7 @@ inline ::testing::AssertionResult areFoundAsByAWalk(const GxapSelectSet& set, co
     return ::testing::AssertionSuccess();
 }
 
-// Lets the set index its long run by all keys.
+// Makes the set index its long run, with and without the path.
 inline void indexRun(const GxapSelectSet& set, unsigned long main = kRunMain) {
     const IdPath none = idVector({9999});
     set.findInMap(id(main), id(9999), 0l);

@@ -341,6 +341,38 @@ TEST_F(IdIndexHash, GoesWithTheEntries) {
     EXPECT_EQ(hasHash(), kvdetail::kHasIdHash);
 }
 
+TEST_F(IdIndexHash, IsDroppedOnceMostOfManyIdsAreErased) {
+    constexpr unsigned long kMany = 5000;
+    startAgain();
+    addAll(ascending(kMany));
+    index().expectSearches();
+    while (index().size() > kMany / 2)
+        index().erase(index().begin());
+    EXPECT_EQ(hasHash(), kvdetail::kHasIdHash);
+    while (index().size() > 100)
+        index().erase(index().begin());
+    EXPECT_FALSE(hasHash());
+}
+
+TEST_F(IdIndexTest, ErasingItsLastEntryGivesTheMemoryOfManyBack) {
+    const long before = kvtest::liveNewBlocks();
+    addAll(shuffled(5000, 3));
+    index().expectSearches();
+    while (index().size() != 0)
+        index().erase(index().begin());
+    EXPECT_EQ(kvtest::liveNewBlocks(), before);
+    add(7);
+    expectFinds(7);
+}
+
+TEST_F(IdIndexTest, ErasingItsLastEntryKeepsTheMemoryOfAFew) {
+    add(7);
+    index().erase(index().begin());
+    const long before = kvtest::newCalls();
+    add(8);
+    EXPECT_EQ(kvtest::newCalls(), before);
+}
+
 TEST_F(IdIndexHash, GoesWithASecondStubOfAnObject) {
     kvinmemory::makeEqual(id(30), id(301));
     index().expectSearches();

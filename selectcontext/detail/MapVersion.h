@@ -26,6 +26,8 @@ public:
     // Records the present state of the map. canFollow() must be true for the map. O(1).
     void follow(const DataMap& map) noexcept {
         NodePool* const pool = map.get_allocator().pool();
+        if (!pool)
+            return;
         if (pool != mPool.get()) {
             pool->addOwner();
             mPool.reset(pool);

@@ -40,8 +40,9 @@ std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const
         entries.push_back(entry);
         records.push_back(record);
     }
-    std::unique_ptr<RunIndex> run(new RunIndex(
-        first, keys, records.size(), other ? other->mIds : std::make_shared<EqualIds>(records.size())));
+    std::unique_ptr<RunIndex> run(
+        new RunIndex(first, keys, records.size(),
+                     other ? other->mIds : std::shared_ptr<EqualIds>(new EqualIds(records.size()))));
     run->mLast = last;
     if (!other)
         run->addSubIds(records);

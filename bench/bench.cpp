@@ -22,7 +22,7 @@ namespace {
 
 template <class Operation>
 void measure(benchmark::State& state, std::size_t count, Order order) {
-    prepareIndices(count, order); // before the processes of the measurements start, which all use them
+    prepareIndices(count, order); // once, for all runs: the process of each run inherits the lists
     for (auto _ : state) {
         const auto timing = inChild([=] { return timingOf<Operation>(count, order); });
         if (!timing) {
@@ -61,7 +61,8 @@ benchmark::internal::Benchmark* add(const std::string& name, std::size_t count, 
         ->Iterations(1);
 }
 
-// Adds the memory of a set, without repetitions: the memory is the same every time.
+// Adds the measurement of a set's memory. It has no repetitions, since a set takes the same memory every
+// time.
 template <class Set>
 void addMemory(std::size_t count, Order order) {
     benchmark::RegisterBenchmark(
@@ -88,7 +89,8 @@ void addAll(const Sizes& sizes) {
     }
 }
 
-// Does not repeat long operations of peers: one run of them shows the order of magnitude.
+// Adds an operation on items of one main id. Long operations of peers are not repeated, since one run shows
+// their order of magnitude.
 template <class Set, class Difference, class Operation>
 void addOneMainId(std::size_t count, Order order) {
     auto* const added = add<Set, Operation>(nameOfOneMainId<Difference, Operation>(), count, order);

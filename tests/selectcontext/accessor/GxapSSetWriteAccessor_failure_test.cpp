@@ -373,7 +373,7 @@ TEST_F(SelectFailure, WithANullMainIdOrRefusedCannotHappen) {
         kvtest::Expect::None);
 }
 
-// A failure leaves the set as it was. So one set is enough for all failures.
+// A failure leaves the set unchanged. So one set is enough for all failures.
 TEST_F(SelectFailure, ThatOpensAPageLeavesTheFullPage) {
     Filled full(kPageSlots);
     for (const Failing failing : {Failing::Once, Failing::FromThenOn}) {

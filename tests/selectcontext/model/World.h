@@ -1,5 +1,5 @@
-// The ids, nested paths, infos and sub-entity paths of a random test. Each exists for the library and for the
-// model.
+// The ids, nested paths, infos and sub-entity paths of a random test. Each of these exists for the library
+// and for the model.
 #pragma once
 
 #include "base/KvVector.h"
@@ -33,7 +33,7 @@ public:
     const IdRules& rules() const { return mRules; }
     void makeEqual(int a, int b);
 
-    // Returns a main id of long runs. The first ones are on nested paths, too.
+    // Returns a main id of long runs. The ids for 0 and 1 are also on nested paths.
     static int mainOfRun(int i) { return i < 2 ? 1 + 3 * i : 8 + i; }
 
     // Ids by number. 0 is the null id.
@@ -61,7 +61,8 @@ public:
 
     static GxGeMatrix3d matrix(int number);
 
-    // Returns the highlight calls since the last call of this function: "+" or "-", flag and path of each.
+    // Returns the highlight calls since the function was last called. Each line has "+" or "-", the flag and
+    // the path of a call.
     std::vector<std::string> takeHighlightCalls();
     static std::string highlightCall(bool on, bool flag, const void* path);
 

@@ -1,4 +1,4 @@
-// Writing, selecting and appending, while each allocation fails in turn.
+// Writes, selects and appends while each allocation fails in turn.
 #include "platform/inmemory/InMemoryOsBase.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"

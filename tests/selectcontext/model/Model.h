@@ -35,8 +35,7 @@ struct Raised {
     Outcome outcome;
 };
 
-// ---- Ids are numbers. 0 is the null id. The order of the numbers is the order of the ids. Different ids may
-// be equal.
+// ---- Ids are numbers: 0 is the null id, and ids are ordered by number. Different ids may be equal.
 class IdRules {
 public:
     explicit IdRules(int count);

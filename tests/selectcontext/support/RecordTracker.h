@@ -30,7 +30,7 @@ namespace kvtest {
 // Thread safety: none. Only one tracker may exist at a time. While it exists, only one thread may allocate.
 class RecordTracker {
 public:
-    // Whether the tracker records from the beginning, or only while a Recording lives.
+    // Says whether the tracker records from the beginning, or only while an object of class Recording lives.
     enum class Start { kRecording, kPaused };
     explicit RecordTracker(Start start = Start::kRecording);
     RecordTracker(const RecordTracker&) = delete;
@@ -60,10 +60,10 @@ public:
     // Returns the live records, in ascending order of their addresses. O(n log n).
     std::vector<selected_entity*> live();
 
-    // O(chunks).
+    // Returns the number of live records. O(chunks).
     std::size_t liveCount() const;
 
-    // O(log chunks).
+    // Returns whether the address is that of a live record. O(log chunks).
     bool isLive(const void* record) const;
 
     // Returns the number of live records that have a block of their own.
@@ -82,7 +82,7 @@ public:
     void freed(const void* memory);
 
 private:
-    // std::bad_alloc if there is no memory.
+    // Throws std::bad_alloc if there is no memory.
     static void* allocateUntracked(std::size_t bytes);
     static void freeUntracked(void* memory) noexcept;
 

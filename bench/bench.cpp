@@ -122,8 +122,9 @@ struct All {
     }
 };
 
-// Removes the argument that begins with `flag`, and returns the sizes of its list. Returns no sizes if the
-// list has anything else in it. Returns `otherwise` if there is no such argument.
+// Removes the argument that begins with `flag` from argv, and returns the sizes of the argument's list.
+// Returns no sizes if the list has anything but numbers. Returns `otherwise` if no argument begins with
+// `flag`.
 Sizes takeSizes(int& argc, char** argv, const char* flag, const Sizes& otherwise) {
     char** const end = argv + argc;
     char** const found = std::find_if(argv + 1, end, [&](char* arg) { return valueOf(arg, flag); });

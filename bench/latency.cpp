@@ -212,7 +212,8 @@ void measureAll(std::size_t count, Order order, const Asked& asked) {
     (measure<Latencies>(count, order, asked), ...);
 }
 
-// Stores the value of the argument. Returns false for an argument that is unknown or has a bad value.
+// Stores the value of the argument in `asked`. Returns false for an argument that is unknown or has a bad
+// value.
 bool take(const char* argument, Asked& asked) {
     if (const char* const list = valueOf(argument, "--sizes="))
         asked.sizes = sizesOf(list);

@@ -90,7 +90,7 @@ void expectRich(const GxapSelectSet& set) {
     EXPECT_NE(record->selectedEntityInfo->getBTRMatPtr(), nullptr);
 }
 
-// Expects that a failed edit of shared data has not changed either set.
+// Expects that a failed edit of shared data leaves both sets unchanged.
 void expectUntouched(const SharedRich& sets) {
     EXPECT_TRUE(sets.isShared());
     EXPECT_TRUE(isRegistered(sets.set, sets.mine));

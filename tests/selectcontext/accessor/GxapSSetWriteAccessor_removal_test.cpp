@@ -41,7 +41,7 @@ class RemoveAtPosition : public kvtest::EditTest {};
 class RemovePages : public kvtest::EditTest {};
 class RemoveIterators : public kvtest::EditTest {};
 
-// Expects that a removal from shared data has given the set its own data, and has not changed the other set.
+// Expects that a removal from shared data gives the set its own data, and leaves the other set unchanged.
 void expectCopied(const GxapSelectSet& set, const GxapSelectSet& other, const SetOf& original) {
     EXPECT_FALSE(shareData(set, other));
     EXPECT_EQ(owners(set), 1u);

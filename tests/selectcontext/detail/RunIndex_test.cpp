@@ -318,8 +318,8 @@ TEST_F(RunIndexTest, LeavesEntriesWithoutARecordOut) {
     expectFinds(*run, 1, entryAt(100));
 }
 
-// Some look-ups call the function for an item with other keys than the wanted ones. The hash of the other
-// keys is then equal to the hash of the wanted keys.
+// Some look-ups pass `candidate` entries with other keys than the wanted ones. The hash of the other keys is
+// then equal to the hash of the wanted keys.
 TEST_F(RunIndexTest, TellsItemsWithEqualHashesApart) {
     constexpr unsigned long kMany = 200000;
     addSubs(kMany);

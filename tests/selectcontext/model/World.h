@@ -36,7 +36,7 @@ public:
     // Returns a main id of long runs. The ids for 0 and 1 are also on nested paths.
     static int mainOfRun(int i) { return i < 2 ? 1 + 3 * i : 8 + i; }
 
-    // Ids by number. 0 is the null id.
+    // Returns the id with this number. 0 is the null id.
     const GxDbObjectId& id(int number) const { return mIds[static_cast<std::size_t>(number)]; }
     int numberOf(const GxDbObjectId& id) const;
     bool opens(int number) const;
@@ -44,11 +44,12 @@ public:
     // Returns the id that a path leads to, if that id is valid.
     std::optional<int> entityOf(const SubentPath& path) const;
 
-    // Nested paths by number. -1 is null.
+    // Return the nested path with this number. -1 gives null.
     const KvVector<GxDbObjectId>* nestedPath(int number) const;
     const Vector<int>* modelNestedPath(int number) const;
 
-    // Make a new info in memory from _kvMalloc, and its model. -1 is null.
+    // makeInfo() makes the info with this number in memory from _kvMalloc. modelInfo() makes the model of
+    // that info. -1 gives none.
     static GxapSelectedEntInfo* makeInfo(int number);
     static std::optional<Info> modelInfo(int number);
 

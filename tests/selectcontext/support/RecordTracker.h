@@ -73,8 +73,9 @@ public:
     // log n).
     std::vector<selected_entity*> takeNew();
 
-    // Calls the function once, when the next record with its own block is allocated. An edit of shared data
-    // allocates records while it copies. At that moment, the function can act as another owner of the data.
+    // Calls `call` once, when the next record with its own block is allocated. An edit of shared data
+    // allocates records while it copies the data. So `call` can act as another owner of the data during the
+    // copying.
     void atNextRecord(std::function<void()> call);
 
     // The wrappers of malloc, posix_memalign and free call these.

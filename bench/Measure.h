@@ -83,8 +83,8 @@ inline std::size_t roundsFor(double secondsOfOne) {
 }
 
 // Returns the median time of a few regions. `next` times one region. No further region begins when the
-// regions have taken kEnoughSeconds. If a region is disturbed at its end, it is measured again, but at most
-// kMostDisturbed regions are.
+// regions have taken kEnoughSeconds. A region that is disturbed at its end is measured again. This happens
+// for at most kMostDisturbed regions.
 template <class Next>
 double medianOf(Next next) {
     std::vector<double> regions;

@@ -15,7 +15,8 @@
 namespace kvbench {
 
 // The library, as a contender whose items each have a main id of their own. The other keys of the items are
-// those of the items that share one main id. The report compares the two.
+// those of the items that share one main id. The report compares the figures of one main id with the figures
+// of this contender.
 class ManyMainIds : public SelectContext {
 public:
     static constexpr const char* kName = "KvSelectContext, n main ids";
@@ -66,7 +67,8 @@ struct MarkersDiffer {
     }
 };
 
-// Each outer block contains a hundred occurrences. So every id of a path is also in other paths.
+// Each outer block contains a hundred occurrences. So in large sets, every id of a path is also in other
+// paths.
 struct PathsDiffer {
     static constexpr const char* kName = "paths differ";
     static constexpr bool kThreeKeysDiffer = false;
@@ -82,7 +84,7 @@ struct PathsDiffer {
     }
 };
 
-// Makes the items for the contender `Set`. They differ as `Difference` says.
+// Makes the items for the contender `Set`. The items differ as `Difference` says.
 template <class Set, class Difference>
 struct OneMainId {
     using Items = std::vector<decltype(Difference::itemOf(GxDbObjectId(), 0))>;

@@ -61,8 +61,8 @@ benchmark::internal::Benchmark* add(const std::string& name, std::size_t count, 
         ->Iterations(1);
 }
 
-// Adds the measurement of a set's memory. It has no repetitions, since a set takes the same memory every
-// time.
+// Adds the measurement of a set's memory. The measurement is not repeated, since a set takes the same memory
+// every time.
 template <class Set>
 void addMemory(std::size_t count, Order order) {
     benchmark::RegisterBenchmark(

@@ -99,7 +99,7 @@ public:
     // Returns all blocks, the model first.
     const std::vector<const BlockDefinition*>& blocks() const { return mBlocks; }
 
-    // Return null if `id` does not name a curve, or a reference.
+    // Return null if `id` names no curve, or no reference.
     const Curve* curve(GxDbObjectId id) const;
     const BlockReference* reference(GxDbObjectId id) const;
 

@@ -10,8 +10,8 @@ double radians(double degrees) {
     return degrees * 3.14159265358979323846 / 180;
 }
 
-// Returns where the line from `otherFrom` to `otherTo` begins to cover the line from `from` to `to`. Both
-// must be parts of one straight line. Each may be a single point.
+// Returns where the other line begins to cover this line, as a parameter 0..1 from `from` to `to`. Both lines
+// must be parts of one straight line. Each line may be a single point.
 std::optional<double> overlap(Point from, Point to, Point otherFrom, Point otherTo) {
     const Point along = to - from;
     const double square = dot(along, along);
@@ -143,8 +143,8 @@ bool touches(const Box& box, Point from, Point to) {
 }
 
 std::optional<double> crossing(Point from, Point to, Point otherFrom, Point otherTo) {
-    // Each side is computed from one end point. So a line through the joint of two lines meets at least one
-    // of the two, whatever the rounding.
+    // The side of an end point is computed from that point and the other line alone. So a line through the
+    // joint of two lines meets at least one of the two, whatever the rounding.
     const Point other = otherTo - otherFrom;
     const double sideFrom = cross(other, from - otherFrom);
     const double sideTo = cross(other, to - otherFrom);

@@ -26,8 +26,8 @@ public:
     void lineTo(Point p);
     void quadraticTo(Point control, Point p);
     void cubicTo(Point control, Point secondControl, Point p);
-    // Appends SVG's elliptical arc. `rotation` is that of the ellipse, in degrees. `large` and `sweep` choose
-    // one of the four arcs between the pen and `p`.
+    // Appends SVG's elliptical arc. `rotation` turns the ellipse, in degrees. `large` and `sweep` choose one
+    // of the four arcs between the pen and `p`.
     void arcTo(Point radii, double rotation, bool large, bool sweep, Point p);
     // Appends a full ellipse as one segment, which begins at the rightmost point of the ellipse.
     void ellipse(Point centre, double radiusX, double radiusY);

@@ -73,7 +73,7 @@ std::vector<selected_entity*> sortedRecords(const GxapSelectSet& set) {
 class CopyWatch {
 public:
     explicit CopyWatch(const GxapSelectSet& set) : CopyWatch(set, {set.sharedData}) {}
-    // The set may share one of the data `known` after the edit. Then the edit has made no copies.
+    // After the edit, the set may share one of the data `known`. The edit has then made no copies.
     CopyWatch(const GxapSelectSet& set, std::vector<const GxapSelectSet::SSetData*> known)
         : mSet(set), mKnown(std::move(known)) {}
 

@@ -165,8 +165,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Returns whether a line of a script is shown. Comments are for the reader of the script, so they are not. An
-// echo command is not shown, since its output is shown anyway.
+// Returns whether a line of a script is shown. A comment is not shown, since it is for the reader of the
+// script. An echo command is not shown, since its output is shown anyway.
 bool isShown(const std::string& line) {
     const std::size_t begin = line.find_first_not_of(" \t\r");
     return begin != std::string::npos && line[begin] != '#' && line.compare(begin, 5, "echo ") != 0 &&

@@ -1004,7 +1004,7 @@ TEST_F(ConstIteratorStepBack, FromTheEndGivesTheLastRecord) {
 }
 
 // The position of the end is the number of live records of the last page. A step back from the end gives one
-// less. A lookup by index gives the last item that number as position.
+// less. A lookup by index gives the last item the full number as position.
 TEST_F(ConstIteratorStepBack, FromTheEndCountsThePositionDownFromTheLiveCount) {
     Filled three(3);
     ConstIterator prev(nullptr, 0);

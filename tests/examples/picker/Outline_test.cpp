@@ -12,7 +12,7 @@ Outline square() {
     return rectangleOutline(Box::between({0, 0}, {10, 10}), 0, 0);
 }
 
-// Returns the largest distance from a circle of the ends and the middles of the chords.
+// Returns the largest distance of the ends and the middles of the chords from a circle.
 double worstRadiusError(const Outline& outline, Point centre, double radius) {
     double worst = 0;
     for (std::size_t i = 1; i < outline.points().size(); ++i) {

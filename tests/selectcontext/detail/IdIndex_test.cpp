@@ -89,8 +89,8 @@ protected:
             add(n);
     }
 
-    // Returns a slot that does not exist. Entries may have any address, since an index without run indexes
-    // reads no slots.
+    // Returns the address of a slot that does not exist. Entries may have any address, since an index without
+    // run indexes reads no slots.
     static const Store::Slot* slotNumber(unsigned long n) { return kvdetail::slotAt(16 * n); }
 
     bool hasHash() const { return index().currentHash() != nullptr; }

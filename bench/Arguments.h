@@ -8,7 +8,7 @@
 
 namespace kvbench {
 
-// Returns the rest of the argument if it begins with `flag`, otherwise null.
+// Returns the rest of `argument` after `flag`. Returns null if `argument` does not begin with `flag`.
 inline const char* valueOf(const char* argument, const char* flag) {
     const std::size_t length = std::strlen(flag);
     return std::strncmp(argument, flag, length) == 0 ? argument + length : nullptr;
@@ -16,7 +16,7 @@ inline const char* valueOf(const char* argument, const char* flag) {
 
 using Sizes = std::vector<std::size_t>;
 
-// Returns the sizes of a list such as 100,10000. Returns no sizes if the list has anything else in it.
+// Returns the sizes of a list such as 100,10000. Returns no sizes if the list has anything but numbers.
 inline Sizes sizesOf(const char* list) {
     Sizes sizes;
     for (const char* at = list;; ++at) {

@@ -13,8 +13,8 @@
 
 namespace kvbench {
 
-// Starts a second thread, since applications have several. In a process with one thread only, reference
-// counts and the allocator are faster.
+// Starts a second thread, since applications have several. In a process with only one thread, reference
+// counts and the allocator are faster than in an application.
 inline void startIdleThread() {
     std::thread([] {
         for (;;)
@@ -22,16 +22,18 @@ inline void startIdleThread() {
     }).detach();
 }
 
-// Keeps freed memory in the heap, as in an application that has run for a while: the next set is made of it.
-// In a new process, the end of the heap would go back to the system with every set, and so would large
-// blocks. The limit for large blocks grows when such blocks are freed. Here it is set to what it can grow to.
+// Keeps freed memory in the heap, so that the next set can reuse it. An application that has run for a while
+// does so, too. In a new process, the end of the heap would go back to the system with every set, and so
+// would large blocks. malloc raises its limit for large blocks when such blocks are freed. This function sets
+// the limit to its maximum.
 inline void keepFreedMemory() {
     constexpr int kLargestInHeap = 32 << 20;
     mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
     mallopt(M_MMAP_THRESHOLD, kLargestInHeap);
 }
 
-// Runs the measurement in a child process. Returns its result, or nothing if the process failed.
+// Runs the measurement in a child process. Returns the result of the measurement, or nothing if the process
+// failed.
 template <class Measurement>
 auto inChild(Measurement measurement) -> std::optional<decltype(measurement())> {
     using Result = decltype(measurement());

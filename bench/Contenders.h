@@ -1,4 +1,4 @@
-// All contenders whose packages are installed, and the names of the others.
+// Lists all contenders whose packages are installed, and names the contenders whose packages are missing.
 #pragma once
 
 #include "bench/peers/LinkedList.h"
@@ -21,7 +21,7 @@
 
 namespace kvbench {
 
-// List<the sets of all contenders>.
+// The type List<SelectContext, ...>, which has the set class of every contender.
 template <template <class...> class List>
 using ContendersIn = List<SelectContext, VectorHash,
 #ifdef KV_BENCH_BOOST

@@ -1,6 +1,7 @@
-// Tells whether the core works at full speed. A virtual machine shares its cores with others, and may lose
-// half of their speed for seconds. That is more than most of the differences that are measured. The load that
-// others put on the shared cache and the memory does not show here.
+// Tells whether the core works at full speed. A virtual machine shares the cores with other virtual machines.
+// So a core may lose half of its speed for seconds. That loss is greater than most of the differences that
+// the benchmark measures. The load of other virtual machines on the shared cache and on the memory does not
+// show here.
 #pragma once
 
 #include <algorithm>
@@ -15,8 +16,8 @@ inline double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Returns the time of a probe: about a tenth of a millisecond of additions. Four of them can run at once, so
-// the time grows when another thread uses the core, too.
+// Returns the time of a probe: about a tenth of a millisecond of additions. The core can make four of the
+// additions at once. So the time grows when another thread uses the core, too.
 inline double secondsOfProbe() {
     constexpr std::uint64_t kSteps = 60000;
     std::uint64_t a = 1;
@@ -34,7 +35,8 @@ inline double secondsOfProbe() {
     return secondsSince(start);
 }
 
-// The time of an undisturbed probe. It is measured once, and the processes of the measurements inherit it.
+// Returns the time of an undisturbed probe. learnFullSpeed() measures this time once. The processes of the
+// measurements inherit the time.
 inline double& undisturbedProbe() {
     static double seconds = 1;
     return seconds;

@@ -75,7 +75,7 @@ struct PeerItem {
             path.push_back(pick.path.at(i));
     }
 
-    // Returns whether this is the gap of a removed item. Selected items have an id.
+    // Returns whether this item is the gap that a removed item leaves. Every selected item has a main id.
     bool isGap() const { return !mainId.stub(); }
 
     GxDbObjectId mainId;
@@ -123,8 +123,8 @@ inline bool isSame(const PeerItem& item, const NestedPick& pick) {
            isSameTransform(item.transform.get(), nullptr);
 }
 
-// Returns whether two items have the same four keys, which leave out the transform. Sets are compared by
-// these.
+// Returns whether two items have the same main id, sub id, marker and path. contains() compares sets by these
+// four keys, without the transform.
 inline bool hasSameKeys(const PeerItem& a, const PeerItem& b) {
     return a.mainId == b.mainId && a.subId == b.subId && isSameMarker(a.gsMarker, b.gsMarker) &&
            a.path == b.path;
@@ -134,7 +134,8 @@ inline bool isSame(const PeerItem& a, const PeerItem& b) {
     return hasSameKeys(a, b) && isSameTransform(a.transform.get(), b.transform.get());
 }
 
-// Returns whether the item has exactly these three keys, by which items are removed.
+// Returns whether the item has exactly the main id, sub id and marker of `pick`. Items are removed by these
+// three keys.
 inline bool hasKeys(const PeerItem& item, const Pick& pick) {
     return item.mainId == pick.mainId && item.subId == pick.subId && item.gsMarker == pick.gsMarker;
 }

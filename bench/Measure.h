@@ -17,7 +17,7 @@ namespace kvbench {
 constexpr std::size_t kItemsPerRegion = 16000; // so a region has 1600 sets of 10 items, or one set of 10^6
 constexpr std::size_t kItemsPerReading = 100;  // fewest items between two readings of the clock
 constexpr std::size_t kRegions = 3;            // most regions for one figure
-constexpr double kEnoughSeconds = 0.2;         // after so much time for a figure, no further region begins
+constexpr double kEnoughSeconds = 0.2;         // when a figure has taken this long, no further region begins
 constexpr double kLongRegionSeconds = 2e-3;    // time of all rounds of a repeatable operation
 constexpr double kMostRounds = 10000;
 constexpr std::size_t kMostDisturbed = 3; // most regions that are measured again
@@ -41,8 +41,8 @@ inline std::size_t setsOf(std::size_t count) {
     return std::max<std::size_t>((kItemsPerRegion + count - 1) / count, 1);
 }
 
-// Returns the number of sets between two readings of the clock: ten for sets of ten. Reading the clock takes
-// as long as selecting an item.
+// Returns the number of sets between two readings of the clock: ten sets if a set has ten items. Reading the
+// clock takes as long as selecting one item.
 inline std::size_t setsPerReading(std::size_t count) {
     return std::max<std::size_t>(kItemsPerReading / count, 1);
 }
@@ -82,9 +82,9 @@ inline std::size_t roundsFor(double secondsOfOne) {
     return static_cast<std::size_t>(std::clamp(rounds, 1.0, kMostRounds));
 }
 
-// Returns the median time of a few regions. `next` times a region. No further region begins when the regions
-// have taken kEnoughSeconds. A region whose end was disturbed is measured again, at most kMostDisturbed
-// times.
+// Returns the median time of a few regions. `next` times one region. No further region begins when the
+// regions have taken kEnoughSeconds. A region that is disturbed at its end is measured again. This happens
+// for at most kMostDisturbed regions.
 template <class Next>
 double medianOf(Next next) {
     std::vector<double> regions;
@@ -101,9 +101,9 @@ double medianOf(Next next) {
     return regions[regions.size() / 2];
 }
 
-// Times an operation that leaves its sets unchanged. The first round does not count. Does not free the sets,
-// since that would take as long as some operations. If the first round was long, no uncounted round comes
-// before the others.
+// Times an operation that leaves its sets unchanged. The first round is not counted. If the sets are small
+// and the first round was short, another round that is not counted comes before each region. The sets are not
+// freed, since freeing them would take as long as some operations.
 template <class Operation>
 Timing timingOfRepeatable(std::size_t count, Order order) {
     auto& batch = *new Batch<Operation>(count, order);
@@ -119,9 +119,9 @@ Timing timingOfRepeatable(std::size_t count, Order order) {
     return {seconds * 1e9 / batch.itemsDealtWith() / static_cast<double>(rounds), seconds * 1e6};
 }
 
-// Times an operation that needs a new set each time. Small sets are made one after the other, in memory that
-// the set before has freed. The first one does not count. Large sets are not freed. If the operation is long,
-// one small set is enough.
+// Times an operation that needs new sets each time. Small sets are made for one reading of the clock after
+// the other, in memory that earlier sets have freed. The first small sets of a region are not counted. Large
+// sets are not freed. If an operation on small sets is long, a region has only one reading.
 template <class Operation>
 Timing timingOfFresh(std::size_t count, Order order) {
     double items = 0; // number of items per reading of the clock
@@ -173,8 +173,8 @@ inline std::size_t allocatedBytes() {
     return info.uordblks + info.hblkhd;
 }
 
-// Returns how many bytes of the heap sets of `count` items use per item, as counted by the allocator. Does
-// not free the sets.
+// Returns how many bytes of the heap a set of `count` items uses for each item. The allocator counts the
+// bytes. The sets are not freed.
 template <class Set>
 double bytesPerItem(std::size_t count, Order order) {
     const Picks items = picks(count, order);

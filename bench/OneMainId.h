@@ -14,8 +14,9 @@
 
 namespace kvbench {
 
-// The library, with the same items except that each has a main id of its own. The figures of one main id are
-// compared with the figures of this contender.
+// The library, as a contender whose items each have a main id of their own. The other keys of the items are
+// those of the items that share one main id. The report compares the figures of one main id with the figures
+// of this contender.
 class ManyMainIds : public SelectContext {
 public:
     static constexpr const char* kName = "KvSelectContext, n main ids";
@@ -24,7 +25,8 @@ public:
 template <class Set>
 constexpr bool kSharesMainId = !std::is_same_v<Set, ManyMainIds>;
 
-// Peers look through all items of the id each time. With so many items, an operation takes up to a second.
+// An operation of a peer looks through all items that have the main id. With this many items, the operation
+// takes up to a second.
 constexpr std::size_t kLargestOfPeers = 10000;
 
 template <class Set>
@@ -44,7 +46,8 @@ constexpr std::size_t kFirstSubId = 10000000;
 constexpr std::size_t kFirstInner = 20000000;
 constexpr std::size_t kFirstOuter = 30000000;
 
-// The keys in which items differ. Every such class has kName, kThreeKeysDiffer and itemOf(mainId, index).
+// Each of these classes names a key in which the items differ. It has kName, kThreeKeysDiffer and
+// itemOf(mainId, index).
 
 struct SubIdsDiffer {
     static constexpr const char* kName = "sub ids differ";
@@ -64,8 +67,8 @@ struct MarkersDiffer {
     }
 };
 
-// There are a hundred occurrences in each outer block, so no single id of a path is different from all
-// others.
+// Each outer block contains a hundred occurrences. So in large sets, every id of a path is also in other
+// paths.
 struct PathsDiffer {
     static constexpr const char* kName = "paths differ";
     static constexpr bool kThreeKeysDiffer = false;
@@ -81,7 +84,7 @@ struct PathsDiffer {
     }
 };
 
-// The source of the items for a contender.
+// Makes the items for the contender `Set`. The items differ as `Difference` says.
 template <class Set, class Difference>
 struct OneMainId {
     using Items = std::vector<decltype(Difference::itemOf(GxDbObjectId(), 0))>;

@@ -1,4 +1,5 @@
-// The measured operations. Each is a class that prepares in the constructor and has run() measured.
+// The measured operations. Each operation is a class. Its constructor prepares the operation, and its run()
+// is measured.
 #pragma once
 
 #include "bench/Item.h"
@@ -26,8 +27,8 @@ constexpr unsigned kSelectionSeed = 1;
 constexpr unsigned kAccessSeed = 2;
 constexpr unsigned kRemovalSeed = 3;
 
-// Returns the numbers below `count` in this order. The shuffle is the same for every contender and every run.
-// Keeps the result, since measurements use it many times.
+// Returns the numbers below `count`, ascending or shuffled. The shuffle is the same for every contender and
+// every run. The function keeps the result, since measurements use it many times.
 inline const std::vector<std::size_t>& indices(std::size_t count, Order order,
                                                unsigned seed = kSelectionSeed) {
     static std::map<std::tuple<std::size_t, Order, unsigned>, std::vector<std::size_t>> kept;
@@ -41,7 +42,7 @@ inline const std::vector<std::size_t>& indices(std::size_t count, Order order,
     return result;
 }
 
-// Prepares all index lists that the measurements of this size use.
+// Makes all lists of indices() that the measurements with these arguments use.
 inline void prepareIndices(std::size_t count, Order order) {
     indices(count, order);
     indices(std::max<std::size_t>(count / 10, 1) * 10, order);
@@ -76,8 +77,8 @@ void fill(Set& set, const Items& items) {
         set.select(pick);
 }
 
-// Returns the distance between the items that are looked up. It is 1, or more for a contender that counts
-// through a list to find a position.
+// Returns the distance between two positions that are looked up. The distance is 1, or more for a contender
+// that counts through a list to find a position.
 template <class Set>
 std::size_t stepFor(std::size_t count) {
     constexpr std::size_t kMostAsked = 20;
@@ -88,7 +89,7 @@ inline std::size_t stepsIn(std::size_t count, std::size_t step) {
     return (count + step - 1) / step;
 }
 
-// Uses a value, so that the compiler cannot remove its computation.
+// Uses a value, so that the compiler cannot remove the computation of the value.
 inline void keep(std::uintptr_t value) {
     asm volatile("" : : "r"(value) : "memory");
 }
@@ -333,7 +334,7 @@ struct Overlapping {
         fill(mB, Source::items(count, order, count / 2));
     }
 
-    // The number of items of one set. Each of them is read or looked up once.
+    // Returns the number of items of one set. Each of these items is read or looked up once.
     std::size_t itemsDealtWith() const { return mCount; }
 
     std::size_t mCount;
@@ -352,8 +353,7 @@ struct Merge : Overlapping<Set, Source> {
     void check() const { require(this->mResult.size() == this->mCount + this->mCount / 2); }
 };
 
-// Removes by three keys. If all items have the same three keys, each item of one set removes one of the
-// other.
+// Removes items by three keys. If all items have the same three keys, each item of mB removes one item of mA.
 template <class Set, class Source = WholeEntities>
 struct Minus : Overlapping<Set, Source> {
     static constexpr const char* kName = "minus, half overlapping";

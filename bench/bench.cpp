@@ -22,7 +22,7 @@ namespace {
 
 template <class Operation>
 void measure(benchmark::State& state, std::size_t count, Order order) {
-    prepareIndices(count, order); // before the processes of the measurements start, which all use them
+    prepareIndices(count, order); // once, for all runs: the process of each run inherits the lists
     for (auto _ : state) {
         const auto timing = inChild([=] { return timingOf<Operation>(count, order); });
         if (!timing) {
@@ -61,7 +61,8 @@ benchmark::internal::Benchmark* add(const std::string& name, std::size_t count, 
         ->Iterations(1);
 }
 
-// Adds the memory of a set, without repetitions: the memory is the same every time.
+// Adds the measurement of a set's memory. The measurement is not repeated, since a set takes the same memory
+// every time.
 template <class Set>
 void addMemory(std::size_t count, Order order) {
     benchmark::RegisterBenchmark(
@@ -88,7 +89,8 @@ void addAll(const Sizes& sizes) {
     }
 }
 
-// Does not repeat long operations of peers: one run of them shows the order of magnitude.
+// Adds an operation on items of one main id. Long operations of peers are not repeated, since one run shows
+// their order of magnitude.
 template <class Set, class Difference, class Operation>
 void addOneMainId(std::size_t count, Order order) {
     auto* const added = add<Set, Operation>(nameOfOneMainId<Difference, Operation>(), count, order);
@@ -120,8 +122,9 @@ struct All {
     }
 };
 
-// Removes the argument that begins with `flag`, and returns the sizes of its list. Returns no sizes if the
-// list has anything else in it. Returns `otherwise` if there is no such argument.
+// Removes the argument that begins with `flag` from argv, and returns the sizes of the argument's list.
+// Returns no sizes if the list has anything but numbers. Returns `otherwise` if no argument begins with
+// `flag`.
 Sizes takeSizes(int& argc, char** argv, const char* flag, const Sizes& otherwise) {
     char** const end = argv + argc;
     char** const found = std::find_if(argv + 1, end, [&](char* arg) { return valueOf(arg, flag); });

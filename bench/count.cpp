@@ -1,8 +1,8 @@
 // Runs every operation of the library in a process of its own, under callgrind. Callgrind counts only what
-// run() does, and dumps the counts under the name operation/order/size/items. scripts/bench --counts reports
+// run() does. It dumps the counts under the name operation/order/size/items. scripts/bench --counts reports
 // on the dumps.
 //
-// --sizes=100,10000 (default: 10,100,10000) selects the sizes, --filter=REGEX selects by
+// --sizes=100,10000 (default: 10,100,10000) selects the sizes. --filter=REGEX selects by
 // operation/order/size.
 
 #include "bench/Arguments.h"
@@ -21,8 +21,8 @@
 namespace kvbench {
 namespace {
 
-// Stops callgrind while an object of this class exists, if sets are large. The work then takes a tenth of the
-// time, and the simulated caches are empty afterwards.
+// Stops callgrind while an object of this class exists, if `count` is large. The work then takes a tenth of
+// the time that it takes under callgrind. The simulated caches are empty afterwards.
 class Unwatched {
 public:
     explicit Unwatched(std::size_t count) : mIsLarge(!isSmall(count)) {
@@ -55,7 +55,7 @@ std::unique_ptr<Operation> prepared(std::size_t count, Order order) {
     return std::make_unique<Operation>(count, order);
 }
 
-// Counts a repeatable operation. A first run, which is not counted, fills the caches.
+// Counts a repeatable operation. A first run is not counted: it fills the caches.
 template <class Operation>
 std::size_t collectRepeatable(std::size_t count, Order order) {
     std::vector<std::unique_ptr<Operation>> operations;
@@ -69,8 +69,8 @@ std::size_t collectRepeatable(std::size_t count, Order order) {
     return items;
 }
 
-// Counts an operation that needs a new set each time. Small sets use memory that a first set has freed. Large
-// sets use new memory.
+// Counts an operation that needs a new set each time. Small sets use memory that an earlier set has freed.
+// Large sets use new memory.
 template <class Operation>
 std::size_t collectFresh(std::size_t count, Order order) {
     if (isSmall(count))

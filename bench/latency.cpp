@@ -1,7 +1,7 @@
 // Times every single call of operations that a user waits for, in processor time of the calling thread. This
 // shows the longest calls, which an average hides. Writes a line operation,order,size,p50,p99,p99.99,max in
 // nanoseconds for every run. scripts/bench --latency reports on these lines. The first lines are the times of
-// reading the clock, which are not subtracted from the others.
+// reading the clock. These times are not subtracted from the times of the operations.
 //
 // --sizes=1000000 (default) selects the sizes, --runs=3 (default) the number of runs, and --filter=REGEX
 // selects by operation/order/size.
@@ -33,8 +33,8 @@ std::uint64_t threadNanoseconds() {
     return static_cast<std::uint64_t>(now.tv_sec) * 1000000000u + static_cast<std::uint64_t>(now.tv_nsec);
 }
 
-// Takes a sample of every call. Writes to the memory of all samples beforehand, so that no call has to wait
-// for new memory.
+// Takes a sample of every call. The constructor writes to the memory of all samples, so that no timed call
+// has to wait for new memory.
 class Stopwatch {
 public:
     explicit Stopwatch(std::size_t count) : mSamples(count) {}
@@ -58,7 +58,7 @@ private:
     std::size_t mTaken = 0;
 };
 
-// Items and a set. The set is not freed, since that would take longer than a run.
+// The items and the set of a run. The set is not freed, since freeing it would take longer than a run.
 struct Subject {
     Subject(std::size_t count, Order order) : items(picks(count, order)), set(*new GxapSelectSet) {}
 
@@ -127,7 +127,8 @@ struct FindById : FilledSubject {
     }
 };
 
-// Uses an empty path, as the items have. A null path would leave out the last two keys.
+// Passes an empty path, since the paths of the items are empty. With a null path, the look-up would not
+// compare path and transform.
 struct FindByFiveKeys : FilledSubject {
     static constexpr const char* kName = "look-up by five keys";
 
@@ -191,7 +192,7 @@ void measure(std::size_t count, Order order, const Asked& asked) {
     const std::string name = std::string(Latency::kName) + "/" + nameOf(order) + "/" + std::to_string(count);
     if (!std::regex_search(name, asked.filter))
         return;
-    prepareIndices(count, order); // before the processes of the runs start, which all use them
+    prepareIndices(count, order); // once, for all runs: the process of each run inherits the lists
     for (std::size_t run = 0; run < asked.runs; ++run) {
         const auto taken = inChild([=] {
             Latency latency(count, order);
@@ -211,7 +212,8 @@ void measureAll(std::size_t count, Order order, const Asked& asked) {
     (measure<Latencies>(count, order, asked), ...);
 }
 
-// Stores the value of the argument. Returns false for an argument that is unknown or has a bad value.
+// Stores the value of the argument in `asked`. Returns false for an argument that is unknown or has a bad
+// value.
 bool take(const char* argument, Asked& asked) {
     if (const char* const list = valueOf(argument, "--sizes="))
         asked.sizes = sizesOf(list);

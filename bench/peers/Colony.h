@@ -1,6 +1,6 @@
 // plf::colony of items and std::unordered_multimap from id to place. The colony reuses the places of erased
 // items. So items are in the order of insertion only if nothing is inserted after an erasure. No measured
-// operation does that.
+// operation inserts after an erasure.
 #pragma once
 
 #include "bench/peers/Peer.h"

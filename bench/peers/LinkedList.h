@@ -1,4 +1,4 @@
-// std::list with linear search, as a first version is often written.
+// std::list with linear search. A first version of an application is often written like this.
 #pragma once
 
 #include "bench/peers/Peer.h"

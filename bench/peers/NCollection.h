@@ -70,7 +70,7 @@ public:
                                      [&](const Place& place) { return test(itemAt(place)); });
     }
 
-    // Takes the id by value, since it may be part of the item that is erased.
+    // Takes the id by value, since a reference might lead into the item that is erased.
     template <class Test>
     bool eraseFirstOfId(GxDbObjectId id, Test test) {
         Run* const run = mIndex.ChangeSeek(id);
@@ -173,8 +173,8 @@ private:
         eraseFirstOfId(wanted.mainId, [&wanted](const PeerItem& item) { return &item == &wanted; });
     }
 
-    // Removes an item from the list. A place in the list refers to the item before it, so this also updates
-    // the place of the next item in the index.
+    // Removes an item from the list. A place in the list refers to the item before the place. So the function
+    // also updates the place of the next item in the index.
     void removeFromList(Place place) {
         mItems.Remove(place);
         if (!place.More())

@@ -1,5 +1,5 @@
-// What all contenders have in common: a counted handle on a state, which is copied on the first write, and
-// the operations that are built on those of the state.
+// What all contenders except the library have in common: a counted handle on a state, and operations that are
+// made of operations of the state. The first write to a shared state copies the state.
 #pragma once
 
 #include "bench/Item.h"

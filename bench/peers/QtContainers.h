@@ -21,7 +21,7 @@ public:
     static constexpr bool kIndexesPositions = true;
 
     QtState() = default;
-    // Copies the items at once. Qt would delay the copy to a later write, which is not measured.
+    // Copies the items at once. Qt would delay the copy to a later write, and that write is not measured.
     QtState(const QtState& other) : mItems(other.mItems), mIndex(other.mIndex) {
         mItems.detach();
         mIndex.detach();

@@ -38,7 +38,7 @@ public:
 
     std::size_t size() const { return mSet.sharedData->entityCount; }
 
-    // Does what the first write after a copy does: makes the data private to this handle.
+    // Makes the data private to this handle, as the first write after a copy does.
     void detach() { edit().writeData(); }
 
     bool remove(const Pick& pick) { return edit().remove(pick.mainId, pick.subId, pick.gsMarker); }

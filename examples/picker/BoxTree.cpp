@@ -6,7 +6,7 @@
 namespace picker {
 namespace {
 
-// Returns a number to sort by. Boxes of infinite size have one, too.
+// Returns the middle of `low` and `high`, to sort by. If a box is infinite and has no middle, returns 0.
 double middle(double low, double high) {
     const double sum = low + high;
     return std::isfinite(sum) ? sum / 2 : 0;
@@ -30,7 +30,8 @@ BoxTree::BoxTree(const std::vector<Box>& boxes) {
     }
 }
 
-// Sorts into vertical slices, about as many as a slice has tiles. Each slice is sorted from low to high.
+// Sorts the nodes into vertical slices. There are about as many slices as tiles in a slice. The nodes of a
+// slice are sorted from low to high.
 void BoxTree::sortIntoTiles(std::vector<Node>& nodes) {
     const auto byX = [](const Node& a, const Node& b) {
         return middle(a.box.low.x, a.box.high.x) < middle(b.box.low.x, b.box.high.x);

@@ -14,7 +14,7 @@ namespace picker {
 class BoxTree {
 public:
     BoxTree() = default;
-    // O(n log n). Empty boxes are never found.
+    // Takes O(n log n) time for n boxes. visitOverlapping() never finds an empty box.
     explicit BoxTree(const std::vector<Box>& boxes);
 
     // Calls found(index of a box) for each box that overlaps the region, in any order.

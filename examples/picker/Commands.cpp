@@ -90,7 +90,8 @@ std::string markerText(long marker) {
     return marker == -1 ? "-" : std::to_string(marker);
 }
 
-// Returns the rows of the compound transform: x' = first row, y' = second row.
+// Returns the two rows of the compound transform as "by [row; row]". The first row gives x', and the second
+// row gives y'.
 std::string transformText(const GxapSelectedEntInfo* info) {
     GxGeMatrix3d matrix;
     if (!info || !info->getCompoundTransformWithBTROffset(matrix))
@@ -299,7 +300,7 @@ void list(Console& console, const Arguments& arguments) {
                  {"marker", Table::Align::right},
                  {"nested path"},
                  {"fence crossing"}});
-    // Only the first row's position is counted. From there on, the iterator advances.
+    // Finds only the first row by counting to its position. The iterator then steps from row to row.
     GxapSelectSet::ConstIterator it = set.iteratorAt(first);
     for (int row = 0; row < rows && !it.isDone(); ++row, it.step())
         addRow(table, console.session.drawing(), it);
@@ -309,7 +310,8 @@ void list(Console& console, const Arguments& arguments) {
                     << it.index << '\n';
 }
 
-// Prints what the library resolves a nested path to. A plain item has nothing to resolve.
+// Prints the entity and the ids to which the library resolves a nested path. Prints nothing for an item
+// without a nested path.
 void sayResolved(Console& console, const GxapSelectSet::ConstIterator& it) {
     GxDbFullSubentPath path;
     KvVector<GxDbObjectId> opened;
@@ -350,7 +352,7 @@ void has(Console& console, const Arguments& arguments) {
     const Drawing& drawing = console.session.drawing();
     const GxDbObjectId id = idOf(drawing, arguments.word());
     const GxapSelectSet& set = console.session.set();
-    // The index knows whether the id is there. So no position is counted.
+    // Asks only whether the index has the id. So the library does not count the position of the item.
     const auto found = set.findInMap(id);
     const bool isThere = found != set.sharedData->dataMap.end();
     console.out << "set " << console.session.currentName() << (isThere ? " has " : " does not have ")
@@ -538,7 +540,7 @@ Filter blockFilter(const Drawing& drawing, const std::string& name) {
     return referencesTo(name);
 }
 
-// Returns the filter in the words before the last word.
+// Returns the filter that all words except the last one describe. The last word names the target set.
 Filter filterOf(const Console& console, const Arguments& arguments) {
     const std::vector<std::string>& words = arguments.words();
     const Arguments rest({words.begin() + 1, words.end() - 1}, arguments.usage());

@@ -26,7 +26,7 @@ public:
     void expectNone() const;
     // Returns all words as numbers, separated by commas or blanks. Requires `fewest` to `most` numbers.
     std::vector<double> numbers(std::size_t fewest, std::size_t most) const;
-    // Returns the numbers of numbers(), which must be whole and not negative.
+    // Returns numbers as numbers() does. Requires that they are whole and not negative.
     std::vector<int> positions(std::size_t fewest, std::size_t most) const;
     // Returns the words, separated by single blanks.
     std::string joined() const;

@@ -50,7 +50,7 @@ private:
 
 class BlockDefinition : public kvinmemory::NonEntity {
 public:
-    // An entity in the block: a curve or a reference. The other pointer is null.
+    // An entity in the block: a curve or a reference. The pointer to the other kind is null.
     struct Content {
         GxDbObjectId id;
         const Curve* curve;
@@ -66,8 +66,8 @@ public:
     const Content* find(GxDbObjectId id) const;   // null if it is not directly in this block; O(log n)
     const BoxTree& tree() const { return mTree; } // finds contents by their boxes, as indices of contents()
     const Box& box() const { return mBox; }
-    // Returns the number of curves that one reference to the block shows, at any depth. The largest number
-    // also stands for every larger one.
+    // Returns the number of curves that one reference to the block shows, at any depth. A number that is too
+    // large for the type is returned as the largest number.
     std::uint64_t curveCount() const { return mCurveCount; }
 
 private:
@@ -99,7 +99,7 @@ public:
     // Returns all blocks, the model first.
     const std::vector<const BlockDefinition*>& blocks() const { return mBlocks; }
 
-    // Return null if the id names something else.
+    // Return null if `id` names no curve, or no reference.
     const Curve* curve(GxDbObjectId id) const;
     const BlockReference* reference(GxDbObjectId id) const;
 

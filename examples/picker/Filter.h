@@ -13,7 +13,7 @@ using Filter = std::function<bool(const BlockDefinition::Content&)>;
 
 Filter curvesOfType(const std::string& type);
 Filter referencesTo(const std::string& block);
-// Matches entities whose own box is wholly inside the box.
+// Matches entities whose own box is wholly inside `box`.
 Filter inside(const Box& box);
 
 } // namespace picker

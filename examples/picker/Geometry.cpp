@@ -10,8 +10,8 @@ double radians(double degrees) {
     return degrees * 3.14159265358979323846 / 180;
 }
 
-// For two lines on one straight line, or single points of it: returns where the other line begins to cover
-// this one.
+// Returns where the other line begins to cover this line, as a parameter 0..1 from `from` to `to`. Both lines
+// must be parts of one straight line. Each line may be a single point.
 std::optional<double> overlap(Point from, Point to, Point otherFrom, Point otherTo) {
     const Point along = to - from;
     const double square = dot(along, along);
@@ -133,7 +133,8 @@ bool touches(const Box& box, Point from, Point to) {
         return true;
     if (!box.overlaps(Box::between(from, to)))
         return false;
-    // The boxes overlap. So the line misses the box only if all four corners are on one side of the line.
+    // The boxes of the line and of `box` overlap. So the line misses `box` only if all four corners of `box`
+    // are on one side of the line.
     const Point along = to - from;
     const double first = cross(along, box.low - from);
     return !(sameSide(first, cross(along, Point{box.high.x, box.low.y} - from)) &&
@@ -142,8 +143,8 @@ bool touches(const Box& box, Point from, Point to) {
 }
 
 std::optional<double> crossing(Point from, Point to, Point otherFrom, Point otherTo) {
-    // Sides are computed per end point. So a line through the joint of two lines meets at least one of them,
-    // whatever the rounding.
+    // The side of an end point is computed from that point and the other line alone. So a line through the
+    // joint of two lines meets at least one of the two, whatever the rounding.
     const Point other = otherTo - otherFrom;
     const double sideFrom = cross(other, from - otherFrom);
     const double sideTo = cross(other, to - otherFrom);
@@ -155,7 +156,8 @@ std::optional<double> crossing(Point from, Point to, Point otherFrom, Point othe
     if (sameSide(sideOtherFrom, sideOtherTo))
         return std::nullopt;
     if (sideFrom == 0 && sideTo == 0) {
-        // The other line may be a single point. It is beside this line unless these two are 0 as well.
+        // The other line may be a single point. If so, it is beside this line unless sideOtherFrom and
+        // sideOtherTo are 0, too.
         const bool oneLine = sideOtherFrom == 0 && sideOtherTo == 0;
         return oneLine ? overlap(from, to, otherFrom, otherTo) : std::nullopt;
     }

@@ -26,9 +26,10 @@ public:
     void lineTo(Point p);
     void quadraticTo(Point control, Point p);
     void cubicTo(Point control, Point secondControl, Point p);
-    // Appends SVG's elliptical arc: radii, rotation of the ellipse in degrees, and which of the four arcs.
+    // Appends SVG's elliptical arc. `rotation` turns the ellipse, in degrees. `large` and `sweep` choose one
+    // of the four arcs between the pen and `p`.
     void arcTo(Point radii, double rotation, bool large, bool sweep, Point p);
-    // Appends a full ellipse as one segment. It begins at its rightmost point.
+    // Appends a full ellipse as one segment, which begins at the rightmost point of the ellipse.
     void ellipse(Point centre, double radiusX, double radiusY);
     // Appends a line back to the last moveTo(), unless the pen is already there.
     void close();
@@ -54,7 +55,8 @@ private:
     std::uint32_t mFirst = 0; // first point of the segment that is being drawn
 };
 
-// Makes the outline of a rectangle: four sides, and between them four corners if these are rounded.
+// Makes the outline of a rectangle. It has four sides. If the corners are rounded, they are segments between
+// the sides.
 Outline rectangleOutline(const Box& box, double radiusX, double radiusY);
 
 struct NearestSegment {
@@ -66,7 +68,7 @@ struct Crossing {
     double parameter; // 0..1 along the segment, by length
 };
 
-// Tests for picks. They apply to the outline as the transform places it.
+// Tests for picks. They apply to the outline after `placement` has mapped it.
 std::optional<NearestSegment> nearestSegment(const Outline& outline, const Affine& placement, Point p);
 bool isWhollyInside(const Outline& outline, const Affine& placement, const Box& box);
 bool touches(const Outline& outline, const Affine& placement, const Box& box);

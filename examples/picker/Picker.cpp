@@ -31,8 +31,8 @@ Box boxAround(const std::vector<Point>& corners, const Affine& transform) {
 
 } // namespace
 
-// Visits the placed entities through the references. It uses a stack instead of recursion, so nesting may be
-// of any depth.
+// Visits the placed entities, also those inside references. A stack replaces recursion, so references may be
+// nested to any depth.
 class Picker::Walk {
 public:
     Walk(const BlockDefinition& block, const Affine& placement, const Region* region)
@@ -74,15 +74,16 @@ private:
             throw PickError("more than " + std::to_string(kMostExamined) + " entities; pick a smaller part");
     }
 
-    // Pushes the contents that may meet the region. The first one in drawing order is on top of the stack.
+    // Pushes the contents that may meet the region. The content that comes first in drawing order is on top
+    // of the stack.
     void push(const BlockDefinition& block) {
         const std::size_t bottom = mSteps.size();
         const auto depth = static_cast<std::uint32_t>(mPlacements.size() - 1);
         const auto pushContent = [&](std::size_t index) {
             mSteps.push_back({&block, static_cast<std::uint32_t>(index), depth});
         };
-        // A placement without an inverse flattens the block into a line or a point. All of its contents are
-        // then near.
+        // A placement without an inverse flattens the block into a line or a point. All contents of the block
+        // then count as near the region.
         const std::optional<Affine> toBlock = mRegion ? mPlacements.back().inverse() : std::nullopt;
         if (!toBlock) {
             for (std::size_t i = block.contents().size(); i > 0; --i)

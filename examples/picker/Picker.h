@@ -11,13 +11,13 @@
 
 namespace picker {
 
-// One placed entity.
+// An entity that a pick finds, at one of the places where the drawing shows the entity.
 struct Pick {
     std::vector<GxDbObjectId>
         path;         // from the outermost reference to the entity; a single id if the entity is in no block
     Affine placement; // from the entity's coordinates to the drawing's, through all references
     long gsMarker = -1;               // the segment that was met, counted from 1; -1: the whole entity
-    std::optional<Crossing> crossing; // with the fence
+    std::optional<Crossing> crossing; // where the fence first meets the entity
 
     bool isNested() const { return path.size() > 1; }
 };
@@ -29,11 +29,13 @@ public:
 
 class Picker {
 public:
-    // Called in drawing order. The pick belongs to the picker and is valid only during the call.
+    // A function that a pick calls for each entity, in drawing order. The Pick belongs to the picker and is
+    // valid only during the call.
     using Found = std::function<void(const Pick&)>;
 
-    // The largest number of placed entities and references that a pick may examine. More is a PickError.
-    // Blocks that are placed in blocks many times can show more entities than any machine can process.
+    // The largest number of placed entities and references that a pick may examine. A pick that would examine
+    // more throws PickError. Blocks that are placed in blocks many times can show more entities than any
+    // machine can process.
     static constexpr std::size_t kMostExamined = 5'000'000;
 
     explicit Picker(const Drawing& drawing) : mDrawing(drawing) {}
@@ -48,8 +50,8 @@ public:
     // Finds the entities that the chain of points meets, each with the first crossing along the entity.
     void fence(const std::vector<Point>& fence, const Found& found);
     void all(const Found& found);
-    // Finds everything that one placed reference shows. The paths begin after the reference. `placement` is
-    // that of the block that has the reference.
+    // Finds every entity that one placed reference shows. The paths begin after the reference. `placement` is
+    // the placement of the block that contains the reference.
     void allIn(const BlockReference& reference, const Affine& placement, const Found& found);
 
     // Returns how many placed entities and references the last pick examined.

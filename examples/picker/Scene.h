@@ -19,7 +19,7 @@ struct Shape {
 
 struct Insert {
     std::size_t block; // index in Scene::blocks
-    Affine placement;  // from that block's coordinates to this one's
+    Affine placement;  // from that block's coordinates to those of the block that contains this insert
     std::string name;
     std::size_t line = 0; // in the file
 };

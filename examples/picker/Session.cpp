@@ -51,7 +51,7 @@ InfoPointer infoOf(const Pick& pick) {
 // A marker that no pick has. It marks items that are to be removed.
 constexpr long kDoomed = std::numeric_limits<long>::min();
 
-// The first word of the info of an item with edges. The library writes it, too.
+// The first word of the info of an item with edges. The library writes the same word into such an info.
 constexpr std::uint32_t kEdgesInfo = 6;
 
 GxapSSetWriteAccessor& accessorOf(GxapSelectSet& set) {
@@ -67,12 +67,13 @@ std::vector<selected_entity*> sortedRecords(const GxapSelectSet& set) {
     return records;
 }
 
-// An entity counts one highlight for each record that highlights a part. An edit may give the set copies of
-// records that another set keeps. Then showCopies() makes the copies highlight their parts, too.
+// Highlights the copies of records that an edit makes. An entity counts one highlight for each record that
+// highlights a part of the entity. An edit may give the set copies of records that another set keeps. Then
+// showCopies() makes the copies highlight their parts, too.
 class CopyWatch {
 public:
     explicit CopyWatch(const GxapSelectSet& set) : CopyWatch(set, {set.sharedData}) {}
-    // `known` are the data that the set may share in the end.
+    // After the edit, the set may share one of the data `known`. The edit has then made no copies.
     CopyWatch(const GxapSelectSet& set, std::vector<const GxapSelectSet::SSetData*> known)
         : mSet(set), mKnown(std::move(known)) {}
 
@@ -99,9 +100,9 @@ void showRecord(const selected_entity& record, bool on) {
         gxutEntityGxDbFullPathHighlight(record.mainEntId, record.highlightSegmentArray, false, on);
 }
 
-// Runs the edit, and deletes the records that it removed from the set. Their highlights are turned off first.
-// The library itself keeps a removed record allocated, because somebody else may hold it. Nobody does here.
-// Returns the number of deleted records.
+// Runs the edit, and deletes the records that the edit removes from the set. First turns the highlights of
+// these records off. The library itself keeps a removed record allocated, because somebody else may hold the
+// record. Nobody holds a removed record in this program. Returns the number of deleted records.
 template <class Edit>
 std::uint32_t editAndRelease(GxapSelectSet& set, Edit edit) {
     unshared(set);
@@ -118,8 +119,8 @@ std::uint32_t editAndRelease(GxapSelectSet& set, Edit edit) {
     return static_cast<std::uint32_t>(removed.size());
 }
 
-// Turns the highlights of a set off before its records are destroyed. Shared records live on and stay
-// highlighted.
+// Turns the highlights of a set off, before its records are destroyed. Does nothing if another set shares the
+// records, since those records stay and keep their highlights.
 void darken(const GxapSelectSet& set) {
     if (set.sharedData && set.sharedData->refCount < 2)
         set.draw(false, false);
@@ -257,7 +258,8 @@ void Session::assign(const std::string& target, const std::string& source) {
 void Session::unite(const std::string& target, const std::string& a, const std::string& b) {
     const GxapSelectSet& left = set(a);
     const GxapSelectSet& right = set(b);
-    // A separate set, since the target may be an operand. The library would replace the second operand first.
+    // A separate set, since the target may be an operand. If the target were the second operand, merge()
+    // would first replace the contents of the target.
     GxapSelectSet sum;
     const CopyWatch watch(sum, {left.sharedData, right.sharedData});
     accessorOf(sum).merge(&left, &right);
@@ -336,9 +338,9 @@ std::uint32_t Session::removeAt(int position) {
     return removeIf([&](const Item& it) { return it.index == position; });
 }
 
-// The library removes by main id, sub id and marker, and takes the first item that has all three. Several
-// items have the same three if a block inside the outermost reference is placed several times. So removeIf()
-// first gives the items to remove a marker of their own.
+// The library removes an item by main id, sub id and marker. It takes the first item that has all three.
+// Several items have the same three keys if a block inside the outermost reference is placed several times.
+// So removeIf() first gives the items that are to be removed a marker of their own.
 std::uint32_t Session::removeIf(const std::function<bool(const Item&)>& isDoomed) {
     std::vector<int> positions;
     for (Item it = set().begin(); !it.isDone(); it.step()) {
@@ -378,8 +380,8 @@ void Session::clear() {
 
 // ---- edges
 
-// The library's own function adds an entity that is not in the set as an item that accepts no paths. So
-// edgeItem() makes the item and gives it a list.
+// Returns the item that has the edges of an entity. If there is no such item, makes it, with an empty list
+// for the edges. The library's own function would make an item that accepts no paths.
 GxapSelectSet::Iterator Session::edgeItem(GxDbObjectId id) {
     const Item held = set().findMainSubsel(id);
     if (!held.isDone() && !held.get()->hasSubselPaths)
@@ -407,7 +409,7 @@ Tally Session::addEdge(Point p, double aperture) {
     const GxapSelectSet::Iterator it = edgeItem(id);
     if (!edit().appendSubentPathSubsel(path))
         throw CommandError(drawing().label(id) + " takes no edges");
-    // The list has a copy that the library never deletes.
+    // The list has a copy of `path`. The library never deletes this copy.
     const KvVector<GxDbFullSubentPath*>& paths = *it.ConstIterator::get()->subselPathArray;
     mEdgePaths.emplace_back(paths.at(paths.logicalLength() - 1));
     return {1, 1};
@@ -417,7 +419,7 @@ void Session::removeEdge(int position, int edge) {
     expectPosition(position);
     const selected_entity* record = set().getAt(position);
     const int edges = record->hasSubselPaths ? record->subselPathArray->logicalLength() : 0;
-    if (edge >= edges) // the library throws if the position equals the length
+    if (edge >= edges) // the library throws if `edge` equals the length of the list
         throw CommandError("item " + std::to_string(position) + " has no edge " + std::to_string(edge));
     const bool isHighlighted = record->highlightSegmentArray != nullptr;
     unhighlight({position});
@@ -457,7 +459,8 @@ void Session::unhighlightAll() {
         unhighlight(it);
 }
 
-// Entities count highlights. So the item's previous highlights are ended first.
+// Highlights an item. An entity counts its highlights, so the function first ends the item's previous
+// highlights.
 void Session::highlight(GxapSelectSet::Iterator& it) {
     unhighlight(it);
     const selected_entity& record = *it.get();
@@ -528,7 +531,7 @@ void Session::drop(const std::string& name) {
     mSaved.erase(name);
 }
 
-// Deletes the names first, since they mean nothing without the list.
+// Deletes the names before the list, since they mean nothing without the list.
 void Session::dropAll() {
     mSaved.clear();
     GxapSelectSetListManager::destroy();
@@ -602,9 +605,10 @@ void Session::add(const Pick& pick) {
     const KvVector<GxDbObjectId> path = isNested ? toVector(pick.path) : KvVector<GxDbObjectId>();
     const GxDbObjectId subId = isNested ? pick.path.back() : GxDbObjectId::kNull;
     GxapSelectSet& set = mSets.at(mCurrent);
-    // Does not make the data private first: if the library refuses the item, shared data must stay shared.
+    // add() does not make the data private before select(). If the library refuses the item, shared data must
+    // stay shared.
     const CopyWatch watch(set);
-    // The set owns the info from this call on, even if it refuses the item or runs out of memory.
+    // The set owns the info from this call on, even if the set refuses the item or runs out of memory.
     accessorOf(set).select(pick.path.front(), subId, pick.gsMarker, info.release(),
                            isNested ? &path : nullptr);
     watch.showCopies();

@@ -1,7 +1,8 @@
-// The user's work: one drawing, and named working sets. One of the sets is current.
+// The user's work: one drawing, and working sets with names. One of the working sets is current.
 //
 // An item for an entity of a block has the outermost reference as main id, the entity as sub id, and the
-// whole path from one to the other. Its info has the compound transform of the references.
+// whole path from the reference to the entity. The info of the item has the compound transform of the
+// references.
 #pragma once
 
 #include "examples/picker/Drawing.h"
@@ -44,7 +45,8 @@ struct Transfer {
 // The two words that name a set in the list of named sets.
 using SetWords = std::array<long, 2>;
 
-// A process has only one list of named sets. So only one session at a time can save sets.
+// The work of one user. A process has only one list of named sets. So only one session at a time can save
+// sets.
 class Session {
 public:
     Session() = default;
@@ -52,7 +54,7 @@ public:
     Session& operator=(const Session&) = delete;
     ~Session();
 
-    // Replace the drawing. All sets of the old drawing are deleted.
+    // Replace the drawing, and delete all sets of the old drawing.
     void load(const std::string& file);
     void load(const Scene& scene);
     const std::string& file() const { return mFile; } // empty if the drawing does not come from a file
@@ -70,8 +72,8 @@ public:
     Tally crossing(const Box& box);
     Tally fence(const std::vector<Point>& chain);
     Tally all();
-    // Adds the whole entities at the ends of paths of ids. CommandError if a path leads to no entity. No
-    // entity is added then.
+    // Adds the whole entities at the ends of paths of ids. If a path leads to no entity, throws CommandError
+    // and adds no entity.
     Tally byPaths(const std::vector<std::vector<GxDbObjectId>>& paths);
 
     // ---- working sets
@@ -80,22 +82,22 @@ public:
     const std::string& currentName() const { return mCurrent; }
     const GxapSelectSet& set() const { return mSets.at(mCurrent); }
     const GxapSelectSet& set(const std::string& name) const; // CommandError if there is none
-    // Makes the set current. Creates an empty set if there is none of that name.
+    // Makes the set with this name current. Creates an empty set if no set has the name.
     void use(const std::string& name);
-    // Copies the current set. Both sets share their data until one of them changes.
+    // Copies the current set to `name`. Both sets share their data until one of them changes.
     void copyTo(const std::string& name);
-    // The target may be one of the operands.
+    // `target` may also be an operand.
     void assign(const std::string& target, const std::string& source);
     void unite(const std::string& target, const std::string& a, const std::string& b);
     void subtract(const std::string& target, const std::string& a, const std::string& b);
-    // Adds those items of the current set to another set whose main entity matches.
+    // Adds to the set `target` the items of the current set whose main entity matches `filter`.
     Transfer copyMatching(const Filter& filter, const std::string& target);
     // Does what copyMatching() does, and then removes these items from the current set.
     Transfer moveMatching(const Filter& filter, const std::string& target);
 
     // ---- edits of the current set
 
-    // Each returns the number of removed items.
+    // Each of these functions except clear() returns the number of removed items.
     std::uint32_t removeNearest(Point p, double aperture);
     std::uint32_t removeInside(const Box& box); // removes the entities that are wholly inside
     // Removes the entities at the ends of paths of ids. A single id stands for all items with that main id.
@@ -106,21 +108,22 @@ public:
 
     // ---- edges: segments of an entity, which one item sub-selects
 
-    // Adds the segment nearest to the point, if there is one. CommandError if the set already has the entity
-    // as an item without edges.
+    // Adds the segment nearest to the point, if a segment is near enough. Throws CommandError if the set
+    // already has the entity as an item without edges.
     Tally addEdge(Point p, double aperture);
     void removeEdge(int position, int edge);
 
     // ---- highlights
 
-    // Highlight the whole path of each item, or its edges, or end that. CommandError if a position has no
-    // item. Nothing is changed then.
+    // highlight() highlights the whole path of each item, or the edges of an item that has edges.
+    // unhighlight() ends that. If a position has no item, both throw CommandError and change nothing.
     void highlight(const std::vector<int>& positions);
     void unhighlight(const std::vector<int>& positions);
     void highlightAll();
     void unhighlightAll();
     // Highlights the segment nearest to the point, in addition to what its item highlights. Returns the
-    // item's position, or nothing if there is no entity. CommandError if the entity is not in the set.
+    // item's position, or nothing if there is no entity near the point. Throws CommandError if the entity is
+    // not in the set.
     std::optional<int> highlightSegment(Point p, double aperture);
 
     // ---- sets with names, in the process's list
@@ -149,7 +152,8 @@ private:
 
     std::unique_ptr<const Drawing> mDrawing;
     std::string mFile;
-    // The paths of edges. Items of copied sets share them, so they live until the drawing is replaced.
+    // The paths of edges. Items of copied sets share these paths, so the paths live until the drawing is
+    // replaced.
     std::vector<std::unique_ptr<GxDbFullSubentPath>> mEdgePaths;
     std::map<std::string, SetWords> mSaved;
     std::map<std::string, GxapSelectSet> mSets = freshSets();

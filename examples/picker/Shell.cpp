@@ -62,7 +62,7 @@ private:
 
 #ifdef PICKER_HAS_LIBEDIT
 
-// Returns names that the readline library may free.
+// Returns the next command name that begins with `prefix`, or null. The readline library frees the name.
 char* nextCompletion(const char* prefix, int isContinued) {
     static std::size_t next = 0;
     if (!isContinued)
@@ -76,7 +76,7 @@ char* nextCompletion(const char* prefix, int isContinued) {
 }
 
 char** completions(const char* prefix, int begin, int) {
-    // Only the first word is a command. After it, the default completes file names.
+    // Only the first word is a command. For other words, null makes the readline library complete file names.
     return begin == 0 ? rl_completion_matches(prefix, nextCompletion) : nullptr;
 }
 
@@ -133,7 +133,7 @@ Failure platformFailure(std::unique_ptr<KvException> exception) {
     return {kCommandFailed, text};
 }
 
-// Runs the command whose words `words()` returns.
+// Runs the command whose words `words` returns.
 template <class Words>
 std::optional<Failure> tryCommand(Console& console, Words words) {
     try {
@@ -150,7 +150,8 @@ std::optional<Failure> tryCommand(Console& console, Words words) {
     }
 }
 
-// Prints the place of the command before the message. The message of a broken drawing has a place of its own.
+// Prints the place of the command and the message. Leaves the place out for a broken drawing, since the
+// message then begins with a place in the drawing.
 void report(const Failure& failure, const std::string& place, const ShellOutput& output) {
     output.out << std::flush;
     output.errors << "picker: " << (failure.status == kDrawingBroken ? "" : place) << failure.message
@@ -164,15 +165,15 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Comments are not shown, since they are for the reader of the script. An echo command is not shown, since
-// its output is.
+// Returns whether a line of a script is shown. A comment is not shown, since it is for the reader of the
+// script. An echo command is not shown, since its output is shown anyway.
 bool isShown(const std::string& line) {
     const std::size_t begin = line.find_first_not_of(" \t\r");
     return begin != std::string::npos && line[begin] != '#' && line.compare(begin, 5, "echo ") != 0 &&
            line.compare(begin, std::string::npos, "echo") != 0;
 }
 
-// A job from the command line. Jobs are done in their order.
+// A job from the command line. Jobs are done in the order in which they are on the command line.
 struct Job {
     enum class Kind { drawing, script, command };
     Kind kind;

@@ -38,7 +38,7 @@ struct ShellOutput {
     bool showsCommands = false; // prints each command as if it had been typed
 };
 
-// Runs all lines. After an error it continues only if a user types the lines.
+// Runs all lines. After an error, continues only if a user types the lines.
 ExitStatus runLines(Session& session, Lines& lines, const ShellOutput& output);
 
 // Runs the whole program. `arguments` lacks the program's name.

@@ -46,8 +46,8 @@ struct PendingElement {
 
 // ---- attributes
 
-// Reads the numbers of one element's attributes. A malformed number counts as 0, and areSound() is then
-// false.
+// Reads the numbers of one element's attributes. A malformed number counts as 0. After a malformed number,
+// areSound() returns false.
 class Lengths {
 public:
     Lengths(xml_node node, Size viewport) : mNode(node), mViewport(viewport) {}
@@ -82,7 +82,8 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
-// Returns a style property from the style attribute, or from the attribute of that name.
+// Returns the style property `name` from the style attribute. If the style attribute lacks the property,
+// returns the value of the attribute `name`.
 std::string_view property(xml_node node, const char* name) {
     std::string_view style = node.attribute("style").value();
     std::string_view value = node.attribute(name).value();
@@ -198,15 +199,15 @@ std::optional<ViewBox> viewBoxOf(xml_node node) {
     return ViewBox{{(*numbers)[0], (*numbers)[1]}, {(*numbers)[2], (*numbers)[3]}};
 }
 
-// Returns the share of the spare room before the content. It depends on the three letters after the axis:
-// Min, Mid or Max.
+// Returns the share of the spare room that is before the content. The share depends on the three letters
+// after `axis` in `align`: Min, Mid or Max.
 double alignment(std::string_view align, char axis) {
     const std::size_t place = align.find(axis);
     const std::string_view which = place == std::string_view::npos ? "Mid" : align.substr(place + 1, 3);
     return which == "Min" ? 0 : which == "Max" ? 1 : 0.5;
 }
 
-// Returns the map that fits the view box of an element into a room of that size.
+// Returns the map that fits the view box of an element into `room`.
 Affine fitted(const ViewBox& viewBox, Size room, std::string_view preserveAspectRatio) {
     double sx = room.width / viewBox.size.width;
     double sy = room.height / viewBox.size.height;
@@ -287,7 +288,8 @@ private:
                             message);
     }
 
-    // Returns the element's name in the SVG namespace. It is empty for text, comments and foreign elements.
+    // Returns the element's name without its prefix, if the element is in the SVG namespace. Returns an empty
+    // name for text, comments and foreign elements.
     std::string_view typeOf(xml_node node) const {
         const std::string_view name = node.name();
         const std::size_t colon = name.find(':');
@@ -338,7 +340,8 @@ private:
         return place->second;
     }
 
-    // Takes elements from a stack instead of using recursion. So nesting has no limit.
+    // Reads the elements of a block. Takes them from a stack instead of using recursion, so nesting has no
+    // limit.
     void readBlock(std::size_t block) {
         mBlock = block;
         const xml_node target = mTargets[block];
@@ -346,7 +349,8 @@ private:
         context.viewport = pageSize();
         const std::string_view type = typeOf(target);
         if (type == "svg" || type == "symbol") {
-            // The insert fits the view box. Here the view box is only what percentages refer to.
+            // The placement of an insert fits the view box into the insert's room. So here, only percentages
+            // refer to the view box.
             if (const std::optional<ViewBox> viewBox = viewBoxOf(target))
                 context.viewport = viewBox->size;
             pushChildren(target, context);
@@ -438,8 +442,8 @@ private:
         pushChildren(node, context);
     }
 
-    // Returns the map from the contents of a svg or symbol to its room. Returns nothing if the element shows
-    // nothing.
+    // Returns the map from the contents of `node`, a svg or symbol, to `room`. Returns nothing if the view
+    // box or the room has no area, since the element then shows nothing.
     std::optional<Affine> viewTransform(xml_node node, Size room) const {
         const std::optional<ViewBox> viewBox = viewBoxOf(node);
         if (!viewBox)
@@ -451,7 +455,7 @@ private:
         return fitted(*viewBox, room, node.attribute("preserveAspectRatio").value());
     }
 
-    // Reads only the first child of a switch that has no requirements.
+    // Reads only the first child without requirements. The other children of a switch are not shown.
     void readSwitch(xml_node node, const Context& context) {
         for (const xml_node child : node.children()) {
             const bool isPlain = child.attribute("requiredExtensions").empty() &&
@@ -486,7 +490,8 @@ private:
                                     printable(node.attribute("id").value()), lineOf(node)});
     }
 
-    // Returns the map that fits the target of a use into the room of the use.
+    // Returns the map that fits the target of a use into the room of the use. Returns nothing if that use
+    // shows nothing.
     std::optional<Affine> insertedView(xml_node target, Lengths& lengths, Size viewport) const {
         const std::string_view type = typeOf(target);
         if (type != "svg" && type != "symbol")

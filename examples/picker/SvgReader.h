@@ -12,7 +12,7 @@
 
 namespace picker {
 
-// The file cannot be read, or is no drawing. The text names the file and, if known, line and column.
+// Thrown if the file cannot be read or is no drawing. The text names the file and, if known, line and column.
 class DrawingError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -23,7 +23,7 @@ bool isShapeType(const std::string& name);
 
 Scene readSvg(const std::string& file);
 
-// Reads a drawing from a text. Errors call it `name`.
+// Reads a drawing from a text. Error messages call the text `name`.
 Scene parseSvg(const std::string& text, const std::string& name);
 
 } // namespace picker

@@ -46,7 +46,7 @@ std::optional<Affine> transformFunction(std::string_view name, const std::vector
     return std::nullopt;
 }
 
-// Draws path data. A command letter draws one segment for each set of arguments after it.
+// Draws path data. For a command letter, draws one segment for each set of arguments after the letter.
 class PathDrawer {
 public:
     PathDrawer(std::string_view text, Outline& outline) : mScanner(text), mOutline(outline) {}
@@ -99,7 +99,8 @@ private:
         return nextIsCommandOrEnd();
     }
 
-    // Reads a complete set of arguments, or nothing. nextIsCommandOrEnd() finds the rest of a broken set.
+    // Reads a complete set of arguments, or nothing. If a set is incomplete, nextIsCommandOrEnd() then finds
+    // what is left of it and returns false.
     bool readArguments(char command, Arguments& arguments) {
         const ValueScanner before = mScanner;
         const std::size_t count = static_cast<std::size_t>(kArgumentCounts[kLetters.find(command)]);
@@ -128,8 +129,8 @@ private:
 
     Point target(double x, double y) const { return mRelative ? mOutline.pen() + Point{x, y} : Point{x, y}; }
 
-    // Returns the control point of a smooth curve: the last control point mirrored at the pen. If the last
-    // curve was of another kind, it is the pen.
+    // Returns the control point of a smooth curve: the last control point mirrored at the pen. Returns the
+    // pen if the last curve was of another kind.
     Point mirroredControl(char kind) const {
         const bool sameKind = mLastControl && mLastKind == kind;
         return sameKind ? 2 * mOutline.pen() - *mLastControl : mOutline.pen();

@@ -18,7 +18,7 @@ public:
     explicit Table(std::vector<Column> columns) : mColumns(std::move(columns)) {}
 
     void add(std::vector<std::string> row) { mRows.push_back(std::move(row)); }
-    // Prints the table. If the lines would be longer than `width`, it cuts the cells of the widest columns in
+    // Prints the table. If the lines would be longer than `width`, cuts the cells of the widest columns in
     // the middle.
     void print(std::ostream& out, std::size_t width) const;
 
@@ -33,7 +33,8 @@ private:
 
 // Returns the number of characters, not bytes, of UTF-8 text.
 std::size_t displayWidth(const std::string& text);
-// Returns the text. If it is too wide, returns its beginning and end with two dots between them.
+// Returns the text. If the text is wider than `width`, returns its beginning and its end with two dots
+// between them.
 std::string shortened(const std::string& text, std::size_t width);
 
 } // namespace picker

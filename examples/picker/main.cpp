@@ -7,7 +7,7 @@
 
 namespace {
 
-// Returns the width of the terminal. Without a terminal, it returns a width that suits most readers.
+// Returns the width of the terminal. If there is no terminal, returns a width that suits most readers.
 std::size_t lineWidth() {
     constexpr std::size_t kDefault = 100;
     winsize size{};

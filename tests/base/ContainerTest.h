@@ -1,5 +1,5 @@
 // The fixture of the tests of containers. A test fails if it leaves memory allocated. The crash recorder is
-// installed, so the recording of expected errors is checked, too.
+// installed, so tests of errors also check that the errors are recorded.
 #pragma once
 
 #include "platform/inmemory/InMemoryOsBase.h"

@@ -285,7 +285,7 @@ TEST_F(KvSTLAllocatorTest, EntryErasedAndInsertedAgainRaisesTheGeneration) {
     EXPECT_EQ(index.get_allocator().pool()->live(), 3u);
 }
 
-// libc++ assigns to the values of the old nodes without telling the allocator.
+// libc++ assigns to the values of the old nodes. This calls no function of the allocator.
 #ifndef _LIBCPP_VERSION
 TEST_F(KvSTLAllocatorTest, AssignmentThatFillsTheOldNodesAnewRaisesTheGeneration) {
     Index index = pooledIndex();

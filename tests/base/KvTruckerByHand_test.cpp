@@ -1,5 +1,5 @@
-// Callers change slots and pages directly. Under the address sanitizer, these tests also show that no freed
-// memory is read.
+// Tests a store whose slots and pages a caller has changed directly. Under the address sanitizer, these tests
+// also show that no freed memory is read.
 #include "base/KvTrucker.h"
 
 #include "tests/base/ContainerTest.h"
@@ -78,7 +78,7 @@ protected:
 
     void fillWith(int count) { slots = fill(store, count); }
 
-    // Moves the value of an occupied slot to a free one. The page's count stays correct.
+    // Moves the value of an occupied slot to a free slot of the page. The page's count stays correct.
     void move(std::size_t from, std::size_t to) const {
         ASSERT_EQ(slots[from]->free, 0);
         ASSERT_EQ(slots[to]->free, 1);
@@ -372,7 +372,7 @@ TEST_F(KvTruckerGivenPageTest, PageThatComesBackIsThere) {
 
 // ---- pages at the addresses of freed pages
 
-// Reuses the block that was freed last.
+// Allocates the block of this size that was freed last, if there is one.
 template <class T>
 class ReusingAllocator {
 public:
@@ -417,8 +417,8 @@ protected:
         ContainerTest::TearDown();
     }
 
-    // Replaces the tail by a younger page with as many elements, at the address of the old tail. The
-    // iterators are still on the old one.
+    // Frees the tail, and makes a younger page with as many elements at the address of the old tail. The
+    // iterators `onFifth` and `atEnd` are still on the old tail.
     void replaceTail() {
         const Store::Page* const tail = store.tail;
         const Store::Slot* const slots = tail->slots;

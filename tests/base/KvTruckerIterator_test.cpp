@@ -38,7 +38,7 @@ protected:
         ContainerTest::TearDown();
     }
 
-    // Frees the elements first .. last, and keeps the page that this empties.
+    // Frees the elements `first` to `last` of the page, and keeps the page when it is empty.
     void emptyAndKeep(std::size_t first, std::size_t last, SmallStore::Page* page) {
         for (std::size_t i = first; i <= last; ++i)
             store.removeSlot(slots[i], page, false);

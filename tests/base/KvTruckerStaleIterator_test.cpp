@@ -1,4 +1,4 @@
-// Iterators whose page is freed. The address sanitizer reports a read of freed memory.
+// Tests iterators whose page is freed. The address sanitizer reports a read of freed memory.
 #include "base/KvTrucker.h"
 
 #include "tests/base/ContainerTest.h"
@@ -259,7 +259,7 @@ TEST_F(KvTruckerStaleIteratorTest, FreshIteratorOfARefilledStoreWorks) {
     EXPECT_THAT(walkFrom(store, store.iteratorAt(0)), ElementsAre(0, 1, 2, 3, 4, 5));
 }
 
-// The new page may have the address of the old one. The iterator may then read the new page.
+// The new page may have the address of the freed page. The iterator may then read the new page.
 TEST_F(KvTruckerStaleIteratorTest, IteratorIntoARefilledStoreReadsAnElementOrRaises) {
     freeTail();
     store.append(40);

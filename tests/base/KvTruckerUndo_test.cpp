@@ -1,5 +1,5 @@
-// Functions that operations on many elements need: undoing appends, and finding out what was appended after a
-// mark.
+// Tests functions that operations on many elements need: undoing appends, and finding out what was appended
+// after a mark.
 #include "base/KvTrucker.h"
 
 #include "tests/base/ContainerTest.h"

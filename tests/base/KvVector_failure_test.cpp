@@ -28,7 +28,8 @@ class KvVectorFailureOf : public kvtest::ContainerTest {
 protected:
     using Operation = std::function<void(Vector&)>;
 
-    // Makes each allocation of an operation on an unshared vector of this length fail.
+    // Makes each allocation of an operation fail in turn. The vector has this length and shares its block
+    // with no other vector.
     static void expectPrivateVectorSurvives(int length, const Operation& operation) {
         forEachAllocationFailure([&](kvtest::FailurePoint& point) {
             Vector vector = filled<Vector>(length);
@@ -44,7 +45,8 @@ protected:
         });
     }
 
-    // Does the same with a vector whose block another vector shares.
+    // Makes each allocation of an operation fail in turn. The vector has this length, and another vector
+    // shares its block.
     static void expectSharersSurvive(int length, const Operation& operation) {
         forEachAllocationFailure([&](kvtest::FailurePoint& point) {
             Vector vector = filled<Vector>(length);

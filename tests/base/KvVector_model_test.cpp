@@ -21,7 +21,7 @@
 namespace {
 
 struct ModelBlock {
-    std::vector<int> numbers; // numbers of the values of the elements
+    std::vector<int> numbers; // element i has value number numbers[i]
     int capacity = 0;
     int growLength = 8;
 };
@@ -97,8 +97,8 @@ private:
 
     int length(std::size_t actor) const { return static_cast<int>(mModels[actor]->numbers.size()); }
 
-    // The empty block has other sharers: the platform, the library and members of this class. Their number
-    // does not change.
+    // Returns how many vectors share the block. The empty block has other sharers, too: the platform, the
+    // library and members of this class. The number of the other sharers does not change.
     std::uint32_t expectedShares(const ModelVector& model) const {
         const auto own = static_cast<std::uint32_t>(std::count(mModels.begin(), mModels.end(), model));
         return model == mEmpty ? own + mSharesElsewhere : own;

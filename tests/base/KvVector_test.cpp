@@ -271,7 +271,7 @@ TYPED_TEST(KvVectorOf, ShrinkingASharedVectorToNothingKeepsItsCapacity) {
     EXPECT_EQ(contents(other), this->numbered({0, 1, 2, 3, 4}));
 }
 
-// copyBeforeWrite(0) keeps all elements, so they are there when the length grows again.
+// copyBeforeWrite(0) keeps all elements. So the elements are there when the length grows again.
 TYPED_TEST(KvVectorOf, ShrinkingASharedVectorToNothingCopiesItsElements) {
     TypeParam vector = filled<TypeParam>(3);
     const TypeParam other(vector);
@@ -829,7 +829,7 @@ TEST_F(KvVectorMemory, DelegateAllocatorCountsBytesBeyondAnInt) {
     EXPECT_EQ(kvinmemory::mallocCallsOfSize(std::size_t{INT_MAX} * sizeof(double)), 1);
 }
 
-// The storage may be the first or the second allocation. The test checks only its size.
+// The vector may allocate the storage first or second. The test checks only the size of the storage.
 TEST_F(KvVectorMemory, GrowthToTheLargestIntIsAskedFor) {
     IdVector vector = filled<IdVector>(8);
     vector.data.block->growLength = INT_MAX - 8;
@@ -842,8 +842,8 @@ TEST_F(KvVectorMemory, GrowthToTheLargestIntIsAskedFor) {
     EXPECT_EQ(vector.logicalLength(), 8);
 }
 
-// An element so large that no heap has room for many of them. Its operator new fails by itself, because a
-// sanitizer's heap would end the program.
+// An element so large that no heap has room for many such elements. Its operator new fails without asking the
+// heap, because a sanitizer's heap would end the program.
 struct Vast {
     static void* operator new[](std::size_t) { throw std::bad_alloc(); }
     static void* operator new[](std::size_t, const std::nothrow_t&) noexcept { return nullptr; }

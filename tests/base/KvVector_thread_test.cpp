@@ -43,7 +43,7 @@ bool holds(const Vector& vector, const std::vector<kvtest::Element<Vector>>& exp
 }
 
 // Releases a vector's block as the destructor does. Assigning an empty vector would also change the count of
-// the empty block, which would order the threads.
+// the empty block. That change would order the threads.
 template <class Vector>
 void letGo(Vector& vector) {
     vector.data._release();

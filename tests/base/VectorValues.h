@@ -71,7 +71,7 @@ Element<Vector> value(int n) {
     return ValueOf<Element<Vector>>::number(n);
 }
 
-// The vector types of a typed test, and their names in its output.
+// The vector types of a typed test, and their names in the output of the test.
 using VectorTypes = ::testing::Types<KvVector<int>, KvVector<std::string>, KvVector<GxDbObjectId>>;
 
 struct VectorTypeName {
@@ -82,14 +82,14 @@ struct VectorTypeName {
     }
 };
 
-// Sets the elements from `from` on to the values first, first + 1, ...
+// Sets the elements from index `from` on to the values with the numbers first, first + 1, ...
 template <class Vector>
 void setValues(Vector& vector, int from, int first) {
     for (int i = from; i < vector.logicalLength(); ++i)
         vector.at(i) = value<Vector>(first + i - from);
 }
 
-// Returns a vector of the values 0, 1, ... length - 1.
+// Returns a vector of the values with the numbers 0, 1, ... length - 1.
 template <class Vector>
 Vector filled(int length) {
     Vector vector;
@@ -107,7 +107,7 @@ std::vector<Element<Vector>> contents(const Vector& vector) {
     return elements;
 }
 
-// Returns the values of these numbers, to compare with contents().
+// Returns the values with these numbers. Tests compare them with contents().
 template <class Vector>
 std::vector<Element<Vector>> values(const std::vector<int>& numbers) {
     std::vector<Element<Vector>> elements;

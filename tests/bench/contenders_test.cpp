@@ -1,5 +1,5 @@
-// The contenders of the benchmark do the same work. After the same edits, every contender has the same items,
-// the library included.
+// Tests that the contenders of the benchmark do the same work. After the same edits, every contender has the
+// items that the library has.
 
 #include "bench/Contenders.h"
 #include "bench/OneMainId.h"
@@ -30,7 +30,7 @@ Picks marked(std::size_t first, std::size_t count) {
     return result;
 }
 
-// One occurrence of an entity inside two blocks, the inner of them given.
+// Returns an occurrence of an entity inside two blocks. `inner` is the number of the inner block.
 NestedPick nested(std::size_t inner, long marker = -1) {
     NestedPick result{pick(7, marker), {}};
     result.path.setLogicalLength(3);
@@ -223,7 +223,7 @@ TYPED_TEST(Contender, FindsNoItemToRemoveWhenTheRuleIsTurnedOnForDifferentIds) {
     EXPECT_EQ(markersOf(set), (Markers{1, 2, 3}));
 }
 
-// Each aborts where it has not done its job.
+// Runs an operation in both orders. Its check() ends the program if run() has a wrong result.
 template <class Operation>
 void checkOperation() {
     for (const Order order : {Order::kAscending, Order::kShuffled}) {
@@ -274,7 +274,7 @@ TYPED_TEST(OneMainId, IsOnePerItemWhereThereAreMany) {
     EXPECT_EQ(ids.size(), 5u);
 }
 
-// The test selects nothing after a removal, since not all contenders keep the order then.
+// The test selects nothing after a removal. Not all contenders would then keep the order of the items.
 TYPED_TEST(Contender, HoldsWhatTheLibraryHoldsAfterRandomEdits) {
     for (unsigned seed = 0; seed < 50; ++seed) {
         std::mt19937 random(seed);

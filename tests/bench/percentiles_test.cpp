@@ -9,7 +9,7 @@ using kvbench::Nanoseconds;
 using kvbench::Percentiles;
 using kvbench::percentilesOf;
 
-// From 1 to `most`, the highest first.
+// Returns the numbers from `most` down to 1.
 std::vector<Nanoseconds> descendingFrom(Nanoseconds most) {
     std::vector<Nanoseconds> samples;
     for (Nanoseconds sample = most; sample > 0; --sample)

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kOutOfMemory = 6;
 
-// If an operation allocates more often, the test fails. Otherwise it might never end.
+// The test fails if an operation allocates more often. Without this limit, the test might never end.
 constexpr long kMostAllocations = 1000000;
 
 } // namespace

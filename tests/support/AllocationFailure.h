@@ -59,10 +59,10 @@ enum class Expect {
     None      // the operation does not allocate: no failure may fire
 };
 
-// Calls scenario(point) with a failure at allocation 1, 2, ... of each kind, until no failure fires. Each
-// failure has two modes: once, and from then on. The scenario must make new objects, and call point.run([&] {
-// operation }) once. Then it must check the objects against point.outcome(). The function returns early after
-// a failed check.
+// Calls scenario(point) with a failure at allocation 1, 2, ... of each kind, until no failure fires. Does
+// this in two modes: the allocation fails once, or it and all later ones fail. The scenario must make new
+// objects, and call point.run([&] { operation }) once. Then it must check the objects against
+// point.outcome(). The function returns early after a failed check.
 void forEachAllocationFailure(const std::function<void(FailurePoint&)>& scenario,
                               Expect expect = Expect::Failures);
 

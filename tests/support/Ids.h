@@ -9,8 +9,8 @@
 
 namespace kvtest {
 
-// Returns id number n. 0 is the null id. The ids ascend with n. They are only for comparisons and storage,
-// and must not be opened.
+// Returns id number n. 0 is the null id. A greater n gives a greater id. The ids are only for comparisons and
+// storage, and must not be opened.
 inline GxDbObjectId id(unsigned long n) {
     return GxDbObjectId(reinterpret_cast<GxDbStub*>(16 * n));
 }
@@ -36,7 +36,7 @@ std::uint32_t emptyBlockCount();
 
 // Removes the empty block while the object lives.
 //
-// Invariant: gpEmptyVectorData is null while the object lives. The destructor restores it.
+// Invariant: gpEmptyVectorData is null while the object lives. The destructor restores gpEmptyVectorData.
 //
 // Thread safety: none. No other thread may use a vector while the object lives.
 class WithoutEmptyBlock {

@@ -13,7 +13,7 @@ inline GxapSelectedEntInfo* makeInfo() {
     return new (_kvMalloc(sizeof(GxapSelectedEntInfo))) GxapSelectedEntInfo();
 }
 
-// Destroys and frees an info that no set owns. Null does nothing.
+// Destroys and frees an info that no set owns. Does nothing for null.
 inline void freeInfo(GxapSelectedEntInfo* info) {
     if (info == nullptr)
         return;

@@ -9,8 +9,8 @@ namespace kvtest {
 
 namespace {
 
-// Nests traces. The test framework keeps the memory of the deepest nesting. The leak check must not count
-// that memory.
+// Nests traces. The test framework keeps the memory of the deepest nesting. So the nesting must come before
+// the leak check counts memory.
 void reserveTraces(int depth) {
     if (depth == 0)
         return;

@@ -20,9 +20,9 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Turns on the leak check of TearDown. It compares four counts with their present values: live blocks of
+    // Turns on the leak check. TearDown() then compares four counts with those at this call: live blocks of
     // _kvMalloc, live blocks of `new`, paths, and the reference count of the empty block. A derived fixture
-    // must release its members in its own TearDown before it calls this one.
+    // must release its members in its own TearDown() before it calls KvTest::TearDown().
     void expectNothingLeft();
 
 private:

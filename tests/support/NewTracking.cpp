@@ -17,7 +17,7 @@ template <class Key, class Value>
 using MallocMap = std::unordered_map<Key, Value, std::hash<Key>, std::equal_to<Key>,
                                      kvinmemory::MallocAllocator<std::pair<const Key, Value>>>;
 
-// The blocks of operator new. Its own memory comes from malloc.
+// The blocks of operator new. The table's own memory comes from malloc.
 //
 // Invariants:
 //  1. liveBlocks, liveBySize and callsBySize describe the blocks and calls since tracking was turned on.
@@ -32,15 +32,16 @@ struct BlockTable {
     MallocMap<void*, std::size_t> alignedBlocks; // their alignments
 };
 
-// Returns the table. It is made on first use, since operator new may run before main(). It is never
-// destroyed, since operator delete may run after main().
+// Returns the table. The first call makes it, since operator new may run before main(). Nothing destroys it,
+// since operator delete may run after main().
 BlockTable& blockTable() {
     static auto* const instance = new (std::malloc(sizeof(BlockTable))) BlockTable;
     return *instance;
 }
 
-// Every allocation accesses these, and the accesses are relaxed. A stronger order would also order the
-// threads of a test. Then the thread sanitizer would not see data races of the code under test.
+// Allocations access these variables. The accesses are relaxed, unless a failure is armed. A stronger order
+// would also order the threads of a test. Then the thread sanitizer would not see data races of the code
+// under test.
 std::atomic<bool> gTrackSizes{false};
 std::atomic<long> gLiveBlocks{0};
 std::atomic<long> gCalls{0};
@@ -52,7 +53,7 @@ std::atomic<bool> gFromThenOn{false};
 std::atomic<long> gRemaining{0};
 std::atomic<long> gFailed{0};
 
-// Counts one call of operator new. Returns whether the call must fail.
+// Counts a call of operator new while failures are armed. Returns whether the call must fail.
 bool injectsFailure() noexcept {
     if (!gArmed.load(std::memory_order_relaxed))
         return false;

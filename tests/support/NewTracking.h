@@ -10,13 +10,13 @@
 
 namespace kvtest {
 
-// Returns the number of live blocks that were allocated since the program started.
+// Returns the number of live blocks of operator new that were allocated since the program started.
 long liveNewBlocks() noexcept;
 
 // Returns the number of calls of operator new since the program started, including failed calls.
 long newCalls() noexcept;
 
-// Turns the counts by size on or off. Both reset the counts. Blocks that were allocated before do not count.
+// Turns the counts by size on or off, and resets them. Blocks that were allocated before do not count.
 void trackNewSizes(bool on);
 long liveNewBlocksOfSize(std::size_t bytes);
 long newCallsOfSize(std::size_t bytes);

@@ -24,7 +24,7 @@ struct alignas(64) Wide {
     std::array<char, 64> bytes;
 };
 
-// A size that the test program never allocates otherwise.
+// A block size for which the test program makes no other block.
 constexpr std::size_t kBytes = 7744;
 
 // One form of allocation and deallocation. The operators are called by name, since compilers may omit a

@@ -1,4 +1,4 @@
-// Checks the invariants of a selection set. They hold between two operations.
+// Checks the invariants of a selection set. The invariants hold between two operations.
 #pragma once
 
 #include "selectcontext/GxapSelectSet.h"
@@ -12,7 +12,8 @@
 
 namespace kvtest {
 
-// The removal by main and sub id erases every index entry of the main id, also those of remaining records.
+// Whether an index may lack entries. A removal by main and sub id erases every index entry of the main id,
+// also the entries of records that stay.
 enum class IndexState { kComplete, kMayLackEntries };
 
 namespace setinvariants {
@@ -42,7 +43,7 @@ inline StoredRecords storedRecords(const Store& store) {
 }
 
 // Returns whether the index has one entry for each record, under the record's main id. Entries of one id must
-// be in the order of their insertion. That is the store order, since records are only appended.
+// be in store order. Since records are only appended, this is also the order in which they are inserted.
 inline ::testing::AssertionResult indexMatches(const GxapSelectSet::SSetData& data, StoredRecords records,
                                                IndexState state) {
     using ::testing::AssertionFailure;

@@ -32,7 +32,7 @@ std::unique_ptr<E> thrown(F f) {
 
 // Expect that `f` throws a KvErrorStatus with this status, or a KvExceptionWithMsg with this message. The
 // exception must have the file name L"\"\"" and line 0. If the in-memory platform's crash recorder is
-// installed, it must have logged the exception once. A failure names the file and line of the caller.
+// installed, it must have logged the exception once. A failure names the file and line of the call.
 void expectStatus(const std::function<void()>& f, int status, const char* file = __builtin_FILE(),
                   int line = __builtin_LINE());
 void expectMessage(const std::function<void()>& f, const wchar_t* message,

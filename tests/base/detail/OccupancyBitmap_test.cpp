@@ -50,8 +50,8 @@ std::vector<bool> firstFlags(std::uint32_t used) {
     return flags;
 }
 
-// Pages with as many slots as one word, a part of a word, one block, a block and a part of a word, and a page
-// of a set.
+// The tests run with several numbers of slots on a page: a part of a word, one word, one block, a block and a
+// part of a word, and the slots of a set's page.
 template <class Bits>
 class OccupancyBitmapTest : public ::testing::Test {};
 

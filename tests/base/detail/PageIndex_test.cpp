@@ -41,8 +41,8 @@ struct TestPage {
 };
 using Index = PageIndex<TestPage, kBytes>;
 
-// Pages in one chain. Their blocks are in one piece of memory, each at a different offset from the start of a
-// region.
+// Has pages in one chain. The blocks of the pages are in one piece of memory. Each block has another offset
+// from the start of a region of kBytes.
 class PageIndexTest : public kvtest::ContainerTest {
 protected:
     void TearDown() override {

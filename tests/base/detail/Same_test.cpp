@@ -47,7 +47,7 @@ TEST_F(SameTest, OtherValuesAreComparedByTheirOperator) {
     EXPECT_FALSE(isSame(Value{3}, Value{4}));
 }
 
-// A number that is no number does not equal itself.
+// A NaN does not equal itself.
 TEST_F(SameTest, OtherValuesAreComparedEvenIfTheyAreOneObject) {
     const double none = __builtin_nan("");
     EXPECT_FALSE(isSame(none, none));

@@ -1,5 +1,5 @@
-// The library's classes without inline functions. They have the same fields as the public headers, and
-// declare the members that those define inline.
+// The library's classes without inline functions. They have the same fields as the classes in the public
+// headers. They only declare the members that the public headers define inline.
 #pragma once
 
 #include "base/GxArray.h"

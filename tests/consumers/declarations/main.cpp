@@ -48,7 +48,8 @@ int main() {
     const GxDbObjectId door = drawing.addEntity("door");
     const GxDbObjectId desk = drawing.addEntity("desk");
 
-    // The accessor calls the set's constructor and destructor for a base. A copied set calls the others.
+    // The accessor calls the set's constructor and destructor for a base class. The set that count() copies
+    // calls those for a complete object.
     GxapSSetWriteAccessor edit;
     edit.select(door, desk, 7, nullptr, nullptr);
     edit.select(desk, GxDbObjectId(), -1, nullptr, nullptr);

@@ -15,7 +15,8 @@ namespace {
 
 const std::string kDemoDirectory = PICKER_DEMO_DIRECTORY;
 
-// Removes the words of a named set from the text. They are an address and a running number, which vary.
+// Removes the words of a named set from the text. The words are an address and a running number, which may
+// differ from run to run.
 std::string withoutWords(std::string text) {
     const std::string known = "known as ";
     const std::size_t begin = text.find(known + "0x");

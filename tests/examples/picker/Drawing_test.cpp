@@ -12,7 +12,7 @@ using kvtest::sceneOf;
 TEST(Drawing, HoldsEachBlockOnceInTheDatabase) {
     const Drawing drawing(
         sceneOf("<symbol id='s'><line x2='1'/><line x2='2'/></symbol><use href='#s'/><use href='#s'/>"));
-    // The two definitions, two references and two lines.
+    // The database has two definitions, two references and two lines.
     EXPECT_EQ(drawing.database().size(), 6u);
     EXPECT_EQ(drawing.model().contents().size(), 2u);
     EXPECT_EQ(&drawing.model().contents()[0].reference->block(),

@@ -192,7 +192,7 @@ TEST_F(Editing, RemovalByPathTakesOnePlace) {
     EXPECT_THAT(itemsOf("A"), ElementsAre("3/6/9", "4/6/9", "4/7/9"));
 }
 
-// Both items have the same main id, sub id and marker.
+// Both items of the set have the same main id, sub id and marker.
 TEST_F(Editing, RemovalByPositionTakesThatVeryItem) {
     run("id 3/6/9 3/7/9");
     EXPECT_EQ(run("remove-at 1"), "1 item taken out; set A has 1 item\n");

@@ -12,8 +12,7 @@ Outline square() {
     return rectangleOutline(Box::between({0, 0}, {10, 10}), 0, 0);
 }
 
-// Returns the largest distance of the chords' middles from a circle. The ends of the chords are on the
-// circle.
+// Returns the largest distance of the ends and the middles of the chords from a circle.
 double worstRadiusError(const Outline& outline, Point centre, double radius) {
     double worst = 0;
     for (std::size_t i = 1; i < outline.points().size(); ++i) {
@@ -82,8 +81,8 @@ TEST(Outline, CubicIsOneSegmentWithinTheTolerance) {
     outline.moveTo({0, 0});
     outline.cubicTo({0, 100}, {100, 100}, {100, 0});
     ASSERT_EQ(outline.segments().size(), 1u);
-    // The highest point of the curve is (50, 75). Every point of a chord is within a thousandth of the
-    // diagonal.
+    // The highest point of the curve is (50, 75). Every point of a chord is nearer to the curve than a
+    // thousandth of the diagonal of the control polygon.
     const double tolerance = 0.001 * std::hypot(100, 100);
     EXPECT_NEAR(outline.box().high.y, 75, tolerance);
     EXPECT_LT(nearestSegment(outline, Affine(), {50, 75})->distance, tolerance);

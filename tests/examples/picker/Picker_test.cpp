@@ -13,7 +13,7 @@ namespace {
 const std::string kSquareBlock =
     "<symbol id='s'><rect width='10' height='10'/><line x1='20' x2='20' y2='10'/></symbol>";
 
-// Collects picks, as the labels along their paths.
+// Collects picks. labels() returns the labels along their paths.
 class Found {
 public:
     explicit Found(const Drawing& drawing) : mDrawing(drawing) {}
@@ -57,7 +57,7 @@ TEST(PickByPoint, ReachesAsFarAsTheApertureAndNotFurther) {
     Picker picker(drawing);
     EXPECT_TRUE(picker.nearest({5, 3}, 3));
     EXPECT_FALSE(picker.nearest({5, 3}, 2.999));
-    // The point is in the square around the aperture, but farther away than the aperture.
+    // The point is inside the square that contains the circle of the aperture, but outside the circle.
     EXPECT_FALSE(picker.nearest({12.9, 2.9}, 3));
     EXPECT_TRUE(picker.nearest({5, 0}, 0));
 }

@@ -1,4 +1,4 @@
-// Highlights that commands turn on, in the entities and in the picture.
+// Tests the highlights that commands turn on, in the entities and in the picture.
 #include "examples/picker/Picture.h"
 
 #include "examples/picker/Commands.h"

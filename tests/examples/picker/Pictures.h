@@ -22,7 +22,8 @@ inline std::string textOf(const std::string& file) {
     return text.str();
 }
 
-// Makes a new directory and works in it. The destructor deletes the directory.
+// Makes a new directory, and makes it the working directory. The destructor restores the old working
+// directory and deletes the new one.
 class WorkingDirectory {
 public:
     explicit WorkingDirectory(const std::string& name)
@@ -44,7 +45,8 @@ private:
     std::filesystem::path mPath;
 };
 
-// Lets the system find programs only in a subdirectory of the working directory. The destructor ends that.
+// Lets the system find programs only in the subdirectory "programs" of the working directory. The destructor
+// restores PATH.
 class ProgramDirectory {
 public:
     ProgramDirectory() {
@@ -62,8 +64,8 @@ private:
     std::string mBefore;
 };
 
-// A replacement for rsvg-convert that writes its arguments to its output file. So the tests do not depend on
-// installed programs.
+// A program that replaces rsvg-convert. It writes its arguments to its output file. So the tests do not
+// depend on installed programs.
 class StandInConverter {
 public:
     StandInConverter() {

@@ -232,7 +232,7 @@ TEST(SvgReader, SymbolWithoutASizeFillsTheViewport) {
 TEST(SvgReader, BlocksContainBlocks) {
     const Scene scene = sceneOf("<g id='a'><line x2='1'/></g><symbol id='b'><use href='#a'/></symbol>"
                                 "<symbol id='c'><use href='#b'/></symbol><use href='#c'/>");
-    // The drawing, c, b and a, in the order in which the reader finds them.
+    // The blocks are the drawing, c, b and a, in the order in which the reader finds them.
     ASSERT_EQ(scene.blocks.size(), 4u);
     EXPECT_EQ(scene.blocks[3].name, "a");
     EXPECT_EQ(scene.innermostFirst, (std::vector<std::size_t>{3, 2, 1, 0}));

@@ -14,7 +14,8 @@ namespace {
 
 using namespace kvinmemory;
 
-// Resets the platform, and checks nothing. These tests make wrong frees, which kvtest::KvTest would report.
+// Resets the platform, and checks nothing. These tests make wrong frees, which kvtest::KvTest would report as
+// failures.
 //
 // Thread safety: SetUp and TearDown run while the test has no other thread.
 class InMemoryOsBase : public ::testing::Test {

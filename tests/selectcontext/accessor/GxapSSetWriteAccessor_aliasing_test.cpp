@@ -1,4 +1,4 @@
-// Lookups of the editing interface whose keys are in the data that the lookup copies and releases.
+// Tests lookups of the editing interface whose keys are in the data that the lookup copies and releases.
 
 #include "tests/selectcontext/support/EditTestSupport.h"
 
@@ -17,7 +17,7 @@ using Iterator = GxapSelectSet::Iterator;
 
 class AccessorAliasing : public kvtest::EditTest {};
 
-// Three items. The keys are references into the record of the second item.
+// Has a set of three items. The keys are references into the record of the second item.
 struct Held {
     SetOf s{{1}, {2, 3, 4}, {5}};
     const GxDbObjectId& mainKey = record(s.set, 1)->mainEntId;
@@ -26,7 +26,7 @@ struct Held {
 
     GxapSSetWriteAccessor& accessor() { return edit(s.set); }
 
-    // Expects that the iterator is on the second item, in data without another owner.
+    // Expects that the iterator is on the second item, and that the set is the only owner of its data.
     void expectFound(Iterator it) const {
         EXPECT_TRUE(sharer.isGone());
         EXPECT_EQ(at(it), 2u);

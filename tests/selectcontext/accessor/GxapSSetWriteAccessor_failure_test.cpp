@@ -1,4 +1,4 @@
-// Writing, selecting and appending, while each allocation fails in turn.
+// Writes, selects and appends while each allocation fails in turn.
 #include "platform/inmemory/InMemoryOsBase.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"
@@ -90,7 +90,7 @@ void expectRich(const GxapSelectSet& set) {
     EXPECT_NE(record->selectedEntityInfo->getBTRMatPtr(), nullptr);
 }
 
-// Expects that a failed edit of shared data has not changed either set.
+// Expects that a failed edit of shared data leaves both sets unchanged.
 void expectUntouched(const SharedRich& sets) {
     EXPECT_TRUE(sets.isShared());
     EXPECT_TRUE(isRegistered(sets.set, sets.mine));
@@ -373,7 +373,7 @@ TEST_F(SelectFailure, WithANullMainIdOrRefusedCannotHappen) {
         kvtest::Expect::None);
 }
 
-// A failure leaves the set as it was. So one set is enough for all failures.
+// A failure leaves the set unchanged. So one set is enough for all failures.
 TEST_F(SelectFailure, ThatOpensAPageLeavesTheFullPage) {
     Filled full(kPageSlots);
     for (const Failing failing : {Failing::Once, Failing::FromThenOn}) {

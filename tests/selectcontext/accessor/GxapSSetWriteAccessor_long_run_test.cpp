@@ -37,7 +37,7 @@ using kvtest::Unique;
 
 class LongRunEdit : public kvtest::EditFailure {
 protected:
-    LongRunEdit() { kvtest::runKinds(); } // allocates what stays to the end of the process
+    LongRunEdit() { kvtest::runKinds(); } // allocates storage that stays to the end of the process
 
     static bool remove(GxapSelectSet& set, const Item& item) {
         return edit(set).remove(id(item.main), id(item.sub), item.marker);
@@ -376,7 +376,7 @@ TEST_F(LongRunEdit, GoesOnRightAfterAnIndexCouldNotBeUpdated) {
 class LongRunEditCost : public LongRunEdit {
 protected:
     static constexpr unsigned long kMany = 5000;
-    static constexpr long kMost = 60; // number of comparisons of one edit
+    static constexpr long kMost = 60; // most comparisons of one edit
 
     static std::vector<unsigned long> order(const std::string& name) {
         std::vector<unsigned long> numbers;

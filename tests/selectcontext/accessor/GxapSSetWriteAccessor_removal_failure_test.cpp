@@ -1,5 +1,5 @@
-// Removals, while each allocation fails in turn. The set stays as it was, no record is lost, and the same
-// removal works afterwards.
+// Removes items while each allocation fails in turn. A failed removal leaves the set unchanged and loses no
+// record. The same removal works afterwards.
 #include "tests/selectcontext/support/EditFailureTest.h"
 
 #include <gtest/gtest.h>

@@ -41,7 +41,7 @@ class RemoveAtPosition : public kvtest::EditTest {};
 class RemovePages : public kvtest::EditTest {};
 class RemoveIterators : public kvtest::EditTest {};
 
-// Expects that a removal from shared data has given the set its own data, and has not changed the other set.
+// Expects that a removal from shared data gives the set its own data, and leaves the other set unchanged.
 void expectCopied(const GxapSelectSet& set, const GxapSelectSet& other, const SetOf& original) {
     EXPECT_FALSE(shareData(set, other));
     EXPECT_EQ(owners(set), 1u);
@@ -175,7 +175,7 @@ TEST_F(RemoveMain, CopiesSharedData) {
     EXPECT_EQ(leftRecords({&s.set, &sharer, &original.set}), 2u);
 }
 
-// A copy of the set leaves the slot out.
+// The copy of the data leaves out the slot whose record was taken out.
 TEST_F(RemoveMain, CopiesSharedDataAlsoWhereTheCopyHoldsNothingOfTheEntity) {
     SetOf s{{1}, {2}};
     const auto taken = kvtest::takeRecordOut(s.set, 0);
@@ -674,8 +674,8 @@ TEST_F(RemoveAtIterator, OfTheFirstItemStandsOnAFreedSlot) {
     kvtest::expectMessage([&] { it.get(); }, kAccessError);
 }
 
-// The iterator's ordinal among the occupied slots of the page is too high. So the walk takes the last item
-// for the end.
+// After the removal, the iterator's position among the occupied slots of the page is too high. So the walk
+// ends before the last item.
 TEST_F(RemoveAtIterator, OfTheFirstItemEndsTheWalkOfThePageEarly) {
     SetOf s{{1}, {2}, {3}};
     Iterator it = edit(s.set).begin();
@@ -843,7 +843,8 @@ TEST_F(RemoveAtIterator, OnTheFirstItemOfSharedDataIsDisabledWithItsIndex) {
     EXPECT_EQ(registrations(s.set), 0);
 }
 
-// A disabled iterator that is assigned a position of its set has the position, but is not registered.
+// Assigning an iterator to a disabled iterator of the set copies the position, but does not register the
+// disabled iterator.
 TEST_F(RemoveAtIterator, IsDisabledOnSharedDataAlsoWhereTheSetDoesNotKnowIt) {
     SetOf s{{1}, {2}, {3}};
     Iterator it(&s.set, 0);
@@ -977,7 +978,7 @@ TEST_F(RemoveAtPosition, OfAnItemThatTheIndexHasLostAnswersFalseButCopies) {
     SetOf s{{1, 2}, {1, 3}};
     EXPECT_TRUE(edit(s.set).remove(id(1), id(2)));
     const GxapSelectSet sharer(s.set);
-    // The index of the copy is complete.
+    // This removal copies the data, and the index of the copy is complete.
     EXPECT_TRUE(edit(s.set).removeAt(0));
     EXPECT_EQ(count(s.set), 0u);
     EXPECT_FALSE(shareData(s.set, sharer));

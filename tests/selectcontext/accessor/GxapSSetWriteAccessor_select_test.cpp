@@ -607,7 +607,8 @@ TEST_F(AppendIds, FollowsTheRuleOfUniqueness) {
     EXPECT_TRUE(invariants(set));
 }
 
-// A selection without a path is compared only by ids and marker.
+// append(mainId, subId) selects without a path. A selection without a path is compared only by ids and
+// marker.
 TEST_F(AppendIds, IsRefusedForAnItemWithPathAndTransform) {
     GxapSelectSet set;
     const Path path = idVector({7, 1});
@@ -710,7 +711,7 @@ TEST_F(AppendRecord, OfANullMainIdAnswersTrueAddsNothingAndFreesItsCopy) {
     EXPECT_TRUE(kvinmemory::isLiveBlock(record.selectedEntityInfo));
 }
 
-// append(record) always passes the path, so path and transform are compared.
+// append(record) always passes the path of the record. So the library also compares path and transform.
 TEST_F(AppendRecord, IsComparedByPathAndTransform) {
     GxapSelectSet source, target;
     const Path path = idVector({7, 1});

@@ -54,8 +54,8 @@ void takeDataAway(GxapSelectSet& set) {
     set.releaseData();
 }
 
-// Expects that an edit of shared data has left the data to the other sets, and has disabled the iterators of
-// the edited set.
+// Expects that an edit of shared data leaves the data to the other sets, and disables the iterators of the
+// edited set.
 void expectMadePrivate(Shared& sets, const SSetData* before, const ConstIterator& earlier) {
     EXPECT_FALSE(sets.isShared());
     EXPECT_EQ(sets.sharer.sharedData, before);

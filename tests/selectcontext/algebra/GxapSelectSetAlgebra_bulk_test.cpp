@@ -33,9 +33,9 @@ using kvtest::shuffled;
 using kvtest::SSetData;
 using kvtest::Store;
 
-// With fewer items, a merge appends one by one.
+// A merge of fewer items appends them one by one.
 constexpr unsigned long kFewestSorted = 16;
-// With more index entries for each item, a merge appends one by one.
+// If the index has more entries for each added item, a merge appends the items one by one.
 constexpr unsigned long kMostEntriesBeside = 4;
 
 void append(GxapSelectSet& set, const Numbers& numbers) {
@@ -77,8 +77,8 @@ std::vector<selected_entity*> recordsOf(const GxapSelectSet& set) {
     return records;
 }
 
-// Returns a copy of `held` with the flags of the union, to which the records of `added` have been appended
-// one by one.
+// Returns a copy of `held`, to which the records of `added` are appended one by one. The copy is unique if
+// `held` or `added` is unique.
 std::unique_ptr<GxapSelectSet> appendedInTurn(const GxapSelectSet& held, const GxapSelectSet& added) {
     auto expected = std::make_unique<GxapSelectSet>(held);
     edit(*expected).writeData()->unique = held.sharedData->unique || added.sharedData->unique;
@@ -135,7 +135,7 @@ protected:
         expectEqualRecords(set, expected);
     }
 
-    // Merges into a third set, and into the first operand.
+    // Merges `held` and `added` into a third set, and into `held`.
     void expectMerges() {
         const auto expected = appendedInTurn(*held, *added);
         const Numbers heldBefore = mainIds(*held), addedBefore = mainIds(*added);
@@ -423,7 +423,7 @@ TEST_F(BulkMerge, ComparesNoMoreTransformsThanAppendingInTurn) {
 
 // ---- without memory
 
-// Enough items for a second page. One item has an info, so every kind of allocation fails once.
+// The items need a second page. One of them has an info. So every kind of allocation happens, and fails.
 TEST_F(BulkMerge, AddsSomeItemsOrAllAndLosesNothing) {
     constexpr unsigned long kHeld = kvtest::kPageSlots - 5;
     append(*held, ascending(kHeld));

@@ -1,5 +1,5 @@
-// Set algebra, while each allocation fails in turn. The sets stay consistent, no record is lost, and the same
-// edit works afterwards.
+// Combines sets while each allocation fails in turn. The sets stay consistent, no record is lost, and the
+// same edit works afterwards.
 #include "tests/selectcontext/support/EditFailureTest.h"
 
 #include <algorithm>
@@ -79,7 +79,7 @@ TEST_F(EditFailure, OfSwitchingUniqueOnLeavesFlagAndIndex) {
     });
 }
 
-// Enough ids that the table of known ids grows during the edit.
+// The set has so many ids that the table of known ids grows during the edit.
 TEST_F(EditFailure, OfSwitchingUniqueOnWithManyIds) {
     const Items once = kvtest::plainItems(1, 100);
     Items twice = once;
@@ -115,7 +115,7 @@ TEST_F(AlgebraFailure, OfMergingAcrossPages) {
     });
 }
 
-// Enough unordered items that a merge sorts them. One of them has an info.
+// The merge sorts the added items, since they are many and in no order. One of them has an info.
 TEST_F(AlgebraFailure, OfMergingManyInNoOrder) {
     Items added;
     for (unsigned long i = 0; i < 300; ++i)

@@ -53,7 +53,7 @@ Items reversed(const Items& run) {
     return Items(run.rbegin(), run.rend());
 }
 
-// Returns whether one of the items has the same main id, sub id, marker and path.
+// Returns whether one of the items has the main id, sub id, marker and path of `wanted`.
 bool holdsEqual(const Items& held, const Item& wanted) {
     return std::any_of(held.begin(), held.end(),
                        [&](const Item& item) { return kvtest::hasEqualKeys(item, wanted); });
@@ -61,7 +61,7 @@ bool holdsEqual(const Items& held, const Item& wanted) {
 
 class LongRunAlgebra : public kvtest::EditTest {
 protected:
-    LongRunAlgebra() { kvtest::runKinds(); } // allocates what stays to the end of the process
+    LongRunAlgebra() { kvtest::runKinds(); } // allocates storage that stays to the end of the process
 };
 
 class LongRunAlgebraByKind : public LongRunAlgebra, public ::testing::WithParamInterface<RunKind> {
@@ -121,7 +121,7 @@ TEST_P(LongRunAlgebraByKind, MergeOfALongRunIntoFewItems) {
     EXPECT_TRUE(invariants(a.set));
 }
 
-// Merges a set with items that are equal to each other.
+// Some of the added items are equal to each other.
 TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItself) {
     const Items held = distinct(100, 9), added = RunItems(GetParam(), 10).next(500);
     const SetOf a(held), b(added, Unique::kOff);

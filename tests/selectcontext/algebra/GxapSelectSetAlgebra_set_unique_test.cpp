@@ -33,7 +33,7 @@ void setUnique(GxapSelectSet& set, bool on) {
     EXPECT_TRUE(invariants(set));
 }
 
-// --- the flag
+// --- the flag `unique`
 
 TEST_F(SetUnique, SetsTheFlag) {
     GxapSelectSet set;
@@ -135,7 +135,7 @@ TEST_F(SetUnique, GovernsWhatIsSelectedNext) {
     EXPECT_EQ(count(s.set), 2u);
 }
 
-// --- switching it on
+// --- switching `unique` on
 
 TEST_F(SetUniqueOn, KeepsTheFirstItemOfEachEntity) {
     SetOf s({{5, 1}, {5, 2}, {6, 1}}, Unique::kOff);

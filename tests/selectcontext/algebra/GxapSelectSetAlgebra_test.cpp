@@ -687,7 +687,7 @@ TEST_F(MinusFromItself, AsBothKeepsWhatTheIndexHasLost) {
     EXPECT_TRUE(invariants(target.set, IndexState::kMayLackEntries));
 }
 
-// Only a successful lookup makes the data private. The index of the copy is complete.
+// Only a successful lookup makes minus() copy the data. The index of the copy is complete.
 TEST_F(MinusFromItself, OfSharedDataFindsAgainWhatTheIndexHadLost) {
     SetOf target{{1, 1}, {1, 2}, {3}, {1, 2, 5}};
     edit(target.set).remove(id(1), id(1));

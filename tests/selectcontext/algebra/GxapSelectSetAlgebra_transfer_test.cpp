@@ -33,7 +33,7 @@ class TransferWithoutExcluder : public kvtest::EditTest {};
 class TransferIntoItself : public kvtest::EditTest {};
 class TransferCallback : public kvtest::EditTest {};
 
-// Excludes main ids by a rule, and records the ids of its calls.
+// Excludes main ids by a rule, and records the ids for which it is called.
 class Excluder : public IGxapSSetEntityExcluder {
 public:
     explicit Excluder(std::function<bool(unsigned long)> rule) : mRule(std::move(rule)) {}
@@ -348,8 +348,8 @@ TEST_F(TransferIntoItself, EndsAcrossPages) {
     EXPECT_TRUE(invariants(s.set));
 }
 
-// Returns an excluder that removes certain items from the set when it is called for a certain item. The
-// fixture frees their records.
+// Returns an excluder that removes the items taken[n] from the set when it is called for item n. The fixture
+// frees the removed records.
 Excluder takingOut(GxapSelectSet& set, std::map<unsigned long, Numbers> taken,
                    std::function<bool(unsigned long)> rule) {
     return Excluder([&set, taken = std::move(taken), rule = std::move(rule)](unsigned long n) {
@@ -398,7 +398,7 @@ TEST_F(TransferIntoItself, OfASetThatLosesItemsWhereItTakesTheExcludedOnes) {
     EXPECT_EQ(items(target), (Items{{1}, {3}}));
 }
 
-// The page that had the last items is freed, and a new page may have its address.
+// The excluder empties the last page, which is then freed. A new page may have the address of the freed page.
 TEST_F(TransferIntoItself, OfASetThatLosesItsLastPageEndsWithoutTheNewItems) {
     SetOf s(plainItems(1, kPageSlots + 3), Unique::kOff);
     Excluder excluder = takingOut(s.set, {{5, {kPageSlots + 3, kPageSlots + 2, kPageSlots + 1}}},
@@ -433,7 +433,7 @@ TEST_F(TransferIntoItself, OfASetToWhichTheExcluderAppendsVisitsNoneOfThat) {
     EXPECT_EQ(items(s.set), (Items{{1}, {2}, {3}, {101}, {1}, {102}, {103}, {3}}));
 }
 
-// The first append copies the data, which disables the iterator of the walk.
+// The first append copies the shared data. The copying disables the iterator of the walk.
 TEST_F(TransferIntoItself, OfSharedDataEndsWithTheFirstItemThatIsAdded) {
     SetOf s({{2}, {1}, {3}}, Unique::kOff);
     const GxapSelectSet sharer(s.set);
@@ -486,7 +486,7 @@ TEST_F(TransferCallback, ThatClearsTheSetFindsItsItemGone) {
     EXPECT_EQ(registrations(source.set), 0);
 }
 
-// The new item may have the address of the old one.
+// The new item may have the address of the item that was cleared.
 TEST_F(TransferCallback, ThatClearsAndFillsTheSetFindsTheNewItemOrNone) {
     SetOf source{{1}, {2}};
     GxapSelectSet target;

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-// Takes sets from each other whose index lacks entries.
+// Subtracts a set whose index lacks an entry from itself.
 
 namespace {
 
@@ -12,7 +12,8 @@ using kvtest::mainIds;
 
 class Unindexed : public kvtest::EditTest {};
 
-// The item without an entry is the first of the store. It is looked for while the data is still shared.
+// The item without an entry is the first of the store. minus() looks this item up while the data is still
+// shared. So minus() uses the index that lacks the entry.
 TEST_F(Unindexed, ItemStaysInTheDifferenceOfTheSetFromItself) {
     GxapSelectSet set;
     edit(set).append(id(1), id(2));

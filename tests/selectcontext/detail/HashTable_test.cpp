@@ -25,7 +25,8 @@ protected:
         expectNothingLeft();
     }
 
-    // Returns whether, among the keys up to `last`, the table has those of the model, with the same values.
+    // Returns whether the table has exactly the keys of the model, with the same values. No key is higher
+    // than `last`.
     template <class Table>
     static ::testing::AssertionResult isAs(const Model& model, const Table& table, std::uint32_t last) {
         if (table.size() != model.size())
@@ -92,7 +93,7 @@ TEST_F(HashTableTest, HasTheLargestKey) {
     EXPECT_EQ(*narrow.find(~std::uint32_t{0}), 2u);
 }
 
-// The table allocates when the first two keys show in which bits keys differ. No other key allocates.
+// The table allocates when the first two keys show in which bits keys differ. It allocates for no later key.
 TEST_F(HashTableTest, TakesNoMemoryForTheKeysThatItWasMadeFor) {
     for (const std::size_t keys : {9u, 10u, 100u, 1000u}) {
         Wide table(keys);
@@ -185,8 +186,8 @@ TEST_F(HashTableTest, FindsKeysThatDifferInEverLowerBits) {
     EXPECT_EQ(table.size(), 0u);
 }
 
-// The first keys are equal in some bits, which do not affect the choice of a bucket. Later keys differ in
-// these bits only. If the table did not adapt, all of them would share one bucket.
+// The first keys are equal in some bits, which do not affect the choice of a bucket. The later keys differ
+// from each other in these bits only. If the table did not adapt, all later keys would share one bucket.
 TEST_F(HashTableTest, SpreadsKeysThatDifferInOtherBitsThanTheFirst) {
     constexpr std::uint64_t kMany = 200000; // with quadratic cost, the test would take minutes
     Wide table;
@@ -222,7 +223,7 @@ TEST_F(HashTableTest, IsMadeOrThrowsWithoutMemory) {
 }
 
 TEST_F(HashTableTest, TakesAKeyOrIsAsItWas) {
-    // After every hundred keys, keys differ in lower bits than before.
+    // Each further hundred keys differ in lower bits than the hundred keys before.
     const auto keyOf = [](std::uint64_t n) { return (n % 100 + 1) * 4096 >> (n / 100 * 3); };
     kvtest::forEachAllocationFailure([&](kvtest::FailurePoint& point) {
         Wide table;

@@ -22,7 +22,7 @@ using kvtest::id;
 using kvtest::Numbers;
 using kvtest::shuffled;
 
-// With fewer items, a batch is sorted by comparing them.
+// A batch of fewer items is sorted by comparing the items.
 constexpr std::size_t kFewestByDigits = 256;
 
 const std::size_t kCounts[] = {0, 1, 2, 20, kFewestByDigits - 1, kFewestByDigits, kFewestByDigits + 1, 5000};
@@ -53,8 +53,8 @@ protected:
         return pairs;
     }
 
-    // Expects sorted pairs. All values differ, so only one order is right. It keeps equal ids in the order in
-    // which they were added.
+    // Expects that sort() gives sorted pairs. All values differ, so only one order is right. That order keeps
+    // equal ids in the order in which they were added.
     static void expectSorts(const Numbers& numbers) {
         SCOPED_TRACE(::testing::Message() << numbers.size() << " ids");
         IdBatch batch = batchOf(numbers);

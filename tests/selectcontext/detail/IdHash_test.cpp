@@ -26,7 +26,7 @@ DataMap makeMap() {
     return map;
 }
 
-// An index with its own pool. Its hash was built when the index had id(1) ... id(100).
+// Has an index with its own pool. The hash was built when the index had id(1) ... id(100).
 class IdHashTest : public kvtest::KvTest {
 protected:
     void SetUp() override {
@@ -37,7 +37,7 @@ protected:
         ASSERT_NE(hash, nullptr);
     }
 
-    // Expects that the hash finds what the index finds, or that it does not know the id.
+    // Expects that the hash finds the entry that the index finds, or finds no entry.
     void expectHint(const GxDbObjectId& wanted) const {
         const auto found = hash->find(map, wanted);
         if (found != map.end()) {
@@ -176,8 +176,8 @@ TEST_F(IdHashTest, SecondStubOfAnObjectEndsTheHash) {
     EXPECT_FALSE(hash->noteAdded(map, map.emplace(id(300), 300)));
 }
 
-// The hash first ignores the bits in which the first stubs agree. The later stubs differ only in those bits.
-// If the hash did not adapt, all of them would share one bucket.
+// The hash first ignores the bits in which the first stubs agree. The later stubs differ from each other in
+// those bits only. If the hash did not adapt, all later stubs would share one bucket.
 TEST_F(IdHashTest, StubsThatDifferInOtherBitsThanTheFirstAreFoundAsFast) {
     constexpr unsigned long kMany = 200000; // quadratic work would take minutes
     DataMap growing = makeMap();

@@ -38,7 +38,8 @@ Numbers descending(std::size_t count) {
     return numbers;
 }
 
-// Returns many ids, each of them many times.
+// Returns the numbers of `count` ids in random order. The numbers are from 1 to 97, so most of them come many
+// times.
 Numbers repeated(std::size_t count, unsigned seed) {
     Numbers numbers = shuffled(count, seed);
     for (unsigned long& n : numbers)
@@ -59,7 +60,7 @@ Entries entriesOf(const DataMap& map) {
     return entries;
 }
 
-// Data that no set uses, with its index.
+// Has data that no set uses, with the index of the data.
 class IdIndexTest : public kvtest::SetTest {
 protected:
     void SetUp() override {
@@ -78,7 +79,7 @@ protected:
     DataMap& map() const { return data->dataMap; }
     Store& store() const { return *data->entities; }
 
-    // Adds an entry after the other entries of the id.
+    // Adds an entry behind the other entries of id(n).
     IdIndex::Entry add(unsigned long n) const {
         return index().insert(index().endOf(id(n)), id(n), slotNumber(n));
     }
@@ -88,13 +89,14 @@ protected:
             add(n);
     }
 
-    // Entries may have any address, since an index without run indexes reads no slots.
+    // Returns the address of a slot that does not exist. Entries may have any address, since an index without
+    // run indexes reads no slots.
     static const Store::Slot* slotNumber(unsigned long n) { return kvdetail::slotAt(16 * n); }
 
     bool hasHash() const { return index().currentHash() != nullptr; }
 
     // Expects that the run is at the first entry of the id. For an id without entries, the run must be at the
-    // place where the first one belongs.
+    // place where an entry of the id belongs.
     void expectRun(const IdIndex::Run& run, const GxDbObjectId& wanted) const {
         const auto first = std::as_const(map()).lower_bound(wanted);
         EXPECT_EQ(run.isHeld, first != map().end() && first->first == wanted);
@@ -122,7 +124,8 @@ enum class Hash { kNone, kMade };
 
 class IdIndexLookUp : public IdIndexTest, public ::testing::WithParamInterface<Hash> {
 protected:
-    // Adds a hundred ids. Every tenth has four entries. The odd ids are not in the index.
+    // Adds a hundred ids. Every tenth of them has four entries, and the rest have one. The odd ids are not
+    // in the index.
     void fill() const {
         for (const unsigned long n : shuffled(100, 1))
             add(2 * n);
@@ -133,7 +136,7 @@ protected:
         prepare();
     }
 
-    // Must be called before each look-up, since a look-up may make a hash.
+    // Makes the hash, or drops it. Must be called before each look-up, since a look-up may make a hash.
     void prepare() const {
         if (GetParam() == Hash::kMade)
             index().expectSearches();
@@ -587,7 +590,7 @@ TEST_F(IdIndexTampering, MapOfDataThatIsGone) {
     expectWorks();
 }
 
-// The pool does not notice entries that move between two of its maps.
+// A pool does not notice entries that move between two maps of the pool.
 TEST_F(IdIndexTampering, MapThatSharesItsPoolGetsNoHash) {
     DataMap mine(map().get_allocator());
     mine.emplace(id(900), 16);
@@ -759,7 +762,7 @@ TEST_F(IdIndexRebuild, IsCompleteOrFailsWithNothingLost) {
     EXPECT_GT(completedAllTheSame, 0);
 }
 
-// ---- rebuilding of the first record of each id
+// ---- rebuilding the index with only the first record of each id
 
 class IdIndexRebuildOfFirsts : public IdIndexTest {
 protected:
@@ -898,7 +901,7 @@ protected:
         index().rebuild();
     }
 
-    // Removes the first item of this id.
+    // Removes the first item of id(n).
     void removeFromOriginal(unsigned long n) {
         const auto entry = map().find(id(n));
         Store::Slot* const slot = kvdetail::slotAt(entry->second);
@@ -910,7 +913,7 @@ protected:
 
     unsigned long& addressOf(unsigned long n) const { return map().find(id(n))->second; }
 
-    // Expects that the clone's index is the same as if the clone's records had been entered one by one. The
+    // Expects that the clone has the index that it would have if its records had been entered one by one. The
     // index of the original must not change.
     void expectCloned() {
         const Entries before = entriesOf(map());

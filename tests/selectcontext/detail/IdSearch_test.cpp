@@ -1,5 +1,5 @@
-// Whole-set operations whose items are in the order of their ids, in no order, or in a mixture of both. They
-// guess the next place, build a hash and look ahead. None of that may change a result.
+// Tests whole-set operations whose items are in the order of their ids, in no order, or in a mixture of both.
+// The operations guess the next place, build a hash and look ahead. None of these may change a result.
 #include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>

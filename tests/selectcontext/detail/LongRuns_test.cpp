@@ -69,7 +69,8 @@ protected:
         return runs->find(map(), id(main).stub(), keys);
     }
 
-    // Returns the entry that an index of the run finds for the sub id.
+    // Returns the entry that the index of the run of `main` finds for the sub id. `keys` chooses one of the
+    // two indexes of the run.
     std::optional<Entry> findItem(unsigned long main, unsigned long sub, Keys keys = Keys::kMarker) const {
         const KvVector<GxDbObjectId> path;
         const GxDbObjectId mainId = id(main), subId = id(sub);
@@ -138,7 +139,7 @@ TEST_F(LongRunsTest, AddNoneWhereThereIsNone) {
 }
 
 TEST_F(LongRunsTest, FindEachOfManyIndexes) {
-    constexpr unsigned long kMany = 2000; // enough for several runs in each list
+    constexpr unsigned long kMany = 2000; // enough for several runs in each list of LongRuns
     for (unsigned long n = 1; n <= kMany; ++n)
         addItem(n, n);
     for (unsigned long n = 1; n <= kMany; ++n) {
@@ -266,7 +267,7 @@ TEST_F(LongRunsTest, DeleteAnIndexThatCannotFollow) {
     }
 }
 
-// Changes the path of an item, which is a key of only one of the two indexes.
+// Changes the path of an item. The path is a key of only one of the two indexes.
 TEST_F(LongRunsTest, DeleteOnlyThatIndexOfARunThatCannotFollow) {
     addItems(1, 100);
     for (const Keys keys : kBoth)

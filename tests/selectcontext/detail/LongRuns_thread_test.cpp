@@ -36,7 +36,7 @@ protected:
         kvdetail::indexOf(*set.sharedData).dropHints();
     }
 
-    // Looks up each item by all kinds of keys. Returns how many look-ups found an item.
+    // Looks each item up by all kinds of keys. Returns how many look-ups find an item.
     static std::size_t countFound(const GxapSelectSet& set) {
         const Path path = kvtest::idVector({3});
         const auto end = set.sharedData->dataMap.end();

@@ -135,7 +135,8 @@ TEST_F(MapVersionTest, FollowsAnotherMapInstead) {
     EXPECT_FALSE(isCurrent());
 }
 
-// The pool of the new map has the same generation as that of the old map had, since the history is the same.
+// The pool of a new map has the generation that the pool of the first map had, since both maps are filled in
+// the same way.
 TEST_F(MapVersionTest, IsBehindForAMapThatWasMadeAfterTheEndOfTheFirst) {
     for (int i = 0; i < 20; ++i) {
         map.reset();

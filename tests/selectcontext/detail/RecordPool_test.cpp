@@ -18,7 +18,7 @@ namespace {
 using kvdetail::RecordPool;
 using Records = std::vector<std::unique_ptr<selected_entity>>;
 
-// The last records of a pool and their chunks must be freed, in any order.
+// The tests of this fixture destroy records in any order. The last records of a pool must free their chunks.
 class RecordPoolTest : public kvtest::SetTest {
 protected:
     static std::unique_ptr<selected_entity> make(RecordPool& pool) {

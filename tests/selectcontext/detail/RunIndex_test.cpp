@@ -51,7 +51,8 @@ protected:
     static constexpr unsigned long kMain = 500;
     static constexpr std::size_t kFew = RunIndex::kFewestItems;
 
-    // Makes the paths, which stay to the end of the process, before the test counts allocations.
+    // Makes the paths, which stay to the end of the process. The constructor does so before the test counts
+    // allocations.
     RunIndexTest() { paths(); }
 
     void SetUp() override {
@@ -78,7 +79,7 @@ protected:
 
     static selected_entity* recordOf(Entry entry) { return kvdetail::slotAt(entry->second)->value; }
 
-    // Adds an item behind all others of the main id. Returns the entry of the item.
+    // Adds an item behind all other items of the main id. Returns the entry of the item.
     Entry add(const Item& item, unsigned long main = kMain) const {
         auto record = std::make_unique<selected_entity>();
         record->mainEntId = id(main);
@@ -116,7 +117,7 @@ protected:
         return RunIndex::build(map(), first(), *data->entities, keys, other);
     }
 
-    // Removes the item from the map and deletes its record. Returns what noteErasing() returned.
+    // Removes the entry from the map, and deletes the record of its item. Returns what noteErasing() returns.
     bool erase(RunIndex& run, Entry entry) const {
         const bool isUpdated = run.noteErasing(entry, recordOf(entry));
         const std::unique_ptr<selected_entity> record(recordOf(entry));
@@ -144,13 +145,13 @@ protected:
         });
     }
 
-    // Returns the entry that the index finds, or the place behind the run.
+    // Returns the entry that `run` finds. Returns the place behind the run if `run` finds none.
     static Entry findIn(const RunIndex& run, const ItemKeys& keys) {
         const Entry* const found = run.find(keys, [&](Entry entry) { return hasKeys(entry, keys); });
         return found ? *found : run.end();
     }
 
-    // Expects that the index finds the same items as a walk, for all combinations of keys.
+    // Expects that `run` finds the items that a walk finds, for all combinations of keys.
     void expectFindsAsAWalk(const RunIndex& run, const Numbers& subs,
                             const std::vector<long>& markers) const {
         std::vector<Path> all;
@@ -283,7 +284,7 @@ TEST_F(RunIndexTest, EndIsTheEntryBehindTheRun) {
     EXPECT_EQ(run->end()->first, id(kMain + 1));
 }
 
-// The next entry that is added gets the node of the erased entry.
+// An entry that is added after an erasure gets the node of the erased entry.
 TEST_F(RunIndexTest, EndIsNotThatOfALastEntryThatWasErased) {
     addSubs(100);
     const auto run = build(Keys::kMarker);
@@ -317,7 +318,8 @@ TEST_F(RunIndexTest, LeavesEntriesWithoutARecordOut) {
     expectFinds(*run, 1, entryAt(100));
 }
 
-// Some look-ups ask about an item with other keys, since the hashes of the keys are equal.
+// Some look-ups pass `candidate` entries with other keys than the wanted ones. The hash of the other keys is
+// then equal to the hash of the wanted keys.
 TEST_F(RunIndexTest, TellsItemsWithEqualHashesApart) {
     constexpr unsigned long kMany = 200000;
     addSubs(kMany);

@@ -10,8 +10,8 @@
 #include <set>
 #include <vector>
 
-// Clones share highlight paths. A path lives while a record refers to it. It is deleted once, whatever the
-// order of the sharers' actions.
+// Tests highlight paths that clones share. A path lives while a record refers to it. It is deleted once, in
+// whatever order the sharers act.
 
 namespace {
 
@@ -36,7 +36,8 @@ enum class Action { Add, Clear, WriteThroughAt, Clone, ClearSet, Destroy };
 constexpr std::array<Action, 6> kActions = {Action::Add,   Action::Clear,    Action::WriteThroughAt,
                                             Action::Clone, Action::ClearSet, Action::Destroy};
 
-// A set, its clone and the clone of that clone. A model knows which set refers to which paths.
+// Has a set, the clone of the set, and the clone of that clone. `segments` of each sharer are the paths to
+// which its set refers.
 class Family {
 public:
     Family() {
@@ -49,7 +50,8 @@ public:
             clone(mSharers[i], mSharers[i - 1]);
     }
 
-    // Performs an action. Does nothing for a set that was destroyed, or that has no item.
+    // Performs an action. Does nothing for a set that was destroyed. For a set without an item, the only
+    // possible action is Action::Clone.
     void act(Action action, std::size_t actor) {
         Sharer& sharer = mSharers[actor];
         if (action == Action::Clone)
@@ -112,7 +114,7 @@ private:
 
 class HighlightPaths : public kvtest::SetTest {
 protected:
-    // These tests make many paths, and none reads the events.
+    // Turns the log off. These tests make many paths, and no test reads the events.
     void SetUp() override {
         SetTest::SetUp();
         kvinmemory::setLogging(false);

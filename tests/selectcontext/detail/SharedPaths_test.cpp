@@ -182,7 +182,7 @@ TEST_F(SharedPaths, AreKeptThroughACopyOnWrite) {
 }
 
 TEST_F(SharedPaths, MayBeTheCallersOwnObjects) {
-    // A caller may put its own paths into the list. They are shared and counted like other paths.
+    // A caller may put its own paths into the list. The library shares and counts these paths, too.
     auto* own = new GxDbFullSubentPath;
     kvtest::append(segmentsOf(*source), own);
     auto clone = cloneOf(*source);

@@ -1,4 +1,4 @@
-// Sets on different threads that share highlight paths.
+// Tests sets on different threads that share highlight paths.
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 #include "tests/support/Threads.h"
 
@@ -27,7 +27,7 @@ void onTwoThreads(const std::function<void()>& first, const std::function<void()
     kvtest::onThreads(2, [&](std::size_t n) { n == 0 ? first() : second(); });
 }
 
-// Reads every path, so that a sanitizer reports a path that was deleted too early.
+// Reads every path, so that a sanitizer reports a path that is deleted too early.
 std::int64_t sumOf(const GxapSelectSet& set) {
     std::int64_t sum = 0;
     for (const std::int64_t index : segmentsAt(set, 0))

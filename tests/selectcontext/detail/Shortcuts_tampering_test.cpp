@@ -1,5 +1,5 @@
-// Callers change public fields directly: index, count, store, pages and slots. The library's caches must not
-// change any result.
+// Tests sets whose public fields a caller has changed: index, count, store, pages and slots. The library's
+// caches must not change any result.
 #include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -37,7 +37,8 @@ protected:
         lookUpMuch(set, first, kCount);
     }
 
-    // Expects that every id from 0 to 1000 is found where the index has it, and that no other id is found.
+    // Expects that the set finds every id from 0 to 1000 that the index has, at its first entry, and no other
+    // id.
     static void expectFindsWhatTheIndexHas(const GxapSelectSet& set) {
         const DataMap& map = set.sharedData->dataMap;
         for (unsigned long n = 0; n <= 1000; ++n) {
@@ -93,7 +94,7 @@ TEST_F(ShortcutsTampering, IndexOfTheCallersOwnIsSearched) {
     EXPECT_TRUE(invariants(set));
 }
 
-// The number of entries stays the same. So the map keeps its nodes and gives them other ids.
+// Both maps have the same number of entries. So the assigned map keeps its nodes and gives them other ids.
 TEST_F(ShortcutsTampering, IndexAssignedFromAnotherOfItsSize) {
     GxapSelectSet set;
     fillAndLookUp(set);
@@ -109,8 +110,8 @@ TEST_F(ShortcutsTampering, IndexAssignedFromAnotherOfItsSize) {
     expectFindsWhatTheIndexHas(set);
 }
 
-// Each assignment gives the ids other nodes. Sometimes an id keeps its node, but its node is no longer the
-// first of the id.
+// Each assignment gives the ids other nodes. Sometimes an id keeps its node, but the node is no longer the
+// first one of the id.
 TEST_F(ShortcutsTampering, IndexAssignedWithAnIdThatIsThereTwice) {
     GxapSelectSet set;
     fillAndLookUp(set);
@@ -218,7 +219,7 @@ TEST_F(ShortcutsTampering, IndexesSwappedBetweenTwoSets) {
     EXPECT_TRUE(invariants(other));
 }
 
-// The pool of the next set may have the address of the last set's pool.
+// The pool of the set `next` may have the address of the pool of the set `gone`.
 TEST_F(ShortcutsTampering, IndexesSwappedToAndFroWithSetsThatAreGone) {
     GxapSelectSet set;
     appendIds(set, 1, kCount);
@@ -386,7 +387,7 @@ TEST_F(ShortcutsTampering, StoresSwappedBetweenTwoSets) {
     EXPECT_TRUE(invariants(other));
 }
 
-// A set of six pages. Each has been found by its address.
+// Has a set of six pages. SetUp() looks up 2000 items, which are all on the first page.
 class PagesTampering : public ShortcutsTampering {
 protected:
     static constexpr unsigned long kMany = 6ul * kPageSlots;
@@ -413,7 +414,7 @@ protected:
         return p;
     }
 
-    // Gives the records of the page to the test.
+    // Makes the test the owner of the page's records.
     void keepRecords(const Store::Page& from) {
         for (const Store::Slot* slot = from.slots; slot < from.fillEnd; ++slot) {
             if (!slot->free)
@@ -497,7 +498,8 @@ TEST_F(PagesTampering, SlotsFreedByHandAreCountedOut) {
     EXPECT_TRUE(invariants(*set));
 }
 
-// The counts of the pages stay correct, so nothing else shows the change.
+// Moving records within a page leaves the page's count as it is. A bitmap is verified by that count. So
+// positions are right only after updateDataMap(), which drops the bitmaps.
 TEST_F(PagesTampering, SlotsMovedByHandAreSeenOnceTheIndexIsUpdated) {
     kvtest::takeOutIds(*set, kPageSlots + 1000, 50);
     kvtest::takeOutIds(*set, 3ul * kPageSlots + 500, 700);

@@ -1,5 +1,5 @@
-// Handles on different threads look up items in shared data. The first lookups build a hash meanwhile. The
-// thread sanitizer reports data races.
+// Tests handles on different threads that look up items in shared data. The first lookups build a hash
+// meanwhile. The thread sanitizer reports data races.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Threads.h"
 

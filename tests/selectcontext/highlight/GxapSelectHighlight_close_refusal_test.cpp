@@ -1,4 +1,4 @@
-// Closing an entity throws: after draw() has highlighted the entity, and after a path has been resolved.
+// Tests draw() and the resolving of a path when closing an entity throws.
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
 
@@ -14,7 +14,8 @@ int gCloses = 0;
 
 } // namespace
 
-// Replaces the platform's function. So no test in this file may test which objects are open.
+// Replaces the platform's function, and leaves the object open. So no test in this file may test which
+// objects are open.
 GxErrorStatus GxDbObject::close() {
     ++gCloses;
     if (gRefuses)
@@ -29,7 +30,7 @@ using kvinmemory::livePaths;
 using kvtest::edit;
 using kvtest::registrations;
 
-// A set of one item with a segment and a path of two ids. Closing its entities throws.
+// Has a set of one item with a segment and a path of two ids. Closing an entity throws.
 class RefusedClose : public kvtest::SetTest {
 protected:
     void SetUp() override {

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-// Draws one entity's paths, one item, and a whole set.
+// Tests the drawing of one entity's paths, of one item, and of a whole set.
 
 namespace {
 
@@ -31,7 +31,7 @@ using ConstIterator = GxapSelectSet::ConstIterator;
 
 constexpr GxErrorStatus kRefused = static_cast<GxErrorStatus>(7);
 
-// A list of paths that a caller owns, with parts 1, 2, ...
+// A list of paths to the parts 1, 2, ... The list belongs to a caller.
 class Paths {
 public:
     explicit Paths(int count) {
@@ -206,7 +206,7 @@ TEST_F(PathHighlight, DeletesANonResidentEntityWhenAHighlightThrows) {
     EXPECT_EQ(calls(), Lines({"open A", "highlight  1", "delete"}));
 }
 
-// A set of the entities A, B and C, which have one, two and one segments.
+// Has a set of the entities A, B and C. A and C have one segment each, and B has two.
 class Draw : public kvtest::DrawingTest {
 protected:
     void SetUp() override {
@@ -440,7 +440,7 @@ TEST_F(DrawSet, ShowsInTheEntitiesUntilItIsTakenBack) {
     EXPECT_EQ(highlightsOf("B"), 0u);
 }
 
-// A callback during a highlight may change the set that is being drawn.
+// Tests callbacks that change the set while draw() highlights one of its entities.
 class DrawCallback : public Draw {};
 
 TEST_F(DrawCallback, ThatClearsTheSegmentsLeavesThemToTheDrawing) {
@@ -511,7 +511,7 @@ TEST_F(DrawCallback, ThatDrawsTheSetAgainNestsTheCalls) {
     EXPECT_EQ(databaseEvents(DatabaseCall::Open).size(), databaseEvents(DatabaseCall::Close).size());
 }
 
-// A callback while an entity is opened may change the set that is being drawn.
+// Tests callbacks that change the set while draw() opens one of its entities.
 class DrawOpening : public kvtest::DrawingTest {
 protected:
     void SetUp() override {
@@ -524,7 +524,7 @@ protected:
         DrawingTest::TearDown();
     }
 
-    // Adds an item with segments 1 and 2. Each opening of its entity runs the work, and then makes the
+    // Adds an item with segments 1 and 2. Each opening of the item's entity runs `work`, and then makes the
     // entity.
     GxDbObjectId addItem(std::function<void()> work) {
         const GxDbObjectId id = drawing().addNonResident(

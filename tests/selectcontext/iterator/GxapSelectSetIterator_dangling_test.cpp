@@ -1,5 +1,5 @@
-// Iterators on pages, stores and sets that were freed. The tests state where such an iterator moves. The
-// address sanitizer reports a read of freed memory.
+// Tests iterators on pages, stores and sets that were freed, and where such iterators move. The address
+// sanitizer reports a read of freed memory.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Thrown.h"
 
@@ -36,8 +36,8 @@ class EndIteratorLeftBehind : public kvtest::SetTest {};
 class IteratorAfterAssignment : public kvtest::SetTest {};
 class IteratorAfterItsSet : public kvtest::SetTest {};
 
-// Keeps the position of the iterator, but ends its registration. An iterator that is assigned after a release
-// is in this state.
+// Ends the registration of the iterator, and keeps its position. An iterator is in this state, too, if it is
+// assigned after the set released its data.
 void unregister(GxapSelectSet& set, ConstIterator& it) {
     set.removeIterator(&it);
 }
@@ -177,7 +177,7 @@ TEST_F(IteratorOnAReleasedPage, RaisesWhenItsRecordIsToBeWritten) {
     EXPECT_TRUE(invariants(two.set));
 }
 
-// A new page may have the address of the old one. The iterator is then on a slot of the new page, or on no
+// A new page may have the address of the freed page. The iterator is then on a slot of the new page, or on no
 // slot.
 TEST_F(IteratorOnAReleasedPage, WalksToTheEndAfterNewPagesHaveCome) {
     Filled three(3);

@@ -29,7 +29,7 @@ class IteratorFailure : public kvtest::SetTest {};
 class FactoryFailure : public kvtest::SetTest {};
 class AccessorFactoryFailure : public kvtest::SetTest {};
 
-// A set with as many iterators as its registry has room for.
+// Has a set with as many iterators as the set's registry has room for.
 class FullRegistry : public Filled {
 public:
     explicit FullRegistry(unsigned long count) : Filled(count) {
@@ -106,8 +106,8 @@ TEST_F(IteratorFailure, OfAConstructionThatIsDisabledCannotHappen) {
         kvtest::Expect::None);
 }
 
-// Expects that an iterator with a position is registered with its set, and that no iterator is registered
-// with another set. Called after a failed assignment.
+// Expects, after a failed assignment, that both sets are sound, and that an iterator with a position is
+// registered with its set.
 void expectSound(const ConstIterator& it, const GxapSelectSet& from, const GxapSelectSet& to) {
     EXPECT_TRUE(invariants(from));
     EXPECT_TRUE(invariants(to));
@@ -252,7 +252,8 @@ TEST_F(FactoryFailure, LeavesASetWithoutDataWithoutItOrWithAWholeOne) {
     expectFactorySurvivesWithoutData([](GxapSelectSet& set) { return edit(set).findItr(id(9)); });
 }
 
-// The data may have been copied before the iterator failed. Both sets must have the same items as before.
+// A failure of the iterator may come after the data was copied. Expects that both sets still have their
+// items.
 template <class Factory>
 void expectAccessorFactorySurvives(Factory factory) {
     forEachAllocationFailure([&factory](FailurePoint& point) {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-// Recognises nested picks, and reads, filters and replaces their paths.
+// Tests which picks are nested, and reads, filters and replaces their paths.
 
 namespace {
 
@@ -424,7 +424,7 @@ TEST_F(FilteredPath, WithoutAPositionLeavesTheIds) {
     EXPECT_TRUE(calls().empty());
 }
 
-// Opening an entity may run code of the application, which may replace the path.
+// Opening an entity may run code of the application. That code may replace the path.
 TEST_F(FilteredPath, IsThatOfTheStartWhenThePathIsReplacedMeanwhile) {
     std::function<void()> whenOpened;
     const GxDbObjectId made = drawing().addNonResident(

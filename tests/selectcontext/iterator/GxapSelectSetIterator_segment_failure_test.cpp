@@ -1,5 +1,5 @@
-// Edits highlight segments while each allocation fails in turn. Nothing leaks, and the segments are either
-// the old ones or the new ones.
+// Edits highlight segments while each allocation fails in turn. Nothing leaks. A failed edit either changes
+// nothing or is complete.
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-// Adds and clears highlight segments through an iterator and through the accessor.
+// Tests adding and clearing highlight segments, through an iterator and through the accessor.
 
 namespace {
 
@@ -313,7 +313,7 @@ TEST_F(ClearingSegments, LeavesTheStorageToAnotherOwner) {
 
 class SegmentWithoutItem : public kvtest::SetTest {
 protected:
-    // Expects that neither of the two calls changes the set.
+    // Expects that setHighlightSegment() changes nothing, neither with a path nor with null.
     static void expectNothingFrom(Iterator& it, const GxapSelectSet& set, const Indices& segments) {
         const GxDbFullSubentPath path = subentPath({1});
         const long paths = livePaths();
@@ -334,7 +334,7 @@ TEST_F(SegmentWithoutItem, IsIgnoredAtTheEnd) {
     expectNothingFrom(it, filled.set, {1});
 }
 
-// Only the index decides. The position of the iterator does not matter.
+// Only it.index decides, even if the iterator's position is on an item.
 TEST_F(SegmentWithoutItem, IsIgnoredWhenTheIndexIsNotBelowTheCount) {
     Filled filled(1);
     addSegments(filled.set, 0, {1});
@@ -361,7 +361,7 @@ TEST_F(SegmentWithoutItem, IsIgnoredAtANegativePosition) {
     expectNothingFrom(it, filled.set, {1});
 }
 
-// The comparison is signed, so a negative index is below every count.
+// The library compares index and count as signed numbers. So a negative index is below every count.
 TEST_F(SegmentWithoutItem, IsAddedAtANegativeIndexThatStandsOnAnItem) {
     Filled filled(1);
     Iterator it = edit(filled.set).begin();

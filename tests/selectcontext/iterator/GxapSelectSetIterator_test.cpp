@@ -910,8 +910,8 @@ TEST_F(ConstIteratorStep, FromAFreedSlotReachesTheNextRecord) {
     EXPECT_EQ(at(it), 2u);
 }
 
-// The position counts the occupied slots of the page up to the iterator's own slot. It does not change when
-// some of them are removed. Then it is too high.
+// The position counts the occupied slots of the page up to the iterator's own slot. The position stays the
+// same when some of these slots are freed. Then it is too high.
 TEST_F(ConstIteratorStep, WithAStalePositionEndsItsPageEarly) {
     Filled five(5);
     const ConstIterator it = five.set.iteratorAt(2);
@@ -1003,8 +1003,8 @@ TEST_F(ConstIteratorStepBack, FromTheEndGivesTheLastRecord) {
     EXPECT_EQ(prev.truckerIterator->slot, three.slot(2));
 }
 
-// The position of the end is the number of live records. So after a step back from the end, the position is
-// one lower than that of a lookup by index.
+// The position of the end is the number of live records of the last page. A step back from the end gives one
+// less. A lookup by index gives the last item the full number as position.
 TEST_F(ConstIteratorStepBack, FromTheEndCountsThePositionDownFromTheLiveCount) {
     Filled three(3);
     ConstIterator prev(nullptr, 0);
@@ -1118,7 +1118,8 @@ TEST_F(ConstIteratorStepBack, BeforeTheFirstElementStaysThereWithALowerIndex) {
     EXPECT_EQ(prev.truckerIterator->position, kBeforeFirst);
 }
 
-// A step from before the first element gives position 0, if the first slot of the page is occupied.
+// A step from before the first element gives position 0 if the first slot of the page is occupied. A lookup
+// by index would give position 1.
 TEST_F(ConstIteratorStepBack, BeforeTheFirstElementStepsOntoAnOccupiedFirstSlotWithPositionZero) {
     Filled two(2);
     const ConstIterator it = two.set.iteratorAt(1);

@@ -1,4 +1,5 @@
-// Makes the handle of the list, and its manager, while each allocation fails in turn. Nothing leaks.
+// Makes the handle of the list, and the manager of the list, while each allocation fails in turn. Nothing
+// leaks.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 

@@ -1,4 +1,4 @@
-// The counted handle of the list of named sets.
+// Tests the counted handle of the list of named sets.
 #include "tests/selectcontext/list/Name.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 
@@ -14,7 +14,7 @@ using Handle = GxapSSListSmartPtr;
 
 class ListHandle : public kvtest::SetTest {
 protected:
-    // Adds a set to the list. The set's block tells later whether the list was destroyed.
+    // Adds a set to the list. If the list is not destroyed, the memory of the set is left after the test.
     static const GxapSelectSet* addSet(const Handle& handle) {
         Name name;
         return handle.list->newSelectSet(name);
@@ -152,7 +152,7 @@ TEST_F(ListHandle, WithoutAListFreesTheCountAndCountsNoCopy) {
         Handle copy(handle);
         EXPECT_EQ(copy.refCount, handle.refCount);
         EXPECT_EQ(*handle.refCount, 1);
-        copy.refCount = nullptr; // this handle was not counted
+        copy.refCount = nullptr; // `copy` was not counted, so its destructor must find no count
     }
     handle.release();
     EXPECT_EQ(handle.refCount, nullptr);

@@ -1,5 +1,5 @@
-// Edits the list of named sets while each allocation fails in turn. Nothing leaks, and the list stays as it
-// was.
+// Edits the list of named sets while each allocation fails in turn. Nothing leaks, and a failed edit leaves
+// the list unchanged.
 #include "platform/inmemory/InMemoryDatabase.h"
 #include "platform/inmemory/InMemoryOsBase.h"
 #include "tests/selectcontext/support/SetTestSupport.h"

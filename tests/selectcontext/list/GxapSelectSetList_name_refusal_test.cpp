@@ -1,4 +1,4 @@
-// Named sets, on a platform that throws when it sets word 1 of a name.
+// Tests named sets on a platform that throws when it sets word 1 of a name.
 
 #include "tests/selectcontext/support/SetTestSupport.h"
 
@@ -15,7 +15,7 @@ std::function<void(const long*)> gAtCompletion;
 
 } // namespace
 
-// Replaces the platform's function.
+// Replaces the platform's function that sets word 1 of a name.
 void gxdbInitGdsNameKey(long* name) {
     name[1] = 77;
     if (gAtCompletion)

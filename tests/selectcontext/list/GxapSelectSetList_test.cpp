@@ -1,4 +1,4 @@
-// The list of named sets.
+// Tests the list of named sets.
 #include "tests/selectcontext/list/Name.h"
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 
@@ -254,7 +254,7 @@ TEST_F(DeleteNamedSet, RemovesTheFirstOfEqualEntriesAlone) {
     list.sets.push_front(twice);
     list.delSelectSet(a);
     EXPECT_EQ(list.sets, Sets({other, twice}));
-    list.sets.pop_back(); // this set was destroyed
+    list.sets.pop_back(); // delSelectSet() destroyed the set `twice`
 }
 
 TEST_F(DeleteNamedSet, DisablesItsIterators) {
@@ -285,7 +285,7 @@ TEST_F(DestroyedList, DestroysItsSets) {
     EXPECT_EQ(sinceThen.liveNew(), 0);
 }
 
-// The order in which the paths are destroyed shows the order of the sets.
+// Each set has one path. The order in which the paths are destroyed shows the order in which the sets are.
 TEST_F(DestroyedList, DestroysFromTheFrontToTheBack) {
     std::vector<const GxDbFullSubentPath*> expected;
     auto list = std::make_unique<GxapSelectSetList>();

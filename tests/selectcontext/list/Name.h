@@ -3,7 +3,7 @@
 
 namespace kvtest {
 
-// Has two words that name no set at first.
+// A name. At first, its two words name no set.
 struct Name {
     long words[2] = {-7, -8};
 

@@ -30,7 +30,8 @@ bool intersected(const SetOf& s, const SetOf& other) {
     return s.set.intersectedWith(&other.set);
 }
 
-// Puts an unreadable record into a slot. Reading that record ends the program.
+// Replaces the record in a slot by an unreadable one. Reading the unreadable record ends the program. The
+// destructor restores the record.
 class UnreadableRecord {
 public:
     UnreadableRecord(const SetOf& s, std::size_t position)
@@ -215,7 +216,7 @@ TEST_F(SameItem, IsLookedForAmongAllItemsOfItsMainId) {
     EXPECT_TRUE(intersected(s, SetOf{{1, 9}, {1, 3, 4, {7}}}));
 }
 
-// --- both
+// --- contains and intersectedWith
 
 TEST_F(Comparison, OfASetWithoutDataIsFalseAndCreatesNone) {
     const SetOf s{{1}};
@@ -278,7 +279,7 @@ TEST_F(Comparison, PassesOverNullRecords) {
     EXPECT_FALSE(intersected(other, s));
 }
 
-// The comparison walks over one set's store, and looks up in the other set's index.
+// A comparison walks over the store of one set, and looks the items up in the index of the other set.
 TEST_F(Comparison, FindsWhatTheIndexHasLostOnTheWalkedSideOnly) {
     SetOf s{{1, 2}, {1, 3}, {2}};
     edit(s.set).remove(id(1), id(2));

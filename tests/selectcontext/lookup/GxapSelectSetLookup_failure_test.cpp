@@ -33,7 +33,8 @@ TEST_F(LookupFailure, HasNoPlaceInReadingByPositionAndComparing) {
         Expect::None);
 }
 
-// Comparing many items builds a hash if there is memory for the hash.
+// Comparing many items builds a hash if there is memory for the hash. Without the hash, the result is the
+// same.
 TEST_F(LookupFailure, LeavesComparingManyItemsSlow) {
     const Items held = kvtest::plainItems(1, 300);
     const Items backwards(held.rbegin(), held.rend());

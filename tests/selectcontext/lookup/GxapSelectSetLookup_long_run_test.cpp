@@ -34,7 +34,7 @@ using DataMap = SSetData::DataMap;
 
 class LongRunLookup : public kvtest::EditTest {
 protected:
-    LongRunLookup() { kvtest::runKinds(); } // allocates what stays to the end of the process
+    LongRunLookup() { kvtest::runKinds(); } // allocates storage that stays to the end of the process
 
     static DataMap& mapOf(GxapSelectSet& set) { return set.sharedData->dataMap; }
 
@@ -56,7 +56,7 @@ protected:
             kvtest::makeTwins();
     }
 
-    // Returns keys of items that are in the set, and some keys of no item.
+    // Returns items to look up: items that are in the set, and some items whose keys no item of the set has.
     static Items wanted(std::size_t count, unsigned seed) {
         RunItems drawn(GetParam(), seed);
         Items items = drawn.next(count);
@@ -246,7 +246,8 @@ TEST_P(LongRunLookupByKind, RecordsChangedByHandAreFoundOnceTheIndexIsUpdated) {
         record.subEntId = id(other.sub);
         record.gsMarker = other.marker;
         record.nestedEntFullPath = pathOf(other);
-        // The results do not matter here. The look-ups must not read memory that they should not read.
+        // The results of these look-ups do not matter. The sanitizers report a look-up that reads memory
+        // outside the library's objects.
         for (const Item& item : drawn.next(5))
             s.set.find(id(item.main), id(item.sub), item.marker);
     }
@@ -427,7 +428,7 @@ protected:
 
     const GxapSelectSet& set() const { return mSet->set; }
 
-    // Returns the number of comparisons that one call makes.
+    // Returns the number of id comparisons that one call makes.
     template <class Call>
     static long comparisonsOf(Call call) {
         kvinmemory::countIdComparisons(true);
@@ -435,7 +436,7 @@ protected:
         return kvtest::idComparisons();
     }
 
-    // Number of comparisons that find the first entry of a main id without a hash of ids.
+    // The most id comparisons that find the first entry of a main id without a hash of ids.
     static constexpr long kSearchOfMain = 40;
 
 private:
@@ -514,7 +515,9 @@ TEST_F(LongRunLookup, ItemIsRefusedThatHasThePathGivenThroughAnIterator) {
     EXPECT_EQ(kvtest::count(s.set), 204u);
 }
 
-// The value of an entry is taken as it was, like the keys of its record.
+// The run index hashes an entry by the keys of the record at its address when the entry was added. A look-up
+// compares the keys of the record at its present address. So it finds neither of two entries whose addresses
+// were swapped, until updateDataMap() is called.
 TEST_F(LongRunLookup, EntriesThatChangedPlacesByHandLeadToNoItemWithOtherKeys) {
     SetOf s(between(plainRun(200)));
     indexRun(s.set);

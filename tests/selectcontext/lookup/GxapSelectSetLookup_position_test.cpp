@@ -186,7 +186,7 @@ TEST_F(GetIdsAt, AnswersFalseWhereThereIsNoStoreOrNoPage) {
     EXPECT_TRUE(ids.untouched());
 }
 
-// The limit of the index is the number of records in the store, not the set's count.
+// getAt() compares the index with the number of records in the store, not with the set's count.
 TEST_F(GetIdsAt, IsBoundedByTheStore) {
     SetOf s{{1}, {2}, {3}};
     Ids ids;

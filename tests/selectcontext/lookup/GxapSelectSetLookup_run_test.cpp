@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-// Looks items up among many of one main id.
+// Tests look-ups among many items of one main id.
 
 namespace {
 
@@ -13,8 +13,8 @@ using kvtest::idVector;
 
 constexpr long kItems = 100;
 
-// A set of items with main id 1, sub id 2, markers from 1 on, and the nested path {1}. A failed look-up has
-// been through all of them.
+// Has a set of items with main id 1, sub id 2, markers from 1 on, and the nested path {1}. The constructor
+// also makes a look-up that compares all items and finds none.
 class ManyItems {
 public:
     ManyItems() {
@@ -37,7 +37,7 @@ TEST_F(LongRun, FindsAnItemByThePathThatAnIteratorHasSet) {
     EXPECT_EQ(run.set.find(id(1), id(2), 81, &run.path), -1);
 }
 
-// The ids that items have keep their order.
+// id(7) becomes equal to id(5). The order of id(3) and id(5), which the items have, stays the same.
 TEST_F(LongRun, FindsASubIdByAnIdThatIsMadeEqualToItLater) {
     GxapSelectSet set;
     for (long marker = 1; marker <= kItems; ++marker)

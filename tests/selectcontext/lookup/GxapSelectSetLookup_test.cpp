@@ -33,8 +33,8 @@ constexpr const wchar_t* kMisuse =
 
 class Lookup : public kvtest::SetTest {
 protected:
-    // The first trace of a thread allocates storage that stays allocated. So it is made before anything is
-    // counted.
+    // The first trace of a thread allocates storage that stays allocated. So the constructor makes a trace
+    // before a test counts allocations.
     Lookup() { SCOPED_TRACE("making the storage of traces"); }
 };
 class MarkerEquality : public ::testing::Test {};
@@ -101,8 +101,8 @@ selected_entity& addItem(GxapSelectSet& set, const Keys& keys) {
     return record;
 }
 
-// A set of five items. The wanted item is at position 2. Each other item differs from the wanted one in one
-// key.
+// Has a set of five items. The item with the keys `wanted` is at position 2. Each other item differs from it
+// in one key.
 struct Neighbourhood {
     Neighbourhood() {
         Keys other = wanted;

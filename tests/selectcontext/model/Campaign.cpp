@@ -21,7 +21,7 @@ namespace kvmodel {
 
 namespace {
 
-constexpr int kTrackedEpisodes = 16;    // one of this many episodes counts its _kvMalloc blocks
+constexpr int kTrackedEpisodes = 16;    // one of this many episodes tracks its _kvMalloc blocks
 constexpr unsigned kReplaySeconds = 20; // a replay that takes longer has failed
 constexpr unsigned kCampaignSeconds = 540;
 constexpr auto kShrinkTime = std::chrono::seconds(60);
@@ -118,8 +118,8 @@ bool operationsFail(const SharedReport& report, const Profile& profile, const Op
     });
 }
 
-// Removes sequences of operations, as long as the rest still fails. The length of the sequences shrinks from
-// half of the operations to one.
+// Removes sequences of operations, as long as the remaining operations still fail. The length of the
+// sequences shrinks from half of the operations to one.
 Operations shrunk(const SharedReport& report, const Profile& profile, Operations failing, bool tracked) {
     const auto end = std::chrono::steady_clock::now() + kShrinkTime;
     bool shrinks = true;

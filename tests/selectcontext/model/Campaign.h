@@ -8,7 +8,8 @@
 
 namespace kvmodel {
 
-// Return KV_MODEL_SEED and KV_MODEL_OPERATIONS of the environment, or the argument if they are not set.
+// Return KV_MODEL_SEED and KV_MODEL_OPERATIONS of the environment. Return the argument if the variable is not
+// set.
 std::uint64_t seedOr(std::uint64_t seed);
 long operationsOr(long count);
 

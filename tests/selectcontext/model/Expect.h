@@ -33,7 +33,8 @@ inline void expectSame(const void* actual, const void* model, const char* what) 
     expectEqual(actual, model, what);
 }
 
-// Stores an address of the library at the first call. Later calls compare the address with the stored one.
+// Stores `actual`, an address of the library, in `known` at the first call. Later calls compare `actual` with
+// the stored address.
 template <class T>
 void bind(T actual, T& known, const char* what) {
     expect(actual != nullptr, what);

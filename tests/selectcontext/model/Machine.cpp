@@ -37,7 +37,7 @@ Outcome outcomeOf(KvException* thrown) {
     return isMisuse ? kMisuse : kOtherError;
 }
 
-// Calls the library, and records the records that the call makes.
+// Calls the library. Lets the tracker note the records that the call makes.
 template <class Call>
 auto watched(const Call& call) {
     const RecordTracker::Recording recording(RecordTracker::current(), true);
@@ -73,7 +73,7 @@ GxDbFullSubentPath* actualPath(const PathPtr& path) {
     return path ? static_cast<GxDbFullSubentPath*>(const_cast<void*>(path->actual)) : nullptr;
 }
 
-// Lets operator new fail.
+// Makes operator new fail while the object lives.
 class NewFailure {
 public:
     NewFailure(long nth, bool andLater) { kvtest::failNew(nth, andLater); }
@@ -100,7 +100,8 @@ private:
     std::vector<int> mAsked;
 };
 
-// Returns the path copies that still exist. Finds them in the log of the database from entry `from` on.
+// Returns the path copies that still exist. Finds these copies in the log of the database from entry `from`
+// on.
 std::vector<const GxDbFullSubentPath*> pathsLeft(std::size_t from) {
     std::vector<const GxDbFullSubentPath*> left;
     const auto events = kvinmemory::databaseEvents();
@@ -115,7 +116,7 @@ std::vector<const GxDbFullSubentPath*> pathsLeft(std::size_t from) {
 
 } // namespace
 
-// ---- Life
+// ---- Beginning and end
 
 Machine::Machine(const Profile& profile, kvtest::RecordTracker& tracker)
     : mProfile(profile), mTracker(tracker), mWorld(profile), mModel(mWorld.rules()),
@@ -316,7 +317,7 @@ void Machine::makeSet(int s, int mode, int source) {
 void Machine::construct(const Operation& o) {
     const int s = o[0];
     const auto at = static_cast<std::size_t>(s);
-    // Cursors that are not registered with the set must be destroyed before the set.
+    // Cursors of the set that are not registered with it must be destroyed before the set.
     for (int c = 0; c < kCursorCount; ++c) {
         const auto& registry = modelSet(s).registry;
         const bool isRegistered =
@@ -445,10 +446,10 @@ void Machine::select(const Operation& o) {
                           mWorld.modelNestedPath(o[5]));
         });
     if (mWorld.rules().isNull(o[1]))
-        kvtest::freeInfo(info); // the caller still owns it
+        kvtest::freeInfo(info); // select() refuses a null id, and leaves the info to its caller
 }
 
-// The arguments are parts of a record, which may be a record of this set.
+// The arguments of select() are parts of a record. The record may be in the set that select() changes.
 void Machine::selectKeysOf(const Operation& o) {
     const int at = positionOf(o[2], countOf(o[1]));
     const RecordPtr model = mModel.getAt(modelSet(o[1]), at);
@@ -501,8 +502,8 @@ void Machine::addToRun(int s, int main, int sub, long marker, int info, int path
         kvtest::freeInfo(made);
 }
 
-// The pattern says how many different sub ids, markers, paths and infos the items have. Some operations fill
-// the runs of all main ids by turns.
+// Adds many items. `pattern` says how many different sub ids, markers, paths and infos the items have. If
+// `areMany` is true, the items have all main ids by turns.
 void Machine::fillRun(const Operation& o) {
     const int pattern = o[4];
     constexpr int kSubCounts[] = {1, 5, 37};
@@ -525,8 +526,8 @@ void Machine::fillRun(const Operation& o) {
     }
 }
 
-// Any allocation may fail, also one for the index of a run or of the ids. If the item cannot be added, the
-// set must not have changed.
+// Selects an item while an allocation fails. The allocation may be one for an index. If the item cannot be
+// added, the set must not have changed.
 void Machine::selectWithoutMemory(const Operation& o) {
     Set& model = modelSet(o[0]);
     if (!model.data || model.data.use_count() > 1)
@@ -559,7 +560,7 @@ void Machine::noteUsed(int main, int sub, int path) {
         mIsUsed[static_cast<std::size_t>((*ids)[i])] = true;
 }
 
-// Returns whether no item has had an id that is equal to this one.
+// Returns whether no item has had `id` or an id that is equal to `id`.
 bool Machine::isMovable(int id) const {
     for (std::size_t other = 0; other < mIsUsed.size(); ++other) {
         if (mIsUsed[other] && mWorld.rules().same(static_cast<int>(other), id))
@@ -568,7 +569,8 @@ bool Machine::isMovable(int id) const {
     return true;
 }
 
-// Makes two ids equal. The higher id moves to a lower place in the order. So no item may have had that id.
+// Makes two ids equal, if no item has had the higher id. The higher id moves to a lower place in the order of
+// ids.
 void Machine::uniteIds(const Operation& o) {
     const IdRules& rules = mWorld.rules();
     const int higher = rules.rank(o[0]) > rules.rank(o[1]) ? o[0] : o[1];
@@ -597,7 +599,7 @@ void Machine::removeMarker(const Operation& o) {
         [&] { return long{mModel.remove(modelSet(o[0]), o[1], o[2], o[3])}; });
 }
 
-// The keys are parts of a record, which may be a record of this set.
+// The arguments of remove() are parts of a record. The record may be in the set that remove() changes.
 void Machine::removeKeysOf(const Operation& o) {
     const int at = positionOf(o[2], countOf(o[1]));
     const RecordPtr model = mModel.getAt(modelSet(o[1]), at);
@@ -796,7 +798,7 @@ void Machine::makeWritableCursor(const Operation& o) {
     }
 }
 
-// A writable cursor can only be made from a writable cursor.
+// Returns the number of the cursor to copy. A writable cursor can only be made from a writable cursor.
 int Machine::sourceOf(const Operation& o) {
     return o[0] < kConstCount ? o[1] : kConstCount + o[1] % kConstCount;
 }
@@ -1063,7 +1065,8 @@ void Machine::lookUp(const Operation& o) {
         expectSame(isGsMarkEqual(o[3], other), sameMarker(o[3], other), "isGsMarkEqual");
 }
 
-// A look-up succeeds without memory. It makes an index only if there is memory.
+// Looks items up while allocations fail. A look-up succeeds without memory. It makes an index only if there
+// is memory.
 void Machine::lookUpWithoutMemory(const Operation& o) {
     const GxapSelectSet& in = set(o[0]);
     const GxDbObjectId& main = mWorld.id(o[1]);
@@ -1184,7 +1187,7 @@ void Machine::drawCursor(const Operation& o) {
 
 // ---- Sub-selections
 
-// Gives the item a sub-selection of up to three paths.
+// Gives an item a sub-selection of up to three paths.
 void Machine::makeSubselection(const Operation& o) {
     mRecordsChanged = true;
     const int at = positionOf(o[1], countOf(o[0]));
@@ -1243,7 +1246,8 @@ void Machine::toggleSubselection(const Operation& o) {
         });
 }
 
-// If the call makes a new item, no record has its path copy. The log of the database has the copy's address.
+// If the call makes a new item, no record refers to the copy of the path. Only the log of the database has
+// the address of the copy.
 void Machine::appendSubselection(const Operation& o) {
     noteUsed(mWorld.entityOf(mWorld.modelSubentPath(o[1])).value_or(0), 0);
     mRecordsChanged = true;
@@ -1281,7 +1285,7 @@ void Machine::removeSubselectionAt(const Operation& o) {
 }
 
 void Machine::findSubselection(const Operation& o) {
-    mRecordsChanged = true; // reading may make a list private
+    mRecordsChanged = true; // reading may make a list of paths private
     both(
         "findSubentPathSubsel",
         [&]() -> long { return set(o[0]).findSubentPathSubsel(mWorld.id(o[1]), mWorld.subentPath(o[2])); },
@@ -1369,7 +1373,7 @@ void Machine::replaceRecord(const Operation& o) {
         updateDataMap(o);
 }
 
-// Erases the index entry of an item, or extracts the entry and inserts it behind the other entries of its id.
+// Erases the index entry of an item, or moves the entry behind the other entries of its id.
 void Machine::editIndex(const Operation& o) {
     Set& model = modelSet(o[0]);
     const int at = positionOf(o[1], countOf(o[0]));

@@ -26,7 +26,7 @@ public:
 
     void perform(const Operation& operation);
 
-    // Destroys everything that the operations have made.
+    // Destroys all objects that the operations have made.
     void finish();
 
 private:
@@ -40,7 +40,7 @@ private:
     KV_MODEL_OPERATIONS(KV_MODEL_METHOD)
 #undef KV_MODEL_METHOD
 
-    // ---- Both sides of an argument
+    // ---- What an argument means for the library and for the model
     GxapSelectSet& set(int s) const {
         return *mSets[static_cast<std::size_t>(s)];
     }
@@ -67,7 +67,7 @@ private:
     int numberOf(const Set* set) const;
     long stubOf(int id) const;
 
-    // ---- Doing
+    // ---- Calling the library and the model
     using Call = std::function<long()>;
     long both(const char* what, const Call& actual, const Call& model);
     void bothRecords(const char* what, const std::function<selected_entity*()>& actual,

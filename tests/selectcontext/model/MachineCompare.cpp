@@ -19,7 +19,7 @@ constexpr int kFullEvery = 24; // number of steps between full comparisons of la
 } // namespace
 
 void Machine::compare() {
-    deleteOrphanedLists(); // otherwise these lists would still share blocks
+    deleteOrphanedLists(); // the lists of destroyed records still share blocks
     mEmptyVectors = 0;
     const bool isSmall = mProfile.shape == Shape::kSmall;
     const bool full = isSmall || mRecordsChanged || mStep % kFullEvery == 0;
@@ -57,8 +57,8 @@ void Machine::compare() {
 
 // ---- Records that were removed
 
-// Finds the library's records for removed records of the model. If one operation copies a record and removes
-// the copy, the copy is in no set.
+// Finds the library's records for removed records of the model that have no address yet. An operation that
+// copies a record and removes the copy leaves such a record. That copy is in no set.
 void Machine::bindLeftBehind() {
     const auto isUnknown = [](const RecordPtr& model) { return !model->actual; };
     if (std::none_of(mModel.removed.begin(), mModel.removed.end(), isUnknown))
@@ -80,7 +80,7 @@ void Machine::bindLeftBehind() {
 }
 
 bool Machine::couldBe(const selected_entity& actual, const Record& model) const {
-    // If the operation itself made a block, the model does not know the block's address yet.
+    // If the operation itself makes a block, the model does not know the block's address yet.
     const auto onBlock = [](const KvVectorBlock* block, const auto& vector) {
         if (vector.isOnEmptyBlock())
             return block == gpEmptyVectorData;

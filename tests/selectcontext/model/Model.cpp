@@ -174,7 +174,7 @@ Position Model::positionAt(const StorePtr& store, int index) {
             return {store, page, store->elementAt(index)->slot, static_cast<std::uint32_t>(inPage) + 1};
         inPage -= page->live;
     }
-    // For a position beyond the last item, the cursor has no page and no ordinal.
+    // A cursor beyond the last item has no page and no ordinal.
     return {store, nullptr, 0, 0};
 }
 
@@ -185,13 +185,13 @@ bool Model::isEnd(const StorePtr& store, const Position& at) {
     return at.page == end.page ? !end.page || at.slot == end.slot : slotAddress(at) == slotAddress(end);
 }
 
-// Returns whether the cursor's page is in the store. A page that was made later is another page, even at the
-// same address.
+// Returns whether the cursor's page is in the store. A page that was made after the cursor's page was freed
+// is another page, even if both have the same address.
 bool Model::resolve(const Store& store, const Position& at) {
     return std::find(store.pages.begin(), store.pages.end(), at.page) != store.pages.end();
 }
 
-// Does each step as the library does. With a position that is out of date, the walk leaves the page early.
+// Steps as the library does. If the position is out of date, the walk leaves the page early.
 void Model::next(Position& at) {
     const std::vector<PagePtr>& pages = at.store->pages;
     int from = 0;
@@ -693,7 +693,8 @@ bool Model::remove(Set& set, int main) {
         takeOut(data, entry->second.place);
         --data.count;
     }
-    // A copy is indexed by the present ids of the records. If a caller has changed these, the range is empty.
+    // writeData() indexes a copy by the present ids of the records. If a caller has changed these ids, the
+    // range is empty.
     const bool any = range.first != range.second;
     data.index.erase(range.first, range.second);
     return any;
@@ -713,7 +714,7 @@ bool Model::remove(Set& set, int main, int sub) {
         --data.count;
         any = true;
     }
-    // Also erases the entries of records that stay.
+    // As in the library, this also erases the entries of records that stay.
     data.index.erase(range.first, range.second);
     return any;
 }
@@ -810,7 +811,7 @@ void Model::transfer(Set& set, Set& target, const std::function<bool(int)>* isEx
         createData(set);
     const Data* const walked = set.data.get();
     for (const RecordPtr& record : set.data->store->records()) {
-        // The first append copies the data of the walk, which ends the walk.
+        // If the target is the walked set, the first append may copy its data. That ends the walk.
         if (set.data.get() != walked)
             return;
         if (ids.isNull(record->main))
@@ -852,7 +853,7 @@ bool Model::samePath(const SubentPath& a, const SubentPath& b) const {
                       [this](int x, int y) { return ids.same(x, y); });
 }
 
-// Reading a list with write access makes the list private.
+// Reads the list with write access, as the library does. So it makes the list private.
 int Model::positionIn(PathList& list, const SubentPath& path) const {
     for (int i = 0; i < list.size(); ++i) {
         list.makePrivate();
@@ -878,7 +879,7 @@ bool Model::appendSubselection(Set& set, const SubentPath& path) {
         list->push(loosePaths.back());
         return true;
     }
-    // The new item is a plain one. The set gets neither the flag nor the path.
+    // The new item gets neither hasSubselection nor the path.
     Info info;
     info.word0 = 6;
     const Vector<int> noPath;

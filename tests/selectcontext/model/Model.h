@@ -21,7 +21,7 @@ constexpr int kPageSlots = 4096;
 constexpr int kSlotBytes = 16;
 constexpr std::uint32_t kBeforeFirst = 0xFFFFFFFFu;
 
-// How an operation ends.
+// How an operation ends: it returns, or it raises an error.
 enum Outcome : int {
     kReturned = 0,
     kInvalidIndex = 24,
@@ -30,12 +30,12 @@ enum Outcome : int {
     kOtherError = 1003
 };
 
-// Thrown by an operation of the model if the library's operation raises an error.
+// An operation of the model throws this if the library's operation raises an error.
 struct Raised {
     Outcome outcome;
 };
 
-// ---- Ids are numbers: 0 is the null id, the order of numbers is the order of ids. Some may count as equal.
+// ---- Ids are numbers: 0 is the null id, and ids are ordered by number. Different ids may be equal.
 class IdRules {
 public:
     explicit IdRules(int count);
@@ -159,7 +159,7 @@ struct Record {
     const void* actual = nullptr;
     const void* actualSubselection = nullptr; // the address of the list object
 
-    // The lists of destroyed records that had a list but not the flag.
+    // The addresses of lists of destroyed records that had a list, but not hasSubselection.
     static std::vector<const void*> orphanedLists;
     static long liveCount;
 };
@@ -195,7 +195,7 @@ struct Store {
 };
 using StorePtr = std::shared_ptr<Store>;
 
-// A cursor of the store. If it has no page, it has no slot either.
+// A cursor of the store. A cursor without a page has no slot either.
 struct Position {
     StorePtr store;
     PagePtr page;
@@ -251,7 +251,7 @@ struct Keys {
     std::optional<int> sub;
     std::optional<long> marker;
     const Vector<int>* path = nullptr;
-    std::optional<int> matrix; // for the form with an info; ignored without a path
+    std::optional<int> matrix; // for look-ups with an info; ignored if `path` is null
 };
 
 bool sameMarker(long a, long b);

@@ -14,7 +14,7 @@ namespace {
 struct Description {
     const char* name;
     const char* roles;
-    int weights[3]; // for each shape
+    int weights[3]; // one for each value of Shape
 };
 
 constexpr Description kDescriptions[] = {
@@ -103,15 +103,15 @@ private:
         return kind == 1 ? mProfile.idCount + 1 : 1 + below(mProfile.idCount);
     }
 
-    // Returns a main id of the episode, or in one of `otherwise` calls any id. Some of these were made equal
-    // to other ids.
+    // Returns a main id of the episode. In one of `otherwise` calls, returns any id instead, often one that
+    // was made equal to another id.
     int mainOfRun(int otherwise) {
         if (below(otherwise) != 0)
             return World::mainOfRun(below(mMainCount));
         return below(3) != 0 ? unitedOr(2) : id();
     }
 
-    // Returns an id that was made equal to another one. Returns `id` if there is none.
+    // Returns an id that was made equal to another id. Returns `id` if there is no such id.
     int unitedOr(int id) {
         return mUnited.empty() ? id
                                : mUnited[static_cast<std::size_t>(below(static_cast<int>(mUnited.size())))];
@@ -124,7 +124,7 @@ private:
         return kind == 1 ? unitedOr(0) : below(mSubCount);
     }
 
-    // Returns a marker. An episode has four different markers, or fewer, or many.
+    // Returns a marker. The markers of an episode are the four in kMarkers, or fewer, or many more.
     int markerOfRun() {
         constexpr int kMarkers[] = {0, -1, 5, 1};
         const int kind = below(mMarkerCount == 5 ? 60 : mMarkerCount);
@@ -136,8 +136,8 @@ private:
         return below(8) == 0 ? -1 : below(count);
     }
 
-    // Returns a spare id. Returns no id twice before all have been returned. Spare ids on nested paths come
-    // last.
+    // Returns a spare id. Returns no spare id twice before it has returned all of them. Spare ids that are on
+    // nested paths come last.
     int spare() {
         const int count = mProfile.idCount + 1 - World::kFirstSpare;
         const int drawn = static_cast<int>(mUnited.size());

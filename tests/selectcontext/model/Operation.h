@@ -93,8 +93,8 @@ struct Operation {
 
 std::ostream& operator<<(std::ostream& out, const Operation& operation);
 
-// Converts a code to a position. Codes are drawn without knowing the set. A code of 0 or more is taken modulo
-// the number of items. Negative codes stand for the ends of the set.
+// Converts a code to a position in a set of `count` items. Operations are drawn without knowing the set, so
+// they have codes. A code of 0 or more is taken modulo `count`. Negative codes stand for the ends of the set.
 enum PositionCode : int { kMinusOne = -1, kCount = -2, kBeyondCount = -3, kLast = -4, kFirst = -5 };
 int positionOf(int code, int count);
 

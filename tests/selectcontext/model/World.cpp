@@ -81,7 +81,8 @@ void World::addPathsOfRuns() {
     }
 }
 
-// Returns the number of the id. It is the id's handle, since ids were made in the order of their numbers.
+// Returns the number of the id. The number is also the id's handle, since ids are made in the order of their
+// numbers.
 int World::numberOf(const GxDbObjectId& id) const {
     return static_cast<int>(mDatabase.handleOf(id));
 }

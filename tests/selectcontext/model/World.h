@@ -1,5 +1,5 @@
-// The ids, nested paths, infos and sub-entity paths of a random test. Each exists for the library and for the
-// model.
+// The ids, nested paths, infos and sub-entity paths of a random test. Each of these exists for the library
+// and for the model.
 #pragma once
 
 #include "base/KvVector.h"
@@ -33,10 +33,10 @@ public:
     const IdRules& rules() const { return mRules; }
     void makeEqual(int a, int b);
 
-    // Returns a main id of long runs. The first ones are on nested paths, too.
+    // Returns a main id of long runs. The ids for 0 and 1 are also on nested paths.
     static int mainOfRun(int i) { return i < 2 ? 1 + 3 * i : 8 + i; }
 
-    // Ids by number. 0 is the null id.
+    // Returns the id with this number. 0 is the null id.
     const GxDbObjectId& id(int number) const { return mIds[static_cast<std::size_t>(number)]; }
     int numberOf(const GxDbObjectId& id) const;
     bool opens(int number) const;
@@ -44,11 +44,12 @@ public:
     // Returns the id that a path leads to, if that id is valid.
     std::optional<int> entityOf(const SubentPath& path) const;
 
-    // Nested paths by number. -1 is null.
+    // Return the nested path with this number. -1 gives null.
     const KvVector<GxDbObjectId>* nestedPath(int number) const;
     const Vector<int>* modelNestedPath(int number) const;
 
-    // Make a new info in memory from _kvMalloc, and its model. -1 is null.
+    // makeInfo() makes the info with this number in memory from _kvMalloc. modelInfo() makes the model of
+    // that info. -1 gives none.
     static GxapSelectedEntInfo* makeInfo(int number);
     static std::optional<Info> modelInfo(int number);
 
@@ -61,7 +62,8 @@ public:
 
     static GxGeMatrix3d matrix(int number);
 
-    // Returns the highlight calls since the last call of this function: "+" or "-", flag and path of each.
+    // Returns the highlight calls since the function was last called. Each line has "+" or "-", the flag and
+    // the path of a call.
     std::vector<std::string> takeHighlightCalls();
     static std::string highlightCall(bool on, bool flag, const void* path);
 

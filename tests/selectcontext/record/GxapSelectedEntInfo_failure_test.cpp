@@ -1,5 +1,5 @@
-// Edits infos while each allocation fails in turn. Nothing leaks, and each field is either the old one or the
-// new one.
+// Edits infos while each allocation fails in turn. Nothing leaks. After a failed edit, each field has its old
+// value or its new one.
 #include "tests/selectcontext/support/FailureTest.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"
@@ -60,8 +60,8 @@ void withEmptiedBlock(GxapSelectedEntInfo& info) {
     info.ReleaseFenceInfoPtr();
 }
 
-// Expects that the edit of an info is complete or changes nothing. The info must be usable and destructible
-// afterwards.
+// Expects that an edit of an info is complete or changes nothing. After the edit, the info must be usable and
+// destructible.
 void expectAllOrNothing(const Prepare& prepare, const Prepare& edit,
                         kvtest::Expect expect = kvtest::Expect::Failures) {
     GxapSelectedEntInfo model;
@@ -112,8 +112,8 @@ bool haveSameMatrix(const GxapSelectedEntInfo& a, const GxapSelectedEntInfo& b) 
            sameEntries(ofA, ofB);
 }
 
-// Assigns infos while each allocation fails in turn. Each field of the target is then either the old one or
-// the new one, and nothing leaks.
+// Assigns infos while each allocation fails in turn. Nothing leaks. After a failed assignment, each field of
+// the target has its old value or its new one.
 void assignInTurn(const Prepare& prepareTarget, const Prepare& prepareSource) {
     GxapSelectedEntInfo source, before, after;
     prepareSource(source);

@@ -19,7 +19,8 @@ class EntInfo : public kvtest::SetTest {};
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// The block in memory: two bytes of capacity, two bytes of size, then the misaligned fields.
+// A block in memory: two bytes of capacity, two bytes of size, then the fields. Pointers among the fields are
+// misaligned.
 struct BlockImage {
     std::uint16_t capacity;
     std::uint16_t size;
@@ -51,7 +52,7 @@ void giveRoomyBlock(GxapSelectedEntInfo& info, std::uint16_t capacity) {
     setCapacity(info, capacity);
 }
 
-// Returns the result of an info that was given one result after the other.
+// Gives an info the fence result `first` and then `second`. Returns the result that the info has then.
 SelFenceIntersectInfo heldAfter(const SelFenceIntersectInfo& first, const SelFenceIntersectInfo& second) {
     GxapSelectedEntInfo info;
     info.setFenceIntersectInfoPtr(new SelFenceIntersectInfo(first));
@@ -256,7 +257,7 @@ TEST_F(EntInfo, StoringOverAPresentPointerOverwritesInPlace) {
     EXPECT_EQ(info.presenceBits, 3u);
     EXPECT_EQ(imageOf(info).size, 16);
     EXPECT_EQ(info.getFenceInfoPtr(), second);
-    delete first; // storing a pointer does not delete the old one
+    delete first; // storing the pointer `second` does not delete `first`
 }
 
 TEST_F(EntInfo, StoringAMatrixOverAPresentOneOverwritesInPlace) {
@@ -382,7 +383,7 @@ TEST_F(EntInfo, BlockThatIsAlreadyExactIsNotReallocatedByCompaction) {
     GxapSelectedEntInfo info;
     info.setSelFenceResultInfo(fence(1, 0.5));
     info.setCompoundTransformWithBTROffset(matrixWith(2));
-    setCapacity(info, 8); // as if the block had been made for one field
+    setCapacity(info, 8); // the capacity of a block that was made for one field
     GxDbElasticData* const block = info.elasticData;
     const AllocationCount before;
     info.ReleaseFenceInfoPtr();

@@ -155,7 +155,7 @@ TEST_F(SelectedEntity, SharedHighlightBlockIsLeftIntactForItsOtherOwner) {
     EXPECT_EQ(livePaths(), 0) << "no record is known to share the paths, so they went with the record";
 }
 
-// The destructor makes the list private before it releases the paths.
+// The record's destructor makes the list private before it releases the paths.
 TEST_F(SelectedEntity, SharedHighlightBlockIsCopiedOnceWhileTheRecordDies) {
     SegmentArray other;
     kvtest::addPaths(other, 3);

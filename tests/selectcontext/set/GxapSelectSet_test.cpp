@@ -80,7 +80,8 @@ TEST_F(SelectSet, ConstructorArgumentIsIgnored) {
 }
 
 TEST_F(SelectSet, LibraryItselfHoldsTwoEmptyVectors) {
-    // The three references: the application's own, and the library's empty id path and empty number list.
+    // The three references are those of the application, of the library's empty id path and of its empty list
+    // of numbers.
     EXPECT_EQ(gpEmptyVectorData->refCount.load(), 3u);
 }
 

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-// Handles on different threads share data, and are copied and destroyed at the same time. The thread
-// sanitizer reports data races.
+// Tests handles on different threads that share data, and that are copied and destroyed at the same time. The
+// thread sanitizer reports data races.
 
 namespace {
 
@@ -56,7 +56,7 @@ unsigned long sumOfMarkers(const GxapSelectSet& set) {
     return sum;
 }
 
-// Returns a set with the markers 1 to count. Its records have a value in every field.
+// Returns a set of records with the markers 1 to `count`. The records have a value in every field.
 std::unique_ptr<GxapSelectSet> richSet(unsigned long count) {
     auto set = std::make_unique<GxapSelectSet>();
     for (unsigned long n = 1; n <= count; ++n) {
@@ -91,7 +91,8 @@ TEST_F(SharedDataThreads, AllHoldersReadAndThenDropTheDataAtTheSameTime) {
         source.reset();
 
         onThreads(kThreads, [&](std::size_t n) {
-            // Only releasing the data orders its destruction after the reads of the other threads.
+            // The last thread to release the data destroys it. Only the release of the data by the other
+            // threads orders their reads before the destruction.
             EXPECT_EQ(sumOfMarkers(*handles[n]), 6u);
             EXPECT_EQ(handles[n]->find(id(2), id(102), 2L), 1);
             handles[n].reset();
@@ -237,7 +238,7 @@ TEST_F(SharedDataThreads, OneSharerOfPathsAddsWhileTheOtherClears) {
 
 TEST_F(SharedDataThreads, LastSharerDeletesThePathsAfterTheOthersHaveReadThem) {
     for (int round = 0; round < kRounds; ++round) {
-        // The records share only segments, so that no other shared count orders the threads.
+        // The records share nothing but segments. So no other shared count orders the threads.
         auto source = std::make_unique<GxapSelectSet>();
         giveSegments(addRecord(*source, id(1)), 2);
         auto clone = cloneOf(*source);

@@ -1,5 +1,5 @@
-// Edits sub-selections while each allocation fails in turn. The list stays as it was, no record is lost, and
-// the same edit works afterwards.
+// Edits sub-selections while each allocation fails in turn. A failed edit leaves the list unchanged and loses
+// no record. The same edit works afterwards.
 #include "tests/selectcontext/subselection/SubselectionTest.h"
 #include "tests/selectcontext/support/EditFailureTest.h"
 
@@ -80,7 +80,7 @@ TEST_F(SubselFailure, OfAppendingAPathOfANewEntity) {
     });
 }
 
-// After a failed removal of a path, the next attempt succeeds.
+// A removal of a path that fails leaves the path, and the next attempt succeeds.
 TEST_F(SubselFailure, OfRemovingAPath) {
     forEachAllocationFailure([&](FailurePoint& point) {
         freeLeftRecords();

@@ -173,7 +173,7 @@ TEST_F(EditMainSubsel, BehindASlotWithoutARecordStandsOnTheItem) {
     EXPECT_TRUE(it == set.findItr(second));
 }
 
-// The copy leaves the slot out. So the item has another position in the copy.
+// The copy of the data leaves out the slot without a record. So the item has another position in the copy.
 TEST_F(EditMainSubsel, BehindASlotWithoutARecordOfSharedDataStandsOnTheItemOfTheCopy) {
     GxapSelectSet set;
     for (const GxDbObjectId& entity : {first, second, third})
@@ -551,7 +551,7 @@ TEST_F(RemoveSubsel, PassesOverNullElements) {
     EXPECT_EQ(count(set), 2u);
 }
 
-// The path is in the sub-selections of both entities.
+// Both entities have the path in their sub-selections. The last id of the path is `second`.
 TEST_F(RemoveSubsel, GoesByTheLastIdOfThePath) {
     Path path = subentPath({first, third, second}, 1, 4);
     GxapSelectSet set;
@@ -749,7 +749,7 @@ TEST_F(RemoveSubselAt, CountsItemsLikeAnyPosition) {
     EXPECT_EQ(parts(record(set, 0)), (Parts{1}));
 }
 
-// The record is removed by its keys. Another record with equal keys comes first here.
+// The library removes the record by its keys. The set has another record with equal keys before that record.
 TEST_F(RemoveSubselAt, OfTheOnlyPathRemovesTheFirstRecordOfEqualKeys) {
     GxapSelectSet set;
     edit(set).setUnique(false);

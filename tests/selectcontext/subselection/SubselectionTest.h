@@ -9,8 +9,8 @@
 
 namespace kvtest {
 
-// Has three entities of a database. The library makes copies of paths that it never deletes. They are freed
-// after the test.
+// Has three entities of a database. The library makes copies of paths and never deletes them. The fixture
+// frees these copies after the test.
 class SubselectionTest : public EditTest {
 protected:
     using Path = GxDbFullSubentPath;
@@ -25,7 +25,7 @@ protected:
     // Returns the path to part number n of the entity.
     static Path part(const GxDbObjectId& entity, std::int64_t n) { return subentPath({entity}, 1, n); }
 
-    // Changes a path to that of part number n. The log of the database shows no copy.
+    // Changes a path to that of part number n. This copies no path, so the log of the database shows no copy.
     static void setToPart(Path& path, const GxDbObjectId& entity, std::int64_t n) {
         path.objectIds().setLogicalLength(1);
         path.objectIds()[0] = entity;
@@ -33,7 +33,7 @@ protected:
         path.subentId().index = n;
     }
 
-    // Gives the record a sub-selection of these parts of its entity. The test owns the paths.
+    // Gives the record a sub-selection of these parts of its entity. The fixture owns the paths.
     SegmentArray& subselect(selected_entity& target, const std::vector<std::int64_t>& parts) {
         target.hasSubselPaths = true;
         target.subselPathArray = new SegmentArray;
@@ -45,7 +45,8 @@ protected:
         return *target.subselPathArray;
     }
 
-    // Fills the set with the first two entities. The second has a sub-selection of these parts.
+    // Fills the set with the entities `first` and `second`. The second item has a sub-selection of these
+    // parts.
     SegmentArray& fillWithSubselection(GxapSelectSet& set, const std::vector<std::int64_t>& parts) {
         edit(set).append(first, kNoId);
         edit(set).append(second, kNoId);

@@ -1,4 +1,5 @@
-// A drawing for tests of opening and highlighting. Its calls can be read as lines of text.
+// A drawing for tests of opening and highlighting. The calls that the drawing gets can be read as lines of
+// text.
 #pragma once
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
@@ -27,8 +28,8 @@ protected:
 
     kvinmemory::Database& drawing() { return *mDrawing; }
 
-    // Returns what was opened, highlighted and released so far, in order: "open A", "highlight A 1" with the
-    // index of the path's part, "unhighlight A 1", "close A", "delete".
+    // Returns what was opened, highlighted and released so far, in order: "open A", "highlight A 1",
+    // "unhighlight A 1", "close A", "delete". The number is the index of the path's part.
     std::vector<std::string> calls() const {
         std::vector<std::string> lines;
         for (const kvinmemory::DatabaseEvent& event : kvinmemory::databaseEvents()) {
@@ -80,8 +81,8 @@ inline std::vector<unsigned long> numbersOf(const GxDbFullSubentPath& path) {
     return numbers;
 }
 
-// Adds segments whose parts have these indices to the item at a position. Changes shared data without copying
-// it.
+// Adds segments to the item at `position`. The parts of the segments have these indices. If the data is
+// shared, changes it without copying it.
 inline void addSegments(GxapSelectSet& set, int position, const std::vector<std::int64_t>& indices) {
     GxapSelectSet::Iterator it(&set, position);
     for (const std::int64_t index : indices) {

@@ -12,7 +12,7 @@
 
 namespace kvtest {
 
-// An edit, the items before the edit, and the items after it.
+// An edit, the items before it (`held`), and the items after it (`expected`).
 struct EditCase {
     Items held;
     Unique unique;
@@ -23,7 +23,8 @@ struct EditCase {
 
 class EditFailure : public EditTest {
 protected:
-    // Expects that a failed edit changes nothing, and that the next attempt succeeds.
+    // Expects that a failed edit changes nothing, and that the next attempt succeeds. If `shared` is true,
+    // another set shares the data.
     static void tryOnce(FailurePoint& point, const EditCase& c, bool shared) {
         freeLeftRecords();
         {
@@ -52,7 +53,7 @@ protected:
     }
 };
 
-// Three items. The second has a value for every key.
+// Has three items. The second item has a value for every key.
 inline const Items kThreeItems{{1}, {2, 1, 5, {7}, 1.5}, {3}};
 
 } // namespace kvtest

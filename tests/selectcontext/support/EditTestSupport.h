@@ -25,7 +25,7 @@ struct Item {
     unsigned long sub = 0;
     long marker = -1;
     unsigned long path[3] = {}; // numbers of the path's ids, ended by 0
-    double moved = 0;           // distance of its block transform; 0: no transform
+    double moved = 0;           // how far its block transform moves it; 0: no transform
 };
 using Items = std::vector<Item>;
 
@@ -45,10 +45,11 @@ Items plainItems(unsigned long first, unsigned long count);
 
 enum class Unique { kOn, kOff };
 
-// Adds the items, including equal ones, and then sets the flag.
+// Adds the items, also items that are equal to others. Then makes the set unique, or not.
 void fill(GxapSelectSet& set, const Items& added, Unique unique = Unique::kOn);
 
-// A set of exactly these items: SetOf{{1}, {2, 5}}, or with a flag SetOf({{1}, {1}}, Unique::kOff).
+// A set of exactly these items: SetOf{{1}, {2, 5}}. A set that is not unique: SetOf({{1}, {1}},
+// Unique::kOff).
 class SetOf {
 public:
     SetOf();
@@ -64,8 +65,8 @@ public:
     GxapSelectSet set;
 };
 
-// Shares the data of a set, and releases it while the next edit copies the data. Then the edited set is the
-// only owner of its data.
+// Shares the data of a set, and releases it while the next edit copies the data. The release makes the edited
+// set the only owner of the old data.
 class FleetingSharer {
 public:
     explicit FleetingSharer(const GxapSelectSet& set);
@@ -85,8 +86,8 @@ selected_entity* record(const GxapSelectSet& set, std::size_t position);
 
 // ---- what edits leave unreleased
 
-// Returns the path copies that still exist, by the log of the database. The library makes copies for lists of
-// sub-selected paths and never deletes them.
+// Returns the path copies that still exist, as the log of the database says. The library makes copies for
+// lists of sub-selected paths and never deletes these copies.
 std::set<const GxDbFullSubentPath*> pathCopiesLeft();
 void freePathCopiesLeft();
 
@@ -94,7 +95,7 @@ void freePathCopiesLeft();
 std::vector<selected_entity*> liveRecords();
 bool isLiveRecord(const selected_entity* record);
 
-// Deletes the records that a test's edits removed but did not delete. Then checks that nothing else is left.
+// Deletes the records that a test's edits remove but do not delete. Then checks that no other memory is left.
 class EditTest : public SetTest {
 protected:
     void SetUp() override;
@@ -103,8 +104,8 @@ protected:
     // Returns how many records exist that are in none of these sets.
     static std::size_t leftRecords(std::initializer_list<const GxapSelectSet*> sets);
 
-    // Deletes those records. The sets must be destroyed before. After a failure it deletes nothing, since a
-    // block may be no record.
+    // Deletes all live records. The sets must be destroyed before. After a failure, the function deletes
+    // nothing, since a block that the tracker takes for a record may then be something else.
     static void freeLeftRecords();
 
 private:

@@ -11,8 +11,8 @@ namespace kvtest {
 
 class FailureTest : public SetTest {
 protected:
-    // The first traces of a thread allocate storage that stays allocated. So they are made before anything is
-    // counted.
+    // The first traces of a thread allocate storage that stays allocated. So the constructor makes them
+    // before a test counts allocations.
     FailureTest() {
         SCOPED_TRACE("making the storage");
         SCOPED_TRACE("of two traces");

@@ -40,7 +40,8 @@ inline void fillStore(kvdetail::SSetData& data, const Numbers& numbers) {
     }
 }
 
-// Returns whether the index is the same as if the records of the store had been entered one by one.
+// Returns whether the data has the index that it would have if the records of its store were entered one by
+// one.
 inline ::testing::AssertionResult isIndexed(const kvdetail::SSetData& data) {
     std::multimap<GxDbObjectId, unsigned long> expected;
     kvdetail::forEachOccupied(*data.entities, [&](const kvdetail::Store::Slot* slot) {

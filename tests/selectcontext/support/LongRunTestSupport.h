@@ -57,7 +57,7 @@ inline void makeTwins() {
         kvinmemory::makeEqual(id(n), id(n + kTwin));
 }
 
-// Draws items of such a run at random. Some items have all keys in common.
+// Draws items of a run of this kind at random. Some items have all keys in common.
 class RunItems {
 public:
     RunItems(const RunKind& kind, unsigned seed) : mKind(kind), mRandom(seed) {}
@@ -87,7 +87,7 @@ private:
     std::mt19937 mRandom;
 };
 
-// Returns the items of the run, with items of a lower and of a higher main id before and behind them.
+// Returns the items of `run`, with items of a lower and of a higher main id before and behind them.
 inline Items between(const Items& run) {
     Items all{{kRunMain - 1, 1}, {kRunMain + 1, 1}};
     all.insert(all.end(), run.begin(), run.end());
@@ -96,7 +96,7 @@ inline Items between(const Items& run) {
     return all;
 }
 
-// Returns items with the sub ids first, first + 1, ...
+// Returns `count` items of a run with the sub ids first, first + 1, ...
 inline Items plainRun(unsigned long count, unsigned long first = 1) {
     Items run;
     for (unsigned long n = first; n < first + count; ++n)
@@ -128,7 +128,7 @@ inline bool has(const Items& items, const Item& wanted) {
                        [&](const Item& held) { return isDuplicate(held, wanted); });
 }
 
-// Returns the items of a unique set after `added` was selected into it, one item after the other.
+// Returns the items that a unique set of the items `held` has after `added` is selected into it, one by one.
 inline Items selected(Items held, const Items& added) {
     for (const Item& item : added) {
         if (!has(held, item))
@@ -137,7 +137,8 @@ inline Items selected(Items held, const Items& added) {
     return held;
 }
 
-// Removes the first item that has exactly the three keys. Returns whether there was one.
+// Removes the first item that has exactly the main id, sub id and marker of `gone`. Returns whether there is
+// such an item.
 inline bool removeExact(Items& items, const Item& gone) {
     const auto found = std::find_if(items.begin(), items.end(), [&](const Item& held) {
         return objectOf(held.main) == objectOf(gone.main) && objectOf(held.sub) == objectOf(gone.sub) &&
@@ -172,7 +173,7 @@ struct LookUpKeys {
     std::optional<long> marker;
     const IdPath* path = nullptr;
     const GxapSelectedEntInfo* info = nullptr;
-    bool hasInfo = false; // whether the form with an info is called, whose info may be null
+    bool hasInfo = false; // whether to call the form that takes an info; `info` may then be null
 };
 
 inline bool isMoved(const GxapSelectedEntInfo* wanted, const GxapSelectedEntInfo* held) {
@@ -188,8 +189,8 @@ inline bool isWanted(const selected_entity& record, const GxDbObjectId& mainId, 
            (!keys.path || !keys.hasInfo || isMoved(keys.info, record.selectedEntityInfo));
 }
 
-// Returns the record of an entry. Returns null if the store lacks the entry's slot, or the slot is free or
-// empty.
+// Returns the record of an entry. Returns null if the entry's slot is not in the store, is free, or has no
+// record.
 inline const selected_entity* heldRecord(const SSetData& data, SSetData::DataMap::const_iterator entry) {
     const Store::Slot* const slot = slotOf(entry);
     return pageOf(*data.entities, slot) && !slot->free ? slot->value : nullptr;
@@ -207,7 +208,8 @@ inline SSetData::DataMap::const_iterator walkTo(const GxapSelectSet& set, const 
     return data.dataMap.end();
 }
 
-// Calls all forms of look-up with the item's keys. Returns whether they find what a walk finds.
+// Calls all forms of look-up with the item's keys. Returns whether each form finds the entry that a walk
+// finds.
 inline ::testing::AssertionResult isFoundAsByAWalk(const GxapSelectSet& set, const Item& item) {
     const GxDbObjectId mainId = id(item.main), subId = id(item.sub);
     const IdPath path = pathOf(item);
@@ -240,7 +242,7 @@ inline ::testing::AssertionResult areFoundAsByAWalk(const GxapSelectSet& set, co
     return ::testing::AssertionSuccess();
 }
 
-// Makes the set index its long run, with and without the path.
+// Makes the set build both indexes of the long run: the index without the path, and the index with the path.
 inline void indexRun(const GxapSelectSet& set, unsigned long main = kRunMain) {
     const IdPath none = idVector({9999});
     set.findInMap(id(main), id(9999), 0l);

@@ -57,7 +57,7 @@ inline bool isIdentity(const GxGeMatrix3d& matrix) {
     return true;
 }
 
-// ---- allocations since the count was made
+// ---- allocations since an AllocationCount was made
 
 class AllocationCount {
 public:
@@ -77,7 +77,7 @@ private:
 
 // ---- vectors
 
-// Returns an element, without making the block private.
+// Returns an element, without making the vector's block private.
 template <class T>
 const T& elementAt(const KvVector<T>& vector, int i) {
     return vector.at(i);
@@ -187,14 +187,14 @@ inline Store::Page* pageOf(const Store& store, const Store::Slot* slot) {
     return nullptr;
 }
 
-// Replaces the record by null in its slot and returns it. The index entry stays. A caller that edits slots
-// may do the same.
+// Replaces the record by null in its slot and returns the record. The index entry stays. A caller that edits
+// slots may do so, too.
 inline std::unique_ptr<selected_entity> takeRecordOut(GxapSelectSet& set, std::size_t position) {
     Store::Slot* slot = occupiedSlots(*set.sharedData).at(position);
     return std::unique_ptr<selected_entity>(std::exchange(slot->value, nullptr));
 }
 
-// Frees the slot without changing the index. Returns the record.
+// Frees the slot at this position without changing the index. Returns the record of the slot.
 inline std::unique_ptr<selected_entity> freeSlot(GxapSelectSet& set, std::size_t position,
                                                  bool freeEmptyPage) {
     Store& store = *set.sharedData->entities;
@@ -218,7 +218,7 @@ inline std::unique_ptr<selected_entity> removeRecord(GxapSelectSet& set, std::si
     return freeSlot(set, position, true);
 }
 
-// Removes every record of the first of several pages. The page stays in the chain.
+// Removes every record of the first page of a store with several pages. The page stays in the chain.
 inline std::vector<std::unique_ptr<selected_entity>> emptyFirstPageInPlace(GxapSelectSet& set) {
     SSetData& data = *set.sharedData;
     Store::Page* const page = data.entities->head;
@@ -234,7 +234,7 @@ inline std::vector<std::unique_ptr<selected_entity>> emptyFirstPageInPlace(GxapS
     return records;
 }
 
-// Rebuilds the index. Equal keys are in reverse store order.
+// Rebuilds the index. Entries with equal keys are in the reverse of the store order.
 inline void reverseIndex(SSetData& data) {
     data.dataMap.clear();
     const auto slots = occupiedSlots(data);

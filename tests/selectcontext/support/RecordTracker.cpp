@@ -121,7 +121,7 @@ void RecordTracker::forEachLive(Visit visit) const {
     }
 }
 
-// Recording is paused, since the block of the returned vector may have the size of a record.
+// Recording is paused meanwhile, since the block of the returned vector may have the size of a record.
 std::vector<selected_entity*> RecordTracker::live() {
     const Recording pause(*this, false);
     std::vector<selected_entity*> records;

@@ -30,7 +30,7 @@ namespace kvtest {
 // Thread safety: none. Only one tracker may exist at a time. While it exists, only one thread may allocate.
 class RecordTracker {
 public:
-    // Whether the tracker records from the beginning, or only while a Recording lives.
+    // Says whether the tracker records from the beginning, or only while an object of class Recording lives.
     enum class Start { kRecording, kPaused };
     explicit RecordTracker(Start start = Start::kRecording);
     RecordTracker(const RecordTracker&) = delete;
@@ -60,10 +60,10 @@ public:
     // Returns the live records, in ascending order of their addresses. O(n log n).
     std::vector<selected_entity*> live();
 
-    // O(chunks).
+    // Returns the number of live records. O(chunks).
     std::size_t liveCount() const;
 
-    // O(log chunks).
+    // Returns whether the address is that of a live record. O(log chunks).
     bool isLive(const void* record) const;
 
     // Returns the number of live records that have a block of their own.
@@ -73,8 +73,9 @@ public:
     // log n).
     std::vector<selected_entity*> takeNew();
 
-    // Calls the function once, when the next record with its own block is allocated. An edit of shared data
-    // allocates records while it copies. At that moment, the function can act as another owner of the data.
+    // Calls `call` once, when the next record with its own block is allocated. An edit of shared data
+    // allocates records while it copies the data. So `call` can act as another owner of the data during the
+    // copying.
     void atNextRecord(std::function<void()> call);
 
     // The wrappers of malloc, posix_memalign and free call these.
@@ -82,7 +83,7 @@ public:
     void freed(const void* memory);
 
 private:
-    // std::bad_alloc if there is no memory.
+    // Throws std::bad_alloc if there is no memory.
     static void* allocateUntracked(std::size_t bytes);
     static void freeUntracked(void* memory) noexcept;
 

@@ -14,7 +14,7 @@
 
 namespace kvtest {
 
-// Expects that a test leaves no memory, no path and no sharer of the empty block.
+// Expects that a test leaves no memory, no path, and no vector that shares the empty block.
 class SetTest : public KvTest {
 protected:
     void SetUp() override {
@@ -38,12 +38,12 @@ inline void appendIds(GxapSelectSet& set, unsigned long first, unsigned long cou
         edit(set).append(id(n), GxDbObjectId());
 }
 
-// Returns the n of an id(n).
+// Returns the n of the id that id(n) made.
 inline unsigned long numberOf(const GxDbObjectId& fabricated) {
     return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(fabricated.stub())) / 16;
 }
 
-// Returns the n of the current record's main id, or 0 if there is no record.
+// Returns n if the iterator is on a record with main id id(n). Returns 0 if it is on no record.
 inline unsigned long at(const GxapSelectSet::ConstIterator& it) {
     return numberOf(it.mainEntId());
 }
@@ -100,7 +100,7 @@ inline std::uint32_t owners(const GxapSelectSet& set) {
     return set.sharedData->refCount.load();
 }
 
-// Keeps the present data of a set alive while the object lives.
+// Keeps the data that the set has at construction alive while the object lives.
 class DataHold {
 public:
     explicit DataHold(const GxapSelectSet& set) : mData(set.sharedData) { mData->addRef(); }
@@ -113,7 +113,7 @@ private:
 };
 
 // Removes id(first), id(first + 1), ... from private data. A removal leaves the records to its caller, so
-// they are deleted here.
+// this function deletes them.
 inline void takeOutIds(GxapSelectSet& set, unsigned long first, unsigned long count) {
     std::vector<std::unique_ptr<selected_entity>> records;
     for (const auto* slot : occupiedSlots(*set.sharedData->entities)) {

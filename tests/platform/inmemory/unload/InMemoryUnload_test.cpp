@@ -1,5 +1,5 @@
-// The last dlclose removes the library and the in-memory platform from the process. This executable links
-// none of the five libraries. It only loads them at run time.
+// Tests that the last dlclose removes the library and the in-memory platform from the process. This program
+// is linked with none of kLibraries. Its plug-ins load them at run time.
 
 #include <array>
 #include <dlfcn.h>

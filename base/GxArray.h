@@ -23,15 +23,15 @@ public:
     }
 };
 
-// An array that one object owns. It is never shared.
+// An array that has its storage for itself: copies share nothing.
 //
 // Invariants:
 //  1. 0 <= mLogicalLength <= mPhysicalLength.
 //  2. `mArray` is null exactly when mPhysicalLength is 0.
 //
-// Running out of memory, or a capacity that an int cannot express, is KvErrorStatus 6. It leaves the array as
-// it was. An element that comes into use before anything was stored to it has an earlier value or is
-// value-initialised.
+// If there is no memory, or if an int cannot express the capacity, functions raise KvErrorStatus 6 and do not
+// change the array. An element that setLogicalLength() adds is value-initialised, or has the value that was
+// last stored at its index.
 //
 // Thread safety: none. An array belongs to one thread at a time.
 template <class T, class Reallocator = GxArrayMemCopyReallocator<T>>
@@ -40,13 +40,13 @@ public:
     // Makes an empty array with grow length 8. Allocates nothing.
     GxArray() : mArray(nullptr), mPhysicalLength(0), mLogicalLength(0), mGrowLength(kInitialGrowLength) {}
 
-    // Copies the elements into storage of exactly their number. O(length).
+    // Copies the elements of `other` into new storage that has room for no more. O(length).
     GxArray(const GxArray& other) : GxArray() {
         mGrowLength = other.mGrowLength;
         assign(other);
     }
 
-    // Copies elements and grow length. Keeps the storage if it is large enough. O(length).
+    // Copies elements and grow length. Keeps the storage if the elements fit into it. O(length).
     GxArray& operator=(const GxArray& other) {
         if (this == &other)
             return *this;
@@ -61,8 +61,9 @@ public:
     int physicalLength() const noexcept { return mPhysicalLength; }
     int growLength() const noexcept { return mGrowLength; }
 
-    // Sets the number of elements. A negative number counts as 0. Storage never shrinks. Up to 64 KB it
-    // doubles, and from there on it grows by 64 KB. O(1) if there is room, otherwise O(length).
+    // Sets the number of elements. A negative number counts as 0. Storage never shrinks. Storage that is too
+    // small doubles if it has less than 64 KB. Otherwise it grows by 64 KB. It grows by at least growLength()
+    // elements. O(1) if there is room, otherwise O(length).
     void setLogicalLength(int n) {
         n = std::max(n, 0);
         if (n > mPhysicalLength)
@@ -70,8 +71,8 @@ public:
         mLogicalLength = n;
     }
 
-    // Sets the capacity. A negative one counts as 0, and 0 frees the storage. A capacity below the length
-    // shortens the array. O(length).
+    // Sets the capacity to `n`. A negative `n` counts as 0, and 0 frees the storage. A capacity below the
+    // length shortens the array. O(length).
     void setPhysicalLength(int n) {
         n = std::max(n, 0);
         if (n == mPhysicalLength)
@@ -80,7 +81,7 @@ public:
         mLogicalLength = std::min(mLogicalLength, mPhysicalLength);
     }
 
-    // Returns the element. Requires 0 <= i < logicalLength(), otherwise KvErrorStatus 24. O(1).
+    // Returns the element at `i`. Raises KvErrorStatus 24 unless 0 <= i < logicalLength(). O(1).
     T& at(int i) {
         checkIndex(i);
         return mArray[i];
@@ -102,7 +103,7 @@ public:
 private:
     static constexpr std::int32_t kInitialGrowLength = 8;
     static constexpr std::size_t kMostElements = PTRDIFF_MAX / sizeof(T);
-    // Storage doubles below this size. From this size on, it grows by it.
+    // Smaller storage doubles when it grows. Other storage grows by this size.
     static constexpr std::int64_t kDoublingLimitBytes = 65536;
 
     std::int64_t grown(std::int32_t wanted) const noexcept {

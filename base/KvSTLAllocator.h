@@ -11,10 +11,11 @@
 #include <type_traits>
 #include <utility>
 
-// Takes memory from its pool, or from operator new if it has no pool. An allocator can free the memory of
-// another one if both have the same pool, or if neither has a pool. A copied container has no pool. Moving or
-// swapping a container also moves or swaps the pool, and keeps the pool alive. The allocator that
-// get_allocator() returns is valid as long as the container. std::bad_alloc if there is no memory. O(1).
+// Allocates from a pool, or by operator new if the allocator has no pool. An allocator can free the memory of
+// another one if both have the same pool, or if neither has a pool. The copy of a container has no pool.
+// Moving or swapping containers also moves or swaps their pools, and keeps the pools alive. The allocator
+// that get_allocator() returns is valid as long as the container. Throws std::bad_alloc if there is no
+// memory. O(1).
 //
 // Thread safety: that of the pool, or of operator new.
 template <class T>
@@ -46,8 +47,8 @@ struct _KvSTLAllocator {
             std::allocator<T>().deallocate(memory, n);
     }
 
-    // Constructs a value, and tells the pool. A container that is assigned to may reuse nodes without calling
-    // allocate().
+    // Constructs a value, and raises the pool's generation. allocate() does not raise it: a container that is
+    // assigned to may reuse nodes without calling allocate().
     template <class U, class... Args>
     void construct(U* value, Args&&... args) {
         if (kvdetail::NodePool* const nodes = pool())

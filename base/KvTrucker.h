@@ -22,7 +22,7 @@ constexpr const wchar_t* kStoreAccessMessage = L"Error access KvTrucker";
 
 } // namespace kvdetail
 
-// Gives a store its pages and slot blocks. Null means that there is no memory.
+// Allocates the pages and slot blocks of a store. allocate() returns null if there is no memory.
 template <class T>
 class KvTkDefaultAllocator {
 public:
@@ -30,8 +30,8 @@ public:
     static void deallocate(void* memory, std::size_t /*bytes*/) noexcept { ::operator delete(memory); }
 };
 
-// A store of T in pages of PageBytes bytes of slots. Appending uses new slots in order. It reuses freed slots
-// only in a tail page that removeSlot() has emptied and kept. Removing frees a slot in place.
+// A store of T in pages of PageBytes bytes of slots. Appending uses new slots in order. Freed slots are used
+// again only in a tail page that removeSlot() has emptied and kept. Removing frees a slot in place.
 //
 // Invariants:
 //  1. `head` and `tail` are both null or the ends of one chain linked by `next`.
@@ -43,9 +43,10 @@ public:
 // whatever the counts are. The store does not free a page that a caller takes out of the chain. The caller
 // must keep such a page until the store frees another page or is destroyed.
 //
-// A store that has had several pages has an index of its pages, and bitmaps of their occupied slots. They may
-// be out of date after a caller has changed pages, slots or their chain. Then forgetHints() rebuilds the
-// index and drops the bitmaps.
+// A store makes an index of its pages when it gets a fourth page. From its second page on, it makes a bitmap
+// of the occupied slots of each page in which it frees a slot. Index and bitmaps may be out of date after a
+// caller has changed pages, slots or their chain. forgetHints() then rebuilds the index and drops the
+// bitmaps.
 //
 // Positions are 0-based counts of occupied slots in store order.
 //
@@ -69,7 +70,7 @@ public:
         std::uint32_t number = 0;  // index of the page in the page index
         std::uint32_t maker = 0;   // serial number of the store that made the page
         std::uint32_t birth = 0;   // epoch at which the page was made
-        std::uint32_t ordinal = 0; // number of the page among all pages that the store made
+        std::uint32_t ordinal = 0; // this is the n-th page that its store made, counted from 1
         kvdetail::OccupancyBitmap<kSlotsPerPage> occupied;
     };
 
@@ -77,12 +78,14 @@ public:
     static_assert(std::is_nothrow_default_constructible_v<T> && std::is_nothrow_copy_assignable_v<T>,
                   "filling a page and storing a value cannot throw");
 
-    // The position of an iterator before the first element. positionOf() returns it if there is no element.
+    // The position of an iterator before the first element. positionOf() returns kNoPosition if there is no
+    // element.
     static constexpr std::uint32_t kNoPosition = 0xFFFFFFFFu;
 
-    // A cursor. Removing slots does not adjust it. It never reads a freed page. If the store has freed any
-    // page since the cursor's last use, the cursor first looks for its own page in the store's chain. The
-    // caller must not use it after the store was destroyed.
+    // A cursor. Of all functions that free slots, only removeAt() adjusts a cursor: its argument. A cursor
+    // never reads a freed page. If the store has freed any page since the cursor's last use, the cursor first
+    // looks for its own page in the store's chain. The caller must not use a cursor after its store was
+    // destroyed.
     struct iterator {
         const KvTrucker* trucker;
         Page* page;
@@ -91,25 +94,27 @@ public:
         std::uint32_t position; // 1-based among the occupied slots of the page; kNoPosition: before the first
         mutable std::uint32_t epoch; // the epoch at which the page was last known to exist
 
-        // Returns the value of an occupied slot. Anything else throws KvExceptionWithMsg "Error access
-        // KvTrucker". O(1), or O(pages) after a page was freed.
+        // Returns the value of the iterator's slot. Throws KvExceptionWithMsg "Error access KvTrucker" if
+        // there is no slot, if the slot is free, or if its page was freed. O(1), or O(pages) after a page was
+        // freed.
         T& operator*() const;
 
-        // Advances to the next occupied slot, across pages, or to the end. From before the first element it
-        // moves to that element. The position is then 0 if the element is in the first slot. An iterator
-        // without page or slot does not move. An iterator whose page was freed moves to the end. O(1), or
-        // O(slots skipped / 64) in a page with holes.
+        // Advances to the next occupied slot, across pages, or to the end. An iterator before the first
+        // element moves to the first element. `position` is then 0 if the first element is in the first slot,
+        // and 1 otherwise. An iterator without page or slot does not move. An iterator whose page was freed
+        // moves to the end. O(1), or O(slots skipped / 64) in a page with holes, or O(pages) after a page was
+        // freed.
         void next() {
             if (!nextNeighbour())
                 nextElsewhere();
         }
 
-        // Returns true if the iterator is on a slot, and not on the end of a page. Reads nothing through the
-        // iterator.
+        // Returns true if the iterator is on a slot, and not on the end of a page. Reads neither page nor
+        // slot.
         bool isOnSlot() const noexcept { return slot && slot < pageEnd; }
 
-        // Does what next() does, if the next slot of the page is occupied and the page is known to exist.
-        // Otherwise does nothing and returns false.
+        // Moves to the next slot of the page and returns true, if that slot is occupied and the page is known
+        // to exist. Otherwise does nothing and returns false.
         bool nextNeighbour() noexcept {
             // An iterator before the first element fails the last test: its `position` is the largest number.
             if (!isOnSlot() || !page || !isCurrent() || position >= page->liveCount)
@@ -122,12 +127,13 @@ public:
             return true;
         }
 
-        // Returns the value of an occupied slot if the page is known to exist, otherwise null.
+        // Returns the address of the slot's value, if the slot is occupied and the page is known to exist.
+        // Otherwise returns null.
         T* valueHere() const noexcept {
             return isOnSlot() && isCurrent() && !slot->free ? &slot->value : nullptr;
         }
 
-        // Returns whether the page is in the store's chain, and the slot in the page's block or one past it.
+        // Returns whether `page` still exists, and `slot` is in the block of `page` or one past it.
         bool isOnPage() const noexcept { return trucker && (isCurrent() || isOnFoundPage()); }
 
         void toBeforeFirst() noexcept {
@@ -149,29 +155,30 @@ public:
     KvTrucker(const KvTrucker&) = delete;
     KvTrucker& operator=(const KvTrucker&) = delete;
 
-    // Frees the pages. Does not touch what the slots point to.
+    // Frees the pages. Does not delete what the values point to.
     ~KvTrucker() { freeAllPages(); }
 
-    // Occupies the next slot and returns it. KvErrorStatus 6 if there is no memory for a page. O(1), plus a
-    // new page every kSlotsPerPage calls.
+    // Occupies the next slot and returns that slot. Raises KvErrorStatus 6 if there is no memory for a page.
+    // O(1), plus a new page every kSlotsPerPage calls.
     Slot* append();
     Slot* append(const T& value);
 
-    // Undoes the last append() and returns its value. The slot counts as never used again, and a page that
-    // was made for it is freed. The caller must not have removed anything since, and no emptied tail may have
-    // been kept. O(1), or O(pages) when a page is freed.
+    // Undoes the last append() and returns the value of its slot. The slot then counts as never used. Frees
+    // the page if the page has no other used slot. Since that append(), the caller must not have removed
+    // anything, and removeSlot() must not have kept an emptied tail page. O(1), or O(pages) when a page is
+    // freed.
     T undoAppend();
 
-    // The end of the store at one moment. It stays valid when elements are appended or removed. Only a
-    // removeSlot() that empties the tail page and keeps it makes it invalid. O(1).
+    // The end of the store when mark() was called. A mark stays valid when elements are appended or removed.
+    // Only a removeSlot() that empties and keeps the tail page makes the mark invalid. mark() is O(1).
     struct Mark {
         std::uint32_t ordinal;
         const Slot* fillEnd;
     };
     Mark mark() const noexcept { return tail ? Mark{tail->ordinal, tail->fillEnd} : Mark{mMade, nullptr}; }
 
-    // Returns whether the iterator is on an element that was appended after the mark. The iterator must not
-    // be the end. O(1), or O(pages) after a page was freed.
+    // Returns whether the iterator is on an element that was appended after mark() returned `mark`. The
+    // iterator must not be the end. O(1), or O(pages) after a page was freed.
     bool isBehind(const iterator& it, const Mark& mark) const noexcept {
         if (!it.page || !it.isOnPage())
             return false;
@@ -179,50 +186,51 @@ public:
                (it.page->ordinal == mark.ordinal && !(it.slot < mark.fillEnd));
     }
 
-    // Returns the i-th occupied slot, its page, and its index among the occupied slots of the page. Beyond
-    // the last element, it returns null, a null page and the index kNoPosition. If a page's count is too
-    // large, the index may be another number. KvErrorStatus 24 for a negative i. O(pages + slots of one
-    // page).
+    // Returns the i-th occupied slot. Stores its page in `page`, and its index among the occupied slots of
+    // that page in `indexInPage`. Beyond the last element, returns null and stores null and kNoPosition. If a
+    // caller has made the `liveCount` of a page too large, the function may store another index or raise
+    // KvErrorStatus 24. Raises KvErrorStatus 24 for a negative i. O(pages + slots of one page).
     Slot* elementAt(int i, Page** page = nullptr, unsigned* indexInPage = nullptr) const;
 
-    // Returns the i-th value. KvErrorStatus 24 if there is none. Same cost as elementAt().
+    // Returns the i-th value. Raises KvErrorStatus 24 if there is no i-th value. Same cost as elementAt().
     T& at(int i) const;
 
     // Returns an iterator on the i-th element. A negative i gives the end. An i beyond the last element gives
-    // an iterator without page and slot. It differs from the end if the store has pages. Same cost as
-    // elementAt().
+    // an iterator without page and slot. Such an iterator differs from end() if the store has pages. Same
+    // cost as elementAt().
     iterator iteratorAt(int i) const;
 
     // Returns the iterator that is one past the last page's block. O(1).
     iterator end() const;
 
-    // Returns whether store, page, slot and position equal those of the end. Reads nothing through the
-    // iterator. O(1).
+    // Returns whether the iterator has the store, page, slot and position of end(). Reads neither its page
+    // nor its slot. O(1).
     bool isEnd(const iterator& it) const {
-        // The slot is compared first, since it decides for every iterator on an element.
+        // Compares the slot first: no iterator on an element has the slot of end().
         return it.slot == blockEnd(tail) && it.trucker == this && it.page == tail &&
                it.position == (tail ? tail->liveCount : 0);
     }
 
     // Frees the iterator's slot. Does nothing for the end, a free slot, an iterator whose page was freed, and
-    // an iterator of another store. The iterator stays on the freed slot, unless that empties the page. Then
-    // the page is freed, and the iterator moves to the previous element, or to before the first. O(1), or
-    // O(pages) when a page is freed, or was freed since the iterator's last use.
+    // an iterator of another store. The iterator stays on the freed slot if the page has another occupied
+    // slot. Otherwise the page is freed, and the iterator moves to the previous element, or to before the
+    // first. O(1), or O(pages) when a page is freed, or was freed since the iterator's last use.
     void removeAt(iterator& it);
 
-    // Returns the position of the element in this slot. Returns kNoPosition for null, for an address that is
-    // no slot of this store, and for a free slot. O(pages + slots of one page).
+    // Returns the position of the element whose slot has this address. Returns kNoPosition for null, for an
+    // address that is no slot of this store, and for a free slot. O(pages + slots of one page).
     std::uint32_t positionOf(const void* slot) const;
 
-    // Frees a slot of the page. If that empties the page, `freeEmptyPage` frees the page. Otherwise an
-    // emptied tail page starts again at its first slot, and any other emptied page stays as it is. O(1), or
-    // O(pages) when a page is freed.
+    // Frees a slot of the page. Also frees the page if it has no other occupied slot and `freeEmptyPage` is
+    // true. If `freeEmptyPage` is false, an emptied tail page is kept, and its slots are used again. Any
+    // other emptied page is kept with its slots free. O(1), or O(pages) when a page is freed.
     void removeSlot(Slot* slot, Page* page, bool freeEmptyPage);
 
-    // Frees all pages, so that the store is as new. O(pages).
+    // Frees all pages, so that the store is empty. O(pages).
     void freeAllPages();
 
-    // Returns the sum of the pages' counts. O(log pages), or O(pages) if the page index is out of date.
+    // Returns the sum of `liveCount` of all pages. O(log pages), or O(pages) if the page index is out of date
+    // or a page was freed.
     std::uint32_t occupiedSlots() const noexcept;
 
     // Returns the number of slots before `fillEnd` in all pages. O(pages).
@@ -233,10 +241,11 @@ public:
         return used;
     }
 
-    // Adapts the store to a caller's changes of pages, slots and their chain. O(pages).
+    // Rebuilds the page index and drops the bitmaps. Call this after changing pages, slots or their chain.
+    // O(pages).
     void forgetHints() noexcept;
 
-    // Returns the address one past the page's block. Returns null for no page, and for a page without a
+    // Returns the address one past the page's block. Returns null for a null page, and for a page without a
     // block.
     static Slot* blockEnd(const Page* page) noexcept {
         return page && page->slots ? page->slots + kSlotsPerPage : nullptr;
@@ -251,7 +260,8 @@ public:
         return nullptr;
     }
 
-    // Returns the page that has this address among its used slots, or null. O(1), or O(pages) for null.
+    // Returns the page that has a slot at this address, before `fillEnd`. Returns null if there is no such
+    // page. O(1), or O(pages) if the page index does not find the page.
     Page* pageOf(const void* slot) const noexcept {
         Page* const indexed = isIndexed() ? mIndex.find(slot) : nullptr;
         if (indexed && isWithin(slot, indexed->slots, indexed->fillEnd))
@@ -273,8 +283,8 @@ public:
         return nullptr;
     }
 
-    // Returns the first occupied slot of the page's block at `from` or after it, or null. O(1) if that slot
-    // is occupied, O(slots skipped / 64) if the page has holes.
+    // Returns the first occupied slot of the page's block at `from` or after it, or null. O(1) if the slot at
+    // `from` is occupied, O(slots skipped / 64) if the page has holes.
     static Slot* firstOccupiedOf(const Page* page, Slot* from) noexcept;
 
     // Returns the last occupied slot of the page before the slot with the number `below`, or null. O(1) if
@@ -288,13 +298,13 @@ public:
     Page* tail = nullptr;
 
 private:
-    // Returns whether every used slot is occupied, so that the n-th occupied slot is slot n. Always false
-    // without occupancy bitmaps.
+    // Returns whether every used slot is occupied, so that the n-th occupied slot is slot n. Always returns
+    // false if kHasOccupancyBitmap is false.
     static bool hasNoHoles(const Page* page) noexcept {
         return kvdetail::kHasOccupancyBitmap && page->fillEnd - page->slots == page->liveCount;
     }
 
-    // Returns whether the page has a bitmap whose count equals that of the page.
+    // Returns whether the page has a bitmap whose count() equals the page's `liveCount`.
     static bool hasBits(const Page* page) noexcept {
         return kvdetail::kHasOccupancyBitmap && page->occupied.isKept() &&
                page->occupied.count() == page->liveCount;
@@ -308,7 +318,7 @@ private:
     // gives an occupied slot.
     static Slot* nthByShortcut(const Page* page, std::uint32_t n) noexcept;
 
-    // Adds `change`, 1 or -1, to the page's count, and tells the page index.
+    // Adds `change`, 1 or -1, to the page's `liveCount`, and updates the page index.
     void changeCount(Page* page, int change) noexcept {
         page->liveCount += static_cast<std::uint32_t>(change);
         if (mIndex.isInUse())
@@ -317,8 +327,8 @@ private:
     void vacate(Page* page, Slot* slot) noexcept;
     static void startBits(Page* page) noexcept;
 
-    // Returns whether the page index can be used: it has the ends of the chain, and none of its pages has
-    // been freed.
+    // Returns whether the page index can be used: its first and last page are those of the chain, and none of
+    // its pages has been freed.
     bool isIndexed() const noexcept {
         return mIndex.isInUse() && mIndex.pages().front() == head && mIndex.pages().back() == tail &&
                mIndex.verify(head, mEpoch.current());
@@ -328,8 +338,8 @@ private:
     // walked instead: checking the index would visit as many pages.
     bool isCounted() const noexcept { return mIndex.pages().size() > mIndex.kCheckedLinks && isIndexed(); }
 
-    // The page of an element, and the number of the element within the page. `page` is null for a position
-    // beyond the last element.
+    // The page of an element, and the number of the element among those of the page. `page` is null for a
+    // position beyond the last element.
     struct InPage {
         Page* page;
         std::uint32_t number;
@@ -364,7 +374,7 @@ private:
     kvdetail::PageIndex<Page, PageBytes> mIndex;
     kvdetail::StoreEpoch mEpoch;
     std::uint32_t mMade = 0; // number of pages that the store made
-    // A store that never had a second page keeps no bitmaps. It reads its slots.
+    // Bitmaps are made only if this is true. A store with one page reads its slots instead.
     bool mHasHadSeveralPages = false;
 };
 
@@ -400,8 +410,8 @@ void stepBack(const Store* store, typename Store::iterator& it) {
     it.toBeforeFirst();
 }
 
-// Calls visit(slot) for occupied slots, in store order, until a call returns true. Returns whether one did.
-// The visitor may free the slot that it gets, but no page. O(slots).
+// Calls visit(slot) for occupied slots, in store order, until a call returns true. Returns whether a call
+// returned true. visit() may free the slot that is passed to it, but no page. O(slots).
 template <class Store, class Visit>
 bool anyOccupied(const Store& store, Visit visit) {
     for (const typename Store::Page* page = store.head; page; page = page->next) {
@@ -413,8 +423,8 @@ bool anyOccupied(const Store& store, Visit visit) {
     return false;
 }
 
-// Calls visit(slot) for every occupied slot, in store order. The visitor may free the slot that it gets, but
-// no page. O(slots).
+// Calls visit(slot) for every occupied slot, in store order. visit() may free the slot that is passed to it,
+// but no page. O(slots).
 template <class Store, class Visit>
 void forEachOccupied(const Store& store, Visit visit) {
     anyOccupied(store, [&visit](typename Store::Slot* slot) {
@@ -444,7 +454,7 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::nextElsewhere() {
         slot = page->slots;
         position = 0;
         epoch = trucker->mEpoch.current();
-        // The position of this element stays 0, one less than iteratorAt(0) has.
+        // `position` stays 0 here. An iterator from iteratorAt(0) has the position 1.
         if (slot && !slot->free)
             return;
         from = slot;
@@ -468,8 +478,8 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::nextElsewhere() {
     toNextPage();
 }
 
-// Skips pages without an occupied slot. After the last page, the iterator is at the end of the tail, even if
-// the tail has no occupied slot.
+// Moves to the first occupied slot of the pages behind this page. If there is none, moves to the end of the
+// last page, even if that page has no occupied slot.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::iterator::toNextPage() {
     while (page->next) {
@@ -559,8 +569,8 @@ auto KvTrucker<T, PageBytes, Allocator>::elementAt(int i, Page** page, unsigned*
             found = firstOccupied(found + 1, p->fillEnd);
     }
     if (!found) {
-        // The page's count exceeds the number of its occupied slots. Only a caller that changed the page's
-        // fields can cause this.
+        // The page's `liveCount` exceeds the number of its occupied slots. Only a caller that changed the
+        // page's fields can cause this.
         if (remaining != 0)
             return nullptr;
         if (!(p->fillEnd < blockEnd(p)) || p->fillEnd->free)
@@ -699,8 +709,8 @@ auto KvTrucker<T, PageBytes, Allocator>::makePage() -> Page* {
     return new (pageMemory) Page{nullptr, 0, slots, slots, 0, mEpoch.serial(), mEpoch.current(), ++mMade, {}};
 }
 
-// Makes all slots free. In a small set, this takes longer than the work on the items. So slots that are
-// already clear are copied, which takes half as long as clearing one slot after the other.
+// Makes all slots free. In a small set, clearing the slots takes longer than all work on the items. So a
+// block of cleared slots is copied, which takes half as long as clearing one slot after the other.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::clearSlots(Slot* slots) noexcept {
     if constexpr (std::is_trivially_copyable_v<T>) {
@@ -724,14 +734,14 @@ void KvTrucker<T, PageBytes, Allocator>::freePage(Page* page) noexcept {
         Allocator::deallocate(page->slots, PageBytes);
     }
     Allocator::deallocate(page, sizeof(Page));
-    // A page that a caller has moved into this store may have iterators of other stores on it.
+    // Iterators of other stores may be on a page that a caller has moved into this store.
     if (isOwn)
         mEpoch.raise();
     else
         kvdetail::StoreEpoch::raiseAll();
 }
 
-// Does nothing for a page that a caller has taken out of the chain.
+// Takes the page out of the chain and frees the page. Does nothing for a page that a caller has taken out.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::unlinkAndFree(Page* page) noexcept {
     if (!contains(page))
@@ -841,8 +851,8 @@ auto KvTrucker<T, PageBytes, Allocator>::inPage(std::uint32_t i) const noexcept 
     return {page, i};
 }
 
-// Returns a null page for a position beyond the last element, and if the page index is not used or does not
-// match the page.
+// Returns a null page for a position beyond the last element. Also returns a null page if the page index is
+// not used, or if its count of the page is out of date.
 template <class T, unsigned PageBytes, class Allocator>
 auto KvTrucker<T, PageBytes, Allocator>::inIndexedPage(std::uint32_t i) const noexcept -> InPage {
     if (!isCounted())
@@ -851,8 +861,8 @@ auto KvTrucker<T, PageBytes, Allocator>::inIndexedPage(std::uint32_t i) const no
     return {page, number};
 }
 
-// Returns the number of occupied slots in the pages before this one. Returns kNoPosition if the page is not
-// in the chain.
+// Returns the number of occupied slots in the pages before `page`. Returns kNoPosition if `page` is not in
+// the chain.
 template <class T, unsigned PageBytes, class Allocator>
 std::uint32_t KvTrucker<T, PageBytes, Allocator>::liveBefore(const Page* page) const noexcept {
     if (isCounted() && mIndex.isCounted(page))

@@ -1,7 +1,7 @@
 // KvVector: a copy-on-write vector whose data block is shared between copies.
 //
 // Three layers, each with one task:
-//  - the policies: where element storage comes from, how the count changes, how capacity grows;
+//  - the policies: where element storage comes from, how reference counts change, how capacity grows;
 //  - the block: KvVectorBlock, and KvVectorDataPtr, the counted handle that makes and frees blocks;
 //  - the vector: KvVector, the value type that callers use.
 #pragma once
@@ -32,13 +32,14 @@ struct KvVectorBlock {
 };
 static_assert(sizeof(KvVectorBlock) == 24, "the application's libraries share this layout");
 
-// Changes the number of sharers. It is sequentially consistent, so that threads may share blocks.
+// Counts the vectors that share a block. Every operation is sequentially consistent, so vectors on different
+// threads may share a block.
 class KvRefCounter {
 public:
     static void add(std::atomic<std::uint32_t>& count) noexcept { count.fetch_add(1); }
 
-    // Returns true only to the caller that gives up the last reference. It uses only the value that the
-    // decrement returns, since another thread may free the count right after the decrement.
+    // Returns true only to the caller that gives up the last reference. Does not read the count again:
+    // another thread may free it right after the decrement.
     static bool drop(std::atomic<std::uint32_t>& count) noexcept { return count.fetch_sub(1) == 1; }
 
     static bool isShared(const std::atomic<std::uint32_t>& count) noexcept { return count.load() >= 2; }
@@ -50,8 +51,8 @@ public:
     static constexpr std::int32_t kInitialGrowLength = 8;
     static constexpr std::int32_t kInitialPrivateCapacity = 16;
 
-    // Returns the capacity for `wanted` elements. The growth step is added to the logical length, not to the
-    // physical one. The sum has 64 bits, so it cannot overflow.
+    // Returns the capacity for `wanted` elements. Adds the growth step to the logical length, not to the
+    // capacity. The sum has 64 bits, so it cannot overflow.
     static std::int64_t grown(std::int32_t logicalLength, std::int32_t growLength,
                               std::int32_t wanted) noexcept {
         return std::max<std::int64_t>(std::int64_t{logicalLength} + growLength, wanted);
@@ -114,7 +115,7 @@ private:
     static constexpr std::size_t kMostElements = PTRDIFF_MAX / sizeof(T);
 };
 
-// The allocator of KvVector<T> if none is given. Object ids take their storage from the application's memory.
+// The allocator of KvVector<T> if none is given. The storage of object ids comes from _kvMalloc.
 template <class T>
 struct KvVectorDefaultAllocator {
     using type = KvDefaultMemAllocator<T>;
@@ -124,13 +125,13 @@ struct KvVectorDefaultAllocator<GxDbObjectId> {
     using type = KvDelegateMemAllocator<GxDbObjectId>;
 };
 
-// A pointer to a counted block. Copying or destroying the pointer does not change the count. KvVector counts
-// the references.
+// A pointer to a block. Copying or destroying the pointer does not change the block's refCount. KvVector
+// changes refCount by calling share() and _release().
 template <class T, class Allocator, class RefCounter, class GrowPolicy>
 class KvVectorDataPtr {
 public:
-    // Gives up this handle's reference. The last reference frees storage and block, and sets the handle to
-    // null. Otherwise the handle stays as it is. Does nothing if the handle is null.
+    // Gives up the reference to `block`. If that was the last reference, frees the storage and the block, and
+    // sets `block` to null. Otherwise `block` stays as it is. Does nothing if `block` is null.
     void _release() {
         if (!block || !RefCounter::drop(block->refCount))
             return;
@@ -138,7 +139,7 @@ public:
         block = nullptr;
     }
 
-    // Makes the handle share `other`, a block or null, instead of its own block. Never throws.
+    // Gives up `block` and shares `other` instead, which may be null. Never throws.
     void share(KvVectorBlock* other) noexcept {
         if (other == block)
             return;
@@ -148,15 +149,16 @@ public:
         block = other;
     }
 
-    // Replaces the block by one with `capacity` elements that only this handle uses. Copies the first `kept`
-    // elements. KvErrorStatus 6 leaves the handle unchanged.
+    // Replaces the block by a new, private block with room for `capacity` elements. Copies the first `kept`
+    // elements. If there is no memory, raises KvErrorStatus 6 and leaves the block as it was.
     void replace(std::int64_t capacity, std::int32_t kept) {
         KvVectorBlock* const fresh = copy(block, capacity, kept);
         _release();
         block = fresh;
     }
 
-    // As replace(), for a handle that has a block. Returns false, and raises nothing, if there is no memory.
+    // Does what replace() does and returns true. If there is no memory, raises nothing and returns false.
+    // `block` must not be null.
     bool tryReplace(std::int32_t capacity, std::int32_t kept) noexcept {
         void* const memory = _kvMalloc(sizeof(KvVectorBlock));
         T* const array = memory ? Allocator::tryAlloc(capacity) : nullptr;
@@ -184,7 +186,8 @@ private:
         void operator()(KvVectorBlock* doomed) const noexcept { destroy(doomed); }
     };
 
-    // Returns a copy with count 1. `source` may be null, which counts as an empty block.
+    // Returns a new block with refCount 1 and the first `kept` elements of `source`. A null `source` counts
+    // as an empty block.
     static KvVectorBlock* copy(const KvVectorBlock* source, std::int64_t capacity, std::int32_t kept) {
         if (capacity > std::numeric_limits<std::int32_t>::max())
             kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
@@ -218,13 +221,13 @@ struct NoBlock {};
 //  1. `data.block` is null if the platform provides no empty block, or if a caller has set it to null. A
 //     vector with a null block is empty.
 //  2. 0 <= logicalLength <= physicalLength. The storage is null exactly when the capacity is 0.
-//  3. The block's refCount is the number of vectors that share it. For the platform's empty block, it is one
-//     more, for the platform.
-//  4. Only the count of a shared block (count of 2 or more) is ever written to.
+//  3. The block's refCount is the number of vectors that share the block. The refCount of the platform's
+//     empty block is one higher, since the platform has a reference, too.
+//  4. A block with a refCount of 2 or more does not change, except for refCount itself.
 //
-// Running out of memory is KvErrorStatus 6. An index outside the vector is KvErrorStatus 24. Both leave the
-// vector as it was. An element that comes into use before anything was stored to it has an earlier value or
-// is value-initialised.
+// Functions raise KvErrorStatus 6 if there is no memory, and KvErrorStatus 24 for an index outside the
+// vector. Then the vector does not change. An element that setLogicalLength() adds is value-initialised, or
+// has the value that was last stored at its index.
 //
 // Thread safety: vectors that share a block may be copied, read and released on different threads. One vector
 // belongs to one thread at a time.
@@ -235,10 +238,10 @@ public:
     // Shares the empty block of the process. O(1), allocates nothing.
     KvVector() : KvVector(gpEmptyVectorData) {}
 
-    // Has no block. The caller must give the vector a block at once.
+    // Makes a vector without a block. The caller must give the vector a block at once.
     explicit KvVector(kvdetail::NoBlock /*tag*/) noexcept {}
 
-    // Shares the other's block. O(1), allocates nothing.
+    // Shares the block of `other`. O(1), allocates nothing.
     KvVector(const KvVector& other) : KvVector(other.data.block) {}
     KvVector& operator=(const KvVector& other) {
         data.share(other.data.block);
@@ -278,27 +281,29 @@ public:
         data.replace(GrowPolicy::privateCapacity(physicalLength()), static_cast<std::int32_t>(kept));
     }
 
-    // As copyBeforeWrite(0), but if there is no memory, it raises nothing and leaves the block shared.
+    // Does what copyBeforeWrite(0) does. If there is no memory, raises nothing and leaves the block shared.
     void tryCopyBeforeWrite() noexcept {
         if (data.block && RefCounter::isShared(data.block->refCount))
             data.tryReplace(GrowPolicy::privateCapacity(physicalLength()), logicalLength());
     }
 
-    // Returns the element for writing. Makes the block private, even if the caller only reads. Requires 0 <=
-    // i < logicalLength(), otherwise KvErrorStatus 24. O(1), or O(length) if the block was shared.
+    // Returns the element for writing. Makes the block private, even if the caller only reads. Raises
+    // KvErrorStatus 24 unless 0 <= i < logicalLength(). O(1), or O(length) if the block was shared.
     T& at(int i) {
         checkIndex(i);
         copyBeforeWrite(0);
         return elements()[i];
     }
 
-    // Returns the element for reading, and leaves the block shared. Same requirement as above. O(1).
+    // Returns the element for reading, and leaves the block shared. Raises KvErrorStatus 24 unless 0 <= i <
+    // logicalLength(). O(1).
     const T& at(int i) const {
         checkIndex(i);
         return elements()[i];
     }
 
-    // Removes one element and keeps the order of the others. Same requirement as at(). O(length).
+    // Removes one element and keeps the order of the others. Raises KvErrorStatus 24 unless 0 <= i <
+    // logicalLength(). O(length).
     void removeAt(int i) {
         checkIndex(i);
         const int last = logicalLength() - 1;
@@ -312,8 +317,8 @@ public:
         setLogicalLength(last);
     }
 
-    // Returns whether both have the same length, and equal elements in the same order. O(1) for vectors that
-    // share a block, otherwise O(length).
+    // Returns whether both vectors have the same length, and equal elements in the same order. O(1) for
+    // vectors that share a block, otherwise O(length).
     bool operator==(const KvVector& other) const {
         if (data.block == other.data.block)
             return true;

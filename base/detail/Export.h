@@ -1,4 +1,5 @@
-// KV_BASE_API: exports what must exist only once in the process. Inline code of the containers uses it.
+// KV_BASE_API: exports a class that inline code of the containers uses, and whose data must exist only once
+// in the process.
 #pragma once
 
 #include "platform/KvOsBase.h"

@@ -16,8 +16,9 @@
 
 namespace kvdetail {
 
-// Under the address sanitizer, a freed node is poisoned and not reused. Only the setting of the code that
-// frees it matters. So a sanitized program works with a library that is not sanitized.
+// Under the address sanitizer, a freed node is poisoned and not reused. It depends only on the code that
+// frees the node whether the node is poisoned. So a sanitized program works with a library that is not
+// sanitized.
 #if KV_ADDRESS_SANITIZER
 constexpr bool kReusesNodes = false;
 inline void poison(void* node, std::size_t bytes) noexcept {
@@ -40,7 +41,8 @@ inline void poison(void* /*node*/, std::size_t /*bytes*/) noexcept {}
 //  3. The pool lives until it has neither owners nor allocated nodes. Every container that takes nodes from
 //     the pool is an owner, and so is the maker of the pool.
 //
-// Thread safety: owners may be added and removed on any thread. The rest belongs to the container's thread.
+// Thread safety: addOwner() and release() may be called on any thread. Only the thread of the container may
+// call the other functions.
 class NodePool {
 public:
     NodePool() = default;
@@ -90,9 +92,8 @@ public:
             delete this;
     }
 
-    // Frees all nodes at once, and removes an abandoned container from the owners. The destructor of an
-    // abandoned container never runs, so the container does neither itself. The container must have all
-    // allocated nodes. O(chunks).
+    // Frees all nodes at once, and removes one container from the owners. The destructor of that container
+    // must never run. All allocated nodes must belong to that container. O(chunks).
     void reclaimAbandoned() noexcept {
         freeChunks();
         mFreeList = nullptr;
@@ -142,7 +143,7 @@ private:
         return node;
     }
 
-    // Doubles the pool, but adds at most kMostNodes nodes.
+    // Adds a chunk with room for as many nodes as the other chunks together, but for at most kMostNodes.
     void addChunk() {
         const std::size_t nodes = std::clamp(mChunkBytes / mNodeBytes, kFewestNodes, kMostNodes);
         const std::size_t bytes = sizeof(Chunk) + nodes * mNodeBytes;
@@ -169,7 +170,7 @@ private:
     std::atomic<std::uint32_t> mOwners{1};
 };
 
-// Releases one owner's share of a pool.
+// Removes one owner of a pool.
 struct NodePoolReleaser {
     void operator()(NodePool* pool) const noexcept { pool->release(); }
 };

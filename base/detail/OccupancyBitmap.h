@@ -8,12 +8,12 @@ namespace kvdetail {
 // A bitmap with rank and select over `Count` slots, for a page that has holes. It counts the set bits of each
 // block of 512 bits. So rank and select read the words of only one block.
 //
-// Invariants while the bits are kept:
+// Invariants while isKept():
 //  1. Bit i is set exactly when the store has occupied slot i and has not freed it since.
 //  2. mBlocks[b] is the number of bits set in block b, and count() is their sum.
 //  3. The words before mFirst are 0.
 //
-// A caller may have changed a slot directly. So users must compare count() with the page's own count, and
+// A caller may have changed a slot directly. So users must compare count() with the page's `liveCount`, and
 // check the slot that they find.
 //
 // Thread safety: only the thread that writes to the store may change it. Any number of threads may read it.
@@ -23,7 +23,7 @@ public:
     bool isKept() const noexcept { return mIsKept; }
     std::uint32_t count() const noexcept { return mCount; }
 
-    // Starts keeping bits. The first `used` slots are occupied, and the others are not. O(Count / 64).
+    // Sets the bits of the first `used` slots, clears the others, and makes isKept() true. O(Count / 64).
     void start(std::uint32_t used) noexcept {
         for (std::uint32_t block = 0; block < kBlocks; ++block)
             mBlocks[block] = static_cast<std::uint16_t>(usedWithin(used, block * kBlockBits, kBlockBits));

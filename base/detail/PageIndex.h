@@ -14,30 +14,30 @@
 namespace kvdetail {
 
 // An array of the pages in the order of the chain, a Fenwick tree of their counts of occupied slots, and a
-// hash table from addresses to pages (open addressing with linear probing). The table's keys are regions of
-// the page size. The block of a page may not be aligned, so it touches one or two regions. The page has a
-// bucket for each of them.
+// hash table from addresses to pages (open addressing with linear probing). The hash table divides all memory
+// into regions of PageBytes bytes. The block of a page may not be aligned, so it touches one or two regions.
+// The hash table has one bucket for each region that the block touches.
 //
 // Invariants while isInUse():
-//  1. pages() are the pages that the store has linked and not unlinked, in the order of the chain. Each
-//     page's `number` is its place there.
-//  2. The buckets of every region that a page's block touches lead to the page.
+//  1. pages() are the pages that the store has linked and not unlinked, in the order of the chain. The
+//     `number` of each page is its index in pages().
+//  2. For every region that a page's block touches, the hash table has a bucket with that page.
 //  3. If verify() returns true, no page in pages() has been freed.
-//  4. The tree has the count of each page at the time when the page was indexed, plus the store's changes
-//     since then.
+//  4. The tree has the `liveCount` of each page at the time when the page was indexed, plus the changes that
+//     the store has reported by noteCount() since then.
 //
 // A caller may have changed the chain by hand. So users must compare the ends of pages() with those of the
 // chain, call verify(), and check that a page is linked from the page before it. A page that a caller has
 // taken out of the chain may be read until the store frees a page or is destroyed. An index that has run out
-// of memory, or has found another chain than its own, is disabled until it is cleared or rebuilt.
+// of memory, or has found another chain than its own, is disabled until clear() or rebuild() is called.
 //
 // Thread safety: only the store's writer may change the index. Any number of threads may read it at once.
 template <class Page, unsigned PageBytes>
 class PageIndex {
 public:
-    // Fewer pages are not indexed: walking their chain is as fast.
+    // Fewer pages are not indexed: walking their chain is as fast as using the index.
     static constexpr std::size_t kFewestPages = 4;
-    // isCounted() checks at most so many links before a page.
+    // isCounted() checks at most this many links before a page.
     static constexpr std::size_t kCheckedLinks = 16;
 
     bool isInUse() const noexcept { return !mPages.empty(); }
@@ -76,8 +76,8 @@ public:
     }
 
     // Returns whether positions in the page may be taken from the tree. Compares the page's count with the
-    // tree, and checks the kCheckedLinks links before the page. The links also show that a caller has taken
-    // out the page together with some neighbours. O(log pages).
+    // tree, and checks the kCheckedLinks links before the page. By the links, it also notices that a caller
+    // has taken the page and some neighbours out of the chain. O(log pages).
     bool isCounted(const Page* page) const noexcept {
         const std::size_t number = page->number;
         if (number >= mPages.size() || mPages[number] != page)
@@ -121,7 +121,7 @@ public:
         recount();
     }
 
-    // Builds the index again from the chain, also if it was disabled. O(pages).
+    // Builds the index again from the chain, even if the index was disabled. O(pages).
     void rebuild(Page* head) noexcept try {
         clear();
         for (Page* page = head; page; page = page->next)
@@ -145,8 +145,9 @@ public:
         mLinked = 0;
     }
 
-    // Returns whether pages() equals the chain. Compares the two only if `epoch` has changed since the last
-    // call that returned true. O(1) for an unchanged epoch, otherwise O(pages).
+    // Returns whether pages() equals the chain that begins at `head`. Compares pages() with the chain only if
+    // `epoch` has changed since the last call that returned true. O(1) for an unchanged epoch, otherwise
+    // O(pages).
     bool verify(const Page* head, std::uint32_t epoch) const noexcept {
         if (mVerified.load(std::memory_order_relaxed) == epoch)
             return true;
@@ -157,7 +158,8 @@ public:
     }
 
     // Returns the page whose block may contain the address. Returns null if there is no such page, or if the
-    // page before it does not link to it. The caller must compare the first page with the head. O(1).
+    // page before it does not link to it. The caller must compare the first of pages() with the head of the
+    // chain. O(1).
     Page* find(const void* address) const noexcept {
         if (mBuckets.empty())
             return nullptr;
@@ -175,7 +177,7 @@ private:
         std::size_t number = 0;   // the number of that page
     };
 
-    // At most two regions per page, and a load factor of at most one half.
+    // A page has at most two regions, and at most half of the buckets are in use.
     static constexpr std::size_t kBucketsPerPage = 4;
 
     static std::size_t lowestBit(std::size_t number) noexcept { return number & (~number + 1); }
@@ -194,8 +196,8 @@ private:
         mCounts[node] = count;
     }
 
-    // Computes the whole tree from the counts of the pages. Allocates only if there are more pages than
-    // before.
+    // Computes the whole tree from the counts of the pages. Allocates only if mCounts has no room for all
+    // pages.
     void recount() {
         mCounts.assign(mPages.size() + 1, 0);
         for (std::size_t node = 1; node < mCounts.size(); ++node) {
@@ -284,7 +286,7 @@ private:
     }
 
     std::vector<Page*> mPages;
-    std::vector<std::uint32_t> mCounts; // the tree: node 0 is unused
+    std::vector<std::uint32_t> mCounts; // the nodes of the tree; node 0 is unused
     std::vector<Bucket> mBuckets;       // their number is a power of two
     std::size_t mLinked = 0;            // number of pages in the chain
     bool mIsDisabled = false;

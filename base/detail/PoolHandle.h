@@ -9,11 +9,11 @@
 namespace kvdetail {
 
 // A pointer of 48 bits. A map has seven bytes of padding after its comparator. The pointer and a flag fit
-// there, so a map with a pool is as large as a map without one. A pool whose address needs more than 48 bits
-// is not used.
+// into that padding, so a map with a pool is as large as a map without one. For a pool whose address needs
+// more than 48 bits, the pointer is null.
 //
-// The pointer is written and read as four bytes and two bytes. After writing six single bytes, reading wider
-// numbers would have to wait for the cache.
+// The pointer is written and read as one number of four bytes and one of two bytes. If six single bytes were
+// written, reading them as wider numbers would have to wait until all of them are in the cache.
 class [[gnu::packed]] PoolPointer {
 public:
     PoolPointer() noexcept = default;
@@ -37,11 +37,12 @@ private:
 // Invariants:
 //  1. The handle in a map is an owner of the pool. When a map is moved, both maps own the pool. Swapping two
 //     maps swaps their handles.
-//  2. A copy owns nothing. A map copies its node allocator only into the node handle that extract() returns.
-//     Some standard libraries never destroy that copy. The extracted node itself keeps the pool alive.
+//  2. A copy of a handle is no owner. A map copies its node allocator only into the node handle that
+//     extract() returns. Some standard libraries never destroy that copy. The extracted node itself keeps the
+//     pool alive.
 //  3. Copying a handle raises the pool's generation. Nothing else shows that a node was extracted, since the
-//     node keeps its address. Without this, the hash of ids would have to read the entry before each entry
-//     that it finds. In a large index, that is a cache miss per look-up.
+//     node keeps its address. If copying did not raise the generation, the hash of ids would have to read the
+//     entry before each entry that it finds. In a large index, that would be a cache miss per look-up.
 //
 // Thread safety: that of the pool.
 class PoolHandle {
@@ -78,8 +79,8 @@ static_assert(sizeof(PoolHandle) == 7, "a map has room for seven bytes behind it
 
 // Selects how an allocator refers to its pool. The allocator of a map's nodes has a PoolHandle. The allocator
 // of the map's values has a PoolPointer, which does not count owners. get_allocator() returns the allocator
-// of values, possibly to many readers at once. Counting owners is atomic, so the readers would wait for each
-// other.
+// of values, possibly to many readers at once. Counting owners is atomic, so with a PoolHandle the readers
+// would wait for each other.
 template <class T>
 struct PoolHolder {
     using type = PoolHandle;

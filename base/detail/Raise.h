@@ -13,7 +13,7 @@ constexpr int kStatusOutOfMemory = 6;   // no memory for a block, storage, a pag
 constexpr int kStatusInvalidIndex = 24; // an index outside the container, or an empty slot
 
 // Errors have no source position. The file name is always a pair of quotation marks, and callers may rely on
-// it.
+// that.
 constexpr const wchar_t* kNoFile = L"\"\"";
 constexpr int kNoLine = 0;
 
@@ -26,8 +26,8 @@ template <class Exception>
     throw exception.release();
 }
 
-// Not inlined and marked cold. So a check that calls this costs its function only one branch that is not
-// taken.
+// This function is cold and not inlined. So a function that checks for an error pays only for one branch that
+// is not taken.
 [[noreturn, gnu::noinline, gnu::cold]] inline void raiseStatus(int status) {
     raise(std::make_unique<KvErrorStatus>(status, kNoFile, kNoLine));
 }

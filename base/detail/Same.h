@@ -7,8 +7,8 @@ class GxDbObjectId;
 
 namespace kvdetail {
 
-// Returns a == b. Ids with the same stub name the same object, which needs no call of the application. Only
-// the application knows whether ids with different stubs name different objects.
+// Returns a == b. Ids with the same stub name the same object, so they are compared without a call of the
+// application. Only the application knows whether ids with different stubs name different objects.
 template <class T>
 bool isSame(const T& a, const T& b) {
     if constexpr (std::is_same_v<T, GxDbObjectId>)

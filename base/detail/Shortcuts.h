@@ -5,12 +5,13 @@
 
 #include <cstddef>
 
-// 1 or 0, for all of them. A program and its library must use the same value: see KvSelectContextExport.h.
+// Switches all optimisations on (1) or off (0). A program and its library must use the same value: see
+// KvSelectContextExport.h.
 #ifndef KV_SHORTCUTS
 #define KV_SHORTCUTS 1
 #endif
 
-// Each can be switched by itself, to measure its effect: scripts/bench --ablation.
+// Each optimisation also has a switch of its own. scripts/bench --ablation measures its effect.
 
 // Finds the pages of a store by address or by position, instead of along their chain.
 #ifndef KV_SHORTCUT_PAGE_INDEX
@@ -48,7 +49,7 @@
 #endif
 #endif
 
-// Hashes the items of an id that has many. Needs the node pool, as the hash of ids does.
+// Hashes the items of an id that has many items. Needs the node pool, as the hash of ids does.
 #ifndef KV_SHORTCUT_RUN_INDEX
 #define KV_SHORTCUT_RUN_INDEX KV_SHORTCUT_ID_HASH
 #endif

@@ -22,7 +22,8 @@ struct Counters {
 
 } // namespace
 
-// Constant-initialised, since a host may make sets while it is being loaded.
+// sCounters is initialised at compile time, since static objects of the application may make sets before the
+// constructors of this library run.
 static Counters<StoreEpoch::kGroups> sCounters;
 static std::atomic<std::uint32_t> sStores{0};
 

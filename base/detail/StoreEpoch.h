@@ -8,13 +8,12 @@
 
 namespace kvdetail {
 
-// The epoch of one store. It rises whenever the store frees a page. If an iterator has the present value, its
-// page still exists. If it has an earlier value, the iterator must look for its page before it reads the
-// page.
+// The epoch of one store. It rises whenever the store frees a page. The page of an iterator with the present
+// value still exists. An iterator with an earlier value must look for its page before it reads the page.
 //
 // There is a fixed number of counters, and stores take them in turn. So an epoch also rises for the other
-// stores of its group. They only search once more than necessary. A counter outlives every store. So a page
-// that a caller has moved to another store can still raise the epoch of its first store.
+// stores of its group. The iterators of those stores only search once more than necessary. A counter outlives
+// every store. So freeing a page can raise the counter of a store that no longer exists.
 //
 // Invariants:
 //  1. A counter rises by kGroups. So its low bits are the number of its group, and no two groups have a value
@@ -30,9 +29,10 @@ public:
     StoreEpoch& operator=(const StoreEpoch&) = delete;
     ~StoreEpoch() = default;
 
-    // A walk calls this twice for every item. The read is volatile and not atomic. A relaxed atomic load
-    // would make compilers read everything else again. That would cost a walk six instructions an item, a
-    // sixth of its instructions. An aligned word is read whole even without an atomic load.
+    // Returns the present epoch. A walk calls this twice for every item. The read is volatile and not atomic.
+    // A relaxed atomic load would make compilers read everything else again. That would cost a walk six
+    // instructions an item, a sixth of its instructions. An aligned word is read whole even without an atomic
+    // load.
     std::uint32_t current() const noexcept {
 #if KV_THREAD_SANITIZER
         return __atomic_load_n(mCounter, __ATOMIC_RELAXED);
@@ -41,14 +41,14 @@ public:
 #endif
     }
 
-    // Raises the epoch, for a page that was made in this store and is freed by it.
+    // Raises the epoch. A store calls this when it frees a page that it has made.
     void raise() noexcept;
 
-    // Raises all epochs, for a page that was made in another store. Any store may have iterators on it.
-    // O(kGroups).
+    // Raises all epochs. A store calls this when it frees a page that another store has made. Any store may
+    // have iterators on such a page. O(kGroups).
     static void raiseAll() noexcept;
 
-    // Returns a number that identifies the store. A later store at the same address has another one.
+    // Returns a number that identifies the store. A later store at the same address has another number.
     std::uint32_t serial() const noexcept {
         return mSerial;
     }

@@ -17,17 +17,17 @@ public:
     // Makes a new, empty list.
     GxapSSListSmartPtr();
 
-    // Shares the other's list. A null pointer gives a handle without a list. O(1).
+    // Shares the list of `other`. If `other` is null, the new handle has no list. O(1).
     GxapSSListSmartPtr(const GxapSSListSmartPtr& other);
     GxapSSListSmartPtr(const GxapSSListSmartPtr* other);
 
-    // Releases the old list and shares the other's. Assigning a handle to itself does nothing. O(1), or
-    // O(sets) if this was the last handle of the old list.
+    // Calls release() and shares the list of `other`. Assigning a handle to itself does nothing. O(1), or
+    // O(sets) if this was the last handle of its old list.
     GxapSSListSmartPtr& assign(const GxapSSListSmartPtr& other);
     GxapSSListSmartPtr& operator=(const GxapSSListSmartPtr& other);
 
-    // Gives up the list; the last handle destroys it. The handle has no list afterwards, and releasing again
-    // does nothing.
+    // Gives up the list. The last handle of the list destroys the list. Afterwards this handle has no list,
+    // and calling release() again does nothing.
     void release();
     ~GxapSSListSmartPtr();
 

@@ -51,7 +51,7 @@ selected_entity** GxapSSetWriteAccessor::getAt(int index) {
 
 namespace {
 
-// Takes the keys by value: writeData() may release the data that the caller's keys are part of.
+// Takes the keys by value: they may be references into data that writeData() releases.
 template <class... Keys>
 GxapSelectSet::Iterator findForWriting(GxapSSetWriteAccessor& set, Keys... keys) {
     set.writeData();
@@ -121,7 +121,8 @@ void GxapSSetWriteAccessor::append(const GxDbObjectId& mainId, const GxDbObjectI
     select(mainId, subId, -1, nullptr, nullptr);
 }
 
-// For a null main id, select() would not take over the copy of the info. So no copy is made.
+// Copies the info only if the main id is not null: for a null main id, select() would not become the owner of
+// the copy.
 bool GxapSSetWriteAccessor::append(const selected_entity* record) {
     if (!record)
         return false;
@@ -131,8 +132,8 @@ bool GxapSSetWriteAccessor::append(const selected_entity* record) {
     return true;
 }
 
-// The removals copy their keys first. The keys may be part of the data that the copy-on-write releases, or of
-// an index entry that is erased.
+// The forms of remove() copy their keys first. The keys may be references into data that writeData()
+// releases, or into an index entry that is erased.
 
 bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId) {
     const GxDbObjectId id = mainId;
@@ -173,7 +174,7 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectI
     kvdetail::IdIndex::Run run = index.find(id);
     if (run.isHeld)
         index.expectErasing(run);
-    // Erases all entries of the id, also those of the records that stay in the store.
+    // Erases all entries of the main id, also those of items with another sub id, which stay in the store.
     while (run.isHeld) {
         const kvdetail::IdIndex::Entry entry = run.entry;
         index.next(run, id);
@@ -201,8 +202,8 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectI
     return true;
 }
 
-// Steps back with an iterator of the store. An iterator of the set would be allocated and registered, which
-// doubles the instructions of a removal.
+// Steps back with an iterator of the store. Using an iterator of the set would double the instructions of a
+// removal, since such an iterator is allocated and registered.
 bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
     if (!hasItems(*this) || it.isDone())
         return false;
@@ -218,7 +219,8 @@ bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
         return true;
 
     --it.index;
-    // An iterator that is not registered still refers to the data that was released.
+    // remove() may have released the data that the iterator refers to. An iterator that is not registered is
+    // not yet disabled then.
     if (it.set == this && sharedData != held)
         it.disable();
     else

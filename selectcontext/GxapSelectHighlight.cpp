@@ -6,8 +6,8 @@
 
 namespace {
 
-// Makes the drawing one more owner of a list and of its paths. Opening or highlighting an entity may clear
-// the segments that are being drawn.
+// Shares a list of paths, and is one more owner of each path. So the paths stay alive if opening or
+// highlighting an entity clears the list that is being drawn.
 class HeldPaths {
 public:
     explicit HeldPaths(const KvVector<GxDbFullSubentPath*>* paths) {
@@ -48,7 +48,7 @@ void gxutEntityGxDbFullPathHighlight(const GxDbObjectId& id, const KvVector<GxDb
     const GxErrorStatus opened = entity.open(id, GxDb::kForRead, false);
     if (opened == eOk && entity.mObject)
         drawPaths(*entity.mObject, *held, entityFlag, highlight);
-    // Called here and not by the destructor, so that the caller gets an exception from closing.
+    // The destructor of `entity` cannot pass an exception on to the caller, so this call closes the entity.
     entity.closeInternal();
 }
 

@@ -11,8 +11,8 @@
 //
 // Does nothing for an id that does not open as an entity (erased, invalid, no entity). Draws nothing for a
 // null or empty list. Skips null elements. The caller keeps the paths. During the call, the function is one
-// more owner of the list and of its paths. So opening or highlighting an entity may clear the segments. Paths
-// that are added during the call are not drawn.
+// more owner of every path. So opening or highlighting an entity may clear the list. Paths that are added to
+// the list during the call are not drawn.
 //
 // Throws what the entity throws, and std::bad_alloc. O(paths). Belongs to the thread that uses the database.
 KVSELECTCONTEXT_API void gxutEntityGxDbFullPathHighlight(const GxDbObjectId& id,

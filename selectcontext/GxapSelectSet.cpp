@@ -20,8 +20,8 @@ std::unique_ptr<KvVector<GxDbFullSubentPath*>> shareList(const KvVector<GxDbFull
     return std::make_unique<KvVector<GxDbFullSubentPath*>>(*list);
 }
 
-// References to the empty block of the process, taken many at a time. Nearly every record needs two, and
-// taking one reference is an atomic operation.
+// Takes references to the empty block of the process, many at a time. Nearly every record needs two
+// references, and taking one by one would cost an atomic operation each.
 class EmptyBlockShares {
 public:
     EmptyBlockShares() = default;
@@ -29,7 +29,7 @@ public:
     EmptyBlockShares& operator=(const EmptyBlockShares&) = delete;
     ~EmptyBlockShares() {
         if (mLeft > 0)
-            mBlock->refCount.fetch_sub(mLeft); // never the last reference: the platform has one, too
+            mBlock->refCount.fetch_sub(mLeft); // the platform's own reference always remains
     }
 
     // Makes `fresh` share the block of `source`. `fresh` must not have a block.
@@ -69,7 +69,7 @@ void copyFields(const selected_entity& source, selected_entity& copy, EmptyBlock
     }
 }
 
-// Clones the records of one store into an empty store.
+// Clones the records of `source` into the empty store of `copy`.
 void cloneRecords(const GxapSelectSet::SSetData& source, GxapSelectSet::SSetData& copy) {
     kvdetail::RecordPool& records = SetData::of(copy).records;
     records.expectMany(source.entityCount);
@@ -135,14 +135,15 @@ GxapSelectSet& GxapSelectSet::operator=(const GxapSelectSet& other) {
     return *this;
 }
 
-// Lets iterators outlive their set: they no longer unregister from it, and have no position.
+// Lets iterators outlive this set: sets their `set` to null, so that they do not unregister, and disables
+// them.
 void GxapSelectSet::orphanIterators() const {
     for (int i = 0; i < iterators.logicalLength(); ++i)
         iterators[i]->set = nullptr;
     disableAllIterator();
 }
 
-// Releases the old data only when the new data is complete.
+// Makes the new data before it releases the old data. So if there is no memory, the set keeps its data.
 GxapSelectSet::SSetData* GxapSelectSet::createData() {
     assignData(kvdetail::makeData().release());
     return sharedData;
@@ -177,7 +178,7 @@ long GxapSelectSet::getLispRefCnt() {
 }
 
 long GxapSelectSet::addLispRefCnt() {
-    // Unsigned, so that the count wraps around instead of overflowing.
+    // Adds unsigned numbers, so that the count wraps around instead of overflowing.
     lispRefCnt = lispRefCnt < 0 ? 1 : static_cast<std::int64_t>(static_cast<std::uint64_t>(lispRefCnt) + 1);
     return lispRefCnt;
 }

@@ -32,15 +32,15 @@ KVSELECTCONTEXT_API bool isGsMarkEqual(long a, long b);
 // Invariants while no operation is running:
 //  1. `sharedData` is null only after releaseData() or assignData(nullptr), and in a copy of a set without
 //     data. Readers treat null as an empty set, except findInMap(), which throws.
-//  2. `iterators` has each registered iterator once, in the order of registration. The handle does not share
-//     it.
+//  2. `iterators` has each registered iterator once, in the order of registration. A copy of the handle does
+//     not share `iterators`.
 //  3. An iterator that is not in `iterators` is disabled, or was assigned within its set after it had been
 //     disabled.
 //
 // Bad arguments (null ids, null pointers, positions out of range) throw nothing, unless a function says
-// otherwise. The result is then null, false, -1 or the end. Running out of memory is KvErrorStatus 6 in the
-// containers and std::bad_alloc elsewhere. Both leave the set as it was. Costs: n is the number of items, and
-// p = n / 4096 is the number of pages.
+// otherwise. The result is then null, false, -1 or the end. If there is no memory, the containers raise
+// KvErrorStatus 6, and other code throws std::bad_alloc. Neither changes the set. Costs: n is the number of
+// items, and p = n / 4096 is the number of pages.
 //
 // Thread safety: handles that share data may be copied, read and destroyed on different threads. A handle,
 // with its iterators, belongs to one thread at a time.
@@ -53,18 +53,18 @@ public:
     //     selection.
     //  2. `entityCount` is the number of occupied slots.
     //  3. `dataMap` has one entry per record: the main id and the address of the slot. Entries of one id are
-    //     in the order of their insertion. Two operations break this. One is the removal by main and sub id.
-    //     The other is a caller's own change of a record. The caller must call updateDataMap() afterwards.
-    //  4. `refCount` is the number of handles that share the data. While it is above 1, no edit changes the
-    //     data. There are three exceptions: updateDataMap(), an Iterator that does not come from the
-    //     accessor, and findSubentPathSubsel(), which makes a list's block private.
+    //     in the order of their insertion. Two operations break this invariant: remove() with a main id and a
+    //     sub id, and a caller's own change of a record. The caller must call updateDataMap() afterwards.
+    //  4. `refCount` is the number of handles that share the data. While `refCount` is above 1, no edit
+    //     changes the data. There are three exceptions: updateDataMap(), an Iterator that does not come from
+    //     the accessor, and findSubentPathSubsel(), which makes a list's block private.
     //
-    // Thread safety: `refCount` may be changed from any thread. The rest may be read on several threads while
-    // the data is shared. Only the thread of a sole handle may change it.
+    // Thread safety: `refCount` may be changed from any thread. Several threads may read the other members
+    // while the data is shared. If only one handle uses the data, the thread of that handle may change them.
     class KVSELECTCONTEXT_API SSetData {
     public:
-        // Callers may change the map, but must not move nodes from one set's map to another's. They may copy
-        // entries, or swap whole maps. An extracted node must stay on the set's thread.
+        // Callers may change the map, but must not move nodes from the map of one set to that of another.
+        // They may copy entries, or swap whole maps. An extracted node must stay on the set's thread.
         using DataMap = std::multimap<GxDbObjectId, unsigned long, std::less<GxDbObjectId>,
                                       _KvSTLAllocator<std::pair<GxDbObjectId const, unsigned long>>>;
         using Store = KvTrucker<selected_entity*, 65536u, KvTkDefaultAllocator<selected_entity*>>;
@@ -82,13 +82,14 @@ public:
         KVSELECTCONTEXT_API void addRef() const;
         KVSELECTCONTEXT_API void delRef() const;
 
-        // Destroys every record and empties index and store. Both flags keep their values. Does nothing while
-        // more than one handle uses the data. O(n).
+        // Destroys every record and empties index and store. `unique` and `selectByNestedMode` keep their
+        // values. Does nothing while more than one handle uses the data. O(n).
         void clear();
 
         // Returns new data with a copy of every record, in consecutive slots, and with an index of its own.
-        // Flags and count are copied. `refCount` is 0; the caller must assign the data to a set. Copied
-        // records share vectors and highlight paths, and have copies of the infos. O(n).
+        // Copies `unique`, `selectByNestedMode` and `entityCount`. `refCount` is 0; the caller must assign
+        // the data to a set. Copied records share vectors and highlight paths, and have copies of the infos.
+        // O(n).
         SSetData* clone() const;
 
         mutable std::atomic<std::uint32_t> refCount;
@@ -113,33 +114,35 @@ public:
     //
     // Invariants:
     //  1. `truckerIterator` is null or a store position on the heap that only this iterator uses. Null means
-    //     that the iterator is disabled: it is done and has no record.
-    //  2. `set` is the set that the iterator unregisters from when it is destroyed. Disabling keeps it.
+    //     that the iterator is disabled: isDone() returns true, and get() returns null.
+    //  2. `set` is the set that the iterator unregisters from when it is destroyed. disable() does not change
+    //     `set`.
     //
-    // The caller must destroy an iterator before its set. If the set is destroyed first, the destructors of
-    // its registered iterators do nothing to it. Constructing, copying and assigning register the iterator:
-    // O(registered iterators). Thread safety: that of the set.
+    // The caller must destroy an iterator before its set. If the set is destroyed first, its registered
+    // iterators are disabled, and their destructors do not touch the set. Constructing, copying and assigning
+    // register the iterator: O(registered iterators). Thread safety: that of the set.
     class KVSELECTCONTEXT_API ConstIterator {
     public:
-        // Makes an iterator on the item at `index`. The number of items gives the end. A null set, or a set
-        // without data, gives a disabled iterator. A negative index gives an iterator that is done. A larger
-        // index than the number of items gives an iterator that is neither done nor on an item, unless the
-        // store has no pages; reading through it throws. O(p + slots of a page).
+        // Makes an iterator on the item at `index`. If `index` is the number of items, the iterator is at the
+        // end. If `index` is negative, the iterator is done. If `index` is larger than the number of items,
+        // and the store has pages, the iterator is neither done nor on an item, and reading through the
+        // iterator throws. If the set is null or without data, the iterator is disabled. O(p + slots of a
+        // page).
         ConstIterator(const GxapSelectSet* set, int index);
 
         // Copies the position, and registers the copy as well. A copy of a disabled iterator is disabled.
         ConstIterator(const ConstIterator& other);
 
-        // Copies the other's position. Registers this iterator only if `set` changes. So an iterator that was
-        // disabled, and is then assigned within its set, has a position but is not registered.
+        // Copies the position of `other`. Registers this iterator only if `set` changes. So an iterator that
+        // was disabled, and is then assigned within its set, has a position but is not registered.
         ConstIterator& operator=(const ConstIterator& other);
         ~ConstIterator();
 
-        // Deletes the position. The iterator stays registered.
+        // Deletes `truckerIterator` and sets it to null. The iterator stays registered.
         void disable();
 
-        // Returns true if the iterator has no position or is at the set's end. Reads nothing through the
-        // position. O(1).
+        // Returns true if the iterator is disabled or at the end of the set. Reads neither a page nor a slot.
+        // O(1).
         KVSELECTCONTEXT_API bool isDone() const;
 
         // Advances to the next item, and ignores the argument. Returns false if there is no next item, or if
@@ -151,14 +154,14 @@ public:
         // if this iterator is on the first item or has no position. O(slots skipped), or O(p) to change page.
         bool getPrevIterator(ConstIterator& prev) const;
 
-        // Returns whether set, index and store position are equal. A disabled iterator equals nothing, not
-        // even itself. O(1).
+        // Returns whether set, index and store position are equal. Returns false for a disabled iterator,
+        // even if it is compared with itself. O(1).
         bool operator==(const ConstIterator& other) const;
         bool operator!=(const ConstIterator& other) const;
 
         // Returns the current record, which the set owns. Without a current record, get() and the accessors
-        // below return null, 0, the null id or an empty path. KvExceptionWithMsg "Error access KvTrucker" on
-        // an item that was removed. O(1), or O(p) after a page was freed.
+        // below return null, 0, the null id or an empty path. They throw KvExceptionWithMsg "Error access
+        // KvTrucker" if the current item was removed. O(1), or O(p) after a page was freed.
         KVSELECTCONTEXT_API selected_entity* get() const;
         KVSELECTCONTEXT_API GxDbObjectId mainEntId() const;
         KVSELECTCONTEXT_API GxDbObjectId subEntId() const;
@@ -168,8 +171,8 @@ public:
         KvVector<int>* hlVpArray() const;
         const KvVector<GxDbObjectId>& nestedEntFullPath() const;
 
-        // Returns whether the item was picked inside block references. Its path then has more than one id. A
-        // path of two ids counts only if the sub id is null or equals the main id. O(1).
+        // Returns whether the item was picked inside block references: whether its nested path has more than
+        // one id. For a path of two ids, returns true only if the sub id is null or equals the main id. O(1).
         bool isNestedEnt() const;
 
         // Fills `path` with the nested path up to and including the main id, the null sub-entity type, and
@@ -178,8 +181,8 @@ public:
         bool getFullSubentPath(GxDbFullSubentPath& path) const;
 
         // Fills `ids` with those ids of the nested path that open as entities. Returns false, and leaves
-        // `ids` unchanged, if there is no position. Returns false, and empties `ids`, if there is no path.
-        // Opens one entity at a time. O(path).
+        // `ids` unchanged, if the iterator is disabled. Returns false, and empties `ids`, if the nested path
+        // is empty. Opens one entity at a time. O(path).
         bool getFilteredNestedFullPath(KvVector<GxDbObjectId>& ids) const;
 
         const GxapSelectSet* set;
@@ -187,8 +190,8 @@ public:
         SSetData::Store::iterator* truckerIterator;
     };
 
-    // A cursor with write access to the record. Take it from the write accessor, which has made the data
-    // private. On shared data it changes what other sets see.
+    // A cursor with write access to the record. Take an Iterator from the write accessor, which makes the
+    // data private first. An Iterator on shared data changes what other sets see.
     class KVSELECTCONTEXT_API Iterator : public ConstIterator {
     public:
         Iterator(const GxapSelectSet* set, int index);
@@ -197,7 +200,8 @@ public:
 
         selected_entity* get();
 
-        // Makes the record share the path's block. Does nothing if there is no record. O(1).
+        // Makes the nested path of the record share the block of `path`. Does nothing if there is no record.
+        // O(1).
         void setNestedEntFullPath(const KvVector<GxDbObjectId>& path);
 
         // Adds a copy of the path to the record's highlight segments. A null path removes all segments. Does
@@ -208,19 +212,20 @@ public:
     // Makes an empty set with data of its own. The argument is ignored. O(1).
     explicit GxapSelectSet(bool ignored = true);
 
-    // Shares the other's data. Copies neither the iterators nor the LISP count. O(1).
+    // Shares the data of `other`. Copies neither `iterators` nor `lispRefCnt`. O(1).
     KVSELECTCONTEXT_API GxapSelectSet(const GxapSelectSet& other);
 
-    // Shares the other's data instead of the set's own. Does nothing if the set shares it already. Otherwise
-    // it disables every iterator of this set. O(1), or O(n) if this was the last handle on the old data.
+    // Releases the data of this set and shares the data of `other`. Does nothing if both sets share their
+    // data already. Otherwise disables every iterator of this set. O(1), or O(n) if this was the last handle
+    // on the old data.
     GxapSelectSet& operator=(const GxapSelectSet& other);
     KVSELECTCONTEXT_API ~GxapSelectSet();
 
-    // Gives the set new, empty data instead of its own. Returns the data, which the set owns.
+    // Replaces the data of the set by new, empty data. Returns the new data, which the set owns.
     SSetData* createData();
 
-    // Makes the set use `data` instead of its own. Null leaves the set without data. Does nothing if the set
-    // uses `data` already.
+    // Replaces the data of the set by `data`. If `data` is null, the set has no data afterwards. Does nothing
+    // if the set uses `data` already.
     void assignData(SSetData* data);
 
     // Disables every iterator and releases the data. The set has no data afterwards.
@@ -228,40 +233,43 @@ public:
 
     bool isSelectByNestedMode() const;
 
-    // Read or change the count that the LISP layer keeps on the set. A negative count reads as 0. O(1).
+    // Read or change `lispRefCnt`, by which the LISP layer counts its references to the set. A negative count
+    // reads as 0. O(1).
     long getLispRefCnt();
     long addLispRefCnt();
     long subtractLispRefCnt();
 
-    // The registry, which iterators use. addIterator() and removeIterator() ignore null. addIterator()
-    // registers an iterator only once. removeIterator() keeps the order of the others. disableAllIterator()
-    // disables every iterator and empties the registry. O(registered iterators).
+    // Iterators call these to register with the set in `iterators`. addIterator() and removeIterator() ignore
+    // null. addIterator() registers an iterator only once. removeIterator() keeps the order of the other
+    // iterators. disableAllIterator() disables every iterator and empties `iterators`. O(registered
+    // iterators).
     void addIterator(ConstIterator* it) const;
     void removeIterator(ConstIterator* it) const;
     void disableAllIterator() const;
 
     // Return iterators by value, each registered once. A set without data gets empty data first. iteratorAt()
     // returns the end for an index above the count, and an iterator that is done for a negative index.
-    // cbegin() and cend() return the same positions for a non-const set. O(registered iterators); the
-    // positions before the end add O(p + slots of a page).
+    // cbegin() and cend() return the positions of begin() and end() for a non-const set. O(registered
+    // iterators). A position before the end adds O(p + slots of a page).
     ConstIterator begin() const;
     ConstIterator end() const;
     ConstIterator cbegin();
     ConstIterator cend();
     ConstIterator iteratorAt(int index) const;
 
-    // Returns the first index entry, in order of insertion, whose record agrees in all given keys. The keys
-    // are main id, sub id, marker (by isGsMarkEqual), nested path, and block transform of the info. Returns
-    // dataMap.end() if there is no such entry. If `path` is null, neither path nor info is compared. The form
-    // with one id reads no record. Throws KvExceptionWithMsg on a set without data.
+    // Returns the first index entry, in order of insertion, whose record equals the arguments in all keys.
+    // The keys are main id, sub id, marker (by isGsMarkEqual), nested path, and the block transform of
+    // `info`. Returns dataMap.end() if there is no such entry. If `path` is null, neither path nor info is
+    // compared. The form with one id reads no record. Throws KvExceptionWithMsg on a set without data.
     //
     // O(log n) for an id of at most 64 items. If an id has more, say k items, the first look-up that passes
     // 64 of them makes a hash of all k, in O(k log k). Later look-ups cost O(log n + items with equal keys).
     // Adding and removing single items updates the hash. A look-up is O(log n + k) if there is no memory for
-    // the hash, if the main id has several stubs, if a caller has changed `dataMap`, or if the look-up leaves
-    // out the marker and the items have more than four markers.
+    // the hash, if the main id has several stubs, if a caller has changed `dataMap`, or if the arguments
+    // include no marker and the items have more than four different markers.
     //
-    // A literal 0 could be a marker or a null path. The overloads with int make it a marker.
+    // As third argument, a literal 0 could be a marker or a null path. The overload with int makes 0 a
+    // marker.
     SSetData::DataMap::const_iterator findInMap(const GxDbObjectId& mainId) const;
     SSetData::DataMap::const_iterator findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId) const;
     SSetData::DataMap::const_iterator findInMap(const GxDbObjectId& mainId, const GxDbObjectId& subId,
@@ -278,8 +286,9 @@ public:
                                                 long gsMarker, const KvVector<GxDbObjectId>* path,
                                                 GxapSelectedEntInfo* info) const;
 
-    // Returns the position of the item that findInMap() finds, or -1. On a set without data it is -1, too.
-    // O(p + slots of a page) in addition to findInMap(). So call findInMap() to test only for presence.
+    // Returns the position of the item that findInMap() finds. Returns -1 if there is no such item, and for a
+    // set without data. O(p + slots of a page) in addition to findInMap(). So to test only for presence, call
+    // findInMap().
     int find(const GxDbObjectId& mainId) const;
     int find(const GxDbObjectId& mainId, const GxDbObjectId& subId) const;
     int find(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker) const;
@@ -307,9 +316,10 @@ public:
     // end(). An empty set gives an iterator that is done.
     ConstIterator findMainSubsel(const GxDbObjectId& id) const;
 
-    // Return the n-th, first or last record, which the set owns, or null. Without an item, the forms with ids
-    // return false and leave the ids unchanged. The id forms of getFirst and getLast throw KvErrorStatus 24
-    // if a caller has made `entityCount` differ from the store. O(p + slots of a page).
+    // Return the record at `index`, the first or the last record, which the set owns, or null. The forms with
+    // ids copy the ids of that record and return true. If there is no record, they return false and leave the
+    // ids unchanged. The forms of getFirst() and getLast() with ids throw KvErrorStatus 24 if a caller has
+    // made `entityCount` differ from the store. O(p + slots of a page).
     selected_entity* getAt(int index) const;
     bool getAt(int index, GxDbObjectId& mainId) const;
     bool getAt(int index, GxDbObjectId& mainId, GxDbObjectId& subId) const;
@@ -322,22 +332,22 @@ public:
 
     // Return whether this set has every item, or at least one item, of `other`. Items are compared by main
     // id, sub id, marker and nested path. They return false if either set is null, without data or empty.
-    // O(items of other * log n); they stop at the first item that decides.
+    // O(items of other * log n). The walk ends at the first item that decides the result.
     bool contains(const GxapSelectSet* other) const;
     bool intersectedWith(const GxapSelectSet* other) const;
 
-    // Appends a copy of every item to `target`, or to `excludedOut` if the excluder says so. A null
-    // `excludedOut` drops excluded items. A set whose `unique` is on refuses items that it has. If the
-    // excluder is null, `target` shares this set's data instead. O(n log n).
+    // Appends a copy of every item to `target`, or to `excludedOut` if the excluder excludes the main id. If
+    // `excludedOut` is null, excluded items are not copied. A set whose `unique` is true refuses items that
+    // it has. If `excluder` is null, `target` shares the data of this set instead. O(n log n).
     void transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* excluder, GxapSelectSet* excludedOut) const;
 
-    // Returns the position of `path` in the sub-selection of the item of `id`, or -1. Makes the list's block
-    // private, also in shared data. So several threads must not call it at once on shared data. O(find +
-    // paths).
+    // Returns the position of `path` in the sub-selection of the item of `id`, or -1. Makes the block of
+    // `subselPathArray` private, also in shared data. So several threads must not call findSubentPathSubsel()
+    // at once on shared data. O(find + paths).
     int findSubentPathSubsel(const GxDbObjectId& id, const GxDbFullSubentPath& path) const;
 
     // Copies the path at `pathIndex` from the sub-selection of the item at `entityIndex` to `path`. Returns
-    // false for bad positions. But a path index equal to the number of paths throws KvErrorStatus 24.
+    // false for bad positions, but throws KvErrorStatus 24 if `pathIndex` equals the number of paths.
     // O(getAt).
     bool getSubentPathAtSubsel(int entityIndex, int pathIndex, GxDbFullSubentPath& path) const;
 
@@ -355,8 +365,8 @@ private:
     void orphanIterators() const;
 };
 
-// Inline are the functions that a loop over a set calls for every item, and those that copy and destroy a
-// set.
+// The functions below are inline, since a loop over a set calls them for every item, or since they copy or
+// destroy a set.
 
 KVSELECTCONTEXT_INLINE void GxapSelectSet::SSetData::addRef() const {
     refCount.fetch_add(1);
@@ -391,7 +401,8 @@ KVSELECTCONTEXT_INLINE bool GxapSelectSet::ConstIterator::step(bool /*forward*/)
     if (isDone())
         return false;
     index = static_cast<std::int32_t>(static_cast<std::uint32_t>(index) + 1);
-    // The set may have replaced the position's store. The iterator then moves to the end of the new store.
+    // The set may use another store than `truckerIterator` does. The iterator then moves to the end of the
+    // set's store.
     const SSetData::Store* const store = set->sharedData->entities;
     if (truckerIterator->trucker != store)
         *truckerIterator = store->end();

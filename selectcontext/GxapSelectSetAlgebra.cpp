@@ -48,8 +48,8 @@ private:
     const bool mIsHeld;
 };
 
-// Returns the present records of the data. They may be read while the set is edited, since neither adding nor
-// removing destroys a record.
+// Returns the records that the data has now. The caller may read these records while the set is edited, since
+// neither adding nor removing destroys a record.
 std::vector<const selected_entity*> recordsOf(const SSetData& data) {
     std::vector<const selected_entity*> records;
     kvdetail::forEachOccupied(*data.entities, [&records](const Store::Slot* slot) {
@@ -59,8 +59,8 @@ std::vector<const selected_entity*> recordsOf(const SSetData& data) {
     return records;
 }
 
-// Calls visit(record) for each record that the data has now. The visitor may edit `edited`, even if `data` is
-// the data of that set. The records should be looked up in `edited`: memory is prefetched for that.
+// Calls visit(record) for each record that the data has now. visit() may edit `edited`, even if `data` is the
+// data of `edited`. Prefetches memory for looking the records up in `edited`.
 template <class Visit>
 void forEachRecord(const SSetData& data, const GxapSelectSet& edited, const IdSearch& search, Visit visit) {
     if (edited.sharedData == &data && data.refCount.load() < 2) {
@@ -74,8 +74,9 @@ void forEachRecord(const SSetData& data, const GxapSelectSet& edited, const IdSe
     });
 }
 
-// Returns whether sorting the records by id saves time when they are looked up in the data. There must be
-// many records, and not much fewer than index entries: the walk through the index visits all entries.
+// Returns whether sorting `records` by id saves time when they are looked up in `data`. A sorted look-up
+// walks through all index entries of `data`. So there must be many records, and at least one for every
+// kMostEntriesPerRecord entries.
 bool isSortingWorthIt(const SSetData& data, const SSetData& records) noexcept {
     constexpr std::size_t kFewestRecords = 16;
     constexpr std::size_t kMostEntriesPerRecord = 4;
@@ -88,9 +89,9 @@ ItemKeys keysToRemove(const selected_entity& record) noexcept {
     return {record.mainEntId, record.subEntId, record.gsMarker, nullptr};
 }
 
-// Appends copies of one set's records to another set's data. The result is that of appending the records one
-// after the other. The records are looked up and indexed in the order of their ids, so one walk through the
-// index is enough. All decisions are made before the first change.
+// Appends copies of the records of one set to the data of another set. The result is the same as if the
+// records were appended one after the other. The records are looked up and indexed in the order of their ids,
+// so one walk through the index is enough. All decisions are made before the first change.
 //
 // Invariants from decide() on:
 //  1. A refused record is null in mRecords.
@@ -101,8 +102,8 @@ class BulkAppend {
 public:
     explicit BulkAppend(SSetData& data) : mData(data), mIndex(indexOf(data)) {}
 
-    // Collects the records, sorted by id. Returns false if they cannot be sorted in the order of the index,
-    // or if there is no memory.
+    // Collects the records of `added`, sorted by id. Returns false if the records cannot be sorted in the
+    // order of the index, or if there is no memory.
     bool collect(const SSetData& added) noexcept try {
         mRecords.reserve(added.entities->usedSlots());
         mBatch.reserve(mRecords.capacity());
@@ -117,8 +118,8 @@ public:
         return false;
     }
 
-    // Decides which records to append. Returns false if one id has too many records to compare them with each
-    // other.
+    // Decides which records to append. Returns false if one id has more records than it pays to compare with
+    // each other.
     bool decide() {
         IdIndex::Entry place = mIndex.begin();
         for (const IdBatch::Item* first = mBatch.begin(); first != mBatch.end();) {
@@ -131,7 +132,7 @@ public:
         return true;
     }
 
-    // Appends all records that were not refused. Appends none if an exception is thrown.
+    // Appends all records that decide() did not refuse. Appends none if an exception is thrown.
     void append() {
         kvdetail::AppendedRecords appended(*mData.entities);
         for (Arrival& arrival : mRecords) {
@@ -149,10 +150,11 @@ private:
     };
     struct NewEntry {
         std::size_t arrival;
-        IdIndex::Entry entry; // before enter(), the place behind all entries of the id
+        IdIndex::Entry entry; // until enter() inserts the entry: the place behind all entries of the id
     };
 
-    // Decides about the records of one id. `run` must be the run of the id. Returns the place behind the run.
+    // Decides which records of one id to append. `run` must be at the first index entry of the id. Returns
+    // the place behind all entries of the id.
     IdIndex::Entry decideId(const IdBatch::Item* first, const IdBatch::Item* last, const IdIndex::Run& run) {
         const GxDbObjectId id = first->id();
         IdIndex::Run behind = run;
@@ -170,7 +172,7 @@ private:
         return behind.entry;
     }
 
-    // Returns whether the record equals one in `run`, or a new one from `firstNew` on.
+    // Returns whether the record equals a record in `run`, or one of mNew from the number `firstNew` on.
     bool isDuplicate(const selected_entity& record, const IdIndex::Run& run, std::size_t firstNew) const {
         const ItemKeys keys = kvdetail::keysOf(record);
         const GxGeMatrix3d* const matrix = kvdetail::matrixOf(record.selectedEntityInfo);
@@ -189,8 +191,8 @@ private:
         return copy;
     }
 
-    // Adds the index entries of the copies, or none if an exception is thrown. Deletes the hints first:
-    // updating them for so many changes would cost more than they save.
+    // Adds the index entries of the copies, or none if an exception is thrown. First calls dropHints():
+    // updating the hashes for so many entries would cost more than the hashes save.
     void enter() {
         struct Entered {
             IdIndex& index;
@@ -225,7 +227,8 @@ bool appendInBulk(SSetData& data, const SSetData& added) {
     return true;
 }
 
-// Does what append() does, for one of many records. Copies the info only if the item is added.
+// Does what GxapSSetWriteAccessor::append() does, for one of many records. Copies the info only if the item
+// is added.
 void appendItem(GxapSSetWriteAccessor& set, const selected_entity& record, IdSearch& search) {
     if (record.mainEntId.isNull())
         return;
@@ -254,9 +257,9 @@ void removeEqual(GxapSSetWriteAccessor& set, const selected_entity& record, IdSe
     kvdetail::removeItem(*set.sharedData, item);
 }
 
-// Removes the items that are equal to records of another set. The data must be private. The result is that of
-// removing the items one after the other. Handles the records in the order of their ids, so that one walk
-// through the index is enough. Records of one id keep their order.
+// Removes the items that equal records in `batch`. `data` must be private. The result is the same as if the
+// items were removed one after the other. Handles the records in the order of their ids, so that one walk
+// through the index is enough. Records of one id are handled in the order of the batch.
 void removeInOrder(SSetData& data, const IdBatch& batch) {
     IdIndex& index = indexOf(data);
     index.expectErasures();
@@ -279,10 +282,10 @@ void removeInOrder(SSetData& data, const IdBatch& batch) {
     }
 }
 
-// Returns the records of `taken` that may change the set, in store order. While the set's data is shared, a
-// record that is not found changes nothing. The first record that is found makes the data private. The index
-// of the private data is a new one, which may have entries that the shared one lacks. So the records before
-// are left out.
+// Returns the records of `taken` whose removal may change the set, in store order. While the set's data is
+// shared, removing a record that is not found changes nothing. The first record that is found makes the data
+// private. The private data has a new index, which may have entries that the index of the shared data lacks.
+// So the records before the first one that is found must not be looked up in the new index, and are left out.
 std::vector<const selected_entity*> recordsToRemove(const GxapSelectSet& set, const SSetData& taken) {
     std::vector<const selected_entity*> records = recordsOf(taken);
     const SSetData& data = *set.sharedData;
@@ -297,7 +300,8 @@ std::vector<const selected_entity*> recordsToRemove(const GxapSelectSet& set, co
     return records;
 }
 
-// Sorts records by id. Returns false if they cannot be had in the order of their ids.
+// Sorts the records by id into `batch`. Returns false if the records cannot be sorted in the order of the
+// ids.
 bool sortRecords(const std::vector<const selected_entity*>& records, IdBatch& batch) {
     batch.reserve(records.size());
     for (const selected_entity* record : records) {
@@ -307,8 +311,8 @@ bool sortRecords(const std::vector<const selected_entity*>& records, IdBatch& ba
     return batch.sort();
 }
 
-// Removes the records of `taken` from the set. Returns false, and does nothing, if sorting them does not pay
-// or is impossible.
+// Removes the records of `taken` from the set. Returns false, and does nothing, if sorting the records does
+// not save time or is impossible.
 bool removeInBulk(GxapSSetWriteAccessor& set, const SSetData& taken) {
     if (!isSortingWorthIt(*set.sharedData, taken))
         return false;
@@ -343,7 +347,8 @@ void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b
     if (!hasRecords(*b))
         return;
 
-    // `a` or `b` may be this set. Writing replaces the data of this set, so the data of `b` is fetched first.
+    // `a` or `b` may be this set. writeData() may replace the data of this set, so the data of `b` is fetched
+    // first.
     const SSetData& added = *b->sharedData;
     const HeldData held(added);
     const bool uniqueResult = sharedData->unique || added.unique;
@@ -376,8 +381,8 @@ void GxapSSetWriteAccessor::minus(const GxapSelectSet* a, const GxapSelectSet* b
                   [this, &search](const selected_entity& record) { removeEqual(*this, record, search); });
 }
 
-// If the set appends to itself, the walk stops where the set ended at the start. Otherwise the walk would
-// visit the appended items, without end.
+// If the set appends to itself, the walk stops at the mark of its former end. Without the mark, the walk
+// would also visit the appended items, and never end.
 void GxapSelectSet::transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* excluder,
                              GxapSelectSet* excludedOut) const {
     if (!excluder) {
@@ -400,7 +405,7 @@ void GxapSelectSet::transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* exc
     }
 }
 
-// Allocates all memory before the first change of the private data.
+// Allocates all memory before it changes the private data.
 void GxapSSetWriteAccessor::setUnique(bool on) {
     const SSetData& held = kvdetail::dataOf(*this);
     if (held.unique == on)

@@ -13,12 +13,12 @@ namespace {
 
 using kvdetail::Store;
 
-// Constructed when the library is loaded, destroyed when it is unloaded. sEmptyNumbers is unused. It stays
-// because both vectors count as references to the empty block, and callers can see that count.
+// Both vectors exist while the library is loaded. No code uses sEmptyNumbers. But each vector is a reference
+// to the empty block, and callers can see the number of references. So sEmptyNumbers must not be removed.
 const KvVector<GxDbObjectId> sEmptyPath;
 const KvVector<int> sEmptyNumbers;
 
-// Returns null for a null set and for a set without data.
+// Returns the store of the set. Returns null for a null set and for a set without data.
 const Store* storeOf(const GxapSelectSet* set) {
     return set && set->sharedData ? set->sharedData->entities : nullptr;
 }
@@ -27,7 +27,8 @@ std::int32_t clamped(int index, const GxapSelectSet::SSetData& data) {
     return std::min(index, static_cast<std::int32_t>(data.entityCount));
 }
 
-// Creates the record's list together with its first segment. So no list is left empty if memory runs out.
+// Appends a copy of the path to the record's segments. Gives the record a new list only when the list has its
+// first path. So the record gets no empty list if there is no memory.
 void addSegment(selected_entity& record, const GxDbFullSubentPath& path) {
     if (record.highlightSegmentArray) {
         kvdetail::appendPathCopy(*record.highlightSegmentArray, path);
@@ -38,7 +39,8 @@ void addSegment(selected_entity& record, const GxDbFullSubentPath& path) {
     record.highlightSegmentArray = segments.release();
 }
 
-// Reads the paths without making the list private. So clearing needs no memory.
+// Removes all segments of the record. Reads the list without making its block private, and so needs no
+// memory.
 void clearSegments(selected_entity& record) {
     const std::unique_ptr<KvVector<GxDbFullSubentPath*>> segments(
         std::exchange(record.highlightSegmentArray, nullptr));
@@ -100,7 +102,8 @@ GxapSelectSet::ConstIterator GxapSelectSet::cend() {
     return ConstIterator(atEnd);
 }
 
-// Registers the iterator last. So an iterator that cannot be made is not registered.
+// Registers the iterator after the last allocation of its own. So if there is no memory, no iterator stays
+// registered.
 GxapSelectSet::ConstIterator::ConstIterator(const GxapSelectSet* ofSet, int atIndex)
     : set(ofSet), index(atIndex), truckerIterator(nullptr) {
     const Store* const store = storeOf(set);
@@ -121,7 +124,8 @@ GxapSelectSet::ConstIterator::ConstIterator(const ConstIterator& other)
     truckerIterator = position.release();
 }
 
-// Does first what can fail. So a failed assignment changes nothing.
+// First allocates the position and registers the iterator, which can fail. So a failed assignment changes
+// nothing.
 GxapSelectSet::ConstIterator& GxapSelectSet::ConstIterator::operator=(const ConstIterator& other) {
     if (this == &other)
         return *this;
@@ -228,7 +232,7 @@ bool GxapSelectSet::ConstIterator::getFilteredNestedFullPath(KvVector<GxDbObject
     if (!truckerIterator)
         return false;
     ids.setLogicalLength(0);
-    // A copy that shares the block, since opening an entity may change the record.
+    // Copies the path, since opening an entity may change the record. The copy shares the block.
     const KvVector<GxDbObjectId> nested = nestedEntFullPath();
     if (nested == sEmptyPath)
         return false;
@@ -239,7 +243,8 @@ bool GxapSelectSet::ConstIterator::getFilteredNestedFullPath(KvVector<GxDbObject
             ids.setLogicalLength(length + 1);
             ids.at(length) = nested.at(i);
         }
-        // Called here and not by the destructor, so that the caller gets an exception from closing.
+        // The destructor of `entity` cannot pass an exception on to the caller, so this call closes the
+        // entity.
         entity.closeInternal();
     }
     return true;

@@ -26,7 +26,7 @@ OwnedSet makeSet() {
     return set;
 }
 
-// Returns word 0 of a name: the set's address. The list reads no other word.
+// Returns word 0 of the set's name: the set's address. The list reads no other word of a name.
 long firstWord(const GxapSelectSet* set) {
     return reinterpret_cast<long>(set);
 }
@@ -36,8 +36,8 @@ std::list<GxapSelectSet*>::iterator findByName(std::list<GxapSelectSet*>& sets, 
                         [name](const GxapSelectSet* set) { return name && firstWord(set) == name[0]; });
 }
 
-// Puts a set at the front of a list, and its address into a name. The destructor undoes both and destroys the
-// set, unless keep() was called.
+// Puts a set at the front of a list, and the set's address into word 0 of a name. Unless keep() was called,
+// the destructor restores the list and word 0, and destroys the set.
 class Listing {
 public:
     Listing(std::list<GxapSelectSet*>& sets, OwnedSet set, long* name)
@@ -71,7 +71,7 @@ GxapSelectSetList::GxapSelectSetList() = default;
 
 GxapSelectSetList::~GxapSelectSetList() {
     for (GxapSelectSet* set : sets)
-        OwnedSet(set).reset(); // a caller may have put in a null, which this accepts
+        OwnedSet(set).reset(); // `set` may be null, if a caller has put null into `sets`
 }
 
 GxapSelectSet* GxapSelectSetList::newSelectSet(long* name) {

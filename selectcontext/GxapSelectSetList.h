@@ -6,15 +6,15 @@
 
 #include <list>
 
-// Owns sets that have names. A name has two words. Word 0 is the set's address, and the list reads no other
-// word. The platform sets word 1.
+// Owns sets that have names. A name has two words. Word 0 is the set's address, and the list does not read
+// word 1. The platform sets word 1.
 //
 // Invariants:
 //  1. `sets` has the newest set first.
 //  2. Every set is in memory from _kvMalloc. The list frees that memory.
 //
-// The list owns the sets that it returns. They live until delSelectSet(), or until the list is destroyed.
-// `name` points to two words. For a null `name`, functions return null or do nothing.
+// Functions return sets that the list owns. A set lives until delSelectSet() destroys it, or until the list
+// is destroyed. `name` points to two words. For a null `name`, functions return null or do nothing.
 //
 // Thread safety: none. Code that shares a list between threads must hold GxapSelectSetListManager::s_locker.
 class KVSELECTCONTEXT_API GxapSelectSetList {
@@ -26,13 +26,13 @@ public:
     // Destroys every set, the newest first. O(sets).
     ~GxapSelectSetList();
 
-    // Makes a new empty set, and writes its name to `name`. If _kvMalloc has no memory, it returns null and
-    // leaves list and name unchanged. If other memory runs out, it throws std::bad_alloc or KvErrorStatus 6.
-    // It also throws what gxdbInitGdsNameKey() throws. An exception leaves the list and word 0 unchanged.
-    // O(1).
+    // Makes a new empty set, and writes its name to `name`. Returns null, and changes neither list nor name,
+    // if `name` is null or _kvMalloc has no memory. Throws std::bad_alloc or KvErrorStatus 6 if there is no
+    // other memory. Also throws what gxdbInitGdsNameKey() throws. After an exception, the list and word 0 are
+    // as before the call. O(1).
     GxapSelectSet* newSelectSet(long* name);
 
-    // Makes a new set that shares the data of `src`. Everything else is as in newSelectSet().
+    // Does what newSelectSet() does, and makes the new set share the data of `src`.
     GxapSelectSet* addSelectSet(const GxapSelectSet& src, long* name);
 
     // Returns the set of that name, or null. O(sets).

@@ -11,11 +11,12 @@
 // `s_locker`. The library itself never locks it.
 class KVSELECTCONTEXT_API GxapSelectSetListManager {
 public:
-    // Both return the handle, which the manager owns. The first call creates it. O(1).
+    // Both functions return s_smartPtrSSList, which the manager owns. If s_smartPtrSSList is null, they first
+    // create the handle and an empty list. O(1).
     static GxapSSListSmartPtr* newInstance();
     static GxapSSListSmartPtr* getInstance();
 
-    // Destroys the handle. Its copies keep the list alive. O(1), or O(sets) if there are no copies.
+    // Destroys the handle. Copies of the handle keep the list alive. O(1), or O(sets) if there are no copies.
     static void destroy();
 
     static GxapSSListSmartPtr* s_smartPtrSSList; // null before the first use and after destroy()

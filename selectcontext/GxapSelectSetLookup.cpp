@@ -32,7 +32,7 @@ const SSetData& dataToSearch(const GxapSelectSet& set) {
 }
 
 // Returns the entry of the first item of the main id that passes `matches`. Returns the end of the index if
-// there is none. An item that passes must have the other keys.
+// there is none. `matches` must reject an item whose other keys differ from `keys`.
 template <class Matches>
 DataMap::const_iterator findInSet(const GxapSelectSet& set, const ItemKeys& keys, Matches matches) {
     const SSetData& data = dataToSearch(set);
@@ -189,7 +189,8 @@ bool idsAt(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObject
     return copyIds(store->at(index), mainId, subId);
 }
 
-// Does what idsAt() does, but checks no bounds. The store raises an error if the set's count is wrong.
+// Does what idsAt() does, but does not compare the index with the number of items. at() raises an error if a
+// caller has made `entityCount` wrong.
 bool idsAtEdge(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObjectId* subId) {
     const auto* const store = storeOf(set);
     return store && copyIds(store->at(index), mainId, subId);

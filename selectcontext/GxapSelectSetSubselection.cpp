@@ -21,8 +21,9 @@ KvVector<GxDbFullSubentPath*>* subselectionOf(const selected_entity* record) {
     return record && record->hasSubselPaths ? record->subselPathArray : nullptr;
 }
 
-// Returns the record's sub-selection list. Returns null for an index below 0 or beyond the list's length.
-// Accepts the length itself: the list raises the error for that.
+// Returns the record's sub-selection list. Returns null if `pathIndex` is negative or larger than the length
+// of the list. Accepts the length itself: the list then raises KvErrorStatus 24 when the caller uses the
+// index.
 KvVector<GxDbFullSubentPath*>* subselectionAt(const selected_entity* record, int pathIndex) {
     KvVector<GxDbFullSubentPath*>* const list = subselectionOf(record);
     return list && pathIndex >= 0 && pathIndex <= list->logicalLength() ? list : nullptr;
@@ -37,8 +38,8 @@ GxDbObjectId entityOf(const GxDbFullSubentPath& path) {
     return last.isValid() ? last : GxDbObjectId();
 }
 
-// Returns the position of the path in the list, or -1. Makes a shared list private, since it calls the at()
-// for writing.
+// Returns the position of the path in the list, or -1. Makes the block of the list private, since the list is
+// not const and at() is then the form for writing.
 int positionIn(KvVector<GxDbFullSubentPath*>& list, const GxDbFullSubentPath& path) {
     for (int i = 0; i < list.logicalLength(); ++i) {
         const GxDbFullSubentPath* const held = list.at(i);
@@ -97,8 +98,9 @@ bool GxapSSetWriteAccessor::appendSubentPathSubsel(const GxDbFullSubentPath& pat
         return true;
     }
 
-    // append() copies neither the flag nor the list. So the set gets a plain record, and nobody owns the copy
-    // of the path when the list is destroyed.
+    // append() copies neither `hasSubselPaths` nor `subselPathArray`. So the record in the set has no
+    // sub-selection. The list is destroyed with `record`. The copy of the path outlives it, without an owner,
+    // on purpose.
     selected_entity record;
     record.mainEntId = id;
     record.hasSubselPaths = true;

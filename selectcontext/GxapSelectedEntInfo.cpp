@@ -8,8 +8,8 @@
 #include <new>
 #include <utility>
 
-// The head of a block of 8-byte fields. The block has only the fields that are present. They follow at byte
-// 4, in `capacity` bytes. So they are misaligned, and memcpy moves them.
+// The head of a block of 8-byte fields. The block has only the fields that are present. `capacity` bytes for
+// fields begin at byte 4 of the block. So the fields are misaligned, and are read and written by memcpy.
 struct GxDbElasticData {
     std::uint16_t capacity; // bytes allocated for fields
     std::uint16_t size;     // bytes used by fields
@@ -42,7 +42,8 @@ GxDbElasticData* makeBlock(unsigned capacity) {
 // The functions below take a reference to the pointer to the block, and may replace the block.
 
 // Inserts a field at `offset`, and moves the fields at and after `offset` up. Returns false, and changes
-// nothing, for an offset beyond the size. KvErrorStatus 6, and no change, if the block cannot grow.
+// nothing, for an offset beyond the size. If the block cannot grow, raises KvErrorStatus 6 and changes
+// nothing.
 bool insertField(GxDbElasticData*& block, unsigned offset, const void* value) {
     const unsigned size = block ? block->size : 0;
     if (offset > size)
@@ -69,9 +70,10 @@ bool setFieldAtOffset(GxDbElasticData* block, unsigned offset, const void* value
     return true;
 }
 
-// Removes the field at `offset`, and moves the later fields down. With `compact` the block shrinks to the
-// remaining fields. A block without remaining fields does not shrink. Returns false, and changes nothing, if
-// the block has no field there. KvErrorStatus 6, and no change, if there is no memory for the smaller block.
+// Removes the field at `offset`, and moves the later fields down. If `compact` is true, shrinks the block to
+// the remaining fields, but does not shrink a block without remaining fields. Returns false, and changes
+// nothing, if the block has no field there. If there is no memory for the smaller block, raises KvErrorStatus
+// 6 and changes nothing.
 bool eraseField(GxDbElasticData*& block, unsigned offset, bool compact) {
     if (!hasField(block, offset))
         return false;
@@ -113,9 +115,9 @@ T* load(T* const* place) {
     return value;
 }
 
-// Stores or replaces a field. The default value removes it. Returns false if the bits promise a field that
-// the block lacks. Changes the bit after the block. So if the block cannot change, bits and fields stay as
-// they were.
+// Stores or replaces a field. Removes the field if `value` is `defaultValue`. Returns false if `presenceBits`
+// and the fields of the block do not agree. Changes the bit after the block. So if changing the block throws,
+// bits and fields stay as they were.
 template <class T>
 bool storeField(GxapSelectedEntInfo& info, std::uint64_t bit, unsigned offset, T* value, T* defaultValue) {
     const bool present = (info.presenceBits & bit) != 0;
@@ -167,7 +169,7 @@ GxapSelectedEntInfo& GxapSelectedEntInfo::operator=(const GxapSelectedEntInfo& o
     return *this;
 }
 
-// Does not call the Release...() members, since they compact the block, which needs memory.
+// Does not call the Release...() members: they compact the block, which needs memory.
 GxapSelectedEntInfo::~GxapSelectedEntInfo() {
     delete getFenceInfoPtr();
     delete getBTRMatPtr();

@@ -10,22 +10,23 @@
 struct GxDbElasticData;
 
 // The earliest fence crossing and the compound block transform of an item. Most items have neither, so a
-// block stores only the fields that are present. A set owns the infos that are passed to it. They must be
-// constructed in memory from _kvMalloc. The set runs their destructors, and frees them with _kvFree.
+// block stores only the fields that are present. A set owns the infos that are passed to it. A caller must
+// construct such an info in memory from _kvMalloc. The set calls the destructor of the info, and frees its
+// memory with _kvFree.
 //
 // Invariants:
 //  1. Bit 0 of `presenceBits` is set exactly when the block has a fence info, and bit 1 exactly when it has a
 //     matrix. The other bits are 0.
 //  2. The block has the present fields without gaps, in the order of their bits, 8 bytes each.
-//  3. The info owns the fence info, the matrix and the block. The first two are made with new, the block with
-//     _kvMalloc.
+//  3. The info owns the fence info, the matrix and the block. The fence info and the matrix are made with
+//     new, the block with _kvMalloc.
 //
 // The fields begin after the first four bytes of the block. So the addresses that the ...Ptr() getters return
 // may be misaligned. Use memcpy to read and write through them.
 //
-// Running out of memory is KvErrorStatus 6 for the block, and std::bad_alloc for a fence info or a matrix.
-// The info then keeps its bits and fields. An assignment may have replaced some of them, each as a whole.
-// Every operation is O(1).
+// If there is no memory, functions raise KvErrorStatus 6 for the block, and throw std::bad_alloc for a fence
+// info or a matrix. Bits and fields then do not change, except that an assignment may have replaced some of
+// the fields, each as a whole. Every operation is O(1).
 //
 // Thread safety: none. An info belongs to one thread at a time.
 class KVSELECTCONTEXT_API GxapSelectedEntInfo {
@@ -44,38 +45,38 @@ public:
     // index.
     GxapSelectedEntInfo(const GxapSelectedEntInfo& other);
 
-    // Copies as the constructor does, but keeps this info's fence result if it is the earlier one. Deletes a
-    // fence info or matrix that the other lacks.
+    // Copies as the copy constructor does, but keeps the fence result of this info if that result is earlier
+    // than the one of `other`. Deletes the fence info or the matrix of this info if `other` has none.
     GxapSelectedEntInfo& operator=(const GxapSelectedEntInfo& other);
 
     // Allocates nothing and never throws.
     ~GxapSelectedEntInfo();
 
-    // Return the address of the field's pointer. If the field is absent, it is the address of the static
-    // default. It is null if the bits promise a field that the block lacks.
+    // Return the address of the field's pointer. If the field is absent, they return the address of the
+    // static default. They return null if `presenceBits` has the bit of a field that the block lacks.
     SelFenceIntersectInfo** getFenceIntersectInfoPtr();
     SelFenceIntersectInfo** getFenceIntersectInfoPtr() const;
     GxGeMatrix3d** getCompoundTransformBTROffsetPtr();
     GxGeMatrix3d** getCompoundTransformBTROffsetPtr() const;
 
-    // Return the fence info or the matrix, or null. The info owns them.
+    // Return the fence info or the matrix, which the info owns, or null.
     SelFenceIntersectInfo* getFenceInfoPtr() const;
     GxGeMatrix3d* getBTRMatPtr() const;
 
-    // Store the pointer, which the info owns from then on. They do not delete the old one. Null removes the
-    // field.
+    // Store the pointer. The info owns its object from then on. They do not delete the object of the old
+    // pointer. Null removes the field.
     void setFenceIntersectInfoPtr(SelFenceIntersectInfo* const& info);
     void setCompoundTransformBTROffsetPtr(GxGeMatrix3d* const& matrix);
 
     // Copies the fence result to `out`. If there is none, returns false and leaves `out` unchanged.
     bool getSelFenceResultInfo(SelFenceIntersectInfo& out) const;
 
-    // Keeps the earlier of the present result and `info`: the one with the lower index, then with the lower
-    // parameter. Ignores a negative index. If the indices are equal and a parameter is NaN, the present
-    // result stays.
+    // Copies `info` to the fence result, if there is none yet or if `info` is earlier. A result is earlier if
+    // its index is lower, or if its index is equal and its `param` is lower. If the indices are equal and a
+    // `param` is NaN, the present result stays. Does nothing if the index of `info` is negative.
     void setSelFenceResultInfo(const SelFenceIntersectInfo& info);
 
-    // Calls setSelFenceResultInfo(); null deletes the fence info.
+    // Calls setSelFenceResultInfo(*info). If `info` is null, deletes the fence info.
     void setFenceInfoPtr(const SelFenceIntersectInfo* info);
     void ReleaseFenceInfoPtr();
 
@@ -85,7 +86,8 @@ public:
     // Copies the matrix into the info, whatever its value.
     void setCompoundTransformWithBTROffset(const GxGeMatrix3d& matrix);
 
-    // Calls setCompoundTransformWithBTROffset(); null deletes the matrix. The caller keeps the argument.
+    // Calls setCompoundTransformWithBTROffset(*matrix). If `matrix` is null, deletes the matrix of the info.
+    // The caller keeps the argument.
     void setBTRMatPtr(const GxGeMatrix3d* matrix);
     void ReleaseBTRMatPtr();
 
@@ -94,7 +96,8 @@ public:
     static const std::uint16_t smEDataOffsetTable[4];
     static const std::uint16_t smEDataTypeSizeTable[2];
 
-    // Null. Getters return the addresses of these while the field is absent. Storing them removes the field.
+    // The pointers that stand for absent fields. Both are null. Getters return their addresses while the
+    // field is absent. Storing one of them removes the field.
     static SelFenceIntersectInfo* FenceIntersectInfoPtrDefVal;
     static GxGeMatrix3d* CompoundTransformBTROffsetPtrDefVal;
 

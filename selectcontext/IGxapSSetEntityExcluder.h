@@ -6,8 +6,9 @@
 // Callers of GxapSelectSet::transfer implement this and own the object.
 class IGxapSSetEntityExcluder {
 public:
-    // The transfer calls this once per record, with the main id. True excludes the record from the target. If
-    // it throws, the transfer ends, and the records before this one are transferred.
+    // Returns true if the record with this main id must not be copied to `target`. transfer() calls
+    // isExcluded() once per record. If isExcluded() throws, transfer() ends, and the earlier records stay
+    // copied.
     virtual bool isExcluded(GxDbObjectId mainEntId) = 0;
     virtual ~IGxapSSetEntityExcluder() = default;
 };

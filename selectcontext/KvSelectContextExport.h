@@ -13,9 +13,9 @@
 #endif
 
 // A program and its library must be compiled with the same KV_SHORTCUTS, since the inline code of both works
-// on the same sets. The library defines one of two symbols, depending on its setting. These headers refer to
-// the symbol of the program's setting. So different settings give a link error. `retain` keeps the reference
-// when the linker drops unused sections.
+// on the same sets. The library defines one of the two functions below, depending on its KV_SHORTCUTS. The
+// program refers to the function for the program's KV_SHORTCUTS. So different values give a link error.
+// `retain` keeps the reference when the linker drops unused sections.
 #if defined(__has_attribute)
 #if __has_attribute(retain)
 #define KVSELECTCONTEXT_KEPT __attribute__((used, retain, visibility("hidden")))

@@ -5,9 +5,9 @@
 
 namespace {
 
-// If there is no memory for a private list, it reads the paths in the shared list, which no sharer writes to.
-// Few records have segments, so it is not inlined. Inlining would make destroying every other record a sixth
-// slower.
+// Releases the record's ownership of each path, and deletes the list. If there is no memory to make the
+// list's block private, reads the shared block, which no other list writes to. The function is not inlined,
+// since few records have segments. Inlining would make destroying a record without segments a sixth slower.
 [[gnu::noinline]] void releaseSegments(KvVector<GxDbFullSubentPath*>* segments) noexcept {
     if (segments->logicalLength() > 0)
         segments->tryCopyBeforeWrite();

@@ -9,16 +9,16 @@
 #include <cstddef>
 #include <new>
 
-// The record of one selected item. It says which entity was picked, through which nested path, at which
-// marker, and which parts are highlighted or sub-selected. A record belongs to the set whose store has it.
-// Removing an item frees only its slot. The record stays allocated, and any code that has a pointer to it may
-// delete it at any time, on any thread. `delete record` is right for every record. `::delete record` is not
-// supported.
+// The record of one selected item. The record says which entity was picked, through which nested path, at
+// which marker, and which parts are highlighted or sub-selected. A record belongs to the set whose store has
+// it. Removing an item frees only its slot. The record stays allocated, and any code that has a pointer to it
+// may delete it at any time, on any thread. `delete record` is right for every record. `::delete record` is
+// not supported.
 //
 // Invariants while the record is in a set:
 //  1. `mainEntId` is not null and does not change, since the set's index uses it as key.
 //  2. The record owns its info and both arrays. It is one owner of every path of `highlightSegmentArray`.
-//  3. The paths of `subselPathArray` have no owner. They outlive the record on purpose.
+//  3. The paths of `subselPathArray` have no owner, and outlive the record on purpose.
 //
 // Thread safety: that of the set that has the record.
 struct KVSELECTCONTEXT_API selected_entity {
@@ -39,11 +39,11 @@ struct KVSELECTCONTEXT_API selected_entity {
     selected_entity(const selected_entity&) = delete;
     selected_entity& operator=(const selected_entity&) = delete;
 
-    // Releases what the record owns. Makes a shared list of highlight segments private first, which needs
-    // memory. If there is no memory, it reads the list in place. Never throws. O(highlight segments).
+    // Releases what the record owns. First makes the block of highlightSegmentArray private, which needs
+    // memory. If there is no memory, reads the shared block instead. Never throws. O(highlight segments).
     ~selected_entity();
 
-    // Any thread may call these.
+    // Allocate and free a record. Any thread may call these operators.
     static void* operator new(std::size_t bytes);
     static void* operator new(std::size_t bytes, const std::nothrow_t& tag) noexcept;
     static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }

@@ -7,12 +7,12 @@ namespace kvdetail {
 
 void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo&& info, IdIndex::Entry place) {
     SSetData& held = *set.sharedData;
-    // The record pool of shared data must not be used.
+    // Shared data must not change, so its record pool must not be used.
     const bool isShared = held.refCount.load() >= 2;
     auto record = isShared ? std::make_unique<selected_entity>() : newRecord(held);
     setKeys(*record, keys, std::move(info));
 
-    // writeData() may release the data that the keys are part of. The keys are not read from here on.
+    // The keys may be references into data that writeData() releases. So they are not read from here on.
     SSetData& data = isShared ? *set.writeData() : held;
     if (isShared)
         place = indexOf(data).endOf(record->mainEntId);
@@ -32,8 +32,8 @@ ExactItem findExact(const SSetData& data, const IdIndex::Run& run, ItemKeys keys
     return item;
 }
 
-// In private data, looks for an exact item first, which often saves the second search. An exact item whose
-// record has the main id has equal keys, too.
+// In private data, first looks for an item whose marker matches exactly. If such an item is found and its
+// record has the main id, its keys are also equal, and no second search is needed.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run) {
     const SSetData* const searched = set.sharedData;
     if (searched->refCount.load() < 2) {
@@ -47,7 +47,7 @@ ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const I
     return findExact(data, &data == searched ? run : indexOf(data).find(keys.mainId), keys);
 }
 
-// Erases the entry before the slot is freed, since the index reads the record.
+// Erases the entry before it frees the slot, since erase() reads the record in the slot.
 void removeItem(SSetData& data, const ExactItem& item) {
     indexOf(data).erase(item.entry);
     freeSlot(data, item.place);

@@ -7,14 +7,14 @@
 
 namespace kvdetail {
 
-// Returns whether selecting into this data must look for an equal item first.
+// Returns whether select() must look for an equal item before it adds an item to `data`.
 inline bool isDuplicateLookedFor(const SSetData& data) noexcept {
     return data.unique && data.entityCount != 0 && data.entities;
 }
 
 // Adds an item at the end, even if the set has an equal one. `place` must be the place behind all index
-// entries of the main id. The keys may be part of data that this call releases when it makes the set's data
-// private.
+// entries of the main id. The keys may be references into shared data that addItem() releases when it makes
+// the set's data private.
 void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo&& info, IdIndex::Entry place);
 
 // The occupied slot that an index entry leads to, and the page of the slot. Both are null if the entry leads
@@ -47,20 +47,20 @@ inline void countDown(SSetData& data) noexcept {
         --data.entityCount;
 }
 
-// An item whose index entry is one of the wanted main id, and whose sub id and marker are exactly the wanted
-// ones.
+// An item whose index entry has the wanted main id, and whose record has exactly the wanted sub id and
+// marker: 0 and -1 are different markers.
 struct ExactItem {
     IdIndex::Entry entry;
     OccupiedSlot place; // has no slot if no item was found
 };
 
-// Looks for an item with equal keys, where markers of 0 and -1 are equal. If there is one, makes the data
-// private, and returns the first item whose marker matches exactly. `run` must be at the first entry of the
-// main id. The set must have a store.
+// Looks for an item with equal keys, where markers of 0 and -1 are equal. If there is such an item, makes the
+// data private, and returns the first item whose marker matches exactly. Returns an item without a slot if
+// there is none. `run` must be at the first entry of the main id. The set must have a store.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run);
 
-// Returns the first item of the run whose sub id and marker are exactly the wanted ones. `run` must be at the
-// first entry of the main id.
+// Returns the first item of the run that has exactly the sub id and the marker of `keys`. `run` must be at
+// the first entry of the main id.
 ExactItem findExact(const SSetData& data, const IdIndex::Run& run, ItemKeys keys);
 
 // Erases the item's entry and frees its slot.

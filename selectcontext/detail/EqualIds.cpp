@@ -19,8 +19,8 @@ std::optional<const GxDbStub*> EqualIds::find(const GxDbObjectId& id) const {
     return std::nullopt;
 }
 
-// The hint saves a search if find() has looked for the id before. If the set has an equal id, emplace_hint()
-// returns that one.
+// mLastPlace saves a search if find() has just looked for this id. If mRepresentatives has an equal id,
+// emplace_hint() adds nothing and returns the place of the equal id.
 const GxDbStub* EqualIds::add(const GxDbObjectId& id) {
     if (const auto* const known = mByStub.find(keyOf(id)))
         return *known;
@@ -36,8 +36,8 @@ const GxDbStub* EqualIds::add(const GxDbObjectId& id) {
     return place->stub();
 }
 
-// Returns the place of the first id that is not less. Tries the end first, where ids in ascending order
-// belong.
+// Returns the place of the first id in mRepresentatives that is not less than `id`. Tries the end first,
+// since ids that come in ascending order belong there.
 auto EqualIds::placeOf(const GxDbObjectId& id) const -> Set::const_iterator {
     if (mRepresentatives.empty() || *mRepresentatives.rbegin() < id)
         return mRepresentatives.end();

@@ -15,18 +15,18 @@
 
 namespace kvdetail {
 
-// Several stubs may name one object. Only the application can tell which do. The first stub of an object that
-// is added represents the object. A stub that was added is found by its address. Any other stub is searched
-// for in the order of the ids.
+// Several stubs may name one object. Only the application can tell which do. The stub that is added first for
+// an object represents the object. find() finds a stub that was added by its address, and searches for any
+// other stub in the order of the ids.
 //
 // Invariants:
 //  1. No two ids in mRepresentatives are equal.
-//  2. For every stub that was added, mByStub has the stub of the equal id in mRepresentatives.
+//  2. mByStub maps every stub that was added to the stub of the equal id in mRepresentatives.
 //
 // Thread safety: only one thread may add ids. Any number of threads may find ids at once.
 class EqualIds {
 public:
-    // Makes room for this number of stubs. std::bad_alloc if there is no memory.
+    // Makes room for this number of stubs. Throws std::bad_alloc if there is no memory.
     explicit EqualIds(std::size_t stubs = 0);
 
     // Returns the number of objects.
@@ -53,8 +53,8 @@ private:
     HashTable<std::uintptr_t, const GxDbStub*> mByStub;
     OwnedNodePool mNodes;
     Set mRepresentatives;
-    // The place of the last id for which find() found no equal id. Most often that id is added next, and the
-    // place saves a second search.
+    // The place of the last id for which find() found no equal id. Most often, that id is added next. The
+    // place then saves add() a search.
     mutable std::atomic<Set::const_iterator> mLastPlace;
 };
 

@@ -16,13 +16,14 @@ namespace kvdetail {
 //
 // Invariants:
 //  1. The number of buckets is a power of two. At least one bucket is empty.
-//  2. The mShift lowest bits of all keys are mLowBits. Addresses of objects of one type have common low bits.
+//  2. The mShift lowest bits of all keys are mLowBits. For example, the addresses of all stubs have common
+//     low bits. The choice of a bucket leaves out the common bits.
 //
 // Thread safety: only one thread may change the table. Any number of threads may find keys at once.
 template <class Key, class Value>
 class HashTable {
 public:
-    // Makes room for this number of keys. std::bad_alloc if there is no memory.
+    // Makes room for this number of keys. Throws std::bad_alloc if there is no memory.
     explicit HashTable(std::size_t keys = 0) : mBuckets(bucketsFor(keys)) {}
 
     std::size_t size() const noexcept { return mUsed; }
@@ -40,9 +41,9 @@ public:
     // Loads the key's bucket into the caches, for a find() that follows soon.
     void prefetch(Key key) const noexcept { __builtin_prefetch(&mBuckets[homeOf(key)]); }
 
-    // Adds the key with this value, unless the table has the key. Returns the key's value in the table, and
-    // whether the key was added. If there is no memory, adds nothing and throws std::bad_alloc. Amortised
-    // O(1).
+    // Adds the key with this value, unless the table has the key. Returns the value that the table now has
+    // for the key, and whether the key was added. If there is no memory, adds nothing and throws
+    // std::bad_alloc. Amortised O(1).
     std::pair<Value*, bool> insert(Key key, const Value& value) {
         Bucket& held = mBuckets[bucketOf(key)];
         if (held.key != 0)
@@ -56,7 +57,7 @@ public:
         return {&enter(key, value), true};
     }
 
-    // Returns whether the table has become far larger than its keys need.
+    // Returns whether the table has more than 4096 buckets, and more than eight buckets per key.
     bool isSparse() const noexcept {
         constexpr std::size_t kLargeTable = 4096;
         return mBuckets.size() > kLargeTable && mUsed * std::size_t{8} < mBuckets.size();
@@ -78,8 +79,9 @@ private:
             mShift = std::numeric_limits<Key>::digits - 1;
             mLowBits = lowBits(key);
         }
-        // A key may differ from the others in bits that homeOf() ignores. All such keys would share one
-        // bucket. A rehash makes homeOf() use these bits. This happens at most once per bit.
+        // The key may differ from the other keys in bits that homeOf() leaves out. Keys that differ only in
+        // such bits would share one bucket. Then a rehash makes homeOf() use these bits. There is at most one
+        // such rehash per bit.
         if (const Key differences = lowBits(key) ^ mLowBits)
             rehash(mBuckets.size(), static_cast<unsigned>(__builtin_ctzll(differences)));
         if (!hasRoom())
@@ -98,8 +100,8 @@ private:
     Key lowBits(Key key) const noexcept { return key & ((Key{1} << mShift) - 1); }
 
     // Returns the bucket at which the search for a key begins. Four consecutive numbers share a group of
-    // buckets, so that a walk through addresses in order finds neighbours in the table. Fibonacci hashing
-    // scatters the groups.
+    // neighbouring buckets, so that looking up addresses in ascending order reads neighbouring buckets.
+    // Fibonacci hashing scatters the groups.
     std::size_t homeOf(Key key) const noexcept {
         constexpr unsigned kGroup = 4;
         const std::uintptr_t number = key >> mShift;
@@ -122,8 +124,9 @@ private:
         return bucket.value;
     }
 
-    // Empties the bucket `gap`. Moves a later key into the gap, unless the key's home is between the gap and
-    // the key. Then treats the bucket of the moved key as the gap.
+    // Empties the bucket `gap`, and fills the gap with the next key whose home is not behind the gap. The
+    // bucket that this key had is the next gap. Repeats this up to the next empty bucket. So no search ends
+    // at a gap too early.
     void removeBucket(std::size_t gap) noexcept {
         const std::size_t mask = mBuckets.size() - 1;
         for (std::size_t i = next(gap); mBuckets[i].key != 0; i = next(i)) {

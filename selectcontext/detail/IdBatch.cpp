@@ -19,12 +19,12 @@ bool IdBatch::isInOrderOfIds() const {
            }) == end();
 }
 
-// Sorts by LSD radix sort with 11 bits per pass, from the lowest bit in which any two stubs differ. std::sort
-// would double the time of the operation.
+// Sorts by LSD radix sort with 11 bits per pass, from the lowest bit in which any two stubs differ. With
+// std::sort, an operation that uses a batch would take twice as long.
 void IdBatch::sortByStub() {
     constexpr unsigned kDigitBits = 11;
     constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
-    constexpr std::size_t kFewestItems = kDigits / 8; // with fewer items, comparing is faster
+    constexpr std::size_t kFewestItems = kDigits / 8; // with fewer items, stable_sort is faster
 
     if (mItems.size() < kFewestItems) {
         std::stable_sort(mItems.begin(), mItems.end(),

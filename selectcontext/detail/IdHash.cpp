@@ -6,8 +6,8 @@
 
 namespace kvdetail {
 
-// Collects the first entries before hashing them. In one pass, hashing a stub would wait for the walk through
-// the index.
+// First collects the first entry of each id, and then hashes these entries. In a single pass, each hashing
+// step would wait until the walk has loaded the next entry.
 std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
     auto hash = std::make_unique<IdHash>(map.size());
     std::vector<DataMap::const_iterator> firsts;
@@ -32,8 +32,7 @@ std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
     return nullptr;
 }
 
-// Compares the previous entry only if some id has several entries. Reading the previous entry may miss every
-// cache.
+// Reads the entry before only if some id has several entries, since this read may miss every cache.
 IdHash::DataMap::const_iterator IdHash::find(const DataMap& map, const GxDbObjectId& id) const {
     const auto* const first = mFirsts.find(keyOf(id));
     if (!first || (mHasRepeatedIds && *first != map.begin() && isSame(std::prev(*first)->first, id)))

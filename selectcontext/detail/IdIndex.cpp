@@ -24,8 +24,8 @@ void forEachRecordSlot(const Store& store, Visit visit) {
     });
 }
 
-// Collects the ids of records, each with the number of the record's slot. Returns false if the ids cannot be
-// sorted in the order of the index, or if there is no memory.
+// Collects the ids of the records in `slots`, each with the slot's number in `slots`. Sorts the ids. Returns
+// false if the ids cannot be sorted in the order of the index, or if there is no memory.
 bool collectIds(const std::vector<Store::Slot*>& slots, IdBatch& batch) noexcept try {
     if (!kHasIdBatch)
         return false;
@@ -37,7 +37,8 @@ bool collectIds(const std::vector<Store::Slot*>& slots, IdBatch& batch) noexcept
     return false;
 }
 
-// Does the same for the records of a store, with the addresses of their slots.
+// Collects the ids of all records of a store, each with the address of the record's slot. Sorts the ids.
+// Returns false if the ids cannot be sorted in the order of the index, or if there is no memory.
 bool collectIds(const Store& store, IdBatch& batch) noexcept try {
     if (!kHasIdBatch)
         return false;
@@ -49,10 +50,10 @@ bool collectIds(const Store& store, IdBatch& batch) noexcept try {
     return false;
 }
 
-// An empty index keeps this much memory for its next entries.
+// An index that becomes empty keeps its memory if it has at most this much.
 constexpr std::size_t kMostIdleBytes = 1 << 16;
 
-// Adds an entry, unless the map has one of the id. Returns whether the entry was added.
+// Adds an entry, unless the map has an entry of the id. Returns whether the entry was added.
 bool enterFirst(DataMap& map, const GxDbObjectId& id, const Store::Slot* slot) {
     const auto place = map.lower_bound(id);
     if (place != map.end() && (place->first.stub() == id.stub() || !(id < place->first)))
@@ -67,7 +68,7 @@ IdIndex::IdIndex(SSetData& data) : mData(data), mMap(data.dataMap), mNodes(makeN
     mMap = DataMap(DataMap::allocator_type(mNodes.get()));
 }
 
-// Tries the hash first, and then the end of the index, where ids in ascending order belong.
+// Tries the hash first. search() then compares the last id first.
 IdIndex::Run IdIndex::find(const GxDbObjectId& id) const {
     if (const IdHash* const hash = currentHash()) {
         const Entry entry = hash->find(mMap, id);
@@ -93,7 +94,7 @@ IdIndex::Run IdIndex::findToRemove(const GxDbObjectId& id) const {
 }
 
 IdIndex::Run IdIndex::findFrom(Entry place, const GxDbObjectId& id) const {
-    constexpr unsigned kMostSteps = 8; // they take about as long as a search
+    constexpr unsigned kMostSteps = 8; // eight steps take about as long as a search
     for (unsigned steps = 0; place != mMap.end() && place->first < id; ++place) {
         if (++steps > kMostSteps) {
             place = mMap.lower_bound(id);
@@ -122,7 +123,7 @@ IdIndex::Entry IdIndex::insert(Entry place, const GxDbObjectId& id, const Store:
     return added;
 }
 
-// Extracts the entry instead of erasing it: erasing would also look for the next entry.
+// Extracts the entry, since map::erase() would also look for the next entry.
 void IdIndex::erase(Entry entry) {
     IdHash* const hash = hashToUpdate();
     const bool hasRuns = mLongRuns.prepareEdit(mMap);
@@ -159,9 +160,9 @@ const RunIndex* IdIndex::makeRunIndexFor(const ItemKeys& keys, const Run& first)
                   keys);
 }
 
-// If all nodes are in the data's own pool, frees the chunks of the pool without visiting the nodes, which are
-// hardly ever in a cache. To do so, moves the map into raw storage and abandons the map there: the destructor
-// of the abandoned map never runs. Entries need no destructor, so nothing is lost.
+// If mNodes has exactly the nodes of the map, frees the chunks of mNodes without reading the nodes, since
+// most nodes are in no cache. For that, moves the map into raw storage, where its destructor never runs.
+// Entries need no destructor, so nothing is lost.
 void IdIndex::clear() noexcept {
     static_assert(std::is_trivially_destructible_v<DataMap::value_type>, "nodes are abandoned");
     dropHints();
@@ -191,7 +192,7 @@ void IdIndex::rebuild() {
     });
 }
 
-// Builds a new map with a pool of its own, and keeps the old map until nothing can fail any more.
+// Builds a new map with a pool of its own. Clears the old map only when nothing can fail any more.
 std::vector<Store::Slot*> IdIndex::rebuildOfFirsts() {
     OwnedNodePool nodes = makeNodePool();
     DataMap firsts{DataMap::allocator_type(nodes.get())};
@@ -217,9 +218,9 @@ std::vector<Store::Slot*> IdIndex::rebuildOfFirsts() {
 }
 
 // Counts a search that found an id. Makes a hash when searches have cost about as much as making the hash.
-// Failed searches do not count, since a hash does not save them.
+// Failed searches do not count: an id that is not in the hash is searched for in any case.
 void IdIndex::noteSearch() const noexcept {
-    constexpr std::size_t kEntriesPerSearch = 16; // number of entries that are hashed in the time of a search
+    constexpr std::size_t kEntriesPerSearch = 16; // hashing 16 entries takes as long as one search
     if (!isWorthAHash())
         return;
     const std::uint32_t count = mSearches.load(std::memory_order_relaxed) + 1;
@@ -228,19 +229,19 @@ void IdIndex::noteSearch() const noexcept {
         makeHash();
 }
 
-// Returns whether a hash would save time and could be trusted. A caller may have replaced the map by one that
-// has no pool, or that shares a pool with another map. The pool's generation does not show the changes of
-// such a map.
+// Returns whether a hash would save time, and the pool's generation shows every change of the map. A caller
+// may have replaced the map by a map that has no pool, or that shares its pool with another map. The
+// generation does not show the changes of such a map.
 bool IdIndex::isWorthAHash() const noexcept {
     constexpr std::size_t kFewestEntries = 48; // with fewer entries, a search is as fast
     return kHasIdHash && mMap.size() >= kFewestEntries && MapVersion::canFollow(mMap);
 }
 
 // Makes a hash if there is none. Several readers of shared data may call this at once. The first to finish
-// publishes its hash, and the others delete theirs. A hash that is out of date is not replaced, since another
-// reader may be using that hash. The next edit deletes it.
+// publishes its hash, and the others delete theirs. Does not replace a hash that is out of date, since
+// another reader may be using it. The next edit deletes that hash.
 void IdIndex::makeHash() const noexcept {
-    mSearches.store(0, std::memory_order_relaxed); // the next try waits as long, even if this one fails
+    mSearches.store(0, std::memory_order_relaxed); // counts again from 0, even if no hash can be made
     if (mHash.load(std::memory_order_relaxed))
         return;
     std::unique_ptr<IdHash> fresh = IdHash::build(mMap);
@@ -249,7 +250,8 @@ void IdIndex::makeHash() const noexcept {
         fresh.release();
 }
 
-// Returns the hash that an edit must update, or null. Deletes a hash that is out of date.
+// Returns the hash that an edit must update. Returns null if there is no hash. Deletes a hash that is out of
+// date, and then returns null, too.
 IdHash* IdIndex::hashToUpdate() noexcept {
     IdHash* const held = mHash.load(std::memory_order_relaxed);
     if (!held || held->isCurrent(mMap))

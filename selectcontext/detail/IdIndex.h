@@ -1,4 +1,4 @@
-// IdIndex: the id index of a set's data, and the only code that touches its map.
+// IdIndex: the id index of a set's data. No other code of the library touches `dataMap`.
 #pragma once
 
 #include "base/detail/NodePool.h"
@@ -20,7 +20,7 @@ using SSetData = GxapSelectSet::SSetData;
 using DataMap = SSetData::DataMap;
 using Store = SSetData::Store;
 
-// An index entry's value is the address of the record's slot.
+// Converts between a slot and the value of its index entry. The value is the address of the slot.
 inline unsigned long slotAddress(const Store::Slot* slot) noexcept {
     return reinterpret_cast<unsigned long>(slot);
 }
@@ -30,17 +30,17 @@ inline Store::Slot* slotAt(unsigned long address) noexcept {
 }
 
 // Finds, adds and erases entries of `dataMap`, and makes the pool of the map's nodes. Makes a hash of the ids
-// when searches have cost as much as a hash. Makes an index of a long run of one id when a look-up has walked
-// far through the run. Callers may change the map by hand. So the hash and the run indexes are used only
-// while the pool's generation shows that nobody else has changed the map.
+// when searches have cost as much as a hash. Makes a RunIndex of the entries of one id when a look-up has
+// walked past RunIndex::kFewestItems of these entries. Callers may change the map by hand. So the hash and
+// the run indexes are used only while the pool's generation shows that no caller has changed the map.
 //
 // Invariants:
 //  1. Entries of one id are neighbours, in the order in which they were added.
 //  2. A hash or run index is complete before any other thread can see it. It does not change while the data
 //     is shared.
 //
-// Thread safety: several readers of shared data may call the const functions at once. The rest belongs to the
-// thread that may edit the data.
+// Thread safety: several readers of shared data may call the const functions at once. Only the thread that
+// may edit the data may call the other functions.
 class IdIndex {
 public:
     using Entry = DataMap::const_iterator;
@@ -60,12 +60,13 @@ public:
     Entry end() const noexcept { return mMap.end(); }
     std::size_t size() const noexcept { return mMap.size(); }
 
-    // Finds the id's first entry. O(1) for an id in the hash or behind all others, otherwise O(log n).
+    // Returns the first entry of the id. Returns the place where the id belongs if there is no such entry.
+    // O(1) for an id in the hash or behind all other ids, otherwise O(log n).
     Run find(const GxDbObjectId& id) const;
 
     // Does what find() does, for a removal. First compares the first and the last entry, since callers often
     // remove from one end. In an index of fewer than 1000 entries, the search does not count towards making a
-    // hash. There, a hash would cost removals twice what it saves.
+    // hash: in so small an index, a hash would cost removals twice as much as it saves.
     Run findToRemove(const GxDbObjectId& id) const;
 
     // Does what find() does, for an id that does not belong before `place`. O(1) if few entries are between
@@ -78,7 +79,7 @@ public:
         run.isHeld = isOfId(run.entry, id);
     }
 
-    // Returns the place behind all entries of the id. O(log n), or O(1) for an id behind all others.
+    // Returns the place behind all entries of the id. O(log n), or O(1) for an id behind all other ids.
     Entry endOf(const GxDbObjectId& id) const;
 
     // Returns whether the entry is the first of its id. O(1).
@@ -94,20 +95,22 @@ public:
         return usable(mLongRuns.find(mMap, first.entry->first.stub(), RunIndex::keysFor(keys)), keys);
     }
 
-    // Makes the index of the run that begins at `first`, and returns it. Returns null if the run has an index
-    // for such keys already, if the index cannot find the keys, or if it cannot be made. O(entries of the
-    // run), or O(entries * log(entries)) if the order of the sub ids is not that of their stubs.
+    // Makes the index of the run that begins at `first`, and returns it. Returns null if the run already has
+    // an index by RunIndex::keysFor(keys), if the new index cannot find the keys, or if no index can be made.
+    // O(entries of the run), or O(entries * log(entries)) if the order of the sub ids is not that of their
+    // stubs.
     const RunIndex* makeRunIndexFor(const ItemKeys& keys, const Run& first) const noexcept;
 
-    // Adds an entry and returns it. `place` must be the place behind all entries of the id. The slot must
-    // have a record. If there is no memory, adds nothing and throws std::bad_alloc. O(1).
+    // Adds an entry and returns the new entry. `place` must be the place behind all entries of the id. The
+    // slot must have a record. If there is no memory, adds nothing and throws std::bad_alloc. O(1).
     Entry insert(Entry place, const GxDbObjectId& id, const Store::Slot* slot);
 
-    // Erases the entry. Also deletes the run indexes of the id if the entry's slot has no record any more, or
-    // if the record's keys have changed. O(1).
+    // Erases the entry. Also deletes a run index of the id if few of its items are left, or if it cannot find
+    // the item: the entry's slot has no record, or a caller has changed the record's keys. O(1).
     void erase(Entry entry);
 
-    // Gives the slot's record another path. O(1), O(log n) for an id that the run does not have.
+    // Gives the slot's record another path, and updates the run index. O(1), or O(log n) for an id in `path`
+    // that the run index does not have.
     void changePath(const Store::Slot* slot, const KvVector<GxDbObjectId>& path);
 
     // Prepares for erasing all entries of the run that begins at `first`: deletes the indexes of the run.
@@ -117,19 +120,21 @@ public:
             mLongRuns.drop(first.entry->first.stub());
     }
 
-    // Erases every entry. O(n), or O(n / 1000) if all nodes come from the data's own pool.
+    // Erases every entry. O(n), or O(n / 1000) if the data's own pool has all nodes of the map, and no
+    // others.
     void clear() noexcept;
 
-    // Clears the index, and enters every record of the store in store order. If there is no memory, throws
-    // std::bad_alloc and leaves the index partly rebuilt. O(n), or O(n log n) if the order of the ids is not
-    // that of their stubs.
+    // Clears the index, and adds an entry for every record of the store, in store order. If there is no
+    // memory, throws std::bad_alloc and leaves the index partly rebuilt. O(n), or O(n log n) if the order of
+    // the ids is not that of their stubs.
     void rebuild();
 
-    // Does the same with only the first record of each id. Returns the slots of the other records, in store
-    // order. If there is no memory, changes nothing and throws std::bad_alloc.
+    // Clears the index, and adds an entry for the first record of each id. Returns the slots of the other
+    // records, in store order. If there is no memory, changes nothing and throws std::bad_alloc.
     std::vector<Store::Slot*> rebuildOfFirsts();
 
-    // Prepares for erasing many entries: deletes the hash, whose updates would cost more than the hash saves.
+    // Prepares for erasing many entries: deletes the hash, since updating the hash would cost more than the
+    // hash saves.
     void expectErasures() noexcept { dropHash(); }
 
     // Deletes the hash and the run indexes. Later look-ups make them again if that saves time.
@@ -148,7 +153,8 @@ public:
     }
 
 private:
-    // Returns whether the entry is one of the id. The entry must not be before those of the id.
+    // Returns whether the entry is an entry of the id. The entry must not be before the first entry of the
+    // id.
     bool isOfId(Entry entry, const GxDbObjectId& id) const {
         return entry != mMap.end() && (entry->first.stub() == id.stub() || !(id < entry->first));
     }
@@ -157,7 +163,8 @@ private:
         return run && run->canFind(keys) ? run : nullptr;
     }
 
-    // Compares the end of the index first, where ids that come in ascending order belong.
+    // Returns what find() returns, without using the hash. Compares the last id first, since ids that come in
+    // ascending order belong behind it.
     Run search(const GxDbObjectId& id) const {
         if (mMap.empty() || mMap.rbegin()->first < id)
             return {mMap.end(), false};

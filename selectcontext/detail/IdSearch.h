@@ -8,9 +8,9 @@
 
 namespace kvdetail {
 
-// Looks ids up for one whole-set operation. Most often the ids come in the order of the index. So the entry
-// behind the last one found is tried before the index is searched. After 16 failures in a row, that entry is
-// no longer tried.
+// Looks ids up for one whole-set operation. Most often the ids come in the order of the index. So find()
+// compares the entry behind the last one that it found, before it searches the index. After 16 failed
+// comparisons in a row, find() only searches the index.
 //
 // The caller may edit the set between two look-ups, even if that replaces the set's data. A caller that
 // erases an entry must call goOnAt(), unless isTrying() is false.
@@ -24,10 +24,10 @@ public:
     IdSearch(const IdSearch&) = delete;
     IdSearch& operator=(const IdSearch&) = delete;
 
-    // Returns whether the next entry is still tried.
+    // Returns whether find() and next() still try mNext.
     bool isTrying() const noexcept { return kHasNextId && mFailures < kMostFailures; }
 
-    // Does what IdIndex::find() does. Tries the next entry first.
+    // Does what IdIndex::find() does. Tries mNext first.
     IdIndex::Run find(const GxDbObjectId& id) {
         const IdIndex& index = SetData::of(*mSet.sharedData).index;
         if (isTrying() && mData == mSet.sharedData && mNext != index.end()) {
@@ -40,21 +40,21 @@ public:
         return index.find(id);
     }
 
-    // Returns the entry to try next. `isHeld` is true if that entry is one of the id.
+    // Returns mNext. `isHeld` is true if mNext may be tried and is an entry of the id.
     IdIndex::Run next(const GxDbObjectId& id) const {
         const bool isNext = isTrying() && mData == mSet.sharedData &&
                             mNext != SetData::of(*mData).index.end() && isSame(mNext->first, id);
         return {mNext, isNext};
     }
 
-    // Makes the entry behind the next one the entry to try. The next one must have been the wanted one.
+    // Moves mNext to the entry behind it. mNext must have been the wanted entry.
     void skipNext() {
         mFailures = 0;
         ++mNext;
     }
 
-    // Choose the entry to try next: this entry, or the one behind the entry of the run. A run without an
-    // entry gives the run's place.
+    // Set mNext, the entry to try next. goOnAt() sets mNext to `entry`. goOnBehind() sets mNext to the entry
+    // behind `run.entry`, or to `run.entry` if `run` has no entry of its id.
     void goOnAt(IdIndex::Entry entry) {
         mNext = entry;
         mData = mSet.sharedData;

@@ -1,4 +1,4 @@
-// ItemKeys: the keys of an item, and comparing records with them.
+// ItemKeys: the keys of an item. Compares records with these keys.
 #pragma once
 
 #include "base/detail/Same.h"
@@ -11,8 +11,8 @@ namespace kvdetail {
 
 // Says which markers of records match the wanted marker.
 enum class Markers {
-    kEqual, // those equal by isGsMarkEqual(), which makes 0 and -1 equal
-    kExact, // those of the same number
+    kEqual, // markers that are equal by isGsMarkEqual(), for which 0 equals -1
+    kExact, // markers with the same number
     kAny
 };
 
@@ -57,8 +57,8 @@ inline bool hasKeys(const selected_entity& record, const ItemKeys& keys) {
            (!keys.path || record.nestedEntFullPath == *keys.path);
 }
 
-// Returns whether the record has the keys and, if the keys have a path, the block transform. Does not compare
-// the main id.
+// Returns whether the record has the keys. If the keys have a path, also compares the block transform of the
+// record with `matrix`. Does not compare the main id.
 inline bool isItem(const selected_entity& record, const ItemKeys& keys, const GxGeMatrix3d* matrix) {
     return hasKeys(record, keys) &&
            (!keys.path || isMatrixEqual(matrix, matrixOf(record.selectedEntityInfo)));

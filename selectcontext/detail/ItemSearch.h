@@ -11,9 +11,9 @@
 namespace kvdetail {
 
 // Returns the first entry of the run for which passes(entry) is true. Returns the place behind the run if
-// there is none. `run` must be at the first entry of the run. An entry that passes must have the keys other
-// than the main id. A walk past RunIndex::kFewestItems entries makes an index of the run. O(1) in an indexed
-// run, otherwise O(entries of the run).
+// there is none. `run` must be at the first entry of the run. passes() must reject an entry whose record
+// differs from `keys` in another key than the main id. Makes an index of the run if it walks past
+// RunIndex::kFewestItems entries. O(1) if the run has an index, otherwise O(entries of the run).
 template <class Passes>
 IdIndex::Run findEntry(const IdIndex& index, IdIndex::Run run, const ItemKeys& keys, Passes passes) {
     const auto search = [&](const RunIndex& indexed) {
@@ -49,8 +49,9 @@ IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& ke
                      [&](IdIndex::Entry entry) { return isMatch(data, entry, keys, matches); });
 }
 
-// Finds any item that matches, as one of many look-ups. First tries the next entry, which most often matches.
-// Otherwise does what findItem() does.
+// Returns an entry whose record has the main id and passes `matches`. Returns the place behind the entries of
+// the id if there is none. First tries `search.next()`, which most often passes. Then does what findItem()
+// does.
 template <class Matches>
 IdIndex::Run findAnyItem(const SSetData& data, IdSearch& search, const ItemKeys& keys, Matches matches) {
     const IdIndex::Run next = search.next(keys.mainId);
@@ -63,12 +64,12 @@ IdIndex::Run findAnyItem(const SSetData& data, IdSearch& search, const ItemKeys&
     return found;
 }
 
-// Finds the first item of the run that has all keys. Does not compare the block transform.
+// Returns the first entry of the run whose record has all keys. Does not compare the block transform.
 inline IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& keys) {
     return findItem(data, run, keys, [&](const selected_entity& record) { return hasKeys(record, keys); });
 }
 
-// Finds the first item of the run that has all keys and the block transform.
+// Returns the first entry of the run whose record has all keys and the block transform `matrix`.
 inline IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& keys,
                              const GxGeMatrix3d* matrix) {
     return findItem(data, run, keys,

@@ -29,7 +29,7 @@ bool hasField(const GxDbElasticData* block, unsigned offset) noexcept {
     return block && offset + kFieldBytes <= block->size;
 }
 
-// Makes an empty block for `capacity` bytes. KvErrorStatus 6 if there is no memory.
+// Makes an empty block for `capacity` bytes. Raises KvErrorStatus 6 if there is no memory.
 GxDbElasticData* makeBlock(unsigned capacity) {
     void* const memory = capacity > std::numeric_limits<std::uint16_t>::max()
                              ? nullptr

@@ -66,7 +66,7 @@ public:
     std::uint64_t generation() const noexcept { return mGeneration; }
 
     // Returns memory of this size: a node, or memory from operator new for another size than that of the
-    // nodes. O(1). std::bad_alloc if there is no memory.
+    // nodes. O(1). Throws std::bad_alloc if there is no memory.
     void* allocate(std::size_t bytes) {
         if (mNodeBytes == 0 && bytes <= kLargestNode)
             mNodeBytes = rounded(bytes);

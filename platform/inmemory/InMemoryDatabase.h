@@ -107,15 +107,15 @@ public:
     static constexpr std::size_t kDefaultCapacity = std::size_t{1} << 24;
 
     // `capacity` is the largest number of ids. The constructor reserves address space for them. Memory is
-    // taken as ids are issued. std::bad_alloc if there is no address space.
+    // taken as ids are issued. Throws std::bad_alloc if there is no address space.
     explicit Database(std::size_t capacity = kDefaultCapacity);
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
     ~Database();
 
     // Adds an object and issues its id. The database owns the object. findByName() finds the first object of
-    // a name. An object with an empty name has no name. std::invalid_argument for null, std::length_error
-    // beyond the capacity.
+    // a name. An object with an empty name has no name. Throws std::invalid_argument for null, and
+    // std::length_error beyond the capacity.
     GxDbObjectId add(std::unique_ptr<GxDbObject> object, std::string_view name = {});
 
     // Adds a new plain Entity.
@@ -134,7 +134,7 @@ public:
     // Returns the number of ids issued so far, including those of erased and invalid objects.
     std::size_t size() const noexcept;
 
-    // Returns the id at position i in the order of issue. std::out_of_range beyond the last.
+    // Returns the id at position i in the order of issue. Throws std::out_of_range beyond the last.
     GxDbObjectId idAt(std::size_t i) const;
 
     // Handles ascend from 1 in the order of issue. The null id and an id of another database have handle 0.
@@ -151,7 +151,7 @@ public:
     // Returns the resident entity of an id, or null if there is none.
     GxDbEntity* entity(GxDbObjectId id) const noexcept;
 
-    // The following functions take an id of this database. std::invalid_argument for any other id.
+    // The following functions take an id of this database. Throws std::invalid_argument for any other id.
 
     void erase(GxDbObjectId id);
     void unerase(GxDbObjectId id);

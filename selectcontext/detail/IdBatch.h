@@ -26,9 +26,9 @@ public:
         GxDbObjectId id() const noexcept { return GxDbObjectId(reinterpret_cast<GxDbStub*>(stub)); }
     };
 
-    // Makes room for this number of ids. O(n). std::bad_alloc if there is no memory.
+    // Makes room for this number of ids. O(n). Throws std::bad_alloc if there is no memory.
     void reserve(std::size_t count) { mItems.reserve(count); }
-    // Adds an id with a value. Amortised O(1). std::bad_alloc if there is no memory.
+    // Adds an id with a value. Amortised O(1). Throws std::bad_alloc if there is no memory.
     void add(const GxDbObjectId& id, std::uintptr_t value) {
         const auto stub = reinterpret_cast<std::uintptr_t>(id.stub());
         mIsSorted = mIsSorted && (mItems.empty() || mItems.back().stub <= stub);
@@ -36,7 +36,7 @@ public:
     }
 
     // Sorts the ids. Returns false if the order of the stubs is not that of the ids, or if two stubs name one
-    // object. O(n). std::bad_alloc if there is no memory.
+    // object. O(n). Throws std::bad_alloc if there is no memory.
     bool sort();
 
     const Item* begin() const noexcept { return mItems.data(); }

@@ -25,9 +25,9 @@ std::size_t LongRuns::listOf(const GxDbStub* mainStub) noexcept {
     return fibonacciHash(reinterpret_cast<std::uintptr_t>(mainStub)) >> 56;
 }
 
-// Returns the lists, made first if there are none. Returns null if the lists are out of date or cannot be
-// made. Several readers of shared data may call this at once. The first to finish publishes its lists, and
-// the others delete theirs.
+// Returns mLists, and first makes the lists if mLists is null. Returns null if the lists are out of date or
+// cannot be made. Several readers of shared data may call this at once. The reader that finishes first
+// publishes its lists, and the other readers delete theirs.
 auto LongRuns::listsFor(const DataMap& map) const noexcept -> Lists* {
     if (Lists* const held = mLists.load(std::memory_order_acquire))
         return held->version.isCurrent(map) ? held : nullptr;
@@ -60,8 +60,8 @@ bool LongRuns::isFollowing(const DataMap& map) noexcept {
     return false;
 }
 
-// An index knows only one stub of its main id. So adding an entry with another stub deletes the run's
-// indexes.
+// A RunIndex has only one stub of its main id. So if the new entry has another stub than the entry before,
+// deletes the indexes of the run.
 void LongRuns::noteAdded(const DataMap& map, RunIndex::Entry entry, const selected_entity& record) noexcept {
     const GxDbStub* const stub = entry->first.stub();
     if (entry != map.begin()) {

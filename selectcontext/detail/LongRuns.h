@@ -11,16 +11,16 @@
 
 namespace kvdetail {
 
-// A hash table from the stub of a main id to the indexes of the id's run. Each bucket has a list. Look-ups
-// make the indexes that they miss. Several readers of shared data may do so at once, so an index is added at
-// the head of a list by an atomic exchange. Only edits remove indexes.
+// A hash table from the stub of a main id to the run indexes of that id. Each bucket has a list of indexes. A
+// look-up that needs an index makes the index. Several readers of shared data may do so at once, so add()
+// puts an index at the head of a list by an atomic exchange. Only edits remove indexes.
 //
 // Invariants:
 //  1. An index is complete before any other thread can see it.
-//  2. While the version of the lists is current, every change of the id index has updated the run indexes.
+//  2. While `version` of the lists is current, the run indexes were updated for every change of the id index.
 //
-// Thread safety: any number of threads may call the const functions at once. The rest belongs to the thread
-// that may edit the data.
+// Thread safety: any number of threads may call the const functions at once. Only the thread that may edit
+// the data may call the other functions.
 class LongRuns {
 public:
     using DataMap = RunIndex::DataMap;
@@ -33,40 +33,41 @@ public:
     // Returns whether any index was added since the last clear().
     bool isInUse() const noexcept { return mLists.load(std::memory_order_acquire) != nullptr; }
 
-    // Returns the index, by these keys, of the run of this main id. Returns null if there is none, or if the
-    // id index has been changed by hand. O(1).
+    // Returns the index by `keys` of the run of this main id. Returns null if there is no such index, or if a
+    // caller has changed the id index by hand. O(1).
     const RunIndex* find(const DataMap& map, const GxDbStub* mainStub, RunIndex::Keys keys) const noexcept {
         const Lists* const lists = mLists.load(std::memory_order_acquire);
         return lists && lists->version.isCurrent(map) ? lists->find(mainStub, keys) : nullptr;
     }
 
-    // Returns whether add() can keep an index. It cannot if the id index has been changed by hand. O(1).
+    // Returns whether add() can keep an index. Returns false if a caller has changed the id index by hand.
+    // O(1).
     bool canAdd(const DataMap& map) const noexcept {
         const Lists* const lists = mLists.load(std::memory_order_acquire);
         return lists ? lists->version.isCurrent(map) : MapVersion::canFollow(map);
     }
 
-    // Adds an index and returns it. If another thread has added the same index first, returns that one
-    // instead. Returns null if `run` is null, if the id index has been changed by hand, or if there is no
-    // memory. O(1).
+    // Adds an index and returns it. If another thread has already added an index of the same run by the same
+    // keys, deletes `run` and returns the index of the other thread. Returns null if `run` is null, if a
+    // caller has changed the id index by hand, or if there is no memory. O(1).
     const RunIndex* add(const DataMap& map, std::unique_ptr<RunIndex> run) const noexcept;
 
-    // Prepares an edit of the id index: deletes all indexes if they are out of date. Returns isInUse().
+    // Prepares an edit of the id index: deletes all run indexes if they are out of date. Returns whether
+    // there are run indexes that the edit must update.
     bool prepareEdit(const DataMap& map) noexcept { return isInUse() && isFollowing(map); }
 
     // Update the indexes after an entry was added at the end of its run, and before an entry is erased.
-    // prepareEdit() must have returned true. `record` must be the entry's record, or null if that cannot be
-    // read. Amortised O(1).
+    // prepareEdit() must have returned true. `record` must be the entry's record, or null if there is no such
+    // record. Amortised O(1).
     void noteAdded(const DataMap& map, RunIndex::Entry entry, const selected_entity& record) noexcept;
     void noteErasing(RunIndex::Entry entry, const selected_entity* record) noexcept;
 
-    // Updates the indexes before a record gets another path. `address` must be that of the record's slot.
-    // prepareEdit() must have returned true.
+    // Updates the indexes before the nested path of `record` becomes `path`. `address` must be that of the
+    // record's slot. prepareEdit() must have returned true.
     void noteChangingPath(unsigned long address, const selected_entity& record,
                           const KvVector<GxDbObjectId>& path) noexcept;
 
-    // Ends an edit: marks the indexes as up to date with the present id index. prepareEdit() must have
-    // returned true.
+    // Ends an edit: marks the run indexes as up to date with `map`. prepareEdit() must have returned true.
     void follow(const DataMap& map) noexcept { mLists.load(std::memory_order_relaxed)->version.follow(map); }
 
     // Delete the indexes of one run, or of all runs. The caller must call drop() only if isInUse().

@@ -8,10 +8,10 @@
 
 namespace kvdetail {
 
-// Prefetches what later look-ups will read. Ids in no order are found by the hash, which leads to random
-// places of memory. There are four steps, since each needs what the step before has loaded: the bucket, the
-// entry, the slot, the record. The steps are four records apart, since a read from memory takes about as long
-// as four look-ups. At 10^6 items, this halves the time of a comparison.
+// Prefetches what later look-ups will read. Ids that come in no order are looked up in the IdHash, whose
+// buckets and entries are at random places of memory. There are four steps: the bucket, the entry, the slot,
+// the record. Each step needs what the step before has loaded. The steps are four records apart, since a read
+// from memory takes about as long as four look-ups. At 10^6 items, this halves the time of a comparison.
 //
 // The caller may edit the set between two records, even if that replaces the set's data.
 //
@@ -23,7 +23,7 @@ public:
     LookAhead& operator=(const LookAhead&) = delete;
 
     // Calls visit(record) for the records of the store, in store order, until a call returns true. Returns
-    // whether one did.
+    // whether a call returned true.
     template <class Visit>
     bool anyRecordOf(const Store& store, Visit visit) {
         for (const Store::Page* page = store.head; page; page = page->next) {
@@ -40,13 +40,15 @@ public:
 
 private:
     static constexpr std::ptrdiff_t kStep = 4;
-    // A hash is requested after one record per 64 index entries. For fewer records, it would not pay.
+    // A hash is requested only after one record per 64 index entries. For fewer records, making a hash would
+    // take longer than searching.
     static constexpr std::size_t kEntriesPerRecord = 64;
-    // A smaller set is in the caches as a whole. Prefetching it would add a third to a comparison.
+    // A smaller index is in the caches as a whole. Prefetching would then make a comparison of sets a third
+    // slower.
     static constexpr std::size_t kFewestEntries = 1 << 14;
 
-    // Prefetches for the records behind `slot` and before `last`. The record in `slot` must be the one that
-    // is looked up next. O(1), or O(n) if a hash is made.
+    // Prefetches for the records behind `slot` and before `last`. The record in `slot` must be the record
+    // that is looked up next. O(1), or O(n) if a hash is made.
     void prepare(const Store::Slot* slot, const Store::Slot* last) {
         ++mCount;
         if (mSearch.isTrying() || !mSet.sharedData || !mSet.sharedData->entities)

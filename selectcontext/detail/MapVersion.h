@@ -8,16 +8,16 @@
 
 namespace kvdetail {
 
-// The state of an index at one moment, by the generation of the pool that has the index's nodes. Callers may
-// change the index by hand, or replace it.
+// The state of a map when follow() was called: its node pool, and the pool's generation. isCurrent() also
+// notices that a caller has changed the map by hand, or has replaced the map.
 //
 // Thread safety: only one thread may call follow(). Any number of threads may call isCurrent() at once.
 class MapVersion {
 public:
     using DataMap = GxapSelectSet::SSetData::DataMap;
 
-    // Returns whether the generation shows every change of the map. The map must have a pool, and the pool
-    // must have no nodes of other maps. O(1).
+    // Returns whether the generation shows every change of the map: the map has a pool, and the pool has no
+    // nodes of other maps. O(1).
     static bool canFollow(const DataMap& map) noexcept {
         const NodePool* const pool = map.get_allocator().pool();
         return pool && pool->live() == map.size();

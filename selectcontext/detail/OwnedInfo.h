@@ -24,7 +24,7 @@ struct InfoDeleter {
 
 using OwnedInfo = std::unique_ptr<GxapSelectedEntInfo, InfoDeleter>;
 
-// Makes an info in memory from _kvMalloc. KvErrorStatus 6 if there is no memory.
+// Makes an info in memory from _kvMalloc. Raises KvErrorStatus 6 if there is no memory.
 template <class... Arguments>
 OwnedInfo makeInfo(const Arguments&... arguments) {
     OwnedMemory memory(_kvMalloc(sizeof(GxapSelectedEntInfo)));
@@ -35,7 +35,7 @@ OwnedInfo makeInfo(const Arguments&... arguments) {
     return info;
 }
 
-// Returns a deep copy. Returns null for null.
+// Returns a deep copy of `info`. Returns null if `info` is null.
 inline OwnedInfo copyInfo(const GxapSelectedEntInfo* info) {
     return info ? makeInfo(*info) : nullptr;
 }

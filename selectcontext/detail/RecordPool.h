@@ -18,14 +18,16 @@ namespace kvdetail {
 //
 // Invariants:
 //  1. A record in a chunk is at an odd multiple of 8, and the word before it is the address of its chunk. A
-//     record from operator new is at a multiple of 16. So bit 3 of the address tells the two apart.
-//  2. A chunk's `owners` is the number of its records that are allocated or not handed out yet. It is one
-//     more while the pool hands out records from the chunk.
+//     record from operator new is at a multiple of 16. So bit 3 of a record's address is set exactly if the
+//     record is in a chunk.
+//  2. A chunk's `owners` is the number of its records that are allocated or not handed out yet. `owners` is
+//     one higher while the pool hands out records from the chunk.
 //  3. The word before a record is null before the record is handed out and after it is deleted.
 //  4. A chunk lives until it has no owners. Chunks are small, since a single record that nobody deletes keeps
 //     its whole chunk allocated.
 //
-// Thread safety: only the data's thread may allocate. Any thread may delete records.
+// Thread safety: only the thread that may edit the set's data may call the other functions. Any thread may
+// call deallocate().
 class RecordPool {
     struct Chunk;
 
@@ -35,7 +37,7 @@ public:
     RecordPool& operator=(const RecordPool&) = delete;
     ~RecordPool() { close(); }
 
-    // O(1). std::bad_alloc if there is no memory.
+    // Returns memory for one record. Throws std::bad_alloc if there is no memory. O(1).
     void* allocate() {
         if (!kHasRecordPool || mSingles < kFewestRecords) {
             void* const record = selected_entity::operator new(sizeof(selected_entity));
@@ -49,7 +51,7 @@ public:
         return cell->record;
     }
 
-    // Resets the pool to that of a new set. Records that are still allocated stay valid. O(1).
+    // Makes the pool as it was when it was constructed. Records that are still allocated stay valid. O(1).
     void close() noexcept {
         if (mChunk)
             disown(mChunk, kCells - mUsed + 1);
@@ -57,14 +59,15 @@ public:
         mSingles = 0;
     }
 
-    // Announces the number of records to come. If there are many, all of them come from chunks.
+    // Tells the pool how many records will be allocated. If there are more than kFewestRecords, all of them
+    // will come from chunks.
     void expectMany(std::uint32_t records) noexcept {
         if (records > kFewestRecords)
             mSingles = kFewestRecords;
     }
 
-    // Allocates memory at a multiple of 16, since some systems' operator new aligns only to 8. std::bad_alloc
-    // if there is no memory.
+    // Allocates memory at a multiple of 16, since some systems' operator new aligns only to 8. Throws
+    // std::bad_alloc if there is no memory.
     static void* allocateAligned(std::size_t bytes) {
         if constexpr (kNewIsAligned)
             return ::operator new(bytes);
@@ -79,7 +82,8 @@ public:
             deallocateAligned(record);
     }
 
-    // Destroys records one after the other. Counts neighbours in a chunk down with one atomic operation.
+    // Destroys records one after the other. For successive records of one chunk, changes the chunk's `owners`
+    // by a single atomic operation.
     class Destroyer {
     public:
         Destroyer() = default;
@@ -131,7 +135,7 @@ private:
         Cell cells[kCells];
     };
 
-    // Returns false for null.
+    // Returns whether the record is in a chunk. Returns false for null.
     static bool isInChunk(const void* record) noexcept {
         return kHasRecordPool && (reinterpret_cast<std::uintptr_t>(record) & kTagBit) != 0;
     }

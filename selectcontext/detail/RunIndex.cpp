@@ -8,13 +8,15 @@
 namespace kvdetail {
 namespace {
 
-// Mixes a part into a hash. Every bit of the part affects the upper half, from which keyOf() takes the keys.
+// Mixes `part` into a hash. Every bit of `part` affects the upper half of the result, from which keyOf()
+// takes the key.
 std::uint64_t mixed(std::uint64_t hash, std::uint64_t part) noexcept {
     const std::uint64_t product = fibonacciHash(hash ^ part);
     return product ^ (product >> 32);
 }
 
-// Returns a key for the table, which must not be 0.
+// Returns the key in mChains of a hash and a marker. The last bit is always 1, since a HashTable has no key
+// 0.
 std::uint32_t keyOf(std::uint64_t hash, long marker) noexcept {
     return static_cast<std::uint32_t>(mixed(hash, static_cast<std::uint64_t>(marker)) >> 32) | 1;
 }
@@ -51,8 +53,8 @@ std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const
         const selected_entity& record = *records[i];
         const std::optional<Hash> hash = other ? run->hashOfEquals(record.subEntId, &record.nestedEntFullPath)
                                                : run->addIds(record.subEntId, record.nestedEntFullPath);
-        // `other` lacks an id. Its ids cannot be added to, since other readers may be using them. So the new
-        // index gets ids of its own.
+        // `other->mIds` lacks an id of the record. Other readers may be using `other->mIds`, so the id must
+        // not be added there. So the index is built again with an EqualIds of its own.
         if (!hash)
             return build(map, first, store, keys, nullptr);
         run->add(entries[i], record, *hash);
@@ -62,8 +64,9 @@ std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const
     return nullptr;
 }
 
-// Adds the sub ids in ascending order, so that each belongs at the end. If the order of the ids is not that
-// of their stubs, adds nothing: each id is then added with the first item that has it.
+// Adds the sub ids of the records to mIds in ascending order, so that each id belongs at the end of mIds. If
+// the order of the ids is not that of their stubs, adds nothing: addIds() then adds each id with the first
+// item that has the id.
 void RunIndex::addSubIds(const std::vector<const selected_entity*>& records) {
     IdBatch batch;
     batch.reserve(records.size());
@@ -85,7 +88,8 @@ bool RunIndex::noteAdded(Entry entry, const selected_entity& record) noexcept tr
     return false;
 }
 
-// Keeps the numbers of erased items, and the ids that no item has any more. The destructor frees them.
+// An erased item leaves its chain, but stays in mItems. Its ids stay in mIds, even if no other item has them.
+// They are freed with the last index that uses them.
 bool RunIndex::noteErasing(Entry entry, const selected_entity* record) noexcept {
     if (!record || unlink(*record, [entry](const Item& item) { return item.entry == entry; }) == kNone)
         return false;
@@ -125,7 +129,8 @@ void RunIndex::add(Entry entry, const selected_entity& record, Hash hash) {
     link(number, keyOf(hash, record.gsMarker));
 }
 
-// A chain is in the order of the run. Most often the new item is the last of its chain.
+// Puts the item into the chain of `key`, which is in the order of the run. Most often, the item becomes the
+// last of its chain.
 void RunIndex::link(Number number, std::uint32_t key) {
     mItems[number].next = kNone;
     const auto [chain, isNew] = mChains.insert(key, {number, number});
@@ -162,7 +167,8 @@ auto RunIndex::unlink(const selected_entity& record, IsItem isItem) noexcept -> 
     return equals ? unlink(keyOf(*equals, record.gsMarker), isItem) : kNone;
 }
 
-// Removals take the first item with equal keys, so the item is most often the first of the chain.
+// Most often, isItem() accepts the first item of the chain, since remove() takes the first item with equal
+// keys.
 template <class IsItem>
 auto RunIndex::unlink(std::uint32_t key, IsItem isItem) noexcept -> Number {
     Chain* const chain = mChains.find(key);
@@ -185,8 +191,8 @@ auto RunIndex::unlink(std::uint32_t key, IsItem isItem) noexcept -> Number {
     return number;
 }
 
-// Returns a hash of what stubOf(id) returns for each id. Returns nothing if stubOf() returns nothing. Leaves
-// out the path if items are not hashed by their paths.
+// Returns a hash of the stubs that stubOf() returns for the sub id and for each id of the path. Returns
+// nothing if stubOf() returns nothing for an id. Leaves out the path if mKeys is Keys::kMarker.
 template <class Stub>
 auto RunIndex::hashOf(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path, Stub stubOf) const
     -> std::optional<Hash> {
@@ -225,7 +231,7 @@ auto RunIndex::chainsOf(const ItemKeys& keys, Hash hash) const -> Chains {
     return chains;
 }
 
-// Calls visit(marker) for each marker that items may have and that matches the wanted one.
+// Calls visit(marker) for each marker that items may have and that matches the marker in `keys`.
 template <class Visit>
 void RunIndex::forEachMarker(const ItemKeys& keys, Visit visit) const {
     if (!mHasManyMarkers) {

@@ -23,7 +23,8 @@ namespace kvdetail {
 //
 // Invariants:
 //  1. The entries of all items have the same stub.
-//  2. Items are numbered in the order of the id index. The number of an erased item is not used again.
+//  2. Items are numbered in the order of the id index. The number of an erased item is not given to another
+//     item.
 //  3. Every item that was added and not erased is in one chain.
 //
 // Thread safety: only one thread may add and erase items. Any number of threads may look items up at once.
@@ -33,10 +34,10 @@ public:
     using Store = GxapSelectSet::SSetData::Store;
     using Entry = DataMap::const_iterator;
 
-    // What items are hashed by, in addition to their sub ids.
+    // The keys that items are hashed by, in addition to their sub ids.
     enum class Keys { kMarker, kMarkerAndPath };
 
-    // Returns what items must be hashed by for a look-up with these keys.
+    // Returns the keys that items must be hashed by, so that a look-up with `keys` finds them.
     static Keys keysFor(const ItemKeys& keys) noexcept {
         return keys.path ? Keys::kMarkerAndPath : Keys::kMarker;
     }
@@ -45,21 +46,21 @@ public:
         return keys == Keys::kMarker ? Keys::kMarkerAndPath : Keys::kMarker;
     }
 
-    // A run of at most so many items is walked instead.
+    // A look-up in a run of at most this many items walks through the run, and needs no index.
     static constexpr std::size_t kFewestItems = 64;
 
     // Indexes the run of entries that begins at `first`. `other` must be null, or an index of the same run by
-    // other keys. If `other` has all ids of the items, the new index shares them. Returns null if two stubs
-    // name the main id, or if there is no memory. O(n), or O(n log n) if the order of the sub ids is not that
-    // of their stubs.
+    // other keys. If `other->mIds` has all ids of the items, the new index shares `other->mIds`. Returns null
+    // if two stubs name the main id, or if there is no memory. O(n), or O(n log n) if the order of the sub
+    // ids is not that of their stubs.
     static std::unique_ptr<RunIndex> build(const DataMap& map, Entry first, const Store& store, Keys keys,
                                            const RunIndex* other) noexcept;
 
     const GxDbStub* mainStub() const noexcept { return mMainStub; }
     Keys keys() const noexcept { return mKeys; }
 
-    // Returns whether the index can find items by these keys. The index cannot find items of any marker if
-    // the items have many different markers.
+    // Returns whether the index can find items by these keys. For Markers::kAny, returns false if the items
+    // have more than kMostMarkers different markers.
     bool canFind(const ItemKeys& keys) const noexcept {
         return keys.markers != Markers::kAny || !mHasManyMarkers;
     }
@@ -86,13 +87,14 @@ public:
 
     // Updates the item of a record before the record gets another path. `address` must be that of the
     // record's slot. Returns false if the item is not found, or if there is no memory. The caller must then
-    // delete the index. Cost of noteAdded(). Every item of equal keys adds O(1).
+    // delete the index. Costs as much as noteAdded(), plus O(1) for every item with equal keys.
     bool noteChangingPath(unsigned long address, const selected_entity& record,
                           const KvVector<GxDbObjectId>& path) noexcept;
 
     // Removes the item of an entry before the entry is erased. `record` must be the item's record, or null if
-    // that cannot be read. Returns false if `record` is null, if the item is not found by the record's keys,
-    // or if few items are left. The caller must then delete the index. O(1) for the first item of its keys.
+    // there is no such record. Returns false if `record` is null, if the item is not found by the record's
+    // keys, or if few items are left. The caller must then delete the index. O(1), plus O(1) for every item
+    // with equal keys before this item.
     bool noteErasing(Entry entry, const selected_entity* record) noexcept;
 
 private:
@@ -100,6 +102,8 @@ private:
     using Number = std::uint32_t;
     using Hash = std::uint64_t; // of a sub id and a path
     static constexpr Number kNone = 0xFFFFFFFFu;
+    // An index whose items have more different markers finds no items of any marker: canFind() then returns
+    // false for Markers::kAny.
     static constexpr std::size_t kMostMarkers = 4;
 
     struct Item {
@@ -111,7 +115,7 @@ private:
         Number last;
     };
 
-    // The chains that a look-up searches: one for each marker that matches the wanted one.
+    // The chains that a look-up searches: one for each marker that matches the wanted marker.
     class Chains {
     public:
         Chains() noexcept { mHeads.fill(kNone); }
@@ -127,7 +131,8 @@ private:
 
     RunIndex(Entry first, Keys keys, std::size_t items, std::shared_ptr<EqualIds> ids);
 
-    // Returns the hash of the given stubs. It finds items if all these stubs are representatives.
+    // Returns the hash of the stubs of the given ids. With this hash, a look-up finds items only if each stub
+    // represents its object.
     Hash hashOfStubs(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path) const;
     // Returns the hash of the stubs that represent the given ids. Returns nothing if mIds lacks one of them.
     std::optional<Hash> hashOfEquals(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path) const;
@@ -139,7 +144,8 @@ private:
     template <class Visit>
     void forEachMarker(const ItemKeys& keys, Visit visit) const;
 
-    // Returns the first entry of the chains that passes, in the order of the run. Otherwise returns null.
+    // Returns the first entry of the chains that passes, in the order of the run. Returns null if there is
+    // none.
     template <class Passes>
     const Entry* firstThat(Passes passes, Chains chains) const {
         if (chains.isEmpty())
@@ -157,8 +163,9 @@ private:
     void noteMarker(long marker) noexcept;
     void link(Number number, std::uint32_t key);
 
-    // Takes the item for which isItem(item) out of the chain that has it: that of the record's stubs, or that
-    // of the representative stubs. Returns its number, or kNone.
+    // Takes an item for which isItem(item) is true out of its chain. Looks for the item in the chain of the
+    // stubs of the record's ids, and then in the chain of the stubs that represent these ids. Returns the
+    // number of the item, or kNone if there is no such item.
     template <class IsItem>
     Number unlink(const selected_entity& record, IsItem isItem) noexcept;
     template <class IsItem>
@@ -167,7 +174,7 @@ private:
     const GxDbStub* mMainStub;
     Entry mLast; // the last entry of the run
     Keys mKeys;
-    std::shared_ptr<EqualIds> mIds; // the sub ids, and ids of paths
+    std::shared_ptr<EqualIds> mIds; // the sub ids of all items, and the ids of paths
     std::vector<Item> mItems;
     std::size_t mErased = 0;
     HashTable<std::uint32_t, Chain> mChains;

@@ -16,8 +16,8 @@ SSetData& dataOf(const GxapSelectSet& set) {
     return *set.sharedData;
 }
 
-// Takes the references of both vectors to the empty block by one atomic operation, which is most of what a
-// record costs.
+// Takes two references to the empty block, one for each vector of the record, by one atomic operation. That
+// operation is most of what making a record costs.
 std::unique_ptr<selected_entity> newRecord(const SSetData& data) {
     std::unique_ptr<selected_entity> record(::new (SetData::of(data).records.allocate())
                                                 selected_entity(NoBlock()));
@@ -31,7 +31,7 @@ std::unique_ptr<selected_entity> newRecord(const SSetData& data) {
 
 void appendRecord(SSetData& data, std::unique_ptr<selected_entity>&& record, IdIndex::Entry place) {
     if (!data.entities)
-        data.entities = new Store; // data that a caller has made by hand
+        data.entities = new Store; // a caller may have made data without a store
     AppendedRecords appended(*data.entities);
     const GxDbObjectId id = record->mainEntId;
     const Store::Slot* const slot = appended.append(std::move(record));

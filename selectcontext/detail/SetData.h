@@ -1,5 +1,4 @@
-// SetData: the private part of a set's data, and the functions on a set's data that sources of the library
-// share.
+// SetData: the private part of a set's data. Also the functions on a set's data that several sources use.
 #pragma once
 
 #include "selectcontext/GxapSelectSet.h"
@@ -27,9 +26,9 @@ inline IdIndex& indexOf(const SSetData& data) {
     return SetData::of(data).index;
 }
 
-// Returns the record in the slot at this address. Returns null if the store has no occupied slot there, or
-// if a caller has put null into the slot. A free slot may have the address of a deleted record, so that
-// address is not returned. O(1), or O(pages) for an address that is no slot.
+// Returns the record in the slot at this address. Returns null if the store has no occupied slot there, or if
+// a caller has put null into the slot. Does not return the value of a free slot, which may be the address of
+// a deleted record. O(1), or O(pages) for an address that is no slot.
 inline selected_entity* recordAt(const Store& store, unsigned long address) noexcept {
     const Store::Slot* const slot = slotAt(address);
     return store.pageOf(slot) && !slot->free ? slot->value : nullptr;
@@ -45,18 +44,19 @@ inline bool hasRecords(const GxapSelectSet& set) noexcept {
     return hasItems(set) && set.sharedData->entities;
 }
 
-// Makes the data of a new set: unique, empty, with a store of its own, and with no handle yet.
+// Returns new, empty data with a store. `unique` is true and `refCount` is 0.
 std::unique_ptr<SSetData> makeData();
 
-// Returns the set's data. Makes the data if the set has none, also for const operations.
+// Returns the set's data. Gives the set new, empty data first if the set has none. Const operations do so,
+// too.
 SSetData& dataOf(const GxapSelectSet& set);
 
-// Makes a record with empty vectors, in memory from the data's record pool. No other handle may share the
+// Returns a record with empty vectors, in memory from the data's record pool. At most one handle may use the
 // data.
 std::unique_ptr<selected_entity> newRecord(const SSetData& data);
 
-// Appends the record to the store, the index and the count. Changes none of them if an exception is thrown.
-// `place` must be the place behind all index entries of the record's main id.
+// Appends the record to the store, adds its index entry, and raises `entityCount`. If an exception is thrown,
+// changes nothing. `place` must be the place behind all index entries of the record's main id.
 void appendRecord(SSetData& data, std::unique_ptr<selected_entity>&& record, IdIndex::Entry place);
 
 // Appends records to a store. The destructor removes and deletes these records, unless keep() was called.

@@ -22,9 +22,9 @@ public:
 
     // Returns true if the caller was the only owner left.
     bool drop(GxDbFullSubentPath* path) {
-        // If the path has another owner, the path has an entry. This thread sees the entry, since the entry
-        // was made before the path reached this thread. Acquire makes visible what other owners did to the
-        // path before they released it.
+        // If the path has another owner, mExtra has an entry of the path. add() made that entry before this
+        // thread got the path, so mSize is not 0 here. `acquire` makes visible what other owners did to the
+        // path before they released the path.
         if (mSize.load(std::memory_order_acquire) == 0)
             return true;
         const std::lock_guard<std::mutex> guard(mMutex);
@@ -43,7 +43,8 @@ private:
     std::atomic<std::size_t> mSize{0}; // the size of mExtra, to be read without the lock
 };
 
-// Never destroyed: records of a host's static sets may be destroyed after this library's own statics.
+// Returns the table of the process. The table is never destroyed: static sets of the application, with their
+// records, may be destroyed after the static objects of this library.
 PathOwners& pathOwners() {
     alignas(PathOwners) static unsigned char storage[sizeof(PathOwners)];
     static PathOwners* const owners = new (storage) PathOwners;

@@ -17,7 +17,7 @@ using MallocMap =
 
 using MallocString = std::basic_string<char, std::char_traits<char>, MallocAllocator<char>>;
 
-// For the operators new and delete of a class. std::bad_alloc if there is no memory.
+// For the operators new and delete of a class. Throws std::bad_alloc if there is no memory.
 inline void* allocateObject(std::size_t bytes) {
     return MallocAllocator<char>().allocate(bytes);
 }

@@ -38,7 +38,7 @@ public:
 
     const StubArray& stubs() const noexcept { return mStubs; }
 
-    // Returns the stub of an id of this database. std::invalid_argument for any other id.
+    // Returns the stub of an id of this database. Throws std::invalid_argument for any other id.
     GxDbStub& stubOf(GxDbObjectId id) const;
 
     std::string_view nameOf(GxDbObjectId id) const;

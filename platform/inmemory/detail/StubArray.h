@@ -19,13 +19,13 @@ namespace kvinmemory::detail {
 // any thread.
 class StubArray {
 public:
-    // Reserves address space and takes no memory. std::bad_alloc if there is no address space.
+    // Reserves address space and takes no memory. Throws std::bad_alloc if there is no address space.
     explicit StubArray(std::size_t capacity);
     StubArray(const StubArray&) = delete;
     StubArray& operator=(const StubArray&) = delete;
     ~StubArray();
 
-    // O(1). std::length_error beyond the capacity, std::bad_alloc if there is no memory.
+    // O(1). Throws std::length_error beyond the capacity, std::bad_alloc if there is no memory.
     GxDbStub& append();
 
     std::size_t size() const noexcept { return mSize.load(std::memory_order_acquire); }

@@ -12,19 +12,20 @@
 
 #include <cstdint>
 
-// The object of an id. Only the database knows its members. It lives at least as long as its database.
+// What an id points to: the database's own object. Only the database knows the members of a stub. A stub
+// lives at least as long as its database.
 class GxDbStub;
 
-// Returns whether two ids name the same object. This is an equivalence relation. Null equals null.
-// Never throws. Any thread may call it.
+// Returns whether two ids name the same object. The relation is an equivalence. Null equals null. Never
+// throws. Any thread may call this function.
 KV_SEAM_API bool c5ObjIdIsEqualTo(const GxDbStub* a, const GxDbStub* b) noexcept;
 
-// Compares ids by a strict weak order. Two ids are equal exactly when neither is less than the other.
-// The order of two ids does not change while they live. Never throws. Any thread may call it.
+// Compares ids by a strict weak order. Two ids are equal exactly when neither is less than the other. The
+// order of two ids does not change while their stubs live. Never throws. Any thread may call this function.
 KV_SEAM_API bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcept;
 
-// Names an object of a database. A copy does not touch the object. The members have KV_SEAM_API, not the
-// class. So standard templates over ids stay inside the library that instantiates them.
+// Names an object of a database. Copying an id does not touch the object. The members have KV_SEAM_API, but
+// the class has not. So standard templates over ids stay inside the library that instantiates them.
 //
 // Invariants:
 //  1. An id is a plain value and never owns its object.
@@ -72,7 +73,8 @@ struct GxDbSubentId {
 // The path from the outermost object to a part of an entity.
 //
 // Invariants:
-//  1. The ids run from the outermost object to the entity. The part belongs to the last of them.
+//  1. The ids go from the outermost object to the entity. The part belongs to the entity, whose id is the
+//     last.
 //  2. Copies share nothing.
 //
 // Thread safety: several threads may read one path while no thread writes it.
@@ -83,7 +85,7 @@ public:
     KV_SEAM_API GxDbFullSubentPath& operator=(const GxDbFullSubentPath& other);
     KV_SEAM_API ~GxDbFullSubentPath();
 
-    // Returns whether both have equal ids in the same order, and the same part.
+    // Returns whether both paths have equal ids in the same order, and the same part.
     KV_SEAM_API bool operator==(const GxDbFullSubentPath& other) const;
 
     KV_SEAM_API GxArray<GxDbObjectId>& objectIds();
@@ -100,16 +102,17 @@ namespace GxDb {
 enum OpenMode : int { kForRead = 0, kForWrite = 1 };
 }
 
-// Every other value is a failure. The application defines its meaning.
+// Every value except eOk is a failure. The application defines the meanings of the values that are not named
+// here.
 enum GxErrorStatus : int { eOk = 0, eNotOpen = 15 };
 
 // An object that a database can hold.
 //
 // Invariants:
 //  1. A resident object belongs to its database. Users open, use and close the object. They never delete it.
-//  2. A non-resident object belongs to its opener. The opener deletes it.
+//  2. A non-resident object belongs to the code that opens the object, and that code deletes it.
 //
-// Thread safety: an opening belongs to one thread. Several threads may open one object for reading.
+// Thread safety: an opening belongs to one thread. Several threads may open one object for reading at once.
 class KV_SEAM_API GxDbObject : public GxRxObject {
 public:
     GxDbObject(const GxDbObject&) = delete;
@@ -146,8 +149,9 @@ public:
 };
 
 // Opens the object that `id` names, if the object is an entity. `openErased` tells whether an erased object
-// may be opened. With eOk, `entity` is the opened object. With any other status, the object could not be
-// opened as requested. `entity` is then null, or an object that the caller releases like an opened one.
+// may be opened. If the status is eOk, `entity` is the opened object. Any other status means that the object
+// could not be opened as requested. `entity` is then null, or an object that the caller must release like an
+// opened object.
 KV_SEAM_API GxErrorStatus gxdbOpenObject(GxDbEntity*& entity, GxDbObjectId id, GxDb::OpenMode mode,
                                          bool openErased);
 
@@ -156,8 +160,8 @@ KV_SEAM_API GxErrorStatus gxdbOpenObject(GxDbEntity*& entity, GxDbObjectId id, G
 // Invariants:
 //  1. The destructor releases the object, also during stack unwinding.
 //  2. mObject is null, or an object that this pointer releases.
-//  3. mStatus is the status of the last call of open(). It is eNotOpen before the first and after
-//     closeInternal().
+//  3. mStatus is the status of the last call of open(). mStatus is eNotOpen before the first call of open()
+//     and after closeInternal().
 //
 // Thread safety: a pointer belongs to the thread that opens its object.
 template <class T>
@@ -168,15 +172,15 @@ public:
     GxDbObjectPointerBase& operator=(const GxDbObjectPointerBase&) = delete;
     ~GxDbObjectPointerBase() { closeInternal(); }
 
-    // Releases the present object and opens another one. Keeps an object that comes with a bad status, too,
-    // since it must be released.
+    // Releases mObject and opens the object of `id`. Keeps an object that gxdbOpenObject() returns with a bad
+    // status, too, since such an object must be released.
     GxErrorStatus open(GxDbObjectId id, GxDb::OpenMode mode, bool openErased = false) {
         closeInternal();
         mStatus = gxdbOpenObject(mObject, id, mode, openErased);
         return mStatus;
     }
 
-    // Releases the object: closes a resident one, and deletes any other.
+    // Releases mObject: closes a resident object, and deletes any other object.
     GxErrorStatus closeInternal() {
         T* object = mObject;
         mObject = nullptr;

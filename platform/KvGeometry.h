@@ -36,7 +36,7 @@ public:
     // Makes the identity.
     KV_SEAM_API GxGeMatrix3d();
 
-    // Makes this the identity, and returns it.
+    // Makes this transform the identity, and returns *this.
     KV_SEAM_API GxGeMatrix3d& setToIdentity();
 
     // Returns whether both transforms map every point to places that are equal within `tol`.

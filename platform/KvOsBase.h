@@ -14,21 +14,22 @@ extern "C" {
 
 // Allocates memory that crosses library boundaries: vector blocks, delegated element storage, elastic blocks,
 // entity infos, and the sets of the named list. `bytes` may be any value. The memory is aligned for every
-// scalar type. Returns null if there is no memory. Never throws. Any thread may call it.
+// scalar type. Returns null if there is no memory. Never throws. Any thread may call this function.
 KV_SEAM_API void* _kvMalloc(std::size_t bytes) noexcept;
 
-// Frees memory of _kvMalloc. The caller must free each block once. Null does nothing. Any thread may call it.
+// Frees memory of _kvMalloc. The caller must free each block once. Does nothing for null. Any thread may call
+// this function.
 KV_SEAM_API void _kvFree(void* memory) noexcept;
 }
 
 // The block that all empty vectors of all element types share.
 //
 // Invariants:
-//  1. The provider owns one reference to the block, so the count never falls to zero.
-//  2. The pointer is constant-initialised: static vectors are constructed before main().
-//  3. The block has lengths 0, grow length 8 and no storage. Only its atomic count ever changes.
+//  1. The application owns one reference to the block, so `refCount` never falls to 0.
+//  2. gpEmptyVectorData is initialised at compile time, since static vectors are constructed before main().
+//  3. The block has lengths 0, grow length 8 and no storage. Only its `refCount` ever changes.
 //
-// The pointer may be null. A vector without a block is an empty vector, too.
+// gpEmptyVectorData may be null. An empty vector then has no block.
 KV_SEAM_API extern KvVectorBlock* gpEmptyVectorData;
 
 // Base class of what the library throws. The library throws a pointer to an object made with `new`.
@@ -88,14 +89,14 @@ private:
     int mLine;
 };
 
-// An observer of exceptions. The library calls it right before it throws.
+// An observer of exceptions. The library calls recordException() right before it throws an exception.
 //
 // Invariants of an implementation:
-//  1. It does not delete the exception. The handler owns it.
-//  2. It does not dereference the pointer after the call.
+//  1. It does not delete the exception. The code that catches the exception owns it.
+//  2. It does not dereference the pointer to the exception after recordException() has returned.
 //  3. It throws nothing.
 //
-// Thread safety: the call comes on the thread that throws. An implementation expects calls on any thread.
+// Thread safety: the library calls recordException() on the thread that throws, which may be any thread.
 class KV_SEAM_API IKvCrashRecorder {
 public:
     virtual void recordException(KvException* exception) = 0;
@@ -105,7 +106,7 @@ protected:
 };
 
 // Returns the recorder that observes exceptions, or null. The application owns the recorder. The recorder
-// lives as long as this function returns it. Any thread may call it.
+// lives as long as this function returns it. Any thread may call this function.
 KV_SEAM_API IKvCrashRecorder* gxapGetCrashRecorder();
 
 // A recursive lock for code that shares data between threads. The library constructs and destroys one lock,
@@ -113,9 +114,9 @@ KV_SEAM_API IKvCrashRecorder* gxapGetCrashRecorder();
 //
 // Invariants:
 //  1. At most one thread owns the lock.
-//  2. That thread may lock it again. It must unlock the lock as often as it locked it.
+//  2. That thread may lock the lock again. That thread must call unlock() as often as lock().
 //
-// Thread safety: any thread may lock and unlock. Construction and destruction belong to one thread.
+// Thread safety: any thread may call lock() and unlock(). Only one thread may construct or destroy the lock.
 class KV_SEAM_API KvLocker {
 public:
     KvLocker();

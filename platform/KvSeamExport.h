@@ -5,11 +5,12 @@
 #if __cplusplus < 201703L
 #error "libKvSelectContext needs C++17 or later: compile with -std=c++17"
 #endif
-// A preprocessor check, since the standard library may have no headers for the target.
+// The preprocessor checks this, since a static_assert would come too late: the standard library may have no
+// headers for the target.
 #ifndef __LP64__
 #error "libKvSelectContext does not support 32-bit targets: pointers and long have 64 bits"
 #endif
 
-// The visibility is default for the provider and for the user. The provider exports these names. So a
-// polymorphic class has one typeinfo and one vtable across library boundaries.
+// Names with KV_SEAM_API are visible both in the library that defines them and in the code that uses them. So
+// a polymorphic class has one typeinfo and one vtable across library boundaries.
 #define KV_SEAM_API __attribute__((visibility("default")))

@@ -36,7 +36,7 @@ constexpr GxErrorStatus kOpenOtherwise =
 
 // ---- Drawing objects
 
-// The contents of a path at one moment. The path itself may be destroyed.
+// A copy of the ids and the part of a path. The copy stays valid when the path is destroyed.
 struct PathContents {
     MallocVector<GxDbObjectId> ids;
     GxDbSubentId part;
@@ -45,11 +45,12 @@ KV_SEAM_API PathContents contentsOf(const GxDbFullSubentPath& path);
 KV_SEAM_API bool operator==(const PathContents& a, const PathContents& b);
 KV_SEAM_API bool operator!=(const PathContents& a, const PathContents& b);
 
-// An entity that records its highlighted parts, so that an application can draw them. Applications derive
-// from it. A plain Entity is enough to get an id.
+// An entity that records its highlighted parts, so that an application can draw these parts. Applications
+// derive their entities from Entity. An application that needs no more than an id can use Entity itself.
 //
 // Invariants:
-//  1. highlights() lists each successful highlight that no unhighlight has ended, oldest first.
+//  1. highlights() lists each successful call of highlight() whose highlight unhighlight() has not ended,
+//     oldest first.
 //  2. The objects are in memory from malloc. MallocAllocator explains why.
 //
 // Thread safety: an entity belongs to one thread at a time.
@@ -68,8 +69,8 @@ public:
     // Adds one highlight. Equal highlights are counted separately.
     GxErrorStatus highlight(const GxDbFullSubentPath& path, bool entityFlag) const override;
 
-    // Ends the newest highlight of an equal path. The flag is not compared. Does nothing if there is no such
-    // highlight.
+    // Ends the newest highlight of an equal path. Does not compare `entityFlag`. Does nothing if there is no
+    // such highlight.
     GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const override;
 
     const MallocVector<Highlight>& highlights() const noexcept;
@@ -78,7 +79,7 @@ private:
     mutable MallocVector<Highlight> mHighlights;
 };
 
-// An object that cannot be drawn, such as a layer. It does not open as an entity.
+// An object that cannot be drawn, such as a layer. gxdbOpenObject() does not open such an object.
 //
 // Invariant: the objects are in memory from malloc. MallocAllocator explains why.
 //
@@ -106,26 +107,26 @@ public:
 
     static constexpr std::size_t kDefaultCapacity = std::size_t{1} << 24;
 
-    // `capacity` is the largest number of ids. The constructor reserves address space for them. Memory is
-    // taken as ids are issued. Throws std::bad_alloc if there is no address space.
+    // `capacity` is the largest number of ids. The constructor reserves address space for that many ids.
+    // Memory is taken when ids are issued. Throws std::bad_alloc if there is no address space.
     explicit Database(std::size_t capacity = kDefaultCapacity);
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
     ~Database();
 
     // Adds an object and issues its id. The database owns the object. findByName() finds the first object of
-    // a name. An object with an empty name has no name. Throws std::invalid_argument for null, and
-    // std::length_error beyond the capacity.
+    // a name. An empty name counts as no name. Throws std::invalid_argument for null, and std::length_error
+    // if the database has issued `capacity` ids.
     GxDbObjectId add(std::unique_ptr<GxDbObject> object, std::string_view name = {});
 
     // Adds a new plain Entity.
     GxDbObjectId addEntity(std::string_view name = {});
 
-    // Issues an id for non-resident entities. Each opening calls the factory for a new entity. The opener
-    // deletes that entity.
+    // Issues an id for non-resident entities. Each opening calls the factory to make a new entity. The code
+    // that opens the entity deletes it.
     GxDbObjectId addNonResident(Factory factory, std::string_view name = {});
 
-    // Issues an id for non-resident plain entities.
+    // Issues an id for non-resident objects of class Entity.
     GxDbObjectId addNonResident(std::string_view name = {});
 
     // Issues an id without an object.
@@ -134,11 +135,12 @@ public:
     // Returns the number of ids issued so far, including those of erased and invalid objects.
     std::size_t size() const noexcept;
 
-    // Returns the id at position i in the order of issue. Throws std::out_of_range beyond the last.
+    // Returns the id that was issued as number i, counted from 0. Throws std::out_of_range if fewer ids were
+    // issued.
     GxDbObjectId idAt(std::size_t i) const;
 
-    // Handles ascend from 1 in the order of issue. The null id and an id of another database have handle 0.
-    // For an unknown handle or name, the null id is returned.
+    // Handles ascend from 1 in the order in which ids are issued. The null id and an id of another database
+    // have the handle 0. For an unknown handle or name, the functions return the null id.
     std::uint64_t handleOf(GxDbObjectId id) const noexcept;
     GxDbObjectId findByHandle(std::uint64_t handle) const noexcept;
     std::string_view nameOf(GxDbObjectId id) const;
@@ -151,20 +153,21 @@ public:
     // Returns the resident entity of an id, or null if there is none.
     GxDbEntity* entity(GxDbObjectId id) const noexcept;
 
-    // The following functions take an id of this database. Throws std::invalid_argument for any other id.
+    // The following functions take an id of this database. They throw std::invalid_argument for any other id.
 
     void erase(GxDbObjectId id);
     void unerase(GxDbObjectId id);
     bool isErased(GxDbObjectId id) const;
 
-    // Makes the id invalid, so that it no longer opens. Its object lives until the database is destroyed.
+    // Makes the id invalid, so that gxdbOpenObject() no longer opens its object. Its object lives until the
+    // database is destroyed.
     void invalidate(GxDbObjectId id);
 
-    // Makes every opening of the id return this status. `yieldsObject` makes the opening also return the
-    // object.
+    // Makes every gxdbOpenObject() of the id return this status. If `yieldsObject` is true, gxdbOpenObject()
+    // also returns the object.
     void forceOpenStatus(GxDbObjectId id, GxErrorStatus status, bool yieldsObject = false);
 
-    // Ends the forced status.
+    // Ends the effect of forceOpenStatus() for the id.
     void allowOpen(GxDbObjectId id);
 
     // Returns the number of current openings of the object. Non-resident objects are not counted.
@@ -176,23 +179,24 @@ private:
 
 // ---- Switches
 
-// Makes two distinct ids equal. Both then have the place of the lower one in the order of ids.
-// The relation is transitive. One of the ids may be null.
+// Makes two distinct ids equal. Both ids then have the place of the lower id in the order of ids. Ids that
+// were made equal to either id before are then equal to both. One of the ids may be null.
 KV_SEAM_API void makeEqual(GxDbObjectId a, GxDbObjectId b);
 
-// Turns the counts of id comparisons on or off. Both reset them. Every function of the counts may be called
-// on any thread. The counts order no threads.
+// Starts or stops counting the comparisons of ids, and sets both counts to 0. This function and the counts
+// may be called on any thread. They do not synchronise threads.
 KV_SEAM_API void countIdComparisons(bool on) noexcept;
 KV_SEAM_API long idEqualityCalls() noexcept; // of c5ObjIdIsEqualTo
 KV_SEAM_API long idOrderCalls() noexcept;    // of c5ObjIdIsLessThan
 
-// The exception of the following switches. They throw it by value.
+// The exception that the following switches throw, by value.
 struct KV_SEAM_API PlatformFailure {
     long call; // the number that was passed to the switch
 };
 
-// Make the nth call from now on throw a PlatformFailure. 1 is the next call. 0 turns the switch off. Later
-// calls do not throw. Calls of highlight and unhighlight of all entities count together.
+// Make the nth call from now on throw a PlatformFailure. If `nth` is 1, the next call throws. 0 turns the
+// switch off. The calls after the nth call do not throw. Calls of highlight and unhighlight of all entities
+// count together.
 KV_SEAM_API void throwFromHighlight(long nth) noexcept;
 KV_SEAM_API void throwFromPathCopy(long nth) noexcept;       // copy construction
 KV_SEAM_API void throwFromPathAssignment(long nth) noexcept; // copy assignment
@@ -204,8 +208,9 @@ struct HighlightCall {
     bool on; // false: an unhighlight
 };
 
-// Installs a callback for every highlight and unhighlight that reaches GxDbEntity. An empty function removes
-// the callback. The callback runs after the call is logged. The call throws what the callback throws.
+// Installs a callback for every highlight and unhighlight that reaches GxDbEntity. An empty `callback`
+// removes the installed callback. The callback is called after the highlight was logged. highlight() and
+// unhighlight() throw what the callback throws.
 KV_SEAM_API void onHighlight(std::function<void(const HighlightCall&)> callback);
 
 // ---- Counts and logs
@@ -245,7 +250,7 @@ struct DatabaseEvent {
 // Returns the calls that were made while logging was on, oldest first.
 KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents();
 
-// Returns those calls of one kind.
+// Returns the calls of one kind that were made while logging was on, oldest first.
 KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents(DatabaseCall call);
 
 struct NameKeyCall {
@@ -258,8 +263,8 @@ struct NameKeyCall {
 // Returns the calls of gxdbInitGdsNameKey that were made while logging was on, oldest first.
 KV_SEAM_API MallocVector<NameKeyCall> nameKeyCalls();
 
-// Turns all switches of the four libraries off and empties all logs. Ends forced statuses. Changes nothing
-// else in the databases.
+// Turns all switches of the four libraries off and empties all logs. Ends the effect of every
+// forceOpenStatus(). Changes nothing else in the databases.
 KV_SEAM_API void resetAll();
 
 } // namespace kvinmemory

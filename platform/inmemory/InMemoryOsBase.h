@@ -4,7 +4,7 @@
 // malloc, and nothing is logged.
 //
 // Thread safety: every function except resetOsBase() may be called on any thread. The counts are exact after
-// the threads that do the counted work have been joined.
+// all threads whose calls are counted were joined.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -58,7 +58,7 @@ bool operator!=(const MallocAllocator<T>&, const MallocAllocator<U>&) noexcept {
 template <class T>
 using MallocVector = std::vector<T, MallocAllocator<T>>;
 
-// Former names of the two templates. Existing code uses them.
+// Former names of MallocAllocator and MallocVector, which existing code uses.
 template <class T>
 using BookAllocator = MallocAllocator<T>;
 template <class T>
@@ -66,7 +66,7 @@ using BookVector = MallocVector<T>;
 
 // ---- The order of events
 
-// Turns the logs of all four libraries on or off. Logs that are turned off keep their events.
+// Turns the logs of all four libraries on or off. A log that is turned off keeps its events.
 KV_SEAM_API void setLogging(bool on) noexcept;
 KV_SEAM_API bool isLogging() noexcept;
 
@@ -75,14 +75,15 @@ KV_SEAM_API std::uint64_t nextSequence() noexcept;
 
 // ---- Memory
 
-// Turns the allocation tracker on or off. Both reset its counts.
-// The tracker counts every block and checks every _kvFree. A pointer that is not a live block counts as a
-// double free or a foreign free, and is not freed.
-// Blocks that were allocated before are foreign. So turn the tracker on before the tracked work allocates.
+// Turns the allocation tracker on or off, and sets its counts to 0. The tracker counts every block and checks
+// every _kvFree. A pointer that is not a live block counts as a double free or a foreign free, and is not
+// freed. A block that was allocated before trackMemory(true) counts as foreign. So turn the tracker on before
+// the tracked work allocates.
 KV_SEAM_API void trackMemory(bool on);
 KV_SEAM_API bool isTrackingMemory() noexcept;
 
-// Return the counts since tracking was turned on. A call that fails counts as a call, not as a block.
+// Return the counts since the last trackMemory(). A call of _kvMalloc that fails counts as a call, but not as
+// a block.
 KV_SEAM_API long mallocCalls();
 KV_SEAM_API long mallocCallsOfSize(std::size_t bytes);
 KV_SEAM_API long freeCalls(); // does not count calls with null
@@ -97,11 +98,11 @@ KV_SEAM_API bool isLiveBlock(const void* memory);
 
 enum class FailureMode { Once, FromThenOn };
 
-// Makes the nth call of _kvMalloc from now on return null. 1 is the next call. In the mode FromThenOn, all
-// later calls fail, too. The switch works with and without tracking.
+// Makes the nth call of _kvMalloc from now on return null. If `nth` is 1, the next call fails. In the mode
+// FromThenOn, all later calls fail, too. failMalloc() works with and without tracking.
 KV_SEAM_API void failMalloc(long nth, FailureMode mode) noexcept;
 
-// Ends the failures. failedMallocs() still returns their number.
+// Ends the effect of failMalloc(). failedMallocs() still returns the number of failures.
 KV_SEAM_API void allowMalloc() noexcept;
 
 // Returns the number of injected failures since the last failMalloc().
@@ -146,8 +147,8 @@ struct LockCall {
 KV_SEAM_API MallocVector<LockCall> lockCalls();
 
 // Turns the switches of this library off and empties its logs. The sequence starts again at 1.
-// gpEmptyVectorData points to the empty block again. The count of the block does not change. No other thread
-// may construct a vector during the call.
+// gpEmptyVectorData points to the empty block again. The `refCount` of the empty block does not change. No
+// other thread may construct a vector during the call.
 KV_SEAM_API void resetOsBase();
 
 } // namespace kvinmemory

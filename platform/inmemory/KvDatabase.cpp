@@ -33,7 +33,8 @@ void makeEqual(GxDbObjectId a, GxDbObjectId b) {
 
 namespace {
 
-// Not inlined, so that a comparison stays short while no ids are equal.
+// haveEqualLowest() and hasLessLowest() are not inlined, so that a comparison of ids stays short while
+// makeEqual() was not called.
 [[gnu::noinline, gnu::cold]] bool haveEqualLowest(const GxDbStub* a, const GxDbStub* b) noexcept {
     return gEqualIds.lowest(a) == gEqualIds.lowest(b);
 }
@@ -46,7 +47,7 @@ bool isEqual(const GxDbStub* a, const GxDbStub* b) noexcept {
     return a == b || (!gEqualIds.isEmpty() && haveEqualLowest(a, b));
 }
 
-// Relaxed accesses: the counts must not order the threads that compare.
+// Accesses to the counts are relaxed, so that counting does not synchronise threads that compare ids.
 std::atomic<bool> gCountsComparisons{false};
 std::atomic<long> gEqualityCalls{0};
 std::atomic<long> gOrderCalls{0};
@@ -141,12 +142,13 @@ namespace kvinmemory {
 
 namespace {
 
-// Relaxed accesses, since the counter must not order the threads whose paths it counts.
+// gLivePaths is counted by relaxed accesses, so that counting does not synchronise threads that make or
+// destroy paths.
 std::atomic<long> gLivePaths{0};
 detail::NthCallTrigger gPathCopyFailure;
 detail::NthCallTrigger gPathAssignmentFailure;
 
-// Counts one call, and throws if it is the nth.
+// Counts one call, and throws a PlatformFailure if this call is the nth.
 void throwAtNthCall(detail::NthCallTrigger& trigger) {
     if (trigger.countCall() == 0)
         throw PlatformFailure{trigger.nth()};
@@ -300,7 +302,7 @@ GxErrorStatus handleHighlight(const HighlightCall& call) {
         gEvents.append(std::move(event));
     }
     throwAtNthCall(gHighlightFailure);
-    // A copy of the pointer: the callback may set another callback while it runs.
+    // Copies the pointer, since the callback may call onHighlight() while it runs.
     const std::shared_ptr<const HighlightCallback> callback = gHighlightCallback;
     if (callback != nullptr)
         (*callback)(call);

@@ -17,7 +17,8 @@ constexpr int kTranslation = 3; // the column of the translation
 
 detail::EventLog<MatrixComparison> gComparisons;
 
-// An infinite entry is near only the same infinity. An entry that is not a number is near nothing.
+// Returns whether two entries are equal within the tolerance. An infinity is near only the same infinity. NaN
+// is near nothing.
 bool isNear(double a, double b, double tolerance) {
     return a == b || std::fabs(a - b) <= tolerance;
 }

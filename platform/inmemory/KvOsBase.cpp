@@ -243,7 +243,8 @@ RecordedException describe(const KvException* exception) {
 
 // A crash recorder that logs every exception.
 //
-// Invariant: the log has a description of each exception and never dereferences its pointer.
+// Invariant: the log has a description of each exception, and does not dereference the pointer to the
+// exception later.
 //
 // Thread safety: every function may be called on any thread.
 class LoggingRecorder : public IKvCrashRecorder {

@@ -12,8 +12,8 @@ namespace kvinmemory::detail {
 //
 // Invariants:
 //  1. A block is live from recordAllocation() to recordFree().
-//  2. mBlocks keeps a freed block until a new allocation has the same address. So a second free of the block
-//     is not mistaken for a foreign free.
+//  2. mBlocks has a freed block until a new allocation gets the same address. So a second free of the block
+//     counts as a double free, not as a foreign free.
 //  3. mCounts and mSizes are the sums over all events since reset().
 //
 // Thread safety: every function may be called on any thread. One mutex guards all members.
@@ -35,8 +35,8 @@ public:
     void recordCall(std::size_t bytes);
     void recordAllocation(const void* memory, std::size_t bytes);
 
-    // Returns whether the block was live. If it was not, the pointer is a wrong free, and the caller must not
-    // pass it to free().
+    // Returns whether the block was live. If the block was not live, the caller must not pass `memory` to
+    // free().
     bool recordFree(const void* memory);
 
     bool isLive(const void* memory) const;

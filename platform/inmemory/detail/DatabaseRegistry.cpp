@@ -9,8 +9,9 @@ namespace kvinmemory::detail {
 
 namespace {
 
-// A static object of a program or a plug-in may be a database. So the registry must live longer. The loader
-// constructs this library's objects before those of the library's users, and destroys them after those.
+// A static object of a program or a plug-in may be a database. So the registry must live longer than static
+// objects of other libraries. It does, since the loader constructs the static objects of this library before
+// those of the library's users, and destroys them after those of the users.
 DatabaseRegistry gRegistry;
 
 } // namespace

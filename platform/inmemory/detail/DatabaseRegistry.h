@@ -16,7 +16,7 @@ class ObjectTable;
 // Invariant: the registry lists each existing object table once.
 //
 // Thread safety: every function may be called on any thread. While one thread looks a table up, no other
-// thread destroys it.
+// thread may destroy that table.
 class DatabaseRegistry {
 public:
     void add(ObjectTable* table);

@@ -19,7 +19,8 @@ namespace kvinmemory::detail {
 // Thread safety: every function may be called on any thread.
 class EqualIds {
 public:
-    // Returns true while no ids have been made equal. Comparisons of ids call it first. It takes no lock.
+    // Returns true while no ids have been made equal. Comparisons of ids call isEmpty() first. isEmpty()
+    // takes no lock.
     bool isEmpty() const noexcept { return !mAny.load(std::memory_order_relaxed); }
 
     // Unites the sets of two ids.

@@ -24,7 +24,7 @@ public:
         mEvents.push_back(std::move(event));
     }
 
-    // Returns a copy, oldest event first.
+    // Returns a copy of the events, oldest first.
     MallocVector<Event> events() const {
         const std::lock_guard<std::mutex> guard(mMutex);
         return mEvents;

@@ -16,10 +16,11 @@
 // on the thread that uses the database.
 class GxDbStub {
 public:
-    // Adds a reader or the writer. Returns false, and adds nothing, if the current openings exclude it.
+    // Opens the object for a reader or for the writer. Returns false, and does nothing, if invariant 2
+    // forbids another opening in this mode.
     bool open(GxDb::OpenMode mode) noexcept;
 
-    // Ends one opening. Returns whether there was one.
+    // Ends one opening. Returns whether there was an opening to end.
     bool close() noexcept;
 
     int openCount() const noexcept;

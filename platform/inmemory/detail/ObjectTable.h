@@ -17,11 +17,12 @@ namespace kvinmemory::detail {
 // Invariants:
 //  1. The database registry lists the table from its construction to its destruction.
 //  2. The table owns the objects of its stubs. Its destructor closes and deletes them.
-//  3. mFactories and mForcedStatuses have entries exactly for the stubs whose flags are set.
+//  3. mFactories has entries exactly for the stubs with `hasFactory`, and mForcedStatuses for those with
+//     `hasForcedStatus`.
 //  4. mNames has an entry for each named stub. mIdsByName has the first id of each name.
 //
-// Thread safety: open() and stubs() may be called on any thread while no other thread edits the table. The
-// other functions belong to the thread that uses the database.
+// Thread safety: open() and stubs() may be called on any thread while no other thread edits the table. Only
+// the thread that uses the database may call the other functions.
 class ObjectTable {
 public:
     explicit ObjectTable(std::size_t capacity);

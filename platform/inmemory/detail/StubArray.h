@@ -12,11 +12,11 @@ namespace kvinmemory::detail {
 //
 // Invariants:
 //  1. A stub never moves. It lives until the array is destroyed.
-//  2. The addresses ascend in the order of the append() calls. The order of ids relies on it.
-//  3. The first mCommittedBytes of the reservation are readable and writable. They cover all stubs.
+//  2. The addresses ascend in the order of the append() calls. The order of ids relies on this order.
+//  3. The first mCommittedBytes of the reservation are readable and writable. All stubs are in these bytes.
 //
-// Thread safety: append() belongs to the thread that uses the database. The other functions may be called on
-// any thread.
+// Thread safety: only the thread that uses the database may call append(). Any thread may call the other
+// functions.
 class StubArray {
 public:
     // Reserves address space and takes no memory. Throws std::bad_alloc if there is no address space.
@@ -25,7 +25,8 @@ public:
     StubArray& operator=(const StubArray&) = delete;
     ~StubArray();
 
-    // O(1). Throws std::length_error beyond the capacity, std::bad_alloc if there is no memory.
+    // Appends a new stub and returns that stub. Throws std::length_error if the array is full, and
+    // std::bad_alloc if there is no memory. O(1).
     GxDbStub& append();
 
     std::size_t size() const noexcept { return mSize.load(std::memory_order_acquire); }

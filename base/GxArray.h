@@ -62,7 +62,7 @@ public:
     int growLength() const noexcept { return mGrowLength; }
 
     // Sets the number of elements. A negative number counts as 0. Storage never shrinks. Storage that is too
-    // small doubles if it has less than 64 KB. Otherwise it grows by 64 KB. It grows by at least growLength()
+    // small doubles if it has less than 64 KB, and otherwise grows by 64 KB, but by at least growLength()
     // elements. O(1) if there is room, otherwise O(length).
     void setLogicalLength(int n) {
         n = std::max(n, 0);

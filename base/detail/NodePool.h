@@ -16,9 +16,8 @@
 
 namespace kvdetail {
 
-// Under the address sanitizer, a freed node is poisoned and not reused. It depends only on the code that
-// frees the node whether the node is poisoned. So a sanitized program works with a library that is not
-// sanitized.
+// Under the address sanitizer, a freed node is poisoned and not reused. A node is poisoned if the code that
+// frees the node is sanitized. So a sanitized program works with a library that is not sanitized.
 #if KV_ADDRESS_SANITIZER
 constexpr bool kReusesNodes = false;
 inline void poison(void* node, std::size_t bytes) noexcept {

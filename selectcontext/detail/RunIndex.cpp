@@ -42,7 +42,8 @@ std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const
         entries.push_back(entry);
         records.push_back(record);
     }
-    // Not std::make_shared(), which adds a symbol that keeps the library from being unloaded.
+    // std::make_shared() would add a symbol that keeps the library from being unloaded. So this code does not
+    // use it.
     std::unique_ptr<RunIndex> run(
         new RunIndex(first, keys, records.size(),
                      other ? other->mIds : std::shared_ptr<EqualIds>(new EqualIds(records.size()))));

@@ -169,8 +169,9 @@ public:
     // freed.
     T undoAppend();
 
-    // The end of the store when mark() was called. A mark stays valid when elements are appended or removed.
-    // Only a removeSlot() that empties and keeps the tail page makes the mark invalid. mark() is O(1).
+    // The end of the store when mark() was called. Appending and removing leave a mark valid, with one
+    // exception: a removeSlot() with `freeEmptyPage` false that takes the last element of the tail page.
+    // mark() is O(1).
     struct Mark {
         std::uint32_t ordinal;
         const Slot* fillEnd;

@@ -77,8 +77,8 @@ void fill(Set& set, const Items& items) {
         set.select(pick);
 }
 
-// Returns the distance between two positions that are looked up. The distance is 1, or more for a contender
-// that counts through a list to find a position.
+// Returns by how much the position rises from one look-up to the next: 1, or about count / kMostAsked for a
+// contender that counts through a list to find a position.
 template <class Set>
 std::size_t stepFor(std::size_t count) {
     constexpr std::size_t kMostAsked = 20;

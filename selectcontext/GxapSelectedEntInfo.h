@@ -91,8 +91,9 @@ public:
     void setBTRMatPtr(const GxGeMatrix3d* matrix);
     void ReleaseBTRMatPtr();
 
-    // The offset of a field among the fields, by the presence bits of the fields before it. The last two
-    // entries belong to a third field that does not exist.
+    // smEDataOffsetTable has the offset of the matrix in the block's fields, in bytes. Its index is the
+    // presence bit of the fence info. Entries 2 and 3 are not used: with entries 0 and 1, they would give the
+    // offset of a third field. smEDataTypeSizeTable has the sizes of the fence and the matrix field.
     static const std::uint16_t smEDataOffsetTable[4];
     static const std::uint16_t smEDataTypeSizeTable[2];
 

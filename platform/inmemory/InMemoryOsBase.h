@@ -146,7 +146,7 @@ struct LockCall {
 // Returns the calls of lock and unlock that were made while logging was on, oldest first.
 KV_SEAM_API MallocVector<LockCall> lockCalls();
 
-// Turns the switches of this library off and empties its logs. The sequence starts again at 1.
+// Turns the switches of this library off and empties its logs. nextSequence() starts again at 1.
 // gpEmptyVectorData points to the empty block again. The `refCount` of the empty block does not change. No
 // other thread may construct a vector during the call.
 KV_SEAM_API void resetOsBase();

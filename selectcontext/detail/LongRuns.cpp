@@ -60,8 +60,8 @@ bool LongRuns::isFollowing(const DataMap& map) noexcept {
     return false;
 }
 
-// A RunIndex has only one stub of its main id. So if the new entry has another stub than the entry before,
-// deletes the indexes of the run.
+// All entries in a RunIndex have the same stub. So if the entry before has an equal id, but another stub than
+// the new entry, deletes the run indexes of that stub.
 void LongRuns::noteAdded(const DataMap& map, RunIndex::Entry entry, const selected_entity& record) noexcept {
     const GxDbStub* const stub = entry->first.stub();
     if (entry != map.begin()) {

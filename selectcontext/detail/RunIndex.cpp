@@ -42,11 +42,10 @@ std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const
         entries.push_back(entry);
         records.push_back(record);
     }
-    // std::make_shared() would add a symbol that keeps the library from being unloaded. So this code does not
-    // use it.
-    std::unique_ptr<RunIndex> run(
-        new RunIndex(first, keys, records.size(),
-                     other ? other->mIds : std::shared_ptr<EqualIds>(new EqualIds(records.size()))));
+    // std::make_shared() would add a symbol that keeps the library from being unloaded.
+    std::shared_ptr<EqualIds> ids =
+        other ? other->mIds : std::shared_ptr<EqualIds>(std::make_unique<EqualIds>(records.size()));
+    std::unique_ptr<RunIndex> run(new RunIndex(first, keys, records.size(), std::move(ids)));
     run->mLast = last;
     if (!other)
         run->addSubIds(records);

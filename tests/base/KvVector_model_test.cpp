@@ -132,7 +132,7 @@ private:
         makePrivate(actor, kept);
     }
 
-    // Changes the length of vector and model, and gives new elements their values at once.
+    // Changes the length of the vector and of its model, and writes the next numbers to the new elements.
     void setLength(std::size_t actor, int n) {
         const int before = length(actor);
         mVectors[actor].setLogicalLength(n);

@@ -17,8 +17,8 @@ using MallocMap =
 
 using MallocString = std::basic_string<char, std::char_traits<char>, MallocAllocator<char>>;
 
-// allocateObject() and deallocateObject() are for the operators new and delete of a class. Throws
-// std::bad_alloc if there is no memory.
+// Take and free the memory of an object, for the operators new and delete of its class. allocateObject()
+// throws std::bad_alloc if there is no memory.
 inline void* allocateObject(std::size_t bytes) {
     return MallocAllocator<char>().allocate(bytes);
 }

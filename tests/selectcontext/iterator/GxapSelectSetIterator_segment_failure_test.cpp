@@ -1,5 +1,5 @@
-// Edits highlight segments while each allocation fails in turn. Nothing leaks. A failed edit either changes
-// nothing or is complete.
+// Edits highlight segments while each allocation fails in turn. Nothing leaks. An edit that throws changes
+// nothing, and an edit that returns is complete. Clearing the segments needs no memory.
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 

@@ -1,4 +1,5 @@
-// Tests named sets on a platform that throws when it sets word 1 of a name.
+// Tests named sets on a platform whose gxdbInitGdsNameKey() throws. That function completes the two-word name
+// of a set.
 
 #include "tests/selectcontext/support/SetTestSupport.h"
 

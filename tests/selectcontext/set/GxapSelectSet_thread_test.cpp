@@ -91,8 +91,8 @@ TEST_F(SharedDataThreads, AllHoldersReadAndThenDropTheDataAtTheSameTime) {
         source.reset();
 
         onThreads(kThreads, [&](std::size_t n) {
-            // The last thread to release the data destroys it. Only the release of the data by the other
-            // threads orders their reads before the destruction.
+            // The thread that drops the last handle destroys the data. Nothing but the reference count makes
+            // the reads of the other threads happen before that.
             EXPECT_EQ(sumOfMarkers(*handles[n]), 6u);
             EXPECT_EQ(handles[n]->find(id(2), id(102), 2L), 1);
             handles[n].reset();

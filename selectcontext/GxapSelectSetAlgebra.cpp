@@ -264,7 +264,7 @@ void removeInOrder(SSetData& data, const IdBatch& batch) {
     IdIndex& index = indexOf(data);
     index.expectErasures();
     IdIndex::Entry place = index.begin();
-    for (const IdBatch::Item* first = batch.begin(); first != batch.end() && data.entityCount != 0;) {
+    for (const IdBatch::Item* first = batch.begin(); first != batch.end();) {
         const IdBatch::Item* const last = batch.endOfId(first);
         const GxDbObjectId id = first->id();
         IdIndex::Run run = index.findFrom(place, id);
@@ -311,10 +311,16 @@ bool sortRecords(const std::vector<const selected_entity*>& records, IdBatch& ba
     return batch.sort();
 }
 
+// Returns whether the set has at most as many items as it counts. Removing one item after the other ends when
+// the count is 0. A caller may have made the count too small. Then the order of the removals matters.
+bool areAllCounted(const SSetData& data) {
+    return indexOf(data).size() <= data.entityCount && data.entities->occupiedSlots() <= data.entityCount;
+}
+
 // Removes the records of `taken` from the set. Returns false, and does nothing, if sorting the records does
 // not save time or is impossible.
 bool removeInBulk(GxapSSetWriteAccessor& set, const SSetData& taken) {
-    if (!isSortingWorthIt(*set.sharedData, taken))
+    if (!isSortingWorthIt(*set.sharedData, taken) || !areAllCounted(*set.sharedData))
         return false;
     IdBatch batch;
     try {

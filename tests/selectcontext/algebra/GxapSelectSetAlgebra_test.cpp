@@ -432,6 +432,23 @@ TEST_F(Minus, MakesTheDifference) {
     EXPECT_EQ(leftRecords({&target, &a.set, &b.set}), 2u);
 }
 
+// The records of the second set are removed in its order, which is not that of the ids.
+TEST_F(Minus, EndsWhenACountThatACallerHasMadeTooSmallIsUsedUp) {
+    constexpr unsigned long kItems = 40;
+    GxapSelectSet a, b;
+    for (unsigned long n = kItems; n > 0; --n) {
+        kvtest::appendIds(a, n, 1);
+        kvtest::appendIds(b, n, 1);
+    }
+    a.sharedData->entityCount = 3;
+    edit(a).minus(&a, &b);
+    EXPECT_EQ(count(a), 0u);
+    EXPECT_EQ(a.sharedData->dataMap.size(), kItems - 3);
+    for (unsigned long n = 1; n <= kItems; ++n)
+        EXPECT_EQ(a.sharedData->dataMap.count(id(n)), n <= kItems - 3 ? 1u : 0u) << n;
+    a.sharedData->entityCount = kItems - 3;
+}
+
 TEST_F(Minus, ReplacesWhatTheTargetHeld) {
     const SetOf a{{1}, {2}}, b{{2}};
     SetOf target{{8}, {1, 1}};

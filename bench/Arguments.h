@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <regex>
 #include <vector>
 
 namespace kvbench {
@@ -29,6 +31,16 @@ inline Sizes sizesOf(const char* list) {
             return sizes;
         at = next;
     }
+}
+
+// Calls run(argc, argv), which may throw for the --filter of the command line. Returns the exit code of the
+// program `name`.
+template <class Run>
+int runProgram(const char* name, Run run, int argc, char** argv) try {
+    return run(argc, argv);
+} catch (const std::regex_error& error) {
+    std::fprintf(stderr, "%s: --filter: %s\n", name, error.what());
+    return 2;
 }
 
 } // namespace kvbench

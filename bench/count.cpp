@@ -135,9 +135,6 @@ int run(int argc, char** argv) {
 } // namespace
 } // namespace kvbench
 
-int main(int argc, char** argv) try {
-    return kvbench::run(argc, argv);
-} catch (const std::regex_error& error) {
-    std::fprintf(stderr, "kv_count: --filter: %s\n", error.what());
-    return 2;
+int main(int argc, char** argv) {
+    return kvbench::runProgram("kv_count", kvbench::run, argc, argv);
 }

@@ -151,13 +151,11 @@ void IdIndex::changePath(const Store::Slot* slot, const KvVector<GxDbObjectId>& 
 }
 
 const RunIndex* IdIndex::makeRunIndexFor(const ItemKeys& keys, const Run& first) const noexcept {
-    const GxDbStub* const stub = first.entry->first.stub();
     const RunIndex::Keys wanted = RunIndex::keysFor(keys);
-    if (!kHasRunIndex || !mData.entities || !mLongRuns.canAdd(mMap) || mLongRuns.find(mMap, stub, wanted))
+    if (!kHasRunIndex || !mData.entities || !mLongRuns.canAdd(mMap) ||
+        mLongRuns.find(mMap, first.entry->first.stub(), wanted))
         return nullptr;
-    const RunIndex* const other = mLongRuns.find(mMap, stub, RunIndex::other(wanted));
-    return usable(mLongRuns.add(mMap, RunIndex::build(mMap, first.entry, *mData.entities, wanted, other)),
-                  keys);
+    return usable(mLongRuns.add(mMap, RunIndex::build(mMap, first.entry, *mData.entities, wanted)), keys);
 }
 
 // If mNodes has exactly the nodes of the map, frees the chunks of mNodes without reading the nodes, since

@@ -23,13 +23,13 @@ std::uint32_t keyOf(std::uint64_t hash, long marker) noexcept {
 
 } // namespace
 
-RunIndex::RunIndex(Entry first, Keys keys, std::size_t items, std::shared_ptr<EqualIds> ids)
-    : mMainStub(first->first.stub()), mLast(first), mKeys(keys), mIds(std::move(ids)), mChains(items) {
+RunIndex::RunIndex(Entry first, Keys keys, std::size_t items)
+    : mMainStub(first->first.stub()), mLast(first), mKeys(keys), mIds(items), mChains(items) {
     mItems.reserve(items);
 }
 
-std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const Store& store, Keys keys,
-                                          const RunIndex* other) noexcept try {
+std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const Store& store,
+                                          Keys keys) noexcept try {
     Entry last = first;
     std::vector<Entry> entries;
     std::vector<const selected_entity*> records;
@@ -42,23 +42,11 @@ std::unique_ptr<RunIndex> RunIndex::build(const DataMap& map, Entry first, const
         entries.push_back(entry);
         records.push_back(record);
     }
-    // std::make_shared() would add a symbol that keeps the library from being unloaded.
-    std::shared_ptr<EqualIds> ids =
-        other ? other->mIds : std::shared_ptr<EqualIds>(std::make_unique<EqualIds>(records.size()));
-    std::unique_ptr<RunIndex> run(new RunIndex(first, keys, records.size(), std::move(ids)));
+    std::unique_ptr<RunIndex> run(new RunIndex(first, keys, records.size()));
     run->mLast = last;
-    if (!other)
-        run->addSubIds(records);
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        const selected_entity& record = *records[i];
-        const std::optional<Hash> hash = other ? run->hashOfEquals(record.subEntId, &record.nestedEntFullPath)
-                                               : run->addIds(record.subEntId, record.nestedEntFullPath);
-        // `other->mIds` lacks an id of the record. Other readers may be using `other->mIds`, so the id must
-        // not be added there. So the index is built again with an EqualIds of its own.
-        if (!hash)
-            return build(map, first, store, keys, nullptr);
-        run->add(entries[i], record, *hash);
-    }
+    run->addSubIds(records);
+    for (std::size_t i = 0; i < records.size(); ++i)
+        run->add(entries[i], *records[i]);
     return run;
 } catch (const std::bad_alloc&) {
     return nullptr;
@@ -75,21 +63,21 @@ void RunIndex::addSubIds(const std::vector<const selected_entity*>& records) {
     if (!batch.sort())
         return;
     for (const IdBatch::Item* item = batch.begin(); item != batch.end(); item = batch.endOfId(item))
-        mIds->add(item->id());
+        mIds.add(item->id());
 }
 
 bool RunIndex::noteAdded(Entry entry, const selected_entity& record) noexcept try {
     mLast = entry;
     if (entry->first.stub() != mMainStub)
         return false;
-    add(entry, record, addIds(record.subEntId, record.nestedEntFullPath));
+    add(entry, record);
     return true;
 } catch (const std::bad_alloc&) {
     return false;
 }
 
 // An erased item leaves its chain, but stays in mItems. Its ids stay in mIds, even if no other item has them.
-// They are freed with the last index that uses them.
+// They are freed with the index.
 bool RunIndex::noteErasing(Entry entry, const selected_entity* record) noexcept {
     if (!record || unlink(*record, [entry](const Item& item) { return item.entry == entry; }) == kNone)
         return false;
@@ -117,10 +105,11 @@ bool RunIndex::noteChangingPath(unsigned long address, const selected_entity& re
 }
 
 auto RunIndex::addIds(const GxDbObjectId& subId, const KvVector<GxDbObjectId>& path) -> Hash {
-    return *hashOf(subId, &path, [this](const GxDbObjectId& id) { return std::optional(mIds->add(id)); });
+    return *hashOf(subId, &path, [this](const GxDbObjectId& id) { return std::optional(mIds.add(id)); });
 }
 
-void RunIndex::add(Entry entry, const selected_entity& record, Hash hash) {
+void RunIndex::add(Entry entry, const selected_entity& record) {
+    const Hash hash = addIds(record.subEntId, record.nestedEntFullPath);
     if (mItems.size() >= kNone)
         throw std::bad_alloc();
     const auto number = static_cast<Number>(mItems.size());
@@ -219,7 +208,7 @@ auto RunIndex::hashOfStubs(const GxDbObjectId& subId, const KvVector<GxDbObjectI
 
 auto RunIndex::hashOfEquals(const GxDbObjectId& subId, const KvVector<GxDbObjectId>* path) const
     -> std::optional<Hash> {
-    return hashOf(subId, path, [this](const GxDbObjectId& id) { return mIds->find(id); });
+    return hashOf(subId, path, [this](const GxDbObjectId& id) { return mIds.find(id); });
 }
 
 auto RunIndex::chainsOf(const ItemKeys& keys, Hash hash) const -> Chains {

@@ -42,19 +42,13 @@ public:
         return keys.path ? Keys::kMarkerAndPath : Keys::kMarker;
     }
 
-    static Keys other(Keys keys) noexcept {
-        return keys == Keys::kMarker ? Keys::kMarkerAndPath : Keys::kMarker;
-    }
-
     // A look-up in a run of at most this many items walks through the run, and needs no index.
     static constexpr std::size_t kFewestItems = 64;
 
-    // Indexes the run of entries that begins at `first`. `other` must be null, or an index of the same run by
-    // other keys. If `other->mIds` has all ids of the items, the new index shares `other->mIds`. Returns null
-    // if two stubs name the main id, or if there is no memory. O(n), or O(n log n) if the order of the sub
-    // ids is not that of their stubs.
-    static std::unique_ptr<RunIndex> build(const DataMap& map, Entry first, const Store& store, Keys keys,
-                                           const RunIndex* other) noexcept;
+    // Indexes the run of entries that begins at `first`. Returns null if two stubs name the main id, or if
+    // there is no memory. O(n), or O(n log n) if the order of the sub ids is not that of their stubs.
+    static std::unique_ptr<RunIndex> build(const DataMap& map, Entry first, const Store& store,
+                                           Keys keys) noexcept;
 
     const GxDbStub* mainStub() const noexcept { return mMainStub; }
     Keys keys() const noexcept { return mKeys; }
@@ -129,7 +123,7 @@ private:
         std::size_t mCount = 0;
     };
 
-    RunIndex(Entry first, Keys keys, std::size_t items, std::shared_ptr<EqualIds> ids);
+    RunIndex(Entry first, Keys keys, std::size_t items);
 
     // Returns the hash of the stubs of the given ids. With this hash, a look-up finds items only if each stub
     // represents its object.
@@ -159,7 +153,7 @@ private:
 
     void addSubIds(const std::vector<const selected_entity*>& records);
     Hash addIds(const GxDbObjectId& subId, const KvVector<GxDbObjectId>& path);
-    void add(Entry entry, const selected_entity& record, Hash hash);
+    void add(Entry entry, const selected_entity& record);
     void noteMarker(long marker) noexcept;
     void link(Number number, std::uint32_t key);
 
@@ -174,7 +168,7 @@ private:
     const GxDbStub* mMainStub;
     Entry mLast; // the last entry of the run
     Keys mKeys;
-    std::shared_ptr<EqualIds> mIds; // the sub ids of all items, and the ids of paths
+    EqualIds mIds; // the sub ids of all items, and, if mKeys is Keys::kMarkerAndPath, the ids of their paths
     std::vector<Item> mItems;
     std::size_t mErased = 0;
     HashTable<std::uint32_t, Chain> mChains;

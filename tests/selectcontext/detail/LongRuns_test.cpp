@@ -58,7 +58,7 @@ protected:
     }
 
     std::unique_ptr<RunIndex> build(unsigned long main, Keys keys) const {
-        return RunIndex::build(map(), first(main), *data->entities, keys, nullptr);
+        return RunIndex::build(map(), first(main), *data->entities, keys);
     }
 
     const RunIndex* addRun(unsigned long main, Keys keys = Keys::kMarker) const {
@@ -218,7 +218,7 @@ TEST_F(LongRunsTest, IndexIsNotFoundForTheEntriesOfOtherData) {
 TEST_F(LongRunsTest, TakeNoIndexOfAMapWithoutAPool) {
     addItems(1, 100);
     const SSetData::DataMap plain(map().begin(), map().end());
-    auto run = RunIndex::build(plain, plain.begin(), *data->entities, Keys::kMarker, nullptr);
+    auto run = RunIndex::build(plain, plain.begin(), *data->entities, Keys::kMarker);
     EXPECT_EQ(runs->add(plain, std::move(run)), nullptr);
     EXPECT_FALSE(runs->isInUse());
 }

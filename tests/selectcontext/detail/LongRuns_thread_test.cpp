@@ -63,7 +63,7 @@ TEST_F(LongRunsThreads, OneOfTwoIndexesIsPublishedToBoth) {
         const RunIndex* published[2] = {};
         onThreads(2, [&](std::size_t n) {
             published[n] = runs.add(data.dataMap, RunIndex::build(data.dataMap, data.dataMap.begin(),
-                                                                  *data.entities, Keys::kMarker, nullptr));
+                                                                  *data.entities, Keys::kMarker));
         });
         ASSERT_NE(published[0], nullptr);
         EXPECT_EQ(published[0], published[1]);
@@ -81,8 +81,7 @@ TEST_F(LongRunsThreads, IndexesOfOneListArePublishedAtTheSameTime) {
         auto entry = data.dataMap.begin();
         for (unsigned long i = 0; i < kMany; ++i, ++entry) {
             if (i % 2 == n)
-                runs.add(data.dataMap,
-                         RunIndex::build(data.dataMap, entry, *data.entities, Keys::kMarker, nullptr));
+                runs.add(data.dataMap, RunIndex::build(data.dataMap, entry, *data.entities, Keys::kMarker));
         }
     });
     for (unsigned long n = 1; n <= kMany; ++n)

@@ -113,8 +113,8 @@ protected:
         return all;
     }
 
-    std::unique_ptr<RunIndex> build(Keys keys, const RunIndex* other = nullptr) const {
-        return RunIndex::build(map(), first(), *data->entities, keys, other);
+    std::unique_ptr<RunIndex> build(Keys keys) const {
+        return RunIndex::build(map(), first(), *data->entities, keys);
     }
 
     // Removes the entry from the map, and deletes the record of its item. Returns what noteErasing() returns.
@@ -201,8 +201,6 @@ TEST_F(RunIndexTest, KeysForALookUpHaveThePathIfThereIsOne) {
     const Path path;
     EXPECT_EQ(RunIndex::keysFor({id(1), id(2), 0, nullptr}), Keys::kMarker);
     EXPECT_EQ(RunIndex::keysFor({id(1), id(2), 0, &path}), Keys::kMarkerAndPath);
-    EXPECT_EQ(RunIndex::other(Keys::kMarker), Keys::kMarkerAndPath);
-    EXPECT_EQ(RunIndex::other(Keys::kMarkerAndPath), Keys::kMarker);
 }
 
 TEST_P(RunIndexByKeys, FindsTheFirstItemWithTheKeys) {
@@ -298,8 +296,8 @@ TEST_F(RunIndexTest, EndIsNotThatOfALastEntryThatWasErased) {
 
 TEST_F(RunIndexTest, EndOfTheLastRunIsThatOfTheMap) {
     addSubs(100);
-    const auto run = RunIndex::build(map(), std::as_const(map()).find(id(kMain + 1)), *data->entities,
-                                     Keys::kMarker, nullptr);
+    const auto run =
+        RunIndex::build(map(), std::as_const(map()).find(id(kMain + 1)), *data->entities, Keys::kMarker);
     EXPECT_EQ(run->end(), std::as_const(map()).end());
 }
 
@@ -533,54 +531,6 @@ TEST_F(RunIndexTest, IndexEndsWhenMoreItemsAreErasedThanLeft) {
     EXPECT_EQ(erased, 500u);
 }
 
-// ---- two indexes of one run
-
-TEST_F(RunIndexTest, SecondIndexUsesTheIdsOfTheFirst) {
-    addMixed(200, {-1, 0, 1});
-    const auto byPath = build(Keys::kMarkerAndPath);
-    const Entry begin = first();
-    kvinmemory::countIdComparisons(true);
-    const auto byMarker = RunIndex::build(map(), begin, *data->entities, Keys::kMarker, byPath.get());
-    EXPECT_EQ(kvinmemory::idOrderCalls(), 0);
-    expectFindsAsAWalk(*byMarker);
-    expectFindsAsAWalk(*byPath);
-}
-
-TEST_F(RunIndexTest, SecondIndexHasIdsOfItsOwnIfTheFirstLacksSome) {
-    addMixed(200, {-1, 0, 1});
-    add({5, 0, {77}});
-    const auto byMarker = build(Keys::kMarker);
-    const auto byPath = build(Keys::kMarkerAndPath, byMarker.get());
-    ASSERT_NE(byPath, nullptr);
-    expectFindsAsAWalk(*byPath);
-    expectFindsAsAWalk(*byMarker);
-    const GxDbObjectId main = id(kMain), sub = id(5);
-    const Path path = pathOf({77});
-    EXPECT_EQ(findIn(*byPath, {main, sub, -1, &path}), entryAt(200));
-}
-
-TEST_F(RunIndexTest, IndexesThatShareIdsFollowEditsSideBySide) {
-    makeEqual(id(3), id(13));
-    addMixed(200, {-1, 0, 1});
-    const auto byPath = build(Keys::kMarkerAndPath);
-    const auto byMarker = build(Keys::kMarker, byPath.get());
-    const Entry added = addTo(*byPath, {13, 2, {50}});
-    ASSERT_TRUE(byMarker->noteAdded(added, *recordOf(added)));
-    const Entry gone = entryAt(3);
-    ASSERT_TRUE(byPath->noteErasing(gone, recordOf(gone)));
-    ASSERT_TRUE(erase(*byMarker, gone));
-    expectFindsAsAWalk(*byPath);
-    expectFindsAsAWalk(*byMarker);
-}
-
-TEST_F(RunIndexTest, SecondIndexOutlivesTheFirst) {
-    addMixed(200, {-1, 0, 1});
-    auto byPath = build(Keys::kMarkerAndPath);
-    const auto byMarker = build(Keys::kMarker, byPath.get());
-    byPath.reset();
-    expectFindsAsAWalk(*byMarker);
-}
-
 // ---- what it costs
 
 TEST_P(RunIndexByKeys, AsksAboutOneItemHoweverManyThereAre) {
@@ -630,20 +580,6 @@ TEST_P(RunIndexByKeys, IsBuiltWithoutMemoryOrNotAtAll) {
             expectFindsAsAWalk(*run);
     });
     EXPECT_GT(built, 0);
-}
-
-TEST_F(RunIndexTest, SecondIndexIsBuiltWithoutMemoryOrNotAtAll) {
-    addMixed(150, {-1, 0, 1});
-    const auto byMarker = build(Keys::kMarker);
-    kvtest::forEachAllocationFailure([&](kvtest::FailurePoint& point) {
-        std::unique_ptr<RunIndex> run;
-        const kvtest::Outcome outcome = point.run([&] { run = build(Keys::kMarkerAndPath, byMarker.get()); });
-        EXPECT_FALSE(outcome.failed);
-        EXPECT_TRUE(run || outcome.injected);
-        if (run)
-            expectFindsAsAWalk(*run);
-        expectFindsAsAWalk(*byMarker);
-    });
 }
 
 TEST_P(RunIndexByKeys, GrowsOrSaysThatItCannot) {

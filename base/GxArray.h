@@ -12,7 +12,7 @@
 #include <new>
 #include <type_traits>
 
-// Copies elements to new storage byte by byte.
+// Copies the elements of an array byte by byte.
 template <class T>
 class GxArrayMemCopyReallocator {
 public:
@@ -23,15 +23,15 @@ public:
     }
 };
 
-// An array that has its storage for itself: copies share nothing.
+// A growable array. Every array has its own storage: copies share nothing.
 //
 // Invariants:
 //  1. 0 <= mLogicalLength <= mPhysicalLength.
 //  2. `mArray` is null exactly when mPhysicalLength is 0.
 //
-// If there is no memory, or if an int cannot express the capacity, functions raise KvErrorStatus 6 and do not
-// change the array. An element that setLogicalLength() adds is value-initialised, or has the value that was
-// last stored at its index.
+// If there is no memory, or if the capacity does not fit into an int, functions raise KvErrorStatus 6 and do
+// not change the array. If elements were removed and are added again, they may still have their old values.
+// All other new elements are value-initialised.
 //
 // Thread safety: none. An array belongs to one thread at a time.
 template <class T, class Reallocator = GxArrayMemCopyReallocator<T>>
@@ -40,13 +40,15 @@ public:
     // Makes an empty array with grow length 8. Allocates nothing.
     GxArray() : mArray(nullptr), mPhysicalLength(0), mLogicalLength(0), mGrowLength(kInitialGrowLength) {}
 
-    // Copies the elements of `other` into new storage that has room for no more. O(length).
+    // Copies the elements and the grow length of `other`. The new storage has room for exactly these
+    // elements. O(length).
     GxArray(const GxArray& other) : GxArray() {
         mGrowLength = other.mGrowLength;
         assign(other);
     }
 
-    // Copies elements and grow length. Keeps the storage if the elements fit into it. O(length).
+    // Copies the elements and the grow length of `other`. Keeps the present storage if the elements fit into
+    // it. O(length).
     GxArray& operator=(const GxArray& other) {
         if (this == &other)
             return *this;
@@ -61,9 +63,9 @@ public:
     int physicalLength() const noexcept { return mPhysicalLength; }
     int growLength() const noexcept { return mGrowLength; }
 
-    // Sets the number of elements. A negative number counts as 0. Storage never shrinks. Storage that is too
-    // small doubles if it has less than 64 KB, and otherwise grows by 64 KB, but by at least growLength()
-    // elements. O(1) if there is room, otherwise O(length).
+    // Sets the number of elements. A negative number counts as 0. The storage never shrinks. Storage that is
+    // too small grows: below 64 KB it doubles, above that it grows by 64 KB. It always grows by at least
+    // growLength() elements. O(1) if there is room, otherwise O(length).
     void setLogicalLength(int n) {
         n = std::max(n, 0);
         if (n > mPhysicalLength)
@@ -103,7 +105,7 @@ public:
 private:
     static constexpr std::int32_t kInitialGrowLength = 8;
     static constexpr std::size_t kMostElements = PTRDIFF_MAX / sizeof(T);
-    // Smaller storage doubles when it grows. Other storage grows by this size.
+    // Storage of less than this size doubles when it grows. Larger storage grows by this size.
     static constexpr std::int64_t kDoublingLimitBytes = 65536;
 
     std::int64_t grown(std::int32_t wanted) const noexcept {

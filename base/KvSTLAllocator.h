@@ -12,10 +12,13 @@
 #include <utility>
 
 // Allocates from a pool, or by operator new if the allocator has no pool. An allocator can free the memory of
-// another one if both have the same pool, or if neither has a pool. The copy of a container has no pool.
-// Moving or swapping containers also moves or swaps their pools, and keeps the pools alive. The allocator
-// that get_allocator() returns is valid as long as the container. Throws std::bad_alloc if there is no
+// another one if both have the same pool, or if neither has a pool. Throws std::bad_alloc if there is no
 // memory. O(1).
+//
+// A container that is constructed as a copy of another one has no pool. When a container is moved, the new
+// container uses the same pool. When two containers are swapped, their pools are swapped, too. A pool lives
+// as long as a container uses it. An allocator that get_allocator() returns must not be used after its
+// container is gone.
 //
 // Thread safety: that of the pool, or of operator new.
 template <class T>
@@ -47,8 +50,8 @@ struct _KvSTLAllocator {
             std::allocator<T>().deallocate(memory, n);
     }
 
-    // Constructs a value, and raises the pool's generation. allocate() does not raise it: a container that is
-    // assigned to may reuse nodes without calling allocate().
+    // Constructs a value, and raises the pool's generation. It would not be enough if allocate() raised the
+    // generation: a container that is assigned to may reuse its nodes without calling allocate().
     template <class U, class... Args>
     void construct(U* value, Args&&... args) {
         if (kvdetail::NodePool* const nodes = pool())

@@ -30,25 +30,28 @@ public:
     static void deallocate(void* memory, std::size_t /*bytes*/) noexcept { ::operator delete(memory); }
 };
 
-// A store of T in pages of PageBytes bytes of slots. Appending uses new slots in order. Freed slots are used
-// again only in a tail page that removeSlot() has emptied and kept. Removing frees a slot in place.
+// A store of values of type T. The values are in slots, and the slots are in pages of PageBytes bytes each.
+// Appending uses the next new slot. Removing frees a slot and moves no value. A freed slot is not used again,
+// with one exception: a tail page that removeSlot() has emptied and kept is filled again.
 //
 // Invariants:
-//  1. `head` and `tail` are both null or the ends of one chain linked by `next`.
-//  2. A page's slots before `fillEnd` have been used. Those from `fillEnd` on are free.
+//  1. `head` and `tail` are the first and the last page of one chain, which is linked by `next`. Both are
+//     null if the store has no page.
+//  2. In a page, the slots before `fillEnd` have been used. The slots from `fillEnd` on are free.
 //  3. `liveCount` is the number of occupied slots of the page.
 //  4. A page that a removal empties is unlinked and freed, unless the caller of removeSlot() asks to keep it.
 //
-// The fields are public, and callers may change them. Every operation stays within the pages' blocks,
-// whatever the counts are. The store does not free a page that a caller takes out of the chain. The caller
-// must keep such a page until the store frees another page or is destroyed.
+// The fields are public, and callers may change them. No operation reads or writes outside the slots of a
+// page, even if a caller has made the counts wrong. The store does not free a page that a caller takes out of
+// the chain. The caller must keep such a page until the store frees another page or is destroyed.
 //
-// A store makes an index of its pages when it gets a fourth page. From its second page on, it makes a bitmap
-// of the occupied slots of each page in which it frees a slot. Index and bitmaps may be out of date after a
-// caller has changed pages, slots or their chain. forgetHints() then rebuilds the index and drops the
+// A store makes an index of its pages when it gets a fourth page. Once it has had a second page, it makes a
+// bitmap of the occupied slots of each page in which it frees a slot. If a caller changes pages, slots or
+// their chain, index and bitmaps may be out of date. forgetHints() then rebuilds the index and drops the
 // bitmaps.
 //
-// Positions are 0-based counts of occupied slots in store order.
+// An element is an occupied slot with its value. The position of an element is the number of elements before
+// it.
 //
 // Thread safety: none. A store belongs to one thread at a time.
 template <class T, unsigned PageBytes, class Allocator = KvTkDefaultAllocator<T>>
@@ -67,7 +70,7 @@ public:
         Slot* fillEnd;           // the first slot that was never used
 
         // For the store only.
-        std::uint32_t number = 0;  // index of the page in the page index
+        std::uint32_t number = 0;  // index of the page in PageIndex::pages()
         std::uint32_t maker = 0;   // serial number of the store that made the page
         std::uint32_t birth = 0;   // epoch at which the page was made
         std::uint32_t ordinal = 0; // this is the n-th page that its store made, counted from 1
@@ -78,18 +81,18 @@ public:
     static_assert(std::is_nothrow_default_constructible_v<T> && std::is_nothrow_copy_assignable_v<T>,
                   "filling a page and storing a value cannot throw");
 
-    // The position of an iterator before the first element. positionOf() returns kNoPosition if there is no
-    // element.
+    // The `position` of an iterator that is before the first element. positionOf() returns kNoPosition if
+    // there is no element.
     static constexpr std::uint32_t kNoPosition = 0xFFFFFFFFu;
 
-    // A cursor. Of all functions that free slots, only removeAt() adjusts a cursor: its argument. A cursor
-    // never reads a freed page. If the store has freed any page since the cursor's last use, the cursor first
-    // looks for its own page in the store's chain. The caller must not use a cursor after its store was
-    // destroyed.
+    // A cursor. removeAt() adjusts the iterator that is passed to it. No other function that frees slots
+    // adjusts an iterator. An iterator never reads a freed page: if the store has freed any page since the
+    // iterator was last used, the iterator first looks for its page in the chain. The caller must not use an
+    // iterator after its store was destroyed.
     struct iterator {
         const KvTrucker* trucker;
         Page* page;
-        Slot* pageEnd; // one past the page's block
+        Slot* pageEnd; // one past the page's last slot
         Slot* slot;
         std::uint32_t position; // 1-based among the occupied slots of the page; kNoPosition: before the first
         mutable std::uint32_t epoch; // the epoch at which the page was last known to exist
@@ -99,11 +102,10 @@ public:
         // freed.
         T& operator*() const;
 
-        // Advances to the next occupied slot, across pages, or to the end. An iterator before the first
-        // element moves to the first element. `position` is then 0 if the first element is in the first slot,
-        // and 1 otherwise. An iterator without page or slot does not move. An iterator whose page was freed
-        // moves to the end. O(1), or O(slots skipped / 64) in a page with holes, or O(pages) after a page was
-        // freed.
+        // Moves to the next element, which may be on another page, or to the end. An iterator before the
+        // first element moves to the first element: its `position` is then 0 if that element is in the first
+        // slot, and 1 otherwise. Any other iterator without page or slot does not move. An iterator whose
+        // page was freed moves to the end. O(slots skipped), or O(pages) after a page was freed.
         void next() {
             if (!nextNeighbour())
                 nextElsewhere();
@@ -113,10 +115,11 @@ public:
         // slot.
         bool isOnSlot() const noexcept { return slot && slot < pageEnd; }
 
-        // Moves to the next slot of the page and returns true, if that slot is occupied and the page is known
-        // to exist. Otherwise does nothing and returns false.
+        // The quick case of next(). If the next slot of the page is occupied and the page is known to exist,
+        // moves to that slot and returns true. Otherwise changes nothing and returns false.
         bool nextNeighbour() noexcept {
-            // An iterator before the first element fails the last test: its `position` is the largest number.
+            // An iterator before the first element needs no test of its own: kNoPosition is the largest
+            // number.
             if (!isOnSlot() || !page || !isCurrent() || position >= page->liveCount)
                 return false;
             Slot* const neighbour = slot + 1;
@@ -127,13 +130,15 @@ public:
             return true;
         }
 
-        // Returns the address of the slot's value, if the slot is occupied and the page is known to exist.
-        // Otherwise returns null.
+        // If the iterator's slot is occupied and the page is known to exist, returns the address of the
+        // value. Otherwise returns null.
         T* valueHere() const noexcept {
             return isOnSlot() && isCurrent() && !slot->free ? &slot->value : nullptr;
         }
 
-        // Returns whether `page` still exists, and `slot` is in the block of `page` or one past it.
+        // Returns whether `page` still exists. If the store has freed any page since the iterator was last
+        // used, also checks that `slot` is a slot of `page` or one past the last one. `page` must not be
+        // null.
         bool isOnPage() const noexcept { return trucker && (isCurrent() || isOnFoundPage()); }
 
         void toBeforeFirst() noexcept {
@@ -144,7 +149,7 @@ public:
         }
 
     private:
-        // Returns true if the store has freed no page since the iterator's page was last known to exist.
+        // Returns true only if the store has freed no page since the iterator's page was last known to exist.
         bool isCurrent() const noexcept { return epoch == trucker->mEpoch.current(); }
         void nextElsewhere();
         void toNextPage();
@@ -158,20 +163,18 @@ public:
     // Frees the pages. Does not delete what the values point to.
     ~KvTrucker() { freeAllPages(); }
 
-    // Occupies the next slot and returns that slot. Raises KvErrorStatus 6 if there is no memory for a page.
-    // O(1), plus a new page every kSlotsPerPage calls.
+    // Occupies the next new slot and returns the slot. The form with `value` stores the value there. Raises
+    // KvErrorStatus 6 if there is no memory for a page. O(1), plus a new page every kSlotsPerPage calls.
     Slot* append();
     Slot* append(const T& value);
 
     // Undoes the last append() and returns the value of its slot. The slot then counts as never used. Frees
-    // the page if the page has no other used slot. Since that append(), the caller must not have removed
-    // anything, and removeSlot() must not have kept an emptied tail page. O(1), or O(pages) when a page is
-    // freed.
+    // the page if the page has no other used slot. Nothing may have been removed since that append(). O(1),
+    // or O(pages) when a page is freed.
     T undoAppend();
 
-    // The end of the store when mark() was called. Appending and removing leave a mark valid, with one
-    // exception: a removeSlot() with `freeEmptyPage` false that takes the last element of the tail page.
-    // mark() is O(1).
+    // The end of the store at the time of mark(). Appending and removing leave a mark valid, with one
+    // exception: a removeSlot() that empties the tail page and keeps it. mark() is O(1).
     struct Mark {
         std::uint32_t ordinal;
         const Slot* fillEnd;
@@ -187,54 +190,57 @@ public:
                (it.page->ordinal == mark.ordinal && !(it.slot < mark.fillEnd));
     }
 
-    // Returns the i-th occupied slot. Stores its page in `page`, and its index among the occupied slots of
-    // that page in `indexInPage`. Beyond the last element, returns null and stores null and kNoPosition. If a
-    // caller has made the `liveCount` of a page too large, the function may store another index or raise
-    // KvErrorStatus 24. Raises KvErrorStatus 24 for a negative i. O(pages + slots of one page).
+    // Returns the slot of the element at position i. Stores the slot's page in `page`, and the slot's index
+    // among the occupied slots of that page in `indexInPage`. `page` and `indexInPage` may be null. If i is
+    // beyond the last element, returns null and stores null and kNoPosition. Raises KvErrorStatus 24 for a
+    // negative i. If a caller has made the `liveCount` of a page too large, the function may also return
+    // null, store another index, or raise KvErrorStatus 24. O(pages + slots of one page).
     Slot* elementAt(int i, Page** page = nullptr, unsigned* indexInPage = nullptr) const;
 
-    // Returns the i-th value. Raises KvErrorStatus 24 if there is no i-th value. Same cost as elementAt().
+    // Returns the value of the element at position i. Raises KvErrorStatus 24 if there is no such element.
+    // Same cost as elementAt().
     T& at(int i) const;
 
-    // Returns an iterator on the i-th element. A negative i gives the end. An i beyond the last element gives
-    // an iterator without page and slot. Such an iterator differs from end() if the store has pages. Same
+    // Returns an iterator on the element at position i. A negative i gives the end. An i beyond the last
+    // element gives an iterator without page and slot, which differs from end() if the store has pages. Same
     // cost as elementAt().
     iterator iteratorAt(int i) const;
 
-    // Returns the iterator that is one past the last page's block. O(1).
+    // Returns the end: an iterator one past the last slot of the last page. O(1).
     iterator end() const;
 
-    // Returns whether the iterator has the store, page, slot and position of end(). Reads neither its page
-    // nor its slot. O(1).
+    // Returns whether the iterator has the store, page, slot and position of end(). Does not read the
+    // iterator's slot, and reads the iterator's page only if that is the tail page. O(1).
     bool isEnd(const iterator& it) const {
-        // Compares the slot first: no iterator on an element has the slot of end().
+        // Compares the slot first: for an iterator on an element, that comparison already decides.
         return it.slot == blockEnd(tail) && it.trucker == this && it.page == tail &&
                it.position == (tail ? tail->liveCount : 0);
     }
 
-    // Frees the iterator's slot. Does nothing for the end, a free slot, an iterator whose page was freed, and
-    // an iterator of another store. The iterator stays on the freed slot if the page has another occupied
-    // slot. Otherwise the page is freed, and the iterator moves to the previous element, or to before the
-    // first. O(1), or O(pages) when a page is freed, or was freed since the iterator's last use.
+    // Frees the iterator's slot. Does nothing for the end, for a free slot, for an iterator whose page was
+    // freed, and for an iterator of another store. If the page has another occupied slot, the iterator stays
+    // on the freed slot. Otherwise the page is freed, and the iterator moves to the previous element, or to
+    // before the first element. O(1), or O(pages) if a page is freed, or was freed since the iterator was
+    // last used.
     void removeAt(iterator& it);
 
-    // Returns the position of the element whose slot has this address. Returns kNoPosition for null, for an
-    // address that is no slot of this store, and for a free slot. O(pages + slots of one page).
+    // Returns the position of the element whose slot has this address. Returns kNoPosition for null, for a
+    // free slot, and for an address that is no slot of this store. O(pages + slots of one page).
     std::uint32_t positionOf(const void* slot) const;
 
-    // Frees a slot of the page. Also frees the page if it has no other occupied slot and `freeEmptyPage` is
-    // true. If `freeEmptyPage` is false, an emptied tail page is kept, and its slots are used again. Any
-    // other emptied page is kept with its slots free. O(1), or O(pages) when a page is freed.
+    // Frees a slot of the page. If the page has no other occupied slot, `freeEmptyPage` decides what happens
+    // to the page. If it is true, the page is freed. Otherwise the page is kept, and if it is the tail page,
+    // its slots are used again. Does nothing if `page` is null. O(1), or O(pages) when a page is freed.
     void removeSlot(Slot* slot, Page* page, bool freeEmptyPage);
 
-    // Frees all pages, so that the store is empty. O(pages).
+    // Frees all pages. The store is empty afterwards. O(pages).
     void freeAllPages();
 
-    // Returns the sum of `liveCount` of all pages. O(log pages), or O(pages) if the page index is out of date
-    // or a page was freed.
+    // Returns the sum of `liveCount` of all pages. O(log pages) with an up-to-date page index, otherwise
+    // O(pages).
     std::uint32_t occupiedSlots() const noexcept;
 
-    // Returns the number of slots before `fillEnd` in all pages. O(pages).
+    // Returns the number of slots that have been used: those before `fillEnd`, in all pages. O(pages).
     std::size_t usedSlots() const noexcept {
         std::size_t used = 0;
         for (const Page* page = head; page; page = page->next)
@@ -246,8 +252,8 @@ public:
     // O(pages).
     void forgetHints() noexcept;
 
-    // Returns the address one past the page's block. Returns null for a null page, and for a page without a
-    // block.
+    // Returns the address one past the page's last slot. Returns null for a null page, and for a page without
+    // slots.
     static Slot* blockEnd(const Page* page) noexcept {
         return page && page->slots ? page->slots + kSlotsPerPage : nullptr;
     }
@@ -261,8 +267,8 @@ public:
         return nullptr;
     }
 
-    // Returns the page that has a slot at this address, before `fillEnd`. Returns null if there is no such
-    // page. O(1), or O(pages) if the page index does not find the page.
+    // Returns the page that has a used slot at this address. Returns null if there is no such page. O(1), or
+    // O(pages) if the page index does not find the page.
     Page* pageOf(const void* slot) const noexcept {
         Page* const indexed = isIndexed() ? mIndex.find(slot) : nullptr;
         if (indexed && isWithin(slot, indexed->slots, indexed->fillEnd))
@@ -273,7 +279,8 @@ public:
         return page;
     }
 
-    // Returns the page before `page`, or null for the head. `page` is null or a page of this store. O(pages).
+    // Returns the page before `page`. Returns null for the head, and for a page that is not in the chain.
+    // O(pages).
     Page* pageBefore(const Page* page) const noexcept {
         if (page == head)
             return nullptr;
@@ -284,12 +291,12 @@ public:
         return nullptr;
     }
 
-    // Returns the first occupied slot of the page's block at `from` or after it, or null. O(1) if the slot at
-    // `from` is occupied, O(slots skipped / 64) if the page has holes.
+    // Returns the first occupied slot of the page at `from` or after it, or null. O(1) if the slot at `from`
+    // is occupied. Otherwise O(slots skipped / 64) with a bitmap, and O(slots skipped) without.
     static Slot* firstOccupiedOf(const Page* page, Slot* from) noexcept;
 
-    // Returns the last occupied slot of the page before the slot with the number `below`, or null. O(1) if
-    // the page has no holes.
+    // Returns the last occupied slot of the page before slot number `below`, or null. Slot numbers begin at
+    // 0. O(1) if the page has no holes.
     static Slot* lastOccupiedBefore(const Page* page, std::ptrdiff_t below) noexcept;
 
     // Returns the number of occupied slots of the page before `slot`. O(1) if the page has no holes.
@@ -299,8 +306,8 @@ public:
     Page* tail = nullptr;
 
 private:
-    // Returns whether every used slot is occupied, so that the n-th occupied slot is slot n. Always returns
-    // false if kHasOccupancyBitmap is false.
+    // Returns whether every used slot is occupied. Then the n-th occupied slot is slot number n. Always
+    // returns false if kHasOccupancyBitmap is false.
     static bool hasNoHoles(const Page* page) noexcept {
         return kvdetail::kHasOccupancyBitmap && page->fillEnd - page->slots == page->liveCount;
     }
@@ -319,7 +326,7 @@ private:
     // gives an occupied slot.
     static Slot* nthByShortcut(const Page* page, std::uint32_t n) noexcept;
 
-    // Adds `change`, 1 or -1, to the page's `liveCount`, and updates the page index.
+    // Adds `change` to the page's `liveCount`, and updates the page index. `change` is 1 or -1.
     void changeCount(Page* page, int change) noexcept {
         page->liveCount += static_cast<std::uint32_t>(change);
         if (mIndex.isInUse())
@@ -328,8 +335,8 @@ private:
     void vacate(Page* page, Slot* slot) noexcept;
     static void startBits(Page* page) noexcept;
 
-    // Returns whether the page index can be used: its first and last page are those of the chain, and none of
-    // its pages has been freed.
+    // Returns whether the page index can be used. It must have the same first and last page as the chain, and
+    // none of its pages may have been freed.
     bool isIndexed() const noexcept {
         return mIndex.isInUse() && mIndex.pages().front() == head && mIndex.pages().back() == tail &&
                mIndex.verify(head, mEpoch.current());
@@ -339,19 +346,19 @@ private:
     // walked instead: checking the index would visit as many pages.
     bool isCounted() const noexcept { return mIndex.pages().size() > mIndex.kCheckedLinks && isIndexed(); }
 
-    // The page of an element, and the number of the element among those of the page. `page` is null for a
-    // position beyond the last element.
+    // The place of an element: its page, and its number among the elements of that page. `page` is null if
+    // there is no such element.
     struct InPage {
         Page* page;
         std::uint32_t number;
     };
     InPage inPage(std::uint32_t i) const noexcept;
-    // Is not inlined. Otherwise inPage() would save registers even if the page index is not in use.
+    // Not inlined: otherwise inPage() would save registers even if the page index is not in use.
     [[gnu::noinline]] InPage inIndexedPage(std::uint32_t i) const noexcept;
     std::uint32_t liveBefore(const Page* page) const noexcept;
 
     // Returns whether the address is that of a slot in [first, last). Compares addresses as integers, since
-    // the address may be that of any object.
+    // C++ does not order pointers to different objects.
     static bool isWithin(const void* address, const Slot* first, const Slot* last) noexcept {
         const auto at = reinterpret_cast<std::uintptr_t>(address);
         const auto begin = reinterpret_cast<std::uintptr_t>(first);
@@ -375,16 +382,16 @@ private:
     kvdetail::PageIndex<Page, PageBytes> mIndex;
     kvdetail::StoreEpoch mEpoch;
     std::uint32_t mMade = 0; // number of pages that the store made
-    // Bitmaps are made only if this is true. A store with one page reads its slots instead.
+    // Bitmaps are made only if this is true. In a store with one page, reading the slots is fast enough.
     bool mHasHadSeveralPages = false;
 };
 
 namespace kvdetail {
 
-// Moves an iterator to the previous occupied slot in `store`, across pages, or to before the first element.
-// Does not move an iterator that is before the first element, or that has no page or no slot. Moves an
-// iterator of another store, or whose page was freed, to before the first element. O(slots skipped), or
-// O(pages) to change page.
+// Moves an iterator of `store` to the previous element, which may be on another page, or to before the first
+// element. Does not move an iterator that is before the first element, or that has no page or no slot. An
+// iterator of another store, or whose page was freed, moves to before the first element. O(slots skipped),
+// plus O(pages) for each change of page.
 template <class Store>
 void stepBack(const Store* store, typename Store::iterator& it) {
     using Slot = typename Store::Slot;
@@ -393,7 +400,7 @@ void stepBack(const Store* store, typename Store::iterator& it) {
 
     bool onPage = it.trucker == store && it.isOnPage();
     while (onPage) {
-        // Counts slots from the start of the block, so that no address before the block is formed.
+        // The number of a slot, not its address: an address before the first slot must not be formed.
         const std::ptrdiff_t below = it.position == 0 ? 0 : it.slot - it.page->slots;
         if (Slot* const previous = Store::lastOccupiedBefore(it.page, below)) {
             it.slot = previous;
@@ -455,7 +462,8 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::nextElsewhere() {
         slot = page->slots;
         position = 0;
         epoch = trucker->mEpoch.current();
-        // `position` stays 0 here. An iterator from iteratorAt(0) has the position 1.
+        // If the first slot is occupied, the iterator stops there, and `position` stays 0. iteratorAt(0)
+        // gives an iterator on the same slot with a `position` of 1.
         if (slot && !slot->free)
             return;
         from = slot;
@@ -479,8 +487,8 @@ void KvTrucker<T, PageBytes, Allocator>::iterator::nextElsewhere() {
     toNextPage();
 }
 
-// Moves to the first occupied slot of the pages behind this page. If there is none, moves to the end of the
-// last page, even if that page has no occupied slot.
+// Moves to the first element of the pages behind this page. If there is none, moves to one past the last slot
+// of the last page.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::iterator::toNextPage() {
     while (page->next) {
@@ -503,10 +511,10 @@ template <class T, unsigned PageBytes, class Allocator>
 bool KvTrucker<T, PageBytes, Allocator>::iterator::isOnFoundPage() const noexcept {
     using kvdetail::StoreEpoch;
     const std::uint32_t now = trucker->mEpoch.current();
-    // An epoch of another group comes from an earlier store at the same address.
+    // An epoch of another group is that of an earlier store at the same address.
     if (!StoreEpoch::isSameGroup(epoch, now) || !trucker->contains(page))
         return false;
-    // A page that was made later may lie at the address of the iterator's page.
+    // The page that was found may be a younger page at the address of the iterator's page.
     if (StoreEpoch::isSameGroup(epoch, page->birth) && StoreEpoch::isLater(page->birth, epoch))
         return false;
     if (slot != blockEnd(page) && !isWithin(slot, page->slots, blockEnd(page)))
@@ -570,8 +578,8 @@ auto KvTrucker<T, PageBytes, Allocator>::elementAt(int i, Page** page, unsigned*
             found = firstOccupied(found + 1, p->fillEnd);
     }
     if (!found) {
-        // The page's `liveCount` exceeds the number of its occupied slots. Only a caller that changed the
-        // page's fields can cause this.
+        // The page has fewer occupied slots than its `liveCount` says. Only a caller that changed the page's
+        // fields can cause this.
         if (remaining != 0)
             return nullptr;
         if (!(p->fillEnd < blockEnd(p)) || p->fillEnd->free)
@@ -710,8 +718,8 @@ auto KvTrucker<T, PageBytes, Allocator>::makePage() -> Page* {
     return new (pageMemory) Page{nullptr, 0, slots, slots, 0, mEpoch.serial(), mEpoch.current(), ++mMade, {}};
 }
 
-// Makes all slots free. In a small set, clearing the slots takes longer than all work on the items. So a
-// block of cleared slots is copied, which takes half as long as clearing one slot after the other.
+// Makes all slots free. In a small set, this takes longer than all work on the items. So a few cleared slots
+// are copied over the other slots, which takes half as long as clearing slot by slot.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::clearSlots(Slot* slots) noexcept {
     if constexpr (std::is_trivially_copyable_v<T>) {
@@ -735,14 +743,16 @@ void KvTrucker<T, PageBytes, Allocator>::freePage(Page* page) noexcept {
         Allocator::deallocate(page->slots, PageBytes);
     }
     Allocator::deallocate(page, sizeof(Page));
-    // Iterators of other stores may be on a page that a caller has moved into this store.
+    // A caller may have moved a page of another store into this store. Iterators of any store may be on such
+    // a page.
     if (isOwn)
         mEpoch.raise();
     else
         kvdetail::StoreEpoch::raiseAll();
 }
 
-// Takes the page out of the chain and frees the page. Does nothing for a page that a caller has taken out.
+// Takes the page out of the chain and frees the page. Does nothing if a caller has already taken the page
+// out.
 template <class T, unsigned PageBytes, class Allocator>
 void KvTrucker<T, PageBytes, Allocator>::unlinkAndFree(Page* page) noexcept {
     if (!contains(page))

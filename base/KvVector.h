@@ -21,8 +21,8 @@
 
 class GxDbObjectId;
 
-// The data block. It has one layout for every element type, so that all empty vectors can share one block.
-// _kvMalloc allocates it, and _kvFree frees it.
+// The data block. Its layout is the same for every element type. So all empty vectors can share one block.
+// _kvMalloc allocates a block, and _kvFree frees it.
 struct KvVectorBlock {
     std::atomic<std::uint32_t> refCount; // number of vectors that share the block
     std::int32_t logicalLength;          // number of elements in use
@@ -32,14 +32,14 @@ struct KvVectorBlock {
 };
 static_assert(sizeof(KvVectorBlock) == 24, "the application's libraries share this layout");
 
-// Counts the vectors that share a block. Every operation is sequentially consistent, so vectors on different
-// threads may share a block.
+// Counts the vectors that share a block. All operations are atomic (sequentially consistent): vectors on
+// different threads may share a block.
 class KvRefCounter {
 public:
     static void add(std::atomic<std::uint32_t>& count) noexcept { count.fetch_add(1); }
 
-    // Returns true only to the caller that gives up the last reference. Does not read the count again:
-    // another thread may free it right after the decrement.
+    // Returns whether this was the last reference. Must not read the count again: right after the decrement,
+    // another thread may free the count.
     static bool drop(std::atomic<std::uint32_t>& count) noexcept { return count.fetch_sub(1) == 1; }
 
     static bool isShared(const std::atomic<std::uint32_t>& count) noexcept { return count.load() >= 2; }
@@ -51,8 +51,8 @@ public:
     static constexpr std::int32_t kInitialGrowLength = 8;
     static constexpr std::int32_t kInitialPrivateCapacity = 16;
 
-    // Returns the capacity for `wanted` elements. Adds the growth step to the logical length, not to the
-    // capacity. The sum has 64 bits, so it cannot overflow.
+    // Returns the capacity for `wanted` elements: logical length plus growth step, or `wanted` if that is
+    // more. The sum has 64 bits, so it cannot overflow.
     static std::int64_t grown(std::int32_t logicalLength, std::int32_t growLength,
                               std::int32_t wanted) noexcept {
         return std::max<std::int64_t>(std::int64_t{logicalLength} + growLength, wanted);
@@ -64,7 +64,8 @@ public:
     }
 };
 
-// Takes element storage from array new. Every element is value-initialised.
+// Takes element storage from array new. Every element is value-initialised. alloc() raises KvErrorStatus 6 if
+// there is no memory.
 template <class T>
 class KvDefaultMemAllocator {
 public:
@@ -125,8 +126,8 @@ struct KvVectorDefaultAllocator<GxDbObjectId> {
     using type = KvDelegateMemAllocator<GxDbObjectId>;
 };
 
-// A pointer to a block. Copying or destroying the pointer does not change the block's refCount. KvVector
-// changes refCount by calling share() and _release().
+// A pointer to a block. Copying or destroying the pointer does not change the block's refCount. The functions
+// of this class do.
 template <class T, class Allocator, class RefCounter, class GrowPolicy>
 class KvVectorDataPtr {
 public:
@@ -157,7 +158,7 @@ public:
         block = fresh;
     }
 
-    // Does what replace() does and returns true. If there is no memory, raises nothing and returns false.
+    // Does what replace() does and returns true. If there is no memory, changes nothing and returns false.
     // `block` must not be null.
     bool tryReplace(std::int32_t capacity, std::int32_t kept) noexcept {
         void* const memory = _kvMalloc(sizeof(KvVectorBlock));
@@ -186,8 +187,8 @@ private:
         void operator()(KvVectorBlock* doomed) const noexcept { destroy(doomed); }
     };
 
-    // Returns a new block with refCount 1 and the first `kept` elements of `source`. A null `source` counts
-    // as an empty block.
+    // Returns a new block with refCount 1, room for `capacity` elements, and the first `kept` elements of
+    // `source`. If `source` is null, `kept` must be 0.
     static KvVectorBlock* copy(const KvVectorBlock* source, std::int64_t capacity, std::int32_t kept) {
         if (capacity > std::numeric_limits<std::int32_t>::max())
             kvdetail::raiseStatus(kvdetail::kStatusOutOfMemory);
@@ -218,16 +219,16 @@ struct NoBlock {};
 // A copy-on-write vector. Copies share one block; the first write to a shared block copies the elements.
 //
 // Invariants:
-//  1. `data.block` is null if the platform provides no empty block, or if a caller has set it to null. A
-//     vector with a null block is empty.
+//  1. A vector without elements may have a null `data.block`. The platform may provide no empty block
+//     (gpEmptyVectorData is null), or a caller may have set `data.block` to null.
 //  2. 0 <= logicalLength <= physicalLength. The storage is null exactly when the capacity is 0.
 //  3. The block's refCount is the number of vectors that share the block. The refCount of the platform's
 //     empty block is one higher, since the platform has a reference, too.
 //  4. A block with a refCount of 2 or more does not change, except for refCount itself.
 //
 // Functions raise KvErrorStatus 6 if there is no memory, and KvErrorStatus 24 for an index outside the
-// vector. Then the vector does not change. An element that setLogicalLength() adds is value-initialised, or
-// has the value that was last stored at its index.
+// vector. The vector is then unchanged. If elements were removed and are added again, they may still have
+// their old values. All other new elements are value-initialised.
 //
 // Thread safety: vectors that share a block may be copied, read and released on different threads. One vector
 // belongs to one thread at a time.
@@ -235,7 +236,7 @@ template <class T, class Allocator = typename KvVectorDefaultAllocator<T>::type,
           class RefCounter = KvRefCounter, class GrowPolicy = KvVectorDefaultGrowPolicy>
 class KvVector {
 public:
-    // Shares the empty block of the process. O(1), allocates nothing.
+    // Shares the block of all empty vectors. O(1), allocates nothing.
     KvVector() : KvVector(gpEmptyVectorData) {}
 
     // Makes a vector without a block. The caller must give the vector a block at once.
@@ -250,7 +251,8 @@ public:
 
     ~KvVector() { data._release(); }
 
-    // O(1). A vector with a null block has length and capacity 0 and the initial growth step.
+    // Return the length, the capacity and the growth step, in elements. A vector with a null block has length
+    // 0, capacity 0 and the initial growth step. O(1).
     int logicalLength() const noexcept { return data.block ? data.block->logicalLength : 0; }
     int physicalLength() const noexcept { return data.block ? data.block->physicalLength : 0; }
     int growLength() const noexcept {
@@ -258,7 +260,7 @@ public:
     }
 
     // Sets the number of elements. A negative number counts as 0. O(1) if the block is private and large
-    // enough, otherwise O(elements kept).
+    // enough, otherwise O(capacity).
     void setLogicalLength(int n) {
         n = std::max(n, 0);
         const int length = logicalLength();
@@ -272,7 +274,8 @@ public:
     }
 
     // Makes a shared block private. Keeps the first n elements, or all if n is 0. The number of kept elements
-    // is the new length. Does nothing if the block is private or null. O(elements kept).
+    // is the new length. Does nothing if the block is private or null. O(1), or O(capacity) if the block was
+    // shared.
     void copyBeforeWrite(unsigned n) {
         if (!data.block || !RefCounter::isShared(data.block->refCount))
             return;
@@ -288,7 +291,7 @@ public:
     }
 
     // Returns the element for writing. Makes the block private, even if the caller only reads. Raises
-    // KvErrorStatus 24 unless 0 <= i < logicalLength(). O(1), or O(length) if the block was shared.
+    // KvErrorStatus 24 unless 0 <= i < logicalLength(). O(1), or O(capacity) if the block was shared.
     T& at(int i) {
         checkIndex(i);
         copyBeforeWrite(0);
@@ -303,7 +306,7 @@ public:
     }
 
     // Removes one element and keeps the order of the others. Raises KvErrorStatus 24 unless 0 <= i <
-    // logicalLength(). O(length).
+    // logicalLength(). O(length), or O(capacity) if the block was shared.
     void removeAt(int i) {
         checkIndex(i);
         const int last = logicalLength() - 1;

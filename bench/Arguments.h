@@ -18,7 +18,7 @@ inline const char* valueOf(const char* argument, const char* flag) {
 
 using Sizes = std::vector<std::size_t>;
 
-// Returns the sizes of a list such as 100,10000. Returns no sizes if the list has anything but numbers.
+// Returns the sizes in a list such as 100,10000. Returns no sizes if an entry is 0 or not a number.
 inline Sizes sizesOf(const char* list) {
     Sizes sizes;
     for (const char* at = list;; ++at) {
@@ -33,8 +33,8 @@ inline Sizes sizesOf(const char* list) {
     }
 }
 
-// Calls run(argc, argv), which may throw for the --filter of the command line. Returns the exit code of the
-// program `name`.
+// Returns run(argc, argv). If run() throws because --filter has a bad regular expression, prints an error
+// that begins with `name`, and returns 2.
 template <class Run>
 int runProgram(const char* name, Run run, int argc, char** argv) try {
     return run(argc, argv);

@@ -1,6 +1,6 @@
-// Runs a measurement in a process of its own. The process has a heap that no other measurement has used. What
-// a measurement does not free, such as the removed records that the library keeps on purpose, ends with the
-// process.
+// Runs a measurement in a process of its own. No earlier measurement has used the heap of that process.
+// Memory that the measurement does not free goes away with the process. Such memory is usual: the library
+// keeps removed records on purpose.
 #pragma once
 
 #include <limits>
@@ -13,8 +13,8 @@
 
 namespace kvbench {
 
-// Starts a second thread, since applications have several. In a process with only one thread, reference
-// counts and the allocator are faster than in an application.
+// Starts a second thread, which only sleeps. Without it, reference counts and the allocator would be faster
+// than in an application, which has several threads.
 inline void startIdleThread() {
     std::thread([] {
         for (;;)
@@ -22,10 +22,9 @@ inline void startIdleThread() {
     }).detach();
 }
 
-// Keeps freed memory in the heap, so that the next set can reuse it. An application that has run for a while
-// does so, too. In a new process, the end of the heap would go back to the system with every set, and so
-// would large blocks. malloc raises its limit for large blocks when such blocks are freed. This function sets
-// the limit to its maximum.
+// Makes malloc keep freed memory for the next set. In a new process, malloc would give the end of the heap
+// and large blocks back to the system. In an application that has run for a while, malloc does so less often:
+// it raises the two limits below when large blocks are freed.
 inline void keepFreedMemory() {
     constexpr int kLargestInHeap = 32 << 20;
     mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());

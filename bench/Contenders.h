@@ -21,7 +21,7 @@
 
 namespace kvbench {
 
-// The type List<SelectContext, ...>, which has the set class of every contender.
+// A `List` of the set classes of all contenders, such as List<SelectContext, VectorHash, LinkedList>.
 template <template <class...> class List>
 using ContendersIn = List<SelectContext, VectorHash,
 #ifdef KV_BENCH_BOOST
@@ -38,7 +38,7 @@ using ContendersIn = List<SelectContext, VectorHash,
 #endif
                           LinkedList>;
 
-// Returns the contenders whose packages were not installed at build time, separated by commas.
+// Returns the names of the contenders whose packages were not installed at build time, separated by commas.
 inline std::string leftOut() {
     std::string names;
 #ifndef KV_BENCH_BOOST

@@ -1,7 +1,6 @@
-// Tells whether the core works at full speed. A virtual machine shares the cores with other virtual machines.
-// So a core may lose half of its speed for seconds. That loss is greater than most of the differences that
-// the benchmark measures. The load of other virtual machines on the shared cache and on the memory does not
-// show here.
+// Checks whether the core runs at full speed. On a shared host, other virtual machines may take half of a
+// core's speed for seconds. That loss is greater than most of the differences that the benchmark measures.
+// The check does not notice the load of other machines on the shared cache and on the memory.
 #pragma once
 
 #include <algorithm>
@@ -16,8 +15,8 @@ inline double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// Returns the time of a probe: about a tenth of a millisecond of additions. The core can make four of the
-// additions at once. So the time grows when another thread uses the core, too.
+// Returns the time of a probe: additions that take about a tenth of a millisecond. The core can do several of
+// these additions at once. So a second thread on the same core makes the probe slower.
 inline double secondsOfProbe() {
     constexpr std::uint64_t kSteps = 60000;
     std::uint64_t a = 1;
@@ -35,8 +34,8 @@ inline double secondsOfProbe() {
     return secondsSince(start);
 }
 
-// Returns the time of an undisturbed probe. learnFullSpeed() measures this time once. The processes of the
-// measurements inherit the time.
+// Holds the time of an undisturbed probe, in seconds. learnFullSpeed() measures that time once, and the child
+// process of each measurement inherits the value.
 inline double& undisturbedProbe() {
     static double seconds = 1;
     return seconds;

@@ -1,4 +1,5 @@
-// The items of the benchmark: their five keys, and the records that the peers keep.
+// The items of the benchmark, and the record that a peer keeps for an item. A peer is a contender other than
+// the library.
 #pragma once
 
 #include "base/KvVector.h"
@@ -15,7 +16,7 @@
 
 namespace kvbench {
 
-// An item as a picker selects it. Like most picks, it is a whole entity without path and transform.
+// An item to select. It has no path and no transform, like most items that a user picks.
 struct Pick {
     GxDbObjectId mainId;
     GxDbObjectId subId;
@@ -23,13 +24,13 @@ struct Pick {
 };
 using Picks = std::vector<Pick>;
 
-// An item inside nested blocks. A Pick has no path, so that picks of whole entities are small.
+// An item inside nested blocks. The path is not a member of Pick, so that a Pick is small.
 struct NestedPick : Pick {
     KvVector<GxDbObjectId> path;
 };
 using NestedPicks = std::vector<NestedPick>;
 
-// Returns an id. A greater index gives a greater id.
+// Returns the id with this index. A greater index gives a greater id.
 inline GxDbObjectId idAt(std::size_t index) {
     return GxDbObjectId(reinterpret_cast<GxDbStub*>((index + 1) * 64));
 }
@@ -44,7 +45,7 @@ struct IdEqual {
     bool operator()(const GxDbObjectId& a, const GxDbObjectId& b) const noexcept { return a == b; }
 };
 
-// A pointer to a value that belongs to one record. Copying the record copies the value.
+// Holds a value on the heap, or no value. Copying an Owned copies the value.
 template <class T>
 class Owned {
 public:
@@ -65,7 +66,7 @@ private:
     std::unique_ptr<T> mValue;
 };
 
-// The fields of selected_entity, in the containers that an application would use.
+// The record of a peer. It has the fields of selected_entity, in containers that an application would use.
 struct PeerItem {
     PeerItem() = default;
     explicit PeerItem(const Pick& pick) : mainId(pick.mainId), subId(pick.subId), gsMarker(pick.gsMarker) {}
@@ -75,7 +76,7 @@ struct PeerItem {
             path.push_back(pick.path.at(i));
     }
 
-    // Returns whether this item is the gap that a removed item leaves. Every selected item has a main id.
+    // Returns whether this is a gap, which replaces a removed item. Only a gap has no main id.
     bool isGap() const { return !mainId.stub(); }
 
     GxDbObjectId mainId;
@@ -109,8 +110,8 @@ inline bool isSamePath(const std::vector<GxDbObjectId>& a, const KvVector<GxDbOb
     return std::all_of(a.begin(), a.end(), [&](const GxDbObjectId& id) { return id == b.at(i++); });
 }
 
-// Return whether the item has the five keys: main id, sub id, marker (0 and -1 are equal), path and
-// transform.
+// Return whether the item has the same five keys as `pick`: main id, sub id, marker, path and transform. The
+// markers 0 and -1 are equal. A Pick has an empty path, and no pick has a transform.
 inline bool isSame(const PeerItem& item, const Pick& pick) {
     return item.mainId == pick.mainId && item.subId == pick.subId &&
            isSameMarker(item.gsMarker, pick.gsMarker) && item.path.empty() &&
@@ -123,8 +124,8 @@ inline bool isSame(const PeerItem& item, const NestedPick& pick) {
            isSameTransform(item.transform.get(), nullptr);
 }
 
-// Returns whether two items have the same main id, sub id, marker and path. contains() compares sets by these
-// four keys, without the transform.
+// Returns whether two items have the same main id, sub id, marker and path. contains() compares items by
+// these four keys, without the transform.
 inline bool hasSameKeys(const PeerItem& a, const PeerItem& b) {
     return a.mainId == b.mainId && a.subId == b.subId && isSameMarker(a.gsMarker, b.gsMarker) &&
            a.path == b.path;
@@ -134,8 +135,8 @@ inline bool isSame(const PeerItem& a, const PeerItem& b) {
     return hasSameKeys(a, b) && isSameTransform(a.transform.get(), b.transform.get());
 }
 
-// Returns whether the item has exactly the main id, sub id and marker of `pick`. Items are removed by these
-// three keys.
+// Returns whether the item has the main id, sub id and marker of `pick`. Items are removed by these three
+// keys. Here, the markers 0 and -1 are different.
 inline bool hasKeys(const PeerItem& item, const Pick& pick) {
     return item.mainId == pick.mainId && item.subId == pick.subId && item.gsMarker == pick.gsMarker;
 }

@@ -1,4 +1,7 @@
-// Times an operation: on several sets if they are small, and several times if that is cheap.
+// Times operations.
+//
+// A region is one timed run of an operation, on one large set or on many small sets. A figure of the report
+// is the median time of a few regions.
 #pragma once
 
 #include "bench/FullSpeed.h"
@@ -14,11 +17,13 @@
 
 namespace kvbench {
 
-constexpr std::size_t kItemsPerRegion = 16000; // so a region has 1600 sets of 10 items, or one set of 10^6
-constexpr std::size_t kItemsPerReading = 100;  // fewest items between two readings of the clock
-constexpr std::size_t kRegions = 3;            // most regions for one figure
-constexpr double kEnoughSeconds = 0.2;         // when a figure has taken this long, no further region begins
-constexpr double kLongRegionSeconds = 2e-3;    // time of all rounds of a repeatable operation
+// The fewest items in all sets of a region together. A region has 1600 sets of 10 items, but only one set of
+// a million items.
+constexpr std::size_t kItemsPerRegion = 16000;
+constexpr std::size_t kItemsPerReading = 100; // fewest items between two readings of the clock
+constexpr std::size_t kRegions = 3;           // most regions for one figure
+constexpr double kEnoughSeconds = 0.2;        // no further region begins after this time
+constexpr double kLongRegionSeconds = 2e-3;   // an operation is repeated until a region takes about this long
 constexpr double kMostRounds = 10000;
 constexpr std::size_t kMostDisturbed = 3; // most regions that are measured again
 
@@ -27,7 +32,7 @@ struct Timing {
     double shortestRegionUs;
 };
 
-// The time of a region, and whether the core was at full speed at the end of the region.
+// The time of a region. `isUndisturbed` tells whether the core was at full speed at the end of the region.
 struct Region {
     double seconds = 0;
     bool isUndisturbed = true;
@@ -41,13 +46,13 @@ inline std::size_t setsOf(std::size_t count) {
     return std::max<std::size_t>((kItemsPerRegion + count - 1) / count, 1);
 }
 
-// Returns the number of sets between two readings of the clock: ten sets if a set has ten items. Reading the
-// clock takes as long as selecting one item.
+// Returns how many sets an operation handles between two readings of the clock: ten sets if a set has ten
+// items. Reading the clock takes as long as selecting one item, so each reading must cover many items.
 inline std::size_t setsPerReading(std::size_t count) {
     return std::max<std::size_t>(kItemsPerReading / count, 1);
 }
 
-// Sets on which an operation is repeated.
+// The sets of a region, each with an operation that can be repeated. A round runs each operation once.
 template <class Operation>
 class Batch {
 public:
@@ -82,9 +87,9 @@ inline std::size_t roundsFor(double secondsOfOne) {
     return static_cast<std::size_t>(std::clamp(rounds, 1.0, kMostRounds));
 }
 
-// Returns the median time of a few regions. `next` times one region. No further region begins when the
-// regions have taken kEnoughSeconds. A region that is disturbed at its end is measured again. This happens
-// for at most kMostDisturbed regions.
+// Returns the median time of at most kRegions regions. `next` times one region. No further region begins when
+// the counted regions have taken kEnoughSeconds. The first kMostDisturbed disturbed regions are not counted,
+// but measured again.
 template <class Next>
 double medianOf(Next next) {
     std::vector<double> regions;
@@ -101,9 +106,9 @@ double medianOf(Next next) {
     return regions[regions.size() / 2];
 }
 
-// Times an operation that leaves its sets unchanged. The first round is not counted. If the sets are small
-// and the first round was short, another round that is not counted comes before each region. The sets are not
-// freed, since freeing them would take as long as some operations.
+// Times an operation that leaves its sets unchanged. The first round is not counted. If that round was short
+// and the sets are small, each region begins with another round that is not counted. The sets are never
+// freed: that would take as long as some operations.
 template <class Operation>
 Timing timingOfRepeatable(std::size_t count, Order order) {
     auto& batch = *new Batch<Operation>(count, order);
@@ -113,18 +118,22 @@ Timing timingOfRepeatable(std::size_t count, Order order) {
     const double seconds = medianOf([&] {
         awaitFullSpeed();
         if (isSmall(count) && !isLong)
-            batch.region(1); // fills the caches, which are empty after waiting
+            batch.region(1); // fills the caches, which may be empty after the wait
         return batch.region(rounds);
     });
     return {seconds * 1e9 / batch.itemsDealtWith() / static_cast<double>(rounds), seconds * 1e6};
 }
 
-// Times an operation that needs new sets each time. Small sets are made for one reading of the clock after
-// the other, in memory that earlier sets have freed. The first small sets of a region are not counted. Large
-// sets are not freed. If an operation on small sets is long, a region has only one reading.
+// Times an operation that needs new sets each time.
+//
+// The time of a region on small sets is the sum of several readings. New sets are made for each reading. They
+// are freed after the reading, so the next sets reuse their memory. A region begins with a reading that is
+// not counted. If a reading takes kEnoughSeconds, a region is a single reading.
+//
+// A region on a large set is one reading. A large set is never freed.
 template <class Operation>
 Timing timingOfFresh(std::size_t count, Order order) {
-    double items = 0; // number of items per reading of the clock
+    double items = 0; // in one reading
     const auto regionOfOne = [&] {
         std::vector<std::unique_ptr<Operation>> operations;
         while (operations.size() < setsPerReading(count))
@@ -173,8 +182,8 @@ inline std::size_t allocatedBytes() {
     return info.uordblks + info.hblkhd;
 }
 
-// Returns how many bytes of the heap a set of `count` items uses for each item. The allocator counts the
-// bytes. The sets are not freed.
+// Returns how many bytes of the heap a set of `count` items uses for each item, as the allocator counts them.
+// The sets are not freed.
 template <class Set>
 double bytesPerItem(std::size_t count, Order order) {
     const Picks items = picks(count, order);
@@ -183,7 +192,7 @@ double bytesPerItem(std::size_t count, Order order) {
     for (std::unique_ptr<Set>& set : sets) {
         set = std::make_unique<Set>();
         fill(*set, items);
-        for (const Pick& pick : items) // counts an index that a look-up makes as part of the set
+        for (const Pick& pick : items) // a look-up may make an index, which counts, too
             require(set->has(pick.mainId));
     }
     return static_cast<double>(allocatedBytes() - before) / static_cast<double>(count * sets.size());

@@ -14,9 +14,8 @@
 
 namespace kvbench {
 
-// The library, as a contender whose items each have a main id of their own. The other keys of the items are
-// those of the items that share one main id. The report compares the figures of one main id with the figures
-// of this contender.
+// The library again, as a contender with a main id of its own for each item. The other keys are the same as
+// those of the items that share one main id. The report compares the two contenders.
 class ManyMainIds : public SelectContext {
 public:
     static constexpr const char* kName = "KvSelectContext, n main ids";
@@ -25,8 +24,8 @@ public:
 template <class Set>
 constexpr bool kSharesMainId = !std::is_same_v<Set, ManyMainIds>;
 
-// An operation of a peer looks through all items that have the main id. With this many items, the operation
-// takes up to a second.
+// For each item, a peer looks through all items that have the same main id. With this many items, an
+// operation on the set takes up to a second.
 constexpr std::size_t kLargestOfPeers = 10000;
 
 template <class Set>
@@ -41,13 +40,14 @@ bool isLongForPeers(std::size_t count) {
     return kIsPeer<Set> && count >= kLargestOfPeers;
 }
 
-// The ids of main entities, sub-entities and containers are far from each other.
+// The first indices for the ids of sub-entities, inner blocks and outer blocks. Main ids begin at index 0.
+// The indices are so far apart that no id has two meanings.
 constexpr std::size_t kFirstSubId = 10000000;
 constexpr std::size_t kFirstInner = 20000000;
 constexpr std::size_t kFirstOuter = 30000000;
 
-// Each of these classes names a key in which the items differ. It has kName, kThreeKeysDiffer and
-// itemOf(mainId, index).
+// Each of the following classes stands for the key in which the items differ. Each class has kName,
+// kThreeKeysDiffer and itemOf(mainId, index).
 
 struct SubIdsDiffer {
     static constexpr const char* kName = "sub ids differ";
@@ -67,7 +67,7 @@ struct MarkersDiffer {
     }
 };
 
-// Each outer block contains a hundred occurrences. So in large sets, every id of a path is also in other
+// Each outer block contains a hundred of the items. So in a large set, each id of a path is also in other
 // paths.
 struct PathsDiffer {
     static constexpr const char* kName = "paths differ";
@@ -84,7 +84,8 @@ struct PathsDiffer {
     }
 };
 
-// Makes the items for the contender `Set`. The items differ as `Difference` says.
+// Makes items that differ as `Difference` says. They share one main id, unless the contender `Set` is
+// ManyMainIds.
 template <class Set, class Difference>
 struct OneMainId {
     using Items = std::vector<decltype(Difference::itemOf(GxDbObjectId(), 0))>;

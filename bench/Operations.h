@@ -1,5 +1,5 @@
-// The measured operations. Each operation is a class. Its constructor prepares the operation, and its run()
-// is measured.
+// The measured operations. Each operation is a class: the constructor prepares the operation, and run() is
+// measured.
 #pragma once
 
 #include "bench/Item.h"
@@ -27,8 +27,8 @@ constexpr unsigned kSelectionSeed = 1;
 constexpr unsigned kAccessSeed = 2;
 constexpr unsigned kRemovalSeed = 3;
 
-// Returns the numbers below `count`, ascending or shuffled. The shuffle is the same for every contender and
-// every run. The function keeps the result, since measurements use it many times.
+// Returns the numbers below `count`, ascending or shuffled. The same seed gives the same shuffle for every
+// contender and in every run. The result is kept for later calls.
 inline const std::vector<std::size_t>& indices(std::size_t count, Order order,
                                                unsigned seed = kSelectionSeed) {
     static std::map<std::tuple<std::size_t, Order, unsigned>, std::vector<std::size_t>> kept;
@@ -42,7 +42,7 @@ inline const std::vector<std::size_t>& indices(std::size_t count, Order order,
     return result;
 }
 
-// Makes all lists of indices() that the measurements with these arguments use.
+// Makes all lists of indices() that the measurements with these arguments will use.
 inline void prepareIndices(std::size_t count, Order order) {
     indices(count, order);
     indices(std::max<std::size_t>(count / 10, 1) * 10, order);
@@ -50,7 +50,7 @@ inline void prepareIndices(std::size_t count, Order order) {
     indices(count, Order::kShuffled, kRemovalSeed);
 }
 
-// Returns `count` different entities, of which number `first` is the lowest.
+// Returns `count` whole entities with different ids. The lowest id is idAt(first).
 inline Picks picks(std::size_t count, Order order, std::size_t first = 0) {
     Picks result;
     result.reserve(count);
@@ -59,9 +59,9 @@ inline Picks picks(std::size_t count, Order order, std::size_t first = 0) {
     return result;
 }
 
-// Where operations get their items from. Every source has:
-//   Items, and items(count, order, first): `count` different items, of which number `first` is the lowest;
-//   kThreeKeysDiffer: whether no two items have the same main id, sub id and marker.
+// A source of items. Operations take a source as the template argument `Source`. Every source has:
+//   Items, and items(count, order, first): `count` different items, made from the indices `first` and above;
+//   kThreeKeysDiffer: whether any two items differ in main id, sub id or marker.
 struct WholeEntities {
     using Items = Picks;
     static constexpr bool kThreeKeysDiffer = true;
@@ -77,8 +77,9 @@ void fill(Set& set, const Items& items) {
         set.select(pick);
 }
 
-// Returns by how much the position rises from one look-up to the next: 1, or about count / kMostAsked for a
-// contender that counts through a list to find a position.
+// Returns the distance between two positions that are looked up. The distance is usually 1. Some contenders
+// find a position by counting through a list. For these contenders, only about kMostAsked positions are
+// looked up.
 template <class Set>
 std::size_t stepFor(std::size_t count) {
     constexpr std::size_t kMostAsked = 20;
@@ -89,7 +90,7 @@ inline std::size_t stepsIn(std::size_t count, std::size_t step) {
     return (count + step - 1) / step;
 }
 
-// Uses a value, so that the compiler cannot remove the computation of the value.
+// Stops the compiler from removing the computation of `value`.
 inline void keep(std::uintptr_t value) {
     asm volatile("" : : "r"(value) : "memory");
 }
@@ -100,8 +101,10 @@ inline void require(bool held) {
 }
 
 // Every operation class has:
-//   kName, and kIsRepeatable: whether one preparation is enough for many timed runs;
-//   Operation(count, order), which prepares, and run(), which is timed;
+//   kName;
+//   kIsRepeatable: whether run() can be timed many times after one preparation;
+//   Operation(count, order): prepares;
+//   run(): does the work that is timed;
 //   itemsDealtWith(): the number of items that one run handles;
 //   check(): aborts if the last run had a wrong result.
 
@@ -191,7 +194,7 @@ struct Walk : Filled<Set> {
     std::uintptr_t mSum = 0;
 };
 
-// Returns the sum of the markers of `count` items without a marker. Each of these markers is -1.
+// Returns the sum of the markers of `count` items. Each marker is -1, which means no marker.
 inline long sumOfNoMarkers(std::size_t count) {
     return -static_cast<long>(count);
 }
@@ -238,7 +241,8 @@ struct Nth : Filled<Set> {
     long mSum = 0;
 };
 
-// Copies a handle and destroys the copy, as many times as the set has items. So the result is in ns per copy.
+// Copies a handle and destroys the copy, once for each item of the set. So the time per item is the time of
+// one copy.
 template <class Set>
 struct HandleCopy : Filled<Set> {
     static constexpr const char* kName = "handle copy";
@@ -307,7 +311,7 @@ struct RemoveAllBackward : Filled<Set> {
     void check() const { require(this->mSet.size() == 0); }
 };
 
-// Removes all items by their three keys, in random order.
+// Removes all items by main id, sub id and marker, in random order.
 template <class Set, class Source>
 struct RemoveByKeys : Filled<Set, Source> {
     static constexpr const char* kName = "remove by three keys";
@@ -326,7 +330,7 @@ struct RemoveByKeys : Filled<Set, Source> {
     typename Source::Items mDoomed;
 };
 
-// Two sets of `count` items. Half of the items are in both sets.
+// Two sets of `count` items each. Half of the items of one set are also in the other set.
 template <class Set, class Source>
 struct Overlapping {
     Overlapping(std::size_t count, Order order) : mCount(count) {
@@ -334,7 +338,7 @@ struct Overlapping {
         fill(mB, Source::items(count, order, count / 2));
     }
 
-    // Returns the number of items of one set. Each of these items is read or looked up once.
+    // Returns the number of items of one set, not of both sets. The time per item refers to this number.
     std::size_t itemsDealtWith() const { return mCount; }
 
     std::size_t mCount;
@@ -353,7 +357,8 @@ struct Merge : Overlapping<Set, Source> {
     void check() const { require(this->mResult.size() == this->mCount + this->mCount / 2); }
 };
 
-// Removes items by three keys. If all items have the same three keys, each item of mB removes one item of mA.
+// Removes the items of mB from mA by main id, sub id and marker. If all items have the same three keys, each
+// item of mB removes one item of mA.
 template <class Set, class Source = WholeEntities>
 struct Minus : Overlapping<Set, Source> {
     static constexpr const char* kName = "minus, half overlapping";

@@ -1,4 +1,4 @@
-// The times of single calls, from the median to the longest.
+// Percentiles of the times of single calls, from the median to the longest time.
 #pragma once
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 
 namespace kvbench {
 
-using Nanoseconds = std::uint32_t; // at most four seconds
+using Nanoseconds = std::uint32_t; // up to four seconds
 
 struct Percentiles {
     Nanoseconds p50;
@@ -17,8 +17,9 @@ struct Percentiles {
     Nanoseconds most;
 };
 
-// Returns the least sample that at least `ofTenThousand` of 10 000 samples do not exceed. The samples must be
-// sorted, and there must be at least one.
+// Returns a percentile: at least `ofTenThousand` of 10,000 samples are less than or equal to the returned
+// sample. Returns the smallest such sample. The samples must be in ascending order, and there must be at
+// least one.
 inline Nanoseconds sampleAt(const std::vector<Nanoseconds>& sorted, std::size_t ofTenThousand) {
     constexpr std::size_t kAll = 10000;
     return sorted[(sorted.size() * ofTenThousand + kAll - 1) / kAll - 1];

@@ -1,8 +1,10 @@
-// Times the library's operations and those of contenders that do the same work on the same items, in one run.
+// Times the operations of the library and of its contenders in one run. All contenders do the same work on
+// the same items.
 //
-// Benchmarks are named operation/order/size/contender. Only medians over interleaved repetitions are
-// comparable: scripts/bench makes and reports them. --sizes=100,10000 (default: all) selects the sizes of
-// sets.
+// Benchmarks are named operation/order/size/contender. A single figure says little: compare only medians of
+// interleaved repetitions. scripts/bench makes and reports such medians.
+//
+// --sizes=100,10000 selects the sizes of sets. The default is all sizes.
 // --one-main-id-sizes=1000 selects the sizes of sets whose items share one main id.
 
 #include "bench/Arguments.h"
@@ -22,7 +24,7 @@ namespace {
 
 template <class Operation>
 void measure(benchmark::State& state, std::size_t count, Order order) {
-    prepareIndices(count, order); // once, for all runs: the process of each run inherits the lists
+    prepareIndices(count, order); // once: the child process of each run inherits the lists
     for (auto _ : state) {
         const auto timing = inChild([=] { return timingOf<Operation>(count, order); });
         if (!timing) {
@@ -61,8 +63,7 @@ benchmark::internal::Benchmark* add(const std::string& name, std::size_t count, 
         ->Iterations(1);
 }
 
-// Adds the measurement of a set's memory. The measurement is not repeated, since a set takes the same memory
-// every time.
+// Adds the measurement of a set's memory. It runs only once, because a set takes the same memory every time.
 template <class Set>
 void addMemory(std::size_t count, Order order) {
     benchmark::RegisterBenchmark(
@@ -89,8 +90,8 @@ void addAll(const Sizes& sizes) {
     }
 }
 
-// Adds an operation on items of one main id. Long operations of peers are not repeated, since one run shows
-// their order of magnitude.
+// Adds an operation on items of one main id. A long operation of a peer runs only once, because one run shows
+// the order of magnitude.
 template <class Set, class Difference, class Operation>
 void addOneMainId(std::size_t count, Order order) {
     auto* const added = add<Set, Operation>(nameOfOneMainId<Difference, Operation>(), count, order);
@@ -122,9 +123,8 @@ struct All {
     }
 };
 
-// Removes the argument that begins with `flag` from argv, and returns the sizes of the argument's list.
-// Returns no sizes if the list has anything but numbers. Returns `otherwise` if no argument begins with
-// `flag`.
+// Removes the argument that begins with `flag` from argv, and returns the sizes that sizesOf() finds in the
+// rest of the argument. Returns `otherwise` if no argument begins with `flag`.
 Sizes takeSizes(int& argc, char** argv, const char* flag, const Sizes& otherwise) {
     char** const end = argv + argc;
     char** const found = std::find_if(argv + 1, end, [&](char* arg) { return valueOf(arg, flag); });

@@ -1,9 +1,9 @@
-// Runs every operation of the library in a process of its own, under callgrind. Callgrind counts only what
-// run() does. It dumps the counts under the name operation/order/size/items. scripts/bench --counts reports
-// on the dumps.
+// Counts, under callgrind, the work of every operation of the library. Each operation runs in a process of
+// its own, and only run() is counted. The counts are dumped under the name operation/order/size/items.
+// scripts/bench --counts reports on the dumps.
 //
-// --sizes=100,10000 (default: 10,100,10000) selects the sizes. --filter=REGEX selects by
-// operation/order/size.
+// --sizes=100,10000 selects the sizes. The default is 10,100,10000.
+// --filter=REGEX selects by operation/order/size.
 
 #include "bench/Arguments.h"
 #include "bench/Child.h"
@@ -21,8 +21,8 @@
 namespace kvbench {
 namespace {
 
-// Stops callgrind while an object of this class exists, if `count` is large. The work then takes a tenth of
-// the time that it takes under callgrind. The simulated caches are empty afterwards.
+// Switches callgrind off while the object exists, if `count` is large. Without callgrind, the work takes a
+// tenth of the time. The simulated caches are empty afterwards.
 class Unwatched {
 public:
     explicit Unwatched(std::size_t count) : mIsLarge(!isSmall(count)) {
@@ -55,7 +55,7 @@ std::unique_ptr<Operation> prepared(std::size_t count, Order order) {
     return std::make_unique<Operation>(count, order);
 }
 
-// Counts a repeatable operation. A first run is not counted: it fills the caches.
+// Counts a repeatable operation. The first run fills the caches and is not counted.
 template <class Operation>
 std::size_t collectRepeatable(std::size_t count, Order order) {
     std::vector<std::unique_ptr<Operation>> operations;
@@ -98,7 +98,7 @@ void count(std::size_t count, Order order, const std::regex& filter) {
     prepareIndices(count, order);
     const auto items = inChild([&] {
         const std::size_t collected = collectAny<Operation>(count, order);
-        const std::string dump = name + "/" + std::to_string(collected); // outlives the macro's statements
+        const std::string dump = name + "/" + std::to_string(collected); // a temporary would end too early
         CALLGRIND_DUMP_STATS_AT(dump.c_str());
         return collected;
     });

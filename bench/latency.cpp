@@ -1,10 +1,13 @@
-// Times every single call of operations that a user waits for, in processor time of the calling thread. This
-// shows the longest calls, which an average hides. Writes a line operation,order,size,p50,p99,p99.99,max in
-// nanoseconds for every run. scripts/bench --latency reports on these lines. The first lines are the times of
-// reading the clock. These times are not subtracted from the times of the operations.
+// Times single calls of the operations that a user waits for, in processor time of the calling thread. An
+// average would hide the longest calls.
 //
-// --sizes=1000000 (default) selects the sizes, --runs=3 (default) the number of runs, and --filter=REGEX
-// selects by operation/order/size.
+// Writes one line for each run: operation,order,size,p50,p99,p99.99,max. Times are in nanoseconds. The first
+// lines after the heading show the time of reading the clock. All other times include that time.
+// scripts/bench --latency reports on the lines.
+//
+// --sizes=1000000 selects the sizes (default: 1000000).
+// --runs=3 selects the number of runs (default: 3).
+// --filter=REGEX selects by operation/order/size.
 
 #include "bench/Arguments.h"
 #include "bench/Child.h"
@@ -33,8 +36,8 @@ std::uint64_t threadNanoseconds() {
     return static_cast<std::uint64_t>(now.tv_sec) * 1000000000u + static_cast<std::uint64_t>(now.tv_nsec);
 }
 
-// Takes a sample of every call. The constructor writes to the memory of all samples, so that no timed call
-// has to wait for new memory.
+// Times calls, and keeps one sample for each call. The constructor writes to the memory of all samples.
+// Otherwise, a timed call could include the wait for new memory.
 class Stopwatch {
 public:
     explicit Stopwatch(std::size_t count) : mSamples(count) {}
@@ -58,7 +61,7 @@ private:
     std::size_t mTaken = 0;
 };
 
-// The items and the set of a run. The set is not freed, since freeing it would take longer than a run.
+// The items and the set of a run. The set is not freed: that would take longer than a run.
 struct Subject {
     Subject(std::size_t count, Order order) : items(picks(count, order)), set(*new GxapSelectSet) {}
 
@@ -79,7 +82,7 @@ struct FilledSubject : Subject {
     }
 };
 
-// Every latency class has kName. The constructor prepares. run() times as many calls as there are items.
+// Every latency class has kName, a constructor that prepares, and run(), which times one call for each item.
 
 struct ReadingTheClock {
     static constexpr const char* kName = "reading the clock";
@@ -127,8 +130,8 @@ struct FindById : FilledSubject {
     }
 };
 
-// Passes an empty path, since the paths of the items are empty. With a null path, the look-up would not
-// compare path and transform.
+// Passes an empty path, because the items have empty paths. With a null path, the look-up would compare
+// neither path nor transform.
 struct FindByFiveKeys : FilledSubject {
     static constexpr const char* kName = "look-up by five keys";
 
@@ -192,7 +195,7 @@ void measure(std::size_t count, Order order, const Asked& asked) {
     const std::string name = std::string(Latency::kName) + "/" + nameOf(order) + "/" + std::to_string(count);
     if (!std::regex_search(name, asked.filter))
         return;
-    prepareIndices(count, order); // once, for all runs: the process of each run inherits the lists
+    prepareIndices(count, order); // once: the child process of each run inherits the lists
     for (std::size_t run = 0; run < asked.runs; ++run) {
         const auto taken = inChild([=] {
             Latency latency(count, order);

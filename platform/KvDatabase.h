@@ -1,9 +1,9 @@
 // libKvDatabase: object ids, sub-entity paths, and objects that are opened, used and closed.
 //
-// The application provides everything that this header declares and does not define inline.
-// A function may throw any exception unless its comment says otherwise. The library passes the exception on
-// and releases what it owns.
-// The library opens an object on its caller's thread, and closes it on the same thread.
+// The application defines everything that this header only declares.
+// A function may throw any exception unless its comment says otherwise. The library then releases its own
+// temporary data and passes the exception on.
+// The library opens and closes an object on the thread that called the library.
 #pragma once
 
 #include "base/GxArray.h"
@@ -12,20 +12,23 @@
 
 #include <cstdint>
 
-// What an id points to: the database's own object. Only the database knows the members of a stub. A stub
-// lives at least as long as its database.
+// The database's record of one object. An id points to a stub. Only the database knows the members of a stub.
+// A stub lives at least as long as its database.
 class GxDbStub;
 
-// Returns whether two ids name the same object. The relation is an equivalence. Null equals null. Never
-// throws. Any thread may call this function.
+// Returns whether two ids name the same object. This equality is an equivalence relation. Null equals null.
+// Never throws. Any thread may call this function.
 KV_SEAM_API bool c5ObjIdIsEqualTo(const GxDbStub* a, const GxDbStub* b) noexcept;
 
-// Compares ids by a strict weak order. Two ids are equal exactly when neither is less than the other. The
-// order of two ids does not change while their stubs live. Never throws. Any thread may call this function.
+// Returns whether `a` comes before `b` in a strict weak order. Two ids are equal by c5ObjIdIsEqualTo()
+// exactly when neither comes before the other. The order of two ids does not change while their stubs live.
+// Never throws. Any thread may call this function.
 KV_SEAM_API bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcept;
 
-// Names an object of a database. Copying an id does not touch the object. The members have KV_SEAM_API, but
-// the class has not. So standard templates over ids stay inside the library that instantiates them.
+// Names an object of a database. Copying an id does not touch the object.
+//
+// The members have KV_SEAM_API, but the class does not. If the class had KV_SEAM_API, each library would also
+// export the standard templates that it instantiates for ids.
 //
 // Invariants:
 //  1. An id is a plain value and never owns its object.
@@ -63,7 +66,7 @@ inline bool operator<(const GxDbObjectId& a, const GxDbObjectId& b) {
     return c5ObjIdIsLessThan(a.stub(), b.stub());
 }
 
-// Names a part of an entity: a face, an edge, a segment.
+// Names a part of an entity, such as a face, an edge or a segment.
 struct GxDbSubentId {
     std::int32_t type = 0; // 0: the null sub-entity type
     std::int64_t index = 0;
@@ -73,9 +76,8 @@ struct GxDbSubentId {
 // The path from the outermost object to a part of an entity.
 //
 // Invariants:
-//  1. The ids go from the outermost object to the entity. The part belongs to the entity, whose id is the
-//     last.
-//  2. Copies share nothing.
+//  1. The ids begin with the outermost object and end with the entity. The part belongs to that entity.
+//  2. A copy has its own array of ids.
 //
 // Thread safety: several threads may read one path while no thread writes it.
 class GxDbFullSubentPath {
@@ -102,8 +104,7 @@ namespace GxDb {
 enum OpenMode : int { kForRead = 0, kForWrite = 1 };
 }
 
-// Every value except eOk is a failure. The application defines the meanings of the values that are not named
-// here.
+// Every value except eOk is a failure. The application may use further values, and defines their meanings.
 enum GxErrorStatus : int { eOk = 0, eNotOpen = 15 };
 
 // An object that a database can hold.
@@ -112,7 +113,8 @@ enum GxErrorStatus : int { eOk = 0, eNotOpen = 15 };
 //  1. A resident object belongs to its database. Users open, use and close the object. They never delete it.
 //  2. A non-resident object belongs to the code that opens the object, and that code deletes it.
 //
-// Thread safety: an opening belongs to one thread. Several threads may open one object for reading at once.
+// Thread safety: the thread that opens an object also closes it. Several threads may have one object open for
+// reading at once.
 class KV_SEAM_API GxDbObject : public GxRxObject {
 public:
     GxDbObject(const GxDbObject&) = delete;
@@ -122,8 +124,7 @@ public:
     // Ends one opening of a resident object.
     GxErrorStatus close();
 
-    // Returns the id under which the database knows the object. Returns the null id if the object is not
-    // resident.
+    // Returns the id of a resident object. Returns the null id for a non-resident object.
     GxDbObjectId objectId() const;
 
 protected:
@@ -132,12 +133,13 @@ protected:
     GxDbStub* mStub = nullptr; // set by the database that adds the object
 };
 
-// An object that is drawn.
+// An object that can be drawn and highlighted.
 //
-// Invariants of highlight() and unhighlight():
+// Rules for calls of highlight() and unhighlight():
 //  1. The entity is open for reading during the call.
-//  2. The caller keeps the path.
-//  3. The library passes entityFlag on unchanged. The application defines its meaning.
+//  2. The path belongs to the caller.
+//  3. The library passes on the `entityFlag` that its caller gave. The application defines the meaning of the
+//     flag.
 //
 // Thread safety: as GxDbObject.
 class KV_SEAM_API GxDbEntity : public GxDbObject {
@@ -148,10 +150,9 @@ public:
     virtual GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const;
 };
 
-// Opens the object that `id` names, if the object is an entity. `openErased` tells whether an erased object
-// may be opened. If the status is eOk, `entity` is the opened object. Any other status means that the object
-// could not be opened as requested. `entity` is then null, or an object that the caller must release like an
-// opened object.
+// Opens the entity that `id` names. Fails if `id` names no entity. Fails for an erased entity unless
+// `openErased` is true. Returns eOk and sets `entity` on success. After a failure, `entity` is null or an
+// object that the caller must release like an opened one.
 KV_SEAM_API GxErrorStatus gxdbOpenObject(GxDbEntity*& entity, GxDbObjectId id, GxDb::OpenMode mode,
                                          bool openErased);
 
@@ -159,7 +160,7 @@ KV_SEAM_API GxErrorStatus gxdbOpenObject(GxDbEntity*& entity, GxDbObjectId id, G
 //
 // Invariants:
 //  1. The destructor releases the object, also during stack unwinding.
-//  2. mObject is null, or an object that this pointer releases.
+//  2. mObject is null, or an object that this pointer must release.
 //  3. mStatus is the status of the last call of open(). mStatus is eNotOpen before the first call of open()
 //     and after closeInternal().
 //
@@ -172,15 +173,15 @@ public:
     GxDbObjectPointerBase& operator=(const GxDbObjectPointerBase&) = delete;
     ~GxDbObjectPointerBase() { closeInternal(); }
 
-    // Releases mObject and opens the object of `id`. Keeps an object that gxdbOpenObject() returns with a bad
-    // status, too, since such an object must be released.
+    // Releases mObject, opens the object of `id` and returns the status. gxdbOpenObject() may fail and still
+    // give an object. The pointer keeps that object in order to release it later.
     GxErrorStatus open(GxDbObjectId id, GxDb::OpenMode mode, bool openErased = false) {
         closeInternal();
         mStatus = gxdbOpenObject(mObject, id, mode, openErased);
         return mStatus;
     }
 
-    // Releases mObject: closes a resident object, and deletes any other object.
+    // Releases mObject: closes a resident object, and deletes a non-resident object. Returns eOk.
     GxErrorStatus closeInternal() {
         T* object = mObject;
         mObject = nullptr;
@@ -203,6 +204,6 @@ private:
     }
 };
 
-// Completes the two-word name of a set. Word 0 is the set's address, which the function may read. The
-// function sets word 1.
+// Sets name[1], the second word of the two-word name of a set. name[0] is the address of the set. The
+// function may read name[0].
 KV_SEAM_API void gxdbInitGdsNameKey(long* name);

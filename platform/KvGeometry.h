@@ -7,7 +7,7 @@
 
 #include "platform/KvSeamExport.h"
 
-// A point in drawing units. Any three numbers are a point.
+// A point in drawing units. The coordinates may be any numbers.
 class GxGePoint3d {
 public:
     double x = 0;
@@ -24,13 +24,13 @@ public:
 
 // Global settings of the application's geometry.
 struct GxGeContext {
-    // The global tolerance. It is constant-initialised.
-    // The application may change it while no other thread compares.
+    // The default tolerance of isEqualTo(). It is constant-initialised. The application may change the
+    // tolerance while no other thread compares.
     KV_SEAM_API static GxGeTol gTol;
 };
 
-// A transform of points: entry[row][column], with the translation in column 3. Any 16 numbers are a
-// transform.
+// A transform of points: entry[row][column], with the translation in column 3. The entries may be any
+// numbers.
 class GxGeMatrix3d {
 public:
     // Makes the identity.
@@ -39,7 +39,7 @@ public:
     // Makes this transform the identity, and returns *this.
     KV_SEAM_API GxGeMatrix3d& setToIdentity();
 
-    // Returns whether both transforms map every point to places that are equal within `tol`.
+    // Returns whether both transforms are equal within `tol`.
     KV_SEAM_API bool isEqualTo(const GxGeMatrix3d& other, const GxGeTol& tol = GxGeContext::gTol) const;
 
     double entry[4][4];

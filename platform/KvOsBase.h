@@ -7,18 +7,19 @@
 
 #include <cstddef>
 
-// base/KvVector.h defines this structure. libKvOsBase defines only the one empty block.
+// The block of a vector. base/KvVector.h defines this structure. libKvOsBase defines at most one such block:
+// the empty block below.
 struct KvVectorBlock;
 
 extern "C" {
 
-// Allocates memory that crosses library boundaries: vector blocks, delegated element storage, elastic blocks,
-// entity infos, and the sets of the named list. `bytes` may be any value. The memory is aligned for every
-// scalar type. Returns null if there is no memory. Never throws. Any thread may call this function.
+// Allocates memory that one library may allocate and another may free, such as the blocks of vectors. `bytes`
+// may be any value. The memory is aligned for every scalar type. Returns null if there is no memory. Never
+// throws. Any thread may call this function.
 KV_SEAM_API void* _kvMalloc(std::size_t bytes) noexcept;
 
-// Frees memory of _kvMalloc. The caller must free each block once. Does nothing for null. Any thread may call
-// this function.
+// Frees memory of _kvMalloc. The caller must free each block only once. Does nothing for null. Any thread may
+// call this function.
 KV_SEAM_API void _kvFree(void* memory) noexcept;
 }
 
@@ -26,13 +27,13 @@ KV_SEAM_API void _kvFree(void* memory) noexcept;
 //
 // Invariants:
 //  1. The application owns one reference to the block, so `refCount` never falls to 0.
-//  2. gpEmptyVectorData is initialised at compile time, since static vectors are constructed before main().
-//  3. The block has lengths 0, grow length 8 and no storage. Only its `refCount` ever changes.
+//  2. gpEmptyVectorData is initialised at compile time. Static vectors may use it before main().
+//  3. The block has lengths 0, grow length 8 and no storage. Only its `refCount` changes.
 //
 // gpEmptyVectorData may be null. An empty vector then has no block.
 KV_SEAM_API extern KvVectorBlock* gpEmptyVectorData;
 
-// Base class of what the library throws. The library throws a pointer to an object made with `new`.
+// Base class of the library's exceptions. The library throws a pointer to an object made with `new`.
 //
 // Invariant: the handler that catches the pointer owns the object and deletes it through this class.
 //
@@ -105,16 +106,16 @@ protected:
     ~IKvCrashRecorder() = default;
 };
 
-// Returns the recorder that observes exceptions, or null. The application owns the recorder. The recorder
-// lives as long as this function returns it. Any thread may call this function.
+// Returns the recorder that observes exceptions, or null. The application owns the recorder, and keeps it
+// alive while this function returns it. Any thread may call this function.
 KV_SEAM_API IKvCrashRecorder* gxapGetCrashRecorder();
 
 // A recursive lock for code that shares data between threads. The library constructs and destroys one lock,
-// and never locks it.
+// but never locks it.
 //
 // Invariants:
 //  1. At most one thread owns the lock.
-//  2. That thread may lock the lock again. That thread must call unlock() as often as lock().
+//  2. The owner may call lock() again, and must call unlock() as often as lock().
 //
 // Thread safety: any thread may call lock() and unlock(). Only one thread may construct or destroy the lock.
 class KV_SEAM_API KvLocker {

@@ -6,15 +6,16 @@
 
 #include <cstdint>
 
-// Handles that were copied from one another share one list. The last handle destroys the list.
+// A handle to a list of named sets. Copies of a handle share one list. The last handle destroys the list.
 //
-// Invariant: `list` and `refCount` are both null, or `*refCount` is the number of handles that share both.
+// Invariant: `list` and `refCount` are both null, or `*refCount` is the number of handles that share the
+// list.
 //
 // Thread safety: none. The count is not atomic. Code that shares a list between threads must hold
 // GxapSelectSetListManager::s_locker.
 class KVSELECTCONTEXT_API GxapSSListSmartPtr {
 public:
-    // Makes a new, empty list.
+    // Makes a new, empty list. Throws std::bad_alloc if there is no memory.
     GxapSSListSmartPtr();
 
     // Shares the list of `other`. If `other` is null, the new handle has no list. O(1).
@@ -26,8 +27,8 @@ public:
     GxapSSListSmartPtr& assign(const GxapSSListSmartPtr& other);
     GxapSSListSmartPtr& operator=(const GxapSSListSmartPtr& other);
 
-    // Gives up the list. The last handle of the list destroys the list. Afterwards this handle has no list,
-    // and calling release() again does nothing.
+    // Gives up the list. Destroys the list if this was the last handle of the list. Afterwards this handle
+    // has no list, and calling release() again does nothing. O(1), or O(sets) for the last handle.
     void release();
     ~GxapSSListSmartPtr();
 

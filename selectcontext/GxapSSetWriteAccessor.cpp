@@ -174,7 +174,7 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectI
     kvdetail::IdIndex::Run run = index.find(id);
     if (run.isHeld)
         index.expectErasing(run);
-    // Erases all entries of the main id, also those of items with another sub id, which stay in the store.
+    // Erases the index entries of all items of the main id. Items with another sub id stay in the store.
     while (run.isHeld) {
         const kvdetail::IdIndex::Entry entry = run.entry;
         index.next(run, id);
@@ -202,8 +202,8 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectI
     return true;
 }
 
-// Steps back with an iterator of the store. Using an iterator of the set would double the instructions of a
-// removal, since such an iterator is allocated and registered.
+// Steps back with an iterator of the store. An iterator of the set would be allocated and registered, which
+// would double the instructions of a removal.
 bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
     if (!hasItems(*this) || it.isDone())
         return false;
@@ -219,8 +219,8 @@ bool GxapSSetWriteAccessor::removeAt(Iterator& it) {
         return true;
 
     --it.index;
-    // remove() may have released the data that the iterator refers to. An iterator that is not registered is
-    // not yet disabled then.
+    // If remove() has replaced the data, `it` must not refer to the old data. remove() has already disabled
+    // every registered iterator, but `it` may not be registered.
     if (it.set == this && sharedData != held)
         it.disable();
     else

@@ -7,7 +7,7 @@
 namespace {
 
 // Shares a list of paths, and is one more owner of each path. So the paths stay alive if opening or
-// highlighting an entity clears the list that is being drawn.
+// highlighting an entity clears the original list.
 class HeldPaths {
 public:
     explicit HeldPaths(const KvVector<GxDbFullSubentPath*>* paths) {
@@ -48,11 +48,11 @@ void gxutEntityGxDbFullPathHighlight(const GxDbObjectId& id, const KvVector<GxDb
     const GxErrorStatus opened = entity.open(id, GxDb::kForRead, false);
     if (opened == eOk && entity.mObject)
         drawPaths(*entity.mObject, *held, entityFlag, highlight);
-    // The destructor of `entity` cannot pass an exception on to the caller, so this call closes the entity.
+    // Closes the entity here: the destructor of `entity` could not pass an exception on to the caller.
     entity.closeInternal();
 }
 
-// Draws the iterator's record, even if it belongs to another set.
+// Draws the iterator's record, even if the iterator belongs to another set.
 void GxapSelectSet::draw(ConstIterator& it, bool entityFlag, bool highlight) const {
     if (const KvVector<GxDbFullSubentPath*>* const segments = it.highlightSegmentArray())
         gxutEntityGxDbFullPathHighlight(it.mainEntId(), segments, entityFlag, highlight);

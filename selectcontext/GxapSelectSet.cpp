@@ -20,8 +20,9 @@ std::unique_ptr<KvVector<GxDbFullSubentPath*>> shareList(const KvVector<GxDbFull
     return std::make_unique<KvVector<GxDbFullSubentPath*>>(*list);
 }
 
-// Takes references to the empty block of the process, many at a time. Nearly every record needs two
-// references, and taking one by one would cost an atomic operation each.
+// Shares the block of all empty vectors with new records. Takes many references to the block at a time, and
+// gives unused ones back at the end. Nearly every record needs two references, and each would otherwise cost
+// an atomic operation.
 class EmptyBlockShares {
 public:
     EmptyBlockShares() = default;
@@ -32,7 +33,7 @@ public:
             mBlock->refCount.fetch_sub(mLeft); // the platform's own reference always remains
     }
 
-    // Makes `fresh` share the block of `source`. `fresh` must not have a block.
+    // `fresh` must not have a block.
     template <class T>
     void share(KvVector<T>& fresh, const KvVector<T>& source) {
         if (!mBlock || source.data.block != mBlock) {
@@ -135,8 +136,7 @@ GxapSelectSet& GxapSelectSet::operator=(const GxapSelectSet& other) {
     return *this;
 }
 
-// Lets iterators outlive this set: sets their `set` to null, so that they do not unregister, and disables
-// them.
+// Disables the iterators and sets their `set` to null. So an iterator that outlives this set does not use it.
 void GxapSelectSet::orphanIterators() const {
     for (int i = 0; i < iterators.logicalLength(); ++i)
         iterators[i]->set = nullptr;

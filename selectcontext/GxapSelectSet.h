@@ -34,12 +34,12 @@ KVSELECTCONTEXT_API bool isGsMarkEqual(long a, long b);
 //     data. Readers treat null as an empty set, except findInMap(), which throws.
 //  2. `iterators` has each registered iterator once, in the order of registration. A copy of the handle does
 //     not share `iterators`.
-//  3. An iterator that is not in `iterators` is disabled, or was assigned within its set after it had been
-//     disabled.
+//  3. An iterator that is not in `iterators` is disabled, or was disabled and then assigned another iterator
+//     of the same set.
 //
 // Bad arguments (null ids, null pointers, positions out of range) throw nothing, unless a function says
 // otherwise. The result is then null, false, -1 or the end. If there is no memory, the containers raise
-// KvErrorStatus 6, and other code throws std::bad_alloc. Neither changes the set. Costs: n is the number of
+// KvErrorStatus 6, and other code throws std::bad_alloc. The set is then unchanged. Costs: n is the number of
 // items, and p = n / 4096 is the number of pages.
 //
 // Thread safety: handles that share data may be copied, read and destroyed on different threads. A handle,
@@ -49,15 +49,15 @@ public:
     // The reference-counted data of one or more handles.
     //
     // Invariants while no operation is running:
-    //  1. `entities` is non-null in data that a handle uses. Its slots own the records, in the order of
-    //     selection.
+    //  1. `entities`, the store, is non-null in data that a handle uses. The slots of the store own the
+    //     records, in the order of selection.
     //  2. `entityCount` is the number of occupied slots.
     //  3. `dataMap` has one entry per record: the main id and the address of the slot. Entries of one id are
-    //     in the order of their insertion. Two operations break this invariant: remove() with a main id and a
-    //     sub id, and a caller's own change of a record. The caller must call updateDataMap() afterwards.
+    //     in the order of their insertion. remove() with a main id and a sub id breaks this invariant. So
+    //     does a caller that changes the main id of an item. The caller must call updateDataMap() afterwards.
     //  4. `refCount` is the number of handles that share the data. While `refCount` is above 1, no edit
     //     changes the data. There are three exceptions: updateDataMap(), an Iterator that does not come from
-    //     the accessor, and findSubentPathSubsel(), which makes a list's block private.
+    //     the accessor, and findSubentPathSubsel(), which makes the block of a list private.
     //
     // Thread safety: `refCount` may be changed from any thread. Several threads may read the other members
     // while the data is shared. If only one handle uses the data, the thread of that handle may change them.
@@ -77,19 +77,20 @@ public:
         SSetData(const SSetData&) = delete;
         SSetData& operator=(const SSetData&) = delete;
 
-        // Count one handle more, or one less. The last delRef() destroys the data. Any thread may call these.
-        // O(1), or O(n) for the last delRef().
+        // addRef() counts one handle more, delRef() one less. The last delRef() destroys the data. Any thread
+        // may call these functions. O(1), or O(n) for the last delRef().
         KVSELECTCONTEXT_API void addRef() const;
         KVSELECTCONTEXT_API void delRef() const;
 
-        // Destroys every record and empties index and store. `unique` and `selectByNestedMode` keep their
-        // values. Does nothing while more than one handle uses the data. O(n).
+        // Destroys every record, and empties the index and the store. `unique` and `selectByNestedMode` keep
+        // their values. Does nothing while more than one handle uses the data. O(n).
         void clear();
 
         // Returns new data with a copy of every record, in consecutive slots, and with an index of its own.
         // Copies `unique`, `selectByNestedMode` and `entityCount`. `refCount` is 0; the caller must assign
-        // the data to a set. Copied records share vectors and highlight paths, and have copies of the infos.
-        // O(n).
+        // the data to a set. The copied records share the vectors and highlight paths of the original
+        // records, but have infos of their own. O(n), or O(n log n) if the order of the ids is not that of
+        // their stubs.
         SSetData* clone() const;
 
         mutable std::atomic<std::uint32_t> refCount;
@@ -107,34 +108,34 @@ public:
         std::unique_ptr<kvdetail::SetData> mInside;
     };
 
-    // A cursor over a set's items in store order. The set registers it, and disables it when the set releases
-    // its data. No removal adjusts an iterator. An iterator on a freed page never reads that page: the
-    // iterator moves to the end or to before the first item, and reading there throws KvExceptionWithMsg
-    // "Error access KvTrucker".
+    // A cursor over a set's items in store order. A set registers its iterators, and disables them when it
+    // releases its data. Removing adjusts no iterator, except the argument of removeAt(). An iterator never
+    // reads a freed page. If the page of an iterator was freed, reading the item throws KvExceptionWithMsg
+    // "Error access KvTrucker", step() moves the iterator to the end, and getPrevIterator() gives an iterator
+    // before the first item.
     //
     // Invariants:
-    //  1. `truckerIterator` is null or a store position on the heap that only this iterator uses. Null means
+    //  1. `truckerIterator` is null, or a store position on the heap that only this iterator uses. Null means
     //     that the iterator is disabled: isDone() returns true, and get() returns null.
-    //  2. `set` is the set that the iterator unregisters from when it is destroyed. disable() does not change
+    //  2. `set` is the set from which the destructor unregisters the iterator. disable() does not change
     //     `set`.
     //
     // The caller must destroy an iterator before its set. If the set is destroyed first, its registered
-    // iterators are disabled, and their destructors do not touch the set. Constructing, copying and assigning
-    // register the iterator: O(registered iterators). Thread safety: that of the set.
+    // iterators are disabled, and their destructors do not touch the set. Constructing, copying, assigning
+    // and destroying an iterator cost O(registered iterators). Thread safety: that of the set.
     class KVSELECTCONTEXT_API ConstIterator {
     public:
         // Makes an iterator on the item at `index`. If `index` is the number of items, the iterator is at the
         // end. If `index` is negative, the iterator is done. If `index` is larger than the number of items,
-        // and the store has pages, the iterator is neither done nor on an item, and reading through the
-        // iterator throws. If the set is null or without data, the iterator is disabled. O(p + slots of a
-        // page).
+        // and the store has pages, the iterator is neither done nor on an item, and reading its item throws.
+        // If the set is null or without data, the iterator is disabled. O(p + slots of a page).
         ConstIterator(const GxapSelectSet* set, int index);
 
         // Copies the position, and registers the copy as well. A copy of a disabled iterator is disabled.
         ConstIterator(const ConstIterator& other);
 
-        // Copies the position of `other`. Registers this iterator only if `set` changes. So an iterator that
-        // was disabled, and is then assigned within its set, has a position but is not registered.
+        // Copies the position of `other`. Registers this iterator only if `set` changes. So a disabled
+        // iterator that is assigned another iterator of the same set has a position but is not registered.
         ConstIterator& operator=(const ConstIterator& other);
         ~ConstIterator();
 
@@ -150,8 +151,9 @@ public:
         // skipped).
         KVSELECTCONTEXT_API bool step(bool forward = true) const;
 
-        // Makes `prev` an iterator on the item before this one. Returns false, and leaves `prev` unchanged,
-        // if this iterator is on the first item or has no position. O(slots skipped), or O(p) to change page.
+        // Makes `prev` an iterator on the item before this iterator's item. If this iterator is on the first
+        // item or disabled, returns false and leaves `prev` unchanged. O(slots skipped), or O(p) to change
+        // page.
         bool getPrevIterator(ConstIterator& prev) const;
 
         // Returns whether set, index and store position are equal. Returns false for a disabled iterator,
@@ -171,18 +173,18 @@ public:
         KvVector<int>* hlVpArray() const;
         const KvVector<GxDbObjectId>& nestedEntFullPath() const;
 
-        // Returns whether the item was picked inside block references: whether its nested path has more than
-        // one id. For a path of two ids, returns true only if the sub id is null or equals the main id. O(1).
+        // Returns whether the item was picked inside a block reference: whether its nested path has more than
+        // one id. For a path of two ids, the sub id must also be null or equal to the main id. O(1).
         bool isNestedEnt() const;
 
-        // Fills `path` with the nested path up to and including the main id, the null sub-entity type, and
-        // the marker as index. Returns false, and leaves `path` unchanged, if there is no path or the path
-        // lacks the main id. O(path).
+        // Sets the ids of `path` to the nested path up to and including the main id. Sets the sub-entity type
+        // of `path` to 0, and the sub-entity index to the marker. Returns false, and leaves `path` unchanged,
+        // if there is no nested path, or if the nested path lacks the main id. O(path).
         bool getFullSubentPath(GxDbFullSubentPath& path) const;
 
-        // Fills `ids` with those ids of the nested path that open as entities. Returns false, and leaves
-        // `ids` unchanged, if the iterator is disabled. Returns false, and empties `ids`, if the nested path
-        // is empty. Opens one entity at a time. O(path).
+        // Fills `ids` with those ids of the nested path that can be opened as entities. If the iterator is
+        // disabled, returns false and leaves `ids` unchanged. If the nested path is empty, returns false and
+        // empties `ids`. Opens one entity at a time. O(path).
         bool getFilteredNestedFullPath(KvVector<GxDbObjectId>& ids) const;
 
         const GxapSelectSet* set;
@@ -221,11 +223,12 @@ public:
     GxapSelectSet& operator=(const GxapSelectSet& other);
     KVSELECTCONTEXT_API ~GxapSelectSet();
 
-    // Replaces the data of the set by new, empty data. Returns the new data, which the set owns.
+    // Replaces the data of the set by new, empty data, and disables every iterator. Returns the new data,
+    // which the set owns.
     SSetData* createData();
 
-    // Replaces the data of the set by `data`. If `data` is null, the set has no data afterwards. Does nothing
-    // if the set uses `data` already.
+    // Replaces the data of the set by `data`, and disables every iterator. If `data` is null, the set has no
+    // data afterwards. Does nothing if the set uses `data` already.
     void assignData(SSetData* data);
 
     // Disables every iterator and releases the data. The set has no data afterwards.
@@ -233,13 +236,13 @@ public:
 
     bool isSelectByNestedMode() const;
 
-    // Read or change `lispRefCnt`, by which the LISP layer counts its references to the set. A negative count
-    // reads as 0. O(1).
+    // The LISP layer counts its references to the set in `lispRefCnt`. These functions read, raise or lower
+    // the count, and return the result. A negative count counts as 0. O(1).
     long getLispRefCnt();
     long addLispRefCnt();
     long subtractLispRefCnt();
 
-    // Iterators call these to register with the set in `iterators`. addIterator() and removeIterator() ignore
+    // Iterators call these functions to register with their set. addIterator() and removeIterator() ignore
     // null. addIterator() registers an iterator only once. removeIterator() keeps the order of the other
     // iterators. disableAllIterator() disables every iterator and empties `iterators`. O(registered
     // iterators).
@@ -249,24 +252,27 @@ public:
 
     // Return iterators by value, each registered once. A set without data gets empty data first. iteratorAt()
     // returns the end for an index above the count, and an iterator that is done for a negative index.
-    // cbegin() and cend() return the positions of begin() and end() for a non-const set. O(registered
-    // iterators). A position before the end adds O(p + slots of a page).
+    // cbegin() and cend() do what begin() and end() do, for a set that is not const. O(registered iterators).
+    // A position before the end adds O(p + slots of a page).
     ConstIterator begin() const;
     ConstIterator end() const;
     ConstIterator cbegin();
     ConstIterator cend();
     ConstIterator iteratorAt(int index) const;
 
-    // Returns the first index entry, in order of insertion, whose record equals the arguments in all keys.
-    // The keys are main id, sub id, marker (by isGsMarkEqual), nested path, and the block transform of
-    // `info`. Returns dataMap.end() if there is no such entry. If `path` is null, neither path nor info is
-    // compared. The form with one id reads no record. Throws KvExceptionWithMsg on a set without data.
+    // Returns the first entry of `dataMap`, in order of insertion, whose record has the same keys as the
+    // arguments. The keys are main id, sub id, marker (by isGsMarkEqual), nested path, and the block
+    // transform of `info`. Keys that a form does not take are not compared. If `path` is null, neither path
+    // nor info is compared. Returns dataMap.end() if there is no such entry. The form with one id reads no
+    // record. Throws KvExceptionWithMsg on a set without data.
     //
     // O(log n) for an id of at most 64 items. If an id has more, say k items, the first look-up that passes
     // 64 of them makes a hash of all k, in O(k log k). Later look-ups cost O(log n + items with equal keys).
-    // Adding and removing single items updates the hash. A look-up is O(log n + k) if there is no memory for
-    // the hash, if the main id has several stubs, if a caller has changed `dataMap`, or if the arguments
-    // include no marker and the items have more than four different markers.
+    // Adding and removing single items updates the hash.
+    //
+    // There are four cases without such a hash, where a look-up costs O(log n + k): there is no memory for
+    // it; the main id has several stubs; a caller has changed `dataMap`; the arguments include no marker, and
+    // the items have more than four different markers.
     //
     // As third argument, a literal 0 could be a marker or a null path. The overload with int makes 0 a
     // marker.
@@ -287,7 +293,7 @@ public:
                                                 GxapSelectedEntInfo* info) const;
 
     // Returns the position of the item that findInMap() finds. Returns -1 if there is no such item, and for a
-    // set without data. O(p + slots of a page) in addition to findInMap(). So to test only for presence, call
+    // set without data. Costs O(p + slots of a page) more than findInMap(). To test only for presence, call
     // findInMap().
     int find(const GxDbObjectId& mainId) const;
     int find(const GxDbObjectId& mainId, const GxDbObjectId& subId) const;
@@ -299,7 +305,8 @@ public:
     int find(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker,
              const KvVector<GxDbObjectId>* path) const;
 
-    // Returns an iterator on the item that find() finds, or end(). Same cost as find().
+    // Returns an iterator on the item that find() finds, or end(). findMain() does what the form with one id
+    // does. Same cost as find().
     ConstIterator findItr(const GxDbObjectId& mainId) const;
     ConstIterator findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId) const;
     ConstIterator findItr(const GxDbObjectId& mainId, const GxDbObjectId& subId, long gsMarker) const;
@@ -312,14 +319,15 @@ public:
                           const KvVector<GxDbObjectId>* path) const;
     ConstIterator findMain(const GxDbObjectId& mainId) const;
 
-    // Returns an iterator on the first item of `id`, whatever its other keys. A null or absent id gives
-    // end(). An empty set gives an iterator that is done.
+    // Returns an iterator on the first item of `id`, whatever its other keys. Returns end() for a null id,
+    // and for an id without items. An empty set gives an iterator that is done. Same cost as find().
     ConstIterator findMainSubsel(const GxDbObjectId& id) const;
 
-    // Return the record at `index`, the first or the last record, which the set owns, or null. The forms with
-    // ids copy the ids of that record and return true. If there is no record, they return false and leave the
-    // ids unchanged. The forms of getFirst() and getLast() with ids throw KvErrorStatus 24 if a caller has
-    // made `entityCount` differ from the store. O(p + slots of a page).
+    // Return the record at `index`, the first record, or the last record. The set owns the record. They
+    // return null if there is no such record. The forms with ids copy the ids of the record and return true.
+    // If there is no record, they return false and leave the ids unchanged. getFirst() and getLast() with ids
+    // throw KvErrorStatus 24 if a caller has made `entityCount` differ from the store. O(p + slots of a
+    // page).
     selected_entity* getAt(int index) const;
     bool getAt(int index, GxDbObjectId& mainId) const;
     bool getAt(int index, GxDbObjectId& mainId, GxDbObjectId& subId) const;
@@ -330,28 +338,29 @@ public:
     bool getLast(GxDbObjectId& mainId) const;
     bool getLast(GxDbObjectId& mainId, GxDbObjectId& subId) const;
 
-    // Return whether this set has every item, or at least one item, of `other`. Items are compared by main
-    // id, sub id, marker and nested path. They return false if either set is null, without data or empty.
-    // O(items of other * log n). The walk ends at the first item that decides the result.
+    // contains() returns whether this set has every item of `other`. intersectedWith() returns whether it has
+    // at least one of them. Items are compared by main id, sub id, marker and nested path. Both functions
+    // return false if `other` is null, and if a set is empty or without data. O(items of other * log n). They
+    // stop at the first item that decides the result.
     bool contains(const GxapSelectSet* other) const;
     bool intersectedWith(const GxapSelectSet* other) const;
 
     // Appends a copy of every item to `target`, or to `excludedOut` if the excluder excludes the main id. If
-    // `excludedOut` is null, excluded items are not copied. A set whose `unique` is true refuses items that
-    // it has. If `excluder` is null, `target` shares the data of this set instead. O(n log n).
+    // `excludedOut` is null, excluded items are not copied. A receiving set whose `unique` is true refuses
+    // items that it has. If `excluder` is null, `target` shares the data of this set instead. O(n log n).
     void transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* excluder, GxapSelectSet* excludedOut) const;
 
-    // Returns the position of `path` in the sub-selection of the item of `id`, or -1. Makes the block of
-    // `subselPathArray` private, also in shared data. So several threads must not call findSubentPathSubsel()
-    // at once on shared data. O(find + paths).
+    // Looks for `path` in the sub-selection of the first item of `id`. Returns the position of the path
+    // there, or -1. Makes the block of `subselPathArray` private, also in shared data. So several threads
+    // must not call findSubentPathSubsel() at once on shared data. O(find + paths).
     int findSubentPathSubsel(const GxDbObjectId& id, const GxDbFullSubentPath& path) const;
 
-    // Copies the path at `pathIndex` from the sub-selection of the item at `entityIndex` to `path`. Returns
-    // false for bad positions, but throws KvErrorStatus 24 if `pathIndex` equals the number of paths.
-    // O(getAt).
+    // Copies the path at `pathIndex` to `path`. The path is looked up in the sub-selection of the item at
+    // `entityIndex`. Returns false for positions out of range, but throws KvErrorStatus 24 if `pathIndex`
+    // equals the number of paths. Also returns false for an item without a sub-selection. O(getAt).
     bool getSubentPathAtSubsel(int entityIndex, int pathIndex, GxDbFullSubentPath& path) const;
 
-    // Highlight or unhighlight the segments of the iterator's item, or of every item. They use
+    // Highlight or unhighlight the segments of the iterator's item, or of every item, by
     // gxutEntityGxDbFullPathHighlight(). Items without segments are not drawn. O(segments), or O(n +
     // segments) for every item.
     void draw(ConstIterator& it, bool entityFlag, bool highlight) const;
@@ -365,8 +374,8 @@ private:
     void orphanIterators() const;
 };
 
-// The functions below are inline, since a loop over a set calls them for every item, or since they copy or
-// destroy a set.
+// The functions below are inline because they are called often: for every item of a walk, or for every copy
+// of a set.
 
 KVSELECTCONTEXT_INLINE void GxapSelectSet::SSetData::addRef() const {
     refCount.fetch_add(1);
@@ -401,8 +410,7 @@ KVSELECTCONTEXT_INLINE bool GxapSelectSet::ConstIterator::step(bool /*forward*/)
     if (isDone())
         return false;
     index = static_cast<std::int32_t>(static_cast<std::uint32_t>(index) + 1);
-    // The set may use another store than `truckerIterator` does. The iterator then moves to the end of the
-    // set's store.
+    // The set may have another store by now. The iterator then moves to the end of that store.
     const SSetData::Store* const store = set->sharedData->entities;
     if (truckerIterator->trucker != store)
         *truckerIterator = store->end();

@@ -28,8 +28,8 @@ using kvdetail::ItemKeys;
 using kvdetail::SSetData;
 using kvdetail::Store;
 
-// Adds a reference to shared data while the records of the data are read. Adds none to private data, since
-// the next write would then copy the data.
+// Keeps shared data alive while its records are read, by one more reference. Private data gets none: the next
+// write would then copy the data.
 class HeldData {
 public:
     explicit HeldData(const SSetData& data) : mData(data), mIsHeld(data.refCount.load() >= 2) {
@@ -48,8 +48,8 @@ private:
     const bool mIsHeld;
 };
 
-// Returns the records that the data has now. The caller may read these records while the set is edited, since
-// neither adding nor removing destroys a record.
+// Returns the records that the data has now. They stay readable while the set is edited, since neither adding
+// nor removing destroys a record.
 std::vector<const selected_entity*> recordsOf(const SSetData& data) {
     std::vector<const selected_entity*> records;
     kvdetail::forEachOccupied(*data.entities, [&records](const Store::Slot* slot) {
@@ -74,9 +74,9 @@ void forEachRecord(const SSetData& data, const GxapSelectSet& edited, const IdSe
     });
 }
 
-// Returns whether sorting `records` by id saves time when they are looked up in `data`. A sorted look-up
-// walks through all index entries of `data`. So there must be many records, and at least one for every
-// kMostEntriesPerRecord entries.
+// Returns whether sorting `records` by id saves time when they are looked up in `data`. Looking up sorted
+// records walks through all index entries of `data`. So sorting pays only if there are many records, and at
+// least one for every kMostEntriesPerRecord entries.
 bool isSortingWorthIt(const SSetData& data, const SSetData& records) noexcept {
     constexpr std::size_t kFewestRecords = 16;
     constexpr std::size_t kMostEntriesPerRecord = 4;
@@ -84,14 +84,14 @@ bool isSortingWorthIt(const SSetData& data, const SSetData& records) noexcept {
            indexOf(data).size() / kMostEntriesPerRecord <= records.entityCount;
 }
 
-// Returns the keys by which remove() finds an item.
+// Returns the keys by which remove() looks for the record's item.
 ItemKeys keysToRemove(const selected_entity& record) noexcept {
     return {record.mainEntId, record.subEntId, record.gsMarker, nullptr};
 }
 
 // Appends copies of the records of one set to the data of another set. The result is the same as if the
-// records were appended one after the other. The records are looked up and indexed in the order of their ids,
-// so one walk through the index is enough. All decisions are made before the first change.
+// records were appended one after the other. The records are looked up and indexed in the order of their ids.
+// So one walk through the index is enough. All decisions are made before the first change.
 //
 // Invariants from decide() on:
 //  1. A refused record is null in mRecords.
@@ -118,8 +118,8 @@ public:
         return false;
     }
 
-    // Decides which records to append. Returns false if one id has more records than it pays to compare with
-    // each other.
+    // Decides which records to append. Returns false if one id has so many records that comparing them with
+    // each other takes too long.
     bool decide() {
         IdIndex::Entry place = mIndex.begin();
         for (const IdBatch::Item* first = mBatch.begin(); first != mBatch.end();) {
@@ -150,7 +150,7 @@ private:
     };
     struct NewEntry {
         std::size_t arrival;
-        IdIndex::Entry entry; // until enter() inserts the entry: the place behind all entries of the id
+        IdIndex::Entry entry; // before enter(): the place behind all entries of the id; then the new entry
     };
 
     // Decides which records of one id to append. `run` must be at the first index entry of the id. Returns
@@ -172,7 +172,7 @@ private:
         return behind.entry;
     }
 
-    // Returns whether the record equals a record in `run`, or one of mNew from the number `firstNew` on.
+    // Returns whether the record equals a record in `run`, or a record of mNew at or behind index `firstNew`.
     bool isDuplicate(const selected_entity& record, const IdIndex::Run& run, std::size_t firstNew) const {
         const ItemKeys keys = kvdetail::keysOf(record);
         const GxGeMatrix3d* const matrix = kvdetail::matrixOf(record.selectedEntityInfo);
@@ -258,8 +258,8 @@ void removeEqual(GxapSSetWriteAccessor& set, const selected_entity& record, IdSe
 }
 
 // Removes the items that equal records in `batch`. `data` must be private. The result is the same as if the
-// items were removed one after the other. Handles the records in the order of their ids, so that one walk
-// through the index is enough. Records of one id are handled in the order of the batch.
+// items were removed one after the other. Handles the records in the order of their ids. So one walk through
+// the index is enough. Records of one id are handled in the order of the batch.
 void removeInOrder(SSetData& data, const IdBatch& batch) {
     IdIndex& index = indexOf(data);
     index.expectErasures();
@@ -282,10 +282,12 @@ void removeInOrder(SSetData& data, const IdBatch& batch) {
     }
 }
 
-// Returns the records of `taken` whose removal may change the set, in store order. While the set's data is
-// shared, removing a record that is not found changes nothing. The first record that is found makes the data
-// private. The private data has a new index, which may have entries that the index of the shared data lacks.
-// So the records before the first one that is found must not be looked up in the new index, and are left out.
+// Returns the records of `taken` that must be looked up for removal, in store order. If the set's data is
+// shared, leaves out the records before the first one that the set has.
+//
+// In the shared data, looking up a record that the set lacks changes nothing. The first record that the set
+// has makes the data private, with a new index. The new index may have entries that the old one lacks, and
+// might find an earlier record. So the earlier records must not be looked up there.
 std::vector<const selected_entity*> recordsToRemove(const GxapSelectSet& set, const SSetData& taken) {
     std::vector<const selected_entity*> records = recordsOf(taken);
     const SSetData& data = *set.sharedData;
@@ -311,8 +313,8 @@ bool sortRecords(const std::vector<const selected_entity*>& records, IdBatch& ba
     return batch.sort();
 }
 
-// Returns whether the set has at most as many items as it counts. Removing one item after the other ends when
-// the count is 0. A caller may have made the count too small. Then the order of the removals matters.
+// Returns whether the set has at most `entityCount` items. A caller may have made `entityCount` too small.
+// Removing one item after the other then ends when the count is 0, so the order of the removals matters.
 bool areAllCounted(const SSetData& data) {
     return indexOf(data).size() <= data.entityCount && data.entities->occupiedSlots() <= data.entityCount;
 }
@@ -353,8 +355,8 @@ void GxapSSetWriteAccessor::merge(const GxapSelectSet* a, const GxapSelectSet* b
     if (!hasRecords(*b))
         return;
 
-    // `a` or `b` may be this set. writeData() may replace the data of this set, so the data of `b` is fetched
-    // first.
+    // `a` or `b` may be this set, and writeData() may replace the data of this set. So the data of `b` is
+    // fetched first.
     const SSetData& added = *b->sharedData;
     const HeldData held(added);
     const bool uniqueResult = sharedData->unique || added.unique;
@@ -387,8 +389,8 @@ void GxapSSetWriteAccessor::minus(const GxapSelectSet* a, const GxapSelectSet* b
                   [this, &search](const selected_entity& record) { removeEqual(*this, record, search); });
 }
 
-// If the set appends to itself, the walk stops at the mark of its former end. Without the mark, the walk
-// would also visit the appended items, and never end.
+// If the set appends to itself, the walk stops where the set ended before. It would otherwise also visit the
+// appended items, and never end.
 void GxapSelectSet::transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* excluder,
                              GxapSelectSet* excludedOut) const {
     if (!excluder) {
@@ -424,7 +426,7 @@ void GxapSSetWriteAccessor::setUnique(bool on) {
 
     const std::vector<Store::Slot*> others = indexOf(data).rebuildOfFirsts();
     data.unique = true;
-    // Looks for the page of each slot again, since a removal may free pages.
+    // Looks for the page of each slot again, since the removal before may have freed pages.
     for (Store::Slot* slot : others)
         data.entities->removeSlot(slot, data.entities->pageOf(slot), true);
     data.entityCount = data.entities->occupiedSlots();

@@ -13,8 +13,9 @@ namespace {
 
 using kvdetail::Store;
 
-// Both vectors exist while the library is loaded. No code uses sEmptyNumbers. But each vector is a reference
-// to the empty block, and callers can see the number of references. So sEmptyNumbers must not be removed.
+// Two empty vectors that exist while the library is loaded. No code uses sEmptyNumbers, but it must not be
+// removed. Each vector holds a reference to the block of all empty vectors, and callers can see the number of
+// these references.
 const KvVector<GxDbObjectId> sEmptyPath;
 const KvVector<int> sEmptyNumbers;
 
@@ -27,8 +28,8 @@ std::int32_t clamped(int index, const GxapSelectSet::SSetData& data) {
     return std::min(index, static_cast<std::int32_t>(data.entityCount));
 }
 
-// Appends a copy of the path to the record's segments. Gives the record a new list only when the list has its
-// first path. So the record gets no empty list if there is no memory.
+// Appends a copy of the path to the record's segments. If the record has no list, fills a new list first. So
+// if there is no memory, the record does not get an empty list.
 void addSegment(selected_entity& record, const GxDbFullSubentPath& path) {
     if (record.highlightSegmentArray) {
         kvdetail::appendPathCopy(*record.highlightSegmentArray, path);
@@ -39,8 +40,7 @@ void addSegment(selected_entity& record, const GxDbFullSubentPath& path) {
     record.highlightSegmentArray = segments.release();
 }
 
-// Removes all segments of the record. Reads the list without making its block private, and so needs no
-// memory.
+// Removes all segments of the record. Reads the list without making its block private, so needs no memory.
 void clearSegments(selected_entity& record) {
     const std::unique_ptr<KvVector<GxDbFullSubentPath*>> segments(
         std::exchange(record.highlightSegmentArray, nullptr));
@@ -102,7 +102,7 @@ GxapSelectSet::ConstIterator GxapSelectSet::cend() {
     return ConstIterator(atEnd);
 }
 
-// Registers the iterator after the last allocation of its own. So if there is no memory, no iterator stays
+// Allocates the position before it registers the iterator. So if there is no memory, no iterator stays
 // registered.
 GxapSelectSet::ConstIterator::ConstIterator(const GxapSelectSet* ofSet, int atIndex)
     : set(ofSet), index(atIndex), truckerIterator(nullptr) {
@@ -124,7 +124,7 @@ GxapSelectSet::ConstIterator::ConstIterator(const ConstIterator& other)
     truckerIterator = position.release();
 }
 
-// First allocates the position and registers the iterator, which can fail. So a failed assignment changes
+// First does what can fail: allocates the position and registers the iterator. So a failed assignment changes
 // nothing.
 GxapSelectSet::ConstIterator& GxapSelectSet::ConstIterator::operator=(const ConstIterator& other) {
     if (this == &other)
@@ -243,8 +243,7 @@ bool GxapSelectSet::ConstIterator::getFilteredNestedFullPath(KvVector<GxDbObject
             ids.setLogicalLength(length + 1);
             ids.at(length) = nested.at(i);
         }
-        // The destructor of `entity` cannot pass an exception on to the caller, so this call closes the
-        // entity.
+        // Closes the entity here: the destructor of `entity` could not pass an exception on to the caller.
         entity.closeInternal();
     }
     return true;

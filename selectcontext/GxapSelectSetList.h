@@ -6,8 +6,8 @@
 
 #include <list>
 
-// Owns sets that have names. A name has two words. Word 0 is the set's address, and the list does not read
-// word 1. The platform sets word 1.
+// Owns sets that have names. A name has two words. Word 0 is the set's address. The platform sets word 1,
+// which the list does not read.
 //
 // Invariants:
 //  1. `sets` has the newest set first.
@@ -27,12 +27,12 @@ public:
     ~GxapSelectSetList();
 
     // Makes a new empty set, and writes its name to `name`. Returns null, and changes neither list nor name,
-    // if `name` is null or _kvMalloc has no memory. Throws std::bad_alloc or KvErrorStatus 6 if there is no
-    // other memory. Also throws what gxdbInitGdsNameKey() throws. After an exception, the list and word 0 are
-    // as before the call. O(1).
+    // if `name` is null or _kvMalloc has no memory. Throws std::bad_alloc or KvErrorStatus 6 if any other
+    // allocation fails. Also throws what gxdbInitGdsNameKey() throws. After an exception, the list and word 0
+    // are as before the call. O(1).
     GxapSelectSet* newSelectSet(long* name);
 
-    // Does what newSelectSet() does, and makes the new set share the data of `src`.
+    // Does what newSelectSet() does, and makes the new set share the data of `src`. O(1).
     GxapSelectSet* addSelectSet(const GxapSelectSet& src, long* name);
 
     // Returns the set of that name, or null. O(sets).

@@ -8,11 +8,11 @@
 // Owns the handle through which the LISP layer reaches named sets.
 //
 // Thread safety: no function takes a lock. Callers that use the manager from several threads must hold
-// `s_locker`. The library itself never locks it.
+// `s_locker`. The library never locks `s_locker`.
 class KVSELECTCONTEXT_API GxapSelectSetListManager {
 public:
-    // Both functions return s_smartPtrSSList, which the manager owns. If s_smartPtrSSList is null, they first
-    // create the handle and an empty list. O(1).
+    // Return s_smartPtrSSList, which the manager owns. If s_smartPtrSSList is null, they first create the
+    // handle and an empty list. They throw std::bad_alloc if there is no memory. O(1).
     static GxapSSListSmartPtr* newInstance();
     static GxapSSListSmartPtr* getInstance();
 

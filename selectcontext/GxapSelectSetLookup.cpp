@@ -163,7 +163,6 @@ GxapSelectSet::ConstIterator GxapSelectSet::findMain(const GxDbObjectId& mainId)
 
 namespace {
 
-// Returns the record of the slot. Returns null for a null slot.
 selected_entity* recordIn(const Store::Slot* slot) {
     return slot ? slot->value : nullptr;
 }
@@ -189,8 +188,8 @@ bool idsAt(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObject
     return copyIds(store->at(index), mainId, subId);
 }
 
-// Does what idsAt() does, but does not compare the index with the number of items. at() raises an error if a
-// caller has made `entityCount` wrong.
+// Does what idsAt() does, for the first or the last index. Does not compare the index with the number of
+// items. If a caller has made `entityCount` wrong, at() may raise an error.
 bool idsAtEdge(const GxapSelectSet& set, int index, GxDbObjectId& mainId, GxDbObjectId* subId) {
     const auto* const store = storeOf(set);
     return store && copyIds(store->at(index), mainId, subId);
@@ -200,8 +199,8 @@ int lastIndex(const GxapSelectSet& set) {
     return hasItems(set) ? static_cast<int>(set.sharedData->entityCount - 1) : 0;
 }
 
-// Returns whether `other` has a record that is in `set`, if `wanted` is true. Returns whether `other` has a
-// record that is not in `set`, if `wanted` is false. Both sets must have a store.
+// If `wanted` is true, returns whether `other` has a record that is in `set`. Otherwise returns whether
+// `other` has a record that is not in `set`. Both sets must have a store.
 bool anyRecord(const GxapSelectSet& other, const GxapSelectSet& set, bool wanted) {
     const SSetData& data = *set.sharedData;
     kvdetail::IdSearch search(set);

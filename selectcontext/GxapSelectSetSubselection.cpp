@@ -16,14 +16,14 @@ using kvdetail::recordAt;
 using kvdetail::SSetData;
 using kvdetail::Store;
 
-// Returns the sub-selection list of a record. Returns null for a record without a sub-selection.
+// Returns null for a record without a sub-selection.
 KvVector<GxDbFullSubentPath*>* subselectionOf(const selected_entity* record) {
     return record && record->hasSubselPaths ? record->subselPathArray : nullptr;
 }
 
 // Returns the record's sub-selection list. Returns null if `pathIndex` is negative or larger than the length
-// of the list. Accepts the length itself: the list then raises KvErrorStatus 24 when the caller uses the
-// index.
+// of the list. If `pathIndex` equals the length, returns the list. The caller's access to the list then
+// raises KvErrorStatus 24.
 KvVector<GxDbFullSubentPath*>* subselectionAt(const selected_entity* record, int pathIndex) {
     KvVector<GxDbFullSubentPath*>* const list = subselectionOf(record);
     return list && pathIndex >= 0 && pathIndex <= list->logicalLength() ? list : nullptr;
@@ -38,8 +38,8 @@ GxDbObjectId entityOf(const GxDbFullSubentPath& path) {
     return last.isValid() ? last : GxDbObjectId();
 }
 
-// Returns the position of the path in the list, or -1. Makes the block of the list private, since the list is
-// not const and at() is then the form for writing.
+// Returns the position of the path in the list, or -1. Makes the block of the list private, as at() of a
+// non-const list does.
 int positionIn(KvVector<GxDbFullSubentPath*>& list, const GxDbFullSubentPath& path) {
     for (int i = 0; i < list.logicalLength(); ++i) {
         const GxDbFullSubentPath* const held = list.at(i);
@@ -49,8 +49,8 @@ int positionIn(KvVector<GxDbFullSubentPath*>& list, const GxDbFullSubentPath& pa
     return -1;
 }
 
-// Returns the position of the entry's record in a copy of the data, or -1 if the entry has no record. A copy
-// leaves out slots without a record.
+// Returns the position that the entry's record will have in a clone of the data. Returns -1 if the entry has
+// no record. A clone leaves out slots without a record.
 int positionInCopy(const SSetData& data, DataMap::const_iterator entry) {
     const selected_entity* const record = data.entities ? recordAt(*data.entities, entry->second) : nullptr;
     if (!record)
@@ -81,7 +81,7 @@ GxapSelectSet::Iterator GxapSSetWriteAccessor::findMainSubsel(const GxDbObjectId
     const kvdetail::IdIndex::Run run = kvdetail::indexOf(*sharedData).find(id);
     if (id.isNull() || !run.isHeld)
         return end();
-    // Finds the position before the data is copied: the index of the copy may find another item of the id.
+    // Finds the position before the data is cloned: the index of the clone may find another item of the id.
     return iteratorAt(sharedData->refCount.load() >= 2 ? positionInCopy(*sharedData, run.entry) : find(id));
 }
 
@@ -99,8 +99,8 @@ bool GxapSSetWriteAccessor::appendSubentPathSubsel(const GxDbFullSubentPath& pat
     }
 
     // append() copies neither `hasSubselPaths` nor `subselPathArray`. So the record in the set has no
-    // sub-selection. The list is destroyed with `record`. The copy of the path outlives it, without an owner,
-    // on purpose.
+    // sub-selection. The list is destroyed with `record`, but the copy of the path is not. The copy is left
+    // without an owner on purpose.
     selected_entity record;
     record.mainEntId = id;
     record.hasSubselPaths = true;

@@ -29,7 +29,8 @@ bool hasField(const GxDbElasticData* block, unsigned offset) noexcept {
     return block && offset + kFieldBytes <= block->size;
 }
 
-// Makes an empty block for `capacity` bytes. Raises KvErrorStatus 6 if there is no memory.
+// Makes a block without fields, with room for `capacity` bytes of fields. Raises KvErrorStatus 6 if there is
+// no memory.
 GxDbElasticData* makeBlock(unsigned capacity) {
     void* const memory = capacity > std::numeric_limits<std::uint16_t>::max()
                              ? nullptr
@@ -39,11 +40,11 @@ GxDbElasticData* makeBlock(unsigned capacity) {
     return new (memory) GxDbElasticData{static_cast<std::uint16_t>(capacity), 0};
 }
 
-// The functions below take a reference to the pointer to the block, and may replace the block.
+// insertField() and eraseField() may replace the block. So they take a reference to the pointer to the block.
 
 // Inserts a field at `offset`, and moves the fields at and after `offset` up. Returns false, and changes
-// nothing, for an offset beyond the size. If the block cannot grow, raises KvErrorStatus 6 and changes
-// nothing.
+// nothing, for an offset beyond the size. If there is no memory for a larger block, raises KvErrorStatus 6
+// and changes nothing.
 bool insertField(GxDbElasticData*& block, unsigned offset, const void* value) {
     const unsigned size = block ? block->size : 0;
     if (offset > size)
@@ -70,10 +71,9 @@ bool setFieldAtOffset(GxDbElasticData* block, unsigned offset, const void* value
     return true;
 }
 
-// Removes the field at `offset`, and moves the later fields down. If `compact` is true, shrinks the block to
-// the remaining fields, but does not shrink a block without remaining fields. Returns false, and changes
-// nothing, if the block has no field there. If there is no memory for the smaller block, raises KvErrorStatus
-// 6 and changes nothing.
+// Removes the field at `offset`, and moves the later fields down. If `compact` is true and other fields
+// remain, shrinks the block to these fields. Returns false, and changes nothing, if the block has no field at
+// `offset`. If there is no memory for the smaller block, raises KvErrorStatus 6 and changes nothing.
 bool eraseField(GxDbElasticData*& block, unsigned offset, bool compact) {
     if (!hasField(block, offset))
         return false;
@@ -117,7 +117,7 @@ T* load(T* const* place) {
 
 // Stores or replaces a field. Removes the field if `value` is `defaultValue`. Returns false if `presenceBits`
 // and the fields of the block do not agree. Changes the bit after the block. So if changing the block throws,
-// bits and fields stay as they were.
+// the bits and the fields stay as they were.
 template <class T>
 bool storeField(GxapSelectedEntInfo& info, std::uint64_t bit, unsigned offset, T* value, T* defaultValue) {
     const bool present = (info.presenceBits & bit) != 0;

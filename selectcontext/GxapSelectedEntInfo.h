@@ -9,10 +9,12 @@
 
 struct GxDbElasticData;
 
-// The earliest fence crossing and the compound block transform of an item. Most items have neither, so a
-// block stores only the fields that are present. A set owns the infos that are passed to it. A caller must
-// construct such an info in memory from _kvMalloc. The set calls the destructor of the info, and frees its
-// memory with _kvFree.
+// Optional data of an item: above all, its earliest fence crossing (the fence info) and its compound block
+// transform (the matrix). Most items have neither. So these two fields are stored in a block of their own,
+// which has only the fields that are present.
+//
+// An info that is passed to a set belongs to the set. The caller must construct such an info in memory from
+// _kvMalloc. The set calls the destructor of the info, and frees its memory with _kvFree.
 //
 // Invariants:
 //  1. Bit 0 of `presenceBits` is set exactly when the block has a fence info, and bit 1 exactly when it has a
@@ -24,9 +26,9 @@ struct GxDbElasticData;
 // The fields begin after the first four bytes of the block. So the addresses that the ...Ptr() getters return
 // may be misaligned. Use memcpy to read and write through them.
 //
-// If there is no memory, functions raise KvErrorStatus 6 for the block, and throw std::bad_alloc for a fence
-// info or a matrix. Bits and fields then do not change, except that an assignment may have replaced some of
-// the fields, each as a whole. Every operation is O(1).
+// If there is no memory for the block, functions raise KvErrorStatus 6. If there is none for a fence info or
+// a matrix, they throw std::bad_alloc. The bits and the fields are then unchanged. Only a failed assignment
+// may have replaced some of the fields, each as a whole. Every operation is O(1).
 //
 // Thread safety: none. An info belongs to one thread at a time.
 class KVSELECTCONTEXT_API GxapSelectedEntInfo {
@@ -45,15 +47,16 @@ public:
     // index.
     GxapSelectedEntInfo(const GxapSelectedEntInfo& other);
 
-    // Copies as the copy constructor does, but keeps the fence result of this info if that result is earlier
-    // than the one of `other`. Deletes the fence info or the matrix of this info if `other` has none.
+    // Copies as the copy constructor does, with two differences. Replaces a fence result of this info only by
+    // an earlier one (see setSelFenceResultInfo()). Deletes a fence info or a matrix that `other` lacks.
     GxapSelectedEntInfo& operator=(const GxapSelectedEntInfo& other);
 
     // Allocates nothing and never throws.
     ~GxapSelectedEntInfo();
 
-    // Return the address of the field's pointer. If the field is absent, they return the address of the
-    // static default. They return null if `presenceBits` has the bit of a field that the block lacks.
+    // Return the address of the pointer in the field. If the field is absent, they return the address of the
+    // static default. They return null if `presenceBits` has the bit of a field that the block lacks. An
+    // address in the block is valid until a field is added or removed.
     SelFenceIntersectInfo** getFenceIntersectInfoPtr();
     SelFenceIntersectInfo** getFenceIntersectInfoPtr() const;
     GxGeMatrix3d** getCompoundTransformBTROffsetPtr();
@@ -63,37 +66,38 @@ public:
     SelFenceIntersectInfo* getFenceInfoPtr() const;
     GxGeMatrix3d* getBTRMatPtr() const;
 
-    // Store the pointer. The info owns its object from then on. They do not delete the object of the old
-    // pointer. Null removes the field.
+    // Store the pointer. The info then owns the object. They do not delete the object of the old pointer. A
+    // null pointer removes the field.
     void setFenceIntersectInfoPtr(SelFenceIntersectInfo* const& info);
     void setCompoundTransformBTROffsetPtr(GxGeMatrix3d* const& matrix);
 
-    // Copies the fence result to `out`. If there is none, returns false and leaves `out` unchanged.
+    // Copies the fence result to `out`. If there is no result, returns false and leaves `out` unchanged.
     bool getSelFenceResultInfo(SelFenceIntersectInfo& out) const;
 
-    // Copies `info` to the fence result, if there is none yet or if `info` is earlier. A result is earlier if
-    // its index is lower, or if its index is equal and its `param` is lower. If the indices are equal and a
-    // `param` is NaN, the present result stays. Does nothing if the index of `info` is negative.
+    // Stores a copy of `info` as fence result, if there is no result yet or if `info` is earlier. A result is
+    // earlier if its index is lower, or if its index is equal and its `param` is lower. If the indices are
+    // equal and a `param` is NaN, the present result stays. Does nothing if the index of `info` is negative.
     void setSelFenceResultInfo(const SelFenceIntersectInfo& info);
 
-    // Calls setSelFenceResultInfo(*info). If `info` is null, deletes the fence info.
+    // setFenceInfoPtr() calls setSelFenceResultInfo(*info), or ReleaseFenceInfoPtr() if `info` is null. The
+    // caller keeps the argument. ReleaseFenceInfoPtr() deletes the fence info.
     void setFenceInfoPtr(const SelFenceIntersectInfo* info);
     void ReleaseFenceInfoPtr();
 
-    // Copies the matrix to `out`. If there is none, returns false and makes `out` the identity.
+    // Copies the matrix to `out`. If there is no matrix, returns false and makes `out` the identity.
     bool getCompoundTransformWithBTROffset(GxGeMatrix3d& out) const;
 
-    // Copies the matrix into the info, whatever its value.
+    // Stores a copy of the matrix in the info, even if the matrix is the identity.
     void setCompoundTransformWithBTROffset(const GxGeMatrix3d& matrix);
 
-    // Calls setCompoundTransformWithBTROffset(*matrix). If `matrix` is null, deletes the matrix of the info.
-    // The caller keeps the argument.
+    // setBTRMatPtr() calls setCompoundTransformWithBTROffset(*matrix), or ReleaseBTRMatPtr() if `matrix` is
+    // null. The caller keeps the argument. ReleaseBTRMatPtr() deletes the matrix of the info.
     void setBTRMatPtr(const GxGeMatrix3d* matrix);
     void ReleaseBTRMatPtr();
 
-    // smEDataOffsetTable has the offset of the matrix in the block's fields, in bytes. Its index is the
-    // presence bit of the fence info. Entries 2 and 3 are not used: with entries 0 and 1, they would give the
-    // offset of a third field. smEDataTypeSizeTable has the sizes of the fence and the matrix field.
+    // smEDataOffsetTable gives the offset of the matrix field, in bytes from the first field. Its index is 1
+    // if the fence info is present, otherwise 0. Entries 2 and 3 are not used. smEDataTypeSizeTable gives the
+    // sizes of the fence field and the matrix field.
     static const std::uint16_t smEDataOffsetTable[4];
     static const std::uint16_t smEDataTypeSizeTable[2];
 

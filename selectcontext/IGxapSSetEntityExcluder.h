@@ -3,12 +3,12 @@
 
 #include "platform/KvDatabase.h"
 
-// Callers of GxapSelectSet::transfer implement this and own the object.
+// Callers of GxapSelectSet::transfer() implement this interface and own the object.
 class IGxapSSetEntityExcluder {
 public:
-    // Returns true if the record with this main id must not be copied to `target`. transfer() calls
-    // isExcluded() once per record. If isExcluded() throws, transfer() ends, and the earlier records stay
-    // copied.
+    // Returns true if the record with this main id must not be copied to the target of transfer(). transfer()
+    // calls isExcluded() once per record. If isExcluded() throws, transfer() ends, and the earlier records
+    // stay copied.
     virtual bool isExcluded(GxDbObjectId mainEntId) = 0;
     virtual ~IGxapSSetEntityExcluder() = default;
 };

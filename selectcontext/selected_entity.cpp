@@ -5,9 +5,9 @@
 
 namespace {
 
-// Releases the record's ownership of each path, and deletes the list. If there is no memory to make the
-// list's block private, reads the shared block, which no other list writes to. The function is not inlined,
-// since few records have segments. Inlining would make destroying a record without segments a sixth slower.
+// Gives up the ownership of each path, and deletes the list. If there is no memory to make the list's block
+// private, reads the shared block, which no other list writes to. Not inlined: few records have segments, and
+// inlining would make destroying the other records a sixth slower.
 [[gnu::noinline]] void releaseSegments(KvVector<GxDbFullSubentPath*>* segments) noexcept {
     if (segments->logicalLength() > 0)
         segments->tryCopyBeforeWrite();

@@ -10,14 +10,16 @@
 #include <new>
 
 // The record of one selected item. The record says which entity was picked, through which nested path, at
-// which marker, and which parts are highlighted or sub-selected. A record belongs to the set whose store has
-// it. Removing an item frees only its slot. The record stays allocated, and any code that has a pointer to it
-// may delete it at any time, on any thread. `delete record` is right for every record. `::delete record` is
-// not supported.
+// which marker, and which parts are highlighted or sub-selected.
+//
+// A record belongs to the set whose store has the record. Removing an item frees only its slot. The record
+// stays allocated, and any code that has a pointer to it may delete it at any time, on any thread. `delete
+// record` is right for every record. `::delete record` is not supported.
 //
 // Invariants while the record is in a set:
 //  1. `mainEntId` is not null and does not change, since the set's index uses it as key.
-//  2. The record owns its info and both arrays. It is one owner of every path of `highlightSegmentArray`.
+//  2. The record owns its info, and the lists `highlightSegmentArray` and `subselPathArray`. It is one owner
+//     of every path of `highlightSegmentArray`.
 //  3. The paths of `subselPathArray` have no owner, and outlive the record on purpose.
 //
 // Thread safety: that of the set that has the record.
@@ -29,7 +31,7 @@ struct KVSELECTCONTEXT_API selected_entity {
     KvVector<GxDbFullSubentPath*>* highlightSegmentArray = nullptr; // null: no segments
     KvVector<GxDbFullSubentPath*>* subselPathArray = nullptr;
     bool hasSubselPaths = false;                       // if true, the destructor deletes subselPathArray
-    KvVector<GxDbObjectId> nestedEntFullPath;          // the picker decides whether the outermost id is first
+    KvVector<GxDbObjectId> nestedEntFullPath;          // outermost id first or last: callers decide
     GxapSelectedEntInfo* selectedEntityInfo = nullptr; // in memory from _kvMalloc; null: no info
 
     selected_entity() = default;

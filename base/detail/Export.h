@@ -1,5 +1,7 @@
-// KV_BASE_API: exports a class that inline code of the containers uses, and whose data must exist only once
-// in the process.
+// KV_BASE_API: exports a class from the library.
+//
+// The inline code of the containers uses such a class, also in programs. Because the class is exported,
+// library and program use the same data of the class.
 #pragma once
 
 #include "platform/KvOsBase.h"

@@ -5,8 +5,9 @@
 
 namespace kvdetail {
 
-// A bitmap with rank and select over `Count` slots, for a page that has holes. It counts the set bits of each
-// block of 512 bits. So rank and select read the words of only one block.
+// A bitmap of `Count` slots with rank and select, for a page that has holes. The bits are in blocks of 512.
+// For each block, the bitmap keeps the number of set bits. So rank() and select() look at the bits of only
+// one block.
 //
 // Invariants while isKept():
 //  1. Bit i is set exactly when the store has occupied slot i and has not freed it since.
@@ -16,7 +17,8 @@ namespace kvdetail {
 // A caller may have changed a slot directly. So users must compare count() with the page's `liveCount`, and
 // check the slot that they find.
 //
-// Thread safety: only the thread that writes to the store may change it. Any number of threads may read it.
+// Thread safety: only the thread that writes to the store may change the bitmap. Any number of threads may
+// read it.
 template <unsigned Count>
 class OccupancyBitmap {
 public:
@@ -49,8 +51,8 @@ public:
             mFirst = i / kWordBits;
     }
 
-    // Amortised O(1) in a store, which sets bits in ascending order and frees empty pages. Otherwise O(Count
-    // / 64).
+    // Amortised O(1) in a store: a store sets bits in ascending order, and frees a page that becomes empty.
+    // So mFirst passes each word once. Otherwise O(Count / 64).
     void clear(std::uint32_t i) noexcept {
         if (!isSet(i))
             return;

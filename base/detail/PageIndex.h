@@ -13,23 +13,30 @@
 
 namespace kvdetail {
 
-// An array of the pages in the order of the chain, a Fenwick tree of their counts of occupied slots, and a
-// hash table from addresses to pages (open addressing with linear probing). The hash table divides all memory
-// into regions of PageBytes bytes. The block of a page may not be aligned, so it touches one or two regions.
-// The hash table has one bucket for each region that the block touches.
+// Keeps three structures for the pages of one store:
+//  - an array of the pages, in the order of the chain;
+//  - a Fenwick tree of the numbers of occupied slots of the pages;
+//  - a hash table from addresses to pages (open addressing with linear probing).
+//
+// The hash table divides all memory into regions of PageBytes bytes. The slots of a page (its block) take
+// PageBytes bytes, too, but may begin anywhere in a region. So a block touches one or two regions. The hash
+// table has one bucket for each of them.
 //
 // Invariants while isInUse():
-//  1. pages() are the pages that the store has linked and not unlinked, in the order of the chain. The
+//  1. pages() has the pages that the store has linked and not unlinked since, in the order of the chain. The
 //     `number` of each page is its index in pages().
 //  2. For every region that a page's block touches, the hash table has a bucket with that page.
 //  3. If verify() returns true, no page in pages() has been freed.
-//  4. The tree has the `liveCount` of each page at the time when the page was indexed, plus the changes that
-//     the store has reported by noteCount() since then.
+//  4. For each page, the tree has the `liveCount` that it last read from the page, plus the changes that the
+//     store has reported by noteCount() since then.
 //
-// A caller may have changed the chain by hand. So users must compare the ends of pages() with those of the
-// chain, call verify(), and check that a page is linked from the page before it. A page that a caller has
-// taken out of the chain may be read until the store frees a page or is destroyed. An index that has run out
-// of memory, or has found another chain than its own, is disabled until clear() or rebuild() is called.
+// A caller may have changed the chain by hand. So users must compare the first and the last of pages() with
+// the ends of the chain, and call verify(). find() and isCounted() also check that the page before the found
+// page still links to the found page. A page that a caller has taken out of the chain may be read until the
+// store frees a page or is destroyed.
+//
+// The index is disabled if it runs out of memory, or if it finds that the chain has other pages than pages().
+// It stays disabled until clear() or rebuild() is called.
 //
 // Thread safety: only the store's writer may change the index. Any number of threads may read it at once.
 template <class Page, unsigned PageBytes>
@@ -43,8 +50,8 @@ public:
     bool isInUse() const noexcept { return !mPages.empty(); }
     const std::vector<Page*>& pages() const noexcept { return mPages; }
 
-    // Updates the tree for a slot of the page that was occupied (`change` 1) or freed (-1). Does nothing for
-    // a page that is not indexed. O(log pages), or O(1) for the last page.
+    // Updates the tree when a slot of the page was occupied (`change` is 1) or freed (`change` is -1). Does
+    // nothing for a page that is not indexed. O(log pages), or O(1) for the last page.
     void noteCount(const Page* page, int change) noexcept {
         if (page->number >= mPages.size() || mPages[page->number] != page)
             return;
@@ -61,7 +68,7 @@ public:
     }
 
     // Returns the page of the i-th occupied slot, and the number of that slot among the occupied slots of the
-    // page. The page is null for a position beyond the last slot, and if isCounted() is false for the page.
+    // page. The page is null if there are at most i occupied slots, or if isCounted() is false for the page.
     // O(log pages).
     std::pair<Page*, std::uint32_t> pageWith(std::uint32_t i) const noexcept {
         std::size_t number = 0;
@@ -75,9 +82,9 @@ public:
         return {page && isCounted(page) ? page : nullptr, i};
     }
 
-    // Returns whether positions in the page may be taken from the tree. Compares the page's count with the
-    // tree, and checks the kCheckedLinks links before the page. By the links, it also notices that a caller
-    // has taken the page and some neighbours out of the chain. O(log pages).
+    // Returns whether the tree can be trusted for this page. Compares the page's `liveCount` with the tree.
+    // Also checks the links of up to kCheckedLinks pages before the page: these links show whether a caller
+    // has taken the page, or some neighbours, out of the chain. O(log pages).
     bool isCounted(const Page* page) const noexcept {
         const std::size_t number = page->number;
         if (number >= mPages.size() || mPages[number] != page)
@@ -138,16 +145,15 @@ public:
         disable();
     }
 
-    // Empties the index and frees its memory, for a store without pages. A disabled index is enabled again.
+    // Empties the index and frees its memory, for a store without pages. Also enables a disabled index.
     void clear() noexcept {
         disable();
         mIsDisabled = false;
         mLinked = 0;
     }
 
-    // Returns whether pages() equals the chain that begins at `head`. Compares pages() with the chain only if
-    // `epoch` has changed since the last call that returned true. O(1) for an unchanged epoch, otherwise
-    // O(pages).
+    // Returns whether pages() equals the chain that begins at `head`. Compares the two only if `epoch` has
+    // changed since the last call that returned true. O(1) for an unchanged epoch, otherwise O(pages).
     bool verify(const Page* head, std::uint32_t epoch) const noexcept {
         if (mVerified.load(std::memory_order_relaxed) == epoch)
             return true;
@@ -157,9 +163,9 @@ public:
         return true;
     }
 
-    // Returns the page whose block may contain the address. Returns null if there is no such page, or if the
-    // page before it does not link to it. The caller must compare the first of pages() with the head of the
-    // chain. O(1).
+    // Returns the page whose block has this address. Returns null if there is no such page, or if the page
+    // before the found page does not link to it. No page links to the first page, so the caller must compare
+    // the first of pages() with the head of the chain. O(1).
     Page* find(const void* address) const noexcept {
         if (mBuckets.empty())
             return nullptr;
@@ -177,7 +183,7 @@ private:
         std::size_t number = 0;   // the number of that page
     };
 
-    // A page has at most two regions, and at most half of the buckets are in use.
+    // A page needs at most two buckets, and at most half of all buckets are in use.
     static constexpr std::size_t kBucketsPerPage = 4;
 
     static std::size_t lowestBit(std::size_t number) noexcept { return number & (~number + 1); }
@@ -185,8 +191,8 @@ private:
         return std::size_t{1} << (63 - __builtin_clzll(number));
     }
 
-    // Adds the node of the last page to the tree. Node n has the sum of the counts of the lowestBit(n) pages
-    // that end with the n-th page.
+    // Adds a node for the last page to the tree. Node n has the sum of the counts of the n-th page and of the
+    // lowestBit(n) - 1 pages before it.
     void countLast() {
         const std::size_t node = mPages.size();
         mCounts.resize(node + 1);
@@ -212,7 +218,8 @@ private:
         return number == 0 || mPages[number - 1]->next == page ? page : nullptr;
     }
 
-    // Returns whether pages() equals the chain. Reads only pages of the chain.
+    // Returns whether pages() equals the chain. Reads only pages of the chain, since those in pages() may
+    // have been freed.
     bool isChain(const Page* head) const noexcept {
         std::size_t i = 0;
         for (const Page* page = head; page; page = page->next, ++i) {

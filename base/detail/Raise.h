@@ -10,7 +10,7 @@ namespace kvdetail {
 // The statuses that the containers and the library raise.
 constexpr int kStatusNoElement = 2;     // a vector has no element after it has grown
 constexpr int kStatusOutOfMemory = 6;   // no memory for a block, storage, a page or an array
-constexpr int kStatusInvalidIndex = 24; // an index outside the container, or an empty slot
+constexpr int kStatusInvalidIndex = 24; // an index outside the container, or a free slot
 
 // Errors have no source position. The file name is always a pair of quotation marks, and callers may rely on
 // that.
@@ -26,8 +26,8 @@ template <class Exception>
     throw exception.release();
 }
 
-// This function is cold and not inlined. So a function that checks for an error pays only for one branch that
-// is not taken.
+// raiseStatus() and raiseMessage() are cold and not inlined. So a function that checks for an error pays only
+// for a branch that is not taken.
 [[noreturn, gnu::noinline, gnu::cold]] inline void raiseStatus(int status) {
     raise(std::make_unique<KvErrorStatus>(status, kNoFile, kNoLine));
 }

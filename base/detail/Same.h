@@ -1,4 +1,4 @@
-// isSame: compares values with as few calls of the application as possible.
+// isSame: compares values with as few calls into the application as possible.
 #pragma once
 
 #include <type_traits>
@@ -7,8 +7,8 @@ class GxDbObjectId;
 
 namespace kvdetail {
 
-// Returns a == b. Ids with the same stub name the same object, so they are compared without a call of the
-// application. Only the application knows whether ids with different stubs name different objects.
+// Returns a == b. Ids with the same stub name the same object, so comparing them needs no call into the
+// application. Ids with different stubs may also name the same object, which only the application knows.
 template <class T>
 bool isSame(const T& a, const T& b) {
     if constexpr (std::is_same_v<T, GxDbObjectId>)

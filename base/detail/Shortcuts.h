@@ -13,7 +13,7 @@
 
 // Each optimisation also has a switch of its own. scripts/bench --ablation measures its effect.
 
-// Finds the pages of a store by address or by position, instead of along their chain.
+// Finds the pages of a store by address or by position without walking their chain.
 #ifndef KV_SHORTCUT_PAGE_INDEX
 #define KV_SHORTCUT_PAGE_INDEX KV_SHORTCUTS
 #endif
@@ -23,24 +23,24 @@
 #define KV_SHORTCUT_OCCUPANCY_BITMAP KV_SHORTCUTS
 #endif
 
-// Takes the nodes of the id index from a pool of the set's data.
+// Takes the nodes of the id index from a pool, which belongs to the set's data.
 #ifndef KV_SHORTCUT_NODE_POOL
 #define KV_SHORTCUT_NODE_POOL KV_SHORTCUTS
 #endif
 
-// Records come from a pool of the set's data. The pool is off under the address sanitizer: the sanitizer sees
-// an access to a deleted record only if every record has its own block of memory.
+// Takes records from a pool, which belongs to the set's data. Off under the address sanitizer: the sanitizer
+// sees an access to a deleted record only if every record is allocated on its own.
 #ifndef KV_SHORTCUT_RECORD_POOL
 #define KV_SHORTCUT_RECORD_POOL (KV_SHORTCUTS && !KV_ADDRESS_SANITIZER)
 #endif
 
-// Whole-set operations try the next entry of the id index before they search the index.
+// Whole-set operations compare the next entry of the id index before they search the index.
 #ifndef KV_SHORTCUT_NEXT_ID
 #define KV_SHORTCUT_NEXT_ID KV_SHORTCUTS
 #endif
 
-// Looks ids up in a hash before the index is searched. Needs the node pool, whose generation shows that the
-// index has changed. Off with libc++: its maps reuse their nodes without calling the allocator.
+// Looks ids up in a hash before it searches the index. Needs the node pool: the pool's generation shows
+// whether the index has changed. Off with libc++, whose maps reuse their nodes without calling the allocator.
 #ifndef KV_SHORTCUT_ID_HASH
 #ifdef _LIBCPP_VERSION
 #define KV_SHORTCUT_ID_HASH 0
@@ -54,7 +54,7 @@
 #define KV_SHORTCUT_RUN_INDEX KV_SHORTCUT_ID_HASH
 #endif
 
-// Whole-set operations sort ids, and then visit the index in its own order.
+// Whole-set operations sort ids, and then walk through the index once.
 #ifndef KV_SHORTCUT_ID_BATCH
 #define KV_SHORTCUT_ID_BATCH KV_SHORTCUTS
 #endif

@@ -8,20 +8,21 @@
 
 namespace kvdetail {
 
-// The epoch of one store. It rises whenever the store frees a page. The page of an iterator with the present
-// value still exists. An iterator with an earlier value must look for its page before it reads the page.
+// The epoch of one store: a number that rises whenever the store frees a page. An iterator keeps the epoch at
+// which its page was last seen. While the store still has that epoch, the page exists. Otherwise the iterator
+// must look for its page before it reads the page.
 //
-// There is a fixed number of counters, and stores take them in turn. So an epoch also rises for the other
-// stores of its group. The iterators of those stores only search once more than necessary. A counter outlives
-// every store. So freeing a page can raise the counter of a store that no longer exists.
+// There are kGroups counters, and stores take them in turn. The stores with the same counter are a group.
+// When one of them frees a page, the epoch of all of them rises. The iterators of the others then look for
+// their pages once without need. Counters are never destroyed.
 //
 // Invariants:
-//  1. A counter rises by kGroups. So its low bits are the number of its group, and no two groups have a value
-//     in common.
+//  1. A counter begins with the number of its group, and rises by kGroups. So its low bits stay the number of
+//     the group, and no two groups have a value in common.
 //  2. The values of one group are ordered modulo 2^32.
 //
-// Thread safety: any thread may call every function. The counters are relaxed. A thread needs to see only the
-// frees of its own stores, and those that it has synchronised with.
+// Thread safety: any thread may call every function. Relaxed operations are enough: a thread needs to see
+// only the pages that it has freed itself, and those freed by threads that it has synchronised with.
 class KV_BASE_API StoreEpoch {
 public:
     StoreEpoch() noexcept;
@@ -29,10 +30,10 @@ public:
     StoreEpoch& operator=(const StoreEpoch&) = delete;
     ~StoreEpoch() = default;
 
-    // Returns the present epoch. A walk calls this twice for every item. The read is volatile and not atomic.
-    // A relaxed atomic load would make compilers read everything else again. That would cost a walk six
-    // instructions an item, a sixth of its instructions. An aligned word is read whole even without an atomic
-    // load.
+    // Returns the present epoch. A walk calls this twice for every item, so the read is volatile and not
+    // atomic. After a relaxed atomic load, compilers would read everything else again. That would cost a walk
+    // six more instructions an item, a sixth of all. An aligned word is read as a whole even without an
+    // atomic load.
     std::uint32_t current() const noexcept {
 #if KV_THREAD_SANITIZER
         return __atomic_load_n(mCounter, __ATOMIC_RELAXED);
@@ -57,7 +58,7 @@ public:
         return (a ^ b) % kGroups == 0;
     }
 
-    // Returns whether `a` is later than `b`. Both must be values of one group.
+    // Returns whether `a` is later than `b`. `a` and `b` must be values of one group.
     static bool isLater(std::uint32_t a, std::uint32_t b) noexcept {
         return static_cast<std::int32_t>(a - b) > 0;
     }

@@ -1,6 +1,6 @@
-// plf::colony of items and std::unordered_multimap from id to place. The colony reuses the places of erased
-// items. So items are in the order of insertion only if nothing is inserted after an erasure. No measured
-// operation inserts after an erasure.
+// plf::colony of items, and std::unordered_multimap from main id to place. A new item may take the place of
+// an erased one, and is then not the last in the colony. No measured operation adds items after it has erased
+// some.
 #pragma once
 
 #include "bench/peers/Peer.h"

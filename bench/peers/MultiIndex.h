@@ -1,4 +1,4 @@
-// boost::multi_index_container, sequenced and hashed by id.
+// boost::multi_index_container of items, sequenced and hashed by main id.
 #pragma once
 
 #include "bench/peers/Peer.h"

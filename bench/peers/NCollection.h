@@ -1,5 +1,6 @@
-// Open CASCADE's NCollection_List of counted items and NCollection_DataMap from id to place in the list. Each
-// item is an object of its own behind a handle, like the owners in an interactive selection of Open CASCADE.
+// NCollection_List of counted items, and NCollection_DataMap from main id to place in the list, both from
+// Open CASCADE. Each item is a separate object behind a handle, like the owners in an interactive selection
+// of Open CASCADE.
 #pragma once
 
 #include "bench/peers/Peer.h"
@@ -70,7 +71,7 @@ public:
                                      [&](const Place& place) { return test(itemAt(place)); });
     }
 
-    // Takes the id by value, since a reference might lead into the item that is erased.
+    // Takes the id by value: a reference might refer to a member of the item that is erased.
     template <class Test>
     bool eraseFirstOfId(GxDbObjectId id, Test test) {
         Run* const run = mIndex.ChangeSeek(id);
@@ -149,7 +150,7 @@ public:
     }
 
 private:
-    // The places of one id's items, in order. Most ids have one item.
+    // The places of the items of one id, in order. Most ids have only one item.
     struct Run {
         Place first;
         Owned<std::vector<Place>> others;
@@ -173,8 +174,8 @@ private:
         eraseFirstOfId(wanted.mainId, [&wanted](const PeerItem& item) { return &item == &wanted; });
     }
 
-    // Removes an item from the list. A place in the list refers to the item before the place. So the function
-    // also updates the place of the next item in the index.
+    // Removes an item from the list. A place refers to the item and to the item before it. So the place of
+    // the next item becomes wrong, and this function updates that place in the index.
     void removeFromList(Place place) {
         mItems.Remove(place);
         if (!place.More())

@@ -1,5 +1,5 @@
-// What all contenders except the library have in common: a counted handle on a state, and operations that are
-// made of operations of the state. The first write to a shared state copies the state.
+// The part that all contenders except the library share. A Peer is a counted handle on a state. The first
+// write to a shared state copies the state.
 #pragma once
 
 #include "bench/Item.h"
@@ -9,8 +9,8 @@
 
 namespace kvbench {
 
-// `State` must be copyable. It keeps items in the order of insertion, and finds them by main id. It must
-// have:
+// Builds the operations of the benchmark from operations of `State`. A state keeps items in the order of
+// insertion, and finds items by main id. It must be copyable and have:
 //   append(Pick, NestedPick or PeerItem), has(id), anyOfId(id, test), eraseFirstOfId(id, test),
 //   forEach(visit), anyOf(test), positionOf(id), at(position), size(), removeAllForward(),
 //   removeAllBackward(), keepFirstOfEachId().

@@ -1,4 +1,4 @@
-// QList of items and QMultiHash from id to index. A removed item leaves a gap.
+// QList of items, and QMultiHash from main id to index. A removed item leaves a gap.
 #pragma once
 
 #include "bench/peers/Peer.h"
@@ -21,7 +21,7 @@ public:
     static constexpr bool kIndexesPositions = true;
 
     QtState() = default;
-    // Copies the items at once. Qt would delay the copy to a later write, and that write is not measured.
+    // Copies the items immediately. Qt would copy them at the next write, and that write is not measured.
     QtState(const QtState& other) : mItems(other.mItems), mIndex(other.mIndex) {
         mItems.detach();
         mIndex.detach();

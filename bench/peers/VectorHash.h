@@ -1,4 +1,4 @@
-// std::vector of items and std::unordered_multimap from id to index. A removed item leaves a gap.
+// std::vector of items, and std::unordered_multimap from main id to index. A removed item leaves a gap.
 #pragma once
 
 #include "bench/peers/Peer.h"

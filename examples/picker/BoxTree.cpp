@@ -6,7 +6,8 @@
 namespace picker {
 namespace {
 
-// Returns the middle of `low` and `high`, to sort by. If a box is infinite and has no middle, returns 0.
+// Returns the middle of `low` and `high`, or 0 if their sum is not finite. The boxes are sorted by their
+// middles.
 double middle(double low, double high) {
     const double sum = low + high;
     return std::isfinite(sum) ? sum / 2 : 0;
@@ -30,8 +31,8 @@ BoxTree::BoxTree(const std::vector<Box>& boxes) {
     }
 }
 
-// Sorts the nodes into vertical slices. There are about as many slices as tiles in a slice. The nodes of a
-// slice are sorted from low to high.
+// Sorts the nodes from left to right into vertical slices, and the nodes of each slice from low to high.
+// Every kFanout neighbours then make a tile. There are about as many slices as tiles in a slice.
 void BoxTree::sortIntoTiles(std::vector<Node>& nodes) {
     const auto byX = [](const Node& a, const Node& b) {
         return middle(a.box.low.x, a.box.high.x) < middle(b.box.low.x, b.box.high.x);

@@ -1,7 +1,7 @@
 // Finds the boxes that overlap a region without looking at every box. The boxes must not change.
 //
-// A packed R-tree: the boxes are sorted into tiles of kFanout neighbours. The boxes of the tiles are sorted
-// in the same way, up to one root.
+// A packed R-tree. The boxes are sorted once, so that neighbours are close to each other. Every kFanout
+// neighbours of a level get a parent, whose box is around their boxes. The top level is one root.
 #pragma once
 
 #include "examples/picker/Geometry.h"
@@ -17,7 +17,8 @@ public:
     // Takes O(n log n) time for n boxes. visitOverlapping() never finds an empty box.
     explicit BoxTree(const std::vector<Box>& boxes);
 
-    // Calls found(index of a box) for each box that overlaps the region, in any order.
+    // Calls found(index) for each box that overlaps the region, in any order. The index is that of the box in
+    // the vector that was passed to the constructor.
     template <class Found>
     void visitOverlapping(const Box& region, Found found) const {
         if (!mNodes.empty())
@@ -29,8 +30,8 @@ private:
 
     struct Node {
         Box box;
-        std::uint32_t first; // its first child; for a leaf, the index of its box
-        std::uint32_t last;  // one past its last child, or kLeaf
+        std::uint32_t first; // index of the first child; in a leaf, the index of the box
+        std::uint32_t last;  // index after the last child; in a leaf, kLeaf
     };
     static constexpr std::uint32_t kLeaf = 0;
 

@@ -36,7 +36,7 @@ std::string entities(std::uint64_t count) {
 }
 
 std::string shortNumber(double value) {
-    constexpr double kNoise = 1e-12; // rounding errors of turns by right angles
+    constexpr double kNoise = 1e-12; // more than the rounding error of a turn by 90 degrees
     if (std::abs(value) < kNoise)
         value = 0;
     char text[32];
@@ -90,8 +90,8 @@ std::string markerText(long marker) {
     return marker == -1 ? "-" : std::to_string(marker);
 }
 
-// Returns the two rows of the compound transform as "by [row; row]". The first row gives x', and the second
-// row gives y'.
+// Returns the first two rows of the compound transform as "by [row; row]". The first row gives x', and the
+// second row gives y'.
 std::string transformText(const GxapSelectedEntInfo* info) {
     GxGeMatrix3d matrix;
     if (!info || !info->getCompoundTransformWithBTROffset(matrix))
@@ -243,7 +243,7 @@ void all(Console& console, const Arguments& arguments) {
     sayTally(console, console.session.all());
 }
 
-// Returns the ids between the slashes of the text. A text without a slash is one id.
+// Splits the text at slashes and returns the ids. A text without a slash is one id.
 std::vector<GxDbObjectId> idPath(const Drawing& drawing, const std::string& text) {
     std::vector<GxDbObjectId> path;
     std::size_t begin = 0;
@@ -300,7 +300,8 @@ void list(Console& console, const Arguments& arguments) {
                  {"marker", Table::Align::right},
                  {"nested path"},
                  {"fence crossing"}});
-    // Finds only the first row by counting to its position. The iterator then steps from row to row.
+    // iteratorAt() counts items up to the position, so it is called only once. The iterator then steps from
+    // row to row.
     GxapSelectSet::ConstIterator it = set.iteratorAt(first);
     for (int row = 0; row < rows && !it.isDone(); ++row, it.step())
         addRow(table, console.session.drawing(), it);
@@ -310,8 +311,8 @@ void list(Console& console, const Arguments& arguments) {
                     << it.index << '\n';
 }
 
-// Prints the entity and the ids to which the library resolves a nested path. Prints nothing for an item
-// without a nested path.
+// Prints what the library makes of a nested path: the entity, and the ids that can be opened. Prints nothing
+// for an item without a nested path.
 void sayResolved(Console& console, const GxapSelectSet::ConstIterator& it) {
     GxDbFullSubentPath path;
     KvVector<GxDbObjectId> opened;
@@ -352,7 +353,8 @@ void has(Console& console, const Arguments& arguments) {
     const Drawing& drawing = console.session.drawing();
     const GxDbObjectId id = idOf(drawing, arguments.word());
     const GxapSelectSet& set = console.session.set();
-    // Asks only whether the index has the id. So the library does not count the position of the item.
+    // findInMap() only looks the id up in the index. A function that returns a position would also count
+    // items.
     const auto found = set.findInMap(id);
     const bool isThere = found != set.sharedData->dataMap.end();
     console.out << "set " << console.session.currentName() << (isThere ? " has " : " does not have ")
@@ -472,7 +474,7 @@ void unhighlight(Console& console, const Arguments& arguments) {
     sayHighlights(console);
 }
 
-// Returns the name of the picture file. It is never the drawing's own file.
+// Returns the name of the picture file. Throws CommandError if that file is the drawing itself.
 std::filesystem::path pictureFile(const Session& session, const Arguments& arguments) {
     std::filesystem::path file = arguments.optionalWord();
     if (file.empty())
@@ -486,7 +488,7 @@ std::filesystem::path pictureFile(const Session& session, const Arguments& argum
 }
 
 void writeFile(const std::filesystem::path& file, const std::string& text) {
-    std::error_code failure; // opening the file reports a failure, too
+    std::error_code failure; // not checked: after a failure, the file cannot be opened
     if (file.has_parent_path())
         std::filesystem::create_directories(file.parent_path(), failure);
     std::ofstream out(file, std::ios::binary);
@@ -533,7 +535,7 @@ Filter typeFilter(const std::string& type) {
 
 Filter blockFilter(const Drawing& drawing, const std::string& name) {
     const auto& blocks = drawing.blocks();
-    // The first block is the drawing itself, which is not placed anywhere.
+    // Skips the first block: it is the drawing itself, and no reference places it.
     if (std::none_of(blocks.begin() + 1, blocks.end(),
                      [&](const BlockDefinition* block) { return block->name() == name; }))
         throw CommandError("there is no block '" + name + "'; blocks lists them");
@@ -682,7 +684,7 @@ void echo(Console& console, const Arguments& arguments) {
     console.out << arguments.joined() << '\n';
 }
 
-// The one command whose name is between its arguments.
+// The only command whose name is between its arguments.
 constexpr const char* kAssign = "=";
 
 std::string usageOf(const Command& command) {

@@ -10,7 +10,8 @@
 
 namespace picker {
 
-// The words after a command's name. Every function throws CommandError if the words do not fit.
+// The words after a command's name. Functions that require something of the words throw CommandError if the
+// words do not fit.
 class Arguments {
 public:
     Arguments(std::vector<std::string> words, std::string usage)
@@ -19,14 +20,14 @@ public:
     std::size_t count() const { return mWords.size(); }
     const std::vector<std::string>& words() const { return mWords; }
     const std::string& usage() const { return mUsage; }
-    // word() requires exactly one word. optionalWord() requires at most one, and returns "" for none.
-    // expectNone() requires that there are no words.
+    // word() requires exactly one word. optionalWord() requires at most one word, and returns "" if there is
+    // none. expectNone() requires that there are no words.
     const std::string& word() const;
     std::string optionalWord() const;
     void expectNone() const;
-    // Returns all words as numbers, separated by commas or blanks. Requires `fewest` to `most` numbers.
+    // Parses all words as numbers, which commas or blanks separate. Requires `fewest` to `most` numbers.
     std::vector<double> numbers(std::size_t fewest, std::size_t most) const;
-    // Returns numbers as numbers() does. Requires that they are whole and not negative.
+    // Does what numbers() does, and requires whole numbers that are not negative.
     std::vector<int> positions(std::size_t fewest, std::size_t most) const;
     // Returns the words, separated by single blanks.
     std::string joined() const;
@@ -42,7 +43,7 @@ private:
 struct Console {
     Session& session;
     std::ostream& out;
-    std::size_t width;       // characters of a line
+    std::size_t width;       // of a line, in characters
     bool isFinished = false; // set by the command that ends the session
 };
 
@@ -56,7 +57,7 @@ struct Command {
 const std::vector<Command>& commands();
 
 // Splits a line into words at blanks. Double quotes keep blanks in a word. A line that is empty or begins
-// with # has no words.
+// with # has no words. Throws CommandError if the last quote is missing.
 std::vector<std::string> wordsOf(const std::string& line);
 
 // Runs the command that the words name. Does nothing if there are no words. Throws what the library throws,

@@ -21,7 +21,7 @@ Box BlockDefinition::Content::box() const {
 }
 
 const BlockDefinition::Content* BlockDefinition::find(GxDbObjectId id) const {
-    // The contents are sorted by id, since ids were issued in drawing order.
+    // The contents are in drawing order, and their ids were issued in that order. So they are sorted by id.
     const auto found =
         std::lower_bound(mContents.begin(), mContents.end(), id,
                          [](const Content& content, GxDbObjectId wanted) { return content.id < wanted; });
@@ -42,7 +42,7 @@ void BlockDefinition::finish() {
 
 Drawing::Drawing(const Scene& scene)
     : mName(scene.name), mSource(scene.source), mPage(scene.page), mOmissions(scene.omissions) {
-    // All definitions are made before any is filled, since references refer to them.
+    // Makes all definitions before it fills any: a reference may refer to any definition.
     std::vector<std::unique_ptr<BlockDefinition>> owned;
     std::vector<BlockDefinition*> definitions;
     for (const SceneBlock& source : scene.blocks) {

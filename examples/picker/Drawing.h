@@ -1,8 +1,8 @@
 // A drawing in the in-memory database: curves, block definitions and references to them.
 //
-// The contents of a block are in the database once, however often the block is placed. A path therefore names
-// an entity as the user sees it: the ids of the references from the outermost one inwards, then the entity's
-// own id.
+// The contents of a block are in the database only once, even if the drawing shows the block many times. So
+// an id does not tell which of these occurrences the user means. A path does: it has the ids of the
+// references, outermost first, and then the entity's own id.
 #pragma once
 
 #include "examples/picker/BoxTree.h"
@@ -17,8 +17,9 @@ namespace picker {
 
 class BlockDefinition;
 
-// The types of the parts that paths lead to. A whole entity has the marker of its item as index. A segment of
-// an entity has its number as index.
+// Types of the parts that paths lead to, for GxDbSubentId::type. If the part is a whole entity, its
+// GxDbSubentId::index is the marker of the item. If the part is an edge, the index is the number of the
+// segment, counted from 1.
 constexpr std::int32_t kWholePart = 0;
 constexpr std::int32_t kEdgePart = 2;
 
@@ -50,7 +51,7 @@ private:
 
 class BlockDefinition : public kvinmemory::NonEntity {
 public:
-    // An entity in the block: a curve or a reference. The pointer to the other kind is null.
+    // An entity in the block. Either `curve` or `reference` is null.
     struct Content {
         GxDbObjectId id;
         const Curve* curve;
@@ -63,19 +64,19 @@ public:
 
     const std::string& name() const { return mName; }
     const std::vector<Content>& contents() const { return mContents; } // in drawing order
-    const Content* find(GxDbObjectId id) const;   // null if it is not directly in this block; O(log n)
+    const Content* find(GxDbObjectId id) const;   // null if `id` is not directly in this block; O(log n)
     const BoxTree& tree() const { return mTree; } // finds contents by their boxes, as indices of contents()
     const Box& box() const { return mBox; }
-    // Returns the number of curves that one reference to the block shows, at any depth. A number that is too
-    // large for the type is returned as the largest number.
+    // Returns how many curves one reference to the block shows, including those in nested blocks. Returns the
+    // largest number of the type if there are more.
     std::uint64_t curveCount() const { return mCurveCount; }
 
 private:
     friend class Drawing;
 
     void add(const Content& content) { mContents.push_back(content); }
-    // Computes box, tree and curve count. The contents of this block and of all blocks in it must be
-    // complete.
+    // Computes box, tree and curve count. The contents of this block must be complete. All blocks in it must
+    // be finished.
     void finish();
 
     std::string mName;
@@ -99,11 +100,12 @@ public:
     // Returns all blocks, the model first.
     const std::vector<const BlockDefinition*>& blocks() const { return mBlocks; }
 
-    // Return null if `id` names no curve, or no reference.
+    // curve() returns null if `id` names no curve. reference() returns null if `id` names no reference.
     const Curve* curve(GxDbObjectId id) const;
     const BlockReference* reference(GxDbObjectId id) const;
 
-    // Returns the handle, and the type of a curve or the block of a reference: "17 line", "4 chair".
+    // Returns the handle of an object, with the type of a curve or the block name of a reference: "17 line",
+    // "4 chair".
     std::string label(GxDbObjectId id) const;
     // Finds an object by handle or name. Returns the null id if there is none.
     GxDbObjectId find(const std::string& handleOrName) const;

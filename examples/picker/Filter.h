@@ -1,5 +1,5 @@
-// Filters of a command. A filter decides by an item's main entity: a curve of the drawing itself, or an
-// outermost block reference.
+// Filters that choose items. A filter looks only at the main entity of an item. That is a curve of the
+// drawing itself, or an outermost block reference.
 #pragma once
 
 #include "examples/picker/Drawing.h"

@@ -10,8 +10,8 @@ double radians(double degrees) {
     return degrees * 3.14159265358979323846 / 180;
 }
 
-// Returns where the other line begins to cover this line, as a parameter 0..1 from `from` to `to`. Both lines
-// must be parts of one straight line. Each line may be a single point.
+// Returns the first point of this line that the other line covers, as a parameter from 0 (`from`) to 1
+// (`to`). All four points must be on one straight line. Each line may be a single point.
 std::optional<double> overlap(Point from, Point to, Point otherFrom, Point otherTo) {
     const Point along = to - from;
     const double square = dot(along, along);
@@ -133,8 +133,8 @@ bool touches(const Box& box, Point from, Point to) {
         return true;
     if (!box.overlaps(Box::between(from, to)))
         return false;
-    // The boxes of the line and of `box` overlap. So the line misses `box` only if all four corners of `box`
-    // are on one side of the line.
+    // Here, `box` and the box around the line overlap. So the line misses `box` only if all four corners of
+    // `box` are on one side of the line.
     const Point along = to - from;
     const double first = cross(along, box.low - from);
     return !(sameSide(first, cross(along, Point{box.high.x, box.low.y} - from)) &&
@@ -143,8 +143,10 @@ bool touches(const Box& box, Point from, Point to) {
 }
 
 std::optional<double> crossing(Point from, Point to, Point otherFrom, Point otherTo) {
-    // The side of an end point is computed from that point and the other line alone. So a line through the
-    // joint of two lines meets at least one of the two, whatever the rounding.
+    // A line through a corner of an outline should not miss both lines of the corner. A side is computed only
+    // from an end point and the other line, so both calls get the same side for the corner. If the two lines
+    // leave the corner to different sides of the other line, at least one of them passes this test, whatever
+    // the rounding.
     const Point other = otherTo - otherFrom;
     const double sideFrom = cross(other, from - otherFrom);
     const double sideTo = cross(other, to - otherFrom);
@@ -156,8 +158,8 @@ std::optional<double> crossing(Point from, Point to, Point otherFrom, Point othe
     if (sameSide(sideOtherFrom, sideOtherTo))
         return std::nullopt;
     if (sideFrom == 0 && sideTo == 0) {
-        // The other line may be a single point. If so, it is beside this line unless sideOtherFrom and
-        // sideOtherTo are 0, too.
+        // Either both lines are parts of one straight line, or the other line is a single point beside this
+        // line. If the other line is such a point, sideOtherFrom and sideOtherTo are not 0.
         const bool oneLine = sideOtherFrom == 0 && sideOtherTo == 0;
         return oneLine ? overlap(from, to, otherFrom, otherTo) : std::nullopt;
     }

@@ -1,4 +1,5 @@
-// Plane geometry of the drawing: points, boxes, transforms, and tests of straight lines for picks.
+// Plane geometry of the drawing: points, boxes, transforms and straight lines. A line always has two end
+// points.
 #pragma once
 
 #include <limits>
@@ -60,21 +61,23 @@ struct Affine {
     Point operator()(Point p) const { return {a * p.x + c * p.y + e, b * p.x + d * p.y + f}; }
     Box operator()(const Box& box) const; // returns the box around the mapped box
 
-    // Returns nothing for a map that flattens the plane.
+    // Returns nothing if the determinant is 0, too close to 0, or not finite. A map with the determinant 0
+    // flattens the plane.
     std::optional<Affine> inverse() const;
 };
 
 // Returns the map that applies `inner` first, then `outer`.
 Affine operator*(const Affine& outer, const Affine& inner);
 
-// Returns the distance from a point to the nearest point of a line.
+// Returns the distance from `p` to the nearest point of the line.
 double distance(Point p, Point from, Point to);
 
 // Returns whether any point of a line is in the box or on its border.
 bool touches(const Box& box, Point from, Point to);
 
-// Returns where a line first meets another one, as a parameter 0..1 along the first line. Lines that touch at
-// an end meet. Lines that overlap meet at their first common point.
+// Returns where the first line meets the other line, as a parameter from 0 (`from`) to 1 (`to`). Returns
+// nothing if the lines do not meet. Lines that only touch meet. If the lines overlap, returns their first
+// common point.
 std::optional<double> crossing(Point from, Point to, Point otherFrom, Point otherTo);
 
 } // namespace picker

@@ -9,8 +9,8 @@ namespace {
 constexpr double kTolerance = 0.001; // as a share of the curve's own size
 constexpr double kPi = 3.14159265358979323846;
 
-// Returns the number of chords that keeps a Bezier curve within the tolerance (Wang's bound). `bend` is the
-// largest second difference of the control points. `factor` is degree * (degree - 1) / 8.
+// Returns how many chords keep a Bezier curve within the tolerance (Wang's bound). `bend` is the largest
+// second difference of the control points. `factor` is degree * (degree - 1) / 8.
 int chordCount(double bend, double factor, const Box& controls) {
     const double size = length(controls.high - controls.low);
     if (!(size > 0) || !std::isfinite(size) || !std::isfinite(bend))
@@ -33,9 +33,10 @@ double angleOf(Point p) {
     return std::atan2(p.y, p.x);
 }
 
-// An elliptical arc, described by its centre. The point at `angle` is centre + rotated (rx cos, ry sin).
+// An elliptical arc: `frame` maps an arc of the unit circle to it. On the unit circle, the arc begins at the
+// angle `start` and covers the angle `sweep`.
 struct CentredArc {
-    Affine frame; // maps the unit circle to the ellipse
+    Affine frame;
     double start = 0;
     double sweep = 0;
 
@@ -51,14 +52,14 @@ struct CentredArc {
     }
 };
 
-// Computes centre and angles from the end points and flags of SVG. Enlarges radii that are too small until
-// the ellipse reaches both points.
+// Computes centre and angles from the end points and flags of SVG. Enlarges the radii if the ellipse would be
+// too small to reach both end points.
 CentredArc centredArc(Point from, Point to, Point radii, double rotation, bool large, bool sweep) {
     const Affine turned = Affine::rotation(rotation);
     const Affine turnedBack = Affine::rotation(-rotation);
     const Point half = turnedBack(0.5 * (from - to));
-    // On the unit circle, half of the chord is (half.x / rx, half.y / ry). Its length must not exceed the
-    // radius.
+    // `half` is half of the chord between the end points. Mapped to the unit circle, it must not be longer
+    // than 1.
     const double reach = std::hypot(half.x / radii.x, half.y / radii.y);
     const double enlarged = std::max(1.0, reach);
     const double rx = radii.x * enlarged;

@@ -7,8 +7,8 @@
 namespace picker {
 namespace {
 
-// Enlarges a box a little. Transformed coordinates differ from the exact ones in their last digits. A point
-// on the border of the box must still count as inside.
+// Enlarges a box a little. A point on the border of the box must count as inside even if rounding has moved
+// the point outside.
 Box withRounding(Box box) {
     constexpr double kShare = 1e-9;
     const double x = kShare * (std::abs(box.low.x) + std::abs(box.high.x));
@@ -82,8 +82,8 @@ private:
         const auto pushContent = [&](std::size_t index) {
             mSteps.push_back({&block, static_cast<std::uint32_t>(index), depth});
         };
-        // A placement without an inverse flattens the block into a line or a point. All contents of the block
-        // then count as near the region.
+        // Without a region, pushes all contents. Does the same if the placement has no inverse: such a
+        // placement flattens the block into a line or a point.
         const std::optional<Affine> toBlock = mRegion ? mPlacements.back().inverse() : std::nullopt;
         if (!toBlock) {
             for (std::size_t i = block.contents().size(); i > 0; --i)
@@ -100,7 +100,7 @@ private:
 
     const Region* mRegion;
     std::vector<Step> mSteps;
-    std::vector<Affine> mPlacements; // of the block at each depth
+    std::vector<Affine> mPlacements; // at each depth, the placement of the current block
     std::size_t mExamined = 0;
 };
 

@@ -13,9 +13,10 @@ namespace picker {
 
 // An entity that a pick finds, at one of the places where the drawing shows the entity.
 struct Pick {
-    std::vector<GxDbObjectId>
-        path;         // from the outermost reference to the entity; a single id if the entity is in no block
-    Affine placement; // from the entity's coordinates to the drawing's, through all references
+    // The ids of the references, outermost first, and then that of the entity. A single id if the entity is
+    // in no block.
+    std::vector<GxDbObjectId> path;
+    Affine placement;                 // maps the entity's coordinates to those of the drawing
     long gsMarker = -1;               // the segment that was met, counted from 1; -1: the whole entity
     std::optional<Crossing> crossing; // where the fence first meets the entity
 
@@ -34,36 +35,38 @@ public:
     using Found = std::function<void(const Pick&)>;
 
     // The largest number of placed entities and references that a pick may examine. A pick that would examine
-    // more throws PickError. Blocks that are placed in blocks many times can show more entities than any
-    // machine can process.
+    // more throws PickError. Such a limit is needed: blocks in blocks can show more entities than any machine
+    // can process.
     static constexpr std::size_t kMostExamined = 5'000'000;
 
     explicit Picker(const Drawing& drawing) : mDrawing(drawing) {}
 
-    // Returns the entity nearest to the point, within the aperture. Among equally near entities it returns
-    // the one that was drawn last.
+    // Returns the entity nearest to the point, if it is within the aperture. If several entities are equally
+    // near, returns the one that was drawn last.
     std::optional<Pick> nearest(Point p, double aperture);
     // Finds the entities that have all their points in the box.
     void window(const Box& box, const Found& found);
     // Finds the entities that have any point in the box.
     void crossing(const Box& box, const Found& found);
-    // Finds the entities that the chain of points meets, each with the first crossing along the entity.
+    // Finds the entities that the chain of lines meets. Pick::crossing is the first crossing along the
+    // entity.
     void fence(const std::vector<Point>& fence, const Found& found);
     void all(const Found& found);
-    // Finds every entity that one placed reference shows. The paths begin after the reference. `placement` is
-    // the placement of the block that contains the reference.
+    // Finds every entity that one placed reference shows. `placement` is the placement of the block that
+    // contains the reference. The paths do not include the reference.
     void allIn(const BlockReference& reference, const Affine& placement, const Found& found);
 
     // Returns how many placed entities and references the last pick examined.
     std::size_t examined() const { return mExamined; }
 
 private:
-    // The areas of the drawing that a pick examines. Each area is a list of corners of a convex shape.
+    // The areas of the drawing that a pick examines. Each area is a convex shape, given by its corners.
     using Region = std::vector<std::vector<Point>>;
 
     class Walk;
 
-    // Calls visitor(curve, pick) for every placed curve of the walk. The pick names the whole entity.
+    // Calls visitor(curve, pick) for every placed curve of the walk. The pick has no marker and no crossing
+    // yet.
     template <class Visit>
     void visit(Walk& walk, Visit visitor);
     // Calls visitor(curve, pick) for every placed curve near the region, or for all if `region` is null.

@@ -126,7 +126,8 @@ std::string pathText(const Drawing& drawing, const kvinmemory::BookVector<GxDbOb
     return text;
 }
 
-// Returns a style attribute, since the file's style sheet would override a presentation attribute.
+// Returns the value of a style attribute. An attribute such as stroke would be weaker: the style sheet of the
+// file could override it.
 std::string styleFor(const Box& page) {
     const double size = std::max(page.high.x - page.low.x, page.high.y - page.low.y);
     char text[200];
@@ -144,7 +145,7 @@ std::string elementOf(const Drawing& drawing, const Highlighted& part, const std
 }
 
 // Returns the position of the end tag of the outermost element. Only comments and processing instructions may
-// follow it.
+// follow the tag.
 std::size_t endTagOf(std::string_view text) {
     for (;;) {
         text = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
@@ -178,7 +179,7 @@ std::string pictureOf(const Drawing& drawing) {
 }
 
 Conversion convertToPng(const std::string& svgFile, const std::string& pngFile) {
-    constexpr const char* kSize = "1400"; // length of the longer side
+    constexpr const char* kSize = "1400"; // the longer side, in pixels
     std::vector<std::string> words{
         "rsvg-convert", "--keep-aspect-ratio", "--width", kSize, "--height", kSize, "--output", pngFile, "--",
         svgFile};

@@ -7,7 +7,7 @@ namespace {
 
 enum class Mark { untouched, open, done };
 
-// A block on the path from the drawing to the current block, and the next content of the block to visit.
+// A block on the way from the drawing to the current block. `next` is the index of the next content to visit.
 struct Visit {
     std::size_t block;
     std::size_t next = 0;

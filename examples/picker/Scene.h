@@ -29,7 +29,7 @@ struct SceneBlock {
     std::vector<std::variant<Shape, Insert>> contents; // in drawing order
 };
 
-// Something in the file that the scene lacks, or has only in part.
+// Something in the file that the scene does not have, or has only in part.
 struct Omission {
     std::string what;
     std::size_t count;

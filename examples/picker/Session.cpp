@@ -51,7 +51,7 @@ InfoPointer infoOf(const Pick& pick) {
 // A marker that no pick has. It marks items that are to be removed.
 constexpr long kDoomed = std::numeric_limits<long>::min();
 
-// The first word of the info of an item with edges. The library writes the same word into such an info.
+// The first word of the info of an item with edges. The library uses the same value.
 constexpr std::uint32_t kEdgesInfo = 6;
 
 GxapSSetWriteAccessor& accessorOf(GxapSelectSet& set) {
@@ -67,13 +67,13 @@ std::vector<selected_entity*> sortedRecords(const GxapSelectSet& set) {
     return records;
 }
 
-// Highlights the copies of records that an edit makes. An entity counts one highlight for each record that
-// highlights a part of the entity. An edit may give the set copies of records that another set keeps. Then
-// showCopies() makes the copies highlight their parts, too.
+// Keeps the highlights right while an edit may copy records. An entity counts one highlight for each record
+// that highlights a part of it. If an edit copies records, the originals belong to another set and stay
+// highlighted. showCopies() then highlights the parts of the copies, too.
 class CopyWatch {
 public:
     explicit CopyWatch(const GxapSelectSet& set) : CopyWatch(set, {set.sharedData}) {}
-    // After the edit, the set may share one of the data `known`. The edit has then made no copies.
+    // If the set has one of the data `known` after the edit, the edit has made no copies.
     CopyWatch(const GxapSelectSet& set, std::vector<const GxapSelectSet::SSetData*> known)
         : mSet(set), mKnown(std::move(known)) {}
 
@@ -100,9 +100,9 @@ void showRecord(const selected_entity& record, bool on) {
         gxutEntityGxDbFullPathHighlight(record.mainEntId, record.highlightSegmentArray, false, on);
 }
 
-// Runs the edit, and deletes the records that the edit removes from the set. First turns the highlights of
-// these records off. The library itself keeps a removed record allocated, because somebody else may hold the
-// record. Nobody holds a removed record in this program. Returns the number of deleted records.
+// Runs the edit. Then turns off the highlights of the records that the edit has removed, deletes these
+// records, and returns their number. The library itself keeps a removed record, because somebody may still
+// hold it. Nobody does in this program.
 template <class Edit>
 std::uint32_t editAndRelease(GxapSelectSet& set, Edit edit) {
     unshared(set);
@@ -120,7 +120,7 @@ std::uint32_t editAndRelease(GxapSelectSet& set, Edit edit) {
 }
 
 // Turns the highlights of a set off, before its records are destroyed. Does nothing if another set shares the
-// records, since those records stay and keep their highlights.
+// records: they then stay, with their highlights.
 void darken(const GxapSelectSet& set) {
     if (set.sharedData && set.sharedData->refCount < 2)
         set.draw(false, false);
@@ -258,8 +258,8 @@ void Session::assign(const std::string& target, const std::string& source) {
 void Session::unite(const std::string& target, const std::string& a, const std::string& b) {
     const GxapSelectSet& left = set(a);
     const GxapSelectSet& right = set(b);
-    // A separate set, since the target may be an operand. If the target were the second operand, merge()
-    // would first replace the contents of the target.
+    // merge() first replaces the contents of the set that it is called on. So it must not be called on a
+    // target that is also the operand `right`. A separate set takes the union instead.
     GxapSelectSet sum;
     const CopyWatch watch(sum, {left.sharedData, right.sharedData});
     accessorOf(sum).merge(&left, &right);
@@ -338,9 +338,9 @@ std::uint32_t Session::removeAt(int position) {
     return removeIf([&](const Item& it) { return it.index == position; });
 }
 
-// The library removes an item by main id, sub id and marker. It takes the first item that has all three.
-// Several items have the same three keys if a block inside the outermost reference is placed several times.
-// So removeIf() first gives the items that are to be removed a marker of their own.
+// The library removes the first item that has a given main id, sub id and marker. Several items have the same
+// three keys if a block inside the outermost reference is placed several times. So removeIf() first gives the
+// items that it removes a marker that no other item has.
 std::uint32_t Session::removeIf(const std::function<bool(const Item&)>& isDoomed) {
     std::vector<int> positions;
     for (Item it = set().begin(); !it.isDone(); it.step()) {
@@ -380,8 +380,8 @@ void Session::clear() {
 
 // ---- edges
 
-// Returns the item that has the edges of an entity. If there is no such item, makes it, with an empty list
-// for the edges. The library's own function would make an item that accepts no paths.
+// Returns the item that has the edges of an entity. If there is no such item, makes one with an empty list of
+// edges. appendSubentPathSubsel() would also make an item, but that item would have no list of edges.
 GxapSelectSet::Iterator Session::edgeItem(GxDbObjectId id) {
     const Item held = set().findMainSubsel(id);
     if (!held.isDone() && !held.get()->hasSubselPaths)
@@ -409,7 +409,7 @@ Tally Session::addEdge(Point p, double aperture) {
     const GxapSelectSet::Iterator it = edgeItem(id);
     if (!edit().appendSubentPathSubsel(path))
         throw CommandError(drawing().label(id) + " takes no edges");
-    // The list has a copy of `path`. The library never deletes this copy.
+    // The list has a copy of `path`. The library never deletes this copy, so the session owns it.
     const KvVector<GxDbFullSubentPath*>& paths = *it.ConstIterator::get()->subselPathArray;
     mEdgePaths.emplace_back(paths.at(paths.logicalLength() - 1));
     return {1, 1};
@@ -459,8 +459,8 @@ void Session::unhighlightAll() {
         unhighlight(it);
 }
 
-// Highlights an item. An entity counts its highlights, so the function first ends the item's previous
-// highlights.
+// Highlights an item. First ends the previous highlights of the item: an entity counts highlights, and would
+// count the item twice.
 void Session::highlight(GxapSelectSet::Iterator& it) {
     unhighlight(it);
     const selected_entity& record = *it.get();
@@ -531,7 +531,7 @@ void Session::drop(const std::string& name) {
     mSaved.erase(name);
 }
 
-// Deletes the names before the list, since they mean nothing without the list.
+// Deletes the names first: they mean nothing without the list.
 void Session::dropAll() {
     mSaved.clear();
     GxapSelectSetListManager::destroy();
@@ -605,8 +605,8 @@ void Session::add(const Pick& pick) {
     const KvVector<GxDbObjectId> path = isNested ? toVector(pick.path) : KvVector<GxDbObjectId>();
     const GxDbObjectId subId = isNested ? pick.path.back() : GxDbObjectId::kNull;
     GxapSelectSet& set = mSets.at(mCurrent);
-    // add() does not make the data private before select(). If the library refuses the item, shared data must
-    // stay shared.
+    // Does not make the data private before select(). If the library refuses the item, shared data must stay
+    // shared.
     const CopyWatch watch(set);
     // The set owns the info from this call on, even if the set refuses the item or runs out of memory.
     accessorOf(set).select(pick.path.front(), subId, pick.gsMarker, info.release(),

@@ -1,8 +1,8 @@
 // The user's work: one drawing, and working sets with names. One of the working sets is current.
 //
-// An item for an entity of a block has the outermost reference as main id, the entity as sub id, and the
-// whole path from the reference to the entity. The info of the item has the compound transform of the
-// references.
+// An item for an entity in a block has the outermost reference as main id and the entity as sub id. Its
+// nested path leads from that reference to the entity. Its info has the compound transform of all references
+// on the path.
 #pragma once
 
 #include "examples/picker/Drawing.h"
@@ -22,7 +22,7 @@
 
 namespace picker {
 
-// A command that cannot be done.
+// Thrown if a command cannot be done. The text is for the user.
 class CommandError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -36,7 +36,7 @@ struct Tally {
     std::uint32_t refused() const { return found - added; }
 };
 
-// How many items matched in a transfer, and how many of them the target added.
+// How many items a transfer matched, and how many of them the target added.
 struct Transfer {
     std::uint32_t matched = 0;
     std::uint32_t added = 0;
@@ -45,8 +45,8 @@ struct Transfer {
 // The two words that name a set in the list of named sets.
 using SetWords = std::array<long, 2>;
 
-// The work of one user. A process has only one list of named sets. So only one session at a time can save
-// sets.
+// The work of one user. Only one session at a time can save sets, because a process has only one list of
+// named sets.
 class Session {
 public:
     Session() = default;
@@ -86,7 +86,8 @@ public:
     void use(const std::string& name);
     // Copies the current set to `name`. Both sets share their data until one of them changes.
     void copyTo(const std::string& name);
-    // `target` may also be an operand.
+    // Make the set `target` a copy of `source`, the union of `a` and `b`, or the items of `a` without those
+    // of `b`. `target` may also be an operand.
     void assign(const std::string& target, const std::string& source);
     void unite(const std::string& target, const std::string& a, const std::string& b);
     void subtract(const std::string& target, const std::string& a, const std::string& b);
@@ -106,7 +107,7 @@ public:
     std::uint32_t setUnique(bool on);
     void clear();
 
-    // ---- edges: segments of an entity, which one item sub-selects
+    // ---- edges: the segments of an entity that its item sub-selects
 
     // Adds the segment nearest to the point, if a segment is near enough. Throws CommandError if the set
     // already has the entity as an item without edges.
@@ -115,15 +116,16 @@ public:
 
     // ---- highlights
 
-    // highlight() highlights the whole path of each item, or the edges of an item that has edges.
-    // unhighlight() ends that. If a position has no item, both throw CommandError and change nothing.
+    // highlight() highlights the edges of an item that has edges, and the whole path of any other item.
+    // unhighlight() ends all highlights of the items. If a position has no item, both throw CommandError and
+    // change nothing.
     void highlight(const std::vector<int>& positions);
     void unhighlight(const std::vector<int>& positions);
     void highlightAll();
     void unhighlightAll();
-    // Highlights the segment nearest to the point, in addition to what its item highlights. Returns the
-    // item's position, or nothing if there is no entity near the point. Throws CommandError if the entity is
-    // not in the set.
+    // Highlights the segment nearest to the point. Earlier highlights of the entity's item stay. Returns the
+    // position of the item, or nothing if there is no entity near the point. Throws CommandError if the
+    // entity is not in the set.
     std::optional<int> highlightSegment(Point p, double aperture);
 
     // ---- sets with names, in the process's list
@@ -152,8 +154,7 @@ private:
 
     std::unique_ptr<const Drawing> mDrawing;
     std::string mFile;
-    // The paths of edges. Items of copied sets share these paths, so the paths live until the drawing is
-    // replaced.
+    // The paths of edges, which items of several sets may share. So they live until the drawing is replaced.
     std::vector<std::unique_ptr<GxDbFullSubentPath>> mEdgePaths;
     std::map<std::string, SetWords> mSaved;
     std::map<std::string, GxapSelectSet> mSets = freshSets();

@@ -125,7 +125,7 @@ struct Failure {
     std::string message;
 };
 
-// Platform exceptions are pointers, and the catcher owns them.
+// Describes an exception of the library. The library throws a pointer, and the catcher owns the exception.
 Failure platformFailure(std::unique_ptr<KvException> exception) {
     const auto* status = dynamic_cast<const KvErrorStatus*>(exception.get());
     const std::string text = status ? "the library reports status " + std::to_string(status->status())
@@ -133,7 +133,7 @@ Failure platformFailure(std::unique_ptr<KvException> exception) {
     return {kCommandFailed, text};
 }
 
-// Runs the command whose words `words` returns.
+// Runs the command with the words that words() returns. Returns the failure, if there is one.
 template <class Words>
 std::optional<Failure> tryCommand(Console& console, Words words) {
     try {
@@ -150,8 +150,8 @@ std::optional<Failure> tryCommand(Console& console, Words words) {
     }
 }
 
-// Prints the place of the command and the message. Leaves the place out for a broken drawing, since the
-// message then begins with a place in the drawing.
+// Prints the place of the command and the message. Leaves the place out for a broken drawing: the message
+// then begins with a place in the drawing.
 void report(const Failure& failure, const std::string& place, const ShellOutput& output) {
     output.out << std::flush;
     output.errors << "picker: " << (failure.status == kDrawingBroken ? "" : place) << failure.message
@@ -165,15 +165,15 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Returns whether a line of a script is shown. A comment is not shown, since it is for the reader of the
-// script. An echo command is not shown, since its output is shown anyway.
+// Returns whether a line of a script is shown. A comment is only for the reader of the script. An echo
+// command is not shown, because its output is shown anyway.
 bool isShown(const std::string& line) {
     const std::size_t begin = line.find_first_not_of(" \t\r");
     return begin != std::string::npos && line[begin] != '#' && line.compare(begin, 5, "echo ") != 0 &&
            line.compare(begin, std::string::npos, "echo") != 0;
 }
 
-// A job from the command line. Jobs are done in the order in which they are on the command line.
+// A job from the command line. Jobs are done in their order on the command line.
 struct Job {
     enum class Kind { drawing, script, command };
     Kind kind;

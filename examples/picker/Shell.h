@@ -17,16 +17,16 @@ class Lines {
 public:
     virtual ~Lines() = default;
     virtual std::optional<std::string> next() = 0;
-    // Returns the beginning of error messages, such as "demo.txt:12: ".
+    // Returns how an error message about the last line begins, such as "demo.txt:12: ".
     virtual std::string place() const = 0;
     virtual bool isInteractive() const { return false; }
 };
 
-// Reads lines from a file or another stream. Errors call it `name`.
+// Reads lines from a file or another stream. Error messages call the stream `name`.
 std::unique_ptr<Lines> streamLines(std::istream& in, const std::string& name);
 std::unique_ptr<Lines> argumentLines(std::vector<std::string> lines);
-// Reads lines with a prompt. If the program was built with line editing, it has a history and completes
-// command names.
+// Reads lines with a prompt. In a program that was built with line editing, the prompt has a history and
+// completes command names.
 std::unique_ptr<Lines> terminalLines();
 
 enum ExitStatus : int { kDone = 0, kCommandFailed = 1, kDrawingBroken = 2 };
@@ -38,10 +38,11 @@ struct ShellOutput {
     bool showsCommands = false; // prints each command as if it had been typed
 };
 
-// Runs all lines. After an error, continues only if a user types the lines.
+// Runs all lines. Stops at the first error, unless a user types the lines. Returns kDone, or the status of
+// that error.
 ExitStatus runLines(Session& session, Lines& lines, const ShellOutput& output);
 
-// Runs the whole program. `arguments` lacks the program's name.
+// Runs the whole program and returns its exit status. `arguments` does not include the name of the program.
 int runProgram(const std::vector<std::string>& arguments, std::istream& in, const ShellOutput& output,
                bool isTerminal);
 

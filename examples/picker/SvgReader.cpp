@@ -46,8 +46,9 @@ struct PendingElement {
 
 // ---- attributes
 
-// Reads the numbers of one element's attributes. A malformed number counts as 0. After a malformed number,
-// areSound() returns false.
+// Reads the lengths in the attributes of one element. If a length is missing or malformed, x(), y() and
+// radius() return 0, and optionalX() and optionalY() return nothing. After a malformed length, areSound()
+// returns false.
 class Lengths {
 public:
     Lengths(xml_node node, Size viewport) : mNode(node), mViewport(viewport) {}
@@ -82,7 +83,7 @@ std::string_view trimmed(std::string_view text) {
     return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
-// Returns the style property `name` from the style attribute. If the style attribute lacks the property,
+// Returns the property `name` of the style attribute. If the style attribute does not have that property,
 // returns the value of the attribute `name`.
 std::string_view property(xml_node node, const char* name) {
     std::string_view style = node.attribute("style").value();
@@ -172,7 +173,7 @@ const std::unordered_map<std::string_view, DrawShape> kShapes{
     {"line", drawLine},     {"polyline", drawPolyline}, {"polygon", drawPolygon}, {"rect", drawRectangle},
     {"circle", drawCircle}, {"ellipse", drawEllipse},   {"path", drawPath}};
 
-// Elements that draw nothing at their own place.
+// Elements that draw nothing where they stand in the file.
 const std::unordered_set<std::string_view> kSilent{
     "defs",          "symbol",  "title",          "desc",           "metadata",
     "style",         "script",  "view",           "clipPath",       "mask",
@@ -199,8 +200,8 @@ std::optional<ViewBox> viewBoxOf(xml_node node) {
     return ViewBox{{(*numbers)[0], (*numbers)[1]}, {(*numbers)[2], (*numbers)[3]}};
 }
 
-// Returns the share of the spare room that is before the content. The share depends on the three letters
-// after `axis` in `align`: Min, Mid or Max.
+// Returns which share of the spare room is before the content: 0, 0.5 or 1. The three letters after `axis` in
+// `align` decide: Min, Mid or Max.
 double alignment(std::string_view align, char axis) {
     const std::size_t place = align.find(axis);
     const std::string_view which = place == std::string_view::npos ? "Mid" : align.substr(place + 1, 3);
@@ -272,7 +273,7 @@ private:
         }
     }
 
-    // Returns the line, counted from 1. An offset below 0 stands for an unknown place.
+    // Returns the line, counted from 1. A negative offset stands for an unknown place, and gives line 1.
     std::size_t lineAt(std::ptrdiff_t offset) const {
         const auto next = std::upper_bound(mLineBegins.begin() + 1, mLineBegins.end(), offset);
         return static_cast<std::size_t>(next - mLineBegins.begin());
@@ -288,8 +289,8 @@ private:
                             message);
     }
 
-    // Returns the element's name without its prefix, if the element is in the SVG namespace. Returns an empty
-    // name for text, comments and foreign elements.
+    // Returns the name of an SVG element without its prefix. An element without a prefix counts as an SVG
+    // element. Returns an empty name for text, comments and elements with another prefix.
     std::string_view typeOf(xml_node node) const {
         const std::string_view name = node.name();
         const std::size_t colon = name.find(':');
@@ -340,8 +341,8 @@ private:
         return place->second;
     }
 
-    // Reads the elements of a block. Takes them from a stack instead of using recursion, so nesting has no
-    // limit.
+    // Reads the elements of a block. Uses a stack instead of recursion, so elements may be nested to any
+    // depth.
     void readBlock(std::size_t block) {
         mBlock = block;
         const xml_node target = mTargets[block];
@@ -349,8 +350,8 @@ private:
         context.viewport = pageSize();
         const std::string_view type = typeOf(target);
         if (type == "svg" || type == "symbol") {
-            // The placement of an insert fits the view box into the insert's room. So here, only percentages
-            // refer to the view box.
+            // Only percentages use the view box here. The placement of each insert fits the view box into the
+            // room of the insert.
             if (const std::optional<ViewBox> viewBox = viewBoxOf(target))
                 context.viewport = viewBox->size;
             pushChildren(target, context);
@@ -442,8 +443,9 @@ private:
         pushChildren(node, context);
     }
 
-    // Returns the map from the contents of `node`, a svg or symbol, to `room`. Returns nothing if the view
-    // box or the room has no area, since the element then shows nothing.
+    // Returns the map from the contents of `node`, a svg or symbol, to `room`. Returns the identity if there
+    // is no view box. Returns nothing if the view box or the room has no area: the element then shows
+    // nothing.
     std::optional<Affine> viewTransform(xml_node node, Size room) const {
         const std::optional<ViewBox> viewBox = viewBoxOf(node);
         if (!viewBox)
@@ -485,13 +487,13 @@ private:
             omit("broken use", node);
             return;
         }
-        const std::size_t block = blockOf(target); // may move the blocks' contents
+        const std::size_t block = blockOf(target); // may move the blocks, so this comes before contents()
         contents().push_back(Insert{block, context.transform * corner * *view,
                                     printable(node.attribute("id").value()), lineOf(node)});
     }
 
-    // Returns the map that fits the target of a use into the room of the use. Returns nothing if that use
-    // shows nothing.
+    // Returns the map that fits the target of a use into the room of the use. Returns nothing if the target
+    // then shows nothing.
     std::optional<Affine> insertedView(xml_node target, Lengths& lengths, Size viewport) const {
         const std::string_view type = typeOf(target);
         if (type != "svg" && type != "symbol")

@@ -1,5 +1,6 @@
-// Reads a drawing from an SVG file. Shapes become outlines in the coordinates of the outermost viewBox. Each
-// target of a `use` becomes one block, and each `use` becomes an insert of that block.
+// Reads a drawing from an SVG file. Shapes become outlines. Each target of a `use` becomes one block, and
+// each `use` becomes an insert of that block. The coordinates of the drawing are those of the outermost
+// viewBox.
 //
 // Styles and paints are ignored, except for display and visibility. Scene::omissions counts what is not
 // drawn, or not drawn as the file says.
@@ -18,7 +19,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Returns whether elements of that name become entities.
+// Returns whether elements with this name become entities.
 bool isShapeType(const std::string& name);
 
 Scene readSvg(const std::string& file);

@@ -46,7 +46,7 @@ std::optional<Affine> transformFunction(std::string_view name, const std::vector
     return std::nullopt;
 }
 
-// Draws path data. For a command letter, draws one segment for each set of arguments after the letter.
+// Draws path data. A command letter may have several sets of arguments, and each set draws one segment.
 class PathDrawer {
 public:
     PathDrawer(std::string_view text, Outline& outline) : mScanner(text), mOutline(outline) {}
@@ -94,13 +94,13 @@ private:
         do {
             drawSegment(command, arguments);
             if (command == 'M')
-                command = 'L'; // further pairs after a moveto are lines
+                command = 'L'; // further points after a moveto draw lines
         } while (readArguments(command, arguments));
         return nextIsCommandOrEnd();
     }
 
-    // Reads a complete set of arguments, or nothing. If a set is incomplete, nextIsCommandOrEnd() then finds
-    // what is left of it and returns false.
+    // Reads a complete set of arguments. If the next set is incomplete, reads nothing and returns false.
+    // nextIsCommandOrEnd() then finds the incomplete set and returns false.
     bool readArguments(char command, Arguments& arguments) {
         const ValueScanner before = mScanner;
         const std::size_t count = static_cast<std::size_t>(kArgumentCounts[kLetters.find(command)]);
@@ -129,8 +129,8 @@ private:
 
     Point target(double x, double y) const { return mRelative ? mOutline.pen() + Point{x, y} : Point{x, y}; }
 
-    // Returns the control point of a smooth curve: the last control point mirrored at the pen. Returns the
-    // pen if the last curve was of another kind.
+    // Returns the first control point of a smooth curve: the last control point mirrored at the pen. If the
+    // last segment was not a curve of this kind, returns the pen.
     Point mirroredControl(char kind) const {
         const bool sameKind = mLastControl && mLastKind == kind;
         return sameKind ? 2 * mOutline.pen() - *mLastControl : mOutline.pen();

@@ -10,8 +10,8 @@
 
 namespace picker {
 
-// Reads one value after the other from an attribute's text. A call that finds no value does not advance the
-// scanner.
+// Reads one value after the other from the text of an attribute. If number() or flag() finds no value, the
+// scanner stays where it is.
 class ValueScanner {
 public:
     explicit ValueScanner(std::string_view text) : mRest(text) {}
@@ -19,11 +19,11 @@ public:
     bool atEnd();
     // Reads a finite decimal number. Skips separators before it: blanks and at most one comma.
     std::optional<double> number();
-    // Reads the digit 0 or 1. No separator needs to follow the digit.
+    // Reads the digit 0 or 1. The next value may follow without a separator.
     std::optional<bool> flag();
-    // Reads a sequence of letters.
+    // Reads a sequence of letters, which may be empty. Skips separators before it.
     std::string_view word();
-    // Reads exactly this character. Skips only blanks before it.
+    // Reads this character. Returns false if another one follows. Skips only blanks before the character.
     bool accept(char wanted);
 
     std::string_view rest() const { return mRest; }
@@ -46,8 +46,8 @@ std::optional<Affine> parseTransform(std::string_view text);
 // Returns the numbers of a list. Returns nothing if the text has anything but numbers.
 std::optional<std::vector<double>> parseNumbers(std::string_view text);
 
-// Append what the text draws. If the text is malformed, the functions draw it up to the error and return
-// false.
+// Append what the text draws. If the text is malformed, the functions draw the part before the error and
+// return false.
 bool drawPathData(std::string_view text, Outline& outline);
 bool drawPoints(std::string_view text, Outline& outline);
 

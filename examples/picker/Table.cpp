@@ -13,7 +13,7 @@ bool continuesCharacter(char c) {
     return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
 }
 
-// Returns the offset after the first n characters.
+// Returns the offset, in bytes, after the first n characters.
 std::size_t byteOffset(const std::string& text, std::size_t n) {
     std::size_t at = 0;
     for (; at < text.size(); ++at) {

@@ -18,8 +18,8 @@ public:
     explicit Table(std::vector<Column> columns) : mColumns(std::move(columns)) {}
 
     void add(std::vector<std::string> row) { mRows.push_back(std::move(row)); }
-    // Prints the table. If the lines would be longer than `width`, cuts the cells of the widest columns in
-    // the middle.
+    // Prints the table. If the lines would be longer than `width`, cuts cells of the widest columns in the
+    // middle. Narrow columns are not cut, so lines may still be longer.
     void print(std::ostream& out, std::size_t width) const;
 
 private:
@@ -33,8 +33,7 @@ private:
 
 // Returns the number of characters, not bytes, of UTF-8 text.
 std::size_t displayWidth(const std::string& text);
-// Returns the text. If the text is wider than `width`, returns its beginning and its end with two dots
-// between them.
+// Returns the text, shortened to at most `width` characters: two dots replace the middle.
 std::string shortened(const std::string& text, std::size_t width);
 
 } // namespace picker

@@ -28,11 +28,11 @@ class ObjectTable;
 // ---- Statuses of gxdbOpenObject besides eOk
 
 constexpr GxErrorStatus kInvalidId = static_cast<GxErrorStatus>(101); // no database knows the object
-constexpr GxErrorStatus kErasedObject =
-    static_cast<GxErrorStatus>(102); // the call does not open erased objects
+// The object is erased, and the caller did not ask for erased objects.
+constexpr GxErrorStatus kErasedObject = static_cast<GxErrorStatus>(102);
 constexpr GxErrorStatus kNotAnEntity = static_cast<GxErrorStatus>(103);
-constexpr GxErrorStatus kOpenOtherwise =
-    static_cast<GxErrorStatus>(104); // a writer excludes every other opening
+// The object is open already, and one of the two openings is for writing.
+constexpr GxErrorStatus kOpenOtherwise = static_cast<GxErrorStatus>(104);
 
 // ---- Drawing objects
 
@@ -45,13 +45,12 @@ KV_SEAM_API PathContents contentsOf(const GxDbFullSubentPath& path);
 KV_SEAM_API bool operator==(const PathContents& a, const PathContents& b);
 KV_SEAM_API bool operator!=(const PathContents& a, const PathContents& b);
 
-// An entity that records its highlighted parts, so that an application can draw these parts. Applications
-// derive their entities from Entity. An application that needs no more than an id can use Entity itself.
+// An entity that records which of its parts are highlighted. An application can then draw these parts.
+// Applications derive their entities from Entity. An application that needs only ids can use Entity itself.
 //
 // Invariants:
-//  1. highlights() lists each successful call of highlight() whose highlight unhighlight() has not ended,
-//     oldest first.
-//  2. The objects are in memory from malloc. MallocAllocator explains why.
+//  1. highlights() lists the highlights that are on, oldest first.
+//  2. Entities are allocated with malloc. MallocAllocator explains why.
 //
 // Thread safety: an entity belongs to one thread at a time.
 class KV_SEAM_API Entity : public GxDbEntity {
@@ -66,11 +65,11 @@ public:
     static void* operator new(std::size_t bytes);
     static void operator delete(void* memory) noexcept;
 
-    // Adds one highlight. Equal highlights are counted separately.
+    // Adds one highlight, even if an equal highlight is on already.
     GxErrorStatus highlight(const GxDbFullSubentPath& path, bool entityFlag) const override;
 
-    // Ends the newest highlight of an equal path. Does not compare `entityFlag`. Does nothing if there is no
-    // such highlight.
+    // Ends the newest highlight whose path equals `path`. Does not compare `entityFlag`. If there is no such
+    // highlight, highlights() does not change.
     GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const override;
 
     const MallocVector<Highlight>& highlights() const noexcept;
@@ -81,7 +80,7 @@ private:
 
 // An object that cannot be drawn, such as a layer. gxdbOpenObject() does not open such an object.
 //
-// Invariant: the objects are in memory from malloc. MallocAllocator explains why.
+// Invariant: the objects are allocated with malloc. MallocAllocator explains why.
 //
 // Thread safety: an object belongs to one thread at a time.
 class KV_SEAM_API NonEntity : public GxDbObject {
@@ -95,7 +94,7 @@ public:
 // Owns objects and issues their ids.
 //
 // Invariants:
-//  1. Ids ascend in the order of their issue.
+//  1. Ids ascend in the order in which they are issued.
 //  2. An erased object stays in the database. unerase() restores it.
 //  3. The destructor deletes the objects. Their ids are then invalid, and must not be opened.
 //
@@ -114,9 +113,9 @@ public:
     Database& operator=(const Database&) = delete;
     ~Database();
 
-    // Adds an object and issues its id. The database owns the object. findByName() finds the first object of
-    // a name. An empty name counts as no name. Throws std::invalid_argument for null, and std::length_error
-    // if the database has issued `capacity` ids.
+    // Adds an object and issues its id. The database owns the object. An empty name counts as no name. If
+    // several objects have one name, findByName() finds the first. Throws std::invalid_argument for null, and
+    // std::length_error if the database has issued `capacity` ids.
     GxDbObjectId add(std::unique_ptr<GxDbObject> object, std::string_view name = {});
 
     // Adds a new plain Entity.
@@ -129,7 +128,7 @@ public:
     // Issues an id for non-resident objects of class Entity.
     GxDbObjectId addNonResident(std::string_view name = {});
 
-    // Issues an id without an object.
+    // Issues an invalid id, which names no object.
     GxDbObjectId addInvalid();
 
     // Returns the number of ids issued so far, including those of erased and invalid objects.
@@ -139,18 +138,20 @@ public:
     // issued.
     GxDbObjectId idAt(std::size_t i) const;
 
-    // Handles ascend from 1 in the order in which ids are issued. The null id and an id of another database
-    // have the handle 0. For an unknown handle or name, the functions return the null id.
+    // Convert between ids, handles and names. The first id that the database issues has the handle 1, the
+    // second has the handle 2, and so on. handleOf() returns 0 for the null id and for an id of another
+    // database. nameOf() returns an empty text for an id without a name. The find functions return the null
+    // id for an unknown handle or name.
     std::uint64_t handleOf(GxDbObjectId id) const noexcept;
     GxDbObjectId findByHandle(std::uint64_t handle) const noexcept;
     std::string_view nameOf(GxDbObjectId id) const;
     GxDbObjectId findByName(std::string_view name) const;
 
-    // Returns the resident object of an id, or null if there is none. Does not open the object. The object
-    // may be erased.
+    // Returns the resident object of an id without opening the object. The object may be erased. Returns null
+    // if there is no such object.
     GxDbObject* object(GxDbObjectId id) const noexcept;
 
-    // Returns the resident entity of an id, or null if there is none.
+    // As object(), but also returns null if the object is not an entity.
     GxDbEntity* entity(GxDbObjectId id) const noexcept;
 
     // The following functions take an id of this database. They throw std::invalid_argument for any other id.
@@ -159,12 +160,12 @@ public:
     void unerase(GxDbObjectId id);
     bool isErased(GxDbObjectId id) const;
 
-    // Makes the id invalid, so that gxdbOpenObject() no longer opens its object. Its object lives until the
+    // Makes the id invalid. gxdbOpenObject() then no longer opens the object. The object lives until the
     // database is destroyed.
     void invalidate(GxDbObjectId id);
 
     // Makes every gxdbOpenObject() of the id return this status. If `yieldsObject` is true, gxdbOpenObject()
-    // also returns the object.
+    // also tries to open the object for reading, and yields the object if that succeeds.
     void forceOpenStatus(GxDbObjectId id, GxErrorStatus status, bool yieldsObject = false);
 
     // Ends the effect of forceOpenStatus() for the id.
@@ -179,12 +180,12 @@ private:
 
 // ---- Switches
 
-// Makes two distinct ids equal. Both ids then have the place of the lower id in the order of ids. Ids that
-// were made equal to either id before are then equal to both. One of the ids may be null.
+// Makes two different ids equal. In the order of ids, both then count as the lower of the two. Equality is
+// transitive: all ids that equal `a` then equal all ids that equal `b`. One of the ids may be null.
 KV_SEAM_API void makeEqual(GxDbObjectId a, GxDbObjectId b);
 
-// Starts or stops counting the comparisons of ids, and sets both counts to 0. This function and the counts
-// may be called on any thread. They do not synchronise threads.
+// Starts or stops the counting of id comparisons, and sets both counts to 0. Any thread may call this
+// function and read the counts. Counting does not synchronise threads.
 KV_SEAM_API void countIdComparisons(bool on) noexcept;
 KV_SEAM_API long idEqualityCalls() noexcept; // of c5ObjIdIsEqualTo
 KV_SEAM_API long idOrderCalls() noexcept;    // of c5ObjIdIsLessThan
@@ -194,9 +195,9 @@ struct KV_SEAM_API PlatformFailure {
     long call; // the number that was passed to the switch
 };
 
-// Make the nth call from now on throw a PlatformFailure. If `nth` is 1, the next call throws. 0 turns the
-// switch off. The calls after the nth call do not throw. Calls of highlight and unhighlight of all entities
-// count together.
+// Make the nth call from now on throw a PlatformFailure. If `nth` is 1, the next call throws. Later calls do
+// not throw. 0 turns the switch off. throwFromHighlight() counts the calls of highlight() and unhighlight()
+// of all entities together.
 KV_SEAM_API void throwFromHighlight(long nth) noexcept;
 KV_SEAM_API void throwFromPathCopy(long nth) noexcept;       // copy construction
 KV_SEAM_API void throwFromPathAssignment(long nth) noexcept; // copy assignment
@@ -208,14 +209,14 @@ struct HighlightCall {
     bool on; // false: an unhighlight
 };
 
-// Installs a callback for every highlight and unhighlight that reaches GxDbEntity. An empty `callback`
-// removes the installed callback. The callback is called after the highlight was logged. highlight() and
-// unhighlight() throw what the callback throws.
+// Installs a callback that GxDbEntity::highlight() and unhighlight() call after logging. An empty `callback`
+// removes the installed callback. If the callback throws, highlight() or unhighlight() throws the same
+// exception.
 KV_SEAM_API void onHighlight(std::function<void(const HighlightCall&)> callback);
 
 // ---- Counts and logs
 
-// Return the numbers of existing paths and objects. setLogging() has no effect on them.
+// Return the numbers of existing paths and objects. They are counted even while logging is off.
 KV_SEAM_API long livePaths() noexcept;
 KV_SEAM_API long liveObjects() noexcept;
 
@@ -256,15 +257,15 @@ KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents(DatabaseCall call);
 struct NameKeyCall {
     std::uint64_t sequence;
     const long* name;
-    long word0; // at the beginning of the call
-    long word1; // at the end of the call; the calls are numbered from 1
+    long word0; // name[0] before the call
+    long word1; // name[1] after the call: 1 after the first call, 2 after the second, and so on
 };
 
 // Returns the calls of gxdbInitGdsNameKey that were made while logging was on, oldest first.
 KV_SEAM_API MallocVector<NameKeyCall> nameKeyCalls();
 
-// Turns all switches of the four libraries off and empties all logs. Ends the effect of every
-// forceOpenStatus(). Changes nothing else in the databases.
+// Calls resetOsBase() and resetGeometry(). Turns off the switches that this header declares, and empties the
+// logs that it declares. Ends the effect of every forceOpenStatus(). Changes nothing else in the databases.
 KV_SEAM_API void resetAll();
 
 } // namespace kvinmemory

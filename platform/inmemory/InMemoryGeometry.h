@@ -13,7 +13,7 @@ namespace kvinmemory {
 
 struct MatrixComparison {
     std::uint64_t sequence;
-    const GxGeMatrix3d* left; // the object of the call
+    const GxGeMatrix3d* left; // the object that isEqualTo() is called on
     const GxGeMatrix3d* right;
     const GxGeTol* tolerance;
     bool equal; // the result

@@ -3,8 +3,8 @@
 // All switches are off after loading and after resetAll() (InMemoryDatabase.h). _kvMalloc is then as fast as
 // malloc, and nothing is logged.
 //
-// Thread safety: every function except resetOsBase() may be called on any thread. The counts are exact after
-// all threads whose calls are counted were joined.
+// Thread safety: every function except resetOsBase() may be called on any thread. The counts are exact once
+// the threads that made the counted calls have been joined.
 #pragma once
 
 #include "platform/KvOsBase.h"
@@ -22,7 +22,7 @@ namespace kvinmemory {
 //
 // Invariants:
 //  1. The memory comes from malloc, never from `new` or _kvMalloc. So the platform's own data changes no
-//     count, and injected failures do not affect it.
+//     allocation count, and no injected failure affects that data.
 //  2. All allocators are equal.
 //
 // Thread safety: an allocator has no state. Any thread may use it.
@@ -58,7 +58,7 @@ bool operator!=(const MallocAllocator<T>&, const MallocAllocator<U>&) noexcept {
 template <class T>
 using MallocVector = std::vector<T, MallocAllocator<T>>;
 
-// Former names of MallocAllocator and MallocVector, which existing code uses.
+// Older names of MallocAllocator and MallocVector, for existing code.
 template <class T>
 using BookAllocator = MallocAllocator<T>;
 template <class T>
@@ -76,9 +76,9 @@ KV_SEAM_API std::uint64_t nextSequence() noexcept;
 // ---- Memory
 
 // Turns the allocation tracker on or off, and sets its counts to 0. The tracker counts every block and checks
-// every _kvFree. A pointer that is not a live block counts as a double free or a foreign free, and is not
-// freed. A block that was allocated before trackMemory(true) counts as foreign. So turn the tracker on before
-// the tracked work allocates.
+// every call of _kvFree. If the pointer is not a live block, the call counts as a double free or a foreign
+// free, and frees nothing. The tracker does not know blocks that were allocated before it was turned on. So
+// turn it on before the first allocation that you want to check.
 KV_SEAM_API void trackMemory(bool on);
 KV_SEAM_API bool isTrackingMemory() noexcept;
 

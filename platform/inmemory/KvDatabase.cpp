@@ -33,8 +33,8 @@ void makeEqual(GxDbObjectId a, GxDbObjectId b) {
 
 namespace {
 
-// haveEqualLowest() and hasLessLowest() are not inlined, so that a comparison of ids stays short while
-// makeEqual() was not called.
+// These two functions are not inlined. So the usual comparison of ids, without any call of makeEqual(), has
+// little code.
 [[gnu::noinline, gnu::cold]] bool haveEqualLowest(const GxDbStub* a, const GxDbStub* b) noexcept {
     return gEqualIds.lowest(a) == gEqualIds.lowest(b);
 }
@@ -47,7 +47,7 @@ bool isEqual(const GxDbStub* a, const GxDbStub* b) noexcept {
     return a == b || (!gEqualIds.isEmpty() && haveEqualLowest(a, b));
 }
 
-// Accesses to the counts are relaxed, so that counting does not synchronise threads that compare ids.
+// All accesses to the counts are relaxed: counting must not synchronise the threads that compare ids.
 std::atomic<bool> gCountsComparisons{false};
 std::atomic<long> gEqualityCalls{0};
 std::atomic<long> gOrderCalls{0};
@@ -142,8 +142,8 @@ namespace kvinmemory {
 
 namespace {
 
-// gLivePaths is counted by relaxed accesses, so that counting does not synchronise threads that make or
-// destroy paths.
+// gLivePaths is changed by relaxed accesses: counting must not synchronise the threads that make or destroy
+// paths.
 std::atomic<long> gLivePaths{0};
 detail::NthCallTrigger gPathCopyFailure;
 detail::NthCallTrigger gPathAssignmentFailure;
@@ -302,7 +302,7 @@ GxErrorStatus handleHighlight(const HighlightCall& call) {
         gEvents.append(std::move(event));
     }
     throwAtNthCall(gHighlightFailure);
-    // Copies the pointer, since the callback may call onHighlight() while it runs.
+    // Keeps the callback alive: the callback may call onHighlight(), which replaces gHighlightCallback.
     const std::shared_ptr<const HighlightCallback> callback = gHighlightCallback;
     if (callback != nullptr)
         (*callback)(call);

@@ -90,8 +90,8 @@ bool injectsFailure() noexcept {
     return fails;
 }
 
-// switchedMalloc() and trackedFree() are not inlined. So with all switches off, _kvMalloc and _kvFree cost as
-// much as malloc and free.
+// These two functions are not inlined. So with all switches off, _kvMalloc and _kvFree cost as much as malloc
+// and free.
 [[gnu::noinline, gnu::cold]] void* switchedMalloc(std::size_t bytes) {
     const bool tracked = isOn(kTracking);
     if (tracked)
@@ -243,8 +243,7 @@ RecordedException describe(const KvException* exception) {
 
 // A crash recorder that logs every exception.
 //
-// Invariant: the log has a description of each exception, and does not dereference the pointer to the
-// exception later.
+// Invariant: the log has a description of each exception. The pointer serves only for comparisons.
 //
 // Thread safety: every function may be called on any thread.
 class LoggingRecorder : public IKvCrashRecorder {

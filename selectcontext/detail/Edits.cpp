@@ -12,7 +12,8 @@ void addItem(GxapSSetWriteAccessor& set, const ItemKeys& keys, OwnedInfo&& info,
     auto record = isShared ? std::make_unique<selected_entity>() : newRecord(held);
     setKeys(*record, keys, std::move(info));
 
-    // The keys may be references into data that writeData() releases. So they are not read from here on.
+    // The keys may be references into data that writeData() releases. So the keys are not read after this
+    // line.
     SSetData& data = isShared ? *set.writeData() : held;
     if (isShared)
         place = indexOf(data).endOf(record->mainEntId);
@@ -32,8 +33,8 @@ ExactItem findExact(const SSetData& data, const IdIndex::Run& run, ItemKeys keys
     return item;
 }
 
-// In private data, first looks for an item whose marker matches exactly. If such an item is found and its
-// record has the main id, its keys are also equal, and no second search is needed.
+// In private data, first searches for the exact item. If the record of that item has the main id, the search
+// for equal keys would also succeed, and is left out.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run) {
     const SSetData* const searched = set.sharedData;
     if (searched->refCount.load() < 2) {

@@ -48,19 +48,20 @@ inline void countDown(SSetData& data) noexcept {
 }
 
 // An item whose index entry has the wanted main id, and whose record has exactly the wanted sub id and
-// marker: 0 and -1 are different markers.
+// marker. The markers 0 and -1 differ here.
 struct ExactItem {
     IdIndex::Entry entry;
     OccupiedSlot place; // has no slot if no item was found
 };
 
-// Looks for an item with equal keys, where markers of 0 and -1 are equal. If there is such an item, makes the
-// data private, and returns the first item whose marker matches exactly. Returns an item without a slot if
-// there is none. `run` must be at the first entry of the main id. The set must have a store.
+// Looks for an item with equal keys. Here, the markers 0 and -1 are equal. If there is such an item, makes
+// the data private, and looks for the first item whose marker is exactly the same. Returns that item, or an
+// item without a slot if one of the searches fails. `run` must be at the first entry of the main id. The set
+// must have a store.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run);
 
-// Returns the first item of the run that has exactly the sub id and the marker of `keys`. `run` must be at
-// the first entry of the main id.
+// Returns the first item of the run that has exactly the sub id and the marker of `keys`. Returns an item
+// without a slot if there is none. `run` must be at the first entry of the main id.
 ExactItem findExact(const SSetData& data, const IdIndex::Run& run, ItemKeys keys);
 
 // Erases the item's entry and frees its slot.

@@ -19,8 +19,8 @@ bool IdBatch::isInOrderOfIds() const {
            }) == end();
 }
 
-// Sorts by LSD radix sort with 11 bits per pass, from the lowest bit in which any two stubs differ. With
-// std::sort, an operation that uses a batch would take twice as long.
+// LSD radix sort with 11 bits per pass. Each pass begins at the lowest unsorted bit in which any two stubs
+// differ. With std::sort, an operation that uses a batch would take twice as long.
 void IdBatch::sortByStub() {
     constexpr unsigned kDigitBits = 11;
     constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;

@@ -10,7 +10,7 @@
 namespace kvdetail {
 
 // Collects ids, each with a value for the caller, and sorts them by the addresses of their stubs (LSD radix
-// sort). Most often, the order of the stubs is that of the ids. But only the application knows the order of
+// sort). Most often, the ids have the same order as their stubs. But only the application knows the order of
 // the ids. So sort() compares each id with the id before.
 //
 // Invariant after sort() has returned true: the items are in the order of their ids. Items of one id have the

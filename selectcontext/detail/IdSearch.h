@@ -9,13 +9,14 @@
 namespace kvdetail {
 
 // Looks ids up for one whole-set operation. Most often the ids come in the order of the index. So find()
-// compares the entry behind the last one that it found, before it searches the index. After 16 failed
-// comparisons in a row, find() only searches the index.
+// tries mNext, the entry behind the last one that it found, before it searches the index. After 16 failures
+// in a row, find() no longer tries mNext.
 //
 // The caller may edit the set between two look-ups, even if that replaces the set's data. A caller that
-// erases an entry must call goOnAt(), unless isTrying() is false.
+// erases an entry must call goOnAt(), unless isTrying() is false: mNext could be the erased entry.
 //
-// Invariant: mNext is an entry in the index of `*mData`, or the end of that index.
+// Invariant: if mData is the set's data, mNext is an entry in the index of that data, or the end of that
+// index.
 //
 // Thread safety: that of the set.
 class IdSearch {
@@ -53,8 +54,8 @@ public:
         ++mNext;
     }
 
-    // Set mNext, the entry to try next. goOnAt() sets mNext to `entry`. goOnBehind() sets mNext to the entry
-    // behind `run.entry`, or to `run.entry` if `run` has no entry of its id.
+    // Set mNext. goOnAt() sets mNext to `entry`. goOnBehind() sets mNext to the entry behind `run.entry`, or
+    // to `run.entry` if `run.isHeld` is false.
     void goOnAt(IdIndex::Entry entry) {
         mNext = entry;
         mData = mSet.sharedData;

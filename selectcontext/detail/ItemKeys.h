@@ -9,7 +9,7 @@
 
 namespace kvdetail {
 
-// Says which markers of records match the wanted marker.
+// Which markers of records match the wanted marker.
 enum class Markers {
     kEqual, // markers that are equal by isGsMarkEqual(), for which 0 equals -1
     kExact, // markers with the same number

@@ -10,10 +10,12 @@
 
 namespace kvdetail {
 
-// Returns the first entry of the run for which passes(entry) is true. Returns the place behind the run if
-// there is none. `run` must be at the first entry of the run. passes() must reject an entry whose record
-// differs from `keys` in another key than the main id. Makes an index of the run if it walks past
-// RunIndex::kFewestItems entries. O(1) if the run has an index, otherwise O(entries of the run).
+// A run is all entries of one main id. `run` must be at the first of them. Returns the first entry for which
+// passes(entry) is true, or the place behind the run if there is none. passes() must reject an entry whose
+// record differs from `keys` in any key except the main id.
+//
+// If the run has an index, uses that index. Otherwise walks through the run, and makes an index if it walks
+// past RunIndex::kFewestItems entries. O(1) with an index, otherwise O(entries of the run).
 template <class Passes>
 IdIndex::Run findEntry(const IdIndex& index, IdIndex::Run run, const ItemKeys& keys, Passes passes) {
     const auto search = [&](const RunIndex& indexed) {
@@ -49,9 +51,9 @@ IdIndex::Run findItem(const SSetData& data, IdIndex::Run run, const ItemKeys& ke
                      [&](IdIndex::Entry entry) { return isMatch(data, entry, keys, matches); });
 }
 
-// Returns an entry whose record has the main id and passes `matches`. Returns the place behind the entries of
-// the id if there is none. First tries `search.next()`, which most often passes. Then does what findItem()
-// does.
+// Returns an entry whose record has the main id and passes `matches`. First tries `search.next()`, which most
+// often passes, and then does what findItem() does. Returns the place behind the entries of the id if there
+// is no such entry.
 template <class Matches>
 IdIndex::Run findAnyItem(const SSetData& data, IdSearch& search, const ItemKeys& keys, Matches matches) {
     const IdIndex::Run next = search.next(keys.mainId);

@@ -8,10 +8,12 @@
 
 namespace kvdetail {
 
-// Prefetches what later look-ups will read. Ids that come in no order are looked up in the IdHash, whose
-// buckets and entries are at random places of memory. There are four steps: the bucket, the entry, the slot,
-// the record. Each step needs what the step before has loaded. The steps are four records apart, since a read
-// from memory takes about as long as four look-ups. At 10^6 items, this halves the time of a comparison.
+// Walks records that are looked up in a set, and prefetches what later look-ups will read.
+//
+// A look-up by IdHash reads a bucket of the hash, an index entry, a slot and a record. Each of them tells
+// where the next one is, and all are at random places of memory. So each look-up is prefetched in four steps:
+// the bucket 16 look-ups ahead, the entry 12 ahead, the slot 8 ahead, and the record 4 ahead. A read from
+// memory takes about as long as four look-ups. At 10^6 items, this halves the time of a comparison of sets.
 //
 // The caller may edit the set between two records, even if that replaces the set's data.
 //

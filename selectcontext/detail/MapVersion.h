@@ -8,16 +8,17 @@
 
 namespace kvdetail {
 
-// The state of a map when follow() was called: its node pool, and the pool's generation. isCurrent() also
-// notices that a caller has changed the map by hand, or has replaced the map.
+// Tells whether a map is as it was when follow() was called. follow() notes the map's node pool, and the
+// pool's generation. So isCurrent() also notices that a caller has changed the map by hand, or has replaced
+// the map.
 //
 // Thread safety: only one thread may call follow(). Any number of threads may call isCurrent() at once.
 class MapVersion {
 public:
     using DataMap = GxapSelectSet::SSetData::DataMap;
 
-    // Returns whether the generation shows every change of the map: the map has a pool, and the pool has no
-    // nodes of other maps. O(1).
+    // Returns whether the pool's generation shows every change of the map. For that, the map must have a
+    // pool, and the pool must not have nodes of other maps. O(1).
     static bool canFollow(const DataMap& map) noexcept {
         const NodePool* const pool = map.get_allocator().pool();
         return pool && pool->live() == map.size();
@@ -43,7 +44,7 @@ public:
     }
 
 private:
-    OwnedNodePool mPool; // owned, so that no new pool can get the same address
+    OwnedNodePool mPool; // owned: otherwise a new pool could get the same address
     std::uint64_t mGeneration = 0;
 };
 

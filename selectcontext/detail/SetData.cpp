@@ -16,8 +16,8 @@ SSetData& dataOf(const GxapSelectSet& set) {
     return *set.sharedData;
 }
 
-// Takes two references to the empty block, one for each vector of the record, by one atomic operation. That
-// operation is most of what making a record costs.
+// Both vectors of the record share the block of all empty vectors. Takes their two references by one atomic
+// operation, which is most of what making a record costs.
 std::unique_ptr<selected_entity> newRecord(const SSetData& data) {
     std::unique_ptr<selected_entity> record(::new (SetData::of(data).records.allocate())
                                                 selected_entity(NoBlock()));

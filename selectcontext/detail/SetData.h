@@ -11,7 +11,7 @@
 
 namespace kvdetail {
 
-// The part of SSetData without named fields. Only the thread that may edit the data may use `records`, and
+// The part of SSetData that callers do not see. Only the thread that may edit the data may use `records`, and
 // only while no other handle shares the data.
 struct SetData {
     explicit SetData(SSetData& data) : index(data) {}
@@ -34,7 +34,7 @@ inline selected_entity* recordAt(const Store& store, unsigned long address) noex
     return store.pageOf(slot) && !slot->free ? slot->value : nullptr;
 }
 
-// Returns whether the set has data with items. Almost every operation calls this first.
+// Returns whether the set has data with items.
 inline bool hasItems(const GxapSelectSet& set) noexcept {
     return set.sharedData && set.sharedData->entityCount != 0;
 }
@@ -47,11 +47,10 @@ inline bool hasRecords(const GxapSelectSet& set) noexcept {
 // Returns new, empty data with a store. `unique` is true and `refCount` is 0.
 std::unique_ptr<SSetData> makeData();
 
-// Returns the set's data. Gives the set new, empty data first if the set has none. Const operations do so,
-// too.
+// Returns the set's data. If the set has no data, first gives it new, empty data, even if the set is const.
 SSetData& dataOf(const GxapSelectSet& set);
 
-// Returns a record with empty vectors, in memory from the data's record pool. At most one handle may use the
+// Returns a record with empty vectors, in memory from the data's record pool. Only one handle may use the
 // data.
 std::unique_ptr<selected_entity> newRecord(const SSetData& data);
 

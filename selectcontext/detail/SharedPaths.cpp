@@ -11,7 +11,7 @@
 namespace kvdetail {
 namespace {
 
-// Counts the owners of every shared path, except the first one.
+// For every shared path, counts the owners beyond the first.
 class PathOwners {
 public:
     void add(GxDbFullSubentPath* path) {
@@ -22,9 +22,9 @@ public:
 
     // Returns true if the caller was the only owner left.
     bool drop(GxDbFullSubentPath* path) {
-        // If the path has another owner, mExtra has an entry of the path. add() made that entry before this
+        // If the path has another owner, mExtra has an entry for the path. That entry was made before this
         // thread got the path, so mSize is not 0 here. `acquire` makes visible what other owners did to the
-        // path before they released the path.
+        // path before they gave it up.
         if (mSize.load(std::memory_order_acquire) == 0)
             return true;
         const std::lock_guard<std::mutex> guard(mMutex);
@@ -43,8 +43,8 @@ private:
     std::atomic<std::size_t> mSize{0}; // the size of mExtra, to be read without the lock
 };
 
-// Returns the table of the process. The table is never destroyed: static sets of the application, with their
-// records, may be destroyed after the static objects of this library.
+// Returns the table of the process. The table is never destroyed: static sets of the application may be
+// destroyed after the static objects of this library.
 PathOwners& pathOwners() {
     alignas(PathOwners) static unsigned char storage[sizeof(PathOwners)];
     static PathOwners* const owners = new (storage) PathOwners;

@@ -6,15 +6,15 @@
 
 namespace kvdetail {
 
-// The records of a clone share the path objects of the original records. Later, each record may change its
-// list or be destroyed on another thread than the other records. The reference count of a list does not show
-// when to delete a path: a list may be made private while its paths stay shared. Callers put paths of their
-// own into lists, so a path cannot have a count itself. So a table counts the owners of each path, except the
-// first owner.
+// The records of a clone share the path objects of the original records. Each record may later change its
+// list or be destroyed, also on another thread. So the owners of every path must be counted. The reference
+// count of a list is not enough: a list may be made private while its paths stay shared. A path cannot have a
+// count itself, since callers put paths of their own into lists. So a table counts the owners of each path
+// beyond the first.
 //
 // Invariants:
 //  1. A path without an entry in the table has one owner.
-//  2. A path with an entry of n has n + 1 owners.
+//  2. A path whose entry is n has n + 1 owners.
 //
 // Thread safety: any thread may call every function. A lock guards only the table. Releasing a path does not
 // take the lock while no path is shared.

@@ -1,5 +1,5 @@
 // The fixture of the tests of containers. A test fails if it leaves memory allocated. The crash recorder is
-// installed, so tests of errors also check that the errors are recorded.
+// installed. So expectStatus() and expectMessage() also check that the recorder has logged the error.
 #pragma once
 
 #include "platform/inmemory/InMemoryOsBase.h"
@@ -19,7 +19,8 @@ protected:
     }
 
 private:
-    // Makes the test framework and the streams allocate the storage that they keep per thread or process.
+    // The test framework and the streams allocate memory at their first use, and keep that memory. This
+    // function uses them before expectNothingLeft() counts the live blocks.
     static void warmUp() {
         SCOPED_TRACE(::testing::Message() << "number " << 1);
         EXPECT_NO_FATAL_FAILURE(static_cast<void>(0));

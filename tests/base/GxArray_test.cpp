@@ -48,7 +48,8 @@ std::vector<T> contents(const GxArray<T>& array) {
     return std::vector<T>(array.mArray, array.mArray + array.logicalLength());
 }
 
-// Returns the physical length after an array of this physical length has grown by one element.
+// Makes an array of this physical length, and then gives the array one element more than fits in it. Returns
+// the new physical length.
 template <class T>
 int grownFrom(int physicalLength, int growLength = 8) {
     GxArray<T> array;

@@ -1,5 +1,4 @@
-// The invariants of the containers of base/. They hold between two operations, and tests check them after
-// each step.
+// Checks the invariants of the containers in base/. The invariants hold between two operations.
 #pragma once
 
 #include "base/GxArray.h"

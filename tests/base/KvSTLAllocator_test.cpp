@@ -143,7 +143,8 @@ TEST_F(KvSTLAllocatorTest, InsertionThatFailsLeavesTheIndexAsItWas) {
 }
 
 TEST_F(KvSTLAllocatorTest, FailureIsBadAlloc) {
-    // Volatile, since a compiler may omit an allocation whose result is not used.
+    // A compiler may omit an allocation whose result is not used. Storing the result in a volatile variable
+    // is a use.
     Wide* volatile memory = nullptr;
     _KvSTLAllocator<Wide> allocator;
     kvtest::failNew(1, false);
@@ -285,7 +286,8 @@ TEST_F(KvSTLAllocatorTest, EntryErasedAndInsertedAgainRaisesTheGeneration) {
     EXPECT_EQ(index.get_allocator().pool()->live(), 3u);
 }
 
-// libc++ assigns to the values of the old nodes. This calls no function of the allocator.
+// Not for libc++: its assignment stores the new values in the old nodes, and calls no function of the
+// allocator. So the generation cannot rise.
 #ifndef _LIBCPP_VERSION
 TEST_F(KvSTLAllocatorTest, AssignmentThatFillsTheOldNodesAnewRaisesTheGeneration) {
     Index index = pooledIndex();

@@ -37,7 +37,8 @@ using kvtest::valuesOf;
 using kvtest::walkFrom;
 using ::testing::ElementsAre;
 
-// Expects that positions, addresses and walks agree with the pages.
+// Expects that look-ups by position, look-ups by address, and walks in both directions find the occupied
+// slots of the pages.
 template <class Store>
 void expectSound(const Store& store) {
     const auto slots = kvtest::occupiedSlots(store);
@@ -78,7 +79,8 @@ protected:
 
     void fillWith(int count) { slots = fill(store, count); }
 
-    // Moves the value of an occupied slot to a free slot of the page. The page's count stays correct.
+    // Moves the value of an occupied slot to a free slot of the same page. The `liveCount` of the page stays
+    // correct.
     void move(std::size_t from, std::size_t to) const {
         ASSERT_EQ(slots[from]->free, 0);
         ASSERT_EQ(slots[to]->free, 1);
@@ -195,7 +197,7 @@ protected:
     void SetUp() override {
         ContainerTest::SetUp();
         slots = fill(store, kPages * static_cast<int>(kSmallPageSlots));
-        expectSound(store); // from now on, the page index is in use and trusted
+        expectSound(store); // from now on, look-ups by address trust the page index
     }
 
     void TearDown() override {
@@ -204,7 +206,7 @@ protected:
         ContainerTest::TearDown();
     }
 
-    // Takes the page at this ordinal out of the chain.
+    // Takes the page at this ordinal out of the chain. The caller must free the page.
     SmallStore::Page* takeOut(int ordinal) {
         SmallStore::Page* const before = pageAt(store, ordinal - 1);
         return std::exchange(before->next, before->next->next);
@@ -259,7 +261,7 @@ TEST_F(KvTruckerChainTest, AllPagesButOneTakenOutAreForgottenWithTheHints) {
     expectSound(store);
 }
 
-// The first page that was taken out still links to the second one.
+// Two pages are taken out of the chain. `third` still links to `fourth`.
 TEST_F(KvTruckerChainTest, PagesThatLeftTogetherAreNoPagesOfTheStore) {
     SmallStore::Page* const third = pageAt(store, 3);
     SmallStore::Page* const fourth = third->next;
@@ -296,7 +298,8 @@ TEST_F(KvTruckerChainTest, RemovalThroughAnIteratorFreesNoPageThatLeft) {
 
 // ---- pages that another store has freed
 
-// Gives a page to another store, which frees it. Then uses the first store's iterators on that page.
+// The tests give a page to another store, which frees the page. Then they use iterators of the first store
+// that are still on the page.
 class KvTruckerGivenPageTest : public KvTruckerChainTest {
 protected:
     void expectReadsNothing(const std::function<void(SmallStore& other)>& freeIn) {
@@ -372,7 +375,7 @@ TEST_F(KvTruckerGivenPageTest, PageThatComesBackIsThere) {
 
 // ---- pages at the addresses of freed pages
 
-// Allocates the block of this size that was freed last, if there is one.
+// Allocates the block of this size that was freed last. If there is none, takes a block from operator new.
 template <class T>
 class ReusingAllocator {
 public:
@@ -417,8 +420,8 @@ protected:
         ContainerTest::TearDown();
     }
 
-    // Frees the tail, and makes a younger page with as many elements at the address of the old tail. The
-    // iterators `onFifth` and `atEnd` are still on the old tail.
+    // Frees the tail page, and makes a younger page at the same address, also with two elements. The
+    // iterators `onFifth` and `atEnd` were made on the freed page.
     void replaceTail() {
         const Store::Page* const tail = store.tail;
         const Store::Slot* const slots = tail->slots;

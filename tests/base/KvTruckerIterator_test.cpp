@@ -38,7 +38,8 @@ protected:
         ContainerTest::TearDown();
     }
 
-    // Frees the elements `first` to `last` of the page, and keeps the page when it is empty.
+    // Removes the elements `first` to `last`, which must be on `page`. The store keeps the page, even without
+    // elements.
     void emptyAndKeep(std::size_t first, std::size_t last, SmallStore::Page* page) {
         for (std::size_t i = first; i <= last; ++i)
             store.removeSlot(slots[i], page, false);
@@ -400,7 +401,7 @@ TEST_F(KvTruckerIteratorTest, RemoveAtAnElementOfAnotherStoreDoesNothing) {
     fillWith(3);
     SmallStore other;
     fill(other, 5);
-    for (const int index : {1, 4}) { // the last element has a page of its own
+    for (const int index : {1, 4}) { // element 4 is alone on its page
         SmallStore::iterator it = other.iteratorAt(index);
         const SmallStore::iterator before = it;
         store.removeAt(it);

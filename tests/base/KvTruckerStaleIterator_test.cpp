@@ -24,7 +24,8 @@ using kvtest::valuesOf;
 using kvtest::walkFrom;
 using ::testing::ElementsAre;
 
-// A store of six elements in two pages. Iterators are on the second page when it is freed.
+// A store with six elements on two pages. Two iterators are on the second page. The tests free one of the
+// pages and then use the iterators.
 class KvTruckerStaleIteratorTest : public kvtest::ContainerTest {
 protected:
     void SetUp() override {
@@ -52,7 +53,7 @@ protected:
             store.removeSlot(slots[i], head, true);
     }
 
-    // Raises the epoch without using the test's own store.
+    // Frees a page of another store, and so raises the epoch of the other store.
     static void freeAPageElsewhere() {
         SmallStore other;
         other.append(1);
@@ -259,7 +260,8 @@ TEST_F(KvTruckerStaleIteratorTest, FreshIteratorOfARefilledStoreWorks) {
     EXPECT_THAT(walkFrom(store, store.iteratorAt(0)), ElementsAre(0, 1, 2, 3, 4, 5));
 }
 
-// The new page may have the address of the freed page. The iterator may then read the new page.
+// The new page may have the address of the freed page. The test accepts an error, and also a read of the new
+// page.
 TEST_F(KvTruckerStaleIteratorTest, IteratorIntoARefilledStoreReadsAnElementOrRaises) {
     freeTail();
     store.append(40);

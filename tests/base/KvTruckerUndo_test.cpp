@@ -1,5 +1,4 @@
-// Tests functions that operations on many elements need: undoing appends, and finding out what was appended
-// after a mark.
+// Tests undoAppend(), mark() and isBehind(). Operations on many elements need these functions.
 #include "base/KvTrucker.h"
 
 #include "tests/base/ContainerTest.h"

@@ -21,7 +21,7 @@ using kvtest::SmallStore;
 
 constexpr std::size_t kPageSlots = static_cast<std::size_t>(kvtest::kSmallPageSlots);
 
-// The used slots of a page, in order.
+// The slots of a page before `fillEnd`, in order. A free slot has no value.
 using ModelPage = std::vector<std::optional<long>>;
 
 struct Place {
@@ -123,7 +123,8 @@ protected:
     void step() {
         const std::size_t live = model.values().size();
         const std::size_t choice = below(100);
-        // Long phases of appending and of removing alternate, so that the store both grows and becomes empty.
+        // Sixty steps that mostly append alternate with sixty steps that mostly remove. So the store grows,
+        // and also becomes empty.
         const bool growing = (stepNumber++ / 60) % 2 == 0;
         if (live == 0 || choice < (growing ? 65u : 25u))
             appendOne();

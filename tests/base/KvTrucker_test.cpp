@@ -194,7 +194,7 @@ TEST_F(KvTruckerTest, StoreOfOneSlotPagesIsReleasedHoweverLongItsChain) {
 }
 
 template <class T>
-struct Copied { // must not be copied byte by byte
+struct Copied { // not trivially copyable: a store must not copy its bytes
     Copied() = default;
     Copied(T number) noexcept : value(number) {}
     Copied(const Copied& other) noexcept : value(other.value) {}

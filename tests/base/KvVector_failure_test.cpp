@@ -28,8 +28,8 @@ class KvVectorFailureOf : public kvtest::ContainerTest {
 protected:
     using Operation = std::function<void(Vector&)>;
 
-    // Makes each allocation of an operation fail in turn. The vector has this length and shares its block
-    // with no other vector.
+    // Makes each allocation of the operation fail in turn, and expects that a failure does not change the
+    // vector. The vector has this length, and its block is private.
     static void expectPrivateVectorSurvives(int length, const Operation& operation) {
         forEachAllocationFailure([&](kvtest::FailurePoint& point) {
             Vector vector = filled<Vector>(length);
@@ -45,8 +45,9 @@ protected:
         });
     }
 
-    // Makes each allocation of an operation fail in turn. The vector has this length, and another vector
-    // shares its block.
+    // Makes each allocation of the operation fail in turn. The vector has this length, and another vector
+    // shares its block. Expects that the other vector never changes, and that both vectors still share the
+    // block after a failure.
     static void expectSharersSurvive(int length, const Operation& operation) {
         forEachAllocationFailure([&](kvtest::FailurePoint& point) {
             Vector vector = filled<Vector>(length);

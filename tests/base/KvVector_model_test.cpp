@@ -1,5 +1,5 @@
-// Random operations on several vectors that share blocks, and on a model of them. The model has an array with
-// a shared pointer for each block. The use count of the pointer equals the count of the block.
+// Random operations on several vectors that share blocks, and on their models. The model of a vector is a
+// shared pointer to the model of a block. Vectors that share a block have the same pointer.
 #include "base/KvVector.h"
 
 #include "tests/base/ContainerTest.h"
@@ -21,7 +21,7 @@
 namespace {
 
 struct ModelBlock {
-    std::vector<int> numbers; // element i has value number numbers[i]
+    std::vector<int> numbers; // element i is value<Vector>(numbers[i])
     int capacity = 0;
     int growLength = 8;
 };
@@ -97,8 +97,8 @@ private:
 
     int length(std::size_t actor) const { return static_cast<int>(mModels[actor]->numbers.size()); }
 
-    // Returns how many vectors share the block. The empty block has other sharers, too: the platform, the
-    // library and members of this class. The number of the other sharers does not change.
+    // Returns the reference count that the block must have. The empty block also has references from outside
+    // this class, for example from the platform. The number of these references does not change.
     std::uint32_t expectedShares(const ModelVector& model) const {
         const auto own = static_cast<std::uint32_t>(std::count(mModels.begin(), mModels.end(), model));
         return model == mEmpty ? own + mSharesElsewhere : own;
@@ -132,7 +132,7 @@ private:
         makePrivate(actor, kept);
     }
 
-    // Changes the length of the vector and of its model, and writes the next numbers to the new elements.
+    // Sets the length of a vector and of its model. Gives each new element a value with a new number.
     void setLength(std::size_t actor, int n) {
         const int before = length(actor);
         mVectors[actor].setLogicalLength(n);

@@ -271,7 +271,8 @@ TYPED_TEST(KvVectorOf, ShrinkingASharedVectorToNothingKeepsItsCapacity) {
     EXPECT_EQ(contents(other), this->numbered({0, 1, 2, 3, 4}));
 }
 
-// copyBeforeWrite(0) keeps all elements. So the elements are there when the length grows again.
+// setLogicalLength(0) calls copyBeforeWrite(0), which copies all elements. So the elements are still in the
+// block when the length grows again.
 TYPED_TEST(KvVectorOf, ShrinkingASharedVectorToNothingCopiesItsElements) {
     TypeParam vector = filled<TypeParam>(3);
     const TypeParam other(vector);
@@ -569,7 +570,7 @@ TYPED_TEST(KvVectorOf, ReleaseOfASharedBlockCountsDownAndLeavesTheHandle) {
     EXPECT_EQ(vector.data.block, block);
     EXPECT_EQ(block->refCount.load(), 1u);
     EXPECT_EQ(contents(other), this->numbered({0, 1, 2}));
-    block->refCount.fetch_add(1); // the destructor releases the block a second time
+    block->refCount.fetch_add(1); // for the destructor, which releases the block once more
 }
 
 TYPED_TEST(KvVectorOf, ReleaseOfANullHandleDoesNothing) {
@@ -603,7 +604,7 @@ TYPED_TEST(KvVectorOf, StorageAndBlockAreFreedWithTheLastVector) {
     EXPECT_EQ(kvinmemory::liveBlocks(), blocks);
 }
 
-// ---- no empty block
+// ---- without an empty block
 
 TYPED_TEST(KvVectorOf, NewVectorHasNoBlockWhereThereIsNoEmptyOne) {
     const WithoutEmptyBlock none;
@@ -673,7 +674,7 @@ TYPED_TEST(KvVectorOf, VectorMadeBeforeTheEmptyBlockWentLetsItGoAfterwards) {
     EXPECT_EQ(emptyBlockCount(), before);
 }
 
-// ---- an empty block of another kind
+// ---- with another empty block
 
 class EmptyBlockReplaced {
 public:
@@ -829,7 +830,8 @@ TEST_F(KvVectorMemory, DelegateAllocatorCountsBytesBeyondAnInt) {
     EXPECT_EQ(kvinmemory::mallocCallsOfSize(std::size_t{INT_MAX} * sizeof(double)), 1);
 }
 
-// The vector may allocate the storage first or second. The test checks only the size of the storage.
+// A growth allocates a block and its storage, in any order. The loop makes the first or the second
+// allocation fail, until the vector has asked for storage of this size.
 TEST_F(KvVectorMemory, GrowthToTheLargestIntIsAskedFor) {
     IdVector vector = filled<IdVector>(8);
     vector.data.block->growLength = INT_MAX - 8;
@@ -842,8 +844,8 @@ TEST_F(KvVectorMemory, GrowthToTheLargestIntIsAskedFor) {
     EXPECT_EQ(vector.logicalLength(), 8);
 }
 
-// An element so large that no heap has room for many such elements. Its operator new fails without asking the
-// heap, because a sanitizer's heap would end the program.
+// An element of 8 GiB. No heap has room for INT_MAX such elements. The operator new of this class fails
+// without asking the heap, because the heap of a sanitizer would end the program.
 struct Vast {
     static void* operator new[](std::size_t) { throw std::bad_alloc(); }
     static void* operator new[](std::size_t, const std::nothrow_t&) noexcept { return nullptr; }

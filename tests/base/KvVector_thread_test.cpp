@@ -29,8 +29,8 @@ constexpr int kRounds = 200;
 template <class Vector>
 class KvVectorThreadsOf : public kvtest::ThreadTest {};
 
-// Returns whether the vector has the expected values. Allocates nothing, since the locks of the allocator
-// would order the threads.
+// Returns whether the vector has the expected values. Allocates nothing: the locks of the allocator would
+// order the threads and hide data races.
 template <class Vector>
 bool holds(const Vector& vector, const std::vector<kvtest::Element<Vector>>& expected) {
     if (static_cast<std::size_t>(vector.logicalLength()) != expected.size())
@@ -42,8 +42,8 @@ bool holds(const Vector& vector, const std::vector<kvtest::Element<Vector>>& exp
     return true;
 }
 
-// Releases a vector's block as the destructor does. Assigning an empty vector would also change the count of
-// the empty block. That change would order the threads.
+// Releases the block of a vector as the destructor does. Assigning an empty vector would also change the
+// reference count of the empty block. Such a change would order the threads and hide data races.
 template <class Vector>
 void letGo(Vector& vector) {
     vector.data._release();

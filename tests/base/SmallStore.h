@@ -1,4 +1,4 @@
-// A paged store with four slots a page. So a few elements reach every page boundary.
+// A paged store with four slots a page. A few elements fill several pages.
 #pragma once
 
 #include "base/KvTrucker.h"
@@ -26,7 +26,7 @@ inline std::vector<SmallStore::Slot*> fill(SmallStore& store, int count) {
     return slots;
 }
 
-// Returns the page at this ordinal of the chain.
+// Returns the page at this ordinal of the chain. The head has ordinal 0.
 template <class Store>
 typename Store::Page* pageAt(const Store& store, int ordinal) {
     auto* page = store.head;
@@ -43,7 +43,8 @@ inline std::vector<long> valuesOf(const SmallStore& store) {
     return values;
 }
 
-// Returns the values from the iterator to the end. Stops after more values than any test stores.
+// Returns the values from the iterator to the end. Gives up after more values than any test stores, because a
+// faulty walk may never end.
 inline std::vector<long> walkFrom(const SmallStore& store, SmallStore::iterator it) {
     constexpr std::size_t kGiveUp = 100000;
     std::vector<long> values;
@@ -63,7 +64,7 @@ inline SmallStore::iterator beforeFirst(const SmallStore& store) {
     return it;
 }
 
-// Frees the element at this index through an iterator.
+// Removes the element at this index through an iterator.
 inline void removeIndex(SmallStore& store, int index) {
     SmallStore::iterator it = store.iteratorAt(index);
     store.removeAt(it);

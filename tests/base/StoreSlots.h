@@ -1,4 +1,4 @@
-// Reads a paged store page by page, without its own functions.
+// Reads the pages of a paged store directly, without calling the store.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 namespace kvtest {
 
-constexpr std::uint32_t kBeforeFirst = 0xFFFFFFFFu; // the position of an iterator before the first slot
+constexpr std::uint32_t kBeforeFirst = 0xFFFFFFFFu; // the position of an iterator before the first element
 constexpr const wchar_t* kAccessError = L"Error access KvTrucker";
 
 template <class Store>

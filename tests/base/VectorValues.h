@@ -38,7 +38,7 @@ struct ValueOf<double> {
 
 template <>
 struct ValueOf<std::string> {
-    // The string is too long for its inner buffer, so each copy has memory of its own.
+    // The string is too long for the buffer inside std::string. So each copy allocates memory.
     static std::string number(int n) {
         return "an element with memory of its own, number " + std::to_string(n);
     }

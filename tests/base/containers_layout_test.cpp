@@ -85,8 +85,8 @@ static_assert(std::is_same_v<decltype(Store::iterator::epoch), std::uint32_t>);
 static_assert(std::is_same_v<decltype(Store::Page::liveCount), std::uint32_t>);
 static_assert(!std::is_copy_constructible_v<Store> && !std::is_copy_assignable_v<Store>);
 
-// Private fields may come after the named fields of a store or a page. So the offsets are measured on an
-// object.
+// Stores and pages may have private fields, and then offsetof() need not work. So the offsets are measured on
+// an object.
 template <class Object, class Field>
 std::ptrdiff_t offsetIn(const Object& object, const Field& field) {
     return reinterpret_cast<const char*>(&field) - reinterpret_cast<const char*>(&object);

@@ -223,7 +223,7 @@ TYPED_TEST(Contender, FindsNoItemToRemoveWhenTheRuleIsTurnedOnForDifferentIds) {
     EXPECT_EQ(markersOf(set), (Markers{1, 2, 3}));
 }
 
-// Runs an operation in both orders. Its check() ends the program if run() has a wrong result.
+// Runs an operation in both orders. check() ends the program if the result of run() is wrong.
 template <class Operation>
 void checkOperation() {
     for (const Order order : {Order::kAscending, Order::kShuffled}) {
@@ -274,7 +274,7 @@ TYPED_TEST(OneMainId, IsOnePerItemWhereThereAreMany) {
     EXPECT_EQ(ids.size(), 5u);
 }
 
-// The test selects nothing after a removal. Not all contenders would then keep the order of the items.
+// The test selects nothing after a removal: then the contenders could have their items in different orders.
 TYPED_TEST(Contender, HoldsWhatTheLibraryHoldsAfterRandomEdits) {
     for (unsigned seed = 0; seed < 50; ++seed) {
         std::mt19937 random(seed);

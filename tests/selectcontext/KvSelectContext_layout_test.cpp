@@ -10,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
-// Callers read these fields directly. So their order, types and offsets are part of the binary interface.
-// Compilers warn about offsetof in classes with private trailing fields, because these are not
-// standard-layout.
+// Callers read the fields of these classes directly. So order, types and offsets of the fields are part of
+// the binary interface. Some classes also have private fields, so they are not standard-layout, and compilers
+// warn about offsetof.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 
@@ -191,7 +191,7 @@ static_assert(kSame<decltype(&isGsMarkEqual), bool (*)(long, long)>);
 static_assert(kSame<decltype(&gxutEntityGxDbFullPathHighlight),
                     void (*)(const GxDbObjectId&, const SegmentArray*, bool, bool)>);
 
-// A caller's compiler chooses among these overloads by exactly these types.
+// Callers are compiled against functions with exactly these types.
 using MapPosition = SSetData::DataMap::const_iterator;
 using Id = const GxDbObjectId&;
 using Path = const IdPath*;
@@ -214,7 +214,7 @@ using Path = const IdPath*;
 [[maybe_unused]] constexpr void (SSetData::*kAddRef)() const = &SSetData::addRef;
 [[maybe_unused]] constexpr void (SSetData::*kDelRef)() const = &SSetData::delRef;
 
-// The editing interface, member by member. The types choose the overloads.
+// Checks the type of every function of the editing interface. has() checks one overload of a function.
 using Accessor = GxapSSetWriteAccessor;
 template <class Member>
 constexpr bool has(Member) {
@@ -261,8 +261,9 @@ static_assert(kSame<decltype(&Accessor::removeSubentPathAtSubsel), bool (Accesso
 #pragma GCC diagnostic pop
 
 TEST(Layout, ExcluderAnswersThroughTheFirstVirtualEntry) {
-    // In the Itanium ABI, a pointer to a virtual member contains the byte offset of its table entry. The
-    // lowest bit of one of its words tells that the member is virtual.
+    // In the Itanium ABI, a pointer to a member function has two words. For a virtual function, the first
+    // word contains the byte offset of the table entry. The lowest bit of one word says that the function is
+    // virtual: on AArch64, that of the second word, and elsewhere that of the first.
 #ifdef __aarch64__
     constexpr std::ptrdiff_t kExpected[2] = {0, 1};
 #else

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int kOutOfMemory = 6;
 
-// The test fails if an operation allocates more often. Without this limit, the test might never end.
+// The test fails if an operation allocates more often than this. Without a limit, the test might never end.
 constexpr long kMostAllocations = 1000000;
 
 } // namespace
@@ -78,7 +78,8 @@ bool runOnce(const std::function<void(FailurePoint&)>& scenario, FailurePoint& p
     return point.outcome().injected;
 }
 
-// Makes each allocation of this kind fail in turn. Returns the number of failures that fired.
+// Makes each allocation of this kind fail in turn. Stops when no failure fires, or after a failed check.
+// Returns the number of failures that fired before the last run.
 long failEach(const std::function<void(FailurePoint&)>& scenario, Allocation allocation, Failing failing) {
     for (long nth = 1; nth <= kMostAllocations; ++nth) {
         FailurePoint point(allocation, failing, nth);

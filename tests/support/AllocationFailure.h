@@ -26,7 +26,8 @@ struct Outcome {
 //  1. The failure is armed only during run().
 //  2. run() may be called once. hasRun() returns whether it was called.
 //
-// Thread safety: a failure point belongs to one thread. It makes allocations of every thread fail.
+// Thread safety: a failure point belongs to one thread. The armed failure counts the allocations of all
+// threads.
 class FailurePoint {
 public:
     FailurePoint(Allocation allocation, Failing failing, long nth);
@@ -59,10 +60,10 @@ enum class Expect {
     None      // the operation does not allocate: no failure may fire
 };
 
-// Calls scenario(point) with a failure at allocation 1, 2, ... of each kind, until no failure fires. Does
-// this in two modes: the allocation fails once, or it and all later ones fail. The scenario must make new
-// objects, and call point.run([&] { operation }) once. Then it must check the objects against
-// point.outcome(). The function returns early after a failed check.
+// Calls scenario(point) with a failure at allocation 1, then at allocation 2, and so on, until no failure
+// fires. Does so for each kind of allocation, and in two modes: only that allocation fails, or all later ones
+// fail, too. Each call of the scenario must make new objects, call point.run([&] { operation }) once, and
+// check the objects against point.outcome(). The function returns early after a failed check.
 void forEachAllocationFailure(const std::function<void(FailurePoint&)>& scenario,
                               Expect expect = Expect::Failures);
 

@@ -22,7 +22,7 @@ struct Free {
     void operator()(void* memory) const { _kvFree(memory); }
 };
 
-// Allocates twice from each source. Every block is freed, also after an exception.
+// Allocates twice with operator new and twice with _kvMalloc. Every block is freed, also after an exception.
 void allocateTwiceEach() {
     for (int i = 0; i < 2; ++i) {
         ::operator delete(::operator new(8));

@@ -1,4 +1,4 @@
-// Ids that no database has issued, vectors of ids, and the empty block of vectors.
+// Ids that no database has issued, vectors of ids, and the block that empty vectors share.
 #pragma once
 
 #include "base/KvVector.h"
@@ -34,9 +34,9 @@ GxDbFullSubentPath subentPath(std::initializer_list<AnyId> ids, std::int32_t typ
 // is no empty block.
 std::uint32_t emptyBlockCount();
 
-// Removes the empty block while the object lives.
+// Removes the empty block, so that new vectors have no block. The destructor restores gpEmptyVectorData.
 //
-// Invariant: gpEmptyVectorData is null while the object lives. The destructor restores gpEmptyVectorData.
+// Invariant: gpEmptyVectorData is null while the object lives.
 //
 // Thread safety: none. No other thread may use a vector while the object lives.
 class WithoutEmptyBlock {

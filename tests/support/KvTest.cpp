@@ -9,8 +9,8 @@ namespace kvtest {
 
 namespace {
 
-// Nests traces. The test framework keeps the memory of the deepest nesting. So the nesting must come before
-// the leak check counts memory.
+// Nests traces. The test framework allocates memory for the deepest nesting so far, and keeps that memory. So
+// SetUp() nests traces before the leak check counts the live blocks.
 void reserveTraces(int depth) {
     if (depth == 0)
         return;

@@ -12,7 +12,8 @@ namespace kvtest {
 //  1. The logs are on.
 //  2. The memory of _kvMalloc and the sizes of new blocks are tracked.
 //
-// At the end of a test, double frees, foreign frees and wrong deletes count as failures.
+// A test fails if it frees a block twice, gives _kvFree a pointer that is not of _kvMalloc, or calls a wrong
+// operator delete.
 //
 // Thread safety: the test must have no other thread during SetUp and TearDown.
 class KvTest : public ::testing::Test {

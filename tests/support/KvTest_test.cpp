@@ -29,7 +29,7 @@ protected:
         reportsAtTheEnd(); // the framework allocates when it first intercepts a failure
     }
 
-    // Runs TearDown early and returns its failures. Then runs SetUp again.
+    // Runs TearDown and returns the failures that it reports. Then runs SetUp again.
     std::vector<std::string> reportsAtTheEnd() {
         testing::TestPartResultArray results;
         {
@@ -49,7 +49,7 @@ TEST_F(KvTestFixture, StartsWithLogsAndTrackingOn) {
     EXPECT_TRUE(kvinmemory::isLogging());
     EXPECT_TRUE(kvinmemory::isTrackingMemory());
     EXPECT_EQ(kvinmemory::mallocCalls(), 0);
-    void* block = ::operator new(7744); // by name: compilers may omit an unused new-expression
+    void* block = ::operator new(7744); // called by name: compilers may omit a new-expression
     EXPECT_EQ(liveNewBlocksOfSize(7744), 1);
     ::operator delete(block);
 }

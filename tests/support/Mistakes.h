@@ -7,13 +7,11 @@
 
 namespace kvtest {
 
-// Calls operator delete with any memory.
 inline void deleteByMistake(void* memory) {
     void (*volatile giveBack)(void*) = static_cast<void (*)(void*)>(&::operator delete);
     giveBack(memory);
 }
 
-// Calls _kvFree with any memory.
 inline void freeByMistake(void* memory) {
     void (*volatile giveBack)(void*) = &_kvFree;
     giveBack(memory);

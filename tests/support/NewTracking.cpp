@@ -32,16 +32,15 @@ struct BlockTable {
     MallocMap<void*, std::size_t> alignedBlocks; // their alignments
 };
 
-// Returns the table. The first call makes it, since operator new may run before main(). Nothing destroys it,
-// since operator delete may run after main().
+// Returns the table. The first call makes the table, because operator new may run before main(). The table is
+// never destroyed, because operator delete may run after main().
 BlockTable& blockTable() {
     static auto* const instance = new (std::malloc(sizeof(BlockTable))) BlockTable;
     return *instance;
 }
 
-// Allocations access these variables. The accesses are relaxed, unless a failure is armed. A stronger order
-// would also order the threads of a test. Then the thread sanitizer would not see data races of the code
-// under test.
+// Every allocation accesses some of these variables. The accesses are relaxed while no failure is armed: a
+// stronger order would also order the threads of a test, and hide data races from the thread sanitizer.
 std::atomic<bool> gTrackSizes{false};
 std::atomic<long> gLiveBlocks{0};
 std::atomic<long> gCalls{0};

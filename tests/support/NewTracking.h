@@ -1,7 +1,7 @@
 // Allocation tracking and failure injection for the global operator new of a test program.
 //
-// Every form of operator new and delete is replaced, in the program and in its shared libraries.
-// Blocks come from malloc, so the sanitizers check them.
+// Every form of operator new and delete is replaced, in the program and in its shared libraries. Blocks come
+// from malloc, so the sanitizers check them.
 //
 // Thread safety: every function may be called on any thread.
 #pragma once
@@ -27,8 +27,8 @@ long newCallsOfSize(std::size_t bytes);
 //  - an aligned form for a plain block
 long wrongDeletes() noexcept;
 
-// Makes the nth call of operator new from now on fail. 1 is the next call. With `fromThenOn`, all later calls
-// fail, too. The nothrow forms return null. The other forms throw std::bad_alloc.
+// Makes the nth call of operator new from now on fail. If `nth` is 1, the next call fails. With `fromThenOn`,
+// all later calls fail, too. The nothrow forms return null. The other forms throw std::bad_alloc.
 void failNew(long nth, bool fromThenOn) noexcept;
 
 // Ends the failures. failedNews() still returns their number.

@@ -176,7 +176,7 @@ TEST_F(NewTracking, ABlockOfThePlatformIsNotDeletable) {
     EXPECT_EQ(wrongDeletes(), wrong + 1);
     EXPECT_TRUE(kvinmemory::isLiveBlock(block));
     _kvFree(block);
-    SetUp(); // restarts the count of wrong deletes
+    SetUp(); // so that TearDown() does not report the wrong delete
 }
 
 TEST_F(NewTracking, CountsAreExactAcrossThreads) {

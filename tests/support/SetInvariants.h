@@ -43,7 +43,7 @@ inline StoredRecords storedRecords(const Store& store) {
 }
 
 // Returns whether the index has one entry for each record, under the record's main id. Entries of one id must
-// be in store order. Since records are only appended, this is also the order in which they are inserted.
+// be in store order. Store order is also the order of insertion, because records are only appended.
 inline ::testing::AssertionResult indexMatches(const GxapSelectSet::SSetData& data, StoredRecords records,
                                                IndexState state) {
     using ::testing::AssertionFailure;

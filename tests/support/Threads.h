@@ -14,8 +14,8 @@
 
 namespace kvtest {
 
-// A fixture without logs and without allocation tracking. A log and a tracker both lock a mutex. That would
-// order the threads and hide data races.
+// A fixture without logs and without allocation tracking. Logs and trackers lock mutexes. The locks
+// would order the threads and hide data races.
 //
 // Invariant during a test: no log and no tracker is on.
 //
@@ -47,8 +47,8 @@ inline void onThreads(std::size_t count, const std::function<void(std::size_t)>&
         thread.join();
 }
 
-// Waits until a reference count is one. The reads are relaxed, so they order nothing. So the library itself
-// must order the work of the other owners before that of the last owner.
+// Waits until a reference count is one. The reads are relaxed and do not order the threads. The library
+// itself must order the work of the other owners before the work of the last owner.
 inline void waitUntilOne(const std::atomic<std::uint32_t>& count) {
     while (count.load(std::memory_order_relaxed) != 1)
         std::this_thread::yield();

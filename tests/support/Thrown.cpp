@@ -12,7 +12,7 @@ namespace {
 
 constexpr const wchar_t* kNoFile = L"\"\"";
 
-// The part of the crash recorder's log that is added after the construction of the object. Older entries do
+// Counts entries that the crash recorder's log gets after the construction of the object. Older entries do
 // not count: a new exception may have the address of a deleted one.
 //
 // Invariant: mBefore is the length of the log at the construction.

@@ -12,20 +12,19 @@ namespace kvinmemory::detail {
 //
 // Invariants:
 //  1. A block is live from recordAllocation() to recordFree().
-//  2. mBlocks has a freed block until a new allocation gets the same address. So a second free of the block
+//  2. mBlocks keeps a freed block until a new allocation gets the same address. So a second free of the block
 //     counts as a double free, not as a foreign free.
 //  3. mCounts and mSizes are the sums over all events since reset().
 //
 // Thread safety: every function may be called on any thread. One mutex guards all members.
 class AllocationTracker {
 public:
-    // The totals since reset().
     struct Counts {
         long calls = 0; // calls of _kvMalloc, including failed calls
         long frees = 0; // calls of _kvFree, including wrong calls
         long liveBlocks = 0;
         long liveBytes = 0;
-        long foreignFrees = 0; // frees of pointers that are no block
+        long foreignFrees = 0; // frees of pointers to no known block
         long doubleFrees = 0;  // frees of blocks that were freed before
     };
 

@@ -9,9 +9,9 @@ namespace kvinmemory::detail {
 
 namespace {
 
-// A static object of a program or a plug-in may be a database. So the registry must live longer than static
-// objects of other libraries. It does, since the loader constructs the static objects of this library before
-// those of the library's users, and destroys them after those of the users.
+// The registry must live longer than every database, and a static object of a program or a plug-in may be a
+// database. The loader constructs the static objects of this library before those of the library's users. It
+// destroys them in the opposite order, so the registry lives long enough.
 DatabaseRegistry gRegistry;
 
 } // namespace

@@ -1,4 +1,4 @@
-// EqualIds: the ids that a test has made equal.
+// EqualIds: the ids that makeEqual() has made equal.
 #pragma once
 
 #include "platform/KvDatabase.h"
@@ -9,21 +9,20 @@
 
 namespace kvinmemory::detail {
 
-// Disjoint sets of ids. The lowest id of a set represents it.
+// Sets of equal ids. The lowest id of a set represents the set.
 //
 // Invariants:
-//  1. mLowest maps each id that is not the lowest of its set to the lowest id of the set. Lowest ids, and ids
-//     that equal no other, may be absent.
-//  2. isEmpty() is true exactly while no two ids have been made equal.
+//  1. mLowest maps each id of a set to the lowest id of the set. The lowest id itself may be absent, and so
+//     may an id that equals no other id.
+//  2. isEmpty() is true from construction or clear() until the next call of unite().
 //
 // Thread safety: every function may be called on any thread.
 class EqualIds {
 public:
-    // Returns true while no ids have been made equal. Comparisons of ids call isEmpty() first. isEmpty()
-    // takes no lock.
+    // Takes no lock, because every comparison of ids calls this function.
     bool isEmpty() const noexcept { return !mAny.load(std::memory_order_relaxed); }
 
-    // Unites the sets of two ids.
+    // Makes the ids of both sets equal: the set of `a` and the set of `b`.
     void unite(const GxDbStub* a, const GxDbStub* b);
 
     // Returns the lowest id of this id's set.

@@ -11,7 +11,7 @@ namespace kvinmemory::detail {
 // A list of events. Event is a structure with a member `sequence`, which the log sets.
 //
 // Invariants:
-//  1. The events ascend by their sequence numbers. The log draws each number under its lock.
+//  1. The sequence numbers ascend, because append() takes a number and stores the event under one lock.
 //  2. The log has every event since the last clear().
 //
 // Thread safety: every function may be called on any thread. One mutex guards the list.

@@ -10,7 +10,8 @@
 // Invariants:
 //  1. `entity` is null or the same object as `object`.
 //  2. An object has any number of readers and no writer, or one writer and no reader.
-//  3. `hasFactory` and `hasForcedStatus` tell whether the object table has an entry for this stub.
+//  3. `hasFactory` tells whether the object table has a factory for this stub. `hasForcedStatus` tells
+//     whether the table has a forced status for this stub.
 //
 // Thread safety: open(), close() and openCount() may be called on any thread. The other members change only
 // on the thread that uses the database.
@@ -25,8 +26,8 @@ public:
 
     int openCount() const noexcept;
 
-    GxDbObject* object = nullptr; // null: the id is invalid, or opens as a non-resident object
-    GxDbEntity* entity = nullptr; // null: the object is no entity
+    GxDbObject* object = nullptr; // the resident object; null if the id was issued without one
+    GxDbEntity* entity = nullptr; // null if there is no resident object, or if the object is not an entity
     bool erased = false;
     bool invalid = false;
     bool hasFactory = false;

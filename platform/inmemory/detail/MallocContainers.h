@@ -17,8 +17,8 @@ using MallocMap =
 
 using MallocString = std::basic_string<char, std::char_traits<char>, MallocAllocator<char>>;
 
-// Take and free the memory of an object, for the operators new and delete of its class. allocateObject()
-// throws std::bad_alloc if there is no memory.
+// Allocate and free the memory of an object. A class calls them in its operators new and delete.
+// allocateObject() throws std::bad_alloc if there is no memory.
 inline void* allocateObject(std::size_t bytes) {
     return MallocAllocator<char>().allocate(bytes);
 }

@@ -1,4 +1,4 @@
-// NthCallTrigger: the counter of an injected failure.
+// NthCallTrigger: counts the calls before an injected failure.
 #pragma once
 
 #include <atomic>
@@ -9,14 +9,15 @@ namespace kvinmemory::detail {
 //
 // Invariants:
 //  1. nth() is 0 exactly while the trigger is disarmed.
-//  2. countCall() returns another number for each call, so it returns 0 for exactly one call.
+//  2. While the trigger is armed, each call of countCall() returns a different number. So only one call
+//     returns 0.
 //
-// Thread safety: every function may be called on any thread. A call that another thread counts during arm()
-// belongs to the old count, to the new one, or to none.
+// Thread safety: every function may be called on any thread. A call of countCall() during arm() may count for
+// the old nth call, for the new one, or for neither.
 class NthCallTrigger {
 public:
-    // Selects the nth call of countCall() from now on. If `nth` is 1, that is the next call. 0 disarms the
-    // trigger.
+    // Starts a new count, whose nth call gets 0 from countCall(). If `nth` is 1, that is the next call. If
+    // `nth` is 0, disarms the trigger.
     void arm(long nth) noexcept {
         mNth.store(0);
         mRemaining.store(nth);

@@ -9,7 +9,7 @@ namespace kvinmemory::detail {
 
 namespace {
 
-// Gives access to mStub, which is a protected member of an object.
+// Gives access to GxDbObject::mStub, which is protected.
 class ObjectAccess : public GxDbObject {
 public:
     static void setStub(GxDbObject& object, GxDbStub* stub) { object.*(&ObjectAccess::mStub) = stub; }

@@ -17,9 +17,9 @@ namespace kvinmemory::detail {
 // Invariants:
 //  1. The database registry lists the table from its construction to its destruction.
 //  2. The table owns the objects of its stubs. Its destructor closes and deletes them.
-//  3. mFactories has entries exactly for the stubs with `hasFactory`, and mForcedStatuses for those with
-//     `hasForcedStatus`.
-//  4. mNames has an entry for each named stub. mIdsByName has the first id of each name.
+//  3. mFactories has an entry for a stub exactly if the stub's `hasFactory` is true. mForcedStatuses has an
+//     entry for a stub exactly if the stub's `hasForcedStatus` is true.
+//  4. mNames has an entry for each named stub. mIdsByName maps each name to the first id with that name.
 //
 // Thread safety: open() and stubs() may be called on any thread while no other thread edits the table. Only
 // the thread that uses the database may call the other functions.

@@ -11,8 +11,8 @@ namespace kvinmemory::detail {
 
 namespace {
 
-// Reserved memory is made readable and writable in steps of this size. So a large reservation costs no
-// memory, even on a system that does not overcommit.
+// Reserved memory is made readable and writable in steps of this size. Memory that is only reserved costs
+// nothing, even on a system that does not overcommit memory.
 constexpr std::size_t kStepBytes = std::size_t{1} << 20;
 
 std::size_t roundedUp(std::size_t bytes) noexcept {

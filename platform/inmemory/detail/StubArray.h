@@ -12,7 +12,7 @@ namespace kvinmemory::detail {
 //
 // Invariants:
 //  1. A stub never moves. It lives until the array is destroyed.
-//  2. The addresses ascend in the order of the append() calls. The order of ids relies on this order.
+//  2. The addresses ascend in the order of the append() calls. The order of ids depends on these addresses.
 //  3. The first mCommittedBytes of the reservation are readable and writable. All stubs are in these bytes.
 //
 // Thread safety: only the thread that uses the database may call append(). Any thread may call the other

@@ -159,7 +159,7 @@ TEST_F(NodePoolTest, FirstRequestOfNothingOrOfTooMuchIsServed) {
     const volatile std::size_t beyondAllMemory = std::numeric_limits<std::size_t>::max() - 7;
     other->deallocate(node, kNodeBytes);
     other->deallocate(array, 1000000);
-    kvtest::failNew(1, false); // shows that the request reaches operator new
+    kvtest::failNew(1, false); // counts the request if it reaches operator new
     EXPECT_THROW(static_cast<void>(other->allocate(beyondAllMemory)), std::bad_alloc);
     kvtest::allowNew();
     EXPECT_EQ(kvtest::failedNews(), 1);

@@ -50,8 +50,8 @@ std::vector<bool> firstFlags(std::uint32_t used) {
     return flags;
 }
 
-// The tests run with several numbers of slots on a page: a part of a word, one word, one block, a block and a
-// part of a word, and the slots of a set's page.
+// The tests run with these numbers of slots on a page: 4 (part of a word), 64 (a word), 512 (a block of
+// words), 515 (a block and part of a word), and 4096 (a page of a set).
 template <class Bits>
 class OccupancyBitmapTest : public ::testing::Test {};
 
@@ -132,7 +132,7 @@ TYPED_TEST(OccupancyBitmapTest, RandomChangesAgreeWithPlainFlags) {
     std::vector<bool> flags = firstFlags<kCount>(kCount);
     bits.start(kCount);
     for (int round = 0; round < 40; ++round) {
-        // Sparse and dense phases alternate, so that whole words and blocks become empty.
+        // Rounds that mostly clear bits alternate with rounds that mostly set bits.
         for (std::uint32_t n = 0; n < kCount; ++n) {
             const auto i = static_cast<std::uint32_t>(random() % kCount);
             const bool occupied = random() % 8 < (round % 2 == 0 ? 1u : 7u);

@@ -41,8 +41,8 @@ struct TestPage {
 };
 using Index = PageIndex<TestPage, kBytes>;
 
-// Has pages in one chain. The blocks of the pages are in one piece of memory. Each block has another offset
-// from the start of a region of kBytes.
+// A chain of pages whose blocks lie in one piece of memory. Most blocks are not aligned to kBytes, and
+// so touch two regions of the index.
 class PageIndexTest : public kvtest::ContainerTest {
 protected:
     void TearDown() override {
@@ -177,7 +177,7 @@ protected:
     void SetUp() override {
         ContainerTest::SetUp();
         slots = fill(store, kPages * static_cast<int>(kSmallPageSlots));
-        expectSound(); // from now on, the page index is in use and trusted
+        expectSound(); // from now on, look-ups by address trust the page index
     }
 
     void TearDown() override {
@@ -194,14 +194,15 @@ protected:
         KvTkDefaultAllocator<long>::deallocate(page, sizeof(SmallStore::Page));
     }
 
-    // Unlinks a page from the chain. The page exists until the end of the test.
+    // Unlinks a page from the chain. TearDown() frees the page.
     void takeOut(int ordinal) {
         SmallStore::Page* const before = pageAt(store, ordinal - 1);
         taken.push_back(before->next);
         before->next = before->next->next;
     }
 
-    // Expects that positions, addresses and walks agree with the pages.
+    // Expects that look-ups by position, look-ups by address, and a walk find the occupied slots of the
+    // pages.
     void expectSound() {
         const std::vector<long> values = valuesOf(store);
         for (std::size_t i = 0; i < values.size(); ++i) {

@@ -16,7 +16,7 @@ constexpr const wchar_t* kMessage = L"Error access KvTrucker";
 
 class KvRaiseTest : public kvtest::ContainerTest {};
 
-// A crash recorder of the application that stores what it receives.
+// A crash recorder that counts its calls and stores the last exception.
 class Recorder final : public IKvCrashRecorder {
 public:
     void recordException(KvException* exception) override {

@@ -21,7 +21,7 @@ constexpr std::uint32_t kGroups = StoreEpoch::kGroups;
 
 class StoreEpochTest : public kvtest::ThreadTest {
 protected:
-    // One store for every group.
+    // In a vector of kGroups stores, every store is of another group.
     using Stores = std::vector<StoreEpoch>;
 
     static std::vector<std::uint32_t> epochsOf(const Stores& stores) {
@@ -113,7 +113,7 @@ TEST_F(StoreEpochTest, NoTwoStoresHaveOneSerial) {
 TEST_F(StoreEpochTest, NoRaiseIsLostOnSeveralThreads) {
     constexpr std::size_t kThreads = 4;
     constexpr std::uint32_t kRaises = 1000;
-    std::deque<StoreEpoch> stores(kThreads * kGroups); // every kGroups-th store is in one group
+    std::deque<StoreEpoch> stores(kThreads * kGroups); // every kGroups-th store is of the same group
     const std::uint32_t before = stores.front().current();
     onThreads(kThreads, [&](std::size_t n) {
         StoreEpoch& mine = stores[n * kGroups];

@@ -1,5 +1,5 @@
-// The library's classes without inline functions. They have the same fields as the classes in the public
-// headers. They only declare the members that the public headers define inline.
+// The library's classes without inline functions: every member function is only declared. The classes have
+// the same fields as in the public headers, except that SSetData has only the first field.
 #pragma once
 
 #include "base/GxArray.h"

@@ -1,5 +1,5 @@
-// Uses only declarations of the library, so that every call uses the library's own copy of a function.
-// Returns 0 if the copies do the same as the inline functions.
+// This program sees only declarations of the set's classes, and none of their inline functions. So every call
+// uses the copy of the function inside the library. Returns 0 if the copies work.
 #include "Declarations.h"
 #include "platform/inmemory/InMemoryDatabase.h"
 
@@ -48,8 +48,9 @@ int main() {
     const GxDbObjectId door = drawing.addEntity("door");
     const GxDbObjectId desk = drawing.addEntity("desk");
 
-    // The accessor calls the set's constructor and destructor for a base class. The set that count() copies
-    // calls those for a complete object.
+    // A compiler makes every constructor and destructor twice: for a base class and for a complete object. An
+    // accessor calls the set's functions for a base class. The copy in count() calls those for a complete
+    // object.
     GxapSSetWriteAccessor edit;
     edit.select(door, desk, 7, nullptr, nullptr);
     edit.select(desk, GxDbObjectId(), -1, nullptr, nullptr);

@@ -8,8 +8,8 @@
 
 namespace {
 
-// The bytes before every block of _kvMalloc. A block of another allocator lacks the mark. Freeing such a
-// block ends the program.
+// The bytes before every block of _kvMalloc. A wrong mark means that the block comes from another allocator,
+// or was freed before. _kvFree() then ends the program.
 struct alignas(std::max_align_t) Preamble {
     std::uint64_t mark;
 };

@@ -1,5 +1,6 @@
-// Uses the library on a platform with its own allocator, ids and empty block. Returns 0 if sets can be
-// filled, walked, copied and cleared, and if every block is freed.
+// Uses the library on a platform with its own allocator and its own ids. The platform has no block for empty
+// vectors to share: gpEmptyVectorData is null. Returns 0 if sets can be filled, walked, copied and cleared,
+// and if every block is freed.
 #include "TinyPlatform.h"
 #include "selectcontext/KvSelectContext.h"
 

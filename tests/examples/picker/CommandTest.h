@@ -17,7 +17,6 @@ protected:
     // Loads a drawing of these elements into the session.
     explicit CommandTest(const std::string& elements) { session.load(sceneOf(elements)); }
 
-    // Runs the command and returns its output.
     std::string run(const std::string& line) {
         std::ostringstream out;
         picker::Console console{session, out, 100};

@@ -15,8 +15,9 @@ namespace {
 
 class CommandLine : public kvtest::CommandTest {
 protected:
-    // The handles: the drawing is 1, with line 2 and reference 3 to block desk. Block desk is 4, with rect 5
-    // and line 6.
+    // The handles:
+    //   1 drawing: 2 line, 3 reference to block desk
+    //   4 block desk: 5 rect, 6 line
     CommandLine()
         : CommandTest(
               "<symbol id='desk'><rect width='10' height='10'/><line x1='20' x2='20' y2='10'/></symbol>"

@@ -1,4 +1,4 @@
-// The demo from beginning to end. Its expected output is what a new user reads.
+// Runs the demo from beginning to end. The file demo_output.txt has the expected output.
 #include "examples/picker/Shell.h"
 #include "examples/picker/SvgReader.h"
 #include "examples/picker/Table.h"
@@ -15,8 +15,8 @@ namespace {
 
 const std::string kDemoDirectory = PICKER_DEMO_DIRECTORY;
 
-// Removes the words of a named set from the text. The words are an address and a running number, which may
-// differ from run to run.
+// Replaces the two words that identify a saved set in the text, an address and a number. The words may differ
+// from run to run.
 std::string withoutWords(std::string text) {
     const std::string known = "known as ";
     const std::size_t begin = text.find(known + "0x");

@@ -1,4 +1,4 @@
-// Commands that edit the session's sets.
+// Tests commands that edit the sets of a session.
 #include "examples/picker/Commands.h"
 
 #include "tests/examples/picker/CommandTest.h"
@@ -18,15 +18,17 @@ namespace {
 
 class Editing : public kvtest::CommandTest {
 protected:
-    // The handles: the drawing is 1, with line 2 and references 3 and 4 to block row. Block row is 5, with
-    // references 6 and 7 to block desk. Block desk is 8, with rect 9. The desks are at (0, 0), (20, 0), (0,
-    // 40) and (20, 40).
+    // The handles:
+    //   1 drawing: 2 line, 3 and 4 references to block row
+    //   5 block row: 6 and 7 references to block desk
+    //   8 block desk: 9 rect
+    // The desks are at (0, 0), (20, 0), (0, 40) and (20, 40).
     Editing()
         : CommandTest("<symbol id='desk'><rect width='10' height='10'/></symbol>"
                       "<symbol id='row'><use href='#desk'/><use href='#desk' x='20'/></symbol>"
                       "<line y1='80' y2='80' x2='10'/><use href='#row'/><use href='#row' y='40'/>") {}
 
-    // Returns the paths of a set's items, as handles.
+    // Returns the path of each item of a set as handles, for example "3/6/9".
     std::vector<std::string> itemsOf(const std::string& name) const {
         std::vector<std::string> items;
         for (auto it = session.set(name).begin(); !it.isDone(); it.step()) {
@@ -192,7 +194,7 @@ TEST_F(Editing, RemovalByPathTakesOnePlace) {
     EXPECT_THAT(itemsOf("A"), ElementsAre("3/6/9", "4/6/9", "4/7/9"));
 }
 
-// Both items of the set have the same main id, sub id and marker.
+// Both items of the set have the same main id, sub id and marker. Only their paths differ.
 TEST_F(Editing, RemovalByPositionTakesThatVeryItem) {
     run("id 3/6/9 3/7/9");
     EXPECT_EQ(run("remove-at 1"), "1 item taken out; set A has 1 item\n");

@@ -9,7 +9,9 @@ using kvtest::sceneOf;
 
 namespace {
 
-// The handles: the drawing is 1, with line 2 and reference 3 to block desk. Block desk is 4, with rect 5.
+// The handles:
+//   1 drawing: 2 line, 3 reference to block desk
+//   4 block desk: 5 rect
 const Drawing& drawing() {
     static const Drawing drawing(sceneOf("<symbol id='desk'><rect width='10' height='10'/></symbol>"
                                          "<line y1='80' y2='80' x2='10'/><use href='#desk' x='50'/>"));

@@ -146,14 +146,16 @@ TEST(CrossingOfLines, SinglePointsMeetWhatTheyLieOn) {
 }
 
 TEST(CrossingOfLines, FenceThroughAJointMeetsOneOfBothSides) {
-    // Thirds have no exact binary form, so the joint is only hit in rounded coordinates.
+    // Two lines meet at the joint: one from `left`, one to `right`. Thirds have no exact binary form. So a
+    // fence through the joint may pass beside the joint by a rounding error.
     const Point joint{1.0 / 3, 2.0 / 3};
     const Point left{0, 0.9};
     const Point right{1, 0.1};
     int passages = 0;
     for (int i = 1; i < 200; ++i) {
         const Point away{std::cos(i * 0.1), std::sin(i * 0.1)};
-        // A fence may miss the joint if it only touches the joint from one side.
+        // If `left` and `right` are on the same side of the fence, the fence only touches the joint. Rounding
+        // may then make the fence miss both lines.
         if (cross(away, left - joint) * cross(away, right - joint) > 0)
             continue;
         ++passages;

@@ -12,7 +12,8 @@ Outline square() {
     return rectangleOutline(Box::between({0, 0}, {10, 10}), 0, 0);
 }
 
-// Returns the largest distance of the ends and the middles of the chords from a circle.
+// Measures the middle and the end of each chord. Returns the largest distance of these points from the
+// circle.
 double worstRadiusError(const Outline& outline, Point centre, double radius) {
     double worst = 0;
     for (std::size_t i = 1; i < outline.points().size(); ++i) {
@@ -81,8 +82,8 @@ TEST(Outline, CubicIsOneSegmentWithinTheTolerance) {
     outline.moveTo({0, 0});
     outline.cubicTo({0, 100}, {100, 100}, {100, 0});
     ASSERT_EQ(outline.segments().size(), 1u);
-    // The highest point of the curve is (50, 75). Every point of a chord is nearer to the curve than a
-    // thousandth of the diagonal of the control polygon.
+    // The highest point of the curve is (50, 75). The chords may be off the curve by a thousandth of the
+    // diagonal of the box around the control points.
     const double tolerance = 0.001 * std::hypot(100, 100);
     EXPECT_NEAR(outline.box().high.y, 75, tolerance);
     EXPECT_LT(nearestSegment(outline, Affine(), {50, 75})->distance, tolerance);
@@ -132,7 +133,7 @@ TEST(Outline, ArcOfAQuarterCircleGoesTheShortWay) {
 }
 
 TEST(Outline, ArcFlagsChooseAmongTheFourArcs) {
-    // The centres of circles with radius 10 through (0, 0) and (10, 0) are (5, +-8.66).
+    // Two circles with radius 10 pass through (0, 0) and (10, 0). Their centres are (5, 8.66) and (5, -8.66).
     const struct {
         bool large, sweep;
         double middleY;

@@ -13,7 +13,7 @@ namespace {
 const std::string kSquareBlock =
     "<symbol id='s'><rect width='10' height='10'/><line x1='20' x2='20' y2='10'/></symbol>";
 
-// Collects picks. labels() returns the labels along their paths.
+// Collects picks. labels() returns a text for each pick: the labels along the path of the pick.
 class Found {
 public:
     explicit Found(const Drawing& drawing) : mDrawing(drawing) {}
@@ -57,7 +57,8 @@ TEST(PickByPoint, ReachesAsFarAsTheApertureAndNotFurther) {
     Picker picker(drawing);
     EXPECT_TRUE(picker.nearest({5, 3}, 3));
     EXPECT_FALSE(picker.nearest({5, 3}, 2.999));
-    // The point is inside the square that contains the circle of the aperture, but outside the circle.
+    // The end (10, 0) of the line is inside the square around the circle of the aperture, but outside the
+    // circle.
     EXPECT_FALSE(picker.nearest({12.9, 2.9}, 3));
     EXPECT_TRUE(picker.nearest({5, 0}, 0));
 }
@@ -91,7 +92,8 @@ TEST(PickByPoint, CompoundTransformGoesThroughAllReferences) {
     const Drawing drawing(sceneOf(kSquareBlock +
                                   "<symbol id='t'><use href='#s' transform='rotate(90)'/></symbol>"
                                   "<use href='#t' transform='translate(50 50) scale(2)'/>"));
-    // The square's right side, x = 10, is rotated to y = 10 and doubled to y = 70.
+    // The right side of the square is at x = 10. Block t turns the side to y = 10. The drawing places block t
+    // doubled and moved by 50: y = 70.
     const std::optional<Pick> pick = Picker(drawing).nearest({40, 70}, 0.5);
     ASSERT_TRUE(pick);
     EXPECT_EQ(pick->path.size(), 3u);
@@ -137,8 +139,8 @@ TEST(PickByWindow, TakesWhatIsWhollyInside) {
 }
 
 TEST(PickByWindow, WhatTouchesTheBorderFromInsideIsInside) {
-    // Thirds have no exact binary form. So the placed corner differs from the window's corner in the last
-    // digit.
+    // Tenths have no exact binary form. So the corners of the placed square may differ from those of the
+    // window in the last digit.
     const Drawing drawing(
         sceneOf("<defs><rect id='r' width='3' height='3'/></defs>"
                 "<use href='#r' transform='translate(0.1 0.2) scale(0.7) rotate(90) rotate(-90)'/>"));
@@ -195,7 +197,8 @@ TEST(PickByFence, TakesWhatItCrossesWithTheFirstCrossing) {
     Found found(drawing);
     Picker(drawing).fence({{-5, 5}, {30, 5}}, found.collector());
     ASSERT_EQ(found.labels(), (Labels{"2 rect", "3 line"}));
-    // The second segment is the rectangle's right side, and the fourth is its left side.
+    // The fence crosses the left side of the rectangle (segment 3) before the right side (segment 1). But the
+    // first crossing is the one that comes first along the rectangle.
     ASSERT_TRUE(found.picks[0].crossing);
     EXPECT_EQ(found.picks[0].crossing->segment, 1);
     EXPECT_DOUBLE_EQ(found.picks[0].crossing->parameter, 0.5);
@@ -208,8 +211,7 @@ TEST(PickByFence, FollowsItsCorners) {
     const Drawing drawing(
         sceneOf("<line x1='5' y1='5' x2='6' y2='5'/><line x1='20' y1='15' x2='30' y2='15'/>"));
     Found found(drawing);
-    // The straight line between the ends crosses the first line. The fence itself crosses only the second
-    // line.
+    // The fence has a corner at (25, 0). The part behind the corner crosses the second line.
     Picker(drawing).fence({{0, 0}, {25, 0}, {25, 30}}, found.collector());
     EXPECT_EQ(found.labels(), Labels{"3 line"});
 }

@@ -23,8 +23,10 @@ namespace {
 
 class Highlighting : public kvtest::CommandTest {
 protected:
-    // The handles: the drawing is 1, with line 2, reference 3 to block s, and reference 4 to block t. Block s
-    // is 5, with rect 6. Block t is 7, with reference 8 to block s.
+    // The handles:
+    //   1 drawing: 2 line, 3 reference to block s, 4 reference to block t
+    //   5 block s: 6 rect
+    //   7 block t: 8 reference to block s
     Highlighting()
         : CommandTest("<symbol id='s'><rect width='10' height='10'/></symbol>"
                       "<symbol id='t'><use href='#s' transform='scale(2)'/></symbol>"
@@ -33,7 +35,7 @@ protected:
     std::string picture() const { return pictureOf(session.drawing()); }
     std::string original() const { return session.drawing().source(); }
 
-    // Returns "main path marker" for every item of a set.
+    // Returns "main path marker" for every item of a set, for example "3 3/6 1".
     std::multiset<std::string> itemsOf(const GxapSelectSet& set) const {
         const kvinmemory::Database& database = session.drawing().database();
         std::multiset<std::string> items;
@@ -47,7 +49,7 @@ protected:
         return items;
     }
 
-    // Returns "main part" for all parts that the items of the sets highlight. Saved sets are included.
+    // Returns "main path marker" for every part that an item of a set or of a saved set highlights.
     std::set<std::string> partsHeld() const {
         std::set<std::string> parts;
         for (const auto& [name, set] : session.sets())

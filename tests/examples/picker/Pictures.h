@@ -1,5 +1,5 @@
-// Helpers of tests of pictures: a directory for files, a program that makes PNGs, and functions that read a
-// picture.
+// Helpers for tests of pictures: a working directory, a stand-in for the PNG converter, and functions that
+// read a picture.
 #pragma once
 
 #include <pugixml.hpp>
@@ -45,8 +45,8 @@ private:
     std::filesystem::path mPath;
 };
 
-// Lets the system find programs only in the subdirectory "programs" of the working directory. The destructor
-// restores PATH.
+// Sets PATH to the subdirectory "programs" of the working directory. So no other programs are found. The
+// destructor restores PATH.
 class ProgramDirectory {
 public:
     ProgramDirectory() {
@@ -64,8 +64,8 @@ private:
     std::string mBefore;
 };
 
-// A program that replaces rsvg-convert. It writes its arguments to its output file. So the tests do not
-// depend on installed programs.
+// Makes a program that replaces rsvg-convert. The program only writes its arguments to its output file. So
+// the tests do not need the real program.
 class StandInConverter {
 public:
     StandInConverter() {
@@ -93,7 +93,7 @@ inline std::multiset<std::string> highlightsIn(const std::string& picture) {
     return found;
 }
 
-// Returns the path data of the only element that a picture adds to the drawing.
+// Returns the path data of the only element that a picture adds to the drawing, or "several".
 inline std::string onlyPathDataIn(const std::string& picture) {
     pugi::xml_document document;
     document.load_string(picture.c_str());

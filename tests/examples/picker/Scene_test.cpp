@@ -13,7 +13,7 @@ Insert insertOf(std::size_t block) {
     return insert;
 }
 
-// Returns a scene. List number i has the blocks that block number i inserts.
+// Returns a scene in which block i inserts the blocks in inserts[i].
 Scene sceneOf(const std::vector<std::vector<std::size_t>>& inserts) {
     Scene scene;
     for (const std::vector<std::size_t>& blocks : inserts) {

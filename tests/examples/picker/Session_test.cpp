@@ -9,8 +9,8 @@ using kvtest::sceneOf;
 
 namespace {
 
-// A drawing with a square of side 10 in a block. The block is placed at (0, 0). It is also placed in another
-// block, doubled, at (50, 50). The drawing also has a line.
+// A session whose drawing has a line and two blocks. Block s has a square of side 10. Block t places block s,
+// doubled. The drawing places block s at (0, 0) and block t at (50, 50).
 class PickSession : public testing::Test {
 protected:
     PickSession() {
@@ -29,8 +29,10 @@ protected:
         return ids;
     }
 
-    // The handles: the drawing is 1, with line 2, reference 3 to block s, and reference 4 to block t. Block s
-    // is 5, with rect 6. Block t is 7, with reference 8 to block s.
+    // The handles:
+    //   1 drawing: 2 line, 3 reference to block s, 4 reference to block t
+    //   5 block s: 6 rect
+    //   7 block t: 8 reference to block s
     Session session;
 };
 

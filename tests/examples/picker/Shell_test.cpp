@@ -51,7 +51,7 @@ protected:
     const ScratchFile broken{"picker_shell_broken.svg", "<svg>\n<g></svg>"};
 };
 
-// The lines that a user types, without a prompt.
+// Lines that count as typed by a user.
 class TypedLines : public Lines {
 public:
     explicit TypedLines(std::vector<std::string> lines) : mLines(std::move(lines)) {}
@@ -177,7 +177,8 @@ TEST_F(ShellRun, OutOfMemoryInTheLibraryIsAnErrorLikeAnyOther) {
 
 TEST_F(ShellRun, ExceptionsThatTheLibraryThrowsAreReported) {
     Session session;
-    // A nested pick needs blocks for its path. The library's containers allocate them.
+    // A nested pick needs memory for its path. The library's containers take this memory from _kvMalloc,
+    // which fails from the third call on.
     session.load(kvtest::sceneOf("<g id='g'><line x2='5'/></g><use href='#g' y='5'/>"));
     std::ostringstream out, errors;
     kvinmemory::failMalloc(3, kvinmemory::FailureMode::FromThenOn);

@@ -25,7 +25,7 @@ void expectBox(const Box& box, Point low, Point high) {
     EXPECT_NEAR(box.high.y, high.y, 1e-9);
 }
 
-// Returns where the only insert of the drawing places the only shape of its block.
+// The drawing must have one insert, of a block with one shape. Returns the box of the placed shape.
 Box placedBox(const Scene& scene) {
     return insertAt(scene, 0).placement(shapeAt(scene, 0, 1).outline.box());
 }
@@ -232,7 +232,7 @@ TEST(SvgReader, SymbolWithoutASizeFillsTheViewport) {
 TEST(SvgReader, BlocksContainBlocks) {
     const Scene scene = sceneOf("<g id='a'><line x2='1'/></g><symbol id='b'><use href='#a'/></symbol>"
                                 "<symbol id='c'><use href='#b'/></symbol><use href='#c'/>");
-    // The blocks are the drawing, c, b and a, in the order in which the reader finds them.
+    // The reader finds the blocks in this order: the drawing, c, b, a.
     ASSERT_EQ(scene.blocks.size(), 4u);
     EXPECT_EQ(scene.blocks[3].name, "a");
     EXPECT_EQ(scene.innermostFirst, (std::vector<std::size_t>{3, 2, 1, 0}));

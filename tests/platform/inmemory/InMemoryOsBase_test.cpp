@@ -14,10 +14,10 @@ namespace {
 
 using namespace kvinmemory;
 
-// Resets the platform, and checks nothing. These tests make wrong frees, which kvtest::KvTest would report as
-// failures.
+// Resets the platform before and after every test, and checks nothing. These tests make wrong frees, which
+// kvtest::KvTest would report as failures.
 //
-// Thread safety: SetUp and TearDown run while the test has no other thread.
+// Thread safety: the test must have no other thread during SetUp and TearDown.
 class InMemoryOsBase : public ::testing::Test {
 protected:
     void SetUp() override { resetAll(); }

@@ -1,4 +1,5 @@
-// Tests lookups of the editing interface whose keys are in the data that the lookup copies and releases.
+// Tests look-ups that copy shared data. Their arguments are references into the old data, which is destroyed
+// during the look-up.
 
 #include "tests/selectcontext/support/EditTestSupport.h"
 

@@ -62,7 +62,7 @@ public:
     GxapSelectSet set;
 };
 
-// Two sets that share their data, each with an iterator on its second item.
+// Two sets that share their data. Each set has an iterator on the second item.
 class SharedRich : public Rich {
 public:
     SharedRich() : sharer(set), data(set.sharedData), mine(&set, 1), theirs(&sharer, 1) {}
@@ -90,7 +90,7 @@ void expectRich(const GxapSelectSet& set) {
     EXPECT_NE(record->selectedEntityInfo->getBTRMatPtr(), nullptr);
 }
 
-// Expects that a failed edit of shared data leaves both sets unchanged.
+// Expects that a failed edit has left the shared data and both sets unchanged.
 void expectUntouched(const SharedRich& sets) {
     EXPECT_TRUE(sets.isShared());
     EXPECT_TRUE(isRegistered(sets.set, sets.mine));
@@ -108,7 +108,7 @@ void expectOtherSetUntouched(const SharedRich& sets) {
     EXPECT_TRUE(invariants(sets.sharer));
 }
 
-// Expects that the next edit after a failed one succeeds.
+// Expects that an edit succeeds. Call this after a failed edit.
 void expectUsable(GxapSelectSet& set) {
     const std::size_t before = mainIds(set).size();
     edit(set).append(id(1000), kNoId);
@@ -116,7 +116,7 @@ void expectUsable(GxapSelectSet& set) {
     EXPECT_TRUE(invariants(set));
 }
 
-// --- writeData and what copies before it writes
+// --- writeData and other edits that copy shared data
 
 template <class Edit>
 void expectEditOfSharedDataIsWholeOrNothing(Edit editShared) {
@@ -256,7 +256,8 @@ constexpr unsigned long kSelected = 5000;
 
 enum class Extras { kNone, kInfoAndPath };
 
-// Selects id(kSelected) with or without info and path. If that fails, the info is freed.
+// Selects id(kSelected), with or without info and path. check() expects that a failed select() has freed the
+// info.
 class Selection {
 public:
     explicit Selection(Extras extras)
@@ -373,7 +374,7 @@ TEST_F(SelectFailure, WithANullMainIdOrRefusedCannotHappen) {
         kvtest::Expect::None);
 }
 
-// A failure leaves the set unchanged. So one set is enough for all failures.
+// A failed select() leaves the set unchanged. So the next attempt can use the same set.
 TEST_F(SelectFailure, ThatOpensAPageLeavesTheFullPage) {
     Filled full(kPageSlots);
     for (const Failing failing : {Failing::Once, Failing::FromThenOn}) {
@@ -398,8 +399,8 @@ TEST_F(SelectFailure, ThatOpensAPageLeavesTheFullPage) {
     }
 }
 
-// Copying a full page allocates thousands of times. So only the first, middle and last allocations are
-// tested.
+// Copying a full page allocates thousands of times. So the test makes only some allocations fail: the first,
+// middle and last ones.
 TEST_F(SelectFailure, ThatCopiesAFullPageAndOpensAnotherLeavesBothSetsAsTheyWere) {
     Filled full(kPageSlots);
     const GxapSelectSet sharer(full.set);

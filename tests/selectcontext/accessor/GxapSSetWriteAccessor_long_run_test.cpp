@@ -1,4 +1,4 @@
-// Tests that selecting and removing give the same results with many items of one main id as with few.
+// Tests that selecting and removing give the right results also if one main id has many items.
 #include "tests/selectcontext/support/EditFailureTest.h"
 #include "tests/selectcontext/support/LongRunTestSupport.h"
 
@@ -37,7 +37,7 @@ using kvtest::Unique;
 
 class LongRunEdit : public kvtest::EditFailure {
 protected:
-    LongRunEdit() { kvtest::runKinds(); } // allocates storage that stays to the end of the process
+    LongRunEdit() { kvtest::runKinds(); } // the first call allocates memory and keeps it
 
     static bool remove(GxapSelectSet& set, const Item& item) {
         return edit(set).remove(id(item.main), id(item.sub), item.marker);
@@ -317,7 +317,7 @@ TEST_P(LongRunEditByKind, HandlesThatPartInTheMiddleGoTheirOwnWays) {
     EXPECT_TRUE(areFoundAsByAWalk(other, drawn.next(100)));
 }
 
-// Removes an item by the keys in the item's own record.
+// The keys are references into the record of the item.
 TEST_F(LongRunEdit, KeysMayBePartOfTheItem) {
     SetOf s(plainRun(200));
     indexRun(s.set);
@@ -376,7 +376,7 @@ TEST_F(LongRunEdit, GoesOnRightAfterAnIndexCouldNotBeUpdated) {
 class LongRunEditCost : public LongRunEdit {
 protected:
     static constexpr unsigned long kMany = 5000;
-    static constexpr long kMost = 60; // most comparisons of one edit
+    static constexpr long kMost = 60; // limit on the id comparisons of one edit
 
     static std::vector<unsigned long> order(const std::string& name) {
         std::vector<unsigned long> numbers;

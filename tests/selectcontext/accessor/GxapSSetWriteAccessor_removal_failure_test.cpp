@@ -1,5 +1,5 @@
-// Removes items while each allocation fails in turn. A failed removal leaves the set unchanged and loses no
-// record. The same removal works afterwards.
+// Removes items while each allocation fails in turn. A failed removal leaves the set unchanged and leaks no
+// record. A second attempt succeeds.
 #include "tests/selectcontext/support/EditFailureTest.h"
 
 #include <gtest/gtest.h>

@@ -41,7 +41,8 @@ class RemoveAtPosition : public kvtest::EditTest {};
 class RemovePages : public kvtest::EditTest {};
 class RemoveIterators : public kvtest::EditTest {};
 
-// Expects that a removal from shared data gives the set its own data, and leaves the other set unchanged.
+// Expects the state after a removal from shared data: `set` has its own data, and `other` still has the items
+// of `original`.
 void expectCopied(const GxapSelectSet& set, const GxapSelectSet& other, const SetOf& original) {
     EXPECT_FALSE(shareData(set, other));
     EXPECT_EQ(owners(set), 1u);
@@ -175,7 +176,8 @@ TEST_F(RemoveMain, CopiesSharedData) {
     EXPECT_EQ(leftRecords({&s.set, &sharer, &original.set}), 2u);
 }
 
-// The copy of the data leaves out the slot whose record was taken out.
+// One slot has no record, and its index entry is still there. The copy of the data lacks the slot and the
+// entry. So the copy has no item of the main id.
 TEST_F(RemoveMain, CopiesSharedDataAlsoWhereTheCopyHoldsNothingOfTheEntity) {
     SetOf s{{1}, {2}};
     const auto taken = kvtest::takeRecordOut(s.set, 0);
@@ -233,7 +235,8 @@ TEST_F(RemoveMain, TakesTheKeyOfItsOwnIndex) {
     EXPECT_TRUE(invariants(s.set));
 }
 
-// The argument is in the data that the copy-on-write releases.
+// The argument is a reference into the old data. remove() copies the data, and the old data is destroyed
+// meanwhile.
 TEST_F(RemoveMain, OutlivesTheDataItsArgumentIsIn) {
     SetOf s{{1}, {2}};
     const GxDbObjectId& inside = record(s.set, 0)->mainEntId;
@@ -602,7 +605,7 @@ TEST_F(RemoveExact, OutlivesTheDataItsArgumentsAreIn) {
     EXPECT_EQ(items(s.set), (Items{{3}}));
 }
 
-// The key is a reference into an entry of the index.
+// The arguments are references into an entry of the index.
 TEST_F(RemoveExact, TakesTheKeyOfItsOwnIndex) {
     SetOf s{{1, 1, 3}, {1, 1, 4}};
     const GxDbObjectId& key = s.data().dataMap.begin()->first;
@@ -674,7 +677,7 @@ TEST_F(RemoveAtIterator, OfTheFirstItemStandsOnAFreedSlot) {
     kvtest::expectMessage([&] { it.get(); }, kAccessError);
 }
 
-// After the removal, the iterator's position among the occupied slots of the page is too high. So the walk
+// After the removal, the iterator is on the freed slot, and its `position` is too high by one. So the walk
 // ends before the last item.
 TEST_F(RemoveAtIterator, OfTheFirstItemEndsTheWalkOfThePageEarly) {
     SetOf s{{1}, {2}, {3}};
@@ -843,8 +846,7 @@ TEST_F(RemoveAtIterator, OnTheFirstItemOfSharedDataIsDisabledWithItsIndex) {
     EXPECT_EQ(registrations(s.set), 0);
 }
 
-// Assigning an iterator to a disabled iterator of the set copies the position, but does not register the
-// disabled iterator.
+// An iterator that is disabled and then assigned within its set has a position, but is not registered.
 TEST_F(RemoveAtIterator, IsDisabledOnSharedDataAlsoWhereTheSetDoesNotKnowIt) {
     SetOf s{{1}, {2}, {3}};
     Iterator it(&s.set, 0);
@@ -978,7 +980,8 @@ TEST_F(RemoveAtPosition, OfAnItemThatTheIndexHasLostAnswersFalseButCopies) {
     SetOf s{{1, 2}, {1, 3}};
     EXPECT_TRUE(edit(s.set).remove(id(1), id(2)));
     const GxapSelectSet sharer(s.set);
-    // This removal copies the data, and the index of the copy is complete.
+    // The index of the shared data lacks this item. removeAt() copies the data, and the copy has a complete
+    // index.
     EXPECT_TRUE(edit(s.set).removeAt(0));
     EXPECT_EQ(count(s.set), 0u);
     EXPECT_FALSE(shareData(s.set, sharer));

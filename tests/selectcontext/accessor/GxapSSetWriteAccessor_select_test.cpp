@@ -167,7 +167,7 @@ TEST_F(Select, LetsEverythingBeFoundAgain) {
     EXPECT_EQ(set.findItr(id(1), id(12)).get(), set.getAt(2));
 }
 
-// --- the record it makes
+// --- the record that select makes
 
 TEST_F(SelectNewRecord, HasTheGivenKeysAndNothingElse) {
     GxapSelectSet set;
@@ -260,7 +260,7 @@ TEST_F(SelectNewRecord, TakesTheInfoOver) {
     EXPECT_EQ(liveInfos(), before);
 }
 
-// --- the rule of uniqueness
+// --- what a unique set refuses
 
 TEST_F(SelectUnique, RefusesAnEqualItem) {
     GxapSelectSet set;
@@ -381,7 +381,7 @@ TEST_F(SelectUnique, KeepsEqualKeysOfTheIndexInTheOrderOfSelection) {
     }
 }
 
-// select() searches only the index, so it does not find a record without an entry.
+// select() searches only the index. So it does not find a record without an index entry.
 TEST_F(SelectUnique, DoesNotSeeARecordThatTheIndexHasLost) {
     GxapSelectSet set;
     select(set, 1, 11);
@@ -607,8 +607,7 @@ TEST_F(AppendIds, FollowsTheRuleOfUniqueness) {
     EXPECT_TRUE(invariants(set));
 }
 
-// append(mainId, subId) selects without a path. A selection without a path is compared only by ids and
-// marker.
+// append(mainId, subId) calls select() without a path. select() then compares only ids and marker.
 TEST_F(AppendIds, IsRefusedForAnItemWithPathAndTransform) {
     GxapSelectSet set;
     const Path path = idVector({7, 1});
@@ -711,7 +710,8 @@ TEST_F(AppendRecord, OfANullMainIdAnswersTrueAddsNothingAndFreesItsCopy) {
     EXPECT_TRUE(kvinmemory::isLiveBlock(record.selectedEntityInfo));
 }
 
-// append(record) always passes the path of the record. So the library also compares path and transform.
+// append(record) always calls select() with the record's path. select() then also compares path and
+// transform.
 TEST_F(AppendRecord, IsComparedByPathAndTransform) {
     GxapSelectSet source, target;
     const Path path = idVector({7, 1});

@@ -40,7 +40,7 @@ class AccessorIterators : public kvtest::SetTest {};
 class SelectByNestedMode : public kvtest::SetTest {};
 class AccessorHighlightSegment : public kvtest::SetTest {};
 
-// A set of id(1) ... id(count), and a second set that shares its data.
+// A set of id(1) ... id(count), and a second set, `sharer`, that shares its data.
 class Shared : public Filled {
 public:
     explicit Shared(unsigned long count) : Filled(count), sharer(set) {}
@@ -54,8 +54,8 @@ void takeDataAway(GxapSelectSet& set) {
     set.releaseData();
 }
 
-// Expects that an edit of shared data leaves the data to the other sets, and disables the iterators of the
-// edited set.
+// Expects the state after an edit of shared data: the edited set has its own data, the other set has kept the
+// data `before`, and `earlier`, an iterator of the edited set, is disabled.
 void expectMadePrivate(Shared& sets, const SSetData* before, const ConstIterator& earlier) {
     EXPECT_FALSE(sets.isShared());
     EXPECT_EQ(sets.sharer.sharedData, before);

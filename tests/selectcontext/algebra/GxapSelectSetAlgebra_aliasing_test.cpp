@@ -1,5 +1,5 @@
-// Tests merge() and minus(), with every combination of target and operands that are one set or share data. A
-// model performs the same steps.
+// Tests merge() and minus() when target and operands are the same set or share their data, in every
+// combination. Compares the results with those of a model.
 
 #include "tests/selectcontext/support/EditTestSupport.h"
 
@@ -37,7 +37,7 @@ struct ModelData {
     bool nested = false;
 };
 
-// A set of the model. Sets with equal pointers `data` share their data.
+// A set of the model. Two sets with the same `data` pointer share their data.
 struct ModelSet {
     std::shared_ptr<ModelData> data = std::make_shared<ModelData>();
     bool iteratorsDisabled = false;
@@ -89,7 +89,7 @@ public:
         target.iteratorsDisabled = true;
     }
 
-    // The number of removals. Each removal leaves a record without an owner.
+    // The number of removed items. Their records are left to the test.
     static std::size_t removals;
 
 private:
@@ -173,7 +173,7 @@ std::ostream& operator<<(std::ostream& out, Bystanders bystanders) {
     return out << (bystanders == Bystanders::kNone ? "Private" : "Shared");
 }
 
-// A variant of a case. `unique` and `nested` have one bit for each set.
+// A variant of a case. In `unique` and `nested`, bit n is the flag of the set of Player n.
 struct Variant {
     Contents contents;
     unsigned unique;
@@ -255,7 +255,7 @@ public:
         EXPECT_TRUE(kvtest::invariants(*mSets[kTarget], kvtest::IndexState::kMayLackEntries));
     }
 
-    // Moves all iterators. If an iterator is on a freed page, the step must not read freed memory.
+    // Steps all iterators. A step from a freed page must not read freed memory.
     void stepAllIterators() const {
         for (const auto& it : mIterators)
             it->step();
@@ -281,7 +281,7 @@ private:
             loseIndexEntries(set, model);
     }
 
-    // Removes the index entries that a removal by main and sub id would remove.
+    // Removes the index entries of id(1) and id(6), as a removal by main and sub id would.
     static void loseIndexEntries(GxapSelectSet& set, ModelData& model) {
         set.sharedData->dataMap.erase(id(1));
         set.sharedData->dataMap.erase(id(6));

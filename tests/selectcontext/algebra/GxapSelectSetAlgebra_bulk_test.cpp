@@ -1,6 +1,6 @@
-// Merging many items at once gives the same set as appending them one after the other. A merge sorts the
-// items only if there are enough of them, absolutely and relative to the index. The tests try numbers on both
-// sides of these limits.
+// Tests that merging many items gives the same set as appending them one by one. A merge sorts the added
+// items only if they are many, also in proportion to the index. The tests try numbers on both sides of each
+// limit.
 #include "platform/inmemory/InMemoryDatabase.h"
 #include "tests/selectcontext/support/IndexTestSupport.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
@@ -33,9 +33,9 @@ using kvtest::shuffled;
 using kvtest::SSetData;
 using kvtest::Store;
 
-// A merge of fewer items appends them one by one.
+// A merge that adds fewer items than this appends them one by one.
 constexpr unsigned long kFewestSorted = 16;
-// If the index has more entries for each added item, a merge appends the items one by one.
+// A merge also appends the items one by one if the index has more entries than this for each added item.
 constexpr unsigned long kMostEntriesBeside = 4;
 
 void append(GxapSelectSet& set, const Numbers& numbers) {
@@ -48,8 +48,7 @@ void appendMovedBy(GxapSelectSet& set, double x, unsigned long n = 1) {
     edit(set).select(id(n), kNoId, -1, makeInfoMovedBy(x), &path);
 }
 
-// Appends several items of every id: the whole entity, a part of it, with markers, with a path, and with a
-// path and a transform.
+// Appends up to five items of each id. They differ in sub id, marker, path and transform.
 void appendSeveralOfEach(GxapSelectSet& set, const Numbers& numbers) {
     for (const unsigned long n : numbers) {
         const KvVector<GxDbObjectId> path = kvtest::idVector({n % 5 + 1});
@@ -67,7 +66,7 @@ Numbers movedUp(Numbers numbers, unsigned long distance) {
     return numbers;
 }
 
-// Returns the records of the set's slots, in store order.
+// Returns the records of the set, in store order.
 std::vector<selected_entity*> recordsOf(const GxapSelectSet& set) {
     std::vector<selected_entity*> records;
     for (const Store::Slot* slot : occupiedSlots(*set.sharedData)) {
@@ -77,7 +76,7 @@ std::vector<selected_entity*> recordsOf(const GxapSelectSet& set) {
     return records;
 }
 
-// Returns a copy of `held`, to which the records of `added` are appended one by one. The copy is unique if
+// Returns a copy of `held` to which the records of `added` were appended one by one. The copy is unique if
 // `held` or `added` is unique.
 std::unique_ptr<GxapSelectSet> appendedInTurn(const GxapSelectSet& held, const GxapSelectSet& added) {
     auto expected = std::make_unique<GxapSelectSet>(held);
@@ -135,7 +134,8 @@ protected:
         expectEqualRecords(set, expected);
     }
 
-    // Merges `held` and `added` into a third set, and into `held`.
+    // Merges `held` and `added`, first into a third set, and then into `held`. Expects the result of
+    // appending the items one by one.
     void expectMerges() {
         const auto expected = appendedInTurn(*held, *added);
         const Numbers heldBefore = mainIds(*held), addedBefore = mainIds(*added);
@@ -215,7 +215,7 @@ TEST_F(BulkMerge, AddsWhereItPassesManyEntries) {
     expectMerges();
 }
 
-// ---- which items are the same
+// ---- which items are equal
 
 TEST_F(BulkMerge, TellsItemsOfOneIdApart) {
     appendSeveralOfEach(*held, shuffled(40, 7));
@@ -232,7 +232,8 @@ TEST_F(BulkMerge, TellsItemsOfOneIdApartInTheAddedSet) {
     expectMerges();
 }
 
-// Transforms are equal within a tolerance. The second item equals the first, and the third equals the second.
+// Transforms are equal within a tolerance. The second item equals the first one and is refused. The third
+// item equals only the refused one. So the third item is added.
 TEST_F(BulkMerge, AnItemThatIsRefusedRefusesNoOther) {
     const double step = 0.75 * GxGeContext::gTol.equalPoint;
     added->sharedData->unique = false;
@@ -403,9 +404,9 @@ TEST_F(BulkMerge, ItemsAreFoundAfterIdsWereLookedUpBefore) {
     EXPECT_EQ(held->findInMap(id(401)), data().dataMap.end());
 }
 
-// ---- what the platform sees
+// ---- comparisons of transforms
 
-// The items have the same id, and each has a different transform.
+// In each of the two sets, all items have the same id, and each item has another transform.
 TEST_F(BulkMerge, ComparesNoMoreTransformsThanAppendingInTurn) {
     for (int i = 0; i < 60; ++i) {
         appendMovedBy(*held, 2 * i);
@@ -423,7 +424,8 @@ TEST_F(BulkMerge, ComparesNoMoreTransformsThanAppendingInTurn) {
 
 // ---- without memory
 
-// The items need a second page. One of them has an info. So every kind of allocation happens, and fails.
+// The added items need a second page, and some of them have infos. So the allocations of pages and infos
+// fail, too.
 TEST_F(BulkMerge, AddsSomeItemsOrAllAndLosesNothing) {
     constexpr unsigned long kHeld = kvtest::kPageSlots - 5;
     append(*held, ascending(kHeld));

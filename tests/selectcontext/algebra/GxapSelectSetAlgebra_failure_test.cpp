@@ -1,5 +1,5 @@
-// Combines sets while each allocation fails in turn. The sets stay consistent, no record is lost, and the
-// same edit works afterwards.
+// Combines sets while each allocation fails in turn. The sets stay consistent, and no record is leaked. A
+// second attempt succeeds.
 #include "tests/selectcontext/support/EditFailureTest.h"
 
 #include <algorithm>
@@ -33,7 +33,9 @@ class AlgebraFailure : public EditFailure {
 protected:
     using Combine = void (GxapSSetWriteAccessor::*)(const GxapSelectSet*, const GxapSelectSet*);
 
-    // Expects after a failure that the operands are unchanged, and that the target is in one of `states`.
+    // Combines two sets while each allocation fails in turn. After a failure, the operands must be unchanged,
+    // and the target must be in one of `states`. The last state is the complete result. `removed` is the
+    // number of records that a complete edit removes but does not delete.
     static void tryCombining(Combine combine, const Items& aHeld, const Items& bHeld,
                              const std::vector<Items>& states, std::size_t removed) {
         forEachAllocationFailure([&](FailurePoint& point) {
@@ -79,7 +81,7 @@ TEST_F(EditFailure, OfSwitchingUniqueOnLeavesFlagAndIndex) {
     });
 }
 
-// The set has so many ids that the table of known ids grows during the edit.
+// The set has two items of each of 100 ids. The edit removes the second item of each id.
 TEST_F(EditFailure, OfSwitchingUniqueOnWithManyIds) {
     const Items once = kvtest::plainItems(1, 100);
     Items twice = once;
@@ -115,7 +117,7 @@ TEST_F(AlgebraFailure, OfMergingAcrossPages) {
     });
 }
 
-// The merge sorts the added items, since they are many and in no order. One of them has an info.
+// The added items are many and not in order, so the merge sorts them. One of the items has an info.
 TEST_F(AlgebraFailure, OfMergingManyInNoOrder) {
     Items added;
     for (unsigned long i = 0; i < 300; ++i)

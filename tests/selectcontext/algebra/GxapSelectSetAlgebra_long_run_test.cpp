@@ -1,4 +1,4 @@
-// Tests that whole-set operations on many items of one main id give the same results as edits of single
+// Tests that whole-set operations and edits of single items have the same results when one main id has many
 // items.
 #include "tests/selectcontext/support/LongRunTestSupport.h"
 #include "tests/support/AllocationFailure.h"
@@ -61,7 +61,7 @@ bool holdsEqual(const Items& held, const Item& wanted) {
 
 class LongRunAlgebra : public kvtest::EditTest {
 protected:
-    LongRunAlgebra() { kvtest::runKinds(); } // allocates storage that stays to the end of the process
+    LongRunAlgebra() { kvtest::runKinds(); } // the first call allocates memory and keeps it
 };
 
 class LongRunAlgebraByKind : public LongRunAlgebra, public ::testing::WithParamInterface<RunKind> {
@@ -72,7 +72,7 @@ protected:
             kvtest::makeTwins();
     }
 
-    // Returns items of which no two are equal.
+    // Draws `count` items, and returns them without those that equal an earlier one.
     static Items distinct(std::size_t count, unsigned seed) {
         return selected({}, RunItems(GetParam(), seed).next(count));
     }
@@ -121,7 +121,7 @@ TEST_P(LongRunAlgebraByKind, MergeOfALongRunIntoFewItems) {
     EXPECT_TRUE(invariants(a.set));
 }
 
-// Some of the added items are equal to each other.
+// Some of the added items equal each other.
 TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItself) {
     const Items held = distinct(100, 9), added = RunItems(GetParam(), 10).next(500);
     const SetOf a(held), b(added, Unique::kOff);
@@ -130,7 +130,8 @@ TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItself) {
     EXPECT_EQ(items(result.set), selected(held, added));
 }
 
-// A merge compares up to 64 added records of one id with each other.
+// A merge compares the added records of one id with each other, if they are at most 64. Otherwise it appends
+// all records one by one.
 TEST_P(LongRunAlgebraByKind, MergeRefusesWhatItHasAddedItselfToASetWithoutTheRun) {
     for (const std::size_t count : {63u, 64u, 65u, 66u}) {
         Items added = RunItems(GetParam(), 30).next(count - 1);
@@ -326,7 +327,7 @@ TEST_F(LongRunAlgebra, MinusHasTakenWholeItemsOnlyWhereItRunsOutOfMemory) {
 class LongRunAlgebraCost : public LongRunAlgebra {
 protected:
     static constexpr std::size_t kMany = 5000;
-    static constexpr long kMost = 60 * static_cast<long>(kMany); // number of comparisons
+    static constexpr long kMost = 60 * static_cast<long>(kMany); // limit on the id comparisons
 
     template <class Operation>
     static long comparisonsOf(Operation operation) {

@@ -43,7 +43,7 @@ void minus(GxapSelectSet& target, const GxapSelectSet* a, const GxapSelectSet* b
     EXPECT_TRUE(invariants(target));
 }
 
-// --- merge: which sets end up sharing what
+// --- merge: which sets share data afterwards
 
 TEST_F(Merge, MakesTheUnion) {
     const SetOf a{{1}, {2}}, b{{2}, {3}, {1, 5}};
@@ -432,7 +432,8 @@ TEST_F(Minus, MakesTheDifference) {
     EXPECT_EQ(leftRecords({&target, &a.set, &b.set}), 2u);
 }
 
-// The records of the second set are removed in its order, which is not that of the ids.
+// A caller has set the count to 3. So minus() removes only three items. It removes in the order of `b`, which
+// has the highest ids first.
 TEST_F(Minus, EndsWhenACountThatACallerHasMadeTooSmallIsUsedUp) {
     constexpr unsigned long kItems = 40;
     GxapSelectSet a, b;
@@ -704,7 +705,8 @@ TEST_F(MinusFromItself, AsBothKeepsWhatTheIndexHasLost) {
     EXPECT_TRUE(invariants(target.set, IndexState::kMayLackEntries));
 }
 
-// Only a successful lookup makes minus() copy the data. The index of the copy is complete.
+// minus() looks up {1, 2} first, and does not find it: the index lacks the entry. minus() finds {3} and
+// copies the data. The copy has a complete index, so minus() then finds {1, 2, 5}.
 TEST_F(MinusFromItself, OfSharedDataFindsAgainWhatTheIndexHadLost) {
     SetOf target{{1, 1}, {1, 2}, {3}, {1, 2, 5}};
     edit(target.set).remove(id(1), id(1));

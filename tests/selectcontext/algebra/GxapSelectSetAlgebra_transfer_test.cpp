@@ -33,7 +33,7 @@ class TransferWithoutExcluder : public kvtest::EditTest {};
 class TransferIntoItself : public kvtest::EditTest {};
 class TransferCallback : public kvtest::EditTest {};
 
-// Excludes main ids by a rule, and records the ids for which it is called.
+// Excludes main ids by a rule. `asked` has the ids that transfer() asked about, in order.
 class Excluder : public IGxapSSetEntityExcluder {
 public:
     explicit Excluder(std::function<bool(unsigned long)> rule) : mRule(std::move(rule)) {}
@@ -348,8 +348,8 @@ TEST_F(TransferIntoItself, EndsAcrossPages) {
     EXPECT_TRUE(invariants(s.set));
 }
 
-// Returns an excluder that removes the items taken[n] from the set when it is called for item n. The fixture
-// frees the removed records.
+// Returns an excluder that removes items from the set: when it is asked about id(n), it removes the items
+// taken[n]. The fixture deletes the removed records.
 Excluder takingOut(GxapSelectSet& set, std::map<unsigned long, Numbers> taken,
                    std::function<bool(unsigned long)> rule) {
     return Excluder([&set, taken = std::move(taken), rule = std::move(rule)](unsigned long n) {
@@ -398,7 +398,8 @@ TEST_F(TransferIntoItself, OfASetThatLosesItemsWhereItTakesTheExcludedOnes) {
     EXPECT_EQ(items(target), (Items{{1}, {3}}));
 }
 
-// The excluder empties the last page, which is then freed. A new page may have the address of the freed page.
+// The excluder empties the last page, which is then freed. The new items are on a new page, which may have
+// the address of the freed page.
 TEST_F(TransferIntoItself, OfASetThatLosesItsLastPageEndsWithoutTheNewItems) {
     SetOf s(plainItems(1, kPageSlots + 3), Unique::kOff);
     Excluder excluder = takingOut(s.set, {{5, {kPageSlots + 3, kPageSlots + 2, kPageSlots + 1}}},
@@ -433,7 +434,8 @@ TEST_F(TransferIntoItself, OfASetToWhichTheExcluderAppendsVisitsNoneOfThat) {
     EXPECT_EQ(items(s.set), (Items{{1}, {2}, {3}, {101}, {1}, {102}, {103}, {3}}));
 }
 
-// The first append copies the shared data. The copying disables the iterator of the walk.
+// The first append copies the shared data. The copying disables the iterator of transfer(), so transfer()
+// ends.
 TEST_F(TransferIntoItself, OfSharedDataEndsWithTheFirstItemThatIsAdded) {
     SetOf s({{2}, {1}, {3}}, Unique::kOff);
     const GxapSelectSet sharer(s.set);
@@ -467,7 +469,7 @@ TEST_F(TransferIntoItself, OfSharedDataEndsWithTheFirstExcludedItemWhereItTakesT
 
 // --- an excluder that changes the set that is transferred
 
-// Returns an excluder that runs a function at its first call, and excludes nothing.
+// Returns an excluder that runs `work` when it is asked for the first time, and excludes nothing.
 Excluder nothingButFirst(std::function<void()> work) {
     return Excluder([work = std::move(work), isFirst = true](unsigned long) mutable {
         if (std::exchange(isFirst, false))
@@ -486,7 +488,8 @@ TEST_F(TransferCallback, ThatClearsTheSetFindsItsItemGone) {
     EXPECT_EQ(registrations(source.set), 0);
 }
 
-// The new item may have the address of the item that was cleared.
+// The new item may be in the memory of the cleared item. The test allows two results: transfer() finds the
+// new item, or transfer() throws.
 TEST_F(TransferCallback, ThatClearsAndFillsTheSetFindsTheNewItemOrNone) {
     SetOf source{{1}, {2}};
     GxapSelectSet target;

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-// Subtracts a set whose index lacks an entry from itself.
+// Tests minus() with one set as both operands. The index of the set lacks an entry.
 
 namespace {
 
@@ -12,8 +12,8 @@ using kvtest::mainIds;
 
 class Unindexed : public kvtest::EditTest {};
 
-// The item without an entry is the first of the store. minus() looks this item up while the data is still
-// shared. So minus() uses the index that lacks the entry.
+// The first item in store order is (1, 3), which has no index entry. minus() looks this item up while the
+// data is still shared, and does not find it. So the item stays.
 TEST_F(Unindexed, ItemStaysInTheDifferenceOfTheSetFromItself) {
     GxapSelectSet set;
     edit(set).append(id(1), id(2));

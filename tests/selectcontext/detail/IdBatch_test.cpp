@@ -22,12 +22,13 @@ using kvtest::id;
 using kvtest::Numbers;
 using kvtest::shuffled;
 
-// A batch of fewer items is sorted by comparing the items.
+// If a batch has fewer items than this, sort() compares the items. Otherwise it sorts by the digits of the
+// stubs.
 constexpr std::size_t kFewestByDigits = 256;
 
 const std::size_t kCounts[] = {0, 1, 2, 20, kFewestByDigits - 1, kFewestByDigits, kFewestByDigits + 1, 5000};
 
-using Pairs = std::vector<std::pair<std::uintptr_t, std::uintptr_t>>; // stubs and values
+using Pairs = std::vector<std::pair<std::uintptr_t, std::uintptr_t>>; // the stub and the value of each item
 
 class IdBatchTest : public kvtest::KvTest {
 protected:
@@ -36,7 +37,7 @@ protected:
         expectNothingLeft();
     }
 
-    // Returns a batch whose values are the positions in `numbers`.
+    // Returns a batch of these ids. The value of each id is its position in `numbers`.
     static IdBatch batchOf(const Numbers& numbers) {
         IdBatch batch;
         for (const unsigned long n : numbers)
@@ -53,8 +54,8 @@ protected:
         return pairs;
     }
 
-    // Expects that sort() gives sorted pairs. All values differ, so only one order is right. That order keeps
-    // equal ids in the order in which they were added.
+    // Expects that sort() orders the items by stub, and keeps the order of items with equal stubs. The values
+    // ascend at first, so sorting pairs of stub and value gives the expected order.
     static void expectSorts(const Numbers& numbers) {
         SCOPED_TRACE(::testing::Message() << numbers.size() << " ids");
         IdBatch batch = batchOf(numbers);

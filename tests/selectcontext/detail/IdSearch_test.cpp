@@ -1,5 +1,5 @@
-// Tests whole-set operations whose items are in the order of their ids, in no order, or in a mixture of both.
-// The operations guess the next place, build a hash and look ahead. None of these may change a result.
+// Tests look-ups in sets whose items are ordered by id, unordered, or partly ordered. Whole-set operations
+// guess the next index entry, make a hash of ids, and prefetch. None of these may change a result.
 #include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>

@@ -29,7 +29,7 @@ std::unique_ptr<DataMap> makeFilledMap() {
     return map;
 }
 
-// Has a map of id(1) to id(20), and a version that follows the map.
+// Has a map of id(1) to id(20), and a MapVersion that follows the map.
 class MapVersionTest : public kvtest::KvTest {
 protected:
     void SetUp() override {
@@ -135,8 +135,8 @@ TEST_F(MapVersionTest, FollowsAnotherMapInstead) {
     EXPECT_FALSE(isCurrent());
 }
 
-// The pool of a new map has the generation that the pool of the first map had, since both maps are filled in
-// the same way.
+// Each new map is filled like the first one, and may have the same address. The version must still tell them
+// apart.
 TEST_F(MapVersionTest, IsBehindForAMapThatWasMadeAfterTheEndOfTheFirst) {
     for (int i = 0; i < 20; ++i) {
         map.reset();

@@ -18,7 +18,8 @@ namespace {
 using kvdetail::RecordPool;
 using Records = std::vector<std::unique_ptr<selected_entity>>;
 
-// The tests of this fixture destroy records in any order. The last records of a pool must free their chunks.
+// The tests destroy records and pools in different orders. SetTest expects that all chunks are freed at the
+// end.
 class RecordPoolTest : public kvtest::SetTest {
 protected:
     static std::unique_ptr<selected_entity> make(RecordPool& pool) {

@@ -10,8 +10,8 @@
 #include <set>
 #include <vector>
 
-// Tests highlight paths that clones share. A path lives while a record refers to it. It is deleted once, in
-// whatever order the sharers act.
+// Tests highlight paths that a set shares with its clones. A path must live while any record refers to it,
+// and must be deleted only once, in whatever order the sets give it up.
 
 namespace {
 
@@ -24,7 +24,8 @@ using kvtest::SegmentArray;
 using kvtest::segmentsAt;
 using Indices = std::vector<std::int64_t>;
 
-// A set of one item with its own data, and the expected indices of its segments.
+// A set of one item. The set has its own data, and shares only paths with other sets. `segments` has the part
+// indices of the segments that the item should have.
 struct Sharer {
     std::unique_ptr<GxapSelectSet> set;
     Indices segments;
@@ -36,8 +37,8 @@ enum class Action { Add, Clear, WriteThroughAt, Clone, ClearSet, Destroy };
 constexpr std::array<Action, 6> kActions = {Action::Add,   Action::Clear,    Action::WriteThroughAt,
                                             Action::Clone, Action::ClearSet, Action::Destroy};
 
-// Has a set, the clone of the set, and the clone of that clone. `segments` of each sharer are the paths to
-// which its set refers.
+// Has three sharers: a set, a clone of the set, and a clone of that clone. Actions change, replace and
+// destroy the three sets.
 class Family {
 public:
     Family() {
@@ -50,8 +51,9 @@ public:
             clone(mSharers[i], mSharers[i - 1]);
     }
 
-    // Performs an action. Does nothing for a set that was destroyed. For a set without an item, the only
-    // possible action is Action::Clone.
+    // Performs an action with the set of one sharer. Action::Clone replaces the set of the next sharer by a
+    // clone of this set. If this set has no item, every other action does nothing. If this set was destroyed,
+    // every action does nothing.
     void act(Action action, std::size_t actor) {
         Sharer& sharer = mSharers[actor];
         if (action == Action::Clone)
@@ -114,7 +116,7 @@ private:
 
 class HighlightPaths : public kvtest::SetTest {
 protected:
-    // Turns the log off. These tests make many paths, and no test reads the events.
+    // Turns off the log, which no test reads. The tests make too many paths for it.
     void SetUp() override {
         SetTest::SetUp();
         kvinmemory::setLogging(false);

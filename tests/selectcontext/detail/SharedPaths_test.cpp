@@ -1,4 +1,4 @@
-// Highlight paths that several records share.
+// Tests highlight paths that several records share.
 #include "tests/selectcontext/support/RecordTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ using kvtest::SegmentArray;
 
 class SharedPaths : public kvtest::SetTest {
 protected:
-    // Makes a set of one record with two segments.
+    // Makes a set with one record, which has two segments.
     void SetUp() override {
         SetTest::SetUp();
         source = std::make_unique<GxapSelectSet>();
@@ -182,7 +182,7 @@ TEST_F(SharedPaths, AreKeptThroughACopyOnWrite) {
 }
 
 TEST_F(SharedPaths, MayBeTheCallersOwnObjects) {
-    // A caller may put its own paths into the list. The library shares and counts these paths, too.
+    // A caller may put its own paths into the list. Records share these paths, too.
     auto* own = new GxDbFullSubentPath;
     kvtest::append(segmentsOf(*source), own);
     auto clone = cloneOf(*source);

@@ -1,4 +1,4 @@
-// Tests sets on different threads that share highlight paths.
+// Tests sets that share highlight paths, each on its own thread.
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 #include "tests/support/Threads.h"
 
@@ -35,7 +35,7 @@ std::int64_t sumOf(const GxapSelectSet& set) {
     return sum;
 }
 
-// A set of one item with three segments, and its clone.
+// A set of one item, which has three segments, and a clone of the set.
 struct SharingPair {
     SharingPair() {
         first = std::make_unique<GxapSelectSet>();

@@ -1,5 +1,5 @@
-// Tests sets whose public fields a caller has changed: index, count, store, pages and slots. The library's
-// caches must not change any result.
+// Tests sets whose fields a caller has changed: index, count, store, pages and slots. The hints that the
+// library keeps must not change any result.
 #include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ class ShortcutsTampering : public kvtest::EditTest {
 protected:
     static constexpr unsigned long kCount = 200;
 
-    // Finds so many ids that the next lookup uses the hash.
+    // Looks up id(first), id(first + 1), ... After so many look-ups, the set has a hash of ids.
     static void lookUpMuch(const GxapSelectSet& set, unsigned long first, unsigned long count) {
         for (unsigned long n = first; n < first + count; ++n)
             static_cast<void>(set.findInMap(id(n)));
@@ -37,8 +37,8 @@ protected:
         lookUpMuch(set, first, kCount);
     }
 
-    // Expects that the set finds every id from 0 to 1000 that the index has, at its first entry, and no other
-    // id.
+    // Looks up id(0) to id(1000). Expects to find the first index entry of each id, and nothing for an id
+    // without an entry.
     static void expectFindsWhatTheIndexHas(const GxapSelectSet& set) {
         const DataMap& map = set.sharedData->dataMap;
         for (unsigned long n = 0; n <= 1000; ++n) {
@@ -94,7 +94,8 @@ TEST_F(ShortcutsTampering, IndexOfTheCallersOwnIsSearched) {
     EXPECT_TRUE(invariants(set));
 }
 
-// Both maps have the same number of entries. So the assigned map keeps its nodes and gives them other ids.
+// The two maps have the same number of entries. So the assignment keeps the nodes of the old map and gives
+// them new ids.
 TEST_F(ShortcutsTampering, IndexAssignedFromAnotherOfItsSize) {
     GxapSelectSet set;
     fillAndLookUp(set);
@@ -110,8 +111,8 @@ TEST_F(ShortcutsTampering, IndexAssignedFromAnotherOfItsSize) {
     expectFindsWhatTheIndexHas(set);
 }
 
-// Each assignment gives the ids other nodes. Sometimes an id keeps its node, but the node is no longer the
-// first one of the id.
+// Each assignment moves ids to other nodes. An id may keep its node, but another entry of that id may then
+// come first.
 TEST_F(ShortcutsTampering, IndexAssignedWithAnIdThatIsThereTwice) {
     GxapSelectSet set;
     fillAndLookUp(set);
@@ -219,7 +220,8 @@ TEST_F(ShortcutsTampering, IndexesSwappedBetweenTwoSets) {
     EXPECT_TRUE(invariants(other));
 }
 
-// The pool of the set `next` may have the address of the pool of the set `gone`.
+// `next` is filled like `gone`. `set` may have made a hash for the entries of `gone`, and must not use that
+// hash for the entries of `next`.
 TEST_F(ShortcutsTampering, IndexesSwappedToAndFroWithSetsThatAreGone) {
     GxapSelectSet set;
     appendIds(set, 1, kCount);
@@ -387,7 +389,7 @@ TEST_F(ShortcutsTampering, StoresSwappedBetweenTwoSets) {
     EXPECT_TRUE(invariants(other));
 }
 
-// Has a set of six pages. SetUp() looks up 2000 items, which are all on the first page.
+// Has a set of six pages. SetUp() looks up 2000 items of the first page.
 class PagesTampering : public ShortcutsTampering {
 protected:
     static constexpr unsigned long kMany = 6ul * kPageSlots;
@@ -414,7 +416,7 @@ protected:
         return p;
     }
 
-    // Makes the test the owner of the page's records.
+    // Leaves the records of the page to the test, which deletes them at the end.
     void keepRecords(const Store::Page& from) {
         for (const Store::Slot* slot = from.slots; slot < from.fillEnd; ++slot) {
             if (!slot->free)
@@ -498,8 +500,8 @@ TEST_F(PagesTampering, SlotsFreedByHandAreCountedOut) {
     EXPECT_TRUE(invariants(*set));
 }
 
-// Moving records within a page leaves the page's count as it is. A bitmap is verified by that count. So
-// positions are right only after updateDataMap(), which drops the bitmaps.
+// Moving a record within a page does not change the count of the page. The library trusts a bitmap that has
+// the same count. So positions may be wrong until updateDataMap() drops the bitmaps.
 TEST_F(PagesTampering, SlotsMovedByHandAreSeenOnceTheIndexIsUpdated) {
     kvtest::takeOutIds(*set, kPageSlots + 1000, 50);
     kvtest::takeOutIds(*set, 3ul * kPageSlots + 500, 700);

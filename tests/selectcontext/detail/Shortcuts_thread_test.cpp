@@ -1,5 +1,5 @@
-// Tests handles on different threads that look up items in shared data. The first lookups build a hash
-// meanwhile. The thread sanitizer reports data races.
+// Looks up items of shared data on several threads, each with its own handle. The first look-ups also make a
+// hash. The thread sanitizer reports data races.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Threads.h"
 

@@ -1,4 +1,4 @@
-// Tests draw() and the resolving of a path when closing an entity throws.
+// Tests draw() and getFilteredNestedFullPath() when closing an entity throws.
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
 
@@ -14,8 +14,8 @@ int gCloses = 0;
 
 } // namespace
 
-// Replaces the platform's function, and leaves the object open. So no test in this file may test which
-// objects are open.
+// Replaces close() of the platform, and leaves the object open. So the tests of this file must not check that
+// objects are closed.
 GxErrorStatus GxDbObject::close() {
     ++gCloses;
     if (gRefuses)
@@ -30,7 +30,7 @@ using kvinmemory::livePaths;
 using kvtest::edit;
 using kvtest::registrations;
 
-// Has a set of one item with a segment and a path of two ids. Closing an entity throws.
+// Has a set of one item. The item has a segment and a nested path of two ids. Closing an entity throws.
 class RefusedClose : public kvtest::SetTest {
 protected:
     void SetUp() override {

@@ -1,5 +1,5 @@
-// Draws while each allocation fails in turn. Nothing leaks, no object stays open, and the items keep their
-// segments.
+// Draws sets while each allocation fails in turn. Nothing leaks, no object stays open, and the items keep
+// their segments.
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 

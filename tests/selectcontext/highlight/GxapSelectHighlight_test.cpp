@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-// Tests the drawing of one entity's paths, of one item, and of a whole set.
+// Tests how the paths of one entity, one item, and a whole set are drawn.
 
 namespace {
 
@@ -31,7 +31,7 @@ using ConstIterator = GxapSelectSet::ConstIterator;
 
 constexpr GxErrorStatus kRefused = static_cast<GxErrorStatus>(7);
 
-// A list of paths to the parts 1, 2, ... The list belongs to a caller.
+// A caller's list of paths to the parts 1, 2, ... of an entity.
 class Paths {
 public:
     explicit Paths(int count) {
@@ -225,7 +225,7 @@ protected:
         DrawingTest::TearDown();
     }
 
-    // Runs the work during the next highlight.
+    // Runs `work` once, at the next highlight.
     static void onFirstHighlight(std::function<void()> work) {
         auto pending = std::make_shared<bool>(true);
         onHighlight([pending, work = std::move(work)](const HighlightCall&) {
@@ -524,8 +524,8 @@ protected:
         DrawingTest::TearDown();
     }
 
-    // Adds an item with segments 1 and 2. Each opening of the item's entity runs `work`, and then makes the
-    // entity.
+    // Adds an item whose segments are 1 and 2. When the entity of the item is opened, `work` runs, and then
+    // the entity is made.
     GxDbObjectId addItem(std::function<void()> work) {
         const GxDbObjectId id = drawing().addNonResident(
             [work = std::move(work)] {

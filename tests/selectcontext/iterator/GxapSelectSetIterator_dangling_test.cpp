@@ -1,5 +1,5 @@
-// Tests iterators on pages, stores and sets that were freed, and where such iterators move. The address
-// sanitizer reports a read of freed memory.
+// Tests iterators whose page, store or set was freed, and where they move. The address sanitizer reports a
+// read of freed memory.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/Thrown.h"
 
@@ -36,8 +36,8 @@ class EndIteratorLeftBehind : public kvtest::SetTest {};
 class IteratorAfterAssignment : public kvtest::SetTest {};
 class IteratorAfterItsSet : public kvtest::SetTest {};
 
-// Ends the registration of the iterator, and keeps its position. An iterator is in this state, too, if it is
-// assigned after the set released its data.
+// Unregisters the iterator, which keeps its position. An iterator that is disabled and then assigned within
+// its set is in the same state.
 void unregister(GxapSelectSet& set, ConstIterator& it) {
     set.removeIterator(&it);
 }
@@ -120,7 +120,7 @@ TEST_F(IteratorOnAReleasedPage, StepsBackToBeforeTheFirstElementOfAnEmptyStore) 
     expectBeforeFirst(prev);
 }
 
-// The iterator cannot move, since there is no first element.
+// The store is empty. So there is no first element to which the iterator could move.
 TEST_F(IteratorOnAReleasedPage, BeforeTheFirstElementOfAnEmptyStoreDoesNotMove) {
     Filled three(3);
     const ConstIterator it = three.set.iteratorAt(2);
@@ -177,8 +177,8 @@ TEST_F(IteratorOnAReleasedPage, RaisesWhenItsRecordIsToBeWritten) {
     EXPECT_TRUE(invariants(two.set));
 }
 
-// A new page may have the address of the freed page. The iterator is then on a slot of the new page, or on no
-// slot.
+// The new page may have the address of the freed page. The library still knows that the page of the iterator
+// was freed. The first step moves the iterator to the end.
 TEST_F(IteratorOnAReleasedPage, WalksToTheEndAfterNewPagesHaveCome) {
     Filled three(3);
     const ConstIterator it = three.set.iteratorAt(1);
@@ -233,7 +233,7 @@ TEST_F(IteratorOnAReleasedPage, IsSafeAfterSetUnique) {
     EXPECT_TRUE(invariants(full.set));
 }
 
-// --- cleared in place
+// --- clear
 
 TEST_F(IteratorAfterClear, OfPrivateDataIsStillRegisteredButUnreadable) {
     Filled three(3);
@@ -310,7 +310,7 @@ TEST_F(IteratorAfterClear, OfAnOperandOfMergeOrMinusIsUnreadable) {
     }
 }
 
-// --- unregistered positions, whose data is released
+// --- unregistered iterators after their data was released
 
 TEST_F(IteratorWithoutItsStore, IsDoneWhileTheSetHasNoData) {
     Filled three(3);
@@ -414,7 +414,7 @@ TEST_F(IteratorWithoutItsStore, RaisesWhenItsRecordIsToBeRemoved) {
     EXPECT_TRUE(invariants(three.set));
 }
 
-// --- valid iterators, while other pages are freed
+// --- iterators whose page stays while other pages are freed
 
 TEST_F(IteratorBesideReleasedPages, StaysGoodWhenAnotherPageGoes) {
     Filled two(kPageSlots + 2);
@@ -470,7 +470,7 @@ TEST_F(IteratorBesideReleasedPages, WithoutAPageInFrontStepsBackToBeforeTheFirst
     expectBeforeFirst(prev);
 }
 
-// --- ends
+// --- end iterators
 
 TEST_F(EndIteratorLeftBehind, ByAnAppendIsUnreadable) {
     Filled three(3);

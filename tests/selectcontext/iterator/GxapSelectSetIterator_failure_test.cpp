@@ -29,7 +29,7 @@ class IteratorFailure : public kvtest::SetTest {};
 class FactoryFailure : public kvtest::SetTest {};
 class AccessorFactoryFailure : public kvtest::SetTest {};
 
-// Has a set with as many iterators as the set's registry has room for.
+// Has a set whose registry of iterators is full.
 class FullRegistry : public Filled {
 public:
     explicit FullRegistry(unsigned long count) : Filled(count) {
@@ -106,7 +106,7 @@ TEST_F(IteratorFailure, OfAConstructionThatIsDisabledCannotHappen) {
         kvtest::Expect::None);
 }
 
-// Expects, after a failed assignment, that both sets are sound, and that an iterator with a position is
+// Expects the state after a failed assignment: both sets are sound, and an iterator with a position is
 // registered with its set.
 void expectSound(const ConstIterator& it, const GxapSelectSet& from, const GxapSelectSet& to) {
     EXPECT_TRUE(invariants(from));
@@ -252,7 +252,7 @@ TEST_F(FactoryFailure, LeavesASetWithoutDataWithoutItOrWithAWholeOne) {
     expectFactorySurvivesWithoutData([](GxapSelectSet& set) { return edit(set).findItr(id(9)); });
 }
 
-// A failure of the iterator may come after the data was copied. Expects that both sets still have their
+// Making the iterator may fail after the shared data was copied. Expects that both sets still have their
 // items.
 template <class Factory>
 void expectAccessorFactorySurvives(Factory factory) {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-// Tests which picks are nested, and reads, filters and replaces their paths.
+// Tests which picks are nested, and how their paths are read, filtered and replaced.
 
 namespace {
 
@@ -244,7 +244,7 @@ TEST_F(FullSubentPath, LeavesTheRecordAndSharedDataAlone) {
     EXPECT_EQ(numbersOf(picked.set.begin().nestedEntFullPath()), Numbers({1, 2, 3}));
 }
 
-// A fixture for paths through the entities A, B and C of a drawing.
+// Has a drawing with the entities A, B and C.
 class FilteredPath : public kvtest::DrawingTest {
 protected:
     void SetUp() override {
@@ -254,7 +254,7 @@ protected:
         c = drawing().addEntity("C");
     }
 
-    // Returns the names of a vector's ids.
+    // Returns the names of the objects with these ids.
     Lines namesOf(const Ids& ids) {
         Lines names;
         for (int i = 0; i < ids.logicalLength(); ++i)
@@ -262,7 +262,8 @@ protected:
         return names;
     }
 
-    // Returns the ids of a path that pass the filter. Expects that the filter returns true.
+    // Returns the names of the ids that getFilteredNestedFullPath() keeps from this path. Expects that it
+    // returns true.
     Lines filtered(std::initializer_list<AnyId> path) {
         const Picked picked(a, path);
         Ids ids;
@@ -424,7 +425,8 @@ TEST_F(FilteredPath, WithoutAPositionLeavesTheIds) {
     EXPECT_TRUE(calls().empty());
 }
 
-// Opening an entity may run code of the application. That code may replace the path.
+// Opening an entity may run code of the application, which may replace the path. The result is that of the
+// old path.
 TEST_F(FilteredPath, IsThatOfTheStartWhenThePathIsReplacedMeanwhile) {
     std::function<void()> whenOpened;
     const GxDbObjectId made = drawing().addNonResident(
@@ -455,7 +457,7 @@ TEST_F(SetNestedPath, FreesTheOldStorageThatNobodyElseHas) {
     const Ids path = idVector({3ul, 4ul});
     const long blocks = kvinmemory::liveBlocks();
     edit(picked.set).begin().setNestedEntFullPath(path);
-    EXPECT_EQ(kvinmemory::liveBlocks(), blocks - 2); // the vector's block and its elements
+    EXPECT_EQ(kvinmemory::liveBlocks(), blocks - 2); // the block of the old path, and its elements
 }
 
 TEST_F(SetNestedPath, LeavesTheOldStorageToItsOtherOwners) {

@@ -1,5 +1,5 @@
 // Edits highlight segments while each allocation fails in turn. Nothing leaks. An edit that throws changes
-// nothing, and an edit that returns is complete. Clearing the segments needs no memory.
+// nothing. Clearing the segments needs no memory.
 #include "tests/selectcontext/support/DrawingTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
@@ -23,7 +23,7 @@ using Iterator = GxapSelectSet::Iterator;
 
 class FailingSegment : public kvtest::SetTest {
 protected:
-    // Adds segment 9 to an item with the segments `before`, while each allocation fails in turn.
+    // Adds the segment 9 to an item that has the segments `before`, while each allocation fails in turn.
     static void addInTurn(const Indices& before) {
         forEachAllocationFailure([&](FailurePoint& point) {
             Filled filled(1);

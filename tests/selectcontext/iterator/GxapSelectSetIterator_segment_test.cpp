@@ -313,7 +313,7 @@ TEST_F(ClearingSegments, LeavesTheStorageToAnotherOwner) {
 
 class SegmentWithoutItem : public kvtest::SetTest {
 protected:
-    // Expects that setHighlightSegment() changes nothing, neither with a path nor with null.
+    // Expects that setHighlightSegment() does nothing, whether it gets a path or null.
     static void expectNothingFrom(Iterator& it, const GxapSelectSet& set, const Indices& segments) {
         const GxDbFullSubentPath path = subentPath({1});
         const long paths = livePaths();
@@ -334,7 +334,8 @@ TEST_F(SegmentWithoutItem, IsIgnoredAtTheEnd) {
     expectNothingFrom(it, filled.set, {1});
 }
 
-// Only it.index decides, even if the iterator's position is on an item.
+// setHighlightSegment() compares it.index with the count. It does nothing here, even though the iterator has
+// a record.
 TEST_F(SegmentWithoutItem, IsIgnoredWhenTheIndexIsNotBelowTheCount) {
     Filled filled(1);
     addSegments(filled.set, 0, {1});
@@ -361,7 +362,7 @@ TEST_F(SegmentWithoutItem, IsIgnoredAtANegativePosition) {
     expectNothingFrom(it, filled.set, {1});
 }
 
-// The library compares index and count as signed numbers. So a negative index is below every count.
+// Index and count are compared as signed numbers. So a negative index is below every count.
 TEST_F(SegmentWithoutItem, IsAddedAtANegativeIndexThatStandsOnAnItem) {
     Filled filled(1);
     Iterator it = edit(filled.set).begin();

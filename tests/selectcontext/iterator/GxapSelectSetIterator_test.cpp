@@ -619,7 +619,7 @@ TEST_F(ConstIteratorAssignment, FreesThePositionItHadBefore) {
     EXPECT_EQ(kvtest::liveNewBlocks(), before);
 }
 
-// --- end of an iterator's life
+// --- destruction
 
 TEST_F(ConstIteratorEnd, UnregistersOnlyItself) {
     Filled three(3);
@@ -910,8 +910,8 @@ TEST_F(ConstIteratorStep, FromAFreedSlotReachesTheNextRecord) {
     EXPECT_EQ(at(it), 2u);
 }
 
-// The position counts the occupied slots of the page up to the iterator's own slot. The position stays the
-// same when some of these slots are freed. Then it is too high.
+// `position` is the number of occupied slots of the page up to the slot of the iterator. When the first two
+// slots are freed, `position` stays the same. It is then too high.
 TEST_F(ConstIteratorStep, WithAStalePositionEndsItsPageEarly) {
     Filled five(5);
     const ConstIterator it = five.set.iteratorAt(2);
@@ -1003,8 +1003,8 @@ TEST_F(ConstIteratorStepBack, FromTheEndGivesTheLastRecord) {
     EXPECT_EQ(prev.truckerIterator->slot, three.slot(2));
 }
 
-// The position of the end is the number of live records of the last page. A step back from the end gives one
-// less. A lookup by index gives the last item the full number as position.
+// The end has as `position` the number of items of the last page, here 3. The step back makes it 2, although
+// iteratorAt(2) gives the same item the `position` 3.
 TEST_F(ConstIteratorStepBack, FromTheEndCountsThePositionDownFromTheLiveCount) {
     Filled three(3);
     ConstIterator prev(nullptr, 0);
@@ -1118,8 +1118,8 @@ TEST_F(ConstIteratorStepBack, BeforeTheFirstElementStaysThereWithALowerIndex) {
     EXPECT_EQ(prev.truckerIterator->position, kBeforeFirst);
 }
 
-// A step from before the first element gives position 0 if the first slot of the page is occupied. A lookup
-// by index would give position 1.
+// The step moves the iterator from before the first element to the first slot, with `position` 0.
+// iteratorAt(0) gives the same slot the `position` 1.
 TEST_F(ConstIteratorStepBack, BeforeTheFirstElementStepsOntoAnOccupiedFirstSlotWithPositionZero) {
     Filled two(2);
     const ConstIterator it = two.set.iteratorAt(1);

@@ -1,4 +1,4 @@
-// Makes the handle of the list, and the manager of the list, while each allocation fails in turn. Nothing
+// Makes handles, and the process-wide handle of the manager, while each allocation fails in turn. Nothing
 // leaks.
 #include "tests/selectcontext/support/SetTestSupport.h"
 #include "tests/support/AllocationFailure.h"

@@ -14,7 +14,8 @@ using Handle = GxapSSListSmartPtr;
 
 class ListHandle : public kvtest::SetTest {
 protected:
-    // Adds a set to the list. If the list is not destroyed, the memory of the set is left after the test.
+    // Adds a set to the list of the handle. The set lives as long as the list. So tests look at the set to
+    // see whether the list was destroyed.
     static const GxapSelectSet* addSet(const Handle& handle) {
         Name name;
         return handle.list->newSelectSet(name);
@@ -152,7 +153,7 @@ TEST_F(ListHandle, WithoutAListFreesTheCountAndCountsNoCopy) {
         Handle copy(handle);
         EXPECT_EQ(copy.refCount, handle.refCount);
         EXPECT_EQ(*handle.refCount, 1);
-        copy.refCount = nullptr; // `copy` was not counted, so its destructor must find no count
+        copy.refCount = nullptr; // `copy` was not counted, so its destructor must not lower the count
     }
     handle.release();
     EXPECT_EQ(handle.refCount, nullptr);

@@ -1,4 +1,4 @@
-// Tests the manager of the process's list of named sets.
+// Tests the manager of the process-wide list of named sets.
 #include "platform/inmemory/InMemoryOsBase.h"
 #include "tests/selectcontext/list/Name.h"
 #include "tests/selectcontext/support/SetTestSupport.h"

@@ -1,5 +1,5 @@
-// Tests named sets on a platform whose gxdbInitGdsNameKey() throws. That function completes the two-word name
-// of a set.
+// Tests named sets on a platform whose gxdbInitGdsNameKey() throws. This function sets word 1 of the name of
+// a set.
 
 #include "tests/selectcontext/support/SetTestSupport.h"
 

@@ -254,7 +254,7 @@ TEST_F(DeleteNamedSet, RemovesTheFirstOfEqualEntriesAlone) {
     list.sets.push_front(twice);
     list.delSelectSet(a);
     EXPECT_EQ(list.sets, Sets({other, twice}));
-    list.sets.pop_back(); // delSelectSet() destroyed the set `twice`
+    list.sets.pop_back(); // this entry is left, but delSelectSet() has destroyed its set
 }
 
 TEST_F(DeleteNamedSet, DisablesItsIterators) {
@@ -285,7 +285,7 @@ TEST_F(DestroyedList, DestroysItsSets) {
     EXPECT_EQ(sinceThen.liveNew(), 0);
 }
 
-// Each set has one path. The order in which the paths are destroyed shows the order in which the sets are.
+// Each set has one path. The log shows the order in which the paths, and so the sets, are destroyed.
 TEST_F(DestroyedList, DestroysFromTheFrontToTheBack) {
     std::vector<const GxDbFullSubentPath*> expected;
     auto list = std::make_unique<GxapSelectSetList>();

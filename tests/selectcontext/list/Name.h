@@ -3,7 +3,7 @@
 
 namespace kvtest {
 
-// A name. At first, its two words name no set.
+// At first, the two words name no set.
 struct Name {
     long words[2] = {-7, -8};
 

@@ -30,8 +30,8 @@ bool intersected(const SetOf& s, const SetOf& other) {
     return s.set.intersectedWith(&other.set);
 }
 
-// Replaces the record in a slot by an unreadable one. Reading the unreadable record ends the program. The
-// destructor restores the record.
+// Replaces the record in a slot by memory that must not be read: reading it ends the program. The destructor
+// puts the record back.
 class UnreadableRecord {
 public:
     UnreadableRecord(const SetOf& s, std::size_t position)
@@ -159,7 +159,7 @@ TEST_F(IntersectedWith, AnItemOfALaterPage) {
     EXPECT_FALSE(intersected(last, many));
 }
 
-// --- when two items are the same
+// --- which items are equal
 
 class SameItem : public kvtest::EditTest {
 protected:
@@ -279,7 +279,8 @@ TEST_F(Comparison, PassesOverNullRecords) {
     EXPECT_FALSE(intersected(other, s));
 }
 
-// A comparison walks over the store of one set, and looks the items up in the index of the other set.
+// a.contains(&b) walks over the store of b, and looks the items up in the index of a. The index of `s` lacks
+// the entry of {1, 3}.
 TEST_F(Comparison, FindsWhatTheIndexHasLostOnTheWalkedSideOnly) {
     SetOf s{{1, 2}, {1, 3}, {2}};
     edit(s.set).remove(id(1), id(2));

@@ -33,8 +33,7 @@ TEST_F(LookupFailure, HasNoPlaceInReadingByPositionAndComparing) {
         Expect::None);
 }
 
-// Comparing many items builds a hash if there is memory for the hash. Without the hash, the result is the
-// same.
+// Comparing many items makes a hash if there is memory for it. The result is the same without the hash.
 TEST_F(LookupFailure, LeavesComparingManyItemsSlow) {
     const Items held = kvtest::plainItems(1, 300);
     const Items backwards(held.rbegin(), held.rend());

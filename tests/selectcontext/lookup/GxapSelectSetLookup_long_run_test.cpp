@@ -34,7 +34,7 @@ using DataMap = SSetData::DataMap;
 
 class LongRunLookup : public kvtest::EditTest {
 protected:
-    LongRunLookup() { kvtest::runKinds(); } // allocates storage that stays to the end of the process
+    LongRunLookup() { kvtest::runKinds(); } // the first call allocates memory and keeps it
 
     static DataMap& mapOf(GxapSelectSet& set) { return set.sharedData->dataMap; }
 
@@ -56,7 +56,7 @@ protected:
             kvtest::makeTwins();
     }
 
-    // Returns items to look up: items that are in the set, and some items whose keys no item of the set has.
+    // Returns random items to look up. Some of them have keys that no item of the set has.
     static Items wanted(std::size_t count, unsigned seed) {
         RunItems drawn(GetParam(), seed);
         Items items = drawn.next(count);
@@ -78,7 +78,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(, LongRunLookupByKind, ::testing::ValuesIn(kvtest::runKinds()), kvtest::nameOfKind);
 
-// ---- every form
+// ---- every form of look-up
 
 TEST_P(LongRunLookupByKind, EveryFormFindsWhatAWalkFinds) {
     const SetOf s(between(RunItems(GetParam(), 1).next(400)), Unique::kOff);
@@ -134,7 +134,7 @@ TEST_F(LongRunLookup, PositionsAndIteratorsAreThoseOfTheItems) {
     EXPECT_TRUE(s.set.findItr(id(kRunMain), id(201), 0).isDone());
 }
 
-// ---- the rules of comparing
+// ---- which items match the keys
 
 TEST_F(LongRunLookup, FirstOfEqualItemsIsFoundUntilItIsRemoved) {
     Items run = plainRun(200);
@@ -318,7 +318,7 @@ TEST_F(LongRunLookup, RunWithoutAnyRecordIsWalked) {
     EXPECT_EQ(s.set.find(id(kRunMain), id(5), 0), 100);
 }
 
-// ---- an index that a caller changes
+// ---- an id index that a caller changes
 
 TEST_F(LongRunLookup, EntryErasedByHandIsNotFound) {
     SetOf s(between(plainRun(200)));
@@ -436,7 +436,7 @@ protected:
         return kvtest::idComparisons();
     }
 
-    // The most id comparisons that find the first entry of a main id without a hash of ids.
+    // Limit on the id comparisons that find the first entry of a main id, if there is no hash of ids.
     static constexpr long kSearchOfMain = 40;
 
 private:
@@ -495,7 +495,7 @@ TEST_F(LongRunLookupCost, IsOfNoMemoryOnceTheRunIsIndexed) {
     EXPECT_EQ(allocations.mallocCalls(), 0);
 }
 
-// ---- changes by the library and by callers that an index has to notice
+// ---- changes that the run index has to notice
 
 TEST_F(LongRunLookup, PathGivenThroughAnIteratorIsFound) {
     SetOf s(between(plainRun(200)));
@@ -515,9 +515,9 @@ TEST_F(LongRunLookup, ItemIsRefusedThatHasThePathGivenThroughAnIterator) {
     EXPECT_EQ(kvtest::count(s.set), 204u);
 }
 
-// The run index hashes an entry by the keys of the record at its address when the entry was added. A look-up
-// compares the keys of the record at its present address. So it finds neither of two entries whose addresses
-// were swapped, until updateDataMap() is called.
+// The test swaps the addresses of two entries. Each entry is still hashed by the keys of its old record, but
+// now leads to a record with other keys. A look-up compares the keys and finds neither item. updateDataMap()
+// makes a new hash.
 TEST_F(LongRunLookup, EntriesThatChangedPlacesByHandLeadToNoItemWithOtherKeys) {
     SetOf s(between(plainRun(200)));
     indexRun(s.set);

@@ -26,7 +26,7 @@ class GetLast : public kvtest::EditTest {};
 constexpr int kMinInt = std::numeric_limits<int>::min();
 constexpr int kMaxInt = std::numeric_limits<int>::max();
 
-// Two ids, which a failed call must not change.
+// Two ids. Tests check that a failed call does not change them.
 struct Ids {
     GxDbObjectId main = id(77);
     GxDbObjectId sub = id(78);
@@ -186,7 +186,7 @@ TEST_F(GetIdsAt, AnswersFalseWhereThereIsNoStoreOrNoPage) {
     EXPECT_TRUE(ids.untouched());
 }
 
-// getAt() compares the index with the number of records in the store, not with the set's count.
+// getAt() compares the index with the number of records in the store, and ignores `entityCount`.
 TEST_F(GetIdsAt, IsBoundedByTheStore) {
     SetOf s{{1}, {2}, {3}};
     Ids ids;

@@ -13,8 +13,9 @@ using kvtest::idVector;
 
 constexpr long kItems = 100;
 
-// Has a set of items with main id 1, sub id 2, markers from 1 on, and the nested path {1}. The constructor
-// also makes a look-up that compares all items and finds none.
+// Has a set of items that differ only in their markers: main id 1, sub id 2, nested path {1}, and markers
+// from 1 on. The constructor looks for an absent item. That look-up passes all items, and makes a hash of
+// them.
 class ManyItems {
 public:
     ManyItems() {
@@ -37,7 +38,7 @@ TEST_F(LongRun, FindsAnItemByThePathThatAnIteratorHasSet) {
     EXPECT_EQ(run.set.find(id(1), id(2), 81, &run.path), -1);
 }
 
-// id(7) becomes equal to id(5). The order of id(3) and id(5), which the items have, stays the same.
+// id(7) is made equal to id(5) after the items were hashed. No item has id(7).
 TEST_F(LongRun, FindsASubIdByAnIdThatIsMadeEqualToItLater) {
     GxapSelectSet set;
     for (long marker = 1; marker <= kItems; ++marker)

@@ -33,8 +33,8 @@ constexpr const wchar_t* kMisuse =
 
 class Lookup : public kvtest::SetTest {
 protected:
-    // The first trace of a thread allocates storage that stays allocated. So the constructor makes a trace
-    // before a test counts allocations.
+    // The first trace of a thread allocates memory and keeps it. The constructor makes a trace, so that this
+    // happens before a test counts allocations.
     Lookup() { SCOPED_TRACE("making the storage of traces"); }
 };
 class MarkerEquality : public ::testing::Test {};
@@ -45,7 +45,7 @@ std::unique_ptr<GxapSelectedEntInfo> infoWith(const GxGeMatrix3d& matrix) {
     return info;
 }
 
-// Returns an info with a fence result and without a matrix.
+// Returns an info that has a fence result, but no matrix.
 std::unique_ptr<GxapSelectedEntInfo> infoWithoutMatrix() {
     auto info = std::make_unique<GxapSelectedEntInfo>();
     info->setSelFenceResultInfo(fence(1, 0.5));
@@ -61,7 +61,6 @@ const selected_entity* recordOf(const GxapSelectSet& set, Position position) {
     return isEnd(set, position) ? nullptr : kvtest::slotOf(position)->value;
 }
 
-// The keys of a lookup.
 struct Keys {
     GxDbObjectId mainId = id(1);
     GxDbObjectId subId = id(11);
@@ -69,7 +68,7 @@ struct Keys {
     Path path = idVector({1, 2});
 };
 
-// Returns every form of findInMap() as a function that looks up the same item.
+// Returns one function for each form of findInMap(). Every function looks up the item with these keys.
 std::vector<std::function<Position()>> everyFindInMap(const GxapSelectSet& set, const Keys& keys) {
     return {[&] { return set.findInMap(keys.mainId); },
             [&] { return set.findInMap(keys.mainId, keys.subId); },
@@ -101,8 +100,8 @@ selected_entity& addItem(GxapSelectSet& set, const Keys& keys) {
     return record;
 }
 
-// Has a set of five items. The item with the keys `wanted` is at position 2. Each other item differs from it
-// in one key.
+// Has a set of five items. The item at position 2 has the keys `wanted`. Each other item differs from that
+// item in one key.
 struct Neighbourhood {
     Neighbourhood() {
         Keys other = wanted;
@@ -499,7 +498,7 @@ TEST_F(Lookup, NullPathLeavesTheInfoUnread) {
     EXPECT_FALSE(isEnd(set, set.findInMap(id(1), id(11), 7L, nullptr, nowhere)));
 }
 
-// ---- the matrix test
+// ---- block transforms as keys
 
 TEST_F(Lookup, ItemWithoutInfoPassesOnlyWhereNoMatrixIsWanted) {
     GxapSelectSet set;

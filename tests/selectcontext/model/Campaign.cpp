@@ -21,15 +21,16 @@ namespace kvmodel {
 
 namespace {
 
-constexpr int kTrackedEpisodes = 16;    // one of this many episodes tracks its _kvMalloc blocks
-constexpr unsigned kReplaySeconds = 20; // a replay that takes longer has failed
+constexpr int kTrackedEpisodes = 16;    // one episode in so many tracks the blocks of _kvMalloc
+constexpr unsigned kReplaySeconds = 20; // a replay that takes longer counts as failed
 constexpr unsigned kCampaignSeconds = 540;
 constexpr auto kShrinkTime = std::chrono::seconds(60);
 constexpr int kFailed = 1;
 
 using Operations = std::vector<Operation>;
 
-// A report in memory that the child shares with its parent. It survives a crash of the child.
+// What the child process reports. The report is in memory that the child shares with its parent, so it
+// survives a crash of the child.
 struct Report {
     long episode;
     int operation;
@@ -70,8 +71,8 @@ bool tracksMemory(long episode) {
     return episode % kTrackedEpisodes == 0;
 }
 
-// Runs the work in a child process. Returns true if the work failed: a mismatch, an exception, a crash or a
-// timeout.
+// Runs the work in a child process. Returns whether the work failed: by a mismatch, an exception, a crash or
+// a timeout.
 bool failsInChild(const SharedReport& report, unsigned seconds, bool isQuiet,
                   const std::function<void()>& work) {
     report->message[0] = '\0';
@@ -118,8 +119,9 @@ bool operationsFail(const SharedReport& report, const Profile& profile, const Op
     });
 }
 
-// Removes sequences of operations, as long as the remaining operations still fail. The length of the
-// sequences shrinks from half of the operations to one.
+// Returns `failing` without operations that the failure does not need. Tries to leave out one sequence of
+// operations after the other: first sequences of half the length of `failing`, then shorter ones, and at last
+// single operations. Ends when the time is up.
 Operations shrunk(const SharedReport& report, const Profile& profile, Operations failing, bool tracked) {
     const auto end = std::chrono::steady_clock::now() + kShrinkTime;
     bool shrinks = true;

@@ -33,7 +33,7 @@ inline void expectSame(const void* actual, const void* model, const char* what) 
     expectEqual(actual, model, what);
 }
 
-// Stores `actual`, an address of the library, in `known` at the first call. Later calls compare `actual` with
+// The first call stores `actual`, an address of the library, in `known`. Later calls expect that `actual` is
 // the stored address.
 template <class T>
 void bind(T actual, T& known, const char* what) {

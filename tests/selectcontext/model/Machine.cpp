@@ -37,7 +37,7 @@ Outcome outcomeOf(KvException* thrown) {
     return isMisuse ? kMisuse : kOtherError;
 }
 
-// Calls the library. Lets the tracker note the records that the call makes.
+// Calls the library, while the tracker records new records.
 template <class Call>
 auto watched(const Call& call) {
     const RecordTracker::Recording recording(RecordTracker::current(), true);
@@ -100,8 +100,7 @@ private:
     std::vector<int> mAsked;
 };
 
-// Returns the path copies that still exist. Finds these copies in the log of the database from entry `from`
-// on.
+// Returns the path copies that were logged from entry `from` on and still exist.
 std::vector<const GxDbFullSubentPath*> pathsLeft(std::size_t from) {
     std::vector<const GxDbFullSubentPath*> left;
     const auto events = kvinmemory::databaseEvents();
@@ -317,7 +316,8 @@ void Machine::makeSet(int s, int mode, int source) {
 void Machine::construct(const Operation& o) {
     const int s = o[0];
     const auto at = static_cast<std::size_t>(s);
-    // Cursors of the set that are not registered with it must be destroyed before the set.
+    // The destructor of a set disables only the registered cursors. So the other cursors of the set must be
+    // destroyed first.
     for (int c = 0; c < kCursorCount; ++c) {
         const auto& registry = modelSet(s).registry;
         const bool isRegistered =
@@ -449,7 +449,7 @@ void Machine::select(const Operation& o) {
         kvtest::freeInfo(info); // select() refuses a null id, and leaves the info to its caller
 }
 
-// The arguments of select() are parts of a record. The record may be in the set that select() changes.
+// Passes parts of a record to select(). The record may be in the set that select() changes.
 void Machine::selectKeysOf(const Operation& o) {
     const int at = positionOf(o[2], countOf(o[1]));
     const RecordPtr model = mModel.getAt(modelSet(o[1]), at);
@@ -502,8 +502,8 @@ void Machine::addToRun(int s, int main, int sub, long marker, int info, int path
         kvtest::freeInfo(made);
 }
 
-// Adds many items. `pattern` says how many different sub ids, markers, paths and infos the items have. If
-// `areMany` is true, the items have all main ids by turns.
+// Adds many items. `pattern` says how many different sub ids, markers, paths and infos these items have. If
+// `areMany` is true, all main ids of runs take turns. Otherwise all items have the same main id.
 void Machine::fillRun(const Operation& o) {
     const int pattern = o[4];
     constexpr int kSubCounts[] = {1, 5, 37};
@@ -526,8 +526,8 @@ void Machine::fillRun(const Operation& o) {
     }
 }
 
-// Selects an item while an allocation fails. The allocation may be one for an index. If the item cannot be
-// added, the set must not have changed.
+// Selects an item while an allocation fails. If only a hash cannot be made, the item is added all the same.
+// If the item is not added, the set must not have changed.
 void Machine::selectWithoutMemory(const Operation& o) {
     Set& model = modelSet(o[0]);
     if (!model.data || model.data.use_count() > 1)
@@ -560,7 +560,7 @@ void Machine::noteUsed(int main, int sub, int path) {
         mIsUsed[static_cast<std::size_t>((*ids)[i])] = true;
 }
 
-// Returns whether no item has had `id` or an id that is equal to `id`.
+// Returns true if no item has ever had `id`, or another id that equals `id`.
 bool Machine::isMovable(int id) const {
     for (std::size_t other = 0; other < mIsUsed.size(); ++other) {
         if (mIsUsed[other] && mWorld.rules().same(static_cast<int>(other), id))
@@ -569,8 +569,8 @@ bool Machine::isMovable(int id) const {
     return true;
 }
 
-// Makes two ids equal, if no item has had the higher id. The higher id moves to a lower place in the order of
-// ids.
+// Makes two ids equal. The higher id then moves to the place of the lower one in the order of ids. The
+// function does nothing if an item has had the higher id: the order of the index would be wrong.
 void Machine::uniteIds(const Operation& o) {
     const IdRules& rules = mWorld.rules();
     const int higher = rules.rank(o[0]) > rules.rank(o[1]) ? o[0] : o[1];
@@ -599,7 +599,7 @@ void Machine::removeMarker(const Operation& o) {
         [&] { return long{mModel.remove(modelSet(o[0]), o[1], o[2], o[3])}; });
 }
 
-// The arguments of remove() are parts of a record. The record may be in the set that remove() changes.
+// Passes parts of a record to remove(). The record may be in the set that remove() changes.
 void Machine::removeKeysOf(const Operation& o) {
     const int at = positionOf(o[2], countOf(o[1]));
     const RecordPtr model = mModel.getAt(modelSet(o[1]), at);
@@ -1065,8 +1065,8 @@ void Machine::lookUp(const Operation& o) {
         expectSame(isGsMarkEqual(o[3], other), sameMarker(o[3], other), "isGsMarkEqual");
 }
 
-// Looks items up while allocations fail. A look-up succeeds without memory. It makes an index only if there
-// is memory.
+// Looks items up while allocations fail. A look-up must give the right result even if there is no memory for
+// a hash.
 void Machine::lookUpWithoutMemory(const Operation& o) {
     const GxapSelectSet& in = set(o[0]);
     const GxDbObjectId& main = mWorld.id(o[1]);
@@ -1246,8 +1246,8 @@ void Machine::toggleSubselection(const Operation& o) {
         });
 }
 
-// If the call makes a new item, no record refers to the copy of the path. Only the log of the database has
-// the address of the copy.
+// If the call makes a new item, nobody owns the copy of the path. Its address is only in the log of the
+// database. The test deletes the copy.
 void Machine::appendSubselection(const Operation& o) {
     noteUsed(mWorld.entityOf(mWorld.modelSubentPath(o[1])).value_or(0), 0);
     mRecordsChanged = true;
@@ -1285,7 +1285,7 @@ void Machine::removeSubselectionAt(const Operation& o) {
 }
 
 void Machine::findSubselection(const Operation& o) {
-    mRecordsChanged = true; // reading may make a list of paths private
+    mRecordsChanged = true; // the call may make a list of paths private
     both(
         "findSubentPathSubsel",
         [&]() -> long { return set(o[0]).findSubentPathSubsel(mWorld.id(o[1]), mWorld.subentPath(o[2])); },
@@ -1373,7 +1373,8 @@ void Machine::replaceRecord(const Operation& o) {
         updateDataMap(o);
 }
 
-// Erases the index entry of an item, or moves the entry behind the other entries of its id.
+// Erases the index entry of an item, or moves the entry behind the other entries of the same id. Then looks
+// the item up, before and after adding another item of the id.
 void Machine::editIndex(const Operation& o) {
     Set& model = modelSet(o[0]);
     const int at = positionOf(o[1], countOf(o[0]));

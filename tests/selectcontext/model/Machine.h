@@ -40,7 +40,7 @@ private:
     KV_MODEL_OPERATIONS(KV_MODEL_METHOD)
 #undef KV_MODEL_METHOD
 
-    // ---- What an argument means for the library and for the model
+    // ---- The sets and cursors that an argument stands for
     GxapSelectSet& set(int s) const {
         return *mSets[static_cast<std::size_t>(s)];
     }
@@ -136,19 +136,19 @@ private:
     std::array<std::unique_ptr<ConstIterator>, kConstCount> mConst;
     std::array<std::unique_ptr<Iterator>, kConstCount> mWritable;
 
-    std::vector<std::pair<const void*, RecordPtr>> mReturned; // returned by both sides
-    std::vector<selected_entity*> mNewRecords;                // made in this step, sorted by address
-    std::vector<selected_entity*> mNewInSets;                 // those of mNewRecords that are in sets
-    std::vector<bool> mIsUsed;                                // by id: whether an item may have had the id
+    std::vector<std::pair<const void*, RecordPtr>> mReturned; // returned in this step by library and model
+    std::vector<selected_entity*> mNewRecords; // made by the library in this step, sorted by address
+    std::vector<selected_entity*> mNewInSets;  // those of mNewRecords that are in sets
+    std::vector<bool> mIsUsed;                 // for each id: whether an item may have had it
     int mStep = 0;
-    bool mRecordsChanged = false; // true if a step changed records other than by adding or removing
-    long mEmptyVectors = 0;       // counted while comparing
-    long mOtherEmptyVectors;      // empty vectors that are not compared
+    bool mRecordsChanged = false; // this step changed records, not only added or removed them
+    long mEmptyVectors = 0;       // number of empty vectors that compare() has seen
+    long mOtherEmptyVectors;      // owners of the empty block before the sets were made
     long mOtherPaths;
 };
 
 // Runs operations on new sets, and checks that nothing is left afterwards. Calls progress(i) before operation
-// number i. Throws a Mismatch.
+// i. Throws Mismatch if library and model differ.
 void runOperations(const Profile& profile, const std::vector<Operation>& operations, bool tracksMemory,
                    const std::function<void(int)>& progress);
 

@@ -14,12 +14,12 @@ namespace {
 
 using ActualStore = GxapSelectSet::SSetData::Store;
 
-constexpr int kFullEvery = 24; // number of steps between full comparisons of large sets
+constexpr int kFullEvery = 24; // steps between full comparisons, unless sets are small
 
 } // namespace
 
 void Machine::compare() {
-    deleteOrphanedLists(); // the lists of destroyed records still share blocks
+    deleteOrphanedLists(); // otherwise these lists would count as owners of blocks
     mEmptyVectors = 0;
     const bool isSmall = mProfile.shape == Shape::kSmall;
     const bool full = isSmall || mRecordsChanged || mStep % kFullEvery == 0;
@@ -57,8 +57,9 @@ void Machine::compare() {
 
 // ---- Records that were removed
 
-// Finds the library's records for removed records of the model that have no address yet. An operation that
-// copies a record and removes the copy leaves such a record. That copy is in no set.
+// Some removed records of the model do not know the address of their record in the library yet: the operation
+// has both made and removed them. Finds the addresses of these records among the new records that are in no
+// set.
 void Machine::bindLeftBehind() {
     const auto isUnknown = [](const RecordPtr& model) { return !model->actual; };
     if (std::none_of(mModel.removed.begin(), mModel.removed.end(), isUnknown))
@@ -80,7 +81,7 @@ void Machine::bindLeftBehind() {
 }
 
 bool Machine::couldBe(const selected_entity& actual, const Record& model) const {
-    // If the operation itself makes a block, the model does not know the block's address yet.
+    // If the operation has made the block, the model does not know the address of the block yet.
     const auto onBlock = [](const KvVectorBlock* block, const auto& vector) {
         if (vector.isOnEmptyBlock())
             return block == gpEmptyVectorData;
@@ -282,7 +283,7 @@ void Machine::compareInfo(const GxapSelectedEntInfo* actual, const std::optional
     expectSame(actual != nullptr, model.has_value(), "selectedEntityInfo");
     if (!actual)
         return;
-    ++mEmptyVectors; // the points of the info
+    ++mEmptyVectors; // the `pointArray` of the info
     expectSame(actual->word0, model->word0, "word0");
     const GxGeMatrix3d* const matrix = actual->getBTRMatPtr();
     expectSame(matrix != nullptr, model->matrix != 0, "the info's matrix");

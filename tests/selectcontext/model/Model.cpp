@@ -174,7 +174,7 @@ Position Model::positionAt(const StorePtr& store, int index) {
             return {store, page, store->elementAt(index)->slot, static_cast<std::uint32_t>(inPage) + 1};
         inPage -= page->live;
     }
-    // A cursor beyond the last item has no page and no ordinal.
+    // An index beyond the last item gives a cursor without a page.
     return {store, nullptr, 0, 0};
 }
 
@@ -185,13 +185,13 @@ bool Model::isEnd(const StorePtr& store, const Position& at) {
     return at.page == end.page ? !end.page || at.slot == end.slot : slotAddress(at) == slotAddress(end);
 }
 
-// Returns whether the cursor's page is in the store. A page that was made after the cursor's page was freed
-// is another page, even if both have the same address.
+// Returns whether the page of the cursor is still in the store. A newer page is another page, even if the
+// library makes it at the same address.
 bool Model::resolve(const Store& store, const Position& at) {
     return std::find(store.pages.begin(), store.pages.end(), at.page) != store.pages.end();
 }
 
-// Steps as the library does. If the position is out of date, the walk leaves the page early.
+// Steps as the library does. If `position` is too high, the walk leaves the page early.
 void Model::next(Position& at) {
     const std::vector<PagePtr>& pages = at.store->pages;
     int from = 0;
@@ -693,8 +693,8 @@ bool Model::remove(Set& set, int main) {
         takeOut(data, entry->second.place);
         --data.count;
     }
-    // writeData() indexes a copy by the present ids of the records. If a caller has changed these ids, the
-    // range is empty.
+    // The range may be empty: writeData() may have copied the data, and the index of the copy has the present
+    // main ids of the records. A caller may have changed these.
     const bool any = range.first != range.second;
     data.index.erase(range.first, range.second);
     return any;
@@ -714,7 +714,7 @@ bool Model::remove(Set& set, int main, int sub) {
         --data.count;
         any = true;
     }
-    // As in the library, this also erases the entries of records that stay.
+    // Like the library, also erases the entries of records that stay.
     data.index.erase(range.first, range.second);
     return any;
 }
@@ -811,7 +811,7 @@ void Model::transfer(Set& set, Set& target, const std::function<bool(int)>* isEx
         createData(set);
     const Data* const walked = set.data.get();
     for (const RecordPtr& record : set.data->store->records()) {
-        // If the target is the walked set, the first append may copy its data. That ends the walk.
+        // If an append has copied the data of the walked set, the library ends the walk.
         if (set.data.get() != walked)
             return;
         if (ids.isNull(record->main))
@@ -853,7 +853,7 @@ bool Model::samePath(const SubentPath& a, const SubentPath& b) const {
                       [this](int x, int y) { return ids.same(x, y); });
 }
 
-// Reads the list with write access, as the library does. So it makes the list private.
+// Makes the list private, since the library reads it with write access.
 int Model::positionIn(PathList& list, const SubentPath& path) const {
     for (int i = 0; i < list.size(); ++i) {
         list.makePrivate();
@@ -879,7 +879,7 @@ bool Model::appendSubselection(Set& set, const SubentPath& path) {
         list->push(loosePaths.back());
         return true;
     }
-    // The new item gets neither hasSubselection nor the path.
+    // The new item has no sub-selection, and does not get the path.
     Info info;
     info.word0 = 6;
     const Vector<int> noPath;

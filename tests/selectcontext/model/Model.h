@@ -1,7 +1,7 @@
-// A model of selection sets. It implements each operation with standard containers.
+// A model of selection sets, made of standard containers.
 //
-// The model does not use the library. The machine stores the addresses of the library's objects in fields
-// whose names begin with `actual`. The addresses are only for comparisons.
+// The model does not use the library. Class Machine stores the addresses of library objects in fields whose
+// names begin with `actual`. These addresses are only compared.
 #pragma once
 
 #include <array>
@@ -30,12 +30,15 @@ enum Outcome : int {
     kOtherError = 1003
 };
 
-// An operation of the model throws this if the library's operation raises an error.
+// Thrown by an operation of the model if the library raises an error in this case.
 struct Raised {
     Outcome outcome;
 };
 
-// ---- Ids are numbers: 0 is the null id, and ids are ordered by number. Different ids may be equal.
+// ---- Ids
+
+// Ids are numbers, and 0 is the null id. Different ids may be equal: they have the same rank. Ids are ordered
+// by rank.
 class IdRules {
 public:
     explicit IdRules(int count);
@@ -45,7 +48,7 @@ public:
     bool isNull(int id) const { return same(id, 0); }
 
 private:
-    std::vector<int> mRank; // by id: the lowest id that is equal to it
+    std::vector<int> mRank; // for each id: the lowest id that equals it
 };
 
 // ---- Copy-on-write vectors
@@ -119,7 +122,7 @@ struct SubentPath {
     long index;
 };
 
-// A path object on the heap. A path of a highlight segment lives while it is in a list.
+// A path object. The lists of paths share its ownership.
 struct PathObject {
     explicit PathObject(const SubentPath& path) : value(path) { ++liveCount; }
     PathObject(const PathObject&) = delete;
@@ -159,7 +162,7 @@ struct Record {
     const void* actual = nullptr;
     const void* actualSubselection = nullptr; // the address of the list object
 
-    // The addresses of lists of destroyed records that had a list, but not hasSubselection.
+    // Lists of destroyed records whose hasSubselection was false. The library does not delete such lists.
     static std::vector<const void*> orphanedLists;
     static long liveCount;
 };
@@ -187,7 +190,7 @@ struct Store {
 
     Place append(const RecordPtr& record);
     void free(const Place& place);
-    void clear(); // cursors may still refer to the pages
+    void clear(); // a page lives on while a cursor refers to it
     std::optional<Place> elementAt(int index) const;
     int positionOf(const Place& place) const;
     std::vector<RecordPtr> records() const;
@@ -209,7 +212,7 @@ struct IndexEntry {
     int id;
     Place place;
 };
-using Index = std::multimap<int, IndexEntry>; // by rank
+using Index = std::multimap<int, IndexEntry>; // the key is the rank of the id
 
 struct Data {
     Data() = default;
@@ -224,7 +227,7 @@ struct Data {
     StorePtr store = std::make_shared<Store>();
 
     const void* actual = nullptr;
-    bool isNew = true;        // nothing of the data has been compared yet
+    bool isNew = true;        // the data has not been compared yet
     std::vector<Place> added; // records appended since the last comparison
 };
 using DataPtr = std::shared_ptr<Data>;
@@ -251,7 +254,7 @@ struct Keys {
     std::optional<int> sub;
     std::optional<long> marker;
     const Vector<int>* path = nullptr;
-    std::optional<int> matrix; // for look-ups with an info; ignored if `path` is null
+    std::optional<int> matrix; // for look-ups with an info; only used if `path` is not null
 };
 
 bool sameMarker(long a, long b);
@@ -330,7 +333,7 @@ public:
     void transfer(Set& set, Set& target, const std::function<bool(int)>* isExcluded, Set* excludedOut);
     void setUnique(Set& set, bool on);
 
-    // Sub-selections. entityOf() returns the id that a path leads to, or nothing if that id is not valid.
+    // Sub-selections. entityOf() returns the last id of the path, or nothing if there is no valid last id.
     std::function<std::optional<int>(const SubentPath&)> entityOf;
     bool appendSubselection(Set& set, const SubentPath& path);
     bool removeSubselection(Set& set, const SubentPath& path);

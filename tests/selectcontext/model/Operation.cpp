@@ -103,15 +103,15 @@ private:
         return kind == 1 ? mProfile.idCount + 1 : 1 + below(mProfile.idCount);
     }
 
-    // Returns a main id of the episode. In one of `otherwise` calls, returns any id instead, often one that
-    // was made equal to another id.
+    // Returns a main id of the episode. One call in `otherwise` returns another id instead: often one that
+    // spare() has returned, and otherwise any id.
     int mainOfRun(int otherwise) {
         if (below(otherwise) != 0)
             return World::mainOfRun(below(mMainCount));
         return below(3) != 0 ? unitedOr(2) : id();
     }
 
-    // Returns an id that was made equal to another id. Returns `id` if there is no such id.
+    // Returns an id that spare() has returned. Returns `id` if there is none.
     int unitedOr(int id) {
         return mUnited.empty() ? id
                                : mUnited[static_cast<std::size_t>(below(static_cast<int>(mUnited.size())))];
@@ -124,7 +124,7 @@ private:
         return kind == 1 ? unitedOr(0) : below(mSubCount);
     }
 
-    // Returns a marker. The markers of an episode are the four in kMarkers, or fewer, or many more.
+    // Returns a marker. An episode has the first two, three or four of kMarkers, or all four and 56 others.
     int markerOfRun() {
         constexpr int kMarkers[] = {0, -1, 5, 1};
         const int kind = below(mMarkerCount == 5 ? 60 : mMarkerCount);
@@ -136,8 +136,8 @@ private:
         return below(8) == 0 ? -1 : below(count);
     }
 
-    // Returns a spare id. Returns no spare id twice before it has returned all of them. Spare ids that are on
-    // nested paths come last.
+    // Returns a spare id. The first calls return all spare ids, the highest first. Later calls return random
+    // ones. The lowest spare ids are on nested paths.
     int spare() {
         const int count = mProfile.idCount + 1 - World::kFirstSpare;
         const int drawn = static_cast<int>(mUnited.size());
@@ -214,7 +214,7 @@ private:
     std::mt19937_64 mRandom;
     std::discrete_distribution<int> mKinds;
 
-    // How many main ids, sub ids, markers and paths the items of an episode with long runs have.
+    // For an episode with long runs: how many different main ids, sub ids, markers and paths its items have.
     int mMainCount = 0;
     int mSubCount = 0;
     int mMarkerCount = 0;

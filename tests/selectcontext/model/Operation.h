@@ -1,4 +1,4 @@
-// The operations of a random test as data. So they can be generated, printed, removed and repeated.
+// The operations of a random test, as values that can be generated, printed, left out and repeated.
 #pragma once
 
 #include <array>
@@ -8,11 +8,12 @@
 
 namespace kvmodel {
 
-// Name, roles of the arguments, weights in small sets, in large sets, and in sets with long runs. The roles:
+// Each line has the name of an operation, a letter for the role of each argument, and three weights: for
+// Shape::kSmall, kLarge and kRuns. The letters:
 //   s set               S set or null          c any cursor      k const cursor    w writable cursor
 //   i main id           j main id to look up   u sub id          m marker          n nested path
-//   e spare id          g id to be equal to    f entity info     p item position   q path position
-//   x sub-entity path   X the same or null     b flag            y seldom set flag h run length
+//   e spare id          g id to equate with    f entity info     p item position   q path position
+//   x sub-entity path   X the same or null     b flag            y rarely set flag h run length
 //   v small number      z large number
 #define KV_MODEL_OPERATIONS(OPERATION)                                                                       \
     OPERATION(construct, "svs", 2, 1, 1)                                                                     \
@@ -93,22 +94,23 @@ struct Operation {
 
 std::ostream& operator<<(std::ostream& out, const Operation& operation);
 
-// Converts a code to a position in a set of `count` items. Operations are drawn without knowing the set, so
-// they have codes. A code of 0 or more is taken modulo `count`. Negative codes stand for the ends of the set.
+// Operations are drawn without knowing the set. So they have codes for positions. positionOf() converts a
+// code to a position in a set of `count` items. A code of 0 or more is taken modulo `count`. A negative code
+// stands for a position at or beyond an end of the set.
 enum PositionCode : int { kMinusOne = -1, kCount = -2, kBeyondCount = -3, kLast = -4, kFirst = -5 };
 int positionOf(int code, int count);
 
 enum class Shape {
-    kSmall, // a few items of each of a few ids; sets are compared in full after every step
+    kSmall, // few items with few ids; sets are compared in full after every step
     kLarge, // several pages
-    kRuns   // hundreds of items of one main id; each edit of a key by hand is followed by updateDataMap()
+    kRuns   // hundreds of items of one main id; updateDataMap() follows each change of a record by hand
 };
 
 // The limits and weights of a campaign.
 struct Profile {
     const char* name;
     Shape shape;
-    bool hasEqualIds;  // some ids are distinct but equal
+    bool hasEqualIds;  // some ids have different stubs, but are equal
     int idCount;       // ids 1 to idCount belong to entities; the next id is invalid
     int itemLimit;     // sets with more items are cleared
     int episodeLength; // number of operations on new sets

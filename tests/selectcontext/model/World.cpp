@@ -14,7 +14,7 @@ constexpr std::size_t kDatabaseCapacity = 20000;
 
 std::vector<std::string> sHighlightCalls;
 
-// An entity that only records each highlight.
+// An entity that only notes that it is highlighted or unhighlighted.
 class NotingEntity : public GxDbEntity {
 public:
     GxErrorStatus highlight(const GxDbFullSubentPath& path, bool flag) const override {
@@ -69,7 +69,8 @@ void World::makeEqual(int a, int b) {
     mRules.makeEqual(a, b);
 }
 
-// Adds short paths of few ids, so that many paths begin with the same ids. Some of the ids are spare ids.
+// Adds paths of up to four ids. These are few different ids, so that many paths begin alike. Some of the ids
+// are spare ids.
 void World::addPathsOfRuns() {
     for (int i = kNestedPathCount; i < kPathCountOfRuns; ++i) {
         std::vector<int> ids;
@@ -81,14 +82,13 @@ void World::addPathsOfRuns() {
     }
 }
 
-// Returns the number of the id. The number is also the id's handle, since ids are made in the order of their
-// numbers.
+// The number of an id is also the handle of its object, since the ids are made in the order of their numbers.
 int World::numberOf(const GxDbObjectId& id) const {
     return static_cast<int>(mDatabase.handleOf(id));
 }
 
 bool World::opens(int number) const {
-    // Whether an id opens does not depend on the ids that are equal to it.
+    // Compares the number itself: an id that equals an erased id may still open.
     return number != 0 && number != mInvalid && number != mErased;
 }
 

@@ -1,5 +1,5 @@
-// The ids, nested paths, infos and sub-entity paths of a random test. Each of these exists for the library
-// and for the model.
+// The ids, nested paths, infos and sub-entity paths of a random test. Each of them exists twice: for the
+// library and for the model.
 #pragma once
 
 #include "base/KvVector.h"
@@ -19,9 +19,9 @@ namespace kvmodel {
 class World {
 public:
     static constexpr int kNestedPathCount = 7;
-    static constexpr int kPathCountOfRuns = 40; // number of nested paths in a world of long runs
+    static constexpr int kPathCountOfRuns = 40; // number of nested paths in Shape::kRuns
     static constexpr int kMainCountOfRuns = 16;
-    static constexpr int kFirstSpare = 41; // a test may make this id and higher ones equal to other ids
+    static constexpr int kFirstSpare = 41; // from here on: spare ids, which may be made equal to others
     static constexpr int kInfoCount = 6;
     static constexpr int kSubentPathCount = 20;
 
@@ -33,7 +33,7 @@ public:
     const IdRules& rules() const { return mRules; }
     void makeEqual(int a, int b);
 
-    // Returns a main id of long runs. The ids for 0 and 1 are also on nested paths.
+    // Returns a main id of long runs. mainOfRun(0) and mainOfRun(1) are also on nested paths.
     static int mainOfRun(int i) { return i < 2 ? 1 + 3 * i : 8 + i; }
 
     // Returns the id with this number. 0 is the null id.
@@ -41,7 +41,7 @@ public:
     int numberOf(const GxDbObjectId& id) const;
     bool opens(int number) const;
 
-    // Returns the id that a path leads to, if that id is valid.
+    // Returns the last id of the path. Returns nothing if there is none, or if it is null or invalid.
     std::optional<int> entityOf(const SubentPath& path) const;
 
     // Return the nested path with this number. -1 gives null.
@@ -62,8 +62,8 @@ public:
 
     static GxGeMatrix3d matrix(int number);
 
-    // Returns the highlight calls since the function was last called. Each line has "+" or "-", the flag and
-    // the path of a call.
+    // Returns the highlight calls since takeHighlightCalls() was last called, one line each: "+" or "-" for
+    // highlighting on or off, the flag, and the address of the path.
     std::vector<std::string> takeHighlightCalls();
     static std::string highlightCall(bool on, bool flag, const void* path);
 

@@ -1,6 +1,6 @@
 // Performs random operations on sets that share data, and the same operations on a model.
 //
-// KV_MODEL_SEED selects other operations. KV_MODEL_OPERATIONS selects another number of operations.
+// The environment variable KV_MODEL_SEED selects other operations. KV_MODEL_OPERATIONS sets their number.
 #include "tests/selectcontext/model/Campaign.h"
 
 #include <gtest/gtest.h>

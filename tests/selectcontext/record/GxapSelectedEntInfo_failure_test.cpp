@@ -1,5 +1,5 @@
-// Edits infos while each allocation fails in turn. Nothing leaks. After a failed edit, each field has its old
-// value or its new one.
+// Edits infos while each allocation fails in turn. Nothing leaks. After a failed edit, each field has either
+// its old value or its new one.
 #include "tests/selectcontext/support/FailureTest.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"
@@ -21,7 +21,7 @@ using kvtest::sameEntries;
 
 class FailingInfo : public kvtest::FailureTest {};
 
-// The fields of an info.
+// The optional fields of an info at one moment.
 struct InfoContents {
     explicit InfoContents(const GxapSelectedEntInfo& info)
         : presenceBits(info.presenceBits), fenceInfo(info.getFenceInfoPtr()), matrix(info.getBTRMatPtr()) {
@@ -60,8 +60,8 @@ void withEmptiedBlock(GxapSelectedEntInfo& info) {
     info.ReleaseFenceInfoPtr();
 }
 
-// Expects that an edit of an info is complete or changes nothing. After the edit, the info must be usable and
-// destructible.
+// Edits an info while each allocation fails in turn. Expects that the edit is complete or changes nothing,
+// and that the info can be used afterwards.
 void expectAllOrNothing(const Prepare& prepare, const Prepare& edit,
                         kvtest::Expect expect = kvtest::Expect::Failures) {
     GxapSelectedEntInfo model;
@@ -112,8 +112,8 @@ bool haveSameMatrix(const GxapSelectedEntInfo& a, const GxapSelectedEntInfo& b) 
            sameEntries(ofA, ofB);
 }
 
-// Assigns infos while each allocation fails in turn. Nothing leaks. After a failed assignment, each field of
-// the target has its old value or its new one.
+// Assigns an info while each allocation fails in turn. Nothing leaks. After a failed assignment, each field
+// of the target has either its old value or its new one.
 void assignInTurn(const Prepare& prepareTarget, const Prepare& prepareSource) {
     GxapSelectedEntInfo source, before, after;
     prepareSource(source);

@@ -19,8 +19,8 @@ class EntInfo : public kvtest::SetTest {};
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// A block in memory: two bytes of capacity, two bytes of size, then the fields. Pointers among the fields are
-// misaligned.
+// The block of an info: two bytes for the capacity, two bytes for the size, and then the fields (`payload`).
+// The fields are pointers at misaligned addresses.
 struct BlockImage {
     std::uint16_t capacity;
     std::uint16_t size;
@@ -45,14 +45,14 @@ void setCapacity(GxapSelectedEntInfo& info, std::uint16_t capacity) {
     std::memcpy(info.elasticData, &capacity, sizeof(capacity));
 }
 
-// Gives an info without a block an empty block with spare capacity.
+// Allocates a block without fields for `info`. The block has this capacity. `info` must not have a block yet.
 void giveRoomyBlock(GxapSelectedEntInfo& info, std::uint16_t capacity) {
     info.elasticData = static_cast<GxDbElasticData*>(_kvMalloc(4u + capacity));
     std::memset(static_cast<void*>(info.elasticData), 0, 4);
     setCapacity(info, capacity);
 }
 
-// Gives an info the fence result `first` and then `second`. Returns the result that the info has then.
+// Gives an info the fence result `first`, and then `second`. Returns the result that is kept.
 SelFenceIntersectInfo heldAfter(const SelFenceIntersectInfo& first, const SelFenceIntersectInfo& second) {
     GxapSelectedEntInfo info;
     info.setFenceIntersectInfoPtr(new SelFenceIntersectInfo(first));
@@ -257,7 +257,7 @@ TEST_F(EntInfo, StoringOverAPresentPointerOverwritesInPlace) {
     EXPECT_EQ(info.presenceBits, 3u);
     EXPECT_EQ(imageOf(info).size, 16);
     EXPECT_EQ(info.getFenceInfoPtr(), second);
-    delete first; // storing the pointer `second` does not delete `first`
+    delete first; // setFenceIntersectInfoPtr() does not delete the old object
 }
 
 TEST_F(EntInfo, StoringAMatrixOverAPresentOneOverwritesInPlace) {
@@ -383,7 +383,7 @@ TEST_F(EntInfo, BlockThatIsAlreadyExactIsNotReallocatedByCompaction) {
     GxapSelectedEntInfo info;
     info.setSelFenceResultInfo(fence(1, 0.5));
     info.setCompoundTransformWithBTROffset(matrixWith(2));
-    setCapacity(info, 8); // the capacity of a block that was made for one field
+    setCapacity(info, 8); // as if the block had been made for one field
     GxDbElasticData* const block = info.elasticData;
     const AllocationCount before;
     info.ReleaseFenceInfoPtr();

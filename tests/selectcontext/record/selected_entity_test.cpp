@@ -155,7 +155,7 @@ TEST_F(SelectedEntity, SharedHighlightBlockIsLeftIntactForItsOtherOwner) {
     EXPECT_EQ(livePaths(), 0) << "no record is known to share the paths, so they went with the record";
 }
 
-// The record's destructor makes the list private before it releases the paths.
+// The destructor of the record makes the list private before it releases the paths.
 TEST_F(SelectedEntity, SharedHighlightBlockIsCopiedOnceWhileTheRecordDies) {
     SegmentArray other;
     kvtest::addPaths(other, 3);
@@ -285,7 +285,7 @@ TEST_F(SelectedEntity, UnflaggedSubSelectionArrayOutlivesTheRecord) {
     EXPECT_EQ(kvtest::elementAt(*array, 0), path.get());
 }
 
-// ---- the inline vectors
+// ---- hlVpArray and nestedEntFullPath
 
 TEST_F(SelectedEntity, LastOwnerOfANestedPathFreesItsBlockAndStorage) {
     const AllocationCount before;

@@ -1,5 +1,5 @@
 // Uses sets and their data while each allocation fails in turn. Nothing leaks, and nothing is freed twice. A
-// failure leaves the contents of a set unchanged.
+// failed call leaves the items of a set unchanged.
 #include "tests/selectcontext/support/FailureTest.h"
 #include "tests/selectcontext/support/RecordTestSupport.h"
 #include "tests/support/AllocationFailure.h"
@@ -27,7 +27,7 @@ using ConstIterator = GxapSelectSet::ConstIterator;
 
 class FailingData : public kvtest::FailureTest {};
 
-// Has two records with a value in every field, and between them a slot without a record.
+// Has two records with a value in every field. Between them is a slot without a record.
 struct RichSet {
     RichSet() {
         for (unsigned long n = 1; n <= 3; ++n)

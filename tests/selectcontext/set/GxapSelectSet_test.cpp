@@ -80,8 +80,7 @@ TEST_F(SelectSet, ConstructorArgumentIsIgnored) {
 }
 
 TEST_F(SelectSet, LibraryItselfHoldsTwoEmptyVectors) {
-    // The three references are those of the application, of the library's empty id path and of its empty list
-    // of numbers.
+    // The platform has one reference. The library has two: an empty id path, and an empty list of numbers.
     EXPECT_EQ(gpEmptyVectorData->refCount.load(), 3u);
 }
 
@@ -552,7 +551,7 @@ TEST_F(SelectSet, LispCountIsIndependentOfTheData) {
     EXPECT_EQ(sharer.getLispRefCnt(), 1);
 }
 
-// ---- the data's own count
+// ---- the reference count of the data
 
 TEST_F(SharedData, FreshDataHasItsInitialValues) {
     const SSetData fresh;

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-// Tests handles on different threads that share data, and that are copied and destroyed at the same time. The
-// thread sanitizer reports data races.
+// Tests handles that share data. They are used, copied and destroyed on different threads at the same time.
+// The thread sanitizer reports data races.
 
 namespace {
 
@@ -56,7 +56,8 @@ unsigned long sumOfMarkers(const GxapSelectSet& set) {
     return sum;
 }
 
-// Returns a set of records with the markers 1 to `count`. The records have a value in every field.
+// Returns a set of records with the markers 1 to `count`. Each record has a value in every field except the
+// sub-selection.
 std::unique_ptr<GxapSelectSet> richSet(unsigned long count) {
     auto set = std::make_unique<GxapSelectSet>();
     for (unsigned long n = 1; n <= count; ++n) {
@@ -91,8 +92,8 @@ TEST_F(SharedDataThreads, AllHoldersReadAndThenDropTheDataAtTheSameTime) {
         source.reset();
 
         onThreads(kThreads, [&](std::size_t n) {
-            // The thread that drops the last handle destroys the data. Nothing but the reference count makes
-            // the reads of the other threads happen before that.
+            // The thread that drops the last handle destroys the data. Only the reference count makes the
+            // reads of the other threads happen before the destruction.
             EXPECT_EQ(sumOfMarkers(*handles[n]), 6u);
             EXPECT_EQ(handles[n]->find(id(2), id(102), 2L), 1);
             handles[n].reset();
@@ -238,7 +239,7 @@ TEST_F(SharedDataThreads, OneSharerOfPathsAddsWhileTheOtherClears) {
 
 TEST_F(SharedDataThreads, LastSharerDeletesThePathsAfterTheOthersHaveReadThem) {
     for (int round = 0; round < kRounds; ++round) {
-        // The records share nothing but segments. So no other shared count orders the threads.
+        // The records share only their segments. So only the counts of the segments order the two threads.
         auto source = std::make_unique<GxapSelectSet>();
         giveSegments(addRecord(*source, id(1)), 2);
         auto clone = cloneOf(*source);

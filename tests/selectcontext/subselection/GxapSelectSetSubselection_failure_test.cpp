@@ -1,5 +1,5 @@
-// Edits sub-selections while each allocation fails in turn. A failed edit leaves the list unchanged and loses
-// no record. The same edit works afterwards.
+// Edits sub-selections while each allocation fails in turn. A failed edit leaves the sub-selection unchanged
+// and leaks no record. A second attempt succeeds.
 #include "tests/selectcontext/subselection/SubselectionTest.h"
 #include "tests/selectcontext/support/EditFailureTest.h"
 
@@ -24,7 +24,7 @@ using kvtest::SetOf;
 
 class SubselFailure : public kvtest::SubselectionTest {
 protected:
-    // Fills the set with one item, which has a sub-selection of one path. The caller owns the path.
+    // Fills the set with one item. The item has a sub-selection of one path, which the caller owns.
     void fillWithOnePath(GxapSelectSet& set, Path& path) const {
         edit(set).append(first, kNoId);
         record(set, 0)->hasSubselPaths = true;
@@ -80,7 +80,7 @@ TEST_F(SubselFailure, OfAppendingAPathOfANewEntity) {
     });
 }
 
-// A removal of a path that fails leaves the path, and the next attempt succeeds.
+// A failed removal leaves the path in the list. A second attempt removes the path.
 TEST_F(SubselFailure, OfRemovingAPath) {
     forEachAllocationFailure([&](FailurePoint& point) {
         freeLeftRecords();

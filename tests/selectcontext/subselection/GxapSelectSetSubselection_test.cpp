@@ -173,7 +173,8 @@ TEST_F(EditMainSubsel, BehindASlotWithoutARecordStandsOnTheItem) {
     EXPECT_TRUE(it == set.findItr(second));
 }
 
-// The copy of the data leaves out the slot without a record. So the item has another position in the copy.
+// A slot has no record, and the copy of the data lacks that slot. So the item has another position in the
+// copy.
 TEST_F(EditMainSubsel, BehindASlotWithoutARecordOfSharedDataStandsOnTheItemOfTheCopy) {
     GxapSelectSet set;
     for (const GxDbObjectId& entity : {first, second, third})
@@ -551,7 +552,8 @@ TEST_F(RemoveSubsel, PassesOverNullElements) {
     EXPECT_EQ(count(set), 2u);
 }
 
-// Both entities have the path in their sub-selections. The last id of the path is `second`.
+// Both items have the path in their sub-selections. The path is removed from the item of `second`, its last
+// id.
 TEST_F(RemoveSubsel, GoesByTheLastIdOfThePath) {
     Path path = subentPath({first, third, second}, 1, 4);
     GxapSelectSet set;
@@ -749,7 +751,8 @@ TEST_F(RemoveSubselAt, CountsItemsLikeAnyPosition) {
     EXPECT_EQ(parts(record(set, 0)), (Parts{1}));
 }
 
-// The library removes the record by its keys. The set has another record with equal keys before that record.
+// removeSubentPathAtSubsel() empties the sub-selection of the second item, and then removes an item by the
+// keys of this item. The first item has the same keys. So the first item is removed.
 TEST_F(RemoveSubselAt, OfTheOnlyPathRemovesTheFirstRecordOfEqualKeys) {
     GxapSelectSet set;
     edit(set).setUnique(false);

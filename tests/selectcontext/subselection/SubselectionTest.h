@@ -9,8 +9,8 @@
 
 namespace kvtest {
 
-// Has three entities of a database. The library makes copies of paths and never deletes them. The fixture
-// frees these copies after the test.
+// Has a database with three entities. The library copies paths for sub-selections and never deletes the
+// copies. The fixture deletes them after the test.
 class SubselectionTest : public EditTest {
 protected:
     using Path = GxDbFullSubentPath;
@@ -25,7 +25,8 @@ protected:
     // Returns the path to part number n of the entity.
     static Path part(const GxDbObjectId& entity, std::int64_t n) { return subentPath({entity}, 1, n); }
 
-    // Changes a path to that of part number n. This copies no path, so the log of the database shows no copy.
+    // Makes `path` the path to part number n of the entity. Copies no path, so the log of the database shows
+    // no copy.
     static void setToPart(Path& path, const GxDbObjectId& entity, std::int64_t n) {
         path.objectIds().setLogicalLength(1);
         path.objectIds()[0] = entity;
@@ -45,7 +46,7 @@ protected:
         return *target.subselPathArray;
     }
 
-    // Fills the set with the entities `first` and `second`. The second item has a sub-selection of these
+    // Adds the entities `first` and `second` to the set. The item of `second` gets a sub-selection of these
     // parts.
     SegmentArray& fillWithSubselection(GxapSelectSet& set, const std::vector<std::int64_t>& parts) {
         edit(set).append(first, kNoId);

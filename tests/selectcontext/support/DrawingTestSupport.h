@@ -1,5 +1,5 @@
-// A drawing for tests of opening and highlighting. The calls that the drawing gets can be read as lines of
-// text.
+// A drawing for tests that open and highlight entities. The tests read the calls that the drawing gets as
+// lines of text.
 #pragma once
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
@@ -10,7 +10,7 @@
 
 namespace kvtest {
 
-// Expects that a test closes and deletes each object that it opens.
+// Has a drawing. Expects that no object is left open after the test, and that no object outlives the drawing.
 class DrawingTest : public SetTest {
 protected:
     void SetUp() override {
@@ -28,8 +28,8 @@ protected:
 
     kvinmemory::Database& drawing() { return *mDrawing; }
 
-    // Returns what was opened, highlighted and released so far, in order: "open A", "highlight A 1",
-    // "unhighlight A 1", "close A", "delete". The number is the index of the path's part.
+    // Returns one line for each call so far, in order. The lines are: "highlight A 1", "unhighlight A 1",
+    // "open A", "close A" and "delete". A is the name of the entity, and 1 the index of the part.
     std::vector<std::string> calls() const {
         std::vector<std::string> lines;
         for (const kvinmemory::DatabaseEvent& event : kvinmemory::databaseEvents()) {
@@ -66,7 +66,7 @@ private:
 
 using Lines = std::vector<std::string>;
 
-// Returns the numbers n of a vector of id(n).
+// Returns the number n of each id. Every id must come from id(n).
 inline std::vector<unsigned long> numbersOf(const KvVector<GxDbObjectId>& ids) {
     std::vector<unsigned long> numbers;
     for (int i = 0; i < ids.logicalLength(); ++i)
@@ -81,8 +81,8 @@ inline std::vector<unsigned long> numbersOf(const GxDbFullSubentPath& path) {
     return numbers;
 }
 
-// Adds segments to the item at `position`. The parts of the segments have these indices. If the data is
-// shared, changes it without copying it.
+// Adds one segment for each part index to the item at `position`. Does not copy shared data: all sets that
+// share the data get the segments.
 inline void addSegments(GxapSelectSet& set, int position, const std::vector<std::int64_t>& indices) {
     GxapSelectSet::Iterator it(&set, position);
     for (const std::int64_t index : indices) {
@@ -91,7 +91,7 @@ inline void addSegments(GxapSelectSet& set, int position, const std::vector<std:
     }
 }
 
-// Returns the indices of the parts of a record's segments. A null element counts as -1.
+// Returns the part index of each segment of the record. A null segment counts as -1.
 inline std::vector<std::int64_t> segmentsOf(const selected_entity& record) {
     return record.highlightSegmentArray ? indicesOf(*record.highlightSegmentArray)
                                         : std::vector<std::int64_t>();

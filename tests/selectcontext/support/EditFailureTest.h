@@ -1,4 +1,4 @@
-// The fixture of edits while each allocation fails in turn.
+// Runs edits while each allocation fails in turn.
 #pragma once
 
 #include "tests/selectcontext/support/EditTestSupport.h"
@@ -12,7 +12,7 @@
 
 namespace kvtest {
 
-// An edit, the items before it (`held`), and the items after it (`expected`).
+// An edit of a set. The set has the items `held` before the edit, and the items `expected` after it.
 struct EditCase {
     Items held;
     Unique unique;
@@ -23,7 +23,7 @@ struct EditCase {
 
 class EditFailure : public EditTest {
 protected:
-    // Expects that a failed edit changes nothing, and that the next attempt succeeds. If `shared` is true,
+    // Expects that a failed edit changes nothing, and that a second attempt succeeds. If `shared` is true,
     // another set shares the data.
     static void tryOnce(FailurePoint& point, const EditCase& c, bool shared) {
         freeLeftRecords();
@@ -53,7 +53,7 @@ protected:
     }
 };
 
-// Has three items. The second item has a value for every key.
+// The second item has a value for every key.
 inline const Items kThreeItems{{1}, {2, 1, 5, {7}, 1.5}, {3}};
 
 } // namespace kvtest

@@ -145,7 +145,7 @@ void EditTest::TearDown() {
 std::size_t EditTest::leftRecords(std::initializer_list<const GxapSelectSet*> sets) {
     std::vector<const void*> held;
     for (const GxapSelectSet* set : sets) {
-        held.push_back(set->sharedData); // has the size of a record, so the tracker takes it for one
+        held.push_back(set->sharedData); // has the size of a record, so liveRecords() returns it
         for (const Store::Slot* slot : occupiedSlots(*set->sharedData))
             held.push_back(slot->value);
     }

@@ -1,4 +1,4 @@
-// Items as plain values, sets made of them, and the records that edits remove but do not delete.
+// Items as plain values, and sets of such items. Also finds the records that edits remove but do not delete.
 #pragma once
 
 #include "platform/inmemory/InMemoryDatabase.h"
@@ -25,7 +25,7 @@ struct Item {
     unsigned long sub = 0;
     long marker = -1;
     unsigned long path[3] = {}; // numbers of the path's ids, ended by 0
-    double moved = 0;           // how far its block transform moves it; 0: no transform
+    double moved = 0;           // how far the block transform moves the item; 0: no transform
 };
 using Items = std::vector<Item>;
 
@@ -45,11 +45,10 @@ Items plainItems(unsigned long first, unsigned long count);
 
 enum class Unique { kOn, kOff };
 
-// Adds the items, also items that are equal to others. Then makes the set unique, or not.
+// Adds all items, even items that are equal. Then sets the flag `unique`.
 void fill(GxapSelectSet& set, const Items& added, Unique unique = Unique::kOn);
 
-// A set of exactly these items: SetOf{{1}, {2, 5}}. A set that is not unique: SetOf({{1}, {1}},
-// Unique::kOff).
+// A set of exactly these items. SetOf{{1}, {2, 5}} is unique, and SetOf({{1}, {1}}, Unique::kOff) is not.
 class SetOf {
 public:
     SetOf();
@@ -65,8 +64,8 @@ public:
     GxapSelectSet set;
 };
 
-// Shares the data of a set, and releases it while the next edit copies the data. The release makes the edited
-// set the only owner of the old data.
+// Shares the data of a set until the next edit copies the data. Releases the data during the copying, so that
+// the edited set becomes the only owner of the old data.
 class FleetingSharer {
 public:
     explicit FleetingSharer(const GxapSelectSet& set);
@@ -86,12 +85,13 @@ selected_entity* record(const GxapSelectSet& set, std::size_t position);
 
 // ---- what edits leave unreleased
 
-// Returns the path copies that still exist, as the log of the database says. The library makes copies for
-// lists of sub-selected paths and never deletes these copies.
+// Returns the path copies that still exist, according to the log of the database. The library copies the
+// paths that it adds to sub-selections, and never deletes the copies.
 std::set<const GxDbFullSubentPath*> pathCopiesLeft();
 void freePathCopiesLeft();
 
-// Returns the records that were made since the test began and still exist.
+// Returns the records that were made since the test began and still exist. Also returns the data of each set,
+// which has the size of a record.
 std::vector<selected_entity*> liveRecords();
 bool isLiveRecord(const selected_entity* record);
 
@@ -104,8 +104,8 @@ protected:
     // Returns how many records exist that are in none of these sets.
     static std::size_t leftRecords(std::initializer_list<const GxapSelectSet*> sets);
 
-    // Deletes all live records. The sets must be destroyed before. After a failure, the function deletes
-    // nothing, since a block that the tracker takes for a record may then be something else.
+    // Deletes all live records. The caller must destroy the sets first. Deletes nothing after a failed check:
+    // a block that counts as a record may then be another object.
     static void freeLeftRecords();
 
 private:

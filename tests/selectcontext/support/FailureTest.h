@@ -11,8 +11,8 @@ namespace kvtest {
 
 class FailureTest : public SetTest {
 protected:
-    // The first traces of a thread allocate storage that stays allocated. So the constructor makes them
-    // before a test counts allocations.
+    // The first traces of a thread allocate memory and keep it. The constructor makes two traces, so that
+    // this happens before a test counts allocations.
     FailureTest() {
         SCOPED_TRACE("making the storage");
         SCOPED_TRACE("of two traces");

@@ -40,8 +40,7 @@ inline void fillStore(kvdetail::SSetData& data, const Numbers& numbers) {
     }
 }
 
-// Returns whether the data has the index that it would have if the records of its store were entered one by
-// one.
+// Returns whether the index equals an index into which the records were entered one by one, in store order.
 inline ::testing::AssertionResult isIndexed(const kvdetail::SSetData& data) {
     std::multimap<GxDbObjectId, unsigned long> expected;
     kvdetail::forEachOccupied(*data.entities, [&](const kvdetail::Store::Slot* slot) {

@@ -1,4 +1,4 @@
-// Makes sets with many items of one main id, and finds items by a walk.
+// A run: many items of one main id. Makes sets with runs, and finds their items by a walk through the index.
 #pragma once
 
 #include "platform/KvGeometry.h"
@@ -22,7 +22,7 @@
 namespace kvtest {
 
 constexpr unsigned long kRunMain = 500;
-constexpr unsigned long kTwin = 5000; // id(n + kTwin) may be a second stub of the object of id(n)
+constexpr unsigned long kTwin = 5000; // id(n) and id(n + kTwin) are stubs of one object after makeTwins()
 
 // ---- kinds of runs
 
@@ -30,7 +30,7 @@ struct RunKind {
     std::string name;
     unsigned long subs;
     std::vector<long> markers;
-    bool hasTwins; // whether some sub ids and path ids are second stubs of their objects
+    bool hasTwins; // if true, some sub ids and path ids are id(n + kTwin)
 };
 
 inline std::ostream& operator<<(std::ostream& out, const RunKind& kind) {
@@ -57,7 +57,7 @@ inline void makeTwins() {
         kvinmemory::makeEqual(id(n), id(n + kTwin));
 }
 
-// Draws items of a run of this kind at random. Some items have all keys in common.
+// Draws random items of one kind of run. Some of the items may be equal.
 class RunItems {
 public:
     RunItems(const RunKind& kind, unsigned seed) : mKind(kind), mRandom(seed) {}
@@ -87,7 +87,7 @@ private:
     std::mt19937 mRandom;
 };
 
-// Returns the items of `run`, with items of a lower and of a higher main id before and behind them.
+// Returns the items of `run`, and two items before and two behind them, with a lower and a higher main id.
 inline Items between(const Items& run) {
     Items all{{kRunMain - 1, 1}, {kRunMain + 1, 1}};
     all.insert(all.end(), run.begin(), run.end());
@@ -128,7 +128,7 @@ inline bool has(const Items& items, const Item& wanted) {
                        [&](const Item& held) { return isDuplicate(held, wanted); });
 }
 
-// Returns the items that a unique set of the items `held` has after `added` is selected into it, one by one.
+// Returns the items of a unique set that has the items `held`, after each item of `added` was selected.
 inline Items selected(Items held, const Items& added) {
     for (const Item& item : added) {
         if (!has(held, item))
@@ -137,8 +137,8 @@ inline Items selected(Items held, const Items& added) {
     return held;
 }
 
-// Removes the first item that has exactly the main id, sub id and marker of `gone`. Returns whether there is
-// such an item.
+// Removes the first item that has the main id, sub id and marker of `gone`. Markers of 0 and -1 differ.
+// Returns false if there is no such item.
 inline bool removeExact(Items& items, const Item& gone) {
     const auto found = std::find_if(items.begin(), items.end(), [&](const Item& held) {
         return objectOf(held.main) == objectOf(gone.main) && objectOf(held.sub) == objectOf(gone.sub) &&
@@ -173,7 +173,7 @@ struct LookUpKeys {
     std::optional<long> marker;
     const IdPath* path = nullptr;
     const GxapSelectedEntInfo* info = nullptr;
-    bool hasInfo = false; // whether to call the form that takes an info; `info` may then be null
+    bool hasInfo = false; // the look-up takes an info; `info` may be null
 };
 
 inline bool isMoved(const GxapSelectedEntInfo* wanted, const GxapSelectedEntInfo* held) {
@@ -208,7 +208,7 @@ inline SSetData::DataMap::const_iterator walkTo(const GxapSelectSet& set, const 
     return data.dataMap.end();
 }
 
-// Calls all forms of look-up with the item's keys. Returns whether each form finds the entry that a walk
+// Calls each form of findInMap() that takes a sub id. Returns whether each form finds the entry that a walk
 // finds.
 inline ::testing::AssertionResult isFoundAsByAWalk(const GxapSelectSet& set, const Item& item) {
     const GxDbObjectId mainId = id(item.main), subId = id(item.sub);
@@ -242,7 +242,7 @@ inline ::testing::AssertionResult areFoundAsByAWalk(const GxapSelectSet& set, co
     return ::testing::AssertionSuccess();
 }
 
-// Makes the set build both indexes of the long run: the index without the path, and the index with the path.
+// Makes the set build both hashes of the run: one with the path as key, and one without.
 inline void indexRun(const GxapSelectSet& set, unsigned long main = kRunMain) {
     const IdPath none = idVector({9999});
     set.findInMap(id(main), id(9999), 0l);

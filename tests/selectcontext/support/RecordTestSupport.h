@@ -1,5 +1,5 @@
-// Values, records and allocation counts for tests of infos, records and shared data. Records are written
-// directly to store and index.
+// Values, records and allocation counts for tests of infos, records and shared data. Adds records to a set
+// without calling the library.
 #pragma once
 
 #include "platform/inmemory/InMemoryDatabase.h"
@@ -26,7 +26,7 @@ inline SelFenceIntersectInfo fence(std::int32_t index, double param) {
     return SelFenceIntersectInfo{index, 0, param};
 }
 
-// Returns a matrix of sixteen different values. The first value is `first`.
+// Returns a matrix with the values `first`, `first` + 1, ..., `first` + 15.
 inline GxGeMatrix3d matrixWith(double first) {
     GxGeMatrix3d matrix;
     for (int row = 0; row < 4; ++row) {
@@ -96,7 +96,7 @@ inline void addPaths(SegmentArray& segments, int count) {
         append(segments, new GxDbFullSubentPath(subentPath({static_cast<unsigned long>(n)})));
 }
 
-// Makes an array object whose vector has no block.
+// Makes an array that has no block.
 inline SegmentArray* newSegmentsWithoutBlock() {
     const WithoutEmptyBlock withoutEmptyBlock;
     return new SegmentArray;
@@ -116,14 +116,14 @@ inline GxapSelectedEntInfo* makeFullInfo() {
     return info;
 }
 
-// Makes an info that has only this block transform.
+// Makes an info that has only a block transform, which moves the item by x.
 inline GxapSelectedEntInfo* makeInfoMovedBy(double x) {
     GxapSelectedEntInfo* info = makeInfo();
     info->setCompoundTransformWithBTROffset(matrixMovedBy(x));
     return info;
 }
 
-// Returns the indices of the parts of a list's paths. A null element counts as -1.
+// Returns the part index of each path. A null path counts as -1.
 inline std::vector<std::int64_t> indicesOf(const SegmentArray& paths) {
     std::vector<std::int64_t> indices;
     for (int i = 0; i < paths.logicalLength(); ++i)
@@ -187,8 +187,8 @@ inline Store::Page* pageOf(const Store& store, const Store::Slot* slot) {
     return nullptr;
 }
 
-// Replaces the record by null in its slot and returns the record. The index entry stays. A caller that edits
-// slots may do so, too.
+// Puts null into the slot at this position, as a caller of the library may do. Returns the record of the
+// slot. The index entry stays.
 inline std::unique_ptr<selected_entity> takeRecordOut(GxapSelectSet& set, std::size_t position) {
     Store::Slot* slot = occupiedSlots(*set.sharedData).at(position);
     return std::unique_ptr<selected_entity>(std::exchange(slot->value, nullptr));
@@ -218,7 +218,8 @@ inline std::unique_ptr<selected_entity> removeRecord(GxapSelectSet& set, std::si
     return freeSlot(set, position, true);
 }
 
-// Removes every record of the first page of a store with several pages. The page stays in the chain.
+// Removes every record of the first page, and the index entries of these records. The page stays in the
+// chain. The store must have several pages.
 inline std::vector<std::unique_ptr<selected_entity>> emptyFirstPageInPlace(GxapSelectSet& set) {
     SSetData& data = *set.sharedData;
     Store::Page* const page = data.entities->head;
@@ -234,7 +235,7 @@ inline std::vector<std::unique_ptr<selected_entity>> emptyFirstPageInPlace(GxapS
     return records;
 }
 
-// Rebuilds the index. Entries with equal keys are in the reverse of the store order.
+// Rebuilds the index in reverse: entries with equal ids are in the reverse of the store order.
 inline void reverseIndex(SSetData& data) {
     data.dataMap.clear();
     const auto slots = occupiedSlots(data);
@@ -242,7 +243,7 @@ inline void reverseIndex(SSetData& data) {
         data.dataMap.emplace((*slot)->value->mainEntId, addressOf(*slot));
 }
 
-// Makes a handle on a clone of the set's data.
+// Returns a new set with a clone of this set's data.
 inline std::unique_ptr<GxapSelectSet> cloneOf(const GxapSelectSet& set) {
     auto holder = std::make_unique<GxapSelectSet>();
     holder->assignData(set.sharedData->clone());

@@ -8,8 +8,8 @@
 #include <new>
 #include <utility>
 
-// The linker redirects calls of malloc and free in shared libraries to these wrappers, so the wrappers are
-// visible. An aligned operator new of the tests takes its memory from posix_memalign.
+// The linker redirects the calls of malloc and free to these wrappers, also those in shared libraries. So the
+// wrappers must be visible. The aligned operator new of the tests calls posix_memalign.
 extern "C" {
 void* __real_malloc(std::size_t bytes);
 int __real_posix_memalign(void** memory, std::size_t alignment, std::size_t bytes);
@@ -22,8 +22,8 @@ __attribute__((visibility("default"))) void __wrap_free(void* memory);
 
 namespace {
 
-// The layout of a chunk of kvdetail::RecordPool, repeated here for all tests. The word before a record is the
-// address of the chunk while the record is live, and null otherwise.
+// A copy of the layout of kvdetail::RecordPool::Chunk. The word before a record is the address of the chunk
+// while the record is live, and null otherwise.
 struct Chunk {
     struct alignas(16) Cell {
         const Chunk* chunk;
@@ -121,7 +121,7 @@ void RecordTracker::forEachLive(Visit visit) const {
     }
 }
 
-// Recording is paused meanwhile, since the block of the returned vector may have the size of a record.
+// Pauses recording, since the block of the returned vector may have the size of a record.
 std::vector<selected_entity*> RecordTracker::live() {
     const Recording pause(*this, false);
     std::vector<selected_entity*> records;

@@ -11,26 +11,26 @@
 
 namespace kvtest {
 
-// Removing an item leaves its record to the caller. An edit of shared data first copies the data. The record
-// that it then removes is a copy, whose address no caller knows. A test finds such records through the
-// tracker and deletes them.
+// Removing an item leaves its record to the caller. If the data is shared, an edit first copies the data, and
+// then removes a copied record. The caller does not know the address of that record. A test finds such
+// records through the tracker and deletes them.
 //
 // The tracker observes malloc, posix_memalign and free. The operators new and delete of the tests take their
-// memory from these. A test that uses the tracker must be registered with TRACKS_RECORDS.
+// memory from these. A test that uses the tracker must be registered in CMake with TRACKS_RECORDS.
 //
 // Invariants:
-//  1. `mBlocks` has the live blocks of a record's size that were allocated while the tracker was recording.
-//     Such a block is a record, or the data of a set, which has the same size.
-//  2. `mChunks` has the live blocks of a chunk's size that were allocated since the tracker was made. A chunk
-//     contains records of a pool. The chunk itself tells which of them are live.
+//  1. `mBlocks` has the live blocks that were allocated while the tracker was recording, and that have the
+//     size of a record. Such a block is a record, or the data of a set, which has the same size.
+//  2. `mChunks` has the live blocks that were allocated since the tracker was made, and that have the size of
+//     a chunk. A chunk contains records of a pool. The chunk itself tells which of its records are live.
 //  3. `mTaken` has the records that were live at the last call of takeNew(), without those whose block or
-//     chunk was freed since. A pool uses each cell of a chunk once. So no other record has the address of a
-//     deleted one.
+//     chunk was freed since. A pool uses each cell of a chunk only once. So a new record in a chunk never has
+//     the address of an older one in `mTaken`.
 //
 // Thread safety: none. Only one tracker may exist at a time. While it exists, only one thread may allocate.
 class RecordTracker {
 public:
-    // Says whether the tracker records from the beginning, or only while an object of class Recording lives.
+    // Says when the tracker records: from the beginning, or only while an object of class Recording lives.
     enum class Start { kRecording, kPaused };
     explicit RecordTracker(Start start = Start::kRecording);
     RecordTracker(const RecordTracker&) = delete;
@@ -73,9 +73,9 @@ public:
     // log n).
     std::vector<selected_entity*> takeNew();
 
-    // Calls `call` once, when the next record with its own block is allocated. An edit of shared data
-    // allocates records while it copies the data. So `call` can act as another owner of the data during the
-    // copying.
+    // Calls `call` once, when the next record that has a block of its own is allocated. An edit of shared
+    // data allocates records while it copies the data. At that moment, `call` can do what another owner of
+    // the data may do.
     void atNextRecord(std::function<void()> call);
 
     // The wrappers of malloc, posix_memalign and free call these.

@@ -25,9 +25,9 @@ using Start = RecordTracker::Start;
 
 class RecordTrackerTest : public kvtest::SetTest {
 protected:
-    static constexpr unsigned long kMany = 200; // most records of so many are in chunks
+    static constexpr unsigned long kMany = 200; // of so many records, most are in chunks
 
-    // Makes the tracker forget the data of a set, which has the size of a record.
+    // The data of a set has the size of a record. Makes the tracker ignore the data.
     static void ignoreData(RecordTracker& tracker, const GxapSelectSet& set) {
         tracker.ignore(set.sharedData);
     }

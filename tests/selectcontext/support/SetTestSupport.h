@@ -14,7 +14,7 @@
 
 namespace kvtest {
 
-// Expects that a test leaves no memory, no path, and no vector that shares the empty block.
+// Expects that no memory and no path is left after the test, and that no vector still shares the empty block.
 class SetTest : public KvTest {
 protected:
     void SetUp() override {
@@ -38,12 +38,12 @@ inline void appendIds(GxapSelectSet& set, unsigned long first, unsigned long cou
         edit(set).append(id(n), GxDbObjectId());
 }
 
-// Returns the n of the id that id(n) made.
+// Returns n for id(n).
 inline unsigned long numberOf(const GxDbObjectId& fabricated) {
     return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(fabricated.stub())) / 16;
 }
 
-// Returns n if the iterator is on a record with main id id(n). Returns 0 if it is on no record.
+// Returns n if the iterator is on a record with the main id id(n). Returns 0 if the iterator is on no record.
 inline unsigned long at(const GxapSelectSet::ConstIterator& it) {
     return numberOf(it.mainEntId());
 }
@@ -79,7 +79,6 @@ inline std::vector<unsigned long> idRange(unsigned long first, unsigned long cou
     return ids;
 }
 
-// Returns the item count of the data.
 inline std::uint32_t count(const GxapSelectSet& set) {
     return set.sharedData->entityCount;
 }
@@ -100,7 +99,7 @@ inline std::uint32_t owners(const GxapSelectSet& set) {
     return set.sharedData->refCount.load();
 }
 
-// Keeps the data that the set has at construction alive while the object lives.
+// Keeps the present data of a set alive while the object lives, even if the set gets other data.
 class DataHold {
 public:
     explicit DataHold(const GxapSelectSet& set) : mData(set.sharedData) { mData->addRef(); }
@@ -112,8 +111,8 @@ private:
     const GxapSelectSet::SSetData* mData;
 };
 
-// Removes id(first), id(first + 1), ... from private data. A removal leaves the records to its caller, so
-// this function deletes them.
+// Removes id(first), id(first + 1), ... from private data. Also deletes the records, which the library leaves
+// to the caller.
 inline void takeOutIds(GxapSelectSet& set, unsigned long first, unsigned long count) {
     std::vector<std::unique_ptr<selected_entity>> records;
     for (const auto* slot : occupiedSlots(*set.sharedData->entities)) {

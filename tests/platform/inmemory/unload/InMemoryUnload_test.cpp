@@ -1,5 +1,6 @@
 // Tests that the last dlclose removes the library and the in-memory platform from the process. This program
-// is linked with none of kLibraries. Its plug-ins load them at run time.
+// is not linked with the libraries in kLibraries. The tests load them at run time, directly or with a
+// plug-in.
 
 #include <array>
 #include <dlfcn.h>
@@ -30,8 +31,8 @@ constexpr std::array kLibraries{
 #endif
 };
 
-// Returns whether the file is mapped. RTLD_NOLOAD maps nothing, and gives a null handle if the file is not
-// mapped.
+// Returns whether the file is loaded. With RTLD_NOLOAD, dlopen() loads nothing, and returns null if the file
+// is not loaded.
 bool isLoaded(const char* path) {
     void* const handle = dlopen(path, RTLD_LAZY | RTLD_NOLOAD);
     if (handle == nullptr)
@@ -40,7 +41,6 @@ bool isLoaded(const char* path) {
     return true;
 }
 
-// Returns the names of the libraries that are mapped.
 std::string loadedLibraries() {
     std::string names;
     for (const NamedFile& library : kLibraries) {
@@ -50,7 +50,7 @@ std::string loadedLibraries() {
     return names;
 }
 
-// Calls the plug-in's entry point and returns its number of failed expectations.
+// Calls the plug-in's entry point. Returns the number of failed expectations, or -1 without an entry point.
 int runPlugin(void* plugin) {
     void* const entry = dlsym(plugin, "kvUnloadPluginRun");
     if (entry == nullptr) {

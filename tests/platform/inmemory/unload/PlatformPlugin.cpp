@@ -71,5 +71,6 @@ int kvUnloadPluginRun() {
     expect(lockCalls().size() == 2);
     expect(!databaseEvents().empty());
     expect(liveBlocks() == 0);
-    return failures; // the logs keep their events, so that the libraries must free them
+    // The logs are not cleared here: the libraries must free the events when they are unloaded.
+    return failures;
 }

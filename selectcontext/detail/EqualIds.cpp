@@ -5,8 +5,8 @@
 
 namespace kvdetail {
 
-EqualIds::EqualIds(std::size_t stubs)
-    : mByStub(stubs), mNodes(new NodePool), mRepresentatives(Set::allocator_type(mNodes.get())),
+EqualIds::EqualIds()
+    : mNodes(new NodePool), mRepresentatives(Set::allocator_type(mNodes.get())),
       mLastPlace(mRepresentatives.end()) {}
 
 std::optional<const GxDbStub*> EqualIds::find(const GxDbObjectId& id) const {

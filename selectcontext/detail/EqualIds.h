@@ -26,8 +26,8 @@ namespace kvdetail {
 // Thread safety: only one thread may add ids. Any number of threads may find ids at once.
 class EqualIds {
 public:
-    // Makes room for this number of stubs. Throws std::bad_alloc if there is no memory.
-    explicit EqualIds(std::size_t stubs = 0);
+    // Throws std::bad_alloc if there is no memory.
+    EqualIds();
 
     // Returns the number of objects.
     std::size_t size() const noexcept { return mRepresentatives.size(); }

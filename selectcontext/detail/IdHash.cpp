@@ -1,35 +1,33 @@
 #include "selectcontext/detail/IdHash.h"
 
+#include <array>
 #include <iterator>
 #include <new>
-#include <vector>
 
 namespace kvdetail {
 
 // First collects the first entry of each id, and then hashes these entries. In a single pass, each hashing
 // step would wait until the walk has loaded the next entry.
-std::unique_ptr<IdHash> IdHash::build(const DataMap& map) noexcept try {
-    auto hash = std::make_unique<IdHash>(map.size());
-    std::vector<DataMap::const_iterator> firsts;
-    firsts.reserve(map.size());
-    auto before = map.end();
-    for (auto entry = map.begin(); entry != map.end(); before = entry++) {
-        if (before == map.end() || !isSame(before->first, entry->first)) {
-            firsts.push_back(entry);
+bool IdHash::addSome(const DataMap& map) noexcept try {
+    std::array<DataMap::const_iterator, kEntriesPerStep> firsts;
+    std::size_t count = 0;
+    auto before = mNext == map.begin() ? map.end() : std::prev(mNext);
+    for (std::size_t i = 0; i < kEntriesPerStep && mNext != map.end(); ++i, before = mNext++) {
+        if (before == map.end() || !isSame(before->first, mNext->first)) {
+            firsts[count++] = mNext;
             continue;
         }
-        if (before->first.stub() != entry->first.stub())
-            return nullptr; // two stubs name one object
-        hash->mHasRepeatedIds = true;
+        if (before->first.stub() != mNext->first.stub())
+            return false; // two stubs name one object
+        mHasRepeatedIds = true;
     }
-    for (const auto first : firsts) {
-        if (const std::uintptr_t key = keyOf(first->first))
-            hash->mFirsts.insert(key, first);
+    for (std::size_t i = 0; i < count; ++i) {
+        if (const std::uintptr_t key = keyOf(firsts[i]->first))
+            mFirsts.insert(key, firsts[i]);
     }
-    hash->follow(map);
-    return hash;
+    return true;
 } catch (const std::bad_alloc&) {
-    return nullptr;
+    return false;
 }
 
 // Reads the entry before only if some id has several entries, since this read may miss every cache.
@@ -58,6 +56,8 @@ bool IdHash::noteAdded(const DataMap& map, DataMap::const_iterator entry) noexce
 }
 
 void IdHash::noteErasing(const DataMap& map, DataMap::const_iterator entry) noexcept {
+    if (mNext == entry)
+        ++mNext;
     const std::uintptr_t key = keyOf(entry->first);
     auto* const first = mFirsts.find(key);
     if (!first || *first != entry)

@@ -64,15 +64,15 @@ bool enterFirst(DataMap& map, const GxDbObjectId& id, const Store::Slot* slot) {
 
 } // namespace
 
-IdIndex::IdIndex(SSetData& data) : mData(data), mMap(data.dataMap), mNodes(makeNodePool()) {
-    mMap = DataMap(DataMap::allocator_type(mNodes.get()));
+IdIndex::IdIndex(SSetData& data) : mData(data), mNodes(makeNodePool()) {
+    map() = DataMap(DataMap::allocator_type(mNodes.get()));
 }
 
 // Tries the hash first. search() then compares the last id first.
 IdIndex::Run IdIndex::find(const GxDbObjectId& id) const {
     if (const IdHash* const hash = currentHash()) {
-        const Entry entry = hash->find(mMap, id);
-        if (entry != mMap.end())
+        const Entry entry = hash->find(map(), id);
+        if (entry != map().end())
             return {entry, true};
     }
     const Run run = search(id);
@@ -82,43 +82,43 @@ IdIndex::Run IdIndex::find(const GxDbObjectId& id) const {
 }
 
 IdIndex::Run IdIndex::findToRemove(const GxDbObjectId& id) const {
-    if (mMap.empty())
-        return {mMap.end(), false};
-    if (isSame(mMap.begin()->first, id))
-        return {mMap.begin(), true};
-    const Entry last = std::prev(mMap.end());
+    if (map().empty())
+        return {map().end(), false};
+    if (isSame(map().begin()->first, id))
+        return {map().begin(), true};
+    const Entry last = std::prev(map().end());
     if (isSame(last->first, id) && isFirst(last))
         return {last, true};
     constexpr std::size_t kFewestEntriesToHash = 1000;
-    return currentHash() || mMap.size() >= kFewestEntriesToHash ? find(id) : search(id);
+    return currentHash() || map().size() >= kFewestEntriesToHash ? find(id) : search(id);
 }
 
 IdIndex::Run IdIndex::findFrom(Entry place, const GxDbObjectId& id) const {
     constexpr unsigned kMostSteps = 8; // eight steps take about as long as a search
-    for (unsigned steps = 0; place != mMap.end() && place->first < id; ++place) {
+    for (unsigned steps = 0; place != map().end() && place->first < id; ++place) {
         if (++steps > kMostSteps) {
-            place = mMap.lower_bound(id);
+            place = map().lower_bound(id);
             break;
         }
     }
-    return {place, place != mMap.end() && isSame(place->first, id)};
+    return {place, place != map().end() && isSame(place->first, id)};
 }
 
 IdIndex::Entry IdIndex::endOf(const GxDbObjectId& id) const {
-    return mMap.empty() || !(id < mMap.rbegin()->first) ? mMap.end() : mMap.upper_bound(id);
+    return map().empty() || !(id < map().rbegin()->first) ? map().end() : map().upper_bound(id);
 }
 
 IdIndex::Entry IdIndex::insert(Entry place, const GxDbObjectId& id, const Store::Slot* slot) {
     IdHash* const hash = hashToUpdate();
-    const bool hasRuns = mLongRuns.prepareEdit(mMap);
-    const Entry added = mMap.emplace_hint(place, id, slotAddress(slot));
-    if (hash && hash->noteAdded(mMap, added))
-        hash->follow(mMap);
+    const bool hasRuns = mLongRuns.prepareEdit(map());
+    const Entry added = map().emplace_hint(place, id, slotAddress(slot));
+    if (hash && hash->noteAdded(map(), added))
+        hash->follow(map());
     else if (hash)
         dropHash();
     if (hasRuns) {
-        mLongRuns.noteAdded(mMap, added, *slot->value);
-        mLongRuns.follow(mMap);
+        mLongRuns.noteAdded(map(), added, *slot->value);
+        mLongRuns.follow(map());
     }
     return added;
 }
@@ -126,36 +126,36 @@ IdIndex::Entry IdIndex::insert(Entry place, const GxDbObjectId& id, const Store:
 // Extracts the entry, since map::erase() would also look for the next entry.
 void IdIndex::erase(Entry entry) {
     IdHash* const hash = hashToUpdate();
-    const bool hasRuns = mLongRuns.prepareEdit(mMap);
+    const bool hasRuns = mLongRuns.prepareEdit(map());
     if (hash)
-        hash->noteErasing(mMap, entry);
+        hash->noteErasing(map(), entry);
     if (hasRuns)
         mLongRuns.noteErasing(entry, recordAt(*mData.entities, entry->second));
-    mMap.extract(entry);
-    if (mMap.empty() && mNodes && mNodes->bytes() > kMostIdleBytes) {
+    map().extract(entry);
+    if (map().empty() && mNodes && mNodes->bytes() > kMostIdleBytes) {
         clear();
         return;
     }
     if (hash && hash->isSparse())
         dropHash();
     else if (hash)
-        hash->follow(mMap);
+        hash->follow(map());
     if (hasRuns)
-        mLongRuns.follow(mMap);
+        mLongRuns.follow(map());
 }
 
 void IdIndex::changePath(const Store::Slot* slot, const KvVector<GxDbObjectId>& path) {
-    if (mLongRuns.prepareEdit(mMap))
+    if (mLongRuns.prepareEdit(map()))
         mLongRuns.noteChangingPath(slotAddress(slot), *slot->value, path);
     slot->value->nestedEntFullPath = path;
 }
 
 const RunIndex* IdIndex::makeRunIndexFor(const ItemKeys& keys, const Run& first) const noexcept {
     const RunIndex::Keys wanted = RunIndex::keysFor(keys);
-    if (!kHasRunIndex || !mData.entities || !mLongRuns.canAdd(mMap) ||
-        mLongRuns.find(mMap, first.entry->first.stub(), wanted))
+    if (!kHasRunIndex || !mData.entities || !mLongRuns.canAdd(map()) ||
+        mLongRuns.find(map(), first.entry->first.stub(), wanted))
         return nullptr;
-    return usable(mLongRuns.add(mMap, RunIndex::build(mMap, first.entry, *mData.entities, wanted)), keys);
+    return usable(mLongRuns.add(map(), RunIndex::build(map(), first.entry, *mData.entities, wanted)), keys);
 }
 
 // If mNodes has exactly the nodes of the map, frees the chunks of mNodes without reading the nodes, since
@@ -164,14 +164,14 @@ const RunIndex* IdIndex::makeRunIndexFor(const ItemKeys& keys, const Run& first)
 void IdIndex::clear() noexcept {
     static_assert(std::is_trivially_destructible_v<DataMap::value_type>, "nodes are abandoned");
     dropHints();
-    NodePool* const pool = mMap.get_allocator().pool();
-    if (!pool || pool != mNodes.get() || pool->live() != mMap.size()) {
-        mMap.clear();
+    NodePool* const pool = map().get_allocator().pool();
+    if (!pool || pool != mNodes.get() || pool->live() != map().size()) {
+        map().clear();
         return;
     }
     alignas(DataMap) unsigned char abandoned[sizeof(DataMap)];
-    new (abandoned) DataMap(std::move(mMap));
-    mMap.clear(); // a moved-from map may have any entries
+    new (abandoned) DataMap(std::move(map()));
+    map().clear(); // a moved-from map may have any entries
     pool->reclaimAbandoned();
 }
 
@@ -182,11 +182,11 @@ void IdIndex::rebuild() {
     IdBatch batch;
     if (collectIds(*mData.entities, batch)) {
         for (const IdBatch::Item& item : batch)
-            mMap.emplace_hint(mMap.end(), item.id(), item.value);
+            map().emplace_hint(map().end(), item.id(), item.value);
         return;
     }
     forEachRecordSlot(*mData.entities, [this](const Store::Slot* slot) {
-        mMap.emplace(slot->value->mainEntId, slotAddress(slot));
+        map().emplace(slot->value->mainEntId, slotAddress(slot));
     });
 }
 
@@ -210,21 +210,27 @@ std::vector<Store::Slot*> IdIndex::rebuildOfFirsts() {
     }
     slots.erase(std::remove(slots.begin(), slots.end(), nullptr), slots.end());
     clear();
-    mMap.swap(firsts);
+    map().swap(firsts);
     mNodes.swap(nodes);
     return slots;
 }
 
-// Counts a search that found an id. Makes a hash when searches have cost about as much as making the hash.
-// Failed searches do not count: an id that is not in the hash is searched for in any case.
+// Counts a search that found an id. When searches have cost about as much as making a hash, each further
+// search adds a part to the hash. Failed searches do not count: an id that is not in the hash is searched for
+// in any case.
 void IdIndex::noteSearch() const noexcept {
     constexpr std::size_t kEntriesPerSearch = 16; // hashing 16 entries takes as long as one search
     if (!isWorthAHash())
         return;
     const std::uint32_t count = mSearches.load(std::memory_order_relaxed) + 1;
     mSearches.store(count, std::memory_order_relaxed);
-    if (count >= mMap.size() / kEntriesPerSearch)
-        makeHash();
+    if (count >= map().size() / kEntriesPerSearch)
+        continueHash();
+}
+
+void IdIndex::expectSearches() const noexcept {
+    if (isWorthAHash())
+        while (continueHash()) {}
 }
 
 // Returns whether a hash would save time, and the pool's generation shows every change of the map. A caller
@@ -232,27 +238,42 @@ void IdIndex::noteSearch() const noexcept {
 // generation does not show the changes of such a map.
 bool IdIndex::isWorthAHash() const noexcept {
     constexpr std::size_t kFewestEntries = 48; // with fewer entries, a search is as fast
-    return kHasIdHash && mMap.size() >= kFewestEntries && MapVersion::canFollow(mMap);
+    return kHasIdHash && map().size() >= kFewestEntries && MapVersion::canFollow(map());
 }
 
-// Makes a hash if there is none. Several readers of shared data may call this at once. The first to finish
-// publishes its hash, and the others delete theirs. Does not replace a hash that is out of date, since
-// another reader may be using it. The next edit deletes that hash.
-void IdIndex::makeHash() const noexcept {
-    mSearches.store(0, std::memory_order_relaxed); // counts again from 0, even if no hash can be made
+// Adds a part to the hash, which is published when it is complete. Returns whether more is to be added. Does
+// not replace a hash that is out of date, since another reader may be using it. The next edit deletes that
+// hash.
+//
+// Several readers of shared data may call this at once. A reader takes the partial hash out of mPartial, and
+// puts it back afterwards. A reader that finds mPartial empty begins another hash. If a reader cannot put its
+// hash back since there is another one, it deletes its own.
+bool IdIndex::continueHash() const noexcept try {
     if (mHash.load(std::memory_order_relaxed))
-        return;
-    std::unique_ptr<IdHash> fresh = IdHash::build(mMap);
+        return false;
+    std::unique_ptr<IdHash> hash(mPartial.exchange(nullptr, std::memory_order_acquire));
+    if (!hash || !hash->isCurrent(map()))
+        hash = std::make_unique<IdHash>(map());
+    if (!hash->addSome(map())) {
+        mSearches.store(0, std::memory_order_relaxed);
+        return false;
+    }
+    const bool isComplete = hash->isComplete(map());
     IdHash* none = nullptr;
-    if (fresh && mHash.compare_exchange_strong(none, fresh.get(), std::memory_order_acq_rel))
-        fresh.release();
+    if ((isComplete ? mHash : mPartial).compare_exchange_strong(none, hash.get(), std::memory_order_acq_rel))
+        hash.release();
+    return !isComplete;
+} catch (const std::bad_alloc&) {
+    mSearches.store(0, std::memory_order_relaxed);
+    return false;
 }
 
-// Returns the hash that an edit must update. Returns null if there is no hash. Deletes a hash that is out of
-// date, and then returns null, too.
+// Returns the hash that an edit must update: mHash or, if that is null, mPartial. Deletes a hash that is out
+// of date, and then returns null.
 IdHash* IdIndex::hashToUpdate() noexcept {
-    IdHash* const held = mHash.load(std::memory_order_relaxed);
-    if (!held || held->isCurrent(mMap))
+    IdHash* const complete = mHash.load(std::memory_order_relaxed);
+    IdHash* const held = complete ? complete : mPartial.load(std::memory_order_relaxed);
+    if (!held || held->isCurrent(map()))
         return held;
     dropHash();
     return nullptr;
@@ -265,6 +286,7 @@ void IdIndex::dropHints() noexcept {
 
 void IdIndex::dropHash() noexcept {
     delete mHash.exchange(nullptr, std::memory_order_relaxed);
+    delete mPartial.exchange(nullptr, std::memory_order_relaxed);
     mSearches.store(0, std::memory_order_relaxed);
 }
 

@@ -30,9 +30,10 @@ inline Store::Slot* slotAt(unsigned long address) noexcept {
 }
 
 // Finds, adds and erases entries of `dataMap`, and makes the pool of the map's nodes. Makes a hash of the ids
-// when searches have cost as much as a hash. Makes a RunIndex of the entries of one id when a look-up has
-// walked past RunIndex::kFewestItems of these entries. Callers may change the map by hand. So the hash and
-// the run indexes are used only while the pool's generation shows that no caller has changed the map.
+// when searches have cost as much as a hash, a small part with each further search. Makes a RunIndex of the
+// entries of one id when a look-up has walked past RunIndex::kFewestItems of these entries. Callers may
+// change the map by hand. So the hash and the run indexes are used only while the pool's generation shows
+// that no caller has changed the map.
 //
 // Invariants:
 //  1. Entries of one id are neighbours, in the order in which they were added.
@@ -56,9 +57,9 @@ public:
     IdIndex& operator=(const IdIndex&) = delete;
     ~IdIndex() { dropHints(); }
 
-    Entry begin() const noexcept { return mMap.begin(); }
-    Entry end() const noexcept { return mMap.end(); }
-    std::size_t size() const noexcept { return mMap.size(); }
+    Entry begin() const noexcept { return map().begin(); }
+    Entry end() const noexcept { return map().end(); }
+    std::size_t size() const noexcept { return map().size(); }
 
     // Returns the first entry of the id. Returns the place where the id belongs if there is no such entry.
     // O(1) for an id in the hash or behind all other ids, otherwise O(log n).
@@ -84,7 +85,7 @@ public:
 
     // Returns whether the entry is the first of its id. O(1).
     bool isFirst(Entry entry) const {
-        return entry == mMap.begin() || !isSame(std::prev(entry)->first, entry->first);
+        return entry == map().begin() || !isSame(std::prev(entry)->first, entry->first);
     }
 
     // Returns the index of the run that begins at `first`. Returns null if the run has no index that can find
@@ -92,7 +93,7 @@ public:
     const RunIndex* runIndexFor(const ItemKeys& keys, const Run& first) const noexcept {
         if (!mLongRuns.isInUse())
             return nullptr;
-        return usable(mLongRuns.find(mMap, first.entry->first.stub(), RunIndex::keysFor(keys)), keys);
+        return usable(mLongRuns.find(map(), first.entry->first.stub(), RunIndex::keysFor(keys)), keys);
     }
 
     // Makes the index of the run that begins at `first`, and returns it. Returns null if the run already has
@@ -141,22 +142,21 @@ public:
     void dropHints() noexcept;
 
     // Prepares for looking many ids up: makes a hash if that saves time. O(1), or O(n) if it makes a hash.
-    void expectSearches() const noexcept {
-        if (isWorthAHash())
-            makeHash();
-    }
+    void expectSearches() const noexcept;
 
     // Returns the hash if it is up to date, otherwise null. O(1).
     const IdHash* currentHash() const noexcept {
         const IdHash* const held = mHash.load(std::memory_order_acquire);
-        return held && held->isCurrent(mMap) ? held : nullptr;
+        return held && held->isCurrent(map()) ? held : nullptr;
     }
 
 private:
+    DataMap& map() const noexcept { return mData.dataMap; }
+
     // Returns whether the entry is an entry of the id. The entry must not be before the first entry of the
     // id.
     bool isOfId(Entry entry, const GxDbObjectId& id) const {
-        return entry != mMap.end() && (entry->first.stub() == id.stub() || !(id < entry->first));
+        return entry != map().end() && (entry->first.stub() == id.stub() || !(id < entry->first));
     }
 
     static const RunIndex* usable(const RunIndex* run, const ItemKeys& keys) noexcept {
@@ -166,23 +166,23 @@ private:
     // Returns what find() returns, without using the hash. Compares the last id first, since ids that come in
     // ascending order belong behind it.
     Run search(const GxDbObjectId& id) const {
-        if (mMap.empty() || mMap.rbegin()->first < id)
-            return {mMap.end(), false};
-        const Entry entry = mMap.lower_bound(id);
-        return {entry, entry != mMap.end() && isSame(entry->first, id)};
+        if (map().empty() || map().rbegin()->first < id)
+            return {map().end(), false};
+        const Entry entry = map().lower_bound(id);
+        return {entry, entry != map().end() && isSame(entry->first, id)};
     }
 
     void noteSearch() const noexcept;
     bool isWorthAHash() const noexcept;
-    void makeHash() const noexcept;
+    bool continueHash() const noexcept;
     IdHash* hashToUpdate() noexcept;
     void dropHash() noexcept;
 
     SSetData& mData;
-    DataMap& mMap;
     OwnedNodePool mNodes;
-    mutable std::atomic<IdHash*> mHash{nullptr};
-    // Number of searches that found an id since the index last made, tried to make, or deleted a hash.
+    mutable std::atomic<IdHash*> mHash{nullptr};    // complete; searches use it
+    mutable std::atomic<IdHash*> mPartial{nullptr}; // a hash that is not complete yet
+    // Number of searches that found an id since the index last made, failed to make, or deleted a hash.
     mutable std::atomic<std::uint32_t> mSearches{0};
     LongRuns mLongRuns;
 };

@@ -24,7 +24,7 @@ std::uint32_t keyOf(std::uint64_t hash, long marker) noexcept {
 } // namespace
 
 RunIndex::RunIndex(Entry first, Keys keys, std::size_t items)
-    : mMainStub(first->first.stub()), mLast(first), mKeys(keys), mIds(items), mChains(items) {
+    : mMainStub(first->first.stub()), mLast(first), mKeys(keys) {
     mItems.reserve(items);
 }
 

@@ -203,7 +203,7 @@ TEST_F(EqualIdsTest, IdThatWasJustLookedForIsAddedWithoutASearch) {
 
 TEST_F(EqualIdsTest, AreMadeOrThrowWithoutMemory) {
     kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
-        const kvtest::Outcome outcome = point.run([] { const EqualIds made(100); });
+        const kvtest::Outcome outcome = point.run([] { const EqualIds made; });
         EXPECT_EQ(outcome.failed, outcome.injected);
     });
 }

@@ -26,6 +26,16 @@ DataMap makeMap() {
     return map;
 }
 
+// Builds the hash of the whole index. Returns null if no hash can be built.
+std::unique_ptr<IdHash> buildHash(const DataMap& map) {
+    auto hash = std::make_unique<IdHash>(map);
+    while (!hash->isComplete(map)) {
+        if (!hash->addSome(map))
+            return nullptr;
+    }
+    return hash;
+}
+
 // Has an index with its own pool. The hash was built when the index had id(1) ... id(100).
 class IdHashTest : public kvtest::KvTest {
 protected:
@@ -33,7 +43,7 @@ protected:
         KvTest::SetUp();
         for (unsigned long n = 1; n <= 100; ++n)
             map.emplace(id(n), n);
-        hash = IdHash::build(map);
+        hash = buildHash(map);
         ASSERT_NE(hash, nullptr);
     }
 
@@ -112,6 +122,106 @@ TEST_F(IdHashTest, LeadsToTheFirstOfEqualIds) {
     EXPECT_EQ(hash->find(map, id(5)), map.end());
 }
 
+// ---- a hash that is not complete
+
+// Adds id(1) ... id(count) to `many`, and hashes the first part of them.
+std::unique_ptr<IdHash> hashFirstPart(DataMap& many, unsigned long count) {
+    for (unsigned long n = 1; n <= count; ++n)
+        many.emplace(id(n), n);
+    auto partial = std::make_unique<IdHash>(many);
+    EXPECT_TRUE(partial->addSome(many));
+    EXPECT_FALSE(partial->isComplete(many));
+    return partial;
+}
+
+// Returns the number of the highest id that the hash has. All ids up to that id must be in the hash.
+unsigned long lastHashed(const IdHash& partial) {
+    unsigned long n = 0;
+    while (partial.peek(id(n + 1)))
+        ++n;
+    return n;
+}
+
+void complete(IdHash& partial, const DataMap& many) {
+    while (!partial.isComplete(many))
+        ASSERT_TRUE(partial.addSome(many));
+}
+
+TEST_F(IdHashTest, EachPartHasAtMostAFewHundredEntries) {
+    DataMap many = makeMap();
+    const std::unique_ptr<IdHash> partial = hashFirstPart(many, 5000);
+    EXPECT_GE(lastHashed(*partial), 32u);
+    EXPECT_LE(lastHashed(*partial), 1000u);
+    complete(*partial, many);
+    EXPECT_EQ(lastHashed(*partial), 5000u);
+}
+
+TEST_F(IdHashTest, NextEntryMayBeErasedBeforeTheNextPart) {
+    DataMap many = makeMap();
+    const std::unique_ptr<IdHash> partial = hashFirstPart(many, 2000);
+    const unsigned long next = lastHashed(*partial) + 1;
+    for (unsigned long n = next; n < next + 3; ++n) {
+        const auto entry = many.find(id(n));
+        partial->noteErasing(many, entry);
+        many.erase(entry);
+        partial->follow(many);
+    }
+    complete(*partial, many);
+    for (unsigned long n = 1; n <= 2000; ++n)
+        ASSERT_EQ(partial->find(many, id(n)), many.find(id(n))) << n;
+}
+
+TEST_F(IdHashTest, PartMayEndBetweenEqualIds) {
+    for (const unsigned long extra : {1ul, 2ul, 3ul}) {
+        DataMap many = makeMap();
+        many.emplace(id(0), 0);
+        for (unsigned long n = 1; n <= 500 * extra; ++n)
+            many.emplace(id(7), n);
+        many.emplace(id(9), 9);
+        const std::unique_ptr<IdHash> hashed = buildHash(many);
+        ASSERT_NE(hashed, nullptr);
+        EXPECT_EQ(hashed->find(many, id(7)), many.lower_bound(id(7)));
+        EXPECT_EQ(hashed->find(many, id(9)), many.lower_bound(id(9)));
+    }
+}
+
+TEST_F(IdHashTest, SecondStubOfAnObjectBetweenTwoPartsIsRefused) {
+    DataMap many = makeMap();
+    const std::unique_ptr<IdHash> partial = hashFirstPart(many, 2000);
+    const unsigned long last = lastHashed(*partial);
+    kvinmemory::makeEqual(id(last), id(last + 1));
+    EXPECT_FALSE(partial->addSome(many));
+}
+
+TEST_F(IdHashTest, FollowsRandomEditsBetweenItsParts) {
+    std::mt19937 random(9);
+    for (int round = 0; round < 20; ++round) {
+        DataMap many = makeMap();
+        const std::unique_ptr<IdHash> partial = hashFirstPart(many, 2000);
+        for (int step = 0; !partial->isComplete(many); ++step) {
+            const unsigned long n = 1 + random() % 2500;
+            const auto held = many.lower_bound(id(n));
+            if (random() % 2 == 0 || held == many.end()) {
+                ASSERT_TRUE(partial->noteAdded(many, many.emplace(id(n), n)));
+            } else {
+                partial->noteErasing(many, held);
+                many.erase(held);
+            }
+            partial->follow(many);
+            if (step % 50 == 0) {
+                ASSERT_TRUE(partial->addSome(many));
+            }
+        }
+        for (unsigned long n = 1; n <= 2500; ++n) {
+            const auto first = many.lower_bound(id(n));
+            const bool isHeld = first != many.end() && first->first == id(n);
+            ASSERT_EQ(partial->find(many, id(n)), isHeld ? first : many.end()) << n;
+        }
+    }
+}
+
+// ---- changes that the hash has not seen
+
 TEST_F(IdHashTest, IsBehindOnceAnEntryCameOrWentUnseen) {
     map.erase(map.begin());
     EXPECT_FALSE(hash->isCurrent(map));
@@ -159,7 +269,7 @@ TEST_F(IdHashTest, TwoStubsOfOneObjectAreRefused) {
     DataMap equal = makeMap();
     for (unsigned long n = 1; n <= 100; ++n)
         equal.emplace(id(n), n);
-    EXPECT_EQ(IdHash::build(equal), nullptr);
+    EXPECT_EQ(buildHash(equal), nullptr);
 }
 
 TEST_F(IdHashTest, NullStubOfAnObjectIsRefusedToo) {
@@ -168,7 +278,7 @@ TEST_F(IdHashTest, NullStubOfAnObjectIsRefusedToo) {
     equal.emplace(GxDbObjectId(), 1);
     for (unsigned long n = 30; n <= 100; ++n)
         equal.emplace(id(n), n);
-    EXPECT_EQ(IdHash::build(equal), nullptr);
+    EXPECT_EQ(buildHash(equal), nullptr);
 }
 
 TEST_F(IdHashTest, SecondStubOfAnObjectEndsTheHash) {
@@ -183,7 +293,7 @@ TEST_F(IdHashTest, StubsThatDifferInOtherBitsThanTheFirstAreFoundAsFast) {
     DataMap growing = makeMap();
     for (unsigned long n = 1; n <= 100; ++n)
         growing.emplace(id(n << 20), n);
-    const std::unique_ptr<IdHash> grown = IdHash::build(growing);
+    const std::unique_ptr<IdHash> grown = buildHash(growing);
     ASSERT_NE(grown, nullptr);
     for (unsigned long n = 1; n <= kMany; ++n) {
         const auto entry = growing.emplace(id((101ul << 20) + n), n);
@@ -199,12 +309,13 @@ TEST_F(IdHashTest, UnknownStubOfAKnownObjectIsLeftToTheIndex) {
     EXPECT_EQ(hash->find(map, id(300)), map.end());
 }
 
-TEST_F(IdHashTest, BuildsWithoutMemoryOrNotAtAll) {
+TEST_F(IdHashTest, BuildsAPartOrSaysThatItCannot) {
     kvtest::forEachAllocationFailure([this](kvtest::FailurePoint& point) {
-        std::unique_ptr<IdHash> built;
-        const kvtest::Outcome outcome = point.run([&] { built = IdHash::build(map); });
+        IdHash built(map);
+        bool isBuilt = true;
+        const kvtest::Outcome outcome = point.run([&] { isBuilt = built.addSome(map); });
         EXPECT_FALSE(outcome.failed);
-        EXPECT_EQ(built == nullptr, outcome.injected);
+        EXPECT_EQ(isBuilt, !outcome.injected);
     });
 }
 
@@ -212,7 +323,7 @@ TEST_F(IdHashTest, GrowsOrSaysThatItCannot) {
     kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
         DataMap growing = makeMap();
         growing.emplace(id(1), 1);
-        const std::unique_ptr<IdHash> grown = IdHash::build(growing);
+        const std::unique_ptr<IdHash> grown = buildHash(growing);
         for (unsigned long n = 2; n <= 500; ++n)
             growing.emplace(id(n), n);
         bool follows = true;

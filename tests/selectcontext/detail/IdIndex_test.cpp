@@ -323,6 +323,48 @@ TEST_F(IdIndexHash, IsMadeForNoFewEntries) {
     EXPECT_FALSE(hasHash());
 }
 
+// The whole hash has some 250 pages, and allocates most of them twice.
+TEST_F(IdIndexTest, LongIndexIsHashedAPartWithEachSearch) {
+    constexpr unsigned long kMany = 20000;
+    addAll(ascending(kMany));
+    unsigned long searches = 0;
+    while (!hasHash() && searches < kMany) {
+        const long before = kvtest::newCalls();
+        EXPECT_TRUE(index().find(id(++searches)).isHeld);
+        ASSERT_LE(kvtest::newCalls() - before, 100) << searches;
+    }
+    EXPECT_EQ(hasHash(), kvdetail::kHasIdHash);
+    if (kvdetail::kHasIdHash) {
+        EXPECT_LE(searches, kMany / 8);
+    }
+}
+
+TEST_F(IdIndexTest, HashMadeInPartsFollowsEditsBetweenThem) {
+    constexpr unsigned long kMany = 4000;
+    std::mt19937 random(4);
+    addAll(shuffled(kMany, 1));
+    for (int step = 0; step < 20000 && !hasHash(); ++step) {
+        const IdIndex::Run run = index().find(id(random() % kMany + 1));
+        if (run.isHeld && random() % 2 == 0)
+            index().erase(run.entry);
+        add(random() % kMany + 1);
+    }
+    EXPECT_EQ(hasHash(), kvdetail::kHasIdHash);
+    expectFindsAll(kMany);
+}
+
+TEST_F(IdIndexTest, HashMadeInPartsBeginsAgainAfterAnEditByHand) {
+    constexpr unsigned long kMany = 4000;
+    addAll(ascending(kMany));
+    for (unsigned long n = 1; n <= kMany / 16 + 3; ++n)
+        index().find(id(n));
+    map().erase(map().begin());
+    for (unsigned long n = 2; n <= kMany / 8; ++n)
+        index().find(id(n));
+    EXPECT_EQ(hasHash(), kvdetail::kHasIdHash);
+    expectFindsAll(kMany);
+}
+
 TEST_F(IdIndexHash, IsDroppedUntilSearchesHaveCostAsMuchAgain) {
     findOften(kEntries);
     index().dropHints();

@@ -6,17 +6,19 @@
 // A set seen through its editing interface. The class has no data members of its own and no virtual
 // functions. So static_cast<GxapSSetWriteAccessor&>(set) is supported for any set.
 //
-// Every edit makes shared data private first (copy-on-write), which disables the set's iterators. Iterators
+// An edit that changes shared data makes the data private first (copy-on-write), which disables the set's
+// iterators. updateDataMap() is the exception: it never copies. Iterators
 // that the accessor returns afterwards are valid until the next copy-on-write. Adding never moves a record.
 // Removing adjusts no iterator, except the argument of removeAt().
 //
-// Bad arguments throw nothing: edits return false or do nothing. Only two bad arguments throw, and are
-// documented at their functions: an iterator on a removed item, and a path index equal to the number of
-// paths. Arguments may be references into this very set.
+// Bad arguments make edits return false or do nothing. Two bad arguments throw instead: an iterator on a
+// removed item, and a path index equal to the number of paths. Their functions document this. Arguments may
+// be references into this very set.
 //
 // If there is no memory, functions throw KvErrorStatus 6 or std::bad_alloc, and the set is as before the
 // call. But an operation on many items may have added or removed some of them, each as a whole. merge() and
-// minus() may also have replaced the items that the set had before the call.
+// minus() first replace the items of this set by those of their first operand. If there is no memory after
+// that, the items that the set had before may be gone. After updateDataMap(), the index may be incomplete.
 //
 // Costs: n is the number of items, and p = n / 4096 is the number of pages. If the data is shared, the
 // copy-on-write adds O(n).

@@ -28,8 +28,8 @@ public:
 
     // Makes a new empty set, and writes its name to `name`. Returns null, and changes neither list nor name,
     // if `name` is null or _kvMalloc has no memory. Throws std::bad_alloc or KvErrorStatus 6 if any other
-    // allocation fails. Also throws what gxdbInitGdsNameKey() throws. After an exception, the list and word 0
-    // are as before the call. O(1).
+    // allocation fails. Also throws what gxdbInitGdsNameKey() throws. After an exception, the list and
+    // name[0] are as before the call, and name[1] may have changed. O(1).
     GxapSelectSet* newSelectSet(long* name);
 
     // Does what newSelectSet() does, and makes the new set share the data of `src`. O(1).

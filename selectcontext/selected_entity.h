@@ -45,7 +45,7 @@ struct KVSELECTCONTEXT_API selected_entity {
     // memory. If there is no memory, reads the shared block instead. Never throws. O(highlight segments).
     ~selected_entity();
 
-    // Allocate and free a record. Any thread may call these operators.
+    // Allocate and free a record. The placement forms do neither. Any thread may call these operators.
     static void* operator new(std::size_t bytes);
     static void* operator new(std::size_t bytes, const std::nothrow_t& tag) noexcept;
     static void* operator new(std::size_t /*bytes*/, void* place) noexcept { return place; }

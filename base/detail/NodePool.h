@@ -16,8 +16,9 @@
 
 namespace kvdetail {
 
-// Under the address sanitizer, a freed node is poisoned and not reused. A node is poisoned if the code that
-// frees the node is sanitized. So a sanitized program works with a library that is not sanitized.
+// Code that is compiled with the address sanitizer poisons each node that it frees, and does not reuse the
+// node. Other code reuses the nodes that it frees. Both kinds of code can free nodes of the same pool. So a
+// sanitized program works with a library that is not sanitized.
 #if KV_ADDRESS_SANITIZER
 constexpr bool kReusesNodes = false;
 inline void poison(void* node, std::size_t bytes) noexcept {

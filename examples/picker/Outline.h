@@ -71,7 +71,7 @@ struct Crossing {
     double parameter; // 0..1 along the segment, by length
 };
 
-// These tests apply to the outline after `placement` has mapped it.
+// All functions below apply to the outline after `placement` has mapped it.
 std::optional<NearestSegment> nearestSegment(const Outline& outline, const Affine& placement, Point p);
 bool isWhollyInside(const Outline& outline, const Affine& placement, const Box& box);
 bool touches(const Outline& outline, const Affine& placement, const Box& box);

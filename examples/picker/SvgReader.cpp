@@ -208,7 +208,8 @@ double alignment(std::string_view align, char axis) {
     return which == "Min" ? 0 : which == "Max" ? 1 : 0.5;
 }
 
-// Returns the map that fits the view box of an element into `room`.
+// Returns the map from the view box of an element to `room`. With "slice", the view box covers `room`.
+// Otherwise, the view box fits into `room`.
 Affine fitted(const ViewBox& viewBox, Size room, std::string_view preserveAspectRatio) {
     double sx = room.width / viewBox.size.width;
     double sy = room.height / viewBox.size.height;

@@ -54,10 +54,13 @@ struct ExactItem {
     OccupiedSlot place; // has no slot if no item was found
 };
 
-// Looks for an item with equal keys. Here, the markers 0 and -1 are equal. If there is such an item, makes
-// the data private, and looks for the first item whose marker is exactly the same. Returns that item, or an
-// item without a slot if one of the searches fails. `run` must be at the first entry of the main id. The set
-// must have a store.
+// Searches twice. Returns an item without a slot if one of the searches fails.
+//
+// The first search looks for an item with equal keys. For it, the markers 0 and -1 are equal. If it succeeds,
+// the data is made private. The second search is findExact(): it tells 0 and -1 apart. Its item is the
+// result.
+//
+// `run` must be at the first entry of the main id. The set must have a store.
 ExactItem findToRemove(GxapSSetWriteAccessor& set, const ItemKeys& keys, const IdIndex::Run& run);
 
 // Returns the first item of the run that has exactly the sub id and the marker of `keys`. Returns an item

@@ -40,16 +40,16 @@ public:
         return lists && lists->version.isCurrent(map) ? lists->find(mainStub, keys) : nullptr;
     }
 
-    // Returns whether add() can keep an index. Returns false if a caller has changed the id index by hand.
-    // O(1).
+    // Returns whether add() can keep an index. Returns false if a caller has changed the id index by hand
+    // since the run indexes were last updated. Without run indexes, returns MapVersion::canFollow(). O(1).
     bool canAdd(const DataMap& map) const noexcept {
         const Lists* const lists = mLists.load(std::memory_order_acquire);
         return lists ? lists->version.isCurrent(map) : MapVersion::canFollow(map);
     }
 
     // Adds an index and returns it. If another thread has already added an index of the same run by the same
-    // keys, deletes `run` and returns the index of the other thread. Returns null if `run` is null, if a
-    // caller has changed the id index by hand, or if there is no memory. O(1).
+    // keys, deletes `run` and returns the index of the other thread. Returns null if `run` is null, if
+    // canAdd() is false, or if there is no memory. O(1).
     const RunIndex* add(const DataMap& map, std::unique_ptr<RunIndex> run) const noexcept;
 
     // Prepares an edit of the id index: deletes all run indexes if they are out of date. Returns whether

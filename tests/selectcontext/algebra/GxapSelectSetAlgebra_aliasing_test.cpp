@@ -281,7 +281,8 @@ private:
             loseIndexEntries(set, model);
     }
 
-    // Removes the index entries of id(1) and id(6), as a removal by main and sub id would.
+    // Removes all index entries of id(1) and id(6). The items stay in the store. remove() with a main id and
+    // a sub id leaves items with another sub id in the same state.
     static void loseIndexEntries(GxapSelectSet& set, ModelData& model) {
         set.sharedData->dataMap.erase(id(1));
         set.sharedData->dataMap.erase(id(6));

@@ -7,9 +7,9 @@
 // functions. So static_cast<GxapSSetWriteAccessor&>(set) is supported for any set.
 //
 // An edit that changes shared data makes the data private first (copy-on-write), which disables the set's
-// iterators. updateDataMap() is the exception: it never copies. Iterators
-// that the accessor returns afterwards are valid until the next copy-on-write. Adding never moves a record.
-// Removing adjusts no iterator, except the argument of removeAt().
+// iterators. updateDataMap() is the exception: it never copies. Iterators that the accessor returns
+// afterwards are valid until the next copy-on-write. Adding never moves a record. Removing adjusts no
+// iterator, except the argument of removeAt().
 //
 // Bad arguments make edits return false or do nothing. Two bad arguments throw instead: an iterator on a
 // removed item, and a path index equal to the number of paths. Their functions document this. Arguments may

@@ -2,6 +2,7 @@
 // also show that no freed memory is read.
 #include "base/KvTrucker.h"
 
+#include "base/detail/Shortcuts.h"
 #include "tests/base/ContainerTest.h"
 #include "tests/base/Invariants.h"
 #include "tests/base/SmallStore.h"
@@ -177,6 +178,8 @@ TEST_F(KvTruckerHintsTest, StoreWithoutPagesHasNoHintsToForget) {
 }
 
 TEST_F(KvTruckerHintsTest, HintsAreForgottenWithoutMemory) {
+    if (!kvdetail::kHasPageIndex)
+        GTEST_SKIP() << "this build has no page index";
     kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {
         SmallStore filled;
         const auto added = fill(filled, 40);

@@ -1,4 +1,5 @@
 // Tests that selecting and removing give the right results also if one main id has many items.
+#include "base/detail/Shortcuts.h"
 #include "tests/selectcontext/support/EditFailureTest.h"
 #include "tests/selectcontext/support/LongRunTestSupport.h"
 
@@ -344,6 +345,8 @@ TEST_F(LongRunEdit, SelectingIsDoneOrHasChangedNothing) {
 }
 
 TEST_F(LongRunEdit, RemovingIsDoneOrHasChangedNothing) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     const Items held = plainRun(90);
     Items expected = held;
     const Item gone = held[80];
@@ -391,6 +394,8 @@ protected:
 };
 
 TEST_F(LongRunEditCost, OfSelectingDoesNotGrowWithTheRun) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     for (const char* const name : {"ascending", "descending", "shuffled"}) {
         SetOf s;
         const kvtest::IdPath path = kvtest::idVector({7});
@@ -403,6 +408,8 @@ TEST_F(LongRunEditCost, OfSelectingDoesNotGrowWithTheRun) {
 }
 
 TEST_F(LongRunEditCost, OfRefusingDoesNotGrowWithTheRun) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     SetOf s(plainRun(kMany));
     indexRun(s.set);
     kvinmemory::countIdComparisons(true);
@@ -413,6 +420,8 @@ TEST_F(LongRunEditCost, OfRefusingDoesNotGrowWithTheRun) {
 }
 
 TEST_F(LongRunEditCost, OfRemovingDoesNotGrowWithTheRun) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     for (const char* const name : {"ascending", "descending", "shuffled"}) {
         SetOf s(between(plainRun(kMany)));
         kvinmemory::countIdComparisons(true);

@@ -1,5 +1,6 @@
 // Tests that whole-set operations and edits of single items have the same results when one main id has many
 // items.
+#include "base/detail/Shortcuts.h"
 #include "tests/selectcontext/support/LongRunTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
@@ -277,6 +278,8 @@ TEST_F(LongRunAlgebra, ClearedSetStartsAnewWithARunOfTheSameId) {
 // ---- without memory
 
 TEST_F(LongRunAlgebra, OperationsGiveTheSameWhereThereIsNoMemoryForAnIndex) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     const Items held = plainRun(90), other = reversed(plainRun(80, 20));
     kvtest::forEachAllocationFailure([&](FailurePoint& point) {
         const SetOf a(held), b(other);
@@ -309,6 +312,8 @@ TEST_F(LongRunAlgebra, MergeHasWholeItemsOnlyWhereItRunsOutOfMemory) {
 }
 
 TEST_F(LongRunAlgebra, MinusHasTakenWholeItemsOnlyWhereItRunsOutOfMemory) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     const Items held = plainRun(90), taken = reversed(plainRun(60, 20));
     kvtest::forEachAllocationFailure([&](FailurePoint& point) {
         freeLeftRecords();
@@ -338,12 +343,16 @@ protected:
 };
 
 TEST_F(LongRunAlgebraCost, OfComparingIsThatOfALookUpPerItem) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     const SetOf a(plainRun(kMany)), b(shuffledRun(kMany, 1)), none(plainRun(kMany, 2 * kMany));
     EXPECT_LE(comparisonsOf([&] { EXPECT_TRUE(a.set.contains(&b.set)); }), kMost);
     EXPECT_LE(comparisonsOf([&] { EXPECT_FALSE(a.set.intersectedWith(&none.set)); }), kMost);
 }
 
 TEST_F(LongRunAlgebraCost, OfMergingIsThatOfALookUpPerItem) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     SetOf a(plainRun(kMany)), few(plainRun(1));
     const SetOf b(shuffledRun(kMany, 2)), more(plainRun(kMany, kMany / 2));
     EXPECT_LE(comparisonsOf([&] { edit(a.set).merge(&a.set, &b.set); }), kMost);
@@ -354,6 +363,8 @@ TEST_F(LongRunAlgebraCost, OfMergingIsThatOfALookUpPerItem) {
 }
 
 TEST_F(LongRunAlgebraCost, OfMinusIsThatOfALookUpPerItem) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     SetOf a(plainRun(kMany)), other(plainRun(kMany));
     const SetOf b(shuffledRun(kMany, 3)), backwards(reversed(plainRun(kMany)));
     EXPECT_LE(comparisonsOf([&] { edit(a.set).minus(&a.set, &b.set); }), kMost);
@@ -363,6 +374,8 @@ TEST_F(LongRunAlgebraCost, OfMinusIsThatOfALookUpPerItem) {
 }
 
 TEST_F(LongRunAlgebraCost, OfTransferringIsThatOfALookUpPerItem) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     SetOf target(plainRun(kMany));
     const SetOf source(shuffledRun(kMany, 4));
     ExcludeNone excluder;

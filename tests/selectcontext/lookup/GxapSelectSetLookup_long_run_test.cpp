@@ -1,4 +1,5 @@
 // Tests that a look-up among many items of one main id finds what a walk through the items finds.
+#include "base/detail/Shortcuts.h"
 #include "tests/selectcontext/support/LongRunTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
@@ -444,6 +445,8 @@ private:
 };
 
 TEST_F(LongRunLookupCost, ByFiveKeysIsThatOfASearchForTheMainId) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     const IdPath path = kvtest::idVector({7, 8});
     for (const unsigned long n : {1ul, kMany / 2, kMany}) {
         EXPECT_LE(comparisonsOf([&] {
@@ -455,6 +458,8 @@ TEST_F(LongRunLookupCost, ByFiveKeysIsThatOfASearchForTheMainId) {
 }
 
 TEST_F(LongRunLookupCost, ByEachOtherFormIsThatOfASearchForTheMainId) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     const IdPath path = kvtest::idVector({7, 8});
     const GxDbObjectId main = id(kRunMain), last = id(kMany);
     EXPECT_LE(comparisonsOf([&] { EXPECT_GT(set().find(main, last), 0); }), kSearchOfMain);
@@ -464,6 +469,8 @@ TEST_F(LongRunLookupCost, ByEachOtherFormIsThatOfASearchForTheMainId) {
 }
 
 TEST_F(LongRunLookupCost, OfAnItemThatIsNotThereIsThatOfTwoSearches) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     const IdPath path = kvtest::idVector({7, 9});
     EXPECT_LE(comparisonsOf([&] { EXPECT_EQ(set().find(id(kRunMain), id(kMany + 5), 0), -1); }),
               2 * kSearchOfMain);
@@ -472,6 +479,8 @@ TEST_F(LongRunLookupCost, OfAnItemThatIsNotThereIsThatOfTwoSearches) {
 }
 
 TEST_F(LongRunLookupCost, IsOfNoComparisonOnceTheMainIdIsHashed) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     for (int i = 0; i < 2000; ++i)
         set().findInMap(id(kRunMain));
     const IdPath path = kvtest::idVector({7, 8});
@@ -519,6 +528,8 @@ TEST_F(LongRunLookup, ItemIsRefusedThatHasThePathGivenThroughAnIterator) {
 // now leads to a record with other keys. A look-up compares the keys and finds neither item. updateDataMap()
 // makes a new hash.
 TEST_F(LongRunLookup, EntriesThatChangedPlacesByHandLeadToNoItemWithOtherKeys) {
+    if (!kvdetail::kHasRunIndex)
+        GTEST_SKIP() << "this build has no run indexes";
     SetOf s(between(plainRun(200)));
     indexRun(s.set);
     const auto addressAt = [&](std::ptrdiff_t i) -> unsigned long& {

@@ -167,8 +167,6 @@ bool GxapSSetWriteAccessor::remove(const GxDbObjectId& mainId, const GxDbObjectI
     if (id.isNull() || !hasItems(*this) || findInMap(id, sub) == indexOf(*sharedData).end())
         return false;
     SSetData& data = *writeData();
-    if (!data.entities)
-        return false;
     kvdetail::IdIndex& index = indexOf(data);
     bool removed = false;
     kvdetail::IdIndex::Run run = index.find(id);

@@ -71,15 +71,14 @@ bool setFieldAtOffset(GxDbElasticData* block, unsigned offset, const void* value
     return true;
 }
 
-// Removes the field at `offset`, and moves the later fields down. If `compact` is true and other fields
-// remain, shrinks the block to these fields. Returns false, and changes nothing, if the block has no field at
+// Removes the field at `offset`, and moves the later fields down. If other fields remain, shrinks the block
+// to these fields. Returns false, and changes nothing, if the block has no field at
 // `offset`. If there is no memory for the smaller block, raises KvErrorStatus 6 and changes nothing.
-bool eraseField(GxDbElasticData*& block, unsigned offset, bool compact) {
+bool eraseField(GxDbElasticData*& block, unsigned offset) {
     if (!hasField(block, offset))
         return false;
     const unsigned newSize = block->size - kFieldBytes;
-    GxDbElasticData* const target =
-        compact && newSize != 0 && newSize != block->capacity ? makeBlock(newSize) : block;
+    GxDbElasticData* const target = newSize != 0 && newSize != block->capacity ? makeBlock(newSize) : block;
     std::memmove(payloadOf(target), payloadOf(block), offset);
     std::memmove(payloadOf(target) + offset, payloadOf(block) + offset + kFieldBytes, newSize - offset);
     target->size = static_cast<std::uint16_t>(newSize);
@@ -123,7 +122,7 @@ bool storeField(GxapSelectedEntInfo& info, std::uint64_t bit, unsigned offset, T
     const bool present = (info.presenceBits & bit) != 0;
     if (value == defaultValue) {
         if (present)
-            eraseField(info.elasticData, offset, true);
+            eraseField(info.elasticData, offset);
         info.presenceBits &= ~bit;
         return true;
     }

@@ -165,4 +165,11 @@ TEST_F(MapVersionTest, CannotFollowAMapThatSharesItsPool) {
     EXPECT_FALSE(MapVersion::canFollow(other));
 }
 
+TEST_F(MapVersionTest, FollowingAMapWithoutAPoolIsNeverCurrent) {
+    const DataMap plain;
+    MapVersion version;
+    version.follow(plain);
+    EXPECT_FALSE(version.isCurrent(plain));
+}
+
 } // namespace

@@ -531,6 +531,37 @@ TEST_F(RunIndexTest, IndexEndsWhenMoreItemsAreErasedThanLeft) {
     EXPECT_EQ(erased, 500u);
 }
 
+TEST_F(RunIndexTest, PathThatBecomesEqualPutsItsItemInTheOrderOfTheRun) {
+    for (unsigned long n = 0; n < 100; ++n)
+        add({5, 0, {n % 2 == 0 ? 1ul : 2ul}});
+    const auto run = build(Keys::kMarkerAndPath);
+    for (const std::size_t moved : {11u, 1u, 99u}) {
+        const Entry entry = entryAt(moved);
+        ASSERT_TRUE(run->noteChangingPath(entry->second, *recordOf(entry), pathOf({1})));
+        recordOf(entry)->nestedEntFullPath = pathOf({1});
+        expectFindsAsAWalk(*run);
+    }
+    std::vector<Entry> found;
+    const GxDbObjectId main = id(kMain), sub = id(5);
+    const Path path = pathOf({1});
+    run->find({main, sub, 0, &path}, [&](Entry entry) {
+        found.push_back(entry);
+        return false;
+    });
+    ASSERT_EQ(found.size(), 53u);
+    EXPECT_EQ(found[1], entryAt(1));
+    EXPECT_EQ(found[7], entryAt(11));
+    EXPECT_EQ(found.back(), entryAt(99));
+}
+
+TEST_F(RunIndexTest, ChangedPathOfAnItemThatIsNotFoundEndsTheIndex) {
+    addSubs(100);
+    const auto run = build(Keys::kMarkerAndPath);
+    const Entry entry = entryAt(7);
+    recordOf(entry)->subEntId = id(777);
+    EXPECT_FALSE(run->noteChangingPath(entry->second, *recordOf(entry), pathOf({1})));
+}
+
 // ---- what it costs
 
 TEST_P(RunIndexByKeys, AsksAboutOneItemHoweverManyThereAre) {
@@ -598,6 +629,26 @@ TEST_P(RunIndexByKeys, GrowsOrSaysThatItCannot) {
         EXPECT_EQ(isUpdated, !outcome.injected);
         if (isUpdated)
             expectFindsAsAWalk(*run);
+        data.reset();
+    });
+}
+
+TEST_F(RunIndexTest, ChangesAPathOrSaysThatItCannot) {
+    kvtest::forEachAllocationFailure([&](kvtest::FailurePoint& point) {
+        startAgain();
+        addSubs(200);
+        const auto run = build(Keys::kMarkerAndPath);
+        std::vector<Path> paths;
+        for (unsigned long n = 0; n < 200; ++n)
+            paths.push_back(pathOf({1000 + n}));
+        bool isUpdated = true;
+        const kvtest::Outcome outcome = point.run([&] {
+            for (std::size_t i = 0; isUpdated && i < paths.size(); ++i) {
+                isUpdated = run->noteChangingPath(entryAt(i)->second, *recordOf(entryAt(i)), paths[i]);
+                recordOf(entryAt(i))->nestedEntFullPath = paths[i];
+            }
+        });
+        EXPECT_EQ(isUpdated, !outcome.injected);
         data.reset();
     });
 }

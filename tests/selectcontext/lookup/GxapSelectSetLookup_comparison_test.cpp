@@ -1,4 +1,5 @@
 #include "tests/selectcontext/support/EditTestSupport.h"
+#include "tests/selectcontext/support/IndexTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -248,6 +249,22 @@ TEST_F(Comparison, WithASetThatHasNoStoreIsFalse) {
     EXPECT_FALSE(contains(without, s));
     EXPECT_FALSE(intersected(without, s));
     without.data().entities = store;
+}
+
+// The second comparison of large sets uses a hash of ids, and prefetches for the items to come.
+TEST_F(Comparison, OfLargeSetsInNoOrderIsThatOfTheirItems) {
+    constexpr unsigned long kMany = 20000;
+    GxapSelectSet a, b;
+    for (const unsigned long n : kvtest::shuffled(kMany, 1))
+        edit(a).append(id(n), kvtest::kNoId);
+    for (const unsigned long n : kvtest::shuffled(kMany, 2))
+        edit(b).append(id(n), kvtest::kNoId);
+    kvtest::takeOutIds(b, 100, 50);
+    for (int round = 0; round < 2; ++round)
+        EXPECT_TRUE(a.contains(&b));
+    kvtest::takeOutIds(a, 777, 1);
+    for (int round = 0; round < 2; ++round)
+        EXPECT_FALSE(a.contains(&b));
 }
 
 TEST_F(Comparison, WalksOverFreedSlots) {

@@ -1,6 +1,7 @@
 #include "selectcontext/GxapSelectedEntInfo.h"
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
+#include "tests/support/Thrown.h"
 
 #include <cmath>
 #include <cstddef>
@@ -390,6 +391,44 @@ TEST_F(EntInfo, BlockThatIsAlreadyExactIsNotReallocatedByCompaction) {
     EXPECT_EQ(before.mallocCalls(), 0);
     EXPECT_EQ(info.elasticData, block);
     EXPECT_EQ(info.getBTRMatPtr()->entry[0][0], 2);
+}
+
+TEST_F(EntInfo, FieldThatWouldLieBehindTheBlockIsNotStored) {
+    GxapSelectedEntInfo info;
+    info.presenceBits = 1; // the block does not have the fence result that comes before the matrix
+    info.setCompoundTransformWithBTROffset(matrixWith(2));
+    EXPECT_EQ(info.presenceBits, 1u);
+    EXPECT_EQ(info.elasticData, nullptr);
+    info.presenceBits = 0;
+}
+
+TEST_F(EntInfo, FieldThatTheBlockLacksIsNotOverwritten) {
+    GxapSelectedEntInfo info;
+    info.setSelFenceResultInfo(fence(1, 0.5));
+    info.presenceBits = 3; // the block does not have a matrix
+    info.setCompoundTransformWithBTROffset(matrixWith(2));
+    EXPECT_EQ(imageOf(info).size, 8);
+    EXPECT_EQ(info.getCompoundTransformBTROffsetPtr(), nullptr);
+    info.presenceBits = 1;
+}
+
+TEST_F(EntInfo, StoringNullIntoAFieldThatTheBlockLacksClearsItsBit) {
+    GxapSelectedEntInfo info;
+    info.presenceBits = 1;
+    info.setFenceIntersectInfoPtr(nullptr);
+    EXPECT_EQ(info.presenceBits, 0u);
+    EXPECT_EQ(info.elasticData, nullptr);
+}
+
+TEST_F(EntInfo, BlockThatCannotHaveALargerCapacityStaysAsItIs) {
+    GxapSelectedEntInfo info;
+    giveRoomyBlock(info, 65535);
+    const std::uint16_t size = 65530;
+    std::memcpy(reinterpret_cast<unsigned char*>(info.elasticData) + 2, &size, sizeof(size));
+    GxDbElasticData* const block = info.elasticData;
+    kvtest::expectStatus([&] { info.setSelFenceResultInfo(fence(1, 0.5)); }, 6);
+    EXPECT_EQ(info.elasticData, block);
+    EXPECT_EQ(info.presenceBits, 0u);
 }
 
 TEST_F(EntInfo, PresenceBitWithoutABlockDesignatesNothing) {

@@ -1,10 +1,12 @@
 #include "selectcontext/selected_entity.h"
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
+#include "tests/support/NewTracking.h"
 
 #include <cstddef>
 #include <gtest/gtest.h>
 #include <memory>
+#include <new>
 #include <vector>
 
 namespace {
@@ -59,6 +61,36 @@ TEST_F(SelectedEntity, RecordMadeWithoutAnEmptyBlockHasNullVectors) {
     const selected_entity record;
     EXPECT_EQ(record.hlVpArray.data.block, nullptr);
     EXPECT_EQ(record.nestedEntFullPath.data.block, nullptr);
+}
+
+TEST_F(SelectedEntity, RecordMadeByNothrowNewIsAsAnyOther) {
+    auto* const record = new (std::nothrow) selected_entity;
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(record->gsMarker, -1);
+    delete record;
+}
+
+TEST_F(SelectedEntity, NothrowNewGivesNullWithoutMemory) {
+    kvtest::failNew(1, false);
+    const selected_entity* const record = new (std::nothrow) selected_entity;
+    kvtest::allowNew();
+    EXPECT_EQ(record, nullptr);
+}
+
+TEST_F(SelectedEntity, MemoryOfNothrowNewIsFreedByTheMatchingDelete) {
+    const AllocationCount before;
+    void* const memory = selected_entity::operator new(sizeof(selected_entity), std::nothrow);
+    EXPECT_EQ(before.newCalls(), 1);
+    selected_entity::operator delete(memory, std::nothrow);
+}
+
+TEST_F(SelectedEntity, RecordMayBeMadeInTheCallersMemory) {
+    alignas(selected_entity) unsigned char memory[sizeof(selected_entity)];
+    const AllocationCount before;
+    auto* const record = new (memory) selected_entity;
+    EXPECT_EQ(static_cast<void*>(record), memory);
+    EXPECT_EQ(before.newCalls(), 0);
+    record->~selected_entity();
 }
 
 // ---- destruction of a plain record

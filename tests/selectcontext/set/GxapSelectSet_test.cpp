@@ -553,6 +553,17 @@ TEST_F(SelectSet, LispCountIsIndependentOfTheData) {
 
 // ---- the reference count of the data
 
+TEST_F(SharedData, CloneMadeWithoutAnEmptyBlockHasNullVectors) {
+    const kvtest::WithoutEmptyBlock withoutEmptyBlock;
+    GxapSelectSet set;
+    kvtest::appendIds(set, 1, 3);
+    GxapSelectSet copy(set);
+    static_cast<GxapSSetWriteAccessor&>(copy).writeData();
+    ASSERT_NE(copy.sharedData, set.sharedData);
+    EXPECT_EQ(recordAt(copy, 1)->hlVpArray.data.block, nullptr);
+    EXPECT_EQ(recordAt(copy, 1)->nestedEntFullPath.data.block, nullptr);
+}
+
 TEST_F(SharedData, FreshDataHasItsInitialValues) {
     const SSetData fresh;
     EXPECT_EQ(fresh.refCount.load(), 0u);

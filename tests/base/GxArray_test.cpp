@@ -70,6 +70,10 @@ struct TwentyFour {
     std::int64_t words[3];
 };
 
+struct SixteenGigabytes {
+    char bytes[std::size_t{1} << 34];
+};
+
 TEST_F(GxArrayTest, NewArrayIsEmptyWithGrowLengthEight) {
     const LongArray array;
     EXPECT_EQ(array.logicalLength(), 0);
@@ -213,6 +217,14 @@ TEST_F(GxArrayTest, CapacityThatAnIntCannotHoldIsOutOfMemory) {
     EXPECT_EQ(array.physicalLength(), 8);
     EXPECT_EQ(array.logicalLength(), 8);
     EXPECT_THAT(contents(array), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
+}
+
+TEST_F(GxArrayTest, StorageThatNoPointerCanSpanIsOutOfMemory) {
+    GxArray<SixteenGigabytes> array;
+    // 2^30 elements of 2^34 bytes: as a number of 64 bits, their size is 0.
+    expectStatus([&] { array.setPhysicalLength(1 << 30); }, kOutOfMemory);
+    EXPECT_EQ(array.physicalLength(), 0);
+    EXPECT_TRUE(invariants(array));
 }
 
 // ---- physical length

@@ -211,6 +211,17 @@ TEST_F(KvSTLAllocatorTest, AllocatorsOfTwoPoolsDiffer) {
     EXPECT_TRUE(one.get_allocator() == one.get_allocator());
 }
 
+TEST_F(KvSTLAllocatorTest, PoolWhoseAddressNeedsMoreThanFortyEightBitsIsNotUsed) {
+    auto* const far = reinterpret_cast<kvdetail::NodePool*>((std::uintptr_t{1} << 48) + 4096);
+    _KvSTLAllocator<Entry> ofValues(far);
+    EXPECT_EQ(ofValues.pool(), nullptr);
+    _KvSTLAllocator<Wide> ofNodes(far);
+    EXPECT_EQ(ofNodes.pool(), nullptr);
+    Wide* const memory = ofNodes.allocate(1);
+    *memory = Wide{};
+    ofNodes.deallocate(memory, 1);
+}
+
 TEST_F(KvSTLAllocatorTest, NodesComeFromThePool) {
     Index index = pooledIndex();
     fillWith(index, 30);

@@ -3,6 +3,7 @@
 #include "base/KvTrucker.h"
 
 #include "base/detail/Shortcuts.h"
+#include "base/detail/StoreEpoch.h"
 #include "tests/base/ContainerTest.h"
 #include "tests/base/Invariants.h"
 #include "tests/base/SmallStore.h"
@@ -110,6 +111,41 @@ TEST_F(KvTruckerHintsTest, SlotsMovedByHandAreSeenOnceTheHintsAreForgotten) {
     move(36, 39);
     store.forgetHints();
     expectSound(store);
+}
+
+// In the tests of a moved slot, the second page has elements in slots 1 and 3. The element in slot 1 is then
+// moved to slot 0 by hand. The hints are not forgotten.
+class KvTruckerMovedSlotTest : public KvTruckerHintsTest {
+protected:
+    void SetUp() override {
+        KvTruckerHintsTest::SetUp();
+        fillWith(8);
+        for (const std::size_t hole : {4u, 6u})
+            store.removeSlot(slots[hole], store.tail, true);
+        move(5, 4);
+    }
+};
+
+TEST_F(KvTruckerMovedSlotTest, NextPassesOverTheSlotThatTheElementHasLeft) {
+    SmallStore::iterator it = store.iteratorAt(3);
+    it.next();
+    EXPECT_EQ(it.slot, slots[4]);
+    it.next();
+    EXPECT_EQ(it.slot, slots[7]);
+    EXPECT_EQ(it.position, 2u);
+}
+
+TEST_F(KvTruckerMovedSlotTest, StepBackPassesOverTheSlotThatTheElementHasLeft) {
+    SmallStore::iterator it = store.iteratorAt(5);
+    ASSERT_EQ(it.slot, slots[7]);
+    kvdetail::stepBack(&store, it);
+    EXPECT_EQ(it.slot, slots[4]);
+    EXPECT_EQ(it.position, 1u);
+}
+
+TEST_F(KvTruckerMovedSlotTest, ElementIsFoundByItsPositionWhereItIs) {
+    EXPECT_EQ(store.elementAt(4), slots[4]);
+    EXPECT_EQ(store.elementAt(5), slots[7]);
 }
 
 TEST_F(KvTruckerHintsTest, PageOfManySlotsIsSeenAsItIsOnceTheHintsAreForgotten) {
@@ -297,6 +333,84 @@ TEST_F(KvTruckerChainTest, RemovalThroughAnIteratorFreesNoPageThatLeft) {
     EXPECT_EQ(it.page, nullptr);
     expectSound(store);
     freeByHand(gone);
+}
+
+TEST_F(KvTruckerChainTest, WalkPassesOverPagesWithoutSlotsWhateverTheyCount) {
+    for (SmallStore::Page* const page : {store.head, pageAt(store, 3)}) {
+        KvTkDefaultAllocator<long>::deallocate(page->slots, 64);
+        page->slots = nullptr;
+        page->fillEnd = nullptr;
+    }
+    SmallStore::iterator it = kvtest::beforeFirst(store);
+    it.next();
+    EXPECT_EQ(it.slot, slotOf(1, 0));
+    EXPECT_EQ(it.position, 1u);
+    EXPECT_EQ(walkFrom(store, it), valuesOf(store));
+}
+
+TEST_F(KvTruckerChainTest, IteratorOnAPageOfAnotherStoreWorksOnceAPageWasFreed) {
+    SmallStore other;
+    // The birth of the page is a greater number than the epoch of the iterator, but belongs to another group.
+    while (other.end().epoch <= store.end().epoch) {
+        other.append(0);
+        other.undoAppend();
+    }
+    ASSERT_FALSE(kvdetail::StoreEpoch::isSameGroup(other.end().epoch, store.end().epoch));
+    fill(other, 4);
+    SmallStore::Page* const page = std::exchange(other.head, nullptr);
+    other.tail = nullptr;
+    page->next = pageAt(store, 2)->next;
+    pageAt(store, 2)->next = page;
+    store.forgetHints();
+    const SmallStore::iterator it = store.iteratorAt(13);
+    ASSERT_EQ(it.page, page);
+    for (int i = 0; i < 4; ++i)
+        removeIndex(store, 0);
+    EXPECT_EQ(*it, 1);
+}
+
+// A chain of so many pages that the store counts them in the page index.
+class KvTruckerLongChainTest : public KvTruckerChainTest {
+protected:
+    static constexpr int kAllPages = 20;
+
+    void SetUp() override {
+        KvTruckerChainTest::SetUp();
+        const auto added = fill(store, (kAllPages - kPages) * static_cast<int>(kSmallPageSlots));
+        slots.insert(slots.end(), added.begin(), added.end());
+        expectSound(store);
+    }
+
+    void expectOnePageLess() const {
+        EXPECT_EQ(store.occupiedSlots(), (kAllPages - 1) * kSmallPageSlots);
+        expectSound(store);
+    }
+};
+
+TEST_F(KvTruckerLongChainTest, HeadTakenOutIsNotCounted) {
+    SmallStore::Page* const gone = std::exchange(store.head, store.head->next);
+    expectOnePageLess();
+    freeByHand(gone);
+}
+
+TEST_F(KvTruckerLongChainTest, TailTakenOutIsNotCounted) {
+    SmallStore::Page* const gone = takeOut(kAllPages - 1);
+    store.tail = pageAt(store, kAllPages - 2);
+    expectOnePageLess();
+    freeByHand(gone);
+}
+
+TEST_F(KvTruckerLongChainTest, PageTakenOutOfTheMiddleIsNotCounted) {
+    SmallStore::Page* const gone = takeOut(12);
+    expectOnePageLess();
+    freeByHand(gone);
+}
+
+TEST_F(KvTruckerLongChainTest, PageWhoseCountWasChangedByHandIsCountedAsItIs) {
+    slotOf(5, 1)->free = 1;
+    --pageAt(store, 5)->liveCount;
+    EXPECT_EQ(store.elementAt(22), slotOf(5, 3));
+    EXPECT_EQ(store.elementAt(23), slotOf(6, 0));
 }
 
 // ---- pages that another store has freed
@@ -498,6 +612,14 @@ TEST_F(KvTruckerReuseTest, IteratorsOfTheOlderPagesWork) {
     EXPECT_EQ(*onFourth, 3);
     onFourth.next();
     EXPECT_EQ(*onFourth, 40);
+}
+
+TEST_F(KvTruckerReuseTest, PageWithoutSlotsGivesNoBlockBack) {
+    ReusingAllocator<long>::deallocate(std::exchange(store.tail->slots, nullptr), 64);
+    store.tail->fillEnd = nullptr;
+    store.freeAllPages();
+    EXPECT_EQ(store.append(40)->value, 40);
+    EXPECT_TRUE(invariants(store));
 }
 
 TEST_F(KvTruckerReuseTest, StoreAtTheAddressOfAnotherRevivesNoIterator) {

@@ -98,6 +98,20 @@ TEST_F(KvTruckerIteratorTest, DereferencingASlotThatWasNeverUsedRaisesAccessErro
     expectMessage([&] { *it; }, kAccessError);
 }
 
+TEST_F(KvTruckerIteratorTest, DereferencingAnIteratorWithoutASlotRaisesAccessError) {
+    fillWith(2);
+    SmallStore::iterator it = store.iteratorAt(1);
+    it.slot = nullptr;
+    expectMessage([&] { *it; }, kAccessError);
+}
+
+TEST_F(KvTruckerIteratorTest, DereferencingAnIteratorWithoutAStoreRaisesAccessError) {
+    fillWith(2);
+    SmallStore::iterator it = store.iteratorAt(1);
+    it.trucker = nullptr;
+    expectMessage([&] { *it; }, kAccessError);
+}
+
 // ---- next
 
 TEST_F(KvTruckerIteratorTest, NextWalksAllElementsAcrossPages) {
@@ -207,6 +221,14 @@ TEST_F(KvTruckerIteratorTest, NextFromBeforeFirstOfAStoreWithoutPagesDoesNotMove
     SmallStore::iterator it = beforeFirst(store);
     it.next();
     EXPECT_TRUE(isBeforeFirst(it));
+}
+
+TEST_F(KvTruckerIteratorTest, NextFromBeforeFirstWithoutAStoreDoesNotMove) {
+    SmallStore::iterator it{};
+    it.toBeforeFirst();
+    it.next();
+    EXPECT_TRUE(isBeforeFirst(it));
+    EXPECT_EQ(it.trucker, nullptr);
 }
 
 TEST_F(KvTruckerIteratorTest, NextFromBeforeFirstInAStoreWithOnlyAnEmptyPageReachesTheEnd) {
@@ -343,6 +365,18 @@ TEST_F(KvTruckerIteratorTest, EndOfAStoreWithoutPagesDoesNotMove) {
     EXPECT_EQ(it.page, nullptr);
     EXPECT_EQ(it.slot, nullptr);
     EXPECT_EQ(it.position, 0u);
+}
+
+// ---- stepBack
+
+TEST_F(KvTruckerIteratorTest, StepBackWithoutASlotDoesNotMove) {
+    fillWith(6);
+    SmallStore::iterator it = store.iteratorAt(5);
+    it.slot = nullptr;
+    kvdetail::stepBack(&store, it);
+    EXPECT_EQ(it.page, store.tail);
+    EXPECT_EQ(it.slot, nullptr);
+    EXPECT_EQ(it.position, 2u);
 }
 
 // ---- removeAt
@@ -592,6 +626,16 @@ TEST_F(KvTruckerIteratorTest, RemovalWithABeforeFirstPositionFreesThePageWithout
     it.next();
     EXPECT_EQ(it.slot, slots[0]);
     EXPECT_EQ(it.position, 0u);
+}
+
+TEST_F(KvTruckerIteratorTest, RemovalFromAPageThatCountsNoElementFreesThePage) {
+    fillWith(5);
+    SmallStore::iterator it = store.iteratorAt(4);
+    store.tail->liveCount = 0;
+    store.removeAt(it);
+    EXPECT_EQ(pageCount(store), 1u);
+    EXPECT_EQ(it.slot, slots[3]);
+    EXPECT_TRUE(invariants(store));
 }
 
 TEST_F(KvTruckerIteratorTest, AppendAfterTheTailWasFreedFillsThePageBeforeOrOpensANewOne) {

@@ -841,6 +841,31 @@ TEST_F(KvTruckerTest, RemoveSlotNeverCountsBelowZero) {
     EXPECT_EQ(slots[0]->free, 1);
 }
 
+TEST_F(KvTruckerTest, RemoveSlotWithoutAPageDoesNothing) {
+    SmallStore store;
+    const auto slots = fill(store, 5);
+    store.removeSlot(slots[4], nullptr, true);
+    EXPECT_EQ(slots[4]->free, 0);
+    EXPECT_EQ(pageCount(store), 2u);
+    EXPECT_TRUE(invariants(store));
+}
+
+// ---- occupiedSlots
+
+TEST_F(KvTruckerTest, OccupiedSlotsAreThoseOfAllPages) {
+    for (const int size : {0, 3, 4, 5, 64, 68, 69, 200}) {
+        SCOPED_TRACE(::testing::Message() << size << " elements");
+        SmallStore store;
+        fill(store, size);
+        EXPECT_EQ(store.occupiedSlots(), static_cast<std::uint32_t>(size));
+        for (int i = 0; i < size; i += 3)
+            removeIndex(store, i / 3 * 2);
+        EXPECT_EQ(store.occupiedSlots(), valuesOf(store).size());
+        store.append(1);
+        EXPECT_EQ(store.occupiedSlots(), valuesOf(store).size());
+    }
+}
+
 // ---- freeAllPages and destruction
 
 TEST_F(KvTruckerTest, FreeAllPagesLeavesAStoreWithoutPages) {

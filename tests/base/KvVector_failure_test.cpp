@@ -199,4 +199,16 @@ TEST_F(KvVectorOutOfMemory, StorageThatNewCannotGiveRaisesStatusSix) {
     EXPECT_EQ(kvtest::failedNews(), 1);
 }
 
+TEST_F(KvVectorOutOfMemory, CopyThatIsOnlyTriedLeavesTheBlockShared) {
+    forEachAllocationFailure([](kvtest::FailurePoint& point) {
+        auto vector = filled<KvVector<int>>(5);
+        const KvVector<int> other(vector);
+        const kvtest::Outcome outcome = point.run([&] { vector.tryCopyBeforeWrite(); });
+        EXPECT_TRUE(outcome.completed);
+        EXPECT_EQ(shares(other), outcome.injected ? 2u : 1u);
+        EXPECT_EQ(contents(vector), contents(other));
+        EXPECT_TRUE(invariants(vector));
+    });
+}
+
 } // namespace

@@ -873,6 +873,35 @@ TEST_F(KvVectorMemory, PointVectorIsReleasedLikeAnyOther) {
     EXPECT_EQ(kvtest::liveNewBlocks(), news - 1);
 }
 
+// ---- tryCopyBeforeWrite
+
+class KvVectorTryCopy : public kvtest::ContainerTest {};
+
+TEST_F(KvVectorTryCopy, SharedBlockIsMadePrivateWithAllItsElements) {
+    IntVector vector = filled<IntVector>(9);
+    const IntVector other(vector);
+    vector.tryCopyBeforeWrite();
+    EXPECT_EQ(contents(vector), contents(other));
+    EXPECT_EQ(shares(vector), 1u);
+    EXPECT_EQ(shares(other), 1u);
+    EXPECT_TRUE(invariants(vector));
+}
+
+TEST_F(KvVectorTryCopy, PrivateBlockIsLeftAlone) {
+    IntVector vector = filled<IntVector>(3);
+    const KvVectorBlock* block = vector.data.block;
+    vector.tryCopyBeforeWrite();
+    EXPECT_EQ(vector.data.block, block);
+    EXPECT_EQ(contents(vector), values<IntVector>({0, 1, 2}));
+}
+
+TEST_F(KvVectorTryCopy, VectorWithoutABlockIsLeftAlone) {
+    const WithoutEmptyBlock none;
+    IntVector vector;
+    vector.tryCopyBeforeWrite();
+    EXPECT_EQ(vector.data.block, nullptr);
+}
+
 // ---- equality of id vectors
 
 class KvVectorEquality : public kvtest::ContainerTest {};

@@ -167,6 +167,82 @@ TEST_F(PageIndexTest, UnlinkingAPageThatItDoesNotKnowEndsTheIndex) {
     EXPECT_EQ(index.find(pages[1]->slots), nullptr);
 }
 
+TEST_F(PageIndexTest, UnlinkingAPageWithANumberBeyondItsPagesEndsTheIndex) {
+    link(4);
+    TestPage stranger{nullptr, 0, memory.data(), 4};
+    index.remove(&stranger, pages.front().get());
+    EXPECT_FALSE(index.isInUse());
+}
+
+TEST_F(PageIndexTest, ChainThatHasGrownByHandIsNotTheOneItKnows) {
+    link(4);
+    TestPage stranger{nullptr, 0, memory.data(), 0};
+    EXPECT_TRUE(index.verify(pages.front().get(), 1));
+    pages.back()->next = &stranger;
+    EXPECT_FALSE(index.verify(pages.front().get(), 2));
+}
+
+// ---- the counts of an index
+
+// Pages with four elements each, and two pages that the index does not know: one with the number of a page of
+// the index, and one with the first number beyond them. The array of pages is full. So the address sanitizer
+// sees a read behind the last one.
+class PageCountsTest : public PageIndexTest {
+protected:
+    static constexpr std::uint32_t kPages = 32;
+
+    void SetUp() override {
+        PageIndexTest::SetUp();
+        link(kPages);
+        for (const auto& page : pages)
+            page->liveCount = 4;
+        index.rebuild(pages.front().get());
+        ASSERT_EQ(index.pages().capacity(), kPages);
+    }
+
+    TestPage known{nullptr, 4, nullptr, 7};
+    TestPage beyond{nullptr, 4, nullptr, kPages};
+};
+
+TEST_F(PageCountsTest, PageIsFoundByThePositionOfEachOfItsElements) {
+    for (std::uint32_t i = 0; i < 4 * kPages; ++i) {
+        const auto [page, number] = index.pageWith(i);
+        ASSERT_EQ(page, pages[i / 4].get());
+        ASSERT_EQ(number, i % 4);
+    }
+    EXPECT_EQ(index.pageWith(4 * kPages).first, nullptr);
+}
+
+TEST_F(PageCountsTest, ChangesOfUnknownPagesAreNotCounted) {
+    for (const TestPage* page : {&known, &beyond})
+        index.noteCount(page, 1);
+    for (std::uint32_t i = 0; i <= kPages; ++i)
+        EXPECT_EQ(index.countBefore(i), 4 * i);
+}
+
+TEST_F(PageCountsTest, UnknownPagesAreNotCounted) {
+    EXPECT_TRUE(index.isCounted(pages[7].get()));
+    EXPECT_FALSE(index.isCounted(&known));
+    EXPECT_FALSE(index.isCounted(&beyond));
+}
+
+TEST_F(PageCountsTest, PagesBehindABrokenLinkAreNotCounted) {
+    pages[6]->next = pages[8].get();
+    EXPECT_TRUE(index.isCounted(pages[6].get()));
+    EXPECT_FALSE(index.isCounted(pages[7].get()));
+    EXPECT_FALSE(index.isCounted(pages[8].get()));
+    EXPECT_EQ(index.pageWith(27).first, pages[6].get());
+    EXPECT_EQ(index.pageWith(28).first, nullptr);
+}
+
+TEST_F(PageCountsTest, PageThatCountsOtherwiseThanNotedIsNotCounted) {
+    pages[7]->liveCount = 3;
+    EXPECT_FALSE(index.isCounted(pages[7].get()));
+    EXPECT_EQ(index.pageWith(28).first, nullptr);
+    index.noteCount(pages[7].get(), -1);
+    EXPECT_TRUE(index.isCounted(pages[7].get()));
+}
+
 // ---- the store on top of it
 
 // A store of ten pages. A test may unlink pages from it.

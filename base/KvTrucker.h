@@ -594,7 +594,7 @@ auto KvTrucker<T, PageBytes, Allocator>::elementAt(int i, Page** page, unsigned*
 template <class T, unsigned PageBytes, class Allocator>
 T& KvTrucker<T, PageBytes, Allocator>::at(int i) const {
     Slot* const slot = elementAt(i);
-    if (!slot || slot->free)
+    if (!slot)
         kvdetail::raiseStatus(kvdetail::kStatusInvalidIndex);
     return slot->value;
 }

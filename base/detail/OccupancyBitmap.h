@@ -90,11 +90,10 @@ public:
         return word * kWordBits + nthOf(mWords[word], n);
     }
 
-    // Returns the first set bit at i or after it, or Count if there is none. O(Count / 64).
+    // Returns the first set bit at i or after it, or Count if there is none. i must be below Count.
+    // O(Count / 64).
     std::uint32_t firstFrom(std::uint32_t i) const noexcept {
         std::uint32_t at = i / kWordBits;
-        if (at >= kWords)
-            return Count;
         std::uint64_t word = mWords[at] & ~below(i % kWordBits);
         while (word == 0 && ++at < kWords)
             word = mWords[at];

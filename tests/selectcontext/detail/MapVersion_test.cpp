@@ -167,9 +167,9 @@ TEST_F(MapVersionTest, CannotFollowAMapThatSharesItsPool) {
 
 TEST_F(MapVersionTest, FollowingAMapWithoutAPoolIsNeverCurrent) {
     const DataMap plain;
-    MapVersion version;
-    version.follow(plain);
-    EXPECT_FALSE(version.isCurrent(plain));
+    MapVersion ofPlain;
+    ofPlain.follow(plain);
+    EXPECT_FALSE(ofPlain.isCurrent(plain));
 }
 
 } // namespace

@@ -4,9 +4,11 @@
 #include "tests/support/AllocationFailure.h"
 #include "tests/support/KvTest.h"
 #include "tests/support/NewTracking.h"
+#include "tests/support/Threads.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -35,6 +37,7 @@ struct alignas(16) Wide {
 };
 
 class KvSTLAllocatorTest : public kvtest::KvTest {};
+using KvSTLAllocatorThreads = kvtest::ThreadTest;
 
 TEST_F(KvSTLAllocatorTest, AllAllocatorsAreEqual) {
     const _KvSTLAllocator<int> ints;
@@ -340,6 +343,27 @@ TEST_F(KvSTLAllocatorTest, PooledInsertionThatFailsLeavesTheIndexAsItWas) {
         for (const auto& entry : index)
             EXPECT_EQ(entry.first, expected++);
     });
+}
+
+// The flag is relaxed and does not order the threads. The pool itself must order what the index did before
+// its own deletion.
+TEST_F(KvSTLAllocatorThreads, PoolIsDeletedByAnOwnerOnAnotherThreadThanItsIndex) {
+    for (int round = 0; round < 100; ++round) {
+        auto* const pool = new kvdetail::NodePool;
+        auto index = std::make_unique<Index>(_KvSTLAllocator<Entry>(pool));
+        std::atomic<bool> isIndexGone{false};
+        kvtest::onThreads(2, [&](std::size_t n) {
+            if (n == 0) {
+                fillWith(*index, 20);
+                index.reset();
+                isIndexGone.store(true, std::memory_order_relaxed);
+                return;
+            }
+            while (!isIndexGone.load(std::memory_order_relaxed))
+                std::this_thread::yield();
+            pool->release();
+        });
+    }
 }
 
 } // namespace

@@ -297,6 +297,18 @@ protected:
     std::vector<SmallStore::Page*> taken;
 };
 
+TEST_F(IndexedStoreTest, RemovalsLowerThePositionsInAllLaterPages) {
+    // With more than kCheckedLinks pages, positions come from the tree.
+    for (long value = 100; value < 200; ++value)
+        slots.push_back(store.append(value));
+    for (const std::size_t i : {1u, 6u, 7u, 70u})
+        store.removeSlot(slots[i], store.pageOf(slots[i]), true);
+    EXPECT_EQ(store.positionOf(slots[50]), 47u);
+    EXPECT_EQ(store.positionOf(slots[139]), 135u);
+    EXPECT_EQ(store.occupiedSlots(), 136u);
+    expectSound();
+}
+
 TEST_F(IndexedStoreTest, PageTakenOutByHandIsNoPageOfTheStore) {
     takeOut(4);
     EXPECT_EQ(store.pageOf(slots[16]), nullptr);

@@ -537,6 +537,19 @@ TEST_F(Minus, TakesOneItemForEachEqualOne) {
     EXPECT_FALSE(target.sharedData->unique);
 }
 
+TEST_F(Minus, OfManyTakesTheItemsOfAnEntityBehindOneThatIsNotThere) {
+    Items held, taken, left;
+    for (unsigned long n = 1; n <= 20; ++n) {
+        held.insert(held.end(), {{n, 1}, {n, 2}});
+        taken.insert(taken.end(), {{n, 9}, {n, 1}});
+        left.push_back({n, 2});
+    }
+    const SetOf a(held), b(taken);
+    GxapSelectSet target;
+    minus(target, &a.set, &b.set);
+    EXPECT_EQ(items(target), left);
+}
+
 TEST_F(Minus, TellsMarkersApartThatAreOnlyEquivalent) {
     const SetOf a{{1, 2, 0}, {3, 2, -1}, {4, 2, 0}}, b{{1, 2, -1}, {3, 2, 0}, {4, 2, 0}};
     GxapSelectSet target;

@@ -41,8 +41,9 @@ inline void poison(void* /*node*/, std::size_t /*bytes*/) noexcept {}
 //  3. The pool lives until it has neither owners nor allocated nodes. Every container that takes nodes from
 //     the pool is an owner, and so is the maker of the pool.
 //
-// Thread safety: addOwner() and release() may be called on any thread. Only the thread of the container may
-// call the other functions.
+// Thread safety: addOwner() and release() may be called on any thread. Any number of threads may call live()
+// and generation() at once, while no thread changes the container. Only the thread that may change the
+// container may call the other functions.
 class NodePool {
 public:
     NodePool() = default;

@@ -53,9 +53,9 @@ inline bool isAtFullSpeed() {
     return secondsOfProbe() < kTolerance * undisturbedProbe();
 }
 
-// Waits until the core is at full speed, for at most half a second.
+// Waits until the core is at full speed, for at most a tenth of a second.
 inline void awaitFullSpeed() {
-    constexpr double kMostSeconds = 0.5;
+    constexpr double kMostSeconds = 0.1;
     const auto start = std::chrono::steady_clock::now();
     while (!isAtFullSpeed() && secondsSince(start) < kMostSeconds)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));

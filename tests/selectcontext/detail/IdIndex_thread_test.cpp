@@ -47,16 +47,8 @@ class IdIndexThreads : public kvtest::ThreadTest {
 protected:
     void SetUp() override {
         ThreadTest::SetUp();
-        mNewBlocks = kvtest::liveNewBlocks();
+        expectNothingLeft();
     }
-
-    void TearDown() override {
-        EXPECT_EQ(kvtest::liveNewBlocks(), mNewBlocks);
-        ThreadTest::TearDown();
-    }
-
-private:
-    long mNewBlocks = 0;
 };
 
 TEST_F(IdIndexThreads, OneOfTwoHashesIsPublishedAndTheOtherIsDeleted) {

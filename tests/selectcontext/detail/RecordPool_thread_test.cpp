@@ -23,12 +23,7 @@ class RecordPoolThreads : public kvtest::ThreadTest {
 protected:
     void SetUp() override {
         ThreadTest::SetUp();
-        mNewBlocks = kvtest::liveNewBlocks();
-    }
-
-    void TearDown() override {
-        EXPECT_EQ(kvtest::liveNewBlocks(), mNewBlocks);
-        ThreadTest::TearDown();
+        expectNothingLeft();
     }
 
     static Records make(RecordPool& pool) {
@@ -47,9 +42,6 @@ protected:
             records[i].reset();
         }
     }
-
-private:
-    long mNewBlocks = 0;
 };
 
 } // namespace

@@ -36,17 +36,8 @@ class SharedDataThreads : public kvtest::ThreadTest {
 protected:
     void SetUp() override {
         ThreadTest::SetUp();
-        mNewBlocks = kvtest::liveNewBlocks();
+        expectNothingLeft();
     }
-
-    void TearDown() override {
-        EXPECT_EQ(livePaths(), 0);
-        EXPECT_EQ(kvtest::liveNewBlocks(), mNewBlocks);
-        ThreadTest::TearDown();
-    }
-
-private:
-    long mNewBlocks = 0;
 };
 
 unsigned long sumOfMarkers(const GxapSelectSet& set) {

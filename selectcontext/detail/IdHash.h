@@ -8,13 +8,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 
 namespace kvdetail {
 
 // A hash table from the stub of an id to the id's first entry in the index. IdIndex searches the index for an
 // id that the hash does not have. The hash is built in steps, since building the hash of a million entries at
-// once takes 100 to 250 ms.
+// once takes 100 to 300 ms.
 //
 // Invariants while isCurrent():
 //  1. The hash has the first entry of every id before mNext, except the null id.

@@ -90,7 +90,7 @@ public:
     // iterator was last used, the iterator first looks for its page in the chain. The caller must not use an
     // iterator after its store was destroyed.
     struct iterator {
-        const KvTrucker* trucker;
+        const KvTrucker* trucker; // not null if `slot` is not null
         Page* page;
         Slot* pageEnd; // one past the page's last slot
         Slot* slot;

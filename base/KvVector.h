@@ -285,6 +285,7 @@ public:
     }
 
     // Does what copyBeforeWrite(0) does. If there is no memory, raises nothing and leaves the block shared.
+    // Compiles only if the allocator has tryAlloc().
     void tryCopyBeforeWrite() noexcept {
         if (data.block && RefCounter::isShared(data.block->refCount))
             data.tryReplace(GrowPolicy::privateCapacity(physicalLength()), logicalLength());

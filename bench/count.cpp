@@ -1,6 +1,6 @@
 // Counts, under callgrind, the work of every operation of the library. Each operation runs in a process of
-// its own, and only run() is counted. The counts are dumped under the name operation/order/size/items.
-// scripts/bench --counts reports on the dumps.
+// its own, and only run() is counted. The counts are dumped under the name operation/order/size/items/bytes,
+// where bytes is the heap memory that the operations have added. scripts/bench --counts reports on the dumps.
 //
 // --sizes=100,10000 selects the sizes. The default is 10,100,10000.
 // --filter=REGEX selects by operation/order/size.
@@ -11,6 +11,7 @@
 #include "bench/Operations.h"
 #include "bench/peers/SelectContext.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <regex>
@@ -40,13 +41,21 @@ private:
     bool mIsLarge;
 };
 
+// The items that the counted operations have handled, and the heap memory that they have added.
+struct Collected {
+    std::size_t items = 0;
+    std::int64_t bytes = 0; // negative if the operations free memory
+};
+
 template <class Operation>
-std::size_t collect(Operation& operation) {
+void collect(Operation& operation, Collected& collected) {
+    const std::size_t before = allocatedBytes();
     CALLGRIND_TOGGLE_COLLECT;
     operation.run();
     CALLGRIND_TOGGLE_COLLECT;
+    collected.bytes += static_cast<std::int64_t>(allocatedBytes()) - static_cast<std::int64_t>(before);
     operation.check();
-    return operation.itemsDealtWith();
+    collected.items += operation.itemsDealtWith();
 }
 
 template <class Operation>
@@ -57,32 +66,32 @@ std::unique_ptr<Operation> prepared(std::size_t count, Order order) {
 
 // Counts a repeatable operation. The first run fills the caches and is not counted.
 template <class Operation>
-std::size_t collectRepeatable(std::size_t count, Order order) {
+Collected collectRepeatable(std::size_t count, Order order) {
     std::vector<std::unique_ptr<Operation>> operations;
     while (operations.size() < setsOf(count))
         operations.push_back(prepared<Operation>(count, order));
     for (const auto& operation : operations)
         operation->run();
-    std::size_t items = 0;
+    Collected collected;
     for (const auto& operation : operations)
-        items += collect(*operation);
-    return items;
+        collect(*operation, collected);
+    return collected;
 }
 
 // Counts an operation that needs a new set each time. Small sets use memory that an earlier set has freed.
 // Large sets use new memory.
 template <class Operation>
-std::size_t collectFresh(std::size_t count, Order order) {
+Collected collectFresh(std::size_t count, Order order) {
     if (isSmall(count))
         prepared<Operation>(count, order)->run();
-    std::size_t items = 0;
+    Collected collected;
     for (std::size_t i = 0; i < setsOf(count); ++i)
-        items += collect(*prepared<Operation>(count, order));
-    return items;
+        collect(*prepared<Operation>(count, order), collected);
+    return collected;
 }
 
 template <class Operation>
-std::size_t collectAny(std::size_t count, Order order) {
+Collected collectAny(std::size_t count, Order order) {
     if constexpr (Operation::kIsRepeatable)
         return collectRepeatable<Operation>(count, order);
     else
@@ -96,13 +105,14 @@ void count(std::size_t count, Order order, const std::regex& filter) {
     if (!std::regex_search(name, filter))
         return;
     prepareIndices(count, order);
-    const auto items = inChild([&] {
-        const std::size_t collected = collectAny<Operation>(count, order);
-        const std::string dump = name + "/" + std::to_string(collected); // a temporary would end too early
+    const auto collected = inChild([&] {
+        const Collected all = collectAny<Operation>(count, order);
+        // A temporary string would end before the dump is written.
+        const std::string dump = name + "/" + std::to_string(all.items) + "/" + std::to_string(all.bytes);
         CALLGRIND_DUMP_STATS_AT(dump.c_str());
-        return collected;
+        return all;
     });
-    require(items.has_value());
+    require(collected.has_value());
 }
 
 template <class... Operations>

@@ -12,13 +12,13 @@ from pathlib import Path
 REPORT = sys.argv.pop() if len(sys.argv) > 1 else ""
 
 EVENTS = "events: Ir Dr Dw I1mr D1mr D1mw ILmr DLmr DLmw"
-CSV_HEAD = "operation,order,size,instructions,first_level_misses,last_level_misses\n"
+CSV_HEAD = "operation,order,size,instructions,first_level_misses,last_level_misses,bytes\n"
 COST = "Cost: instructions + 10 x first-level misses + 100 x last-level misses, the usual estimate of cycles, per item.\n"
 
 TABLE = """\
-operation         order       size  instructions  first-level misses  last-level misses   cost
-walk              shuffled   10000          50.0               6.000              1.500  260.0
-merge, half over  ascending    100          10.0               0.000              0.000   10.0
+operation         order       size  instructions  first-level misses  last-level misses   cost  bytes
+walk              shuffled   10000          50.0               6.000              1.500  260.0   -2.0
+merge, half over  ascending    100          10.0               0.000              0.000   10.0   24.0
 
 """
 
@@ -35,9 +35,9 @@ id_hash     a          shuffled   100      100.0         130.0          1.30
 """
 
 COMPARISON = """\
-operation  order     size  cost before  cost after  after/before
-select     shuffled   100        130.0       133.9         1.030
-walk       shuffled   100        100.0        50.0         0.500
+operation  order     size  cost before  cost after  after/before  instructions  bytes before  bytes after
+select     shuffled   100        130.0       133.9         1.030         1.030           8.0          8.2
+walk       shuffled   100        100.0        50.0         0.500         0.500           0.0          0.0
 
 """
 
@@ -53,8 +53,8 @@ def part(trigger: str, totals: str) -> str:
     return f"part: 1\n\ndesc: Timerange: Basic block 0 - 1\ndesc: Trigger: {trigger}\n{EVENTS}\nfn=(1) main\n0 3\ntotals: {totals}\n"
 
 
-def row(operation: str, instructions: float, first: float = 0, last: float = 0) -> str:
-    return f"{operation},shuffled,100,{instructions},{first},{last}\n"
+def row(operation: str, instructions: float, first: float = 0, last: float = 0, added: float = 0) -> str:
+    return f"{operation},shuffled,100,{instructions},{first},{last},{added}\n"
 
 
 class BenchCounts(unittest.TestCase):
@@ -77,8 +77,8 @@ class BenchCounts(unittest.TestCase):
     def counted(self) -> subprocess.CompletedProcess:
         """Of dumps the younger of which has the lower name."""
         end = part("Program termination", "0")
-        last = self.written("dumps/1", part("Client Request: merge, half over/ascending/100/4", "40") + end)
-        first = self.written("dumps/2", part("Client Request: walk/shuffled/10000/10", "500 7 7 10 20 30 1 2 12") + end)
+        last = self.written("dumps/1", part("Client Request: merge, half over/ascending/100/4/96", "40") + end)
+        first = self.written("dumps/2", part("Client Request: walk/shuffled/10000/10/-20", "500 7 7 10 20 30 1 2 12") + end)
         self.written("dumps/0", end)
         os.utime(first, (1, 1))
         os.utime(last, (2, 2))
@@ -91,7 +91,7 @@ class BenchCounts(unittest.TestCase):
     def test_writes_csv(self) -> None:
         self.counted()
         self.assertEqual((self.directory / "counts.csv").read_text(encoding="utf-8"),
-                         CSV_HEAD + "walk,shuffled,10000,50,6,1.5\n\"merge, half over\",ascending,100,10,0,0\n")
+                         CSV_HEAD + "walk,shuffled,10000,50,6,1.5,-2\n\"merge, half over\",ascending,100,10,0,0,24\n")
 
     def test_fails_when_nothing_was_counted(self) -> None:
         self.written("dumps/1", part("Program termination", "0"))
@@ -109,16 +109,30 @@ class BenchCounts(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr, done.stdout.partition(COST)[0]), (0, "", ABLATION))
 
     def test_compares_two_tables(self) -> None:
-        before = self.written("before.csv", CSV_HEAD + row("walk", 100) + row("select", 100, 1, 0.2))
-        after = self.written("after.csv", CSV_HEAD + row("walk", 50) + row("select", 133.9) + row("minus", 1))
+        before = self.written("before.csv", CSV_HEAD + row("walk", 100) + row("select", 130, added=8))
+        after = self.written("after.csv", CSV_HEAD + row("walk", 50) + row("select", 133.9, added=8.2) + row("minus", 1))
         done = self.report("compare", before, after)
         self.assertEqual((done.returncode, done.stderr, done.stdout),
                          (0, "", COMPARISON + COST + "Only after: minus/shuffled/100\n"))
 
-    def test_fails_when_a_cost_is_up(self) -> None:
-        before = self.written("before.csv", CSV_HEAD + row("walk", 100) + row("select", 100))
-        after = self.written("after.csv", CSV_HEAD + row("walk", 50) + row("select", 103.1))
-        self.assertEqual(self.report("compare", before, after).returncode, 1)
+    def comparison_of(self, before: str, after: str) -> subprocess.CompletedProcess:
+        return self.report("compare", self.written("before.csv", CSV_HEAD + before), self.written("after.csv", CSV_HEAD + after))
+
+    def test_fails_when_instructions_are_up(self) -> None:
+        done = self.comparison_of(row("walk", 100) + row("select", 100, 9), row("walk", 50) + row("select", 103.1, 1))
+        self.assertEqual((done.returncode, done.stdout.partition("Up: ")[2]), (1, "select/shuffled/100\n"))
+
+    def test_fails_when_cache_misses_are_up(self) -> None:
+        self.assertEqual(self.comparison_of(row("walk", 100), row("walk", 100, 0.4)).returncode, 1)
+
+    def test_fails_when_bytes_are_up(self) -> None:
+        self.assertEqual(self.comparison_of(row("walk", 100, added=100), row("walk", 100, added=104)).returncode, 1)
+
+    def test_fails_when_an_operation_begins_to_leave_memory(self) -> None:
+        self.assertEqual(self.comparison_of(row("walk", 100), row("walk", 100, added=1)).returncode, 1)
+
+    def test_fails_when_less_memory_is_freed(self) -> None:
+        self.assertEqual(self.comparison_of(row("clear", 100, added=-100), row("clear", 100, added=-90)).returncode, 1)
 
     def test_fails_when_there_is_nothing_to_compare(self) -> None:
         table = self.written("table.csv", CSV_HEAD + row("walk", 100))

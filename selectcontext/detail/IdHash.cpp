@@ -64,7 +64,7 @@ void IdHash::noteErasing(const DataMap& map, DataMap::const_iterator entry) noex
         return;
     if (mHasRepeatedIds) {
         const auto behind = std::next(entry);
-        if (behind != map.end() && isSame(behind->first, entry->first)) {
+        if (behind != map.end() && keyOf(behind->first) == key) {
             *first = behind;
             return;
         }

@@ -18,8 +18,8 @@ namespace kvdetail {
 // Invariants while isCurrent():
 //  1. The hash has the first entry of every id before mNext, except the null id.
 //  2. No two stubs of entries before mNext name one object. The hash would treat two such stubs as two ids.
-//  3. The hash was updated for every entry that was added, erased or extracted. So every entry in the hash
-//     exists.
+//  3. The hash was updated for every entry that was added, erased or extracted, and has each entry under its
+//     own stub only. So every entry in the hash exists, even if the application makes different ids equal.
 //
 // Thread safety: one thread builds and changes the hash. Any number of threads may find ids at once.
 class IdHash {

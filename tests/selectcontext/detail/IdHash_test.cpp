@@ -193,6 +193,20 @@ TEST_F(IdHashTest, SecondStubOfAnObjectBetweenTwoPartsIsRefused) {
     EXPECT_FALSE(partial->addSome(many));
 }
 
+// The second stub is in the part that is not hashed yet, so the hash does not know yet that it must be
+// deleted.
+TEST_F(IdHashTest, EntryOfASecondStubDoesNotReplaceAnErasedOne) {
+    DataMap many = makeMap();
+    const std::unique_ptr<IdHash> partial = hashFirstPart(many, 2000);
+    ASSERT_TRUE(partial->noteAdded(many, many.emplace(id(1), 1))); // an id with two entries
+    const unsigned long last = lastHashed(*partial);
+    kvinmemory::makeEqual(id(last), id(last + 1));
+    const auto entry = many.lower_bound(id(last));
+    partial->noteErasing(many, entry);
+    many.erase(entry);
+    EXPECT_EQ(partial->peek(id(last)), nullptr);
+}
+
 TEST_F(IdHashTest, FollowsRandomEditsBetweenItsParts) {
     std::mt19937 random(9);
     for (int round = 0; round < 20; ++round) {

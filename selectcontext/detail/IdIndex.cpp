@@ -130,7 +130,7 @@ void IdIndex::erase(Entry entry) {
     if (hash)
         hash->noteErasing(map(), entry);
     if (hasRuns)
-        mLongRuns.noteErasing(entry, recordAt(*mData.entities, entry->second));
+        mLongRuns.noteErasing(map(), entry, recordAt(*mData.entities, entry->second));
     map().extract(entry);
     if (map().empty() && mNodes && mNodes->bytes() > kMostIdleBytes) {
         clear();

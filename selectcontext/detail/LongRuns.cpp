@@ -72,8 +72,9 @@ void LongRuns::noteAdded(const DataMap& map, RunIndex::Entry entry, const select
     removeIf(stub, [&](RunIndex& run) { return !run.noteAdded(entry, record); });
 }
 
-void LongRuns::noteErasing(RunIndex::Entry entry, const selected_entity* record) noexcept {
-    removeIf(entry->first.stub(), [&](RunIndex& run) { return !run.noteErasing(entry, record); });
+void LongRuns::noteErasing(const DataMap& map, RunIndex::Entry entry,
+                           const selected_entity* record) noexcept {
+    removeIf(entry->first.stub(), [&](RunIndex& run) { return !run.noteErasing(map, entry, record); });
 }
 
 void LongRuns::noteChangingPath(unsigned long address, const selected_entity& record,

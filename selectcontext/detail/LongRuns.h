@@ -60,7 +60,7 @@ public:
     // prepareEdit() must have returned true. `record` must be the entry's record, or null if there is no such
     // record. Amortised O(1).
     void noteAdded(const DataMap& map, RunIndex::Entry entry, const selected_entity& record) noexcept;
-    void noteErasing(RunIndex::Entry entry, const selected_entity* record) noexcept;
+    void noteErasing(const DataMap& map, RunIndex::Entry entry, const selected_entity* record) noexcept;
 
     // Updates the indexes before the nested path of `record` becomes `path`. `address` must be that of the
     // record's slot. prepareEdit() must have returned true.

@@ -78,16 +78,19 @@ bool RunIndex::noteAdded(Entry entry, const selected_entity& record) noexcept tr
 
 // An erased item leaves its chain, but stays in mItems. Its ids stay in mIds, even if no other item has them.
 // They are freed with the index.
-bool RunIndex::noteErasing(Entry entry, const selected_entity* record) noexcept {
+bool RunIndex::noteErasing(const DataMap& map, Entry entry, const selected_entity* record) noexcept {
     if (!record || unlink(*record, [entry](const Item& item) { return item.entry == entry; }) == kNone)
         return false;
     ++mErased;
     const std::size_t left = mItems.size() - mErased;
     if (left < kFewestItems / 2 || left < mErased)
         return false;
-    if (mLast == entry)
-        mLast = std::prev(entry);
-    return true;
+    if (mLast != entry)
+        return true;
+    if (entry == map.begin())
+        return false;
+    mLast = std::prev(entry);
+    return mLast->first.stub() == mMainStub;
 }
 
 bool RunIndex::noteChangingPath(unsigned long address, const selected_entity& record,

@@ -89,7 +89,11 @@ public:
     // there is no such record. Returns false if `record` is null, if the item is not found by the record's
     // keys, or if few items are left. The caller must then delete the index. O(1), plus O(1) for every item
     // with equal keys before this item.
-    bool noteErasing(Entry entry, const selected_entity* record) noexcept;
+    //
+    // Also returns false if the entry before the last one has another stub. That happens only if the
+    // application has changed the order of ids, which it must not do. An index that kept such an entry would
+    // not be told when the entry is erased.
+    bool noteErasing(const DataMap& map, Entry entry, const selected_entity* record) noexcept;
 
 private:
     friend class LongRuns;

@@ -92,7 +92,7 @@ protected:
 
     void erase(Entry entry) {
         EXPECT_TRUE(runs->prepareEdit(map()));
-        runs->noteErasing(entry, recordOf(entry));
+        runs->noteErasing(map(), entry, recordOf(entry));
         const std::unique_ptr<selected_entity> record(recordOf(entry));
         kvdetail::Store::Slot* const slot = kvdetail::slotAt(entry->second);
         map().erase(entry);

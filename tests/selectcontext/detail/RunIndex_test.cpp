@@ -119,7 +119,7 @@ protected:
 
     // Removes the entry from the map, and deletes the record of its item. Returns what noteErasing() returns.
     bool erase(RunIndex& run, Entry entry) const {
-        const bool isUpdated = run.noteErasing(entry, recordOf(entry));
+        const bool isUpdated = run.noteErasing(map(), entry, recordOf(entry));
         const std::unique_ptr<selected_entity> record(recordOf(entry));
         Store::Slot* const slot = kvdetail::slotAt(entry->second);
         map().erase(entry);
@@ -484,7 +484,7 @@ TEST_F(RunIndexTest, ItemAddedBehindTheErasedLastOfItsKeysIsFound) {
 
 TEST_F(RunIndexTest, ItemWithoutAReadableRecordEndsTheIndex) {
     addSubs(100);
-    EXPECT_FALSE(build(Keys::kMarker)->noteErasing(entryAt(5), nullptr));
+    EXPECT_FALSE(build(Keys::kMarker)->noteErasing(map(), entryAt(5), nullptr));
 }
 
 TEST_P(RunIndexByKeys, ItemWhoseKeysWereChangedByHandEndsTheIndex) {
@@ -492,25 +492,38 @@ TEST_P(RunIndexByKeys, ItemWhoseKeysWereChangedByHandEndsTheIndex) {
     recordOf(entryAt(5))->gsMarker = 0;
     const auto run = build(GetParam());
     recordOf(entryAt(5))->gsMarker = -1;
-    EXPECT_FALSE(run->noteErasing(entryAt(5), recordOf(entryAt(5))));
+    EXPECT_FALSE(run->noteErasing(map(), entryAt(5), recordOf(entryAt(5))));
     recordOf(entryAt(6))->subEntId = id(90);
-    EXPECT_FALSE(run->noteErasing(entryAt(6), recordOf(entryAt(6))));
+    EXPECT_FALSE(run->noteErasing(map(), entryAt(6), recordOf(entryAt(6))));
     recordOf(entryAt(7))->subEntId = id(900);
-    EXPECT_FALSE(run->noteErasing(entryAt(7), recordOf(entryAt(7))));
+    EXPECT_FALSE(run->noteErasing(map(), entryAt(7), recordOf(entryAt(7))));
 }
 
 TEST_F(RunIndexTest, ItemWhosePathWasChangedByHandEndsTheIndexByPath) {
     addSubs(100);
     const auto run = build(Keys::kMarkerAndPath);
     recordOf(entryAt(5))->nestedEntFullPath = pathOf({4});
-    EXPECT_FALSE(run->noteErasing(entryAt(5), recordOf(entryAt(5))));
+    EXPECT_FALSE(run->noteErasing(map(), entryAt(5), recordOf(entryAt(5))));
 }
 
 TEST_F(RunIndexTest, ItemThatWasNotAddedEndsTheIndex) {
     addSubs(100);
     const auto run = build(Keys::kMarker);
     const Entry unknown = add({7});
-    EXPECT_FALSE(run->noteErasing(unknown, recordOf(unknown)));
+    EXPECT_FALSE(run->noteErasing(map(), unknown, recordOf(unknown)));
+}
+
+// The application makes the main id the first in its order, which it must not do. So an item that is added is
+// before the others of its run.
+TEST_F(RunIndexTest, LastItemInFrontOfTheOthersEndsTheIndexWhenItIsErased) {
+    for (unsigned long main = 2; main < kMain; ++main)
+        add({1}, main);
+    addSubs(100);
+    const auto run = build(Keys::kMarker);
+    kvinmemory::makeEqual(id(kMain), id(1));
+    const Entry last = addTo(*run, {200});
+    ASSERT_EQ(last, map().begin());
+    EXPECT_FALSE(run->noteErasing(map(), last, recordOf(last)));
 }
 
 TEST_F(RunIndexTest, IndexOfFewItemsEnds) {
@@ -661,7 +674,7 @@ TEST_P(RunIndexByKeys, ErasesWithoutMemory) {
             const auto run = build(GetParam());
             point.run([&] {
                 for (const std::size_t i : {140u, 70u, 0u})
-                    EXPECT_TRUE(run->noteErasing(entryAt(i), recordOf(entryAt(i))));
+                    EXPECT_TRUE(run->noteErasing(map(), entryAt(i), recordOf(entryAt(i))));
             });
             data.reset();
         },

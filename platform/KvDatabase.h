@@ -23,6 +23,9 @@ KV_SEAM_API bool c5ObjIdIsEqualTo(const GxDbStub* a, const GxDbStub* b) noexcept
 // Returns whether `a` comes before `b` in a strict weak order. Two ids are equal by c5ObjIdIsEqualTo()
 // exactly when neither comes before the other. The order of two ids does not change while their stubs live.
 // Never throws. Any thread may call this function.
+//
+// Sets keep ids in a std::multimap of this order. So the behaviour is undefined if answers during one call of
+// the library contradict each other. GxapSelectSet.h says what a change between two calls does.
 KV_SEAM_API bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcept;
 
 // Names an object of a database. Copying an id does not touch the object.
@@ -42,7 +45,7 @@ public:
 
     constexpr GxDbStub* stub() const noexcept { return mStub; }
 
-    // Returns whether this id equals kNull.
+    // Returns whether this id equals kNull. Never throws.
     KV_SEAM_API bool isNull() const;
 
     // Returns whether a database knows an object by this id. The object may be erased.

@@ -95,7 +95,9 @@ private:
 // Invariants of an implementation:
 //  1. It does not delete the exception. The code that catches the exception owns it.
 //  2. It does not dereference the pointer to the exception after recordException() has returned.
-//  3. It throws nothing.
+//  3. It throws nothing. If it does, its exception is thrown instead of the one that it was shown.
+//  4. It does not use the set, iterator or container whose operation throws. That object may be in the middle
+//     of a change.
 //
 // Thread safety: the library calls recordException() on the thread that throws, which may be any thread.
 class KV_SEAM_API IKvCrashRecorder {

@@ -12,9 +12,10 @@
 // Does nothing for an id that does not open as an entity (erased, invalid, no entity). Draws nothing for a
 // null or empty list. Skips null elements. The caller keeps the paths. During the call, the function is one
 // more owner of every path. So opening or highlighting an entity may clear the list. Paths that are added to
-// the list during the call are not drawn.
+// the list during the call are not drawn. An entity that deletes a path itself is the caller's error.
 //
-// Throws what the entity throws, and std::bad_alloc. O(paths). Thread safety: call it on the thread that uses
+// Throws what the entity throws, and std::bad_alloc. If releasing the entity throws while another exception
+// passes, the process ends. O(paths). Thread safety: call it on the thread that uses
 // the database.
 KVSELECTCONTEXT_API void gxutEntityGxDbFullPathHighlight(const GxDbObjectId& id,
                                                          const KvVector<GxDbFullSubentPath*>* paths,

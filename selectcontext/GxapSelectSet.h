@@ -42,6 +42,13 @@ KVSELECTCONTEXT_API bool isGsMarkEqual(long a, long b);
 // KvErrorStatus 6, and other code throws std::bad_alloc. The set is then unchanged. Costs: n is the number of
 // items, and p = n / 4096 is the number of pages.
 //
+// Ids may stop being valid while a set has them. Their items are still found, edited and removed. But ids
+// whose stubs are gone must not be compared. A set that has such ids may only be walked, read by position,
+// copied without being written, cleared and destroyed.
+//
+// If the application changes the order or the equality of ids, which it must not do (see KvDatabase.h), sets
+// may miss or confuse the items of these ids until updateDataMap(). All records stay in their sets.
+//
 // Thread safety: handles that share data may be copied, read and destroyed on different threads. A handle,
 // with its iterators, belongs to one thread at a time.
 class KVSELECTCONTEXT_API GxapSelectSet {
@@ -348,6 +355,12 @@ public:
     // Appends a copy of every item to `target`, or to `excludedOut` if the excluder excludes the main id. If
     // `excludedOut` is null, excluded items are not copied. A receiving set whose `unique` is true refuses
     // items that it has. If `excluder` is null, `target` shares the data of this set instead. O(n log n).
+    //
+    // The excluder may edit all three sets. transfer() then goes on as an iterator does. It ends if this set
+    // gets other data or is destroyed. It throws KvExceptionWithMsg "Error access KvTrucker" if the item that
+    // it has asked about was removed. It also asks about the items that the excluder appends to this set,
+    // unless this set receives items. So an excluder that never stops appending is the caller's error, and so
+    // is one that destroys a receiving set or itself.
     void transfer(GxapSelectSet& target, IGxapSSetEntityExcluder* excluder, GxapSelectSet* excludedOut) const;
 
     // Looks for `path` in the sub-selection of the first item of `id`. Returns the position of the path
@@ -363,6 +376,10 @@ public:
     // Highlight or unhighlight the segments of the iterator's item, or of every item, by
     // gxutEntityGxDbFullPathHighlight(). Items without segments are not drawn. O(segments), or O(n +
     // segments) for every item.
+    //
+    // An entity may edit or destroy the set while it is opened or highlighted. Its own segments are then all
+    // drawn, and draw() goes on as an iterator does. It ends if the set gets other data or is destroyed.
+    // Selecting one item more with each call never lets it end, and is the caller's error.
     void draw(ConstIterator& it, bool entityFlag, bool highlight) const;
     void draw(bool entityFlag, bool highlight) const;
 

@@ -8,7 +8,7 @@ class IGxapSSetEntityExcluder {
 public:
     // Returns true if the record with this main id must not be copied to the target of transfer(). transfer()
     // calls isExcluded() once per record. If isExcluded() throws, transfer() ends, and the earlier records
-    // stay copied.
+    // stay copied. isExcluded() may edit the sets of the transfer; transfer() says what happens then.
     virtual bool isExcluded(GxDbObjectId mainEntId) = 0;
     virtual ~IGxapSSetEntityExcluder() = default;
 };

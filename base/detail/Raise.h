@@ -18,7 +18,7 @@ constexpr const wchar_t* kNoFile = L"\"\"";
 constexpr int kNoLine = 0;
 
 // Passes the exception to the crash recorder, if there is one, and throws the pointer. The catcher owns the
-// exception.
+// exception. If the recorder throws, which it must not do, deletes the exception.
 template <class Exception>
 [[noreturn]] void raise(std::unique_ptr<Exception> exception) {
     if (IKvCrashRecorder* recorder = gxapGetCrashRecorder())

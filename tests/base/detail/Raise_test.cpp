@@ -91,4 +91,14 @@ TEST_F(KvRaiseTest, ExceptionThatCannotBeMadeIsBadAlloc) {
     EXPECT_EQ(recorder.calls, 0);
 }
 
+TEST_F(KvRaiseTest, WhatARecorderThrowsTakesThePlaceOfTheError) {
+    struct Refusal {};
+    class Refusing final : public IKvCrashRecorder {
+        void recordException(KvException*) override { throw Refusal(); }
+    } recorder;
+    kvinmemory::installCrashRecorder(&recorder);
+    EXPECT_THROW(kvdetail::raiseStatus(6), Refusal);
+    EXPECT_THROW(kvdetail::raiseMessage(kMessage), Refusal);
+}
+
 } // namespace

@@ -1,7 +1,8 @@
-// Tests draw() and getFilteredNestedFullPath() when closing an entity throws.
+// Tests draw() and getFilteredNestedFullPath() when releasing an entity throws.
 
 #include "tests/selectcontext/support/RecordTestSupport.h"
 
+#include <csignal>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -10,6 +11,7 @@ namespace {
 struct Refusal {};
 
 bool gRefuses = false;
+bool gRefusesId = false;
 int gCloses = 0;
 
 } // namespace
@@ -21,6 +23,13 @@ GxErrorStatus GxDbObject::close() {
     if (gRefuses)
         throw Refusal();
     return eOk;
+}
+
+// Replaces objectId() of the platform. The library asks for the id of each entity that it releases.
+GxDbObjectId GxDbObject::objectId() const {
+    if (gRefusesId)
+        throw Refusal();
+    return GxDbObjectId(mStub);
 }
 
 namespace {
@@ -49,6 +58,7 @@ protected:
 
     void TearDown() override {
         gRefuses = false;
+        gRefusesId = false;
         set.reset();
         mDrawing.reset();
         SetTest::TearDown();
@@ -80,6 +90,33 @@ TEST_F(RefusedClose, ReachesTheCallerOfAPathsResolution) {
     EXPECT_THROW(it.getFilteredNestedFullPath(ids), Refusal);
     EXPECT_EQ(gCloses, 1);
     EXPECT_EQ(it.nestedEntFullPath().logicalLength(), 2);
+}
+
+TEST_F(RefusedClose, OfTheIdReachesTheCallerOfADrawing) {
+    kvinmemory::setLogging(false); // the log asks for the id, too
+    gRefusesId = true;
+    EXPECT_THROW(set->draw(true, true), Refusal);
+    EXPECT_EQ(gCloses, 0);
+    EXPECT_EQ(registrations(*set), 0);
+    gRefusesId = false;
+    edit(*set).begin().setHighlightSegment(nullptr);
+    EXPECT_EQ(livePaths(), 0);
+}
+
+// Two exceptions at once end any program.
+TEST(RefusedCloseDeathTest, AfterAHighlightThatThrewEndsTheProcess) {
+    kvinmemory::Database drawing(64);
+    const GxDbObjectId id = drawing.addEntity();
+    GxapSelectSet set;
+    edit(set).append(id, GxDbObjectId());
+    const GxDbFullSubentPath path = kvtest::subentPath({id}, 1, 1);
+    edit(set).begin().setHighlightSegment(&path);
+    const auto draw = [&] {
+        gRefuses = true;
+        kvinmemory::throwFromHighlight(1);
+        set.draw(true, true);
+    };
+    EXPECT_EXIT(draw(), ::testing::KilledBySignal(SIGABRT), "");
 }
 
 } // namespace

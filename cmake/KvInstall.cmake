@@ -1,6 +1,6 @@
-# Installs three packages: KvSeam, KvInMemoryPlatform and KvSelectContext. KvSeam has the headers that a
-# platform needs. KvInMemoryPlatform is installed if the library was built with it. Each package has a CMake
-# package and a pkg-config module.
+# Installs four packages: KvSeam, KvInMemoryPlatform, KvSelectContext and KvSelectContextAids. KvSeam has the
+# headers that a platform needs. KvInMemoryPlatform is installed if the library was built with it. Each package
+# has a CMake package and a pkg-config module.
 
 include(CMakePackageConfigHelpers)
 
@@ -53,3 +53,6 @@ endif()
 
 install(TARGETS KvSelectContext EXPORT KvSelectContextTargets FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}")
 kv_install_package(KvSelectContext)
+
+install(TARGETS KvSelectContextAids EXPORT KvSelectContextAidsTargets FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}")
+kv_install_package(KvSelectContextAids)

@@ -36,6 +36,12 @@ set(KV_LIBRARY_HEADERS
     selectcontext/KvSelectContextExport.h
     selectcontext/selected_entity.h)
 
+set(KV_AIDS_HEADERS
+    aids/AidsExport.h
+    aids/Inspect.h
+    aids/Items.h
+    aids/Reclaim.h
+
 # kv_public_headers(<target> <scope> <headers...>): makes the headers part of the target, rooted at the tree.
 function(kv_public_headers target scope)
     list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/")

@@ -108,6 +108,7 @@ private:
 
     // ---- Comparing
     void compare();
+    void validateSets();
     void bindLeftBehind();
     bool couldBe(const selected_entity& actual, const Record& model) const;
     void compareHandle(int s);

@@ -1,5 +1,6 @@
 // Compares library and model after each operation.
 
+#include "aids/Inspect.h"
 #include "tests/selectcontext/model/Machine.h"
 
 #include "platform/KvOsBase.h"
@@ -14,7 +15,8 @@ namespace {
 
 using ActualStore = GxapSelectSet::SSetData::Store;
 
-constexpr int kFullEvery = 24; // steps between full comparisons, unless sets are small
+constexpr int kFullEvery = 24;       // steps between full comparisons, unless sets are small
+constexpr int kValidatedEvery = 100; // steps between calls of validate()
 
 } // namespace
 
@@ -43,6 +45,9 @@ void Machine::compare() {
         expectSame(actual, model->actual, "the record returned");
     mReturned.clear();
 
+    if (mStep % kValidatedEvery == 0)
+        validateSets();
+
     bindLeftBehind();
     for (const RecordPtr& record : mModel.removed) {
         expect(mTracker.isLive(record->actual), "a removed record is not destroyed");
@@ -53,6 +58,18 @@ void Machine::compare() {
                    "sharers of the empty block");
     expectSame(kvinmemory::livePaths(), mOtherPaths + PathObject::liveCount, "sub-entity paths that exist");
     deleteLeftBehind();
+}
+
+// validate() finds nothing exactly if the model's data is sound.
+void Machine::validateSets() {
+    for (int s = 0; s < kSetCount; ++s) {
+        const DataPtr& model = modelSet(s).data;
+        const bool isSound = !model || mModel.isSound(*model);
+        const std::vector<std::string> found = kv::validate(set(s));
+        if (isSound && !found.empty())
+            throw Mismatch{"validate() reports of sound data: " + found.front()};
+        expect(isSound || !found.empty(), "validate() finds what is not as one expects");
+    }
 }
 
 // ---- Records that were removed

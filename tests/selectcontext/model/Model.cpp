@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <set>
+#include <tuple>
 
 namespace kvmodel {
 
@@ -36,9 +38,13 @@ bool sameMarker(long a, long b) {
 
 namespace {
 
+// Returns the same number for matrices that are equal within the tolerance.
+int kindOf(int matrix) {
+    return matrix == 2 ? 1 : matrix;
+}
+
 bool sameMatrix(int a, int b) {
-    const auto kind = [](int matrix) { return matrix == 2 ? 1 : matrix; };
-    return kind(a) == kind(b);
+    return kindOf(a) == kindOf(b);
 }
 
 template <class T>
@@ -939,6 +945,46 @@ PathPtr Model::subselectionAt(const Set& set, int entityIndex, int pathIndex, bo
         throw Raised{kInvalidIndex};
     found = (*list)[pathIndex] != nullptr;
     return (*list)[pathIndex];
+}
+
+// ---- Soundness
+
+bool Model::isSound(const Data& data) const {
+    return isIndexSound(data) && !(data.unique && hasEqualRecords(data));
+}
+
+bool Model::isIndexSound(const Data& data) const {
+    std::map<const Record*, std::size_t> positions;
+    for (const RecordPtr& record : data.store->records())
+        positions.emplace(record.get(), positions.size());
+    if (positions.size() != data.index.size() || positions.size() != data.count)
+        return false;
+    const Record* before = nullptr;
+    for (const auto& [rank, entry] : data.index) {
+        const RecordPtr& record = entry.place.record();
+        const auto found = positions.find(record.get());
+        if (found == positions.end() || !ids.same(entry.id, record->main) || ids.isNull(record->main))
+            return false;
+        if (before && ids.same(before->main, record->main) && positions.at(before) >= found->second)
+            return false;
+        before = record.get();
+    }
+    return true;
+}
+
+bool Model::hasEqualRecords(const Data& data) const {
+    using ItemKey = std::tuple<int, int, long, std::vector<int>, int>;
+    std::set<ItemKey> keys;
+    for (const RecordPtr& record : data.store->records()) {
+        std::vector<int> path;
+        for (int i = 0; i < record->path.size(); ++i)
+            path.push_back(ids.rank(record->path[i]));
+        const int matrix = record->info ? kindOf(record->info->matrix) : 0;
+        const long marker = record->marker == 0 ? -1 : record->marker;
+        if (!keys.emplace(ids.rank(record->main), ids.rank(record->sub), marker, path, matrix).second)
+            return true;
+    }
+    return false;
 }
 
 } // namespace kvmodel

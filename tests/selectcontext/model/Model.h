@@ -343,7 +343,15 @@ public:
 
     bool samePath(const SubentPath& a, const SubentPath& b) const;
 
+    // Returns whether the data is as one expects: each record has one index entry, under its main id and in
+    // the order of the store, no main id is null, and no two records of unique data are equal. Operations may
+    // leave data that is otherwise: callers change records and entries, and a removal by two ids loses
+    // entries.
+    bool isSound(const Data& data) const;
+
 private:
+    bool isIndexSound(const Data& data) const;
+    bool hasEqualRecords(const Data& data) const;
     using PlaceAt = void (Model::*)(Cursor& cursor, Set& set, int index);
     void placeOnMainSubselection(Cursor& cursor, Set& set, int id, PlaceAt placeAt);
 

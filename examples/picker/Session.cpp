@@ -1,29 +1,13 @@
 #include "examples/picker/Session.h"
 
+#include "aids/Inspect.h"
 #include "examples/picker/SvgReader.h"
 
 #include <algorithm>
-#include <limits>
 #include <new>
 
 namespace picker {
 namespace {
-
-// Deletes an info that no set owns yet.
-struct InfoDeleter {
-    void operator()(GxapSelectedEntInfo* info) const {
-        info->~GxapSelectedEntInfo();
-        _kvFree(info);
-    }
-};
-using InfoPointer = std::unique_ptr<GxapSelectedEntInfo, InfoDeleter>;
-
-InfoPointer newInfo() {
-    void* const memory = _kvMalloc(sizeof(GxapSelectedEntInfo));
-    if (!memory)
-        throw std::bad_alloc();
-    return InfoPointer(new (memory) GxapSelectedEntInfo);
-}
 
 GxGeMatrix3d toMatrix(const Affine& affine) {
     GxGeMatrix3d matrix;
@@ -37,34 +21,19 @@ GxGeMatrix3d toMatrix(const Affine& affine) {
 }
 
 // Returns null for a pick that needs no info.
-InfoPointer infoOf(const Pick& pick) {
+kv::OwnedInfo infoOf(const Pick& pick) {
     if (!pick.isNested() && !pick.crossing)
         return nullptr;
-    InfoPointer info = newInfo();
+    kv::InfoFields fields;
     if (pick.isNested())
-        info->setCompoundTransformWithBTROffset(toMatrix(pick.placement));
+        fields.transform = toMatrix(pick.placement);
     if (pick.crossing)
-        info->setSelFenceResultInfo({pick.crossing->segment, 0, pick.crossing->parameter});
-    return info;
+        fields.fence = {pick.crossing->segment, 0, pick.crossing->parameter};
+    return kv::makeInfo(fields);
 }
-
-// A marker that no pick has. It marks items that are to be removed.
-constexpr long kDoomed = std::numeric_limits<long>::min();
-
-// The first word of the info of an item with edges. The library uses the same value.
-constexpr std::uint32_t kEdgesInfo = 6;
 
 GxapSSetWriteAccessor& accessorOf(GxapSelectSet& set) {
     return static_cast<GxapSSetWriteAccessor&>(set);
-}
-
-std::vector<selected_entity*> sortedRecords(const GxapSelectSet& set) {
-    std::vector<selected_entity*> records;
-    records.reserve(itemCount(set));
-    for (GxapSelectSet::ConstIterator it = set.begin(); !it.isDone(); it.step())
-        records.push_back(it.get());
-    std::sort(records.begin(), records.end());
-    return records;
 }
 
 // Keeps the highlights right while an edit may copy records. An entity counts one highlight for each record
@@ -100,23 +69,23 @@ void showRecord(const selected_entity& record, bool on) {
         gxutEntityGxDbFullPathHighlight(record.mainEntId, record.highlightSegmentArray, false, on);
 }
 
-// Runs the edit. Then turns off the highlights of the records that the edit has removed, deletes these
-// records, and returns their number. The library itself keeps a removed record, because somebody may still
-// hold it. Nobody does in this program.
-template <class Edit>
-std::uint32_t editAndRelease(GxapSelectSet& set, Edit edit) {
-    unshared(set);
-    const std::vector<selected_entity*> before = sortedRecords(set);
-    edit();
-    const std::vector<selected_entity*> after = sortedRecords(set);
-    std::vector<selected_entity*> removed;
-    std::set_difference(before.begin(), before.end(), after.begin(), after.end(),
-                        std::back_inserter(removed));
-    for (selected_entity* record : removed) {
-        const std::unique_ptr<selected_entity> owned(record);
+// Turns off the highlights of records that an edit of private data has removed. Destroys the records, and
+// returns their number.
+std::uint32_t release(const kv::Records& removed) {
+    for (const kv::Record& record : removed)
         showRecord(*record, false);
-    }
     return static_cast<std::uint32_t>(removed.size());
+}
+
+std::uint32_t release(const kv::Record& removed) {
+    if (removed)
+        showRecord(*removed, false);
+    return removed ? 1 : 0;
+}
+
+bool hasAny(const GxapSelectSet& set, const std::function<bool(const selected_entity&)>& isWanted) {
+    const kv::ItemRange range = kv::items(set);
+    return std::any_of(range.begin(), range.end(), isWanted);
 }
 
 // Turns the highlights of a set off, before its records are destroyed. Does nothing if another set shares the
@@ -190,13 +159,13 @@ std::uint32_t itemCount(const GxapSelectSet& set) {
     return set.sharedData ? set.sharedData->entityCount : 0;
 }
 
-std::vector<GxDbObjectId> pathOf(const GxapSelectSet::ConstIterator& it) {
-    const KvVector<GxDbObjectId>& nested = it.nestedEntFullPath();
+std::vector<GxDbObjectId> pathOf(const selected_entity& item) {
+    const KvVector<GxDbObjectId>& nested = item.nestedEntFullPath;
     std::vector<GxDbObjectId> ids;
     ids.reserve(static_cast<std::size_t>(nested.logicalLength()));
     for (int i = 0; i < nested.logicalLength(); ++i)
         ids.push_back(nested.at(i));
-    return ids.empty() ? std::vector<GxDbObjectId>{it.mainEntId()} : ids;
+    return ids.empty() ? std::vector<GxDbObjectId>{item.mainEntId} : ids;
 }
 
 Session::~Session() {
@@ -218,7 +187,7 @@ void Session::load(const Scene& scene) {
     auto drawing = std::make_unique<const Drawing>(scene);
     dropAll();
     mSets = freshSets();
-    mEdgePaths.clear();
+    mEdgePaths.destroyUnused({}); // no set has any
     mCurrent = kFirstSet;
     mFile.clear();
     mDrawing = std::move(drawing);
@@ -271,7 +240,7 @@ void Session::subtract(const std::string& target, const std::string& a, const st
     const GxapSelectSet& right = set(b);
     GxapSelectSet rest = set(a);
     if (itemCount(rest) > 0 && itemCount(right) > 0)
-        editAndRelease(rest, [&] { accessorOf(rest).minus(&rest, &right); });
+        release(kv::takeMinus(unshared(rest), right));
     replace(mSets[target], rest);
 }
 
@@ -298,10 +267,8 @@ Transfer Session::moveMatching(const Filter& filter, const std::string& target) 
     if (mainIds.empty())
         return result;
     GxapSSetWriteAccessor& from = edit();
-    editAndRelease(from, [&] {
-        for (const GxDbObjectId id : mainIds)
-            from.remove(id);
-    });
+    for (const GxDbObjectId id : mainIds)
+        release(kv::take(from, id));
     return result;
 }
 
@@ -320,12 +287,13 @@ std::uint32_t Session::removeInside(const Box& box) {
 
 std::uint32_t Session::removePaths(const std::vector<std::vector<GxDbObjectId>>& paths) {
     const std::set<std::vector<GxDbObjectId>> placed(paths.begin(), paths.end());
-    return removeIf(
-        [&](const Item& it) { return placed.count({it.mainEntId()}) > 0 || placed.count(pathOf(it)) > 0; });
+    return removeIf([&](const selected_entity& item) {
+        return placed.count({item.mainEntId}) > 0 || placed.count(pathOf(item)) > 0;
+    });
 }
 
 std::uint32_t Session::removePlaced(const std::set<std::vector<GxDbObjectId>>& paths) {
-    return removeIf([&](const Item& it) { return paths.count(pathOf(it)) > 0; });
+    return removeIf([&](const selected_entity& item) { return paths.count(pathOf(item)) > 0; });
 }
 
 void Session::expectPosition(int position) const {
@@ -335,42 +303,18 @@ void Session::expectPosition(int position) const {
 
 std::uint32_t Session::removeAt(int position) {
     expectPosition(position);
-    return removeIf([&](const Item& it) { return it.index == position; });
+    return release(kv::takeAt(edit(), position));
 }
 
-// The library removes the first item that has a given main id, sub id and marker. Several items have the same
-// three keys if a block inside the outermost reference is placed several times. So removeIf() first gives the
-// items that it removes a marker that no other item has.
-std::uint32_t Session::removeIf(const std::function<bool(const Item&)>& isDoomed) {
-    std::vector<int> positions;
-    for (Item it = set().begin(); !it.isDone(); it.step()) {
-        if (isDoomed(it))
-            positions.push_back(it.index);
-    }
-    if (positions.empty())
-        return 0;
-    GxapSSetWriteAccessor& from = edit();
-    return editAndRelease(from, [&] {
-        std::vector<selected_entity*> doomed;
-        auto next = positions.begin();
-        for (Item it = from.begin(); next != positions.end(); it.step()) {
-            if (it.index != *next)
-                continue;
-            doomed.push_back(it.get());
-            ++next;
-        }
-        for (selected_entity* record : doomed)
-            record->gsMarker = kDoomed;
-        for (const selected_entity* record : doomed)
-            from.remove(record->mainEntId, record->subEntId, kDoomed);
-    });
+// Asks first, so that shared data stays shared if there is nothing to remove.
+std::uint32_t Session::removeIf(const std::function<bool(const selected_entity&)>& isDoomed) {
+    return hasAny(set(), isDoomed) ? release(kv::takeIf(edit(), isDoomed)) : 0;
 }
 
 std::uint32_t Session::setUnique(bool on) {
     if (set().sharedData && set().sharedData->unique == on)
         return 0;
-    GxapSSetWriteAccessor& from = edit();
-    return editAndRelease(from, [&] { from.setUnique(on); });
+    return release(kv::takeSetUnique(edit(), on));
 }
 
 void Session::clear() {
@@ -380,24 +324,6 @@ void Session::clear() {
 
 // ---- edges
 
-// Returns the item that has the edges of an entity. If there is no such item, makes one with an empty list of
-// edges. appendSubentPathSubsel() would also make an item, but that item would have no list of edges.
-GxapSelectSet::Iterator Session::edgeItem(GxDbObjectId id) {
-    const Item held = set().findMainSubsel(id);
-    if (!held.isDone() && !held.get()->hasSubselPaths)
-        throw CommandError(drawing().label(id) + " is in the set already, as an item without edges");
-    if (!held.isDone())
-        return edit().findMainSubsel(id);
-    InfoPointer info = newInfo();
-    info->word0 = kEdgesInfo;
-    auto list = std::make_unique<KvVector<GxDbFullSubentPath*>>();
-    edit().select(id, GxDbObjectId::kNull, -1, info.release(), nullptr);
-    GxapSelectSet::Iterator it = edit().findMainSubsel(id);
-    it.get()->subselPathArray = list.release();
-    it.get()->hasSubselPaths = true;
-    return it;
-}
-
 Tally Session::addEdge(Point p, double aperture) {
     const std::optional<Pick> nearest = Picker(drawing()).nearest(p, aperture);
     if (!nearest)
@@ -406,12 +332,11 @@ Tally Session::addEdge(Point p, double aperture) {
     const GxDbObjectId id = nearest->path.back();
     if (set().findSubentPathSubsel(id, path) >= 0)
         return {1, 0};
-    const GxapSelectSet::Iterator it = edgeItem(id);
-    if (!edit().appendSubentPathSubsel(path))
+    const Item held = set().findMainSubsel(id);
+    if (!held.isDone() && !held.get()->hasSubselPaths)
+        throw CommandError(drawing().label(id) + " is in the set already, as an item without edges");
+    if (!mEdgePaths.add(edit(), path))
         throw CommandError(drawing().label(id) + " takes no edges");
-    // The list has a copy of `path`. The library never deletes this copy, so the session owns it.
-    const KvVector<GxDbFullSubentPath*>& paths = *it.ConstIterator::get()->subselPathArray;
-    mEdgePaths.emplace_back(paths.at(paths.logicalLength() - 1));
     return {1, 1};
 }
 
@@ -419,12 +344,11 @@ void Session::removeEdge(int position, int edge) {
     expectPosition(position);
     const selected_entity* record = set().getAt(position);
     const int edges = record->hasSubselPaths ? record->subselPathArray->logicalLength() : 0;
-    if (edge >= edges) // the library throws if `edge` equals the length of the list
+    if (edge >= edges)
         throw CommandError("item " + std::to_string(position) + " has no edge " + std::to_string(edge));
     const bool isHighlighted = record->highlightSegmentArray != nullptr;
     unhighlight({position});
-    GxapSSetWriteAccessor& from = edit();
-    editAndRelease(from, [&] { from.removeSubentPathAtSubsel(position, edge); });
+    release(kv::SubselectionPaths::removeAt(edit(), position, edge).item);
     if (isHighlighted && edges > 1)
         highlight({position});
 }
@@ -469,7 +393,7 @@ void Session::highlight(GxapSelectSet::Iterator& it) {
         for (int i = 0; i < edges.logicalLength(); ++i)
             edit().setHighlightSegment(it, edges.at(i));
     } else {
-        const GxDbFullSubentPath whole = partOf(pathOf(it), kWholePart, it.gsMarker());
+        const GxDbFullSubentPath whole = partOf(pathOf(record), kWholePart, it.gsMarker());
         edit().setHighlightSegment(it, &whole);
     }
     set().draw(it, false, true);
@@ -600,7 +524,7 @@ Tally Session::collect(const std::function<void(Picker&, const Picker::Found&)>&
 }
 
 void Session::add(const Pick& pick) {
-    InfoPointer info = infoOf(pick);
+    kv::OwnedInfo info = infoOf(pick);
     const bool isNested = pick.isNested();
     const KvVector<GxDbObjectId> path = isNested ? toVector(pick.path) : KvVector<GxDbObjectId>();
     const GxDbObjectId subId = isNested ? pick.path.back() : GxDbObjectId::kNull;

@@ -5,6 +5,7 @@
 // on the path.
 #pragma once
 
+#include "aids/Reclaim.h"
 #include "examples/picker/Drawing.h"
 #include "examples/picker/Filter.h"
 #include "examples/picker/Picker.h"
@@ -145,9 +146,8 @@ private:
     GxapSSetWriteAccessor& edit();
     void expectPosition(int position) const;
     Transfer transfer(const Filter& filter, const std::string& target, std::set<GxDbObjectId>& mainIds);
-    std::uint32_t removeIf(const std::function<bool(const Item&)>& isDoomed);
+    std::uint32_t removeIf(const std::function<bool(const selected_entity&)>& isDoomed);
     std::uint32_t removePlaced(const std::set<std::vector<GxDbObjectId>>& paths);
-    GxapSelectSet::Iterator edgeItem(GxDbObjectId id);
     void highlight(GxapSelectSet::Iterator& it);
     void unhighlight(GxapSelectSet::Iterator& it);
     void dropAll();
@@ -155,7 +155,7 @@ private:
     std::unique_ptr<const Drawing> mDrawing;
     std::string mFile;
     // The paths of edges, which items of several sets may share. So they live until the drawing is replaced.
-    std::vector<std::unique_ptr<GxDbFullSubentPath>> mEdgePaths;
+    kv::SubselectionPaths mEdgePaths;
     std::map<std::string, SetWords> mSaved;
     std::map<std::string, GxapSelectSet> mSets = freshSets();
     std::string mCurrent = kFirstSet;
@@ -169,6 +169,6 @@ private:
 std::uint32_t itemCount(const GxapSelectSet& set);
 
 // Returns the ids that lead to an item's entity. Returns only the main id if the entity is in no block.
-std::vector<GxDbObjectId> pathOf(const GxapSelectSet::ConstIterator& it);
+std::vector<GxDbObjectId> pathOf(const selected_entity& item);
 
 } // namespace picker

@@ -33,7 +33,7 @@ protected:
         std::vector<std::string> items;
         for (auto it = session.set(name).begin(); !it.isDone(); it.step()) {
             std::string text;
-            for (const GxDbObjectId id : pathOf(it))
+            for (const GxDbObjectId id : pathOf(*it.get()))
                 text += (text.empty() ? "" : "/") + std::to_string(session.drawing().database().handleOf(id));
             items.push_back(text);
         }
@@ -200,6 +200,34 @@ TEST_F(Editing, RemovalByPositionTakesThatVeryItem) {
     EXPECT_EQ(run("remove-at 1"), "1 item taken out; set A has 1 item\n");
     EXPECT_THAT(itemsOf("A"), ElementsAre("3/6/9"));
     EXPECT_EQ(errorOf("remove-at 1"), "set A has no item 1");
+}
+
+// A row of many desks. All its items have the same main id, sub id and marker.
+class EditingALongRow : public kvtest::CommandTest {
+protected:
+    static constexpr int kDesks = 100;
+
+    EditingALongRow() : CommandTest(drawing()) {}
+
+    static std::string drawing() {
+        std::string desks;
+        for (int i = 0; i < kDesks; ++i)
+            desks += "<use href='#desk' x='" + std::to_string(20 * i) + "'/>";
+        return "<symbol id='desk'><rect width='10' height='10'/></symbol><symbol id='row'>" + desks +
+               "</symbol><use href='#row'/>";
+    }
+};
+
+// The first removal makes the library hash the keys of the items.
+TEST_F(EditingALongRow, RemovalByPositionTakesThatVeryItemEachTime) {
+    run("all");
+    for (const unsigned left : {99u, 98u, 97u}) {
+        const std::vector<GxDbObjectId> doomed = pathOf(*session.set().getAt(70));
+        EXPECT_EQ(session.removeAt(70), 1u);
+        EXPECT_EQ(itemCount(session.set()), left);
+        for (auto it = session.set().begin(); !it.isDone(); it.step())
+            EXPECT_NE(pathOf(*it.get()), doomed);
+    }
 }
 
 TEST_F(Editing, RemovalLeavesACopyAlone) {

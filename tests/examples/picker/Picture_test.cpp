@@ -41,7 +41,7 @@ protected:
         std::multiset<std::string> items;
         for (auto it = set.begin(); !it.isDone(); it.step()) {
             std::string path;
-            for (const GxDbObjectId id : pathOf(it))
+            for (const GxDbObjectId id : pathOf(*it.get()))
                 path += (path.empty() ? "" : "/") + std::to_string(database.handleOf(id));
             items.insert(std::to_string(database.handleOf(it.mainEntId())) + " " + path + " " +
                          std::to_string(it.gsMarker()));

@@ -38,9 +38,14 @@ set(KV_LIBRARY_HEADERS
 
 set(KV_AIDS_HEADERS
     aids/AidsExport.h
+    aids/Errors.h
+    aids/History.h
     aids/Inspect.h
     aids/Items.h
+    aids/KvSelectContextAids.h
     aids/Reclaim.h
+    aids/Schemes.h
+    aids/Watched.h)
 
 # kv_public_headers(<target> <scope> <headers...>): makes the headers part of the target, rooted at the tree.
 function(kv_public_headers target scope)

@@ -47,11 +47,11 @@ KV_AIDS_API std::vector<std::string> validate(const GxapSelectSet& set, std::siz
 using IdText = std::function<std::string(const GxDbObjectId&)>;
 
 // Writes the set as text: one line for the set, and one for each item. Sets have the same text exactly if
-// they have the same flags, and items with the same fields in the same order. There are four exceptions: ids
-// count as the same if `idText` gives them the same text; `extra` of a path's part is not written; an empty
-// list of segments counts as none; a sub-selection counts only if `hasSubselPaths` is true. The text has no
-// addresses, and does not depend on the locale. Throws what `idText` and the stream throw, and
-// std::bad_alloc. O(n).
+// they have the same flags, and items with the same fields in the same order. Exceptions: ids count as the
+// same if `idText` gives them the same text; `extra` of a path's part is not written; an info without
+// optional data counts as none, and so does an empty list of segments; a sub-selection counts only if
+// `hasSubselPaths` is true. The text has no addresses, and does not depend on the locale. Throws what
+// `idText` and the stream throw, and std::bad_alloc. O(n).
 KV_AIDS_API void dump(const GxapSelectSet& set, std::ostream& out, const IdText& idText);
 
 // Returns one sentence for each difference between two sets: other flags, items that one of them lacks, items

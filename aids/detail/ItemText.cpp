@@ -53,16 +53,34 @@ std::string textOfPoints(const KvVector<GxGePoint3d>& points) {
     return text.empty() ? "none" : text;
 }
 
+// The texts of an info's fields. A missing info has the same texts as an info without optional data.
+
+std::string textOfWord0(const GxapSelectedEntInfo* info) {
+    return std::to_string(info ? info->word0 : 0);
+}
+
+std::string textOfWord1(const GxapSelectedEntInfo* info) {
+    return std::to_string(info ? info->word1 : 0);
+}
+
+std::string textOfHalfWord(const GxapSelectedEntInfo* info) {
+    return std::to_string(info ? info->halfWord : -1);
+}
+
+std::string textOfInfoPoints(const GxapSelectedEntInfo* info) {
+    return info ? textOfPoints(info->pointArray) : "none";
+}
+
 // A fence result with a negative index is none.
-std::string textOfFence(const GxapSelectedEntInfo& info) {
+std::string textOfFence(const GxapSelectedEntInfo* info) {
     SelFenceIntersectInfo fence{};
-    if (!info.getSelFenceResultInfo(fence) || fence.index < 0)
+    if (!info || !info->getSelFenceResultInfo(fence) || fence.index < 0)
         return "none";
     return std::to_string(fence.index) + " at " + textOfNumber(fence.param);
 }
 
-std::string textOfTransform(const GxapSelectedEntInfo& info) {
-    const GxGeMatrix3d* const matrix = info.getBTRMatPtr();
+std::string textOfTransform(const GxapSelectedEntInfo* info) {
+    const GxGeMatrix3d* const matrix = info ? info->getBTRMatPtr() : nullptr;
     if (!matrix)
         return "none";
     std::string text;
@@ -102,34 +120,15 @@ bool isSameList(const PathList* a, const PathList* b) {
     return true;
 }
 
-using InfoText = std::string (*)(const GxapSelectedEntInfo& info);
+using InfoText = std::string (*)(const GxapSelectedEntInfo* info);
 
 template <InfoText text>
-std::string ofInfo(const selected_entity& item, const IdText& /*idText*/) {
-    return item.selectedEntityInfo ? text(*item.selectedEntityInfo) : "none";
-}
-
-template <InfoText text>
-bool isSameInInfo(const selected_entity& a, const selected_entity& b) {
-    return ofInfo<text>(a, nullptr) == ofInfo<text>(b, nullptr);
-}
-
-std::string textOfWord0(const GxapSelectedEntInfo& info) {
-    return std::to_string(info.word0);
-}
-std::string textOfWord1(const GxapSelectedEntInfo& info) {
-    return std::to_string(info.word1);
-}
-std::string textOfHalfWord(const GxapSelectedEntInfo& info) {
-    return std::to_string(info.halfWord);
-}
-std::string textOfInfoPoints(const GxapSelectedEntInfo& info) {
-    return textOfPoints(info.pointArray);
-}
-
-template <InfoText text>
-constexpr Field infoField(const char* name) {
-    return {name, ofInfo<text>, isSameInInfo<text>, "none"};
+constexpr Field infoField(const char* name, const char* usual) {
+    return {name, [](const selected_entity& item, const IdText&) { return text(item.selectedEntityInfo); },
+            [](const selected_entity& a, const selected_entity& b) {
+                return text(a.selectedEntityInfo) == text(b.selectedEntityInfo);
+            },
+            usual};
 }
 
 constexpr Field kFields[] = {
@@ -153,12 +152,12 @@ constexpr Field kFields[] = {
          return a.hasSubselPaths == b.hasSubselPaths && isSameList(subselectionOf(a), subselectionOf(b));
      },
      "none"},
-    infoField<textOfWord0>("word0"),
-    infoField<textOfWord1>("word1"),
-    infoField<textOfHalfWord>("halfWord"),
-    infoField<textOfInfoPoints>("points"),
-    infoField<textOfFence>("fence"),
-    infoField<textOfTransform>("block transform")};
+    infoField<textOfWord0>("word0", "0"),
+    infoField<textOfWord1>("word1", "0"),
+    infoField<textOfHalfWord>("halfWord", "-1"),
+    infoField<textOfInfoPoints>("points", "none"),
+    infoField<textOfFence>("fence", "none"),
+    infoField<textOfTransform>("block transform", "none")};
 
 } // namespace
 

@@ -81,9 +81,6 @@ TEST_F(Difference, NamesTheFieldsThatChanged) {
         ElementsAre(
             "Item 0 of the first set, #1, has viewports 3 in the second, not none.",
             "Item 0 of the first set, #1, has highlight segments #1:0:0 in the second, not none.",
-            "Item 0 of the first set, #1, has word0 0 in the second, not none.",
-            "Item 0 of the first set, #1, has word1 0 in the second, not none.",
-            "Item 0 of the first set, #1, has halfWord -1 in the second, not none.",
             "Item 0 of the first set, #1, has block transform 1 0 0 2.5 0 1 0 0 0 0 1 0 0 0 0 1 in the "
             "second, not none.",
             "Item 1 of the first set, #2, marker 0, has marker -1 in the second, not 0."));

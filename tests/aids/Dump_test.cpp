@@ -64,11 +64,10 @@ TEST_F(Dump, HasEveryFieldThatIsNotAsUsual) {
     fields.fence = kvtest::fence(1, 0.25);
     fields.transform = kvtest::matrixMovedBy(7);
     item.selectedEntityInfo = kv::makeInfo(fields).release();
-    EXPECT_EQ(
-        textOf(s.set),
-        "1 item, unique\n"
-        "0: #1, viewports 2 5, highlight segments #1:0:0 #2:0:0, sub-selection of none, word0 6, word1 0, "
-        "halfWord -1, points (1 2.5 -3), fence 1 at 0.25, block transform 1 0 0 7 0 1 0 0 0 0 1 0 0 0 0 1\n");
+    EXPECT_EQ(textOf(s.set),
+              "1 item, unique\n"
+              "0: #1, viewports 2 5, highlight segments #1:0:0 #2:0:0, sub-selection of none, word0 6, "
+              "points (1 2.5 -3), fence 1 at 0.25, block transform 1 0 0 7 0 1 0 0 0 0 1 0 0 0 0 1\n");
 }
 
 TEST_F(Dump, IsTheSameForACopyOfTheData) {
@@ -77,6 +76,13 @@ TEST_F(Dump, IsTheSameForACopyOfTheData) {
     record(s.set, 0)->subselPathArray = new kvtest::SegmentArray;
     record(s.set, 0)->hasSubselPaths = true;
     EXPECT_EQ(textOf(*kvtest::cloneOf(s.set)), textOf(s.set));
+}
+
+TEST_F(Dump, IsTheSameWithAnInfoThatHasNothing) {
+    const SetOf s{{1}};
+    const std::string text = textOf(s.set);
+    record(s.set, 0)->selectedEntityInfo = kv::makeInfo().release();
+    EXPECT_EQ(textOf(s.set), text);
 }
 
 TEST_F(Dump, IsTheSameForASetThatWasFilledInAnotherWay) {

@@ -28,6 +28,8 @@ TEST_F(ItemRanges, AreTakenByAlgorithms) {
               1);
 }
 
+// clang before 16 does not compile the views of this standard library.
+#if !defined(__clang__) || __clang_major__ >= 16
 TEST_F(ItemRanges, AreTakenByViews) {
     const Filled filled(4);
     std::vector<unsigned long> numbers;
@@ -38,5 +40,6 @@ TEST_F(ItemRanges, AreTakenByViews) {
         numbers.push_back(n);
     EXPECT_EQ(numbers, (std::vector<unsigned long>{2, 4}));
 }
+#endif
 
 } // namespace

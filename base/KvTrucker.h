@@ -1,6 +1,9 @@
 // KvTrucker: a paged store whose slots never move, so the address of a slot can be a stable key.
 #pragma once
 
+// First, since it refuses targets that have no standard library.
+#include "platform/KvOsBase.h"
+
 #include "base/detail/OccupancyBitmap.h"
 #include "base/detail/PageIndex.h"
 #include "base/detail/Raise.h"

@@ -51,7 +51,9 @@ public:
     // Returns whether a database knows an object by this id. The object may be erased.
     KV_SEAM_API bool isValid() const;
 
-    KV_SEAM_API static const GxDbObjectId kNull; // constant-initialised
+    // Constant-initialised. Its definition is `const`, not `constexpr`: that would make it inline, and the
+    // loader never unloads a library with an inline variable.
+    KV_SEAM_API static const GxDbObjectId kNull;
 
 private:
     GxDbStub* mStub = nullptr;

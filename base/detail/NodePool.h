@@ -145,8 +145,11 @@ private:
     }
 
     // Adds a chunk with room for as many nodes as the other chunks together, but for at most kMostNodes.
+    // Passes copies of the constants, not references. A reference makes a constant a unique symbol of an
+    // unoptimised plug-in, and the loader never unloads such a plug-in.
     void addChunk() {
-        const std::size_t nodes = std::clamp(mChunkBytes / mNodeBytes, kFewestNodes, kMostNodes);
+        const std::size_t nodes =
+            std::clamp(mChunkBytes / mNodeBytes, std::size_t{kFewestNodes}, std::size_t{kMostNodes});
         const std::size_t bytes = sizeof(Chunk) + nodes * mNodeBytes;
         auto* const memory = static_cast<unsigned char*>(::operator new(bytes));
         mChunks = new (memory) Chunk{mChunks};

@@ -85,12 +85,14 @@ public:
     // Returns whether the tree can be trusted for this page. Compares the page's `liveCount` with the tree.
     // Also checks the links of up to kCheckedLinks pages before the page: these links show whether a caller
     // has taken the page, or some neighbours, out of the chain. O(log pages).
+    //
+    // Passes a copy of the constant, not a reference: see NodePool::addChunk().
     bool isCounted(const Page* page) const noexcept {
         const std::size_t number = page->number;
         if (number >= mPages.size() || mPages[number] != page)
             return false;
         bool isLinked = true;
-        for (std::size_t i = number - std::min(number, kCheckedLinks); i < number; ++i)
+        for (std::size_t i = number - std::min(number, std::size_t{kCheckedLinks}); i < number; ++i)
             isLinked &= mPages[i]->next == mPages[i + 1];
         return isLinked && countBefore(number + 1) - countBefore(number) == page->liveCount;
     }

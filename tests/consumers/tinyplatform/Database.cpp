@@ -19,7 +19,7 @@ bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcept {
     return numberOf(a) < numberOf(b);
 }
 
-constexpr GxDbObjectId GxDbObjectId::kNull;
+const GxDbObjectId GxDbObjectId::kNull;
 
 bool GxDbObjectId::isNull() const {
     return numberOf(mStub) == 0;

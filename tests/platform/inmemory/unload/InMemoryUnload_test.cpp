@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int kRounds = 3;
+constexpr int kRounds = 100;
 
 struct NamedFile {
     const char* name;

@@ -34,6 +34,7 @@ set(KV_LIBRARY_HEADERS
     selectcontext/IGxapSSetEntityExcluder.h
     selectcontext/KvSelectContext.h
     selectcontext/KvSelectContextExport.h
+    selectcontext/detail/BuiltWith.h
     selectcontext/selected_entity.h)
 
 set(KV_AIDS_HEADERS

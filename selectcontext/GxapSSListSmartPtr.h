@@ -3,6 +3,7 @@
 
 #include "selectcontext/GxapSelectSetList.h"
 #include "selectcontext/KvSelectContextExport.h"
+#include "selectcontext/detail/BuiltWith.h"
 
 #include <cstdint>
 
@@ -35,3 +36,10 @@ public:
     GxapSelectSetList* list;
     std::int32_t* refCount;
 };
+
+namespace kvdetail {
+
+KV_LAYOUT_TAG(builtWithLayoutOfGxapSSListSmartPtr, sizeof(GxapSSListSmartPtr),
+              offsetof(GxapSSListSmartPtr, list), offsetof(GxapSSListSmartPtr, refCount));
+
+} // namespace kvdetail

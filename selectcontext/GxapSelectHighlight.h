@@ -4,6 +4,7 @@
 #include "base/KvVector.h"
 #include "platform/KvDatabase.h"
 #include "selectcontext/KvSelectContextExport.h"
+#include "selectcontext/detail/BuiltWith.h"
 
 // Opens the entity of `id` for reading, and calls highlight() of the entity for each path in order. If
 // `highlight` is false, calls unhighlight() instead. `entityFlag` is passed on unchanged. The entity is

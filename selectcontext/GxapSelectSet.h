@@ -8,6 +8,7 @@
 #include "platform/KvDatabase.h"
 #include "selectcontext/IGxapSSetEntityExcluder.h"
 #include "selectcontext/KvSelectContextExport.h"
+#include "selectcontext/detail/BuiltWith.h"
 #include "selectcontext/selected_entity.h"
 
 #include <atomic>
@@ -469,3 +470,35 @@ static_assert(sizeof(GxapSelectSet) == 40 && !std::is_polymorphic_v<GxapSelectSe
               "callers are compiled against this layout");
 static_assert(sizeof(GxapSelectSet::ConstIterator) == 24 && sizeof(GxapSelectSet::Iterator) == 24,
               "callers are compiled against this layout");
+
+namespace kvdetail {
+
+// Some of these classes have private fields, too. Compilers warn about offsetof in such classes, but support
+// it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+
+using TaggedIterator = GxapSelectSet::ConstIterator;
+using TaggedData = GxapSelectSet::SSetData;
+using TaggedStore = TaggedData::Store;
+
+KV_LAYOUT_TAG(builtWithLayoutOfGxapSelectSet, sizeof(GxapSelectSet), offsetof(GxapSelectSet, sharedData),
+              offsetof(GxapSelectSet, iterators), offsetof(GxapSelectSet, lispRefCnt));
+KV_LAYOUT_TAG(builtWithLayoutOfConstIterator, sizeof(TaggedIterator), offsetof(TaggedIterator, set),
+              offsetof(TaggedIterator, index), offsetof(TaggedIterator, truckerIterator));
+KV_LAYOUT_TAG(builtWithLayoutOfSSetData, sizeof(TaggedData), offsetof(TaggedData, refCount),
+              offsetof(TaggedData, dataMap), offsetof(TaggedData, unique),
+              offsetof(TaggedData, selectByNestedMode), offsetof(TaggedData, entityCount),
+              offsetof(TaggedData, entities));
+KV_LAYOUT_TAG(builtWithLayoutOfDataMap, sizeof(TaggedData::DataMap),
+              sizeof(TaggedData::DataMap::const_iterator));
+KV_LAYOUT_TAG(builtWithLayoutOfStore, sizeof(TaggedStore), sizeof(TaggedStore::iterator),
+              sizeof(TaggedStore::Slot));
+KV_LAYOUT_TAG(builtWithLayoutOfStorePage, sizeof(TaggedStore::Page), offsetof(TaggedStore::Page, next),
+              offsetof(TaggedStore::Page, liveCount), offsetof(TaggedStore::Page, slots),
+              offsetof(TaggedStore::Page, fillEnd), offsetof(TaggedStore::Page, number),
+              offsetof(TaggedStore::Page, occupied));
+
+#pragma GCC diagnostic pop
+
+} // namespace kvdetail

@@ -3,6 +3,7 @@
 
 #include "selectcontext/GxapSelectSet.h"
 #include "selectcontext/KvSelectContextExport.h"
+#include "selectcontext/detail/BuiltWith.h"
 
 #include <list>
 
@@ -43,3 +44,9 @@ public:
 
     std::list<GxapSelectSet*> sets;
 };
+
+namespace kvdetail {
+
+KV_LAYOUT_TAG(builtWithLayoutOfGxapSelectSetList, sizeof(GxapSelectSetList));
+
+} // namespace kvdetail

@@ -4,6 +4,7 @@
 #include "platform/KvOsBase.h"
 #include "selectcontext/GxapSSListSmartPtr.h"
 #include "selectcontext/KvSelectContextExport.h"
+#include "selectcontext/detail/BuiltWith.h"
 
 // Owns the handle through which the LISP layer reaches named sets.
 //

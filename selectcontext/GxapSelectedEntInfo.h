@@ -4,6 +4,7 @@
 #include "base/KvVector.h"
 #include "platform/KvGeometry.h"
 #include "selectcontext/KvSelectContextExport.h"
+#include "selectcontext/detail/BuiltWith.h"
 
 #include <cstdint>
 
@@ -118,3 +119,12 @@ using SelFenceIntersectInfo = GxapSelectedEntInfo::SelFenceIntersectInfo;
 
 static_assert(sizeof(SelFenceIntersectInfo) == 16 && sizeof(GxapSelectedEntInfo) == 40,
               "callers are compiled against this layout");
+
+namespace kvdetail {
+
+KV_LAYOUT_TAG(builtWithLayoutOfGxapSelectedEntInfo, sizeof(GxapSelectedEntInfo),
+              offsetof(GxapSelectedEntInfo, word0), offsetof(GxapSelectedEntInfo, word1),
+              offsetof(GxapSelectedEntInfo, halfWord), offsetof(GxapSelectedEntInfo, pointArray),
+              offsetof(GxapSelectedEntInfo, presenceBits), offsetof(GxapSelectedEntInfo, elasticData));
+
+} // namespace kvdetail

@@ -5,6 +5,7 @@
 #include "platform/KvDatabase.h"
 #include "selectcontext/GxapSelectedEntInfo.h"
 #include "selectcontext/KvSelectContextExport.h"
+#include "selectcontext/detail/BuiltWith.h"
 
 #include <cstddef>
 #include <new>
@@ -55,3 +56,14 @@ struct KVSELECTCONTEXT_API selected_entity {
 };
 
 static_assert(sizeof(selected_entity) == 72, "callers are compiled against this layout");
+
+namespace kvdetail {
+
+KV_LAYOUT_TAG(builtWithLayoutOf_selected_entity, sizeof(selected_entity),
+              offsetof(selected_entity, mainEntId), offsetof(selected_entity, subEntId),
+              offsetof(selected_entity, gsMarker), offsetof(selected_entity, hlVpArray),
+              offsetof(selected_entity, highlightSegmentArray), offsetof(selected_entity, subselPathArray),
+              offsetof(selected_entity, hasSubselPaths), offsetof(selected_entity, nestedEntFullPath),
+              offsetof(selected_entity, selectedEntityInfo));
+
+} // namespace kvdetail

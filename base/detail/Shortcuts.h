@@ -6,7 +6,7 @@
 #include <cstddef>
 
 // Switches all optimisations on (1) or off (0). A program and its library must use the same value: see
-// KvSelectContextExport.h.
+// selectcontext/detail/BuiltWith.h.
 #ifndef KV_SHORTCUTS
 #define KV_SHORTCUTS 1
 #endif

@@ -1,7 +1,0 @@
-#include "selectcontext/KvSelectContextExport.h"
-
-#if KV_SHORTCUTS
-void kvdetail::builtWithShortcuts() noexcept {}
-#else
-void kvdetail::builtWithoutShortcuts() noexcept {}
-#endif

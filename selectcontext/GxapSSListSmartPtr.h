@@ -14,7 +14,7 @@
 //
 // Thread safety: none. The count is not atomic. Code that shares a list between threads must hold
 // GxapSelectSetListManager::s_locker.
-class KVSELECTCONTEXT_API GxapSSListSmartPtr {
+class KVSELECTCONTEXT_CLASS GxapSSListSmartPtr {
 public:
     // Makes a new, empty list. Throws std::bad_alloc if there is no memory.
     GxapSSListSmartPtr();

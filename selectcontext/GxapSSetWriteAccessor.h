@@ -24,7 +24,7 @@
 // copy-on-write adds O(n).
 //
 // Thread safety: one thread at a time.
-class KVSELECTCONTEXT_API GxapSSetWriteAccessor : public GxapSelectSet {
+class KVSELECTCONTEXT_CLASS GxapSSetWriteAccessor : public GxapSelectSet {
 public:
     using GxapSelectSet::GxapSelectSet;
 

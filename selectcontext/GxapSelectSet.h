@@ -52,7 +52,7 @@ KVSELECTCONTEXT_API bool isGsMarkEqual(long a, long b);
 //
 // Thread safety: handles that share data may be copied, read and destroyed on different threads. A handle,
 // with its iterators, belongs to one thread at a time.
-class KVSELECTCONTEXT_API GxapSelectSet {
+class KVSELECTCONTEXT_CLASS GxapSelectSet {
 public:
     // The reference-counted data of one or more handles.
     //
@@ -69,7 +69,7 @@ public:
     //
     // Thread safety: `refCount` may be changed from any thread. Several threads may read the other members
     // while the data is shared. If only one handle uses the data, the thread of that handle may change them.
-    class KVSELECTCONTEXT_API SSetData {
+    class KVSELECTCONTEXT_CLASS SSetData {
     public:
         // Callers may change the map, but must not move nodes from the map of one set to that of another.
         // They may copy entries, or swap whole maps. An extracted node must stay on the set's thread.
@@ -131,7 +131,7 @@ public:
     // The caller must destroy an iterator before its set. If the set is destroyed first, its registered
     // iterators are disabled, and their destructors do not touch the set. Constructing, copying, assigning
     // and destroying an iterator cost O(registered iterators). Thread safety: that of the set.
-    class KVSELECTCONTEXT_API ConstIterator {
+    class KVSELECTCONTEXT_CLASS ConstIterator {
     public:
         // Makes an iterator on the item at `index`. If `index` is the number of items, the iterator is at the
         // end. If `index` is negative, the iterator is done. If `index` is larger than the number of items,
@@ -202,7 +202,7 @@ public:
 
     // A cursor with write access to the record. Take an Iterator from the write accessor, which makes the
     // data private first. An Iterator on shared data changes what other sets see.
-    class KVSELECTCONTEXT_API Iterator : public ConstIterator {
+    class KVSELECTCONTEXT_CLASS Iterator : public ConstIterator {
     public:
         Iterator(const GxapSelectSet* set, int index);
         Iterator(const Iterator& other);

@@ -18,7 +18,7 @@
 // is destroyed. `name` points to two words. For a null `name`, functions return null or do nothing.
 //
 // Thread safety: none. Code that shares a list between threads must hold GxapSelectSetListManager::s_locker.
-class KVSELECTCONTEXT_API GxapSelectSetList {
+class KVSELECTCONTEXT_CLASS GxapSelectSetList {
 public:
     GxapSelectSetList();
     GxapSelectSetList(const GxapSelectSetList&) = delete;

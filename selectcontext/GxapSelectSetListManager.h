@@ -10,7 +10,7 @@
 //
 // Thread safety: no function takes a lock. Callers that use the manager from several threads must hold
 // `s_locker`. The library never locks `s_locker`.
-class KVSELECTCONTEXT_API GxapSelectSetListManager {
+class KVSELECTCONTEXT_CLASS GxapSelectSetListManager {
 public:
     // Return s_smartPtrSSList, which the manager owns. If s_smartPtrSSList is null, they first create the
     // handle and an empty list. They throw std::bad_alloc if there is no memory. O(1).

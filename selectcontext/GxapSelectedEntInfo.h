@@ -32,7 +32,7 @@ struct GxDbElasticData;
 // may have replaced some of the fields, each as a whole. Every operation is O(1).
 //
 // Thread safety: none. An info belongs to one thread at a time.
-class KVSELECTCONTEXT_API GxapSelectedEntInfo {
+class KVSELECTCONTEXT_CLASS GxapSelectedEntInfo {
 public:
     // The place where a fence first crosses an entity.
     struct SelFenceIntersectInfo {

@@ -24,7 +24,7 @@
 //  3. The paths of `subselPathArray` have no owner, and outlive the record on purpose.
 //
 // Thread safety: that of the set that has the record.
-struct KVSELECTCONTEXT_API selected_entity {
+struct KVSELECTCONTEXT_CLASS selected_entity {
     GxDbObjectId mainEntId;
     GxDbObjectId subEntId;   // null: the pick was not nested
     long gsMarker = -1;      // -1: no marker

@@ -16,13 +16,20 @@ if(KV_PLATFORM_PACKAGE STREQUAL "")
 else()
     set(KV_PLATFORM_DEPENDENCY ${KV_PLATFORM_PACKAGE})
     set(KV_PKGCONFIG_REQUIRES ${KV_PLATFORM_PKGCONFIG})
+    if(KV_PLATFORM_PKGCONFIG STREQUAL "")
+        message(WARNING "KV_PLATFORM_PKGCONFIG is empty, so KvSelectContext.pc will not name the libraries of the platform "
+                        "\"${KV_PLATFORM_PACKAGE}\". A program that is built by pkg-config has to name them itself. Name the "
+                        "platform's pkg-config modules by -DKV_PLATFORM_PKGCONFIG=... to avoid that.")
+    endif()
 endif()
 
-if(KV_SHORTCUTS)
+# A program by pkg-config is compiled with the same definitions as a program by CMake.
+get_target_property(KV_PKGCONFIG_DEFINITIONS KvSelectContext INTERFACE_COMPILE_DEFINITIONS)
+if(NOT KV_PKGCONFIG_DEFINITIONS)
     set(KV_PKGCONFIG_DEFINITIONS "")
-else()
-    set(KV_PKGCONFIG_DEFINITIONS "-DKV_SHORTCUTS=0")
 endif()
+list(TRANSFORM KV_PKGCONFIG_DEFINITIONS PREPEND "-D")
+list(JOIN KV_PKGCONFIG_DEFINITIONS " " KV_PKGCONFIG_DEFINITIONS)
 
 # kv_install_package(<name>): installs the config, version, targets and pkg-config files of one package.
 function(kv_install_package name)

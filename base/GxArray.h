@@ -16,6 +16,7 @@
 template <class T>
 class GxArrayMemCopyReallocator {
 public:
+    // Copies `count` elements. Both arrays must have room for them. Does nothing if `count` is below 1.
     static void copy(T* to, const T* from, std::int32_t count) noexcept {
         static_assert(std::is_trivially_copyable_v<T>, "elements are moved byte by byte");
         if (count > 0)
@@ -57,8 +58,11 @@ public:
         return *this;
     }
 
+    // Frees the storage.
     ~GxArray() { setPhysicalLength(0); }
 
+    // Return the number of elements, the capacity, and the least number of elements by which the storage
+    // grows. O(1).
     int logicalLength() const noexcept { return mLogicalLength; }
     int physicalLength() const noexcept { return mPhysicalLength; }
     int growLength() const noexcept { return mGrowLength; }
@@ -97,10 +101,10 @@ public:
     T& operator[](int i) { return mArray[i]; }
     const T& operator[](int i) const { return mArray[i]; }
 
-    T* mArray;
-    std::int32_t mPhysicalLength;
-    std::int32_t mLogicalLength;
-    std::int32_t mGrowLength;
+    T* mArray;                    // the storage, from operator new
+    std::int32_t mPhysicalLength; // capacity in elements
+    std::int32_t mLogicalLength;  // number of elements in use
+    std::int32_t mGrowLength;     // least growth in elements
 
 private:
     static constexpr std::int32_t kInitialGrowLength = 8;

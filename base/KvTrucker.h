@@ -29,6 +29,7 @@ constexpr const wchar_t* kStoreAccessMessage = L"Error access KvTrucker";
 template <class T>
 class KvTkDefaultAllocator {
 public:
+    // Allocate and free memory. Freeing null does nothing.
     static void* allocate(std::size_t bytes) noexcept { return ::operator new(bytes, std::nothrow); }
     static void deallocate(void* memory, std::size_t /*bytes*/) noexcept { ::operator delete(memory); }
 };
@@ -60,14 +61,18 @@ public:
 template <class T, unsigned PageBytes, class Allocator = KvTkDefaultAllocator<T>>
 class KvTrucker {
 public:
+    // A place for one value.
     struct Slot {
-        T value;
+        T value;            // means nothing while the slot is free
         unsigned char free; // 1: free, 0: occupied
     };
+
+    // The number of slots of every page.
     static constexpr std::uint32_t kSlotsPerPage = PageBytes / sizeof(Slot);
 
+    // A page and the counts of its slots. The store owns its pages and their slots.
     struct Page {
-        Page* next;
+        Page* next;              // null in the tail
         std::uint32_t liveCount; // occupied slots
         Slot* slots;             // the block of kSlotsPerPage slots
         Slot* fillEnd;           // the first slot that was never used
@@ -93,10 +98,10 @@ public:
     // iterator was last used, the iterator first looks for its page in the chain. The caller must not use an
     // iterator after its store was destroyed.
     struct iterator {
-        const KvTrucker* trucker; // not null if `slot` is not null
-        Page* page;
-        Slot* pageEnd; // one past the page's last slot
-        Slot* slot;
+        const KvTrucker* trucker; // the store; not null if `slot` is not null
+        Page* page;               // null: before the first element, or in no page
+        Slot* pageEnd;            // one past the page's last slot
+        Slot* slot;               // null like `page`; one past the last slot: the end
         std::uint32_t position; // 1-based among the occupied slots of the page; kNoPosition: before the first
         mutable std::uint32_t epoch; // the epoch at which the page was last known to exist
 
@@ -144,6 +149,7 @@ public:
         // null.
         bool isOnPage() const noexcept { return trucker && (isCurrent() || isOnFoundPage()); }
 
+        // Moves to before the first element. O(1).
         void toBeforeFirst() noexcept {
             page = nullptr;
             pageEnd = nullptr;
@@ -159,6 +165,7 @@ public:
         bool isOnFoundPage() const noexcept;
     };
 
+    // Makes an empty store. Allocates nothing.
     KvTrucker() = default;
     KvTrucker(const KvTrucker&) = delete;
     KvTrucker& operator=(const KvTrucker&) = delete;
@@ -177,11 +184,13 @@ public:
     T undoAppend();
 
     // The end of the store at the time of mark(). Appending and removing leave a mark valid, with one
-    // exception: a removeSlot() that empties the tail page and keeps it. mark() is O(1).
+    // exception: a removeSlot() that empties the tail page and keeps it.
     struct Mark {
-        std::uint32_t ordinal;
-        const Slot* fillEnd;
+        std::uint32_t ordinal; // of the tail page, or the number of pages made so far
+        const Slot* fillEnd;   // of the tail page, or null
     };
+
+    // Returns the present end. O(1).
     Mark mark() const noexcept { return tail ? Mark{tail->ordinal, tail->fillEnd} : Mark{mMade, nullptr}; }
 
     // Returns whether the iterator is on an element that was appended after mark() returned `mark`. The
@@ -305,8 +314,8 @@ public:
     // Returns the number of occupied slots of the page before `slot`. O(1) if the page has no holes.
     static std::uint32_t occupiedBefore(const Page* page, const Slot* slot) noexcept;
 
-    Page* head = nullptr;
-    Page* tail = nullptr;
+    Page* head = nullptr; // the first page
+    Page* tail = nullptr; // the last page
 
 private:
     // Returns whether every used slot is occupied. Then the n-th occupied slot is slot number n. Always

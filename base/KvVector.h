@@ -36,20 +36,22 @@ static_assert(sizeof(KvVectorBlock) == 24, "the application's libraries share th
 // different threads may share a block.
 class KvRefCounter {
 public:
+    // Counts one vector more.
     static void add(std::atomic<std::uint32_t>& count) noexcept { count.fetch_add(1); }
 
     // Returns whether this was the last reference. Must not read the count again: right after the decrement,
     // another thread may free the count.
     static bool drop(std::atomic<std::uint32_t>& count) noexcept { return count.fetch_sub(1) == 1; }
 
+    // Returns whether several vectors share the block.
     static bool isShared(const std::atomic<std::uint32_t>& count) noexcept { return count.load() >= 2; }
 };
 
 // Decides how capacity grows.
 class KvVectorDefaultGrowPolicy {
 public:
-    static constexpr std::int32_t kInitialGrowLength = 8;
-    static constexpr std::int32_t kInitialPrivateCapacity = 16;
+    static constexpr std::int32_t kInitialGrowLength = 8;       // growth step of a new block
+    static constexpr std::int32_t kInitialPrivateCapacity = 16; // of a copy of a block without storage
 
     // Returns the capacity for `wanted` elements: logical length plus growth step, or `wanted` if that is
     // more. The sum has 64 bits, so it cannot overflow.
@@ -69,6 +71,7 @@ public:
 template <class T>
 class KvDefaultMemAllocator {
 public:
+    // Returns an array of n elements.
     static T* alloc(std::int32_t n) {
         T* array = nullptr;
         try {
@@ -85,6 +88,7 @@ public:
         return new (std::nothrow) T[static_cast<std::size_t>(n)]();
     }
 
+    // Frees an array. Does nothing for null.
     static void free(T* array, std::int32_t /*physicalLength*/) noexcept { delete[] array; }
 };
 
@@ -105,6 +109,7 @@ public:
         return array;
     }
 
+    // Destroys the elements and frees the array. Does nothing for null.
     static void free(T* array, std::int32_t physicalLength) noexcept {
         if (physicalLength <= 0 || !array)
             return;
@@ -119,11 +124,13 @@ private:
 // The allocator of KvVector<T> if none is given. The storage of object ids comes from _kvMalloc.
 template <class T>
 struct KvVectorDefaultAllocator {
-    using type = KvDefaultMemAllocator<T>;
+    using type = KvDefaultMemAllocator<T>; // the allocator
 };
+
+// The allocator of vectors of object ids.
 template <>
 struct KvVectorDefaultAllocator<GxDbObjectId> {
-    using type = KvDelegateMemAllocator<GxDbObjectId>;
+    using type = KvDelegateMemAllocator<GxDbObjectId>; // the allocator
 };
 
 // A pointer to a block. Copying or destroying the pointer does not change the block's refCount. The functions
@@ -174,7 +181,7 @@ public:
         return true;
     }
 
-    KvVectorBlock* block = nullptr;
+    KvVectorBlock* block = nullptr; // null: no block
 
 private:
     static void destroy(KvVectorBlock* doomed) noexcept {
@@ -249,6 +256,7 @@ public:
         return *this;
     }
 
+    // Gives up the block. The last vector frees it.
     ~KvVector() { data._release(); }
 
     // Return the length, the capacity and the growth step, in elements. A vector with a null block has length
@@ -336,7 +344,7 @@ public:
         return true;
     }
 
-    KvVectorDataPtr<T, Allocator, RefCounter, GrowPolicy> data;
+    KvVectorDataPtr<T, Allocator, RefCounter, GrowPolicy> data; // the block; see invariant 1 for null
 
 private:
     explicit KvVector(KvVectorBlock* shared) { data.share(shared); }

@@ -41,8 +41,11 @@ KV_SEAM_API bool c5ObjIdIsLessThan(const GxDbStub* a, const GxDbStub* b) noexcep
 class GxDbObjectId {
 public:
     constexpr GxDbObjectId() noexcept = default; // the null id
+
+    // Makes the id of a stub. Null gives the null id.
     explicit constexpr GxDbObjectId(GxDbStub* stub) noexcept : mStub(stub) {}
 
+    // Returns the stub, which the database owns. Returns null for the null id.
     constexpr GxDbStub* stub() const noexcept { return mStub; }
 
     // Returns whether this id equals kNull. Never throws.
@@ -51,31 +54,34 @@ public:
     // Returns whether a database knows an object by this id. The object may be erased.
     KV_SEAM_API bool isValid() const;
 
-    // Constant-initialised. Its definition is `const`, not `constexpr`: that would make it inline, and the
-    // loader never unloads a library with an inline variable.
+    // The null id. Constant-initialised. Its definition is `const`, not `constexpr`: that would make it
+    // inline, and the loader never unloads a library with an inline variable.
     KV_SEAM_API static const GxDbObjectId kNull;
 
 private:
     GxDbStub* mStub = nullptr;
 };
 
+// Returns whether both ids name the same object, by c5ObjIdIsEqualTo().
 inline bool operator==(const GxDbObjectId& a, const GxDbObjectId& b) {
     return c5ObjIdIsEqualTo(a.stub(), b.stub());
 }
 
+// Returns the opposite of ==.
 inline bool operator!=(const GxDbObjectId& a, const GxDbObjectId& b) {
     return !(a == b);
 }
 
+// Returns whether the stub of `a` comes before that of `b`, by c5ObjIdIsLessThan().
 inline bool operator<(const GxDbObjectId& a, const GxDbObjectId& b) {
     return c5ObjIdIsLessThan(a.stub(), b.stub());
 }
 
 // Names a part of an entity, such as a face, an edge or a segment.
 struct GxDbSubentId {
-    std::int32_t type = 0; // 0: the null sub-entity type
-    std::int64_t index = 0;
-    void* extra = nullptr; // belongs to the application; the pointer is copied and compared
+    std::int32_t type = 0;  // 0: the null sub-entity type
+    std::int64_t index = 0; // which part of that type; the library stores markers here
+    void* extra = nullptr;  // belongs to the application; the pointer is copied and compared
 };
 
 // The path from the outermost object to a part of an entity.
@@ -88,13 +94,18 @@ struct GxDbSubentId {
 class GxDbFullSubentPath {
 public:
     KV_SEAM_API GxDbFullSubentPath(); // no ids, the null part
+
+    // Copy the ids and the part.
     KV_SEAM_API GxDbFullSubentPath(const GxDbFullSubentPath& other);
     KV_SEAM_API GxDbFullSubentPath& operator=(const GxDbFullSubentPath& other);
+
+    // Frees the array of ids.
     KV_SEAM_API ~GxDbFullSubentPath();
 
     // Returns whether both paths have equal ids in the same order, and the same part.
     KV_SEAM_API bool operator==(const GxDbFullSubentPath& other) const;
 
+    // Return the ids and the part, which the path owns.
     KV_SEAM_API GxArray<GxDbObjectId>& objectIds();
     KV_SEAM_API const GxArray<GxDbObjectId>& objectIds() const;
     KV_SEAM_API GxDbSubentId& subentId();
@@ -105,12 +116,22 @@ private:
     GxDbSubentId mSubentId;
 };
 
+// Names that belong to databases.
 namespace GxDb {
-enum OpenMode : int { kForRead = 0, kForWrite = 1 };
-}
+
+// What an object is opened for.
+enum OpenMode : int {
+    kForRead = 0, // several openings for reading may exist at once
+    kForWrite = 1 // the only opening
+};
+
+} // namespace GxDb
 
 // Every value except eOk is a failure. The application may use further values, and defines their meanings.
-enum GxErrorStatus : int { eOk = 0, eNotOpen = 15 };
+enum GxErrorStatus : int {
+    eOk = 0,      // success
+    eNotOpen = 15 // nothing is open
+};
 
 // An object that a database can hold.
 //
@@ -124,6 +145,7 @@ class KV_SEAM_API GxDbObject : public GxRxObject {
 public:
     GxDbObject(const GxDbObject&) = delete;
     GxDbObject& operator=(const GxDbObject&) = delete;
+    // Called by the owner of the object.
     ~GxDbObject() override;
 
     // Ends one opening of a resident object.
@@ -133,6 +155,7 @@ public:
     GxDbObjectId objectId() const;
 
 protected:
+    // Makes an object that no database has: objectId() returns the null id.
     GxDbObject();
 
     GxDbStub* mStub = nullptr; // set by the database that adds the object
@@ -149,8 +172,11 @@ protected:
 // Thread safety: as GxDbObject.
 class KV_SEAM_API GxDbEntity : public GxDbObject {
 public:
+    // Called by the owner of the entity.
     ~GxDbEntity() override;
 
+    // Highlight the part that `path` leads to, or take the highlight back. The library ignores the returned
+    // status.
     virtual GxErrorStatus highlight(const GxDbFullSubentPath& path, bool entityFlag) const;
     virtual GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const;
 };
@@ -173,9 +199,11 @@ KV_SEAM_API GxErrorStatus gxdbOpenObject(GxDbEntity*& entity, GxDbObjectId id, G
 template <class T>
 class GxDbObjectPointerBase {
 public:
+    // Makes a pointer that has opened nothing.
     GxDbObjectPointerBase() = default;
     GxDbObjectPointerBase(const GxDbObjectPointerBase&) = delete;
     GxDbObjectPointerBase& operator=(const GxDbObjectPointerBase&) = delete;
+    // Calls closeInternal().
     ~GxDbObjectPointerBase() { closeInternal(); }
 
     // Releases mObject, opens the object of `id` and returns the status. gxdbOpenObject() may fail and still
@@ -195,8 +223,8 @@ public:
         return eOk;
     }
 
-    T* mObject = nullptr;
-    GxErrorStatus mStatus = eNotOpen;
+    T* mObject = nullptr;             // the opened object, or null
+    GxErrorStatus mStatus = eNotOpen; // of the last opening
 
 private:
     static void release(T* object) {

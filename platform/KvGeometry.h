@@ -10,9 +10,9 @@
 // A point in drawing units. The coordinates may be any numbers.
 class GxGePoint3d {
 public:
-    double x = 0;
-    double y = 0;
-    double z = 0;
+    double x = 0; // first coordinate
+    double y = 0; // second coordinate
+    double z = 0; // third coordinate
 };
 
 // The largest distances at which two values are still equal.
@@ -42,5 +42,5 @@ public:
     // Returns whether both transforms are equal within `tol`.
     KV_SEAM_API bool isEqualTo(const GxGeMatrix3d& other, const GxGeTol& tol = GxGeContext::gTol) const;
 
-    double entry[4][4];
+    double entry[4][4]; // entry[row][column]
 };

@@ -40,9 +40,11 @@ KV_SEAM_API extern KvVectorBlock* gpEmptyVectorData;
 // Thread safety: an exception belongs to the thread that throws it.
 class KV_SEAM_API KvException {
 public:
+    // Makes an exception without a text.
     KvException() = default;
     KvException(const KvException&) = delete;
     KvException& operator=(const KvException&) = delete;
+    // Called by the handler that catches the exception.
     virtual ~KvException();
 };
 
@@ -55,9 +57,13 @@ public:
 // Thread safety: as KvException.
 class KV_SEAM_API KvErrorStatus : public KvException {
 public:
+    // Keeps the pointer `file`. `file` must live as long as the exception.
     KvErrorStatus(int status, const wchar_t* file, int line);
+
+    // Called by the handler that catches the exception.
     ~KvErrorStatus() override;
 
+    // Return what the constructor was given.
     int status() const noexcept;
     const wchar_t* file() const noexcept;
     int line() const noexcept;
@@ -77,9 +83,13 @@ private:
 // Thread safety: as KvException.
 class KV_SEAM_API KvExceptionWithMsg : public KvException {
 public:
+    // Keeps the pointers. File name and message must live as long as the exception.
     KvExceptionWithMsg(const wchar_t* file, int line, const wchar_t* message);
+
+    // Called by the handler that catches the exception.
     ~KvExceptionWithMsg() override;
 
+    // Return what the constructor was given.
     const wchar_t* file() const noexcept;
     int line() const noexcept;
     const wchar_t* message() const noexcept;
@@ -102,9 +112,11 @@ private:
 // Thread safety: the library calls recordException() on the thread that throws, which may be any thread.
 class KV_SEAM_API IKvCrashRecorder {
 public:
+    // Sees an exception that is about to be thrown. The pointer is never null.
     virtual void recordException(KvException* exception) = 0;
 
 protected:
+    // Only the application destroys its recorder, by its own type.
     ~IKvCrashRecorder() = default;
 };
 
@@ -122,11 +134,15 @@ KV_SEAM_API IKvCrashRecorder* gxapGetCrashRecorder();
 // Thread safety: any thread may call lock() and unlock(). Only one thread may construct or destroy the lock.
 class KV_SEAM_API KvLocker {
 public:
+    // Makes a lock that no thread owns.
     KvLocker();
     KvLocker(const KvLocker&) = delete;
     KvLocker& operator=(const KvLocker&) = delete;
+
+    // No thread may own the lock.
     ~KvLocker();
 
+    // lock() waits until the calling thread owns the lock. unlock() ends one call of lock().
     void lock();
     void unlock();
 

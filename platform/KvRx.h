@@ -12,5 +12,6 @@
 // Thread safety: that of the derived class.
 class KV_SEAM_API GxRxObject {
 public:
+    // Called by the owner of the object.
     virtual ~GxRxObject();
 };

@@ -33,8 +33,8 @@ public:
     void release();
     ~GxapSSListSmartPtr();
 
-    GxapSelectSetList* list;
-    std::int32_t* refCount;
+    GxapSelectSetList* list; // null after release()
+    std::int32_t* refCount;  // the number of handles; null exactly when `list` is null
 };
 
 namespace kvdetail {

@@ -75,6 +75,8 @@ public:
         // They may copy entries, or swap whole maps. An extracted node must stay on the set's thread.
         using DataMap = std::multimap<GxDbObjectId, unsigned long, std::less<GxDbObjectId>,
                                       _KvSTLAllocator<std::pair<GxDbObjectId const, unsigned long>>>;
+
+        // The store: a slot has the address of a record. A page has 4096 slots.
         using Store = KvTrucker<selected_entity*, 65536u, KvTkDefaultAllocator<selected_entity*>>;
 
         // Makes empty data: `unique` is true, `refCount` is 0 and `entities` is null.
@@ -101,12 +103,12 @@ public:
         // their stubs.
         SSetData* clone() const;
 
-        mutable std::atomic<std::uint32_t> refCount;
-        DataMap dataMap;
-        bool unique;             // select() refuses an item that the set already has
-        bool selectByNestedMode; // the library only stores it
-        std::uint32_t entityCount;
-        Store* entities;
+        mutable std::atomic<std::uint32_t> refCount; // the number of handles on the data
+        DataMap dataMap;                             // the index: main id -> address of the slot
+        bool unique;                                 // select() refuses an item that the set already has
+        bool selectByNestedMode;                     // the library only stores it
+        std::uint32_t entityCount;                   // the number of items
+        Store* entities;                             // the data owns the store; null in new data
 
     private:
         friend struct kvdetail::SetData;
@@ -145,6 +147,8 @@ public:
         // Copies the position of `other`. Registers this iterator only if `set` changes. So a disabled
         // iterator that is assigned another iterator of the same set has a position but is not registered.
         ConstIterator& operator=(const ConstIterator& other);
+
+        // Unregisters the iterator from `set`. O(registered iterators).
         ~ConstIterator();
 
         // Deletes `truckerIterator` and sets it to null. The iterator stays registered.
@@ -195,19 +199,22 @@ public:
         // empties `ids`. Opens one entity at a time. O(path).
         bool getFilteredNestedFullPath(KvVector<GxDbObjectId>& ids) const;
 
-        const GxapSelectSet* set;
-        mutable std::int32_t index;
-        SSetData::Store::iterator* truckerIterator;
+        const GxapSelectSet* set;                   // the set of the iterator, or null
+        mutable std::int32_t index;                 // the position, as far as the iterator has counted
+        SSetData::Store::iterator* truckerIterator; // owned; null: disabled
     };
 
     // A cursor with write access to the record. Take an Iterator from the write accessor, which makes the
     // data private first. An Iterator on shared data changes what other sets see.
     class KVSELECTCONTEXT_CLASS Iterator : public ConstIterator {
     public:
+        // Do what the functions of ConstIterator do.
         Iterator(const GxapSelectSet* set, int index);
         Iterator(const Iterator& other);
         Iterator& operator=(const Iterator& other);
 
+        // Returns the current record for editing, which the set owns. Null and errors are those of
+        // ConstIterator::get(). After changing a key, call updateDataMap() of the accessor.
         selected_entity* get();
 
         // Makes the nested path of the record share the block of `path`. Does nothing if there is no record.
@@ -229,6 +236,9 @@ public:
     // data already. Otherwise disables every iterator of this set. O(1), or O(n) if this was the last handle
     // on the old data.
     GxapSelectSet& operator=(const GxapSelectSet& other);
+
+    // Disables the iterators that are still registered, and releases the data. O(registered iterators), and
+    // O(n) if this was the last handle on the data.
     KVSELECTCONTEXT_API ~GxapSelectSet();
 
     // Replaces the data of the set by new, empty data, and disables every iterator. Returns the new data,
@@ -242,6 +252,7 @@ public:
     // Disables every iterator and releases the data. The set has no data afterwards.
     void releaseData();
 
+    // Returns `selectByNestedMode`. Returns false for a set without data. O(1).
     bool isSelectByNestedMode() const;
 
     // The LISP layer counts its references to the set in `lispRefCnt`. These functions read, raise or lower
@@ -384,9 +395,10 @@ public:
     void draw(ConstIterator& it, bool entityFlag, bool highlight) const;
     void draw(bool entityFlag, bool highlight) const;
 
-    mutable SSetData* sharedData;
+    mutable SSetData* sharedData; // the set is one of its handles; see the invariants for null
+    // The registered iterators, which the set does not own.
     mutable GxArray<ConstIterator*, GxArrayMemCopyReallocator<ConstIterator*>> iterators;
-    std::int64_t lispRefCnt;
+    std::int64_t lispRefCnt; // the references of the LISP layer; the library does not read it otherwise
 
 private:
     void orphanIterators() const;

@@ -20,6 +20,7 @@
 // Thread safety: none. Code that shares a list between threads must hold GxapSelectSetListManager::s_locker.
 class KVSELECTCONTEXT_CLASS GxapSelectSetList {
 public:
+    // Makes an empty list.
     GxapSelectSetList();
     GxapSelectSetList(const GxapSelectSetList&) = delete;
     GxapSelectSetList& operator=(const GxapSelectSetList&) = delete;
@@ -42,7 +43,7 @@ public:
     // Destroys the set of that name. Does nothing if there is no such set. O(sets).
     void delSelectSet(long* name);
 
-    std::list<GxapSelectSet*> sets;
+    std::list<GxapSelectSet*> sets; // owned; the newest set first
 };
 
 namespace kvdetail {

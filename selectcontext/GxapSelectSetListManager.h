@@ -21,5 +21,5 @@ public:
     static void destroy();
 
     static GxapSSListSmartPtr* s_smartPtrSSList; // null before the first use and after destroy()
-    static KvLocker s_locker;
+    static KvLocker s_locker;                    // for callers; the library never locks it
 };

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 
+// The block of the optional fields. Only the library knows its members.
 struct GxDbElasticData;
 
 // Optional data of an item: above all, its earliest fence crossing (the fence info) and its compound block
@@ -107,14 +108,15 @@ public:
     static SelFenceIntersectInfo* FenceIntersectInfoPtrDefVal;
     static GxGeMatrix3d* CompoundTransformBTROffsetPtrDefVal;
 
-    std::uint32_t word0;
-    std::uint32_t word1;
-    std::int16_t halfWord;
-    KvVector<GxGePoint3d> pointArray;
-    std::uint64_t presenceBits;
-    GxDbElasticData* elasticData; // null before the first optional field is stored
+    std::uint32_t word0;              // belongs to callers; appendSubentPathSubsel() stores 6
+    std::uint32_t word1;              // belongs to callers
+    std::int16_t halfWord;            // belongs to callers
+    KvVector<GxGePoint3d> pointArray; // belongs to callers
+    std::uint64_t presenceBits;       // which optional fields are present: see invariant 1
+    GxDbElasticData* elasticData;     // null before the first optional field is stored
 };
 
+// The short name of the structure.
 using SelFenceIntersectInfo = GxapSelectedEntInfo::SelFenceIntersectInfo;
 
 static_assert(sizeof(SelFenceIntersectInfo) == 16 && sizeof(GxapSelectedEntInfo) == 40,

@@ -10,5 +10,7 @@ public:
     // calls isExcluded() once per record. If isExcluded() throws, transfer() ends, and the earlier records
     // stay copied. isExcluded() may edit the sets of the transfer; transfer() says what happens then.
     virtual bool isExcluded(GxDbObjectId mainEntId) = 0;
+
+    // The library never deletes an excluder.
     virtual ~IGxapSSetEntityExcluder() = default;
 };

@@ -11,6 +11,7 @@
 #define KVSELECTCONTEXT_API __attribute__((visibility("hidden")))
 #else
 #define KVSELECTCONTEXT_CLASS __attribute__((visibility("default")))
+// Exports a name from the library.
 #define KVSELECTCONTEXT_API __attribute__((visibility("default")))
 #endif
 

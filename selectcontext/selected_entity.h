@@ -15,7 +15,7 @@
 //
 // A record belongs to the set whose store has the record. Removing an item frees only its slot. The record
 // stays allocated, and any code that has a pointer to it may delete it at any time, on any thread. `delete
-// record` is right for every record. `::delete record` is not supported.
+// record` is right for every record. The same with the global operator, `::`, is not supported.
 //
 // Invariants while the record is in a set:
 //  1. `mainEntId` is not null and does not change, since the set's index uses it as key.
@@ -25,16 +25,17 @@
 //
 // Thread safety: that of the set that has the record.
 struct KVSELECTCONTEXT_CLASS selected_entity {
-    GxDbObjectId mainEntId;
+    GxDbObjectId mainEntId;  // the picked entity, or the outermost block reference
     GxDbObjectId subEntId;   // null: the pick was not nested
     long gsMarker = -1;      // -1: no marker
     KvVector<int> hlVpArray; // viewports in which the item is highlighted
     KvVector<GxDbFullSubentPath*>* highlightSegmentArray = nullptr; // null: no segments
-    KvVector<GxDbFullSubentPath*>* subselPathArray = nullptr;
+    KvVector<GxDbFullSubentPath*>* subselPathArray = nullptr;       // null: no sub-selection
     bool hasSubselPaths = false;                       // if true, the destructor deletes subselPathArray
     KvVector<GxDbObjectId> nestedEntFullPath;          // outermost id first or last: callers decide
     GxapSelectedEntInfo* selectedEntityInfo = nullptr; // in memory from _kvMalloc; null: no info
 
+    // Makes a record with null ids, and without marker, paths and info. O(1), allocates nothing.
     selected_entity() = default;
 
     // Makes both vectors without a block. The caller must give them blocks at once.

@@ -19,6 +19,7 @@
 #include <string>
 #include <string_view>
 
+// The in-memory platform: its drawing database, and its switches and logs for tests.
 namespace kvinmemory {
 
 namespace detail {
@@ -30,7 +31,7 @@ class ObjectTable;
 constexpr GxErrorStatus kInvalidId = static_cast<GxErrorStatus>(101); // no database knows the object
 // The object is erased, and the caller did not ask for erased objects.
 constexpr GxErrorStatus kErasedObject = static_cast<GxErrorStatus>(102);
-constexpr GxErrorStatus kNotAnEntity = static_cast<GxErrorStatus>(103);
+constexpr GxErrorStatus kNotAnEntity = static_cast<GxErrorStatus>(103); // the object cannot be drawn
 // The object is open already, and one of the two openings is for writing.
 constexpr GxErrorStatus kOpenOtherwise = static_cast<GxErrorStatus>(104);
 
@@ -38,11 +39,17 @@ constexpr GxErrorStatus kOpenOtherwise = static_cast<GxErrorStatus>(104);
 
 // A copy of the ids and the part of a path. The copy stays valid when the path is destroyed.
 struct PathContents {
-    MallocVector<GxDbObjectId> ids;
-    GxDbSubentId part;
+    MallocVector<GxDbObjectId> ids; // outermost first
+    GxDbSubentId part;              // the null part: the whole entity
 };
+
+// Returns a copy of what the path has.
 KV_SEAM_API PathContents contentsOf(const GxDbFullSubentPath& path);
+
+// Returns whether both have equal ids in the same order, and the same part.
 KV_SEAM_API bool operator==(const PathContents& a, const PathContents& b);
+
+// Returns the opposite of ==.
 KV_SEAM_API bool operator!=(const PathContents& a, const PathContents& b);
 
 // An entity that records which of its parts are highlighted. An application can then draw these parts.
@@ -55,13 +62,16 @@ KV_SEAM_API bool operator!=(const PathContents& a, const PathContents& b);
 // Thread safety: an entity belongs to one thread at a time.
 class KV_SEAM_API Entity : public GxDbEntity {
 public:
+    // A highlight that is on.
     struct Highlight {
-        PathContents path;
-        bool entityFlag;
+        PathContents path; // what is highlighted
+        bool entityFlag;   // the flag that highlight() was given
     };
 
+    // Called by the database, or by the code that opened a non-resident entity.
     ~Entity() override;
 
+    // Allocate with malloc, and free. Throw std::bad_alloc if there is no memory.
     static void* operator new(std::size_t bytes);
     static void operator delete(void* memory) noexcept;
 
@@ -72,6 +82,7 @@ public:
     // highlight, highlights() does not change.
     GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool entityFlag) const override;
 
+    // Returns the highlights that are on. The entity owns the list, which its next highlight changes.
     const MallocVector<Highlight>& highlights() const noexcept;
 
 private:
@@ -85,8 +96,10 @@ private:
 // Thread safety: an object belongs to one thread at a time.
 class KV_SEAM_API NonEntity : public GxDbObject {
 public:
+    // Called by the database.
     ~NonEntity() override;
 
+    // Allocate with malloc, and free. Throw std::bad_alloc if there is no memory.
     static void* operator new(std::size_t bytes);
     static void operator delete(void* memory) noexcept;
 };
@@ -102,8 +115,10 @@ public:
 // while that thread does not edit the database.
 class KV_SEAM_API Database {
 public:
+    // Makes a non-resident entity. Called each time the id is opened.
     using Factory = std::function<std::unique_ptr<GxDbEntity>()>;
 
+    // The number of ids for which a database reserves address space if none is given.
     static constexpr std::size_t kDefaultCapacity = std::size_t{1} << 24;
 
     // `capacity` is the largest number of ids. The constructor reserves address space for that many ids.
@@ -111,6 +126,8 @@ public:
     explicit Database(std::size_t capacity = kDefaultCapacity);
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
+
+    // Deletes the objects. O(ids).
     ~Database();
 
     // Adds an object and issues its id. The database owns the object. An empty name counts as no name. If
@@ -156,6 +173,7 @@ public:
 
     // The following functions take an id of this database. They throw std::invalid_argument for any other id.
 
+    // Erase an object, restore it, and return whether it is erased.
     void erase(GxDbObjectId id);
     void unerase(GxDbObjectId id);
     bool isErased(GxDbObjectId id) const;
@@ -202,11 +220,12 @@ KV_SEAM_API void throwFromHighlight(long nth) noexcept;
 KV_SEAM_API void throwFromPathCopy(long nth) noexcept;       // copy construction
 KV_SEAM_API void throwFromPathAssignment(long nth) noexcept; // copy assignment
 
+// A call of highlight() or unhighlight(). The references are valid during the call.
 struct HighlightCall {
-    const GxDbEntity& entity;
-    const GxDbFullSubentPath& path;
-    bool entityFlag;
-    bool on; // false: an unhighlight
+    const GxDbEntity& entity;       // the entity that was called
+    const GxDbFullSubentPath& path; // the argument
+    bool entityFlag;                // the argument
+    bool on;                        // false: an unhighlight
 };
 
 // Installs a callback that GxDbEntity::highlight() and unhighlight() call after logging. An empty `callback`
@@ -223,20 +242,23 @@ KV_SEAM_API long liveObjects() noexcept;
 // Returns the number of current openings in all databases. Non-resident objects are not counted.
 KV_SEAM_API long openObjects() noexcept;
 
+// A kind of call that is logged.
 enum class DatabaseCall {
-    Open,
-    Close,
-    Delete, // of any object, including deletion by its database
-    Highlight,
-    Unhighlight,
-    PathCopy,
-    PathAssignment,
-    PathDestruction
+    Open,           // gxdbOpenObject()
+    Close,          // GxDbObject::close()
+    Delete,         // of any object, including deletion by its database
+    Highlight,      // GxDbEntity::highlight()
+    Unhighlight,    // GxDbEntity::unhighlight()
+    PathCopy,       // copy construction of a path
+    PathAssignment, // copy assignment of a path
+    PathDestruction // the destructor of a path
 };
 
+// One logged call. Members that a kind of call does not have are null or 0. Pointers are for comparisons
+// only: the objects may be gone.
 struct DatabaseEvent {
-    std::uint64_t sequence;
-    DatabaseCall call;
+    std::uint64_t sequence;           // from nextSequence()
+    DatabaseCall call;                // the kind of call
     GxDbObjectId id;                  // Open: the argument; otherwise the object's id
     const GxDbObject* object;         // the object of the call; Open: the result, or null
     const GxDbFullSubentPath* path;   // the path that is highlighted, copied to, assigned to or destroyed
@@ -254,11 +276,12 @@ KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents();
 // Returns the calls of one kind that were made while logging was on, oldest first.
 KV_SEAM_API MallocVector<DatabaseEvent> databaseEvents(DatabaseCall call);
 
+// One logged call of gxdbInitGdsNameKey().
 struct NameKeyCall {
-    std::uint64_t sequence;
-    const long* name;
-    long word0; // name[0] before the call
-    long word1; // name[1] after the call: 1 after the first call, 2 after the second, and so on
+    std::uint64_t sequence; // from nextSequence()
+    const long* name;       // the argument, for comparisons only
+    long word0;             // name[0] before the call
+    long word1;             // name[1] after the call: 1 after the first call, 2 after the second, and so on
 };
 
 // Returns the calls of gxdbInitGdsNameKey that were made while logging was on, oldest first.

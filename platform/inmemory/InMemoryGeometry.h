@@ -11,12 +11,14 @@
 
 namespace kvinmemory {
 
+// One logged call of GxGeMatrix3d::isEqualTo(). The pointers are for comparisons only: the objects may be
+// gone.
 struct MatrixComparison {
-    std::uint64_t sequence;
-    const GxGeMatrix3d* left; // the object that isEqualTo() is called on
-    const GxGeMatrix3d* right;
-    const GxGeTol* tolerance;
-    bool equal; // the result
+    std::uint64_t sequence;    // from nextSequence()
+    const GxGeMatrix3d* left;  // the object that isEqualTo() is called on
+    const GxGeMatrix3d* right; // the argument
+    const GxGeTol* tolerance;  // the argument
+    bool equal;                // the result
 };
 
 // Returns the calls of GxGeMatrix3d::isEqualTo that were made while logging was on, oldest first.

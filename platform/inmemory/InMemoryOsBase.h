@@ -28,12 +28,17 @@ namespace kvinmemory {
 // Thread safety: an allocator has no state. Any thread may use it.
 template <class T>
 struct MallocAllocator {
+    // What containers ask of an allocator.
     using value_type = T;
 
+    // Makes an allocator.
     MallocAllocator() noexcept = default;
+
+    // Makes an allocator for values of another type.
     template <class U>
     MallocAllocator(const MallocAllocator<U>&) noexcept {}
 
+    // Returns memory for n values. Throws std::bad_alloc if there is none.
     T* allocate(std::size_t n) {
         if (n > std::numeric_limits<std::size_t>::max() / sizeof(T))
             throw std::bad_alloc();
@@ -42,19 +47,23 @@ struct MallocAllocator {
             throw std::bad_alloc();
         return static_cast<T*>(memory);
     }
+    // Frees memory of allocate(). Does nothing for null.
     void deallocate(T* memory, std::size_t) noexcept { std::free(memory); }
 };
 
+// Returns true.
 template <class T, class U>
 bool operator==(const MallocAllocator<T>&, const MallocAllocator<U>&) noexcept {
     return true;
 }
 
+// Returns false.
 template <class T, class U>
 bool operator!=(const MallocAllocator<T>&, const MallocAllocator<U>&) noexcept {
     return false;
 }
 
+// A vector of the platform's own data.
 template <class T>
 using MallocVector = std::vector<T, MallocAllocator<T>>;
 
@@ -96,7 +105,11 @@ KV_SEAM_API long doubleFrees();
 // Returns whether `memory` is the start of a live block that was allocated while tracking was on.
 KV_SEAM_API bool isLiveBlock(const void* memory);
 
-enum class FailureMode { Once, FromThenOn };
+// How long failMalloc() works.
+enum class FailureMode {
+    Once,      // one call fails
+    FromThenOn // that call and all later ones fail
+};
 
 // Makes the nth call of _kvMalloc from now on return null. If `nth` is 1, the next call fails. In the mode
 // FromThenOn, all later calls fail, too. failMalloc() works with and without tracking.
@@ -110,16 +123,22 @@ KV_SEAM_API long failedMallocs() noexcept;
 
 // ---- The crash recorder
 
-enum class ExceptionKind { Status, Message, Other };
+// The class of a recorded exception.
+enum class ExceptionKind {
+    Status,  // KvErrorStatus
+    Message, // KvExceptionWithMsg
+    Other    // any other class
+};
 
+// One exception that the platform's recorder has seen.
 struct RecordedException {
-    std::uint64_t sequence;
+    std::uint64_t sequence;       // from nextSequence()
     const KvException* exception; // for comparisons only: the handler may have deleted the object
-    ExceptionKind kind;
-    int status;             // Status
-    const wchar_t* message; // Message
-    const wchar_t* file;    // Status, Message
-    int line;               // Status, Message
+    ExceptionKind kind;           // the class
+    int status;                   // Status
+    const wchar_t* message;       // Message
+    const wchar_t* file;          // Status, Message
+    int line;                     // Status, Message
 };
 
 // Installs the platform's recorder, which logs every exception.
@@ -137,10 +156,11 @@ KV_SEAM_API MallocVector<RecordedException> recordedExceptions();
 
 // ---- The lock
 
+// One logged call of KvLocker::lock() or unlock().
 struct LockCall {
-    std::uint64_t sequence;
-    const KvLocker* locker;
-    bool isLock; // false: an unlock
+    std::uint64_t sequence; // from nextSequence()
+    const KvLocker* locker; // for comparisons only: the lock may be gone
+    bool isLock;            // false: an unlock
 };
 
 // Returns the calls of lock and unlock that were made while logging was on, oldest first.

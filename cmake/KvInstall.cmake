@@ -1,6 +1,10 @@
 # Installs four packages: KvSeam, KvInMemoryPlatform, KvSelectContext and KvSelectContextAids. KvSeam has the
 # headers that a platform needs. KvInMemoryPlatform is installed if the library was built with it. Each package
 # has a CMake package and a pkg-config module.
+#
+# The components say which Debian package a file belongs to (see KvPackages.cmake). The seam belongs to
+# KvPlatformDevelopment. KvSelectContext needs a platform to be found, and so a program that uses either
+# package has the seam.
 
 include(CMakePackageConfigHelpers)
 
@@ -31,10 +35,11 @@ endif()
 list(TRANSFORM KV_PKGCONFIG_DEFINITIONS PREPEND "-D")
 list(JOIN KV_PKGCONFIG_DEFINITIONS " " KV_PKGCONFIG_DEFINITIONS)
 
-# kv_install_package(<name>): installs the config, version, targets and pkg-config files of one package.
-function(kv_install_package name)
+# kv_install_package(<name> <component>): installs the config, version, targets and pkg-config files of one
+# package.
+function(kv_install_package name component)
     set(directory "${CMAKE_INSTALL_LIBDIR}/cmake/${name}")
-    install(EXPORT ${name}Targets NAMESPACE Kv:: DESTINATION "${directory}")
+    install(EXPORT ${name}Targets NAMESPACE Kv:: DESTINATION "${directory}" COMPONENT ${component})
     configure_package_config_file(
         "${PROJECT_SOURCE_DIR}/cmake/${name}Config.cmake.in" "${PROJECT_BINARY_DIR}/packages/${name}Config.cmake"
         INSTALL_DESTINATION "${directory}")
@@ -42,24 +47,46 @@ function(kv_install_package name)
         "${PROJECT_BINARY_DIR}/packages/${name}ConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
     install(FILES "${PROJECT_BINARY_DIR}/packages/${name}Config.cmake"
                   "${PROJECT_BINARY_DIR}/packages/${name}ConfigVersion.cmake"
-            DESTINATION "${directory}")
+            DESTINATION "${directory}"
+            COMPONENT ${component})
     configure_file("${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in" "${PROJECT_BINARY_DIR}/packages/${name}.pc" @ONLY)
-    install(FILES "${PROJECT_BINARY_DIR}/packages/${name}.pc" DESTINATION "${KV_INSTALL_PKGCONFIG}")
+    install(
+        FILES "${PROJECT_BINARY_DIR}/packages/${name}.pc"
+        DESTINATION "${KV_INSTALL_PKGCONFIG}"
+        COMPONENT ${component})
 endfunction()
 
-install(TARGETS KvSeam EXPORT KvSeamTargets FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}")
-kv_install_package(KvSeam)
+install(
+    TARGETS KvSeam
+    EXPORT KvSeamTargets
+    FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}" COMPONENT KvPlatformDevelopment)
+kv_install_package(KvSeam KvPlatformDevelopment)
 
 if(KV_PLATFORM_PACKAGE STREQUAL "")
-    install(TARGETS KvOsBase KvRx KvGeometry KvDatabase EXPORT KvInMemoryPlatformTargets)
-    install(DIRECTORY "${PROJECT_SOURCE_DIR}/platform/inmemory"
-            DESTINATION "${KV_INSTALL_HEADERS}/platform"
-            FILES_MATCHING PATTERN "InMemory*.h" PATTERN "detail" EXCLUDE)
-    kv_install_package(KvInMemoryPlatform)
+    install(
+        TARGETS KvOsBase KvRx KvGeometry KvDatabase
+        EXPORT KvInMemoryPlatformTargets
+        LIBRARY COMPONENT KvPlatform NAMELINK_COMPONENT KvPlatformDevelopment)
+    install(
+        DIRECTORY "${PROJECT_SOURCE_DIR}/platform/inmemory"
+        DESTINATION "${KV_INSTALL_HEADERS}/platform"
+        COMPONENT KvPlatformDevelopment
+        FILES_MATCHING PATTERN "InMemory*.h" PATTERN "detail" EXCLUDE)
+    kv_install_package(KvInMemoryPlatform KvPlatformDevelopment)
 endif()
 
-install(TARGETS KvSelectContext EXPORT KvSelectContextTargets FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}")
-kv_install_package(KvSelectContext)
+install(
+    TARGETS KvSelectContext
+    EXPORT KvSelectContextTargets
+    LIBRARY COMPONENT KvLibrary NAMELINK_COMPONENT KvDevelopment
+    ARCHIVE COMPONENT KvDevelopment
+    FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}" COMPONENT KvDevelopment)
+kv_install_package(KvSelectContext KvDevelopment)
 
-install(TARGETS KvSelectContextAids EXPORT KvSelectContextAidsTargets FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}")
-kv_install_package(KvSelectContextAids)
+install(
+    TARGETS KvSelectContextAids
+    EXPORT KvSelectContextAidsTargets
+    LIBRARY COMPONENT KvLibrary NAMELINK_COMPONENT KvDevelopment
+    ARCHIVE COMPONENT KvDevelopment
+    FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}" COMPONENT KvDevelopment)
+kv_install_package(KvSelectContextAids KvDevelopment)

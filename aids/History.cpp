@@ -29,7 +29,7 @@ bool History::redo(GxapSelectSet& set) {
 
 // Takes the last state of `from`, and adds the present one to `to`. Only the addition can fail, so it comes
 // first.
-bool History::swapWith(GxapSelectSet& set, States& from, States& to) {
+bool History::swapWith(GxapSelectSet& set, States& from, States& to) const {
     const auto isOther = [&set](const GxapSelectSet& state) { return state.sharedData != set.sharedData; };
     const auto last = std::find_if(from.rbegin(), from.rend(), isOther);
     if (last == from.rend())

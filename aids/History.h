@@ -52,7 +52,7 @@ public:
 private:
     using States = std::deque<GxapSelectSet>;
 
-    bool swapWith(GxapSelectSet& set, States& from, States& to);
+    bool swapWith(GxapSelectSet& set, States& from, States& to) const;
 
     States mUndo; // the last remembered one last
     States mRedo; // the next one last

@@ -1,6 +1,8 @@
 #include "aids/detail/ItemText.h"
 
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <utility>
 
 namespace kv::detail {
@@ -199,11 +201,8 @@ std::vector<FieldTexts> changedFields(const selected_entity& a, const selected_e
 }
 
 bool hasSameFields(const selected_entity& a, const selected_entity& b) {
-    for (const Field& field : kFields) {
-        if (!field.isSame(a, b))
-            return false;
-    }
-    return true;
+    return std::all_of(std::begin(kFields), std::end(kFields),
+                       [&](const Field& field) { return field.isSame(a, b); });
 }
 
 } // namespace kv::detail

@@ -86,7 +86,6 @@ kv_install_package(KvSelectContext KvDevelopment)
 install(
     TARGETS KvSelectContextAids
     EXPORT KvSelectContextAidsTargets
-    LIBRARY COMPONENT KvLibrary NAMELINK_COMPONENT KvDevelopment
     ARCHIVE COMPONENT KvDevelopment
     FILE_SET HEADERS DESTINATION "${KV_INSTALL_HEADERS}" COMPONENT KvDevelopment)
 kv_install_package(KvSelectContextAids KvDevelopment)

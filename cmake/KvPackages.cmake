@@ -182,19 +182,12 @@ install(
     DESTINATION "${kv_documents}/kvselectcontext-doc/examples"
     COMPONENT KvDocumentation)
 
-if(EXISTS "${PROJECT_SOURCE_DIR}/debugger")
-    install(
-        DIRECTORY "${PROJECT_SOURCE_DIR}/debugger/"
-        DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/KvSelectContext/debugger"
-        COMPONENT KvDevelopment
-        PATTERN "__pycache__" EXCLUDE)
-endif()
-
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kvselectcontext)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has a summary of its own
 set(CPACK_PACKAGE_CONTACT "KvSelectContext maintainers <maintainers@kvselectcontext.example>")
-set(CPACK_PACKAGING_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
+set(CPACK_SET_DESTDIR ON) # so that rules of installation see the prefix of the packages
+set(CPACK_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/debian")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS

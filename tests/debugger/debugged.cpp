@@ -1,4 +1,5 @@
-// Makes sets for debugger_test.py, which stops the program in allIsMade() and looks at the variables of main().
+// Makes sets for debugger_test.py, which stops the program in allIsMade() and looks at the variables of
+// main().
 #include "base/GxArray.h"
 #include "base/KvVector.h"
 #include "platform/KvDatabase.h"

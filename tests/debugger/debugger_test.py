@@ -10,8 +10,8 @@ from pathlib import Path
 
 from debugger import Debugger, skip_unless_possible
 
-LOAD = sys.argv.pop() if len(sys.argv) > 2 else ""
-PROGRAM = sys.argv.pop() if len(sys.argv) > 1 else ""
+# The program, and the file that loads the printers. Names of tests may follow.
+PROGRAM, LOAD = (sys.argv.pop(1), sys.argv.pop(1)) if len(sys.argv) > 2 else ("", "")
 
 PYTHON_ERROR = re.compile(r"Python Exception|Traceback|Error occurred in Python")
 
@@ -106,8 +106,11 @@ class WhatIsWhole:
         self.prints("*plain.sharedData", "data of 4 items = {" + PLAIN_ITEMS + "}")
 
     def test_a_set_is_shown_through_a_reference_and_as_its_accessor(self) -> None:
-        self.assertIn("set of 4 items = {[0] = {", self.gdb("print (const GxapSelectSet&)plain"))
-        self.assertIn("set of 4 items = {[0] = {", self.gdb("print *(GxapSSetWriteAccessor*)&plain"))
+        shown = "set of 4 items = {" + PLAIN_ITEMS + "}"
+        self.prints("*(GxapSSetWriteAccessor*)&plain", shown)
+        self.gdb("down")
+        self.addCleanup(self.gdb, "up")
+        self.prints("set", shown)
 
     def test_a_record_is_shown_with_all_that_it_has(self) -> None:
         self.prints("full", "set of 1 item = {[0] = {mainEntId = id 0x10, subEntId = id 0x20, gsMarker = 3, "
@@ -140,10 +143,9 @@ class WhatIsWhole:
 
     def test_a_large_set_is_shown_in_part(self) -> None:
         self.gdb("set print elements 2")
-        shown = self.gdb("print pages")
-        self.gdb("set print elements 200")
-        self.assertEqual(shown, "set of 4098 items = {[0] = {mainEntId = id 0x10010}, "
-                         "[1] = {mainEntId = id 0x10020}...}")
+        self.addCleanup(self.gdb, "set print elements 200")
+        self.prints("pages", "set of 4098 items = {[0] = {mainEntId = id 0x10010}, "
+                    "[1] = {mainEntId = id 0x10020}...}")
 
     def test_a_store_is_shown_as_its_pages(self) -> None:
         self.prints("*holes.sharedData->entities", "store of 3 items in 1 page = {page 0 = page of 3 items in 5 used slots = "
@@ -195,10 +197,11 @@ class WhatIsWhole:
 
     def test_the_command_takes_pointers_references_and_addresses(self) -> None:
         self.gdb("down")
+        self.addCleanup(self.gdb, "up")
         self.reports("set", PLAIN_TABLE)
         self.reports("pointer", PLAIN_TABLE)
+        self.reports("*(GxapSSetWriteAccessor*)pointer", PLAIN_TABLE)
         self.reports("address", PLAIN_TABLE)
-        self.gdb("up")
 
     def test_the_command_takes_the_data_of_a_set(self) -> None:
         lines = [line for line in PLAIN_TABLE.splitlines() if not line.startswith("registered")]
@@ -222,8 +225,8 @@ class WhatIsWhole:
 
     def test_the_command_prints_as_many_items_as_gdb_prints_elements(self) -> None:
         self.gdb("set print elements 1")
+        self.addCleanup(self.gdb, "set print elements 200")
         report = self.gdb("info kvset pages")
-        self.gdb("set print elements 200")
         self.assertEqual(report.splitlines()[-2:], ["... and 4097 more items", "all invariants hold"])
         self.assertEqual(report.splitlines()[-3].split()[:4], ["0", "0", "0", "0x10010"])
 

@@ -209,11 +209,13 @@ TEST(PickByFence, TakesWhatItCrossesWithTheFirstCrossing) {
 
 TEST(PickByFence, FollowsItsCorners) {
     const Drawing drawing(
-        sceneOf("<line x1='5' y1='5' x2='6' y2='5'/><line x1='20' y1='15' x2='30' y2='15'/>"));
+        sceneOf("<line x1='12' y1='15' x2='13' y2='15'/><line x1='20' y1='15' x2='30' y2='15'/>"
+                "<line x1='10' y1='-1' x2='10' y2='1'/>"));
     Found found(drawing);
-    // The fence has a corner at (25, 0). The part behind the corner crosses the second line.
+    // Each part of the fence crosses one line. The straight way from its first to its last corner would cross
+    // the first line.
     Picker(drawing).fence({{0, 0}, {25, 0}, {25, 30}}, found.collector());
-    EXPECT_EQ(found.labels(), Labels{"3 line"});
+    EXPECT_EQ(found.labels(), (Labels{"3 line", "4 line"}));
 }
 
 TEST(PickByFence, CrossesNestedEntitiesWhereTheyArePlaced) {

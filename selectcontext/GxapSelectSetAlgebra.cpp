@@ -257,10 +257,11 @@ void removeEqual(GxapSSetWriteAccessor& set, const selected_entity& record, IdSe
     kvdetail::removeItem(*set.sharedData, item);
 }
 
-// Removes the items that equal records in `batch`. `data` must be private. The result is the same as if the
-// items were removed one after the other. Handles the records in the order of their ids. So one walk through
-// the index is enough. Records of one id are handled in the order of the batch.
-void removeInOrder(SSetData& data, const IdBatch& batch) {
+// Removes the items that equal records in `batch`. The set's data must be private. The result is the same as
+// if the items were removed one after the other. Handles the records in the order of their ids. So one walk
+// through the index is enough. Records of one id are handled in the order of the batch.
+void removeInOrder(GxapSSetWriteAccessor& set, const IdBatch& batch) {
+    SSetData& data = *set.sharedData;
     IdIndex& index = indexOf(data);
     index.expectErasures();
     IdIndex::Entry place = index.begin();
@@ -270,7 +271,7 @@ void removeInOrder(SSetData& data, const IdBatch& batch) {
         IdIndex::Run run = index.findFrom(place, id);
         for (; first != last && run.isHeld; ++first) {
             const auto& record = *reinterpret_cast<const selected_entity*>(first->value);
-            const kvdetail::ExactItem item = kvdetail::findExact(data, run, keysToRemove(record));
+            const kvdetail::ExactItem item = kvdetail::findToRemove(set, keysToRemove(record), run);
             if (!item.place.slot)
                 continue;
             if (item.entry == run.entry)
@@ -331,8 +332,10 @@ bool removeInBulk(GxapSSetWriteAccessor& set, const SSetData& taken) {
     } catch (const std::bad_alloc&) {
         return false;
     }
-    if (batch.size() != 0)
-        removeInOrder(*set.writeData(), batch);
+    if (batch.size() != 0) {
+        set.writeData();
+        removeInOrder(set, batch);
+    }
     return true;
 }
 

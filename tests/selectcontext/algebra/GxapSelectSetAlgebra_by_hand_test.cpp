@@ -44,6 +44,15 @@ TEST_F(MinusByHand, PassesOverSlotsWithoutARecord) {
     EXPECT_EQ(mainIds(left), std::vector<unsigned long>{4});
 }
 
+TEST_F(MinusByHand, LeavesARecordThatTheIndexHasUnderAnotherMainId) {
+    Filled a(40);
+    const Filled b(40);
+    recordAt(a.set, 6)->mainEntId = id(100);
+    edit(a.set).minus(&a.set, &b.set);
+    EXPECT_EQ(mainIds(a.set), std::vector<unsigned long>{100});
+    EXPECT_EQ(kvtest::count(a.set), 1u);
+}
+
 TEST_F(MinusByHand, LeavesARecordThatTheIndexLacks) {
     Filled a(40);
     const Filled b(40);

@@ -1,4 +1,4 @@
-// Runs many episodes of random operations. Reduces a failing episode to the operations that matter.
+// Runs random operations on the library and on its model.
 #pragma once
 
 #include "tests/selectcontext/model/Operation.h"
@@ -13,9 +13,8 @@ namespace kvmodel {
 std::uint64_t seedOr(std::uint64_t seed);
 long operationsOr(long count);
 
-// Runs `count` operations, divided into episodes, in a child process. A crash of the child counts as a
-// failure. Returns an empty string on success. Otherwise returns a description of the failure, with the seed
-// and the shortest failing sequence of operations that was found.
+// Performs `count` operations with library and model, divided into episodes. Returns an empty string on
+// success, and otherwise the description of the failure.
 std::string runCampaign(const Profile& profile, std::uint64_t seed, long count);
 
 } // namespace kvmodel

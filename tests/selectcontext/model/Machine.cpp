@@ -13,8 +13,6 @@ namespace kvmodel {
 
 namespace {
 
-constexpr int kOutOfMemory = 6;
-
 using kvtest::RecordTracker;
 using DataMap = GxapSelectSet::SSetData::DataMap;
 
@@ -37,19 +35,14 @@ Outcome outcomeOf(KvException* thrown) {
     return isMisuse ? kMisuse : kOtherError;
 }
 
-// Calls the library, while the tracker records new records.
 template <class Call>
-auto watched(const Call& call) {
-    const RecordTracker::Recording recording(RecordTracker::current(), true);
-    return call();
-}
-
-template <class Call>
-Outcome outcomeOfActual(const Call& call) {
+Outcome outcomeOfCall(const Call& call) {
     try {
-        watched(call);
+        call();
     } catch (KvException* exception) {
         return outcomeOf(exception);
+    } catch (const CallbackFailure&) {
+        return kCallbackThrows;
     }
     return kReturned;
 }
@@ -84,11 +77,14 @@ public:
 
 class MaskExcluder : public IGxapSSetEntityExcluder {
 public:
-    MaskExcluder(const World& world, unsigned mask) : mWorld(world), mMask(mask) {}
+    MaskExcluder(const World& world, unsigned mask, int throwAt)
+        : mWorld(world), mMask(mask), mThrowAt(throwAt) {}
 
     bool isExcluded(GxDbObjectId mainEntId) override {
         const int id = mWorld.numberOf(mainEntId);
         mAsked.push_back(id);
+        if (static_cast<int>(mAsked.size()) == mThrowAt)
+            throw CallbackFailure();
         return excludes(id);
     }
     bool excludes(int id) const { return ((mMask >> (id % 8)) & 1U) != 0; }
@@ -97,7 +93,58 @@ public:
 private:
     const World& mWorld;
     unsigned mMask;
+    int mThrowAt; // the call that throws, counted from 1; 0: none
     std::vector<int> mAsked;
+};
+
+// Infos for a call of select(). A call that fails frees its info, and is repeated with another.
+class Infos {
+public:
+    Infos(int number, bool areTwo, long& held)
+        : mHeld(held), mInfos{World::makeInfo(number), areTwo ? World::makeInfo(number) : nullptr} {
+        for (const GxapSelectedEntInfo* info : mInfos)
+            mHeld += info ? 1 : 0;
+    }
+    Infos(const Infos&) = delete;
+    Infos& operator=(const Infos&) = delete;
+    ~Infos() {
+        while (mTaken < mInfos.size())
+            kvtest::freeInfo(take());
+    }
+
+    GxapSelectedEntInfo* first() const { return mInfos.front(); }
+
+    GxapSelectedEntInfo* take() {
+        GxapSelectedEntInfo* const info = mInfos.at(mTaken++);
+        mHeld -= info ? 1 : 0;
+        return info;
+    }
+
+    // select() refuses a null id, and leaves the info to its caller.
+    void freeRefused() {
+        for (std::size_t i = 0; i < mTaken; ++i)
+            kvtest::freeInfo(mInfos.at(i));
+    }
+
+private:
+    long& mHeld;
+    std::array<GxapSelectedEntInfo*, 2> mInfos;
+    std::size_t mTaken = 0;
+};
+
+// A path that a call of the library writes.
+class WrittenPath {
+public:
+    explicit WrittenPath(long& held) : mHeld(held) { ++mHeld; }
+    WrittenPath(const WrittenPath&) = delete;
+    WrittenPath& operator=(const WrittenPath&) = delete;
+    ~WrittenPath() { --mHeld; }
+
+    GxDbFullSubentPath& operator*() { return mPath; }
+
+private:
+    long& mHeld;
+    GxDbFullSubentPath mPath;
 };
 
 // Returns the path copies that were logged from entry `from` on and still exist.
@@ -120,6 +167,7 @@ std::vector<const GxDbFullSubentPath*> pathsLeft(std::size_t from) {
 Machine::Machine(const Profile& profile, kvtest::RecordTracker& tracker)
     : mProfile(profile), mTracker(tracker), mWorld(profile), mModel(mWorld.rules()),
       mIsUsed(static_cast<std::size_t>(profile.idCount) + 2) {
+    forgetDifferences();
     mModel.entityOf = [this](const SubentPath& path) { return mWorld.entityOf(path); };
     mOtherEmptyVectors = static_cast<long>(gpEmptyVectorData->refCount.load());
     mOtherPaths = kvinmemory::livePaths();
@@ -154,10 +202,12 @@ void Machine::finish() {
 }
 
 void Machine::perform(const Operation& operation) {
+    if (isFull())
+        forgetDifferences();
     mRecordsChanged = false;
     limitSizes();
     switch (operation.kind) {
-#define KV_MODEL_CASE(name, roles, small, large, runs)                                                       \
+#define KV_MODEL_CASE(name, roles, small, middle, large, runs)                                               \
     case Kind::name:                                                                                         \
         name(operation);                                                                                     \
         break;
@@ -168,30 +218,41 @@ void Machine::perform(const Operation& operation) {
     compare();
 }
 
-void runOperations(const Profile& profile, const std::vector<Operation>& operations, bool tracksMemory,
-                   const std::function<void(int)>& progress) {
+Session::Counts::Counts()
+    : blocks(kvtest::liveNewBlocks()), paths(kvinmemory::livePaths()),
+      emptyVectors(static_cast<long>(gpEmptyVectorData->refCount.load())) {}
+
+Session::Session(const Profile& profile, bool tracksMemory) : mProfile(profile) {
     kvinmemory::resetAll();
     kvinmemory::trackMemory(tracksMemory);
-    const long blocks = kvtest::liveNewBlocks();
-    const long paths = kvinmemory::livePaths();
-    const long emptyVectors = static_cast<long>(gpEmptyVectorData->refCount.load());
-    RecordTracker tracker(RecordTracker::Start::kPaused);
-    {
-        Machine machine(profile, tracker);
-        for (std::size_t i = 0; i < operations.size(); ++i) {
-            progress(static_cast<int>(i));
-            machine.perform(operations[i]);
-        }
-        machine.finish();
-    }
+    mBefore.emplace();
+    mTracker.emplace(RecordTracker::Start::kPaused);
+    mMachine = std::make_unique<Machine>(mProfile, *mTracker);
+}
+
+Session::~Session() = default;
+
+void Session::finish() {
+    mMachine->finish();
+    mMachine.reset();
     std::vector<const void*>().swap(Record::orphanedLists);
-    expectSame(static_cast<long>(tracker.liveCount()), 0, "records at the end");
-    expectSame(kvinmemory::livePaths(), paths, "sub-entity paths at the end");
-    expectSame(static_cast<long>(gpEmptyVectorData->refCount.load()), emptyVectors,
+    expectSame(static_cast<long>(mTracker->liveCount()), 0, "records at the end");
+    mTracker.reset();
+    expectSame(kvinmemory::livePaths(), mBefore->paths, "sub-entity paths at the end");
+    expectSame(static_cast<long>(gpEmptyVectorData->refCount.load()), mBefore->emptyVectors,
                "sharers of the empty block at the end");
     expectSame(kvinmemory::liveBlocks(), 0, "blocks of _kvMalloc at the end");
     expectSame(kvinmemory::foreignFrees() + kvinmemory::doubleFrees(), 0, "wrong calls of _kvFree");
-    expectSame(kvtest::liveNewBlocks(), blocks, "blocks of operator new at the end");
+    expectSame(kvtest::liveNewBlocks(), mBefore->blocks, "blocks of operator new at the end");
+}
+
+void runOperations(const Episode& episode, const Progress& progress) {
+    Session session(episode.profile, episode.tracksMemory);
+    for (std::size_t i = 0; i < episode.operations.size(); ++i) {
+        progress(static_cast<int>(i));
+        session.machine().perform(episode.operations[i]);
+    }
+    session.finish();
 }
 
 // ---- Helpers
@@ -200,7 +261,7 @@ GxapSelectSet::ConstIterator& Machine::cursor(int c) const {
     return c < kConstCount ? *mConst[static_cast<std::size_t>(c)] : writable(c);
 }
 
-int Machine::countOf(int s) {
+int Machine::countOf(int s) const {
     const Set& model = modelSet(s);
     return model.data ? static_cast<int>(model.data->count) : 0;
 }
@@ -209,8 +270,19 @@ int Machine::numberOf(const Set* set) const {
     return set ? static_cast<int>(set - mModel.sets.data()) : -1;
 }
 
+int Machine::numberOf(const ConstIterator& wanted) const {
+    int c = 0;
+    while (&cursor(c) != &wanted)
+        ++c;
+    return c;
+}
+
 long Machine::stubOf(int id) const {
     return asNumber(mWorld.id(id).stub());
+}
+
+Outcome Machine::outcomeOfActual(const Work& call, AfterFailure after) {
+    return outcomeOfCall([&] { callLibrary(call, after); });
 }
 
 long Machine::both(const char* what, const Call& actual, const Call& model) {
@@ -223,14 +295,9 @@ long Machine::both(const char* what, const Call& actual, const Call& model) {
     return got;
 }
 
-void Machine::bothDo(const char* what, const Work& actual, const Work& model) {
-    const auto answering = [](const Work& work) {
-        return [&work] {
-            work();
-            return 0L;
-        };
-    };
-    both(what, answering(actual), answering(model));
+void Machine::bothDo(const char* what, const Work& actual, const Work& model, AfterFailure after) {
+    const Outcome outcome = outcomeOfActual(actual, after);
+    expectOutcome(outcome, outcomeOfModel(model), what);
 }
 
 void Machine::bothRecords(const char* what, const std::function<selected_entity*()>& actual,
@@ -267,25 +334,23 @@ void Machine::dropCursor(int c) {
 template <class Slot, class Make>
 void Machine::placeActual(Slot& slot, bool assigned, const Make& make) {
     using ActualCursor = typename Slot::element_type;
-    const RecordTracker::Recording recording(mTracker, true);
-    if (assigned) {
-        *slot = make();
-        return;
-    }
-    slot.reset();
-    slot.reset(new ActualCursor(make()));
+    if (assigned)
+        callLibrary([&] { *slot = make(); });
+    else
+        callLibrary([&] { slot.reset(new ActualCursor(make())); });
 }
 
 template <class Slot, class Make>
 void Machine::place(Slot& slot, Cursor& cursor, bool assigned, const Make& make,
                     const std::function<void(Cursor&)>& makeModel) {
+    if (!assigned)
+        dropCursor(static_cast<int>(&cursor - mModel.cursors.data()));
     placeActual(slot, assigned, make);
     placeModel(cursor, assigned, makeModel);
 }
 
 void Machine::placeModel(Cursor& cursor, bool assigned, const std::function<void(Cursor&)>& make) {
     if (!assigned) {
-        mModel.destroy(cursor);
         make(cursor);
         return;
     }
@@ -301,12 +366,19 @@ void Machine::makeSet(int s, int mode, int source) {
     const auto at = static_cast<std::size_t>(s);
     const bool copies = (mode == 2 || mode == 4) && source != s;
     mIsNamed[at] = mode >= 3;
-    if (mode >= 3) {
-        mSets[at] = copies ? mNamed.addSelectSet(set(source), mNames[at]) : mNamed.newSelectSet(mNames[at]);
+    callLibrary(
+        [&] {
+            if (mode >= 3)
+                mSets[at] =
+                    copies ? mNamed.addSelectSet(set(source), mNames[at]) : mNamed.newSelectSet(mNames[at]);
+            else
+                mSets[at] = copies ? new GxapSelectSet(set(source)) : new GxapSelectSet(mode == 1);
+            if (!mSets[at]) // newSelectSet() returns null if there is no memory
+                throw std::bad_alloc();
+        },
+        AfterFailure::kNoSet);
+    if (mode >= 3)
         expect(mNamed.getSSetByName(mNames[at]) == mSets[at], "the named set is found by its name");
-    } else {
-        mSets[at] = copies ? new GxapSelectSet(set(source)) : new GxapSelectSet(mode == 1);
-    }
     if (copies)
         mModel.assignData(modelSet(s), modelSet(source).data);
     else
@@ -346,7 +418,8 @@ void Machine::copyFrom(const Operation& o) {
 }
 
 void Machine::createData(const Operation& o) {
-    const auto* const data = set(o[0]).createData();
+    const GxapSelectSet::SSetData* data = nullptr;
+    callLibrary([&] { data = set(o[0]).createData(); });
     expect(data == set(o[0]).sharedData, "createData returns the data");
     mModel.createData(modelSet(o[0]));
 }
@@ -365,7 +438,8 @@ void Machine::assignData(const Operation& o) {
 void Machine::assignClone(const Operation& o) {
     if (!modelSet(o[0]).data)
         return;
-    auto* const copy = watched([&] { return set(o[0]).sharedData->clone(); });
+    GxapSelectSet::SSetData* copy = nullptr;
+    callLibrary([&] { copy = set(o[0]).sharedData->clone(); });
     expectSame(copy->refCount.load(), 0, "handles of a fresh clone");
     set(o[1]).assignData(copy);
     mModel.assignData(modelSet(o[1]), mModel.clone(*modelSet(o[0]).data));
@@ -391,7 +465,7 @@ void Machine::countForLisp(const Operation& o) {
 }
 
 void Machine::clear(const Operation& o) {
-    accessor(o[0]).clear();
+    callLibrary([&] { accessor(o[0]).clear(); });
     mModel.clear(modelSet(o[0]));
 }
 
@@ -403,7 +477,8 @@ void Machine::clearData(const Operation& o) {
 }
 
 void Machine::writeData(const Operation& o) {
-    const auto* const data = watched([&] { return accessor(o[0]).writeData(); });
+    const GxapSelectSet::SSetData* data = nullptr;
+    callLibrary([&] { data = accessor(o[0]).writeData(); });
     expect(data == set(o[0]).sharedData, "writeData returns the data");
     mModel.writeData(modelSet(o[0]));
 }
@@ -411,7 +486,7 @@ void Machine::writeData(const Operation& o) {
 void Machine::updateDataMap(const Operation& o) {
     bothDo(
         "updateDataMap", [&] { accessor(o[0]).updateDataMap(); },
-        [&] { mModel.updateDataMap(modelSet(o[0])); });
+        [&] { mModel.updateDataMap(modelSet(o[0])); }, AfterFailure::kIndexLost);
 }
 
 void Machine::setNestedMode(const Operation& o) {
@@ -437,16 +512,19 @@ void Machine::setUnique(const Operation& o) {
 
 void Machine::select(const Operation& o) {
     noteUsed(o[1], o[2], o[5]);
-    GxapSelectedEntInfo* const info = World::makeInfo(o[4]);
+    Infos infos(o[4], mFailure.has_value(), mHeldInfos);
     bothDo(
         "select",
-        [&] { accessor(o[0]).select(mWorld.id(o[1]), mWorld.id(o[2]), o[3], info, mWorld.nestedPath(o[5])); },
+        [&] {
+            accessor(o[0]).select(mWorld.id(o[1]), mWorld.id(o[2]), o[3], infos.take(),
+                                  mWorld.nestedPath(o[5]));
+        },
         [&] {
             mModel.select(modelSet(o[0]), o[1], o[2], o[3], World::modelInfo(o[4]),
                           mWorld.modelNestedPath(o[5]));
         });
     if (mWorld.rules().isNull(o[1]))
-        kvtest::freeInfo(info); // select() refuses a null id, and leaves the info to its caller
+        infos.freeRefused();
 }
 
 // Passes parts of a record to select(). The record may be in the set that select() changes.
@@ -456,11 +534,11 @@ void Machine::selectKeysOf(const Operation& o) {
     if (!model)
         return;
     const selected_entity* const record = set(o[1]).getAt(at);
-    GxapSelectedEntInfo* const info = World::makeInfo(o[3]);
+    Infos infos(o[3], mFailure.has_value(), mHeldInfos);
     bothDo(
         "select",
         [&] {
-            accessor(o[0]).select(record->mainEntId, record->subEntId, record->gsMarker, info,
+            accessor(o[0]).select(record->mainEntId, record->subEntId, record->gsMarker, infos.take(),
                                   &record->nestedEntFullPath);
         },
         [&] {
@@ -468,7 +546,7 @@ void Machine::selectKeysOf(const Operation& o) {
                           &model->path);
         });
     if (mWorld.rules().isNull(model->main))
-        kvtest::freeInfo(info);
+        infos.freeRefused();
 }
 
 void Machine::append(const Operation& o) {
@@ -488,18 +566,20 @@ void Machine::appendRecord(const Operation& o) {
 void Machine::fill(const Operation& o) {
     const auto idOf = [&](int i) { return 1 + (o[1] + i) % mProfile.idCount; };
     for (int i = 0; i < o[1]; ++i) {
-        watched([&] { accessor(o[0]).select(mWorld.id(idOf(i)), mWorld.id(i % 3), -1, nullptr, nullptr); });
+        callLibrary(
+            [&] { accessor(o[0]).select(mWorld.id(idOf(i)), mWorld.id(i % 3), -1, nullptr, nullptr); });
         mModel.select(modelSet(o[0]), idOf(i), i % 3, -1, std::nullopt, nullptr);
     }
 }
 
 void Machine::addToRun(int s, int main, int sub, long marker, int info, int path) {
-    GxapSelectedEntInfo* const made = World::makeInfo(info);
-    watched(
-        [&] { accessor(s).select(mWorld.id(main), mWorld.id(sub), marker, made, mWorld.nestedPath(path)); });
+    Infos infos(info, mFailure.has_value(), mHeldInfos);
+    callLibrary([&] {
+        accessor(s).select(mWorld.id(main), mWorld.id(sub), marker, infos.take(), mWorld.nestedPath(path));
+    });
     mModel.select(modelSet(s), main, sub, marker, World::modelInfo(info), mWorld.modelNestedPath(path));
     if (mWorld.rules().isNull(main))
-        kvtest::freeInfo(made);
+        infos.freeRefused();
 }
 
 // Adds many items. `pattern` says how many different sub ids, markers, paths and infos these items have. If
@@ -526,28 +606,9 @@ void Machine::fillRun(const Operation& o) {
     }
 }
 
-// Selects an item while an allocation fails. If only a hash cannot be made, the item is added all the same.
-// If the item is not added, the set must not have changed.
 void Machine::selectWithoutMemory(const Operation& o) {
-    Set& model = modelSet(o[0]);
-    if (!model.data || model.data.use_count() > 1)
-        return;
-    noteUsed(o[1], o[2], o[5]);
-    GxapSelectedEntInfo* const info = World::makeInfo(o[4]);
-    try {
-        const RecordTracker::Recording recording(mTracker, true);
-        const NewFailure failure(1 + o[6] % 8, false);
-        accessor(o[0]).select(mWorld.id(o[1]), mWorld.id(o[2]), o[3], info, mWorld.nestedPath(o[5]));
-    } catch (const std::bad_alloc&) {
-        return;
-    } catch (KvErrorStatus* exception) {
-        const std::unique_ptr<KvErrorStatus> owner(exception);
-        expectSame(exception->status(), kOutOfMemory, "status of selecting without memory");
-        return;
-    }
-    mModel.select(model, o[1], o[2], o[3], World::modelInfo(o[4]), mWorld.modelNestedPath(o[5]));
-    if (mWorld.rules().isNull(o[1]))
-        kvtest::freeInfo(info);
+    mFailure = Failure{Failure::kNew, 1 + o[6] % 8, false, 0};
+    select(o);
 }
 
 // ---- Equal ids
@@ -670,34 +731,57 @@ void Machine::removeThroughCursor(const Operation& o) {
 
 // ---- Set algebra
 
+void Machine::bothDoWhole(const WholeSets& operation) {
+    if (const std::optional<Failure> failure = takeFailure())
+        return failWhole(operation, *failure);
+    const Outcome outcome = outcomeOfCall([&] {
+        const RecordTracker::Recording recording(mTracker, true);
+        operation.actual();
+    });
+    const SetAt at = [this](int s) { return modelSetOrNull(s); };
+    expectOutcome(outcome, outcomeOfModel([&] { operation.model(at); }), operation.what);
+}
+
 void Machine::merge(const Operation& o) {
-    bothDo(
-        "merge", [&] { accessor(o[0]).merge(setOrNull(o[1]), setOrNull(o[2])); },
-        [&] { mModel.merge(modelSet(o[0]), modelSetOrNull(o[1]), modelSetOrNull(o[2])); });
+    bothDoWhole({"merge",
+                 {o[0]},
+                 false,
+                 -1,
+                 [&] { accessor(o[0]).merge(setOrNull(o[1]), setOrNull(o[2])); },
+                 [&](const SetAt& at) { mModel.merge(*at(o[0]), at(o[1]), at(o[2])); }});
 }
 
 void Machine::minus(const Operation& o) {
-    bothDo(
-        "minus", [&] { accessor(o[0]).minus(setOrNull(o[1]), setOrNull(o[2])); },
-        [&] { mModel.minus(modelSet(o[0]), modelSetOrNull(o[1]), modelSetOrNull(o[2])); });
+    bothDoWhole({"minus",
+                 {o[0]},
+                 true,
+                 o[1],
+                 [&] { accessor(o[0]).minus(setOrNull(o[1]), setOrNull(o[2])); },
+                 [&](const SetAt& at) { mModel.minus(*at(o[0]), at(o[1]), at(o[2])); }});
 }
 
 void Machine::transfer(const Operation& o) {
     const bool hasExcluder = o[4] != 0 || o[3] % 4 != 0;
-    MaskExcluder excluder(mWorld, static_cast<unsigned>(o[3]));
+    const bool isHurt = mFailure.has_value();
+    const int throwAt = hasExcluder && !isHurt ? takeThrow() : 0;
+    MaskExcluder excluder(mWorld, static_cast<unsigned>(o[3]), throwAt);
     std::vector<int> asked;
     const std::function<bool(int)> isExcluded = [&](int id) {
         asked.push_back(id);
+        if (static_cast<int>(asked.size()) == throwAt)
+            throw Raised{kCallbackThrows};
         return excluder.excludes(id);
     };
-    bothDo(
-        "transfer",
-        [&] { set(o[0]).transfer(set(o[1]), hasExcluder ? &excluder : nullptr, setOrNull(o[2])); },
-        [&] {
-            mModel.transfer(modelSet(o[0]), modelSet(o[1]), hasExcluder ? &isExcluded : nullptr,
-                            modelSetOrNull(o[2]));
-        });
-    expect(excluder.asked() == asked, "the excluder is asked once for every item, in order");
+    bothDoWhole({"transfer",
+                 {o[1], o[2], modelSet(o[0]).data ? -1 : o[0]}, // a set without data gets data
+                 false,
+                 -1,
+                 [&] { set(o[0]).transfer(set(o[1]), hasExcluder ? &excluder : nullptr, setOrNull(o[2])); },
+                 [&](const SetAt& at) {
+                     mModel.transfer(*at(o[0]), *at(o[1]), hasExcluder ? &isExcluded : nullptr, at(o[2]));
+                 }});
+    if (!isHurt)
+        expect(excluder.asked() == asked, "the excluder is asked once for every item, in order");
 }
 
 // ---- Cursors
@@ -809,20 +893,25 @@ void Machine::copyCursor(const Operation& o) {
     if (from == to)
         return;
     dropCursor(to);
-    if (to < kConstCount)
-        mConst[static_cast<std::size_t>(to)] = std::make_unique<ConstIterator>(cursor(from));
-    else
-        mWritable[static_cast<std::size_t>(to - kConstCount)] = std::make_unique<Iterator>(writable(from));
+    callLibrary([&] {
+        if (to < kConstCount)
+            mConst[static_cast<std::size_t>(to)] = std::make_unique<ConstIterator>(cursor(from));
+        else
+            mWritable[static_cast<std::size_t>(to - kConstCount)] =
+                std::make_unique<Iterator>(writable(from));
+    });
     mModel.constructCopy(modelCursor(to), modelCursor(from));
 }
 
 void Machine::assignCursor(const Operation& o) {
     const int to = o[0];
     const int from = sourceOf(o);
-    if (to < kConstCount)
-        *mConst[static_cast<std::size_t>(to)] = cursor(from);
-    else
-        writable(to) = writable(from);
+    callLibrary([&] {
+        if (to < kConstCount)
+            *mConst[static_cast<std::size_t>(to)] = cursor(from);
+        else
+            writable(to) = writable(from);
+    });
     mModel.assign(modelCursor(to), modelCursor(from));
 }
 
@@ -901,7 +990,8 @@ void Machine::readPaths(const ConstIterator& it, const Cursor& model) {
     both(
         "isNestedEnt", [&] { return long{it.isNestedEnt()}; }, [&] { return long{mModel.isNested(model)}; });
 
-    GxDbFullSubentPath full;
+    WrittenPath written(mHeldPaths);
+    GxDbFullSubentPath& full = *written;
     std::optional<std::vector<int>> wanted;
     if (both(
             "getFullSubentPath", [&] { return long{it.getFullSubentPath(full)}; },
@@ -1051,10 +1141,10 @@ void Machine::lookUpAll(int s, const ActualKeys& k, const Keys& all) {
         [&] { return in.find(k.main, k.sub, k.marker, k.path); },
         [&] { return in.findItr(k.main, k.sub, k.marker, k.path); });
 
-    GxapSelectedEntInfo* const info = World::makeInfo(k.info);
+    const Infos infos(k.info, false, mHeldInfos);
     lookUpForm(
-        s, all, [&] { return in.findInMap(k.main, k.sub, k.marker, k.path, info); }, nullptr, nullptr);
-    kvtest::freeInfo(info);
+        s, all, [&] { return in.findInMap(k.main, k.sub, k.marker, k.path, infos.first()); }, nullptr,
+        nullptr);
 }
 
 void Machine::lookUp(const Operation& o) {
@@ -1151,38 +1241,63 @@ void Machine::compareSets(const Operation& o) {
 
 // ---- Drawing
 
-void Machine::expectHighlights(const std::vector<RecordPtr>& records, bool flag, bool on) {
-    std::vector<std::string> wanted;
+std::vector<std::string> Machine::highlightsOf(const std::vector<RecordPtr>& records, bool flag,
+                                               bool on) const {
+    std::vector<std::string> calls;
     for (const RecordPtr& record : records) {
         if (!record->segments || !mWorld.opens(record->main))
             continue;
         for (int i = 0; i < record->segments->size(); ++i)
-            wanted.push_back(World::highlightCall(on, flag, (*record->segments)[i]->actual));
+            calls.push_back(World::highlightCall(on, flag, (*record->segments)[i]->actual));
     }
+    return calls;
+}
+
+// Draws with library and model. The model returns the records that are drawn.
+void Machine::drawRecords(const char* what, bool flag, bool on, const Work& actual,
+                          const std::function<std::vector<RecordPtr>()>& model) {
+    const int throwAt = takeThrow();
+    std::vector<std::string> wanted;
+    bothDo(
+        what,
+        [&] {
+            mWorld.takeHighlightCalls();
+            World::throwAtHighlight(throwAt);
+            actual();
+        },
+        [&] {
+            wanted = highlightsOf(model(), flag, on);
+            if (throwAt == 0 || static_cast<std::size_t>(throwAt) > wanted.size())
+                return;
+            wanted.resize(static_cast<std::size_t>(throwAt));
+            throw Raised{kCallbackThrows};
+        });
+    World::throwAtHighlight(0);
     expect(mWorld.takeHighlightCalls() == wanted, "every segment is drawn once, in order");
+    expectSame(kvinmemory::openObjects(), 0, "entities that are left open");
 }
 
 void Machine::draw(const Operation& o) {
-    std::vector<RecordPtr> drawn;
-    bothDo(
-        "draw a set", [&] { set(o[0]).draw(o[1] != 0, o[2] != 0); },
+    const bool flag = o[1] != 0;
+    const bool on = o[2] != 0;
+    drawRecords(
+        "draw a set", flag, on, [&] { set(o[0]).draw(flag, on); },
         [&] {
             if (!modelSet(o[0]).data)
                 mModel.createData(modelSet(o[0]));
-            drawn = modelSet(o[0]).data->store->records();
+            return modelSet(o[0]).data->store->records();
         });
-    expectHighlights(drawn, o[1] != 0, o[2] != 0);
 }
 
 void Machine::drawCursor(const Operation& o) {
-    std::vector<RecordPtr> drawn;
-    bothDo(
-        "draw an item", [&] { set(o[0]).draw(cursor(o[1]), o[2] != 0, o[3] != 0); },
+    const bool flag = o[2] != 0;
+    const bool on = o[3] != 0;
+    drawRecords(
+        "draw an item", flag, on, [&] { set(o[0]).draw(cursor(o[1]), flag, on); },
         [&] {
-            if (const RecordPtr record = mModel.get(modelCursor(o[1])))
-                drawn.push_back(record);
+            const RecordPtr record = mModel.get(modelCursor(o[1]));
+            return record ? std::vector<RecordPtr>{record} : std::vector<RecordPtr>();
         });
-    expectHighlights(drawn, o[2] != 0, o[3] != 0);
 }
 
 // ---- Sub-selections
@@ -1296,7 +1411,8 @@ void Machine::findSubselection(const Operation& o) {
 
 void Machine::readSubselection(const Operation& o) {
     const int at = positionOf(o[1], countOf(o[0]));
-    GxDbFullSubentPath read;
+    WrittenPath written(mHeldPaths);
+    GxDbFullSubentPath& read = *written;
     PathPtr wanted;
     both(
         "getSubentPathAtSubsel", [&] { return long{set(o[0]).getSubentPathAtSubsel(at, o[2], read)}; },
@@ -1395,10 +1511,27 @@ void Machine::editIndex(const Operation& o) {
     }
     const Operation lookingUp{Kind::lookUpKeysOf, {o[0], o[0], at, -1, 1}};
     lookUpKeysOf(lookingUp);
-    const int sub = mStep % World::kFirstSpare;
+    const int sub = mStep % (hasRuns() ? World::kFirstSpare : 3);
     noteUsed(record->main, sub);
     addToRun(o[0], record->main, sub, record->marker, -1, -1);
     lookUpKeysOf(lookingUp);
+}
+
+// ---- Failures to come
+
+void Machine::failNext(const Operation& o) {
+    constexpr Failure kKinds[kFailureCount] = {{Failure::kMalloc, 0, false, 0},
+                                               {Failure::kMalloc, 0, true, 0},
+                                               {Failure::kNew, 0, false, 0},
+                                               {Failure::kNew, 0, true, 0},
+                                               {Failure::kPathCopy, 0, false, 0}};
+    mFailure = kKinds[o[0]];
+    mFailure->nth = o[1];
+    mFailure->callsToPass = o[2];
+}
+
+void Machine::throwNext(const Operation& o) {
+    mThrowAt = o[0];
 }
 
 } // namespace kvmodel

@@ -4,10 +4,11 @@
 #include "tests/selectcontext/model/Machine.h"
 
 #include "platform/KvOsBase.h"
+#include "tests/base/StoreSlots.h"
 
 #include <algorithm>
-#include <iterator>
 #include <sstream>
+#include <unordered_set>
 
 namespace kvmodel {
 
@@ -15,7 +16,6 @@ namespace {
 
 using ActualStore = GxapSelectSet::SSetData::Store;
 
-constexpr int kFullEvery = 24;       // steps between full comparisons, unless sets are small
 constexpr int kValidatedEvery = 100; // steps between calls of validate()
 
 } // namespace
@@ -23,13 +23,11 @@ constexpr int kValidatedEvery = 100; // steps between calls of validate()
 void Machine::compare() {
     deleteOrphanedLists(); // otherwise these lists would count as owners of blocks
     mEmptyVectors = 0;
-    const bool isSmall = mProfile.shape == Shape::kSmall;
-    const bool full = isSmall || mRecordsChanged || mStep % kFullEvery == 0;
+    const bool full = mRecordsChanged || isFull();
     for (const GxapSelectSet* s : mSets)
         mTracker.ignore(s->sharedData);
-    mNewRecords = mTracker.takeNew();
-    mNewInSets.clear();
-    expectSame(static_cast<long>(mTracker.liveCount()), Record::liveCount, "records that exist");
+    if (full)
+        expectSame(static_cast<long>(mTracker.liveCount()), Record::liveCount, "records that exist");
 
     for (int s = 0; s < kSetCount; ++s) {
         compareHandle(s);
@@ -53,10 +51,11 @@ void Machine::compare() {
         expect(mTracker.isLive(record->actual), "a removed record is not destroyed");
         compareRecord(*static_cast<const selected_entity*>(record->actual), *record);
     }
-    if (isSmall)
-        expectSame(static_cast<long>(gpEmptyVectorData->refCount.load()), mOtherEmptyVectors + mEmptyVectors,
-                   "sharers of the empty block");
-    expectSame(kvinmemory::livePaths(), mOtherPaths + PathObject::liveCount, "sub-entity paths that exist");
+    if (full)
+        expectSame(static_cast<long>(gpEmptyVectorData->refCount.load()),
+                   mOtherEmptyVectors + mEmptyVectors + mHeldInfos, "sharers of the empty block");
+    expectSame(kvinmemory::livePaths(), mOtherPaths + PathObject::liveCount + mHeldPaths,
+               "sub-entity paths that exist");
     deleteLeftBehind();
 }
 
@@ -75,16 +74,17 @@ void Machine::validateSets() {
 // ---- Records that were removed
 
 // Some removed records of the model do not know the address of their record in the library yet: the operation
-// has both made and removed them. Finds the addresses of these records among the new records that are in no
-// set.
+// has both made and removed them. Finds the addresses of these records among the records that are in no set.
 void Machine::bindLeftBehind() {
     const auto isUnknown = [](const RecordPtr& model) { return !model->actual; };
     if (std::none_of(mModel.removed.begin(), mModel.removed.end(), isUnknown))
         return;
-    std::sort(mNewInSets.begin(), mNewInSets.end());
-    std::vector<selected_entity*> candidates;
-    std::set_difference(mNewRecords.begin(), mNewRecords.end(), mNewInSets.begin(), mNewInSets.end(),
-                        std::back_inserter(candidates));
+    std::vector<selected_entity*> candidates = recordsInNoSet();
+    for (const RecordPtr& model : mModel.removed) {
+        const auto known = std::find(candidates.begin(), candidates.end(), model->actual);
+        if (known != candidates.end())
+            candidates.erase(known);
+    }
     for (const RecordPtr& model : mModel.removed) {
         if (model->actual)
             continue;
@@ -95,6 +95,24 @@ void Machine::bindLeftBehind() {
         model->actual = *found;
         candidates.erase(found);
     }
+}
+
+// Returns them in the order of their addresses.
+std::vector<selected_entity*> Machine::recordsInNoSet() const {
+    std::unordered_set<const selected_entity*> held;
+    for (const GxapSelectSet* each : mSets) {
+        const GxapSelectSet::SSetData* const data = each->sharedData;
+        mTracker.ignore(data);
+        if (!data)
+            continue;
+        for (const auto* slot : kvtest::occupiedSlots(*data->entities))
+            held.insert(slot->value);
+    }
+    std::vector<selected_entity*> records = mTracker.live();
+    records.erase(std::remove_if(records.begin(), records.end(),
+                                 [&held](const selected_entity* each) { return held.count(each) != 0; }),
+                  records.end());
+    return records;
 }
 
 bool Machine::couldBe(const selected_entity& actual, const Record& model) const {
@@ -221,8 +239,6 @@ void Machine::compareSlot(const Page& page, int slot) {
     expectSame(actual.free, model ? 0 : 1, "a slot is free");
     if (!model)
         return;
-    if (!model->actual)
-        mNewInSets.push_back(actual.value);
     bind<const void*>(actual.value, model->actual, "the record of a slot");
     expect(mTracker.isLive(actual.value), "a record in a slot exists");
     compareRecord(*actual.value, *model);

@@ -8,6 +8,7 @@
 namespace kvmodel {
 
 long PathObject::liveCount = 0;
+bool Model::hasMetReusedAddress = false;
 std::vector<const void*> Record::orphanedLists;
 long Record::liveCount = 0;
 
@@ -49,7 +50,11 @@ bool sameMatrix(int a, int b) {
 
 template <class T>
 bool sameObject(const std::shared_ptr<T>& a, const std::shared_ptr<T>& b) {
-    return a == b || (a && b && a->actual && a->actual == b->actual);
+    if (a == b)
+        return true;
+    const bool isReused = a && b && a->actual && a->actual == b->actual;
+    Model::hasMetReusedAddress |= isReused;
+    return isReused;
 }
 
 const char* slotAddress(const Position& at) {

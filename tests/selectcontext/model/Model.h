@@ -27,7 +27,8 @@ enum Outcome : int {
     kInvalidIndex = 24,
     kStoreAccess = 1001,
     kMisuse = 1002,
-    kOtherError = 1003
+    kOtherError = 1003,
+    kCallbackThrows = 1004
 };
 
 // Thrown by an operation of the model if the library raises an error in this case.
@@ -268,6 +269,10 @@ public:
     std::array<Cursor, kCursorCount> cursors;
     std::vector<RecordPtr> removed;  // records removed from a store in this step; the caller must delete them
     std::vector<PathPtr> loosePaths; // paths of sub-selections; the library never deletes them
+
+    // Whether the model has since taken different objects for the same one, because they have the same
+    // address. The library decides so, too, where it compares a cursor that was left behind.
+    static bool hasMetReusedAddress;
 
     // Handles
     void createData(Set& set);

@@ -1,10 +1,10 @@
 #include "tests/selectcontext/model/Operation.h"
 
 #include "tests/selectcontext/model/Model.h"
-#include "tests/selectcontext/model/World.h"
+#include "tests/selectcontext/model/WorldNumbers.h"
 
+#include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <random>
 
 namespace kvmodel {
@@ -14,11 +14,12 @@ namespace {
 struct Description {
     const char* name;
     const char* roles;
-    int weights[3]; // one for each value of Shape
+    int weights[4]; // one for each value of Shape
 };
 
 constexpr Description kDescriptions[] = {
-#define KV_MODEL_DESCRIPTION(name, roles, small, large, runs) {#name, roles, {small, large, runs}},
+#define KV_MODEL_DESCRIPTION(name, roles, small, middle, large, runs)                                        \
+    {#name, roles, {small, middle, large, runs}},
     KV_MODEL_OPERATIONS(KV_MODEL_DESCRIPTION)
 #undef KV_MODEL_DESCRIPTION
 };
@@ -62,6 +63,12 @@ const char* nameOf(char role) {
         return "flag";
     case 'h':
         return "length";
+    case 't':
+        return "kind";
+    case 'a':
+        return "nth";
+    case 'l':
+        return "let pass";
     default:
         return "number";
     }
@@ -69,22 +76,23 @@ const char* nameOf(char role) {
 
 class Draw {
 public:
-    Draw(const Profile& profile, std::uint64_t seed) : mProfile(profile), mRandom(seed) {
-        std::vector<int> weights;
-        for (const Description& description : kDescriptions)
-            weights.push_back(description.weights[static_cast<std::size_t>(profile.shape)]);
-        mKinds = std::discrete_distribution<int>(weights.begin(), weights.end());
+    Draw(const Profile& profile, Choices& choices) : mProfile(profile), mChoices(choices) {
+        int sum = 0;
+        for (const Description& description : kDescriptions) {
+            sum += description.weights[static_cast<std::size_t>(profile.shape)];
+            mLimits.push_back(sum);
+        }
         if (!hasRuns())
             return;
         constexpr int kCounts[] = {1, 3, 12, 40};
-        mMainCount = below(4) == 0 ? World::kMainCountOfRuns : 1 + below(3);
+        mMainCount = below(4) == 0 ? WorldNumbers::kMainCountOfRuns : 1 + below(3);
         mSubCount = kCounts[below(4)];
         mMarkerCount = 2 + below(4);
         mPathCount = kCounts[below(4)];
     }
 
     Operation operation() {
-        Operation drawn{static_cast<Kind>(mKinds(mRandom)), {}};
+        Operation drawn{kind(), {}};
         const char* const roles = descriptionOf(drawn.kind).roles;
         for (std::size_t i = 0; roles[i]; ++i)
             drawn.arguments[i] = argument(roles[i]);
@@ -92,7 +100,12 @@ public:
     }
 
 private:
-    int below(int bound) { return static_cast<int>(mRandom() % static_cast<unsigned>(bound)); }
+    int below(int bound) { return mChoices.below(bound); }
+
+    Kind kind() {
+        const int drawn = below(mLimits.back());
+        return static_cast<Kind>(std::upper_bound(mLimits.begin(), mLimits.end(), drawn) - mLimits.begin());
+    }
 
     bool hasRuns() const { return mProfile.shape == Shape::kRuns; }
 
@@ -107,7 +120,7 @@ private:
     // spare() has returned, and otherwise any id.
     int mainOfRun(int otherwise) {
         if (below(otherwise) != 0)
-            return World::mainOfRun(below(mMainCount));
+            return WorldNumbers::mainOfRun(below(mMainCount));
         return below(3) != 0 ? unitedOr(2) : id();
     }
 
@@ -120,7 +133,7 @@ private:
     int subOfRun() {
         const int kind = below(8);
         if (kind == 0)
-            return below(World::kFirstSpare);
+            return below(WorldNumbers::kFirstSpare);
         return kind == 1 ? unitedOr(0) : below(mSubCount);
     }
 
@@ -132,14 +145,15 @@ private:
     }
 
     int pathOfRun() {
-        const int count = mPathCount < World::kPathCountOfRuns ? mPathCount : World::kPathCountOfRuns;
+        const int count =
+            mPathCount < WorldNumbers::kPathCountOfRuns ? mPathCount : WorldNumbers::kPathCountOfRuns;
         return below(8) == 0 ? -1 : below(count);
     }
 
     // Returns a spare id. The first calls return all spare ids, the highest first. Later calls return random
     // ones. The lowest spare ids are on nested paths.
     int spare() {
-        const int count = mProfile.idCount + 1 - World::kFirstSpare;
+        const int count = mProfile.idCount + 1 - WorldNumbers::kFirstSpare;
         const int drawn = static_cast<int>(mUnited.size());
         const int id = mProfile.idCount - (drawn < count ? drawn : below(count));
         mUnited.push_back(id);
@@ -149,11 +163,15 @@ private:
     int target() {
         const int kind = below(3);
         if (kind == 0)
-            return World::mainOfRun(below(mMainCount));
-        return kind == 1 ? unitedOr(1) : below(World::kFirstSpare);
+            return WorldNumbers::mainOfRun(below(mMainCount));
+        return kind == 1 ? unitedOr(1) : below(WorldNumbers::kFirstSpare);
     }
 
     int runLength() { return below(5) == 0 ? below(1600) : 50 + below(150); }
+
+    int nth() { return 1 + (below(4) == 0 ? below(64) : below(6)); }
+
+    int callsToLetPass() { return below(4) == 0 ? below(100) : 0; }
 
     int position() {
         const int kind = below(12);
@@ -186,17 +204,18 @@ private:
         case 'm':
             return hasRuns() ? markerOfRun() : kMarkers[below(4)];
         case 'n':
-            return hasRuns() ? pathOfRun() : below(World::kNestedPathCount + 1) - 1;
+            return hasRuns() ? pathOfRun() : below(WorldNumbers::kNestedPathCount + 1) - 1;
         case 'f':
-            return below(World::kInfoCount + 1) - 1;
+            return below(WorldNumbers::kInfoCount + 1) - 1;
         case 'p':
             return position();
         case 'q':
             return below(5) - 1;
         case 'x':
-            return below(World::kSubentPathCount);
+            return below(WorldNumbers::kSubentPathCount);
         case 'X':
-            return below(World::kSubentPathCount + 4) - 4 < 0 ? -1 : below(World::kSubentPathCount);
+            return below(WorldNumbers::kSubentPathCount + 4) - 4 < 0 ? -1
+                                                                     : below(WorldNumbers::kSubentPathCount);
         case 'b':
             return below(2);
         case 'y':
@@ -205,14 +224,20 @@ private:
             return runLength();
         case 'v':
             return below(256);
+        case 't':
+            return below(kFailureCount);
+        case 'a':
+            return nth();
+        case 'l':
+            return callsToLetPass();
         default:
-            return below(6000);
+            return below(mProfile.shape == Shape::kMiddle ? 200 : 6000);
         }
     }
 
     const Profile& mProfile;
-    std::mt19937_64 mRandom;
-    std::discrete_distribution<int> mKinds;
+    Choices& mChoices;
+    std::vector<int> mLimits; // for each kind: the sum of its weight and of those before it
 
     // For an episode with long runs: how many different main ids, sub ids, markers and paths its items have.
     int mMainCount = 0;
@@ -220,6 +245,16 @@ private:
     int mMarkerCount = 0;
     int mPathCount = 0;
     std::vector<int> mUnited;
+};
+
+class RandomChoices : public Choices {
+public:
+    explicit RandomChoices(std::uint64_t seed) : mRandom(seed) {}
+    int below(int bound) override { return static_cast<int>(mRandom() % static_cast<unsigned>(bound)); }
+    bool hasMore() const override { return true; }
+
+private:
+    std::mt19937_64 mRandom;
 };
 
 } // namespace
@@ -249,12 +284,17 @@ int positionOf(int code, int count) {
     }
 }
 
-std::vector<Operation> drawOperations(const Profile& profile, std::uint64_t seed, int count) {
-    Draw draw(profile, seed);
-    std::vector<Operation> drawn;
-    for (int i = 0; i < count; ++i)
+Operations drawOperations(const Profile& profile, Choices& choices, int count) {
+    Draw draw(profile, choices);
+    Operations drawn;
+    while (static_cast<int>(drawn.size()) < count && choices.hasMore())
         drawn.push_back(draw.operation());
     return drawn;
+}
+
+Operations drawOperations(const Profile& profile, std::uint64_t seed, int count) {
+    RandomChoices choices(seed);
+    return drawOperations(profile, choices, count);
 }
 
 } // namespace kvmodel

@@ -13,16 +13,23 @@ namespace {
 constexpr std::size_t kDatabaseCapacity = 20000;
 
 std::vector<std::string> sHighlightCalls;
+int sCallsToThrow = 0; // the highlight call that throws, counted from the next one; 0: none
 
-// An entity that only notes that it is highlighted or unhighlighted.
+// An entity that only notes that it is highlighted or unhighlighted, and may then throw.
 class NotingEntity : public GxDbEntity {
 public:
     GxErrorStatus highlight(const GxDbFullSubentPath& path, bool flag) const override {
-        sHighlightCalls.push_back(World::highlightCall(true, flag, &path));
-        return eOk;
+        return note(true, path, flag);
     }
     GxErrorStatus unhighlight(const GxDbFullSubentPath& path, bool flag) const override {
-        sHighlightCalls.push_back(World::highlightCall(false, flag, &path));
+        return note(false, path, flag);
+    }
+
+private:
+    static GxErrorStatus note(bool on, const GxDbFullSubentPath& path, bool flag) {
+        sHighlightCalls.push_back(World::highlightCall(on, flag, &path));
+        if (sCallsToThrow > 0 && --sCallsToThrow == 0)
+            throw CallbackFailure();
         return eOk;
     }
 };
@@ -62,6 +69,7 @@ World::World(const Profile& profile)
 
 World::~World() {
     std::vector<std::string>().swap(sHighlightCalls);
+    throwAtHighlight(0);
 }
 
 void World::makeEqual(int a, int b) {
@@ -162,6 +170,10 @@ std::string World::highlightCall(bool on, bool flag, const void* path) {
 
 std::vector<std::string> World::takeHighlightCalls() {
     return std::exchange(sHighlightCalls, {});
+}
+
+void World::throwAtHighlight(int nth) {
+    sCallsToThrow = nth;
 }
 
 } // namespace kvmodel

@@ -8,6 +8,7 @@
 #include "selectcontext/KvSelectContext.h"
 #include "tests/selectcontext/model/Model.h"
 #include "tests/selectcontext/model/Operation.h"
+#include "tests/selectcontext/model/WorldNumbers.h"
 
 #include <memory>
 #include <optional>
@@ -16,15 +17,11 @@
 
 namespace kvmodel {
 
-class World {
-public:
-    static constexpr int kNestedPathCount = 7;
-    static constexpr int kPathCountOfRuns = 40; // number of nested paths in Shape::kRuns
-    static constexpr int kMainCountOfRuns = 16;
-    static constexpr int kFirstSpare = 41; // from here on: spare ids, which may be made equal to others
-    static constexpr int kInfoCount = 6;
-    static constexpr int kSubentPathCount = 20;
+// What a callback of the application throws.
+struct CallbackFailure {};
 
+class World : public WorldNumbers {
+public:
     explicit World(const Profile& profile);
     World(const World&) = delete;
     World& operator=(const World&) = delete;
@@ -32,9 +29,6 @@ public:
 
     const IdRules& rules() const { return mRules; }
     void makeEqual(int a, int b);
-
-    // Returns a main id of long runs. mainOfRun(0) and mainOfRun(1) are also on nested paths.
-    static int mainOfRun(int i) { return i < 2 ? 1 + 3 * i : 8 + i; }
 
     // Returns the id with this number. 0 is the null id.
     const GxDbObjectId& id(int number) const { return mIds[static_cast<std::size_t>(number)]; }
@@ -65,6 +59,9 @@ public:
     // Returns the highlight calls since takeHighlightCalls() was last called, one line each: "+" or "-" for
     // highlighting on or off, the flag, and the address of the path.
     std::vector<std::string> takeHighlightCalls();
+
+    // Makes the nth highlight call from now on throw a CallbackFailure. 0: none.
+    static void throwAtHighlight(int nth);
     static std::string highlightCall(bool on, bool flag, const void* path);
 
 private:

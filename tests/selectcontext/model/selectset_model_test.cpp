@@ -27,11 +27,12 @@ constexpr long kOperations = 100000;
 
 constexpr std::uint64_t kSeed = 1;
 
-constexpr Profile kSmall{"small sets", Shape::kSmall, false, 8, 40, 500};
-constexpr Profile kEqual{"ids that are equal although distinct", Shape::kSmall, true, 8, 40, 250};
-constexpr Profile kLarge{"sets across pages", Shape::kLarge, false, 6000, 9000, 200};
-constexpr Profile kRuns{"long runs of one id", Shape::kRuns, false, 60, 2500, 300};
-constexpr Profile kEqualInRuns{"equal ids in long runs", Shape::kRuns, true, 60, 2500, 300};
+constexpr Profile kSmall{"small sets", Shape::kSmall, false, 8, 40, 500, 1};
+constexpr Profile kEqual{"ids that are equal although distinct", Shape::kSmall, true, 8, 40, 250, 1};
+constexpr Profile kMiddle{"middle sets", Shape::kMiddle, false, 120, 300, 300, 8};
+constexpr Profile kLarge{"sets across pages", Shape::kLarge, false, 6000, 9000, 200, 24};
+constexpr Profile kRuns{"long runs of one id", Shape::kRuns, false, 60, 2500, 300, 24};
+constexpr Profile kEqualInRuns{"equal ids in long runs", Shape::kRuns, true, 60, 2500, 300, 24};
 
 void expectAgreement(const Profile& profile, long operations) {
     const std::string failure =
@@ -45,6 +46,10 @@ TEST(SelectSetModel, SmallSetsAgreeWithTheirModelAfterEveryOperation) {
 
 TEST(SelectSetModel, SetsOfDistinctButEqualIdsAgreeWithTheirModel) {
     expectAgreement(kEqual, kOperations / 20);
+}
+
+TEST(SelectSetModel, SetsOfHundredsOfItemsAgreeWithTheirModel) {
+    expectAgreement(kMiddle, kOperations / 10);
 }
 
 TEST(SelectSetModel, SetsOfSeveralPagesAgreeWithTheirModel) {

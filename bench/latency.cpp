@@ -14,12 +14,12 @@
 #include "bench/Item.h"
 #include "bench/Operations.h"
 #include "bench/Percentiles.h"
+#include "bench/ThreadClock.h"
 #include "selectcontext/KvSelectContext.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <limits>
 #include <memory>
 #include <regex>
@@ -29,12 +29,6 @@
 
 namespace kvbench {
 namespace {
-
-std::uint64_t threadNanoseconds() {
-    std::timespec now{};
-    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * 1000000000u + static_cast<std::uint64_t>(now.tv_nsec);
-}
 
 // Times calls, and keeps one sample for each call. The constructor writes to the memory of all samples.
 // Otherwise, a timed call could include the wait for new memory.

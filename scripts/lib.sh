@@ -24,3 +24,15 @@ quietly() {
 cpp_files() {
     git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp'
 }
+
+# runner_of PRESET: prints the command that has to run the programs of a preset, or nothing. The thread sanitizer's runtime cannot
+# place its shadow memory if addresses are randomised over the widest range.
+runner_of() {
+    local bits=0
+    if [[ $1 == *-tsan && -r /proc/sys/vm/mmap_rnd_bits ]]; then
+        bits=$(</proc/sys/vm/mmap_rnd_bits)
+    fi
+    if [[ $bits -gt 28 ]] && setarch -R true 2>/dev/null; then
+        echo "setarch -R"
+    fi
+}

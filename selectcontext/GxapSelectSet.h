@@ -287,7 +287,8 @@ public:
     //
     // O(log n) for an id of at most 64 items. If an id has more, say k items, the first look-up that passes
     // 64 of them makes a hash of all k, in O(k log k). Later look-ups cost O(log n + items with equal keys).
-    // Adding and removing single items updates the hash.
+    // There is one hash for look-ups with a path, and one for those without. Adding and removing single items
+    // updates the hashes. Once more items were removed than are left, the next look-up makes the hash again.
     //
     // There are four cases without such a hash, where a look-up costs O(log n + k): there is no memory for
     // it; the main id has several stubs; a caller has changed `dataMap`; the arguments include no marker, and

@@ -122,6 +122,8 @@ private:
                           " and capacity ", registry.mPhysicalLength);
             return;
         }
+        if (!registry.mArray)
+            return;
         for (int i = 0; i < registry.mLogicalLength; ++i)
             checkIterator(i, registry.mArray[i]);
     }

@@ -19,7 +19,7 @@ Usage: info kvset EXPRESSION
 
 EXPRESSION is a set, the data of a set, a pointer or reference to one, or the address of a set.  The table has as many
 items as "set print elements" allows.  The position is that of the item in the set; page and slot are where the store has it.
-"-" stands for what an item does not have.
+"-" stands for what an item does not have.  Ids are shown, and compared, by the addresses of their stubs.
 
 The flags: viewports, segments and parts, each with its number, when the item is highlighted or sub-selected; info, and
 points, fenceInfo and matrix if the info has them.

@@ -141,6 +141,11 @@ int main() {
     GxapSelectSet full;
     fillFull(full);
 
+    GxapSelectSet grown;
+    append(grown, 1, 1);
+    const GxapSelectSet::ConstIterator formerEnd = grown.end();
+    append(grown, 2, 2);
+
     GxapSelectSet shared;
     append(shared, 1, 2);
     const GxapSelectSet sharer(shared);

@@ -171,6 +171,9 @@ class WhatIsWhole:
     def test_an_iterator_at_the_end_has_no_item(self) -> None:
         self.prints("atEnd", "iterator at the end")
 
+    def test_an_iterator_at_a_former_end_is_on_no_item(self) -> None:
+        self.prints("formerEnd", "iterator at a former end, on no item")
+
     def test_an_iterator_beyond_the_end_is_on_no_item(self) -> None:
         self.prints("beyond", "iterator on no item")
 
@@ -417,6 +420,14 @@ class OnDamagedData(Shown):
     def test_an_iterator_of_a_store_that_is_gone_says_so(self) -> None:
         self.damage("plain.sharedData = holes.sharedData")
         self.prints("onItem", "iterator of a store that its set no longer has")
+
+    def test_an_iterator_on_a_page_outside_of_the_chain_says_so(self) -> None:
+        self.damage("$store->head = 0")
+        self.prints("onItem", "iterator on a page that is not in the chain")
+
+    def test_an_iterator_that_is_older_than_the_page_at_its_address_is_stale(self) -> None:
+        self.damage("onItem.truckerIterator->epoch -= 64")
+        self.prints("onItem", "stale iterator: its page was freed")
 
     def test_a_wrong_count_of_the_index_is_reported(self) -> None:
         self.damage("$data->dataMap._M_t._M_impl._M_node_count = 9")

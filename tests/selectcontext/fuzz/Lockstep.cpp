@@ -5,10 +5,8 @@
 #include <algorithm>
 #include <dlfcn.h>
 #include <iostream>
-#include <new>
 #include <sstream>
 #include <stdexcept>
-#include <sys/mman.h>
 
 namespace kvmodel {
 
@@ -24,14 +22,6 @@ Player& playerOf(const char* module) {
     if (!function)
         throw std::runtime_error(dlerror());
     return *function();
-}
-
-Lockstep::Counts* sharedCounts() {
-    void* const memory =
-        mmap(nullptr, sizeof(Lockstep::Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED)
-        throw std::bad_alloc();
-    return new (memory) Lockstep::Counts();
 }
 
 void expectSuccess(bool succeeds, const char* build, const Player& player) {
@@ -59,8 +49,7 @@ constexpr const char* kPlain = "without shortcuts";
 
 } // namespace
 
-Lockstep::Lockstep()
-    : mQuick(playerOf(KV_FUZZ_QUICK)), mPlain(playerOf(KV_FUZZ_PLAIN)), mCounts(sharedCounts()) {}
+Lockstep::Lockstep() : mQuick(playerOf(KV_FUZZ_QUICK)), mPlain(playerOf(KV_FUZZ_PLAIN)) {}
 
 void Lockstep::perform(const Episode& episode, const Progress& progress) const {
     expectSuccess(mQuick.begin(episode.profile, episode.tracksMemory), kQuick, mQuick);

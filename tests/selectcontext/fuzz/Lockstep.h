@@ -3,6 +3,7 @@
 
 #include "tests/selectcontext/fuzz/Player.h"
 #include "tests/selectcontext/model/Episodes.h"
+#include "tests/selectcontext/model/Shared.h"
 
 #include <string>
 
@@ -37,7 +38,7 @@ private:
 
     Player& mQuick;
     Player& mPlain;
-    Counts* const mCounts; // in memory that children share
+    const Shared<Counts> mCounts;
 };
 
 } // namespace kvmodel

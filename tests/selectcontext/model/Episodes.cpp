@@ -1,6 +1,7 @@
 #include "tests/selectcontext/model/Episodes.h"
 
 #include "tests/selectcontext/model/Expect.h"
+#include "tests/selectcontext/model/Shared.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,7 +14,6 @@
 #include <functional>
 #include <new>
 #include <sstream>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,37 +26,16 @@ constexpr unsigned kCampaignSeconds = 540;
 constexpr auto kShrinkTime = std::chrono::seconds(60);
 constexpr int kFailed = 1;
 
-// What the child process reports. The report is in memory that the child shares with its parent, so it
-// survives a crash of the child.
+// What the child process reports. It survives a crash of the child.
 struct Report {
     long episode;
     int operation;
     long operations; // of all episodes
     char message[1000];
+
+    void write(const std::string& text) { std::snprintf(message, sizeof message, "%s", text.c_str()); }
 };
-
-class SharedReport {
-public:
-    SharedReport() {
-        void* const memory =
-            mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        if (memory == MAP_FAILED)
-            throw std::bad_alloc();
-        mReport = new (memory) Report();
-    }
-    SharedReport(const SharedReport&) = delete;
-    SharedReport& operator=(const SharedReport&) = delete;
-    ~SharedReport() { munmap(mReport, sizeof(Report)); }
-
-    Report* operator->() const { return mReport; }
-
-    void write(const std::string& message) const {
-        std::snprintf(mReport->message, sizeof mReport->message, "%s", message.c_str());
-    }
-
-private:
-    Report* mReport;
-};
+using SharedReport = Shared<Report>;
 
 // Runs the work in a child process. Returns whether the work failed: by a mismatch, an exception, a crash or
 // a timeout.
@@ -76,10 +55,10 @@ bool failsInChild(const SharedReport& report, unsigned seconds, bool isQuiet,
         try {
             work();
         } catch (const Mismatch& mismatch) {
-            report.write(mismatch.what);
+            report->write(mismatch.what);
             _exit(kFailed);
         } catch (...) {
-            report.write("something was thrown");
+            report->write("something was thrown");
             _exit(kFailed);
         }
         std::exit(0); // the leak sanitizer checks at exit
@@ -94,7 +73,7 @@ bool failsInChild(const SharedReport& report, unsigned seconds, bool isQuiet,
             text << "killed by signal " << WTERMSIG(status) << " (" << strsignal(WTERMSIG(status)) << ')';
         else
             text << "ended with exit code " << WEXITSTATUS(status);
-        report.write(text.str());
+        report->write(text.str());
     }
     return true;
 }

@@ -246,11 +246,16 @@ void Session::finish() {
     expectSame(kvtest::liveNewBlocks(), mBefore->blocks, "blocks of operator new at the end");
 }
 
-void runOperations(const Episode& episode, const Progress& progress) {
+void runOperations(const Episode& episode, const Progress& progress, std::uint64_t* digest) {
     Session session(episode.profile, episode.tracksMemory);
+    Machine& machine = session.machine();
     for (std::size_t i = 0; i < episode.operations.size(); ++i) {
         progress(static_cast<int>(i));
-        session.machine().perform(episode.operations[i]);
+        machine.perform(episode.operations[i]);
+        if (digest) {
+            machine.dropStaleCursors();
+            *digest = (*digest ^ machine.number()) * 0x9E3779B97F4A7C15U;
+        }
     }
     session.finish();
 }
@@ -329,6 +334,22 @@ void Machine::dropCursor(int c) {
         mWritable[static_cast<std::size_t>(c - kConstCount)] = std::make_unique<Iterator>(nullptr, 0);
     }
     mModel.destroy(modelCursor(c));
+}
+
+bool Machine::isStale(const Cursor& cursor) const {
+    if (!cursor.at)
+        return false;
+    if (!cursor.set || !cursor.set->data || cursor.set->data->store != cursor.at->store)
+        return true;
+    const std::vector<PagePtr>& pages = cursor.at->store->pages;
+    return cursor.at->page && std::find(pages.begin(), pages.end(), cursor.at->page) == pages.end();
+}
+
+void Machine::dropStaleCursors() {
+    for (int c = 0; c < kCursorCount; ++c) {
+        if (isStale(modelCursor(c)))
+            dropCursor(c);
+    }
 }
 
 template <class Slot, class Make>

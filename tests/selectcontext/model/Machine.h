@@ -65,6 +65,10 @@ public:
     // Gives all sets new data, and drops all cursors.
     void reset();
 
+    // Drops the cursors whose page or store is gone. A new page or store may get the same address, so what
+    // such a cursor equals depends on addresses.
+    void dropStaleCursors();
+
     int countOf(int s) const;
 
     // Returns how many calls of the library a failure has ended.
@@ -123,6 +127,7 @@ private:
                      const std::function<RecordPtr()>& model);
     void limitSizes();
     void dropCursor(int c);
+    bool isStale(const Cursor& cursor) const;
     void makeSet(int s, int mode, int source);
     void bothDo(const char* what, const Work& actual, const Work& model,
                 AfterFailure after = AfterFailure::kUnchanged);
@@ -290,7 +295,8 @@ private:
 };
 
 // Performs an episode with library and model. Throws Mismatch if they differ, or if something is left at the
-// end.
-void runOperations(const Episode& episode, const Progress& progress);
+// end. If `digest` is not null, adds the state after each operation to it. All builds then have the same
+// digest, as long as no operation fails for lack of memory.
+void runOperations(const Episode& episode, const Progress& progress, std::uint64_t* digest = nullptr);
 
 } // namespace kvmodel

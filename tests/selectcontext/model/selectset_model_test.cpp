@@ -1,6 +1,7 @@
 // Performs random operations on sets that share data, and the same operations on a model.
 //
 // The environment variable KV_MODEL_SEED selects other operations. KV_MODEL_OPERATIONS sets their number.
+// With KV_MODEL_DIGEST=1, each campaign prints a digest, which is the same in all builds.
 #include "tests/selectcontext/model/Campaign.h"
 
 #include <gtest/gtest.h>

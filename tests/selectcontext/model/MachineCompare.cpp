@@ -179,6 +179,10 @@ void Machine::compareCursor(int c) {
     if (!model.at)
         return;
     const auto& it = *actual.truckerIterator;
+    if (model.at->page && !model.at->page->actual) { // the page was made and freed since the last comparison
+        model.at->page->actual = it.page;
+        model.at->page->actualSlots = reinterpret_cast<const char*>(it.pageEnd) - kPageSlots * kSlotBytes;
+    }
     const char* const slots = model.at->page ? model.at->page->actualSlots : nullptr;
     expectSame(it.trucker, model.at->store->actual, "the store of a cursor");
     expectSame(it.page, model.at->page ? model.at->page->actual : nullptr, "the page of a cursor");

@@ -4,12 +4,14 @@
 // names begin with `actual`. These addresses are only compared.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -58,6 +60,7 @@ template <class T>
 struct Block {
     std::vector<T> elements;
     int capacity;
+    std::map<int, T> behind; // values that were elements, by their index, which a longer vector shows again
     const void* actual = nullptr;
 };
 
@@ -86,11 +89,15 @@ public:
     void resize(int n) {
         if (n == size())
             return;
-        if (n > capacity())
-            replace(std::max(size() + kGrowLength, n));
-        else
-            makePrivate();
-        mBlock->elements.resize(static_cast<std::size_t>(n));
+        const int kept = std::min(size(), n);
+        if (n > capacity() || mBlock.use_count() > 1) {
+            replace(n > capacity() ? std::max(size() + kGrowLength, n) : capacity());
+            mBlock->elements.resize(static_cast<std::size_t>(kept));
+        }
+        while (size() > n)
+            takeLast();
+        while (size() < n)
+            mBlock->elements.push_back(mBlock->behind[size()]);
     }
 
     void push(const T& value) {
@@ -100,10 +107,19 @@ public:
 
     void removeAt(int i) {
         makePrivate();
-        mBlock->elements.erase(mBlock->elements.begin() + i);
+        std::vector<T>& elements = mBlock->elements;
+        std::copy(elements.begin() + i + 1, elements.end(), elements.begin() + i);
+        takeLast();
     }
 
 private:
+    // The value stays behind the end, unless it is an owner: the library never reads such a place again.
+    void takeLast() {
+        if constexpr (std::is_trivially_copyable_v<T>)
+            mBlock->behind[size() - 1] = mBlock->elements.back();
+        mBlock->elements.pop_back();
+    }
+
     void replace(int newCapacity) {
         auto fresh = std::make_shared<Block<T>>();
         if (mBlock)

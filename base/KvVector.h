@@ -267,9 +267,8 @@ public:
         return data.block ? data.block->growLength : GrowPolicy::kInitialGrowLength;
     }
 
-    // Sets the number of elements. A negative number counts as 0. In a private block that is large enough,
-    // the elements that are added have the values that their places last had. In a new block, they are
-    // value-initialised. O(1) if the block is private and large enough, otherwise O(capacity).
+    // Sets the number of elements, at least 0. Elements that a block gains have the values that their places
+    // last had. O(1) if the block is private and large enough, otherwise O(capacity).
     void setLogicalLength(int n) {
         n = std::max(n, 0);
         const int length = logicalLength();

@@ -16,8 +16,7 @@
 // the list during the call are not drawn. An entity that deletes a path itself is the caller's error.
 //
 // Throws what the entity throws, and std::bad_alloc. If releasing the entity throws while another exception
-// passes, the process ends. O(paths). Thread safety: call it on the thread that uses
-// the database.
+// passes, the process ends. O(paths). Thread safety: call it on the thread that uses the database.
 KVSELECTCONTEXT_API void gxutEntityGxDbFullPathHighlight(const GxDbObjectId& id,
                                                          const KvVector<GxDbFullSubentPath*>* paths,
                                                          bool entityFlag, bool highlight);

@@ -164,6 +164,9 @@ Items mixedRun(unsigned long count) {
 
 const Items kWanted{{kRunMain, 9999}, {kRunMain, 5}, {kRunMain, 5, -1, {1, 2}}, {kRunMain, 99, -1, {7}}};
 
+const Items kAdded{
+    {kRunMain, 101}, {kRunMain, 5, -1, {3}}, {kRunMain, 5, -1, {40, 41, 42}}, {kRunMain, 7, 4}};
+
 Scenario longRuns() {
     Script script;
     script.find(0, {kRunMain, 9999});
@@ -175,6 +178,10 @@ Scenario longRuns() {
     for (long marker = 1; marker <= 6; ++marker)
         script.select(0, {kRunMain, 7, marker});
     script.find(0, {kRunMain, 7, 6});
+    script.findInRun(0, kAdded);
+    script.select(0, {kRunMain, 101});
+    script.select(0, {kRunMain, 5, -1, {40, 41, 42}, 2.5});
+    script.select(0, {kRunMain, 7, 4});
     script.findInRun(0, kWanted);
     script.setPath(0, 20, {8, 9});
     script.setPath(0, 21, {51, 52, 53});

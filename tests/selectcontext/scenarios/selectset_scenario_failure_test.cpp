@@ -9,19 +9,16 @@
 #include "tests/selectcontext/scenarios/Scenarios.h"
 #include "tests/selectcontext/scenarios/World.h"
 #include "tests/selectcontext/support/EditTestSupport.h"
-#include "tests/selectcontext/support/FailureTest.h"
 #include "tests/selectcontext/support/LongRunTestSupport.h"
 #include "tests/support/AllocationFailure.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <iostream>
 #include <limits>
 #include <memory>
-#include <new>
 #include <string_view>
 #include <vector>
 
@@ -59,12 +56,10 @@ struct Reference {
     std::vector<Numbers> contents; // [0]: at the start; [i]: after i steps
     Numbers answers;
     std::size_t leftRecords = 0;
-    long allocations[2] = {}; // by kind, of all steps
+    long news = 0;    // calls of operator new, of all steps together
+    long mallocs = 0; // calls of _kvMalloc
+    long paths = 0;   // the live paths at the end, also those that the library leaves without an owner
 };
-
-long& allocations(Reference& reference, Allocation kind) {
-    return reference.allocations[kind == Allocation::New ? 1 : 0];
-}
 
 // Deletes what the steps leave to the caller. Between the runs of a test, nothing else is left.
 class ScenarioFailure : public kvtest::EditTest, public ::testing::WithParamInterface<Scenario> {
@@ -93,18 +88,20 @@ protected:
     // Runs the scenario without failures.
     Reference perform() const {
         Reference done;
+        const long paths = kvinmemory::livePaths();
         {
             const std::unique_ptr<World> world = makeWorld();
             done.contents.push_back(contentsOf(*world));
             for (const Step& step : steps()) {
                 const AllocationCount before;
                 run(step, *world);
-                allocations(done, Allocation::New) += before.newCalls();
-                allocations(done, Allocation::KvMalloc) += before.mallocCalls();
+                done.news += before.newCalls();
+                done.mallocs += before.mallocCalls();
                 expectWhole(*world, IndexState::kComplete, step);
                 done.contents.push_back(contentsOf(*world));
             }
             done.answers = answersOf(*world);
+            done.paths = kvinmemory::livePaths() - paths;
         }
         done.leftRecords = kvtest::liveRecords().size();
         freeLeftRecords();
@@ -121,10 +118,11 @@ protected:
             point.run([&] { runFrom(done, *world); });
             EXPECT_TRUE(point.outcome().injected) << "the scenario allocates less often than before";
             if (point.outcome().failed)
-                recover(*world, done, point.failing());
+                recover(*world, done, point);
             EXPECT_EQ(done, steps().size());
             EXPECT_EQ(contentsOf(*world), reference().contents.back());
             EXPECT_EQ(answersOf(*world), reference().answers);
+            EXPECT_EQ(kvinmemory::livePaths() - paths, reference().paths);
             expectWhole(*world, IndexState::kComplete, steps().back());
         }
         EXPECT_EQ(kvtest::liveRecords().size(), reference().leftRecords);
@@ -159,11 +157,11 @@ private:
             run(steps()[done], world);
     }
 
-    // Goes on after a failed step. If memory stays short, first attempts the step once more without any.
-    void recover(World& world, std::size_t& done, Failing failing) const {
+    // Goes on after a failed step. If memory stays short, first attempts the step once more.
+    void recover(World& world, std::size_t& done, const FailurePoint& point) const {
         expectSurvival(world, done);
-        if (failing == Failing::FromThenOn) {
-            FailurePoint again(Allocation::New, Failing::FromThenOn, 1);
+        if (point.failing() == Failing::FromThenOn) {
+            FailurePoint again(point.allocation(), Failing::FromThenOn, 1);
             const Step& step = steps()[done];
             if (again.run([&] { run(step, world); }).completed)
                 ++done;
@@ -198,10 +196,10 @@ private:
 };
 
 TEST_P(ScenarioFailure, OfEachAllocationIsSurvived) {
-    Reference counted = reference();
+    const Reference& counted = reference();
     long points = 0;
     for (const Allocation kind : {Allocation::KvMalloc, Allocation::New}) {
-        const long all = allocations(counted, kind);
+        const long all = kind == Allocation::New ? counted.news : counted.mallocs;
         const long stride = 1 + (all - 1) / mostFailures();
         for (const Failing failing : {Failing::Once, Failing::FromThenOn}) {
             for (long nth = 1; nth <= all; nth += stride, ++points) {
@@ -214,7 +212,7 @@ TEST_P(ScenarioFailure, OfEachAllocationIsSurvived) {
         }
     }
     std::cout << points << " failing points\n";
-    EXPECT_GE(2 * (counted.allocations[0] + counted.allocations[1]), GetParam().fewestPoints);
+    EXPECT_GE(2 * (counted.news + counted.mallocs), GetParam().fewestPoints);
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenarios, ScenarioFailure, ::testing::ValuesIn(kvscenario::scenarios()),

@@ -5,7 +5,7 @@ import re
 
 import gdb
 
-WORDS = 500
+WORDS = 200
 PYTHON_ERROR = re.compile(r"Python Exception|Traceback|Error occurred in Python")
 SETS = ("plain", "full", "holes", "modes", "pages")
 ITERATORS = ("onItem", "atEnd", "stale", "afterRemoved")

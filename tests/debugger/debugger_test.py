@@ -279,179 +279,190 @@ class OnACoreFile(WhatIsWhole, Shown):
 
 
 class OnDamagedData(Shown):
-    """Each test damages the sets of a process of its own."""
+    """Each test damages the sets of one process, and repairs them afterwards."""
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        cls.gdb = stopped()
+
+    @classmethod
+    def tearDownClass(cls) -> None:
+        cls.gdb.close()
 
     def setUp(self) -> None:
-        self.gdb = stopped()
+        for name in ("plain", "modes", "pages"):
+            self.assertEqual(self.broken(name), [])
         self.gdb("set var $data = plain.sharedData")
         self.gdb("set var $store = $data->entities")
         self.gdb("set var $slots = $store->head->slots")
         self.gdb("set var $record = $slots[1].value")
 
-    def tearDown(self) -> None:
-        self.gdb.close()
-
-    def damage(self, assignment: str) -> None:
-        self.assertEqual(self.gdb(f"set var {assignment}"), "")
+    def damage(self, place: str, value: str) -> None:
+        """Assigns a value. The variable that keeps the old one is named after the damages so far."""
+        self.damages = getattr(self, "damages", 0) + 1
+        kept = f"$kept{self.damages}"
+        self.assertEqual(self.gdb(f"set var {kept} = {place}"), "")
+        self.assertEqual(self.gdb(f"set var {place} = {value}"), "")
+        self.addCleanup(self.gdb, f"set var {place} = {kept}")
 
     def test_a_wrong_count_is_shown_beside_the_true_one(self) -> None:
-        self.damage("$data->entityCount = 7")
+        self.damage("$data->entityCount", "7")
         self.prints("plain", "set of 4 items, entityCount 7 = {" + PLAIN_ITEMS + "}")
         self.assertEqual(self.broken("plain"), ["entityCount is 7, but 4 slots are occupied"])
 
     def test_data_that_nobody_owns_is_reported(self) -> None:
-        self.damage("*(int*)&$data->refCount = 0")
+        self.damage("*(int*)&$data->refCount", "0")
         self.assertEqual(self.broken("plain"), ["refCount is 0, but a set has the data"])
 
     def test_data_without_a_store_is_reported(self) -> None:
-        self.damage("$data->entities = 0")
+        self.damage("$data->entities", "0")
         self.prints("plain", "set without a store")
         self.assertIn("the data has no store", self.broken("plain"))
 
     def test_data_that_cannot_be_read_is_reported(self) -> None:
-        self.damage("plain.sharedData = 8")
+        self.damage("plain.sharedData", "8")
         self.prints("plain", "<sharedData 0x8 cannot be read>")
         self.assertIn("info kvset: sharedData 0x8 cannot be read", self.gdb("info kvset plain"))
 
     def test_a_store_that_cannot_be_read_is_reported(self) -> None:
-        self.damage("$data->entities = 8")
+        self.damage("$data->entities", "8")
         self.prints("plain", "<the store 0x8 cannot be read>")
 
     def test_a_wrong_count_of_a_page_is_reported(self) -> None:
-        self.damage("$store->head->liveCount = 9")
+        self.damage("$store->head->liveCount", "9")
         self.assertEqual(self.broken("plain"), ["page 0: liveCount is 9, but 4 slots are occupied"])
         self.assertTrue(self.gdb("print *$store->head").startswith("page of 4 items in 4 used slots, liveCount 9 = {"))
 
     def test_a_chain_that_is_a_ring_is_walked_once(self) -> None:
-        self.damage("pages.sharedData->entities->tail->next = pages.sharedData->entities->head")
+        self.damage("pages.sharedData->entities->tail->next", "pages.sharedData->entities->head")
         self.assertEqual(self.broken("pages"), ["page 1 leads back to page 0"])
         self.assertTrue(self.gdb("print pages").startswith("set of 4098 items, <page 1 leads back to page 0> = {"))
 
     def test_a_page_that_cannot_be_read_is_reported(self) -> None:
-        self.damage("pages.sharedData->entities->head->next = 8")
+        self.damage("pages.sharedData->entities->head->next", "8")
         self.assertIn("page 1 at 0x8 cannot be read", self.broken("pages"))
         self.assertIn("entityCount is 4098, but 4096 slots are occupied", self.broken("pages"))
 
     def test_slots_that_cannot_be_read_are_reported(self) -> None:
-        self.damage("$store->head->slots = 8")
+        self.damage("$store->head->slots", "8")
         self.assertIn("the slots of page 0 cannot be read", self.broken("plain"))
 
     def test_a_tail_that_is_not_the_last_page_is_reported(self) -> None:
-        self.damage("pages.sharedData->entities->tail = pages.sharedData->entities->head")
+        self.damage("pages.sharedData->entities->tail", "pages.sharedData->entities->head")
         self.assertEqual(self.broken("pages"), ["the last page of the chain is not the tail"])
 
     def test_a_store_with_one_end_is_reported(self) -> None:
-        self.damage("$store->tail = 0")
+        self.damage("$store->tail", "0")
         self.assertEqual(self.broken("plain"), ["the store has a head only"])
 
     def test_an_end_of_the_filled_part_outside_of_the_page_is_reported(self) -> None:
-        self.damage("$store->head->fillEnd = (char*)$slots + 7")
+        self.damage("$store->head->fillEnd", "(char*)$slots + 7")
         self.assertIn("page 0: fillEnd ADDRESS is no slot of it", self.broken("plain"))
 
     def test_an_occupied_slot_behind_the_filled_part_is_reported(self) -> None:
-        self.damage("$slots[6].free = 0")
+        self.damage("$slots[6].free", "0")
         self.assertEqual(self.broken("plain"), ["page 0: slot 6 is occupied, but fillEnd is before it"])
 
     def test_a_mark_that_is_none_is_reported(self) -> None:
-        self.damage("$slots[6].free = 5")
+        self.damage("$slots[6].free", "5")
         self.assertEqual(self.broken("plain"), ["page 0: slot 6 is marked 5"])
 
     def test_a_slot_without_a_record_is_reported(self) -> None:
-        self.damage("$slots[1].value = 0")
+        self.damage("$slots[1].value", "0")
         self.assertEqual(self.broken("plain"), ["item 1: no record"])
         self.assertIn("[1] = null, ", self.gdb("print plain"))
 
     def test_a_record_that_cannot_be_read_is_reported(self) -> None:
-        self.damage("$slots[1].value = 24")
+        self.damage("$slots[1].value", "24")
         self.assertEqual(self.broken("plain"), ["item 1: the record at 0x18 cannot be read"])
         self.assertIn("[1] = <0x18 cannot be read>, ", self.gdb("print plain"))
         self.assertIn("\n1         0     1     <the record at 0x18 cannot be read>\n", self.gdb("info kvset plain"))
 
     def test_a_record_in_two_slots_is_reported(self) -> None:
-        self.damage("$slots[3].value = $slots[2].value")
+        self.damage("$slots[3].value", "$slots[2].value")
         self.assertEqual(self.broken("plain"), ["items 2 and 3 have the same record",
                                                 "item 3 is indexed under 0x50, but its main id is 0x40"])
 
     def test_an_item_with_another_main_id_than_in_the_index_is_reported(self) -> None:
-        self.damage("$record->mainEntId.mStub = 0x990")
+        self.damage("$record->mainEntId.mStub", "0x990")
         self.assertEqual(self.broken("plain"), ["item 1 is indexed under 0x20, but its main id is 0x990"])
 
     def test_an_item_without_a_main_id_is_reported(self) -> None:
-        self.damage("$record->mainEntId.mStub = 0")
+        self.damage("$record->mainEntId.mStub", "0")
         self.assertIn("item 1: the main id is null", self.broken("plain"))
 
     def test_a_vector_that_is_longer_than_its_storage_is_reported(self) -> None:
-        self.damage("$record->nestedEntFullPath.data.block->logicalLength = 1000000")
+        self.damage("$record->nestedEntFullPath.data.block->logicalLength", "1000000")
         self.assertEqual(self.broken("plain"), ["item 1: nestedEntFullPath has length 1000000 and capacity 8"])
         self.prints("$record->nestedEntFullPath", "<vector that has length 1000000 and capacity 8>")
 
     def test_a_vector_that_cannot_be_read_is_reported(self) -> None:
-        self.damage("$record->hlVpArray.data.block = 8")
+        self.damage("$record->hlVpArray.data.block", "8")
         self.assertEqual(self.broken("plain"), ["item 1: hlVpArray cannot be read"])
         self.prints("$record->hlVpArray", "<memory at 0x8 cannot be read>")
 
     def test_elements_that_cannot_be_read_end_a_vector(self) -> None:
-        self.damage("$record->nestedEntFullPath.data.block->array = 16")
+        self.damage("$record->nestedEntFullPath.data.block->array", "16")
         self.prints("$record->nestedEntFullPath", "vector of 2 = {<memory at 0x10 cannot be read>}")
 
     def test_a_field_that_an_info_lacks_is_reported(self) -> None:
-        self.damage("$slots[2].value->selectedEntityInfo->presenceBits = 3")
+        self.damage("$slots[2].value->selectedEntityInfo->presenceBits", "3")
         self.assertEqual(self.broken("plain"), ["item 2: selectedEntityInfo has presenceBits 0x3, but no matrix"])
         self.prints("*$slots[2].value->selectedEntityInfo", "<info that has presenceBits 0x3, but no matrix> = "
                     "{word0 = 0, word1 = 0, halfWord = -1, " + FENCE + ", matrix = <missing>}")
 
     def test_an_array_that_is_longer_than_its_storage_is_reported(self) -> None:
-        self.damage("plain.iterators.mLogicalLength = 99")
+        self.damage("plain.iterators.mLogicalLength", "99")
         self.assertEqual(self.broken("plain"), ["the list of iterators has length 99 and capacity 8"])
         self.prints("plain.iterators", "<array that has length 99 and capacity 8>")
 
     def test_an_iterator_that_is_registered_twice_is_reported(self) -> None:
-        self.damage("plain.iterators.mArray[1] = plain.iterators.mArray[0]")
+        self.damage("plain.iterators.mArray[1]", "plain.iterators.mArray[0]")
         self.assertEqual(self.broken("plain"), ["iterator ADDRESS is registered twice"])
 
     def test_an_iterator_that_is_registered_with_another_set_is_reported(self) -> None:
-        self.damage("plain.iterators.mArray[1] = &disabled")
+        self.damage("plain.iterators.mArray[1]", "&disabled")
         self.assertEqual(self.broken("plain"), ["iterator ADDRESS is registered, but walks another set"])
 
     def test_an_iterator_that_cannot_be_read_is_reported(self) -> None:
-        self.damage("plain.iterators.mArray[1] = 8")
+        self.damage("plain.iterators.mArray[1]", "8")
         self.assertEqual(self.broken("plain"), ["the registered iterator 0x8 cannot be read"])
 
     def test_an_iterator_of_a_store_that_is_gone_says_so(self) -> None:
-        self.damage("plain.sharedData = holes.sharedData")
+        self.damage("plain.sharedData", "holes.sharedData")
         self.prints("onItem", "iterator of a store that its set no longer has")
 
     def test_an_iterator_on_a_page_outside_of_the_chain_says_so(self) -> None:
-        self.damage("$store->head = 0")
+        self.damage("$store->head", "0")
         self.prints("onItem", "iterator on a page that is not in the chain")
 
     def test_an_iterator_that_is_older_than_the_page_at_its_address_is_stale(self) -> None:
-        self.damage("onItem.truckerIterator->epoch -= 64")
+        self.damage("onItem.truckerIterator->epoch", "onItem.truckerIterator->epoch - 64")
         self.prints("onItem", "stale iterator: its page was freed")
 
     def test_a_wrong_count_of_the_index_is_reported(self) -> None:
-        self.damage("$data->dataMap._M_t._M_impl._M_node_count = 9")
+        self.damage("$data->dataMap._M_t._M_impl._M_node_count", "9")
         self.assertEqual(self.broken("plain"), ["the index counts 9 entries, but has 4"])
 
     def test_an_index_that_is_a_ring_is_walked_once(self) -> None:
         root = "$data->dataMap._M_t._M_impl._M_header._M_parent"
-        self.damage(f"{root}->_M_left->_M_left = {root}")
+        self.damage(f"{root}->_M_left->_M_left", f"{root}")
         self.assertEqual(self.broken("plain"), ["the index reaches the entry at ADDRESS twice"])
 
     def test_an_index_entry_that_cannot_be_read_is_reported(self) -> None:
-        self.damage("$data->dataMap._M_t._M_impl._M_header._M_parent->_M_left = 8")
+        self.damage("$data->dataMap._M_t._M_impl._M_header._M_parent->_M_left", "8")
         self.assertEqual(self.broken("plain"), ["the index entry at 0x8 cannot be read"])
 
     def test_an_index_entry_that_names_no_item_is_reported(self) -> None:
-        self.damage("*(long*)($data->dataMap._M_t._M_impl._M_header._M_left + 1) = 0x70")
-        self.damage("*(long*)((char*)($data->dataMap._M_t._M_impl._M_header._M_left + 1) + 8) = 0x70")
+        self.damage("*(long*)($data->dataMap._M_t._M_impl._M_header._M_left + 1)", "0x70")
+        self.damage("*(long*)((char*)($data->dataMap._M_t._M_impl._M_header._M_left + 1) + 8)", "0x70")
         self.assertEqual(self.broken("plain"), ["the index entry of 0x70 names 0x70, which is no occupied slot",
                                                 "item 0 has no index entry"])
 
     def test_an_item_that_is_indexed_twice_is_reported(self) -> None:
         first = "((long*)($data->dataMap._M_t._M_impl._M_header._M_left + 1))"
         last = "((long*)($data->dataMap._M_t._M_impl._M_header._M_right + 1))"
-        self.damage(f"{last}[1] = {first}[1]")
+        self.damage(f"{last}[1]", f"{first}[1]")
         self.assertEqual(self.broken("plain"), ["item 0 is indexed twice",
                                                 "item 0 is indexed under 0x50, but its main id is 0x10",
                                                 "item 3 has no index entry"])
@@ -459,15 +470,15 @@ class OnDamagedData(Shown):
     def test_entries_of_an_id_in_another_order_are_reported(self) -> None:
         header = "modes.sharedData->dataMap._M_t._M_impl._M_header"
         first, last = (f"((long*)({header}.{end} + 1))" for end in ("_M_left", "_M_right"))
-        self.damage(f"$slot = {first}[1]")
-        self.damage(f"{first}[1] = {last}[1]")
-        self.damage(f"{last}[1] = $slot")
+        self.gdb(f"set var $slot = {first}[1]")
+        self.damage(f"{first}[1]", f"{last}[1]")
+        self.damage(f"{last}[1]", "$slot")
         self.assertEqual(self.broken("modes"), ["items 0 and 1 of one main id are indexed in another order"])
 
     def test_many_problems_of_a_kind_are_counted(self) -> None:
-        self.damage("$slots[6].free = 5")
+        self.damage("$slots[6].free", "5")
         for number in range(7, 13):
-            self.damage(f"$slots[{number}].free = 5")
+            self.damage(f"$slots[{number}].free", "5")
         self.assertEqual(self.broken("plain")[4:], ["page 0: slot 10 is marked 5", "and 2 more slots with a wrong mark"])
 
 

@@ -32,6 +32,7 @@ set(KV_LIBRARY_HEADERS
     selectcontext/GxapSelectSetListManager.h
     selectcontext/GxapSelectedEntInfo.h
     selectcontext/IGxapSSetEntityExcluder.h
+    selectcontext/IteratorTrace.h
     selectcontext/KvSelectContext.h
     selectcontext/KvSelectContextExport.h
     selectcontext/detail/BuiltWith.h

@@ -1,6 +1,7 @@
 // Iterators over a set, their registry, and their access to the current record.
 
 #include "selectcontext/GxapSelectSet.h"
+#include "selectcontext/IteratorTrace.h"
 #include "selectcontext/detail/SetData.h"
 #include "selectcontext/detail/SharedPaths.h"
 
@@ -74,8 +75,12 @@ void GxapSelectSet::removeIterator(ConstIterator* it) const {
 }
 
 void GxapSelectSet::disableAllIterator() const {
-    for (int i = 0; i < iterators.logicalLength(); ++i)
+    for (int i = 0; i < iterators.logicalLength(); ++i) {
+#ifdef KV_TRACE_ITERATORS
+        kvtrace::noteDisabling(iterators[i]);
+#endif
         iterators[i]->disable();
+    }
     iterators.setLogicalLength(0);
 }
 

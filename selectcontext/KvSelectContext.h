@@ -9,4 +9,5 @@
 #include "selectcontext/GxapSelectSetListManager.h"
 #include "selectcontext/GxapSelectedEntInfo.h"
 #include "selectcontext/IGxapSSetEntityExcluder.h"
+#include "selectcontext/IteratorTrace.h"
 #include "selectcontext/selected_entity.h"

@@ -18,14 +18,12 @@ using ConstIterator = GxapSelectSet::ConstIterator;
 using WhereDisabled = kvtest::SetTest;
 
 bool namesCall(const std::vector<std::string>& places, const std::string& function) {
-    return std::any_of(places.begin(), places.end(), [&](const std::string& place) {
-        return place.find(function) != std::string::npos;
-    });
+    return std::any_of(places.begin(), places.end(),
+                       [&](const std::string& place) { return place.find(function) != std::string::npos; });
 }
 
 TEST_F(WhereDisabled, NamesTheOperationOfTheSet) {
     GxapSelectSet set;
-    set.createData();
     const ConstIterator it = set.iteratorAt(0);
     set.createData();
     EXPECT_EQ(kv::whyDone(it), kv::IteratorState::kDisabled);
@@ -34,18 +32,17 @@ TEST_F(WhereDisabled, NamesTheOperationOfTheSet) {
 
 TEST_F(WhereDisabled, NamesTheLastOfSeveralOperations) {
     GxapSelectSet set;
-    set.createData();
+    GxapSelectSet other;
     ConstIterator it = set.iteratorAt(0);
     set.createData();
-    it = set.iteratorAt(0);
-    set.assignData(nullptr);
+    it = other.iteratorAt(0);
+    other.assignData(nullptr);
     EXPECT_TRUE(namesCall(kv::whereDisabled(it), "GxapSelectSet::assignData"));
     EXPECT_FALSE(namesCall(kv::whereDisabled(it), "GxapSelectSet::createData"));
 }
 
 TEST_F(WhereDisabled, IsNowhereWhileTheIteratorIsNotDisabled) {
     GxapSelectSet set;
-    set.createData();
     const ConstIterator disabled = set.iteratorAt(0);
     set.createData();
     const ConstIterator it = set.iteratorAt(0);
@@ -55,8 +52,6 @@ TEST_F(WhereDisabled, IsNowhereWhileTheIteratorIsNotDisabled) {
 TEST_F(WhereDisabled, IsForgottenAfter256OtherIterators) {
     GxapSelectSet set;
     GxapSelectSet other;
-    set.createData();
-    other.createData();
     const ConstIterator it = set.iteratorAt(0);
     set.createData();
     for (std::size_t i = 1; i < kvtrace::kRemembered; ++i) {

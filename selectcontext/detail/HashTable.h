@@ -15,9 +15,9 @@
 
 namespace kvdetail {
 
-// A hash table by extendible hashing: a directory of pages, indexed by bits of the hash. A page has up to 256
-// buckets. In a page, the table uses open addressing, linear probing, backward-shift deletion, and a load
-// factor of at most three fifths. A full page is split in two, so that no insert() moves more than 153
+// A hash table by extendible hashing: a directory of pages, indexed by bits of the hash. A page has up to
+// 1024 buckets. In a page, the table uses open addressing, linear probing, backward-shift deletion, and a
+// load factor of at most three fifths. A full page is split in two, so that no insert() moves more than 614
 // keys. A flat table of a million keys would move all of them at once, which takes 25 ms. Keys are unsigned
 // numbers other than 0.
 //
@@ -26,7 +26,7 @@ namespace kvdetail {
 //     entry that leads to the key's page.
 //  2. The hashes of all keys in a page of depth d agree in the d lowest bits of pageBits(). Every 2^d-th
 //     directory entry leads to the page.
-//  3. All pages have the same number of buckets, a power of two. It is 256 if there are several pages.
+//  3. All pages have the same number of buckets, a power of two. It is 1024 if there are several pages.
 //  4. Each page has at least one empty bucket.
 //  5. The mShift lowest bits of all keys are mLowBits. For example, the addresses of all stubs have common
 //     low bits. The hash leaves out the common bits.
@@ -96,7 +96,7 @@ public:
 private:
     using Hash = std::uintptr_t;
     static constexpr std::size_t kFewestBuckets = 16; // of the only page
-    static constexpr std::size_t kMostBuckets = 256;  // of a page
+    static constexpr std::size_t kMostBuckets = 1024; // of a page
 
     struct Bucket {
         Key key = 0; // 0: an empty bucket
@@ -124,23 +124,30 @@ private:
         return page;
     }
 
-    // Four consecutive numbers have the same hash and neighbouring buckets, so that looking up addresses in
-    // ascending order reads neighbouring buckets. Fibonacci hashing scatters the groups of four.
-    static constexpr unsigned kGroup = 4;
+    // A group of 64 consecutive numbers has one hash, which chooses the page and the bucket of the group's
+    // first number. The other numbers follow in steps that spread the group over the page. So looking up
+    // addresses in ascending order stays in one page 64 times, and two groups that begin at the same bucket
+    // interleave instead of forming one long cluster. Fibonacci hashing scatters the groups.
+    static constexpr unsigned kGroup = 64;
     Key numberOf(Key key) const noexcept { return key >> mShift; }
     Hash hashOf(Key key) const noexcept { return fibonacciHash(numberOf(key) / kGroup); }
     Key lowBits(Key key) const noexcept { return key & ((Key{1} << mShift) - 1); }
 
-    // The bits of a hash that choose the page. homeOf() uses the bits below. So the page and the bucket
-    // together are those that a flat table would choose.
+    // The bits of a hash that choose the page. homeOf() uses the ten highest bits, which no directory
+    // reaches.
     static Hash pageBits(Hash hash) noexcept { return hash >> 26; }
     Page* pageOf(Hash hash) const noexcept { return mDirectory[pageBits(hash) & (mDirectory.size() - 1)]; }
     std::size_t mostKeys() const noexcept { return (mMask + 1) * 3 / 5; }
     std::size_t next(std::size_t i) const noexcept { return (i + 1) & mMask; }
 
+    // Returns the number of buckets from one number of a group to the next.
+    static std::size_t stepOf(std::size_t buckets) noexcept {
+        return std::max<std::size_t>(buckets / kGroup, 1);
+    }
+
     // Returns the bucket at which the search for a key begins.
     std::size_t homeOf(Key key, Hash hash) const noexcept {
-        return ((hash >> 20) * kGroup + numberOf(key) % kGroup) & mMask;
+        return ((hash >> 54) + numberOf(key) % kGroup * mStep) & mMask;
     }
 
     // Returns the bucket of the key, or the empty bucket at which the search for the key ends.
@@ -215,6 +222,7 @@ private:
         mDirectory.swap(other.mDirectory);
         mPages = other.mPages;
         mMask = other.mMask;
+        mStep = other.mStep;
         mShift = other.mShift;
         mLowBits = other.mLowBits;
     }
@@ -233,6 +241,7 @@ private:
         OwnedPage larger = newPage(2 * buckets, 0);
         const OwnedPage old(mDirectory.front());
         mMask = 2 * buckets - 1;
+        mStep = stepOf(mMask + 1);
         for (std::size_t i = 0; i < buckets; ++i) {
             if (old->buckets()[i].key != 0)
                 copyTo(*larger, old->buckets()[i]);
@@ -264,8 +273,7 @@ private:
     // Returns whether no entry before entry `i` leads to the same page.
     bool isFirstEntry(std::size_t i) const noexcept { return i >> mDirectory[i]->depth == 0; }
 
-    // If the hashes of keys are as different as those of random keys, there are at most four entries per
-    // page.
+    // If the keys are random groups of 64 consecutive numbers, there are about eight entries per page.
     void doubleDirectory() {
         constexpr std::size_t kMostEntriesPerPage = 64;
         if (mDirectory.size() > kMostEntriesPerPage * mPages)
@@ -281,6 +289,7 @@ private:
     std::size_t mUsed = 0;
     std::size_t mPages;
     std::size_t mMask = kFewestBuckets - 1; // number of buckets of each page, minus 1
+    std::size_t mStep = 1;                  // of homeOf()
     Key mLowBits = 0;
     unsigned mShift = 0;
 };

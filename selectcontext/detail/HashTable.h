@@ -79,9 +79,9 @@ public:
         return {&add(key, value), true};
     }
 
-    // Returns whether the table has more than 16 pages, and more than eight buckets per key.
+    // Returns whether the table has more than four pages, and more than eight buckets per key.
     bool isSparse() const noexcept {
-        constexpr std::size_t kManyPages = 16;
+        constexpr std::size_t kManyPages = 4;
         return mPages > kManyPages && mUsed * 8 < mPages * kMostBuckets;
     }
 

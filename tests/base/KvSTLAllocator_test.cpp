@@ -55,6 +55,18 @@ TEST_F(KvSTLAllocatorTest, MemoryOfOneAllocatorIsGivenBackThroughAnother) {
     other.deallocate(memory, 1);
 }
 
+TEST_F(KvSTLAllocatorTest, ConstructsFromArgumentsAndDestroys) {
+    const auto owner = std::make_shared<int>(7);
+    using Owner = std::shared_ptr<int>;
+    _KvSTLAllocator<Owner> allocator;
+    Owner* const memory = allocator.allocate(1);
+    allocator.construct(memory, owner);
+    EXPECT_EQ(owner.use_count(), 2);
+    allocator.destroy(memory);
+    EXPECT_EQ(owner.use_count(), 1);
+    allocator.deallocate(memory, 1);
+}
+
 TEST_F(KvSTLAllocatorTest, MemoryIsAlignedAndHeldByOneOwnerAtATime) {
     _KvSTLAllocator<Wide> allocator;
     std::vector<std::pair<Wide*, std::size_t>> owned;

@@ -1,5 +1,7 @@
 // Tests look-ups in sets whose items are ordered by id, unordered, or partly ordered. Whole-set operations
 // guess the next index entry, make a hash of ids, and prefetch. None of these may change a result.
+#include "base/detail/Shortcuts.h"
+#include "platform/inmemory/InMemoryDatabase.h"
 #include "tests/selectcontext/support/EditTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -197,6 +199,37 @@ TEST_P(LookupsTest, DistinctStubsOfOneObjectAreOneItem) {
     EXPECT_EQ(mainIds(sum), ascending(1, 600));
     edit(sum).minus(&sum, &b);
     EXPECT_TRUE(mainIds(sum).empty());
+}
+
+// ---- costs
+
+class LookupsCost : public kvtest::EditTest {
+protected:
+    static constexpr std::size_t kCount = 3000;
+
+    // Returns the number of id comparisons of all.contains(&part), where both sets have the same ids.
+    static long comparisonsOfContaining(const Numbers& numbers) {
+        GxapSelectSet all;
+        GxapSelectSet part;
+        appendAll(all, ascending(1, kCount));
+        appendAll(part, numbers);
+        kvinmemory::countIdComparisons(true);
+        EXPECT_TRUE(all.contains(&part));
+        return kvinmemory::idEqualityCalls() + kvinmemory::idOrderCalls();
+    }
+};
+
+TEST_F(LookupsCost, OfTheNextIdIsNoComparison) {
+    if (!kvdetail::kHasNextId)
+        GTEST_SKIP() << "this build does not try the next id";
+    EXPECT_LE(comparisonsOfContaining(ascending(1, kCount)), 20);
+}
+
+TEST_F(LookupsCost, OfIdsInNoOrderIsThatOfTheHash) {
+    if (!kvdetail::kHasIdHash)
+        GTEST_SKIP() << "this build has no hash of ids";
+    const Numbers shuffled = inOrder("Shuffled", ascending(1, kCount));
+    EXPECT_LE(comparisonsOfContaining(shuffled), static_cast<long>(2 * kCount));
 }
 
 } // namespace

@@ -50,6 +50,17 @@ TEST_F(FailingRecord, RecordWithASharedHighlightBlockIsDestroyedWithoutMemory) {
     EXPECT_EQ(livePaths(), 0);
 }
 
+TEST_F(FailingRecord, DyingRecordCopiesASharedListOfOneSegment) {
+    SegmentArray other;
+    kvtest::addPaths(other, 1);
+    auto record = std::make_unique<selected_entity>();
+    record->highlightSegmentArray = new SegmentArray(other);
+    const AllocationCount before;
+    record.reset();
+    EXPECT_GT(before.mallocCalls(), 0);
+    EXPECT_EQ(livePaths(), 0);
+}
+
 TEST_F(FailingRecord, DyingRecordRaisesNothingWhereTheSharedListCannotBeCopied) {
     kvinmemory::installCrashRecorder();
     kvtest::forEachAllocationFailure([](kvtest::FailurePoint& point) {

@@ -296,9 +296,9 @@ protected:
 
 TEST_F(IdIndexHash, IsMadeOnceSearchesHaveCostAsMuch) {
     EXPECT_FALSE(hasHash());
-    findOften(1);
+    findOften(kEntries / 16 - 1);
     EXPECT_FALSE(hasHash());
-    findOften(kEntries);
+    findOften(1);
     EXPECT_EQ(hasHash(), kvdetail::kHasIdHash);
 }
 
@@ -321,6 +321,29 @@ TEST_F(IdIndexHash, IsMadeForNoFewEntries) {
     for (int i = 0; i < 100; ++i)
         expectFinds(5);
     EXPECT_FALSE(hasHash());
+}
+
+TEST_F(IdIndexHash, IsMadeFrom48EntriesOn) {
+    startAgain();
+    addAll(ascending(47));
+    index().expectSearches();
+    EXPECT_FALSE(hasHash());
+    add(48);
+    index().expectSearches();
+    EXPECT_EQ(hasHash(), kvdetail::kHasIdHash);
+}
+
+TEST_F(IdIndexHash, IsMadeBySearchesForRemovalsFrom1000EntriesOn) {
+    constexpr unsigned long kMany = 1000;
+    startAgain();
+    addAll(ascending(kMany - 1));
+    for (unsigned long n = 2; n < kMany - 1; ++n)
+        EXPECT_TRUE(index().findToRemove(id(n)).isHeld);
+    EXPECT_FALSE(hasHash());
+    add(kMany);
+    for (unsigned long n = 2; n < kMany; ++n)
+        EXPECT_TRUE(index().findToRemove(id(n)).isHeld);
+    EXPECT_EQ(hasHash(), kvdetail::kHasIdHash);
 }
 
 // The whole hash has some 250 pages, and allocates most of them twice.

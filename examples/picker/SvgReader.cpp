@@ -1,8 +1,8 @@
 #include "examples/picker/SvgReader.h"
 
+#include "examples/picker/SvgDependence.h"
+#include "examples/picker/SvgDocument.h"
 #include "examples/picker/SvgValues.h"
-
-#include <pugixml.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,9 +10,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <map>
 #include <optional>
 #include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -23,8 +24,6 @@ namespace {
 
 using pugi::xml_node;
 
-constexpr std::string_view kSvgNamespace = "http://www.w3.org/2000/svg";
-
 struct Size {
     double width = 0;
     double height = 0;
@@ -32,11 +31,15 @@ struct Size {
     double diagonal() const { return std::hypot(width, height) / std::sqrt(2.0); }
 };
 
-// What an element inherits from the elements around it.
-struct Context {
-    Affine transform; // to the coordinates of the block that is read
-    Size viewport;    // what percentages refer to
+// What an element takes from the elements around it. The target of a `use` takes it from the `use`.
+struct Inherited {
+    Size viewport; // what percentages refer to
     bool isVisible = true;
+};
+
+struct Context {
+    Inherited inherited;
+    Affine transform; // to the coordinates of the block that is read
 };
 
 struct PendingElement {
@@ -46,12 +49,11 @@ struct PendingElement {
 
 // ---- attributes
 
-// Reads the lengths in the attributes of one element. If a length is missing or malformed, x(), y() and
-// radius() return 0, and optionalX() and optionalY() return nothing. After a malformed length, areSound()
-// returns false.
+// Reads the lengths of one element. If a length is missing or malformed, x(), y() and radius() return 0, and
+// optionalX() and optionalY() return nothing. After a malformed length, areSound() returns false.
 class Lengths {
 public:
-    Lengths(xml_node node, Size viewport) : mNode(node), mViewport(viewport) {}
+    Lengths(const Properties& properties, Size viewport) : mProperties(properties), mViewport(viewport) {}
 
     double x(const char* name) { return get(name, mViewport.width).value_or(0); }
     double y(const char* name) { return get(name, mViewport.height).value_or(0); }
@@ -63,76 +65,42 @@ public:
 
 private:
     std::optional<double> get(const char* name, double whole) {
-        const pugi::xml_attribute attribute = mNode.attribute(name);
-        if (!attribute || std::string_view(attribute.value()) == "auto")
+        const std::string_view text = mProperties.value(name);
+        if (text == "auto" || (text.empty() && !mProperties.has(name)))
             return std::nullopt;
-        const std::optional<double> value = parseLength(attribute.value(), whole);
+        const std::optional<double> value = parseLength(text, whole);
         mAreSound = mAreSound && value.has_value();
         return value;
     }
 
-    xml_node mNode;
+    const Properties& mProperties;
     Size mViewport;
     bool mAreSound = true;
 };
 
-std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
-
-// Returns the property `name` of the style attribute. If the style attribute does not have that property,
-// returns the value of the attribute `name`.
-std::string_view property(xml_node node, const char* name) {
-    std::string_view style = node.attribute("style").value();
-    std::string_view value = node.attribute(name).value();
-    while (!style.empty()) {
-        const std::string_view declaration = style.substr(0, style.find(';'));
-        const std::size_t colon = declaration.find(':');
-        if (colon != std::string_view::npos && trimmed(declaration.substr(0, colon)) == name)
-            value = declaration.substr(colon + 1);
-        style.remove_prefix(std::min(style.size(), declaration.size() + 1));
-    }
-    return trimmed(value.substr(0, value.find('!')));
-}
-
-// Replaces control characters, so that a name from the file can be printed to a terminal.
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; }, '?');
-    return text;
-}
-
-std::string_view linkOf(xml_node node) {
-    const pugi::xml_attribute plain = node.attribute("href");
-    return trimmed(plain ? plain.value() : node.attribute("xlink:href").value());
-}
-
 // ---- shapes: each function draws one kind of element and returns whether its data was sound
 
-using DrawShape = bool (*)(xml_node, Size viewport, Outline&);
+using DrawShape = bool (*)(const Properties&, Size viewport, Outline&);
 
-bool drawLine(xml_node node, Size viewport, Outline& outline) {
-    Lengths lengths(node, viewport);
+bool drawLine(const Properties& properties, Size viewport, Outline& outline) {
+    Lengths lengths(properties, viewport);
     outline.moveTo({lengths.x("x1"), lengths.y("y1")});
     outline.lineTo({lengths.x("x2"), lengths.y("y2")});
     return lengths.areSound();
 }
 
-bool drawPolyline(xml_node node, Size, Outline& outline) {
-    return drawPoints(node.attribute("points").value(), outline);
+bool drawPolyline(const Properties& properties, Size, Outline& outline) {
+    return drawPoints(properties.node().attribute("points").value(), outline);
 }
 
-bool drawPolygon(xml_node node, Size, Outline& outline) {
-    const bool isSound = drawPoints(node.attribute("points").value(), outline);
+bool drawPolygon(const Properties& properties, Size, Outline& outline) {
+    const bool isSound = drawPoints(properties.node().attribute("points").value(), outline);
     outline.close();
     return isSound;
 }
 
-bool drawRectangle(xml_node node, Size viewport, Outline& outline) {
-    Lengths lengths(node, viewport);
+bool drawRectangle(const Properties& properties, Size viewport, Outline& outline) {
+    Lengths lengths(properties, viewport);
     const Point corner{lengths.x("x"), lengths.y("y")};
     const Point size{lengths.x("width"), lengths.y("height")};
     const std::optional<double> rx = lengths.optionalX("rx");
@@ -149,15 +117,15 @@ bool drawEllipse(Outline& outline, Point centre, double rx, double ry) {
     return rx >= 0 && ry >= 0;
 }
 
-bool drawCircle(xml_node node, Size viewport, Outline& outline) {
-    Lengths lengths(node, viewport);
+bool drawCircle(const Properties& properties, Size viewport, Outline& outline) {
+    Lengths lengths(properties, viewport);
     const Point centre{lengths.x("cx"), lengths.y("cy")};
     const double radius = lengths.radius("r");
     return drawEllipse(outline, centre, radius, radius) && lengths.areSound();
 }
 
-bool drawEllipse(xml_node node, Size viewport, Outline& outline) {
-    Lengths lengths(node, viewport);
+bool drawEllipse(const Properties& properties, Size viewport, Outline& outline) {
+    Lengths lengths(properties, viewport);
     const Point centre{lengths.x("cx"), lengths.y("cy")};
     const std::optional<double> rx = lengths.optionalX("rx");
     const std::optional<double> ry = lengths.optionalY("ry");
@@ -165,8 +133,8 @@ bool drawEllipse(xml_node node, Size viewport, Outline& outline) {
            lengths.areSound();
 }
 
-bool drawPath(xml_node node, Size, Outline& outline) {
-    return drawPathData(node.attribute("d").value(), outline);
+bool drawPath(const Properties& properties, Size, Outline& outline) {
+    return drawPathData(properties.node().attribute("d").value(), outline);
 }
 
 const std::unordered_map<std::string_view, DrawShape> kShapes{
@@ -182,9 +150,13 @@ const std::unordered_set<std::string_view> kSilent{
     "color-profile", "animate", "animateMotion",  "animateColor",   "animateTransform",
     "meshgradient",  "hatch"};
 
-// Properties that change how an element looks. None of them is supported.
-constexpr const char* kEffects[] = {"clip-path",  "mask",       "marker-start",
-                                    "marker-mid", "marker-end", "marker"};
+// Properties that change where or how much of an element is seen. None of them is supported.
+constexpr const char* kEffects[] = {"clip-path",  "mask",   "marker-start",    "marker-mid",
+                                    "marker-end", "marker", "transform-origin"};
+
+// Properties that count where a style attribute sets them, but not where a style sheet does.
+const std::unordered_set<std::string_view> kReadProperties{
+    "display", "visibility", "transform", "x", "y", "width", "height", "cx", "cy", "r", "rx", "ry", "d"};
 
 // ---- viewports
 
@@ -225,19 +197,58 @@ Affine fitted(const ViewBox& viewBox, Size room, std::string_view preserveAspect
            Affine::scaling(sx, sy) * toOrigin;
 }
 
+// Where a svg or symbol shows its contents, and what their percentages refer to.
+struct View {
+    Affine transform;
+    Size viewport;
+};
+
+// Returns the view of a svg or symbol in `room`. Returns nothing if the view box or the room has no area: the
+// element then shows nothing.
+std::optional<View> viewOf(xml_node node, Size room) {
+    const bool hasRoom = room.width > 0 && room.height > 0;
+    const std::optional<ViewBox> viewBox = viewBoxOf(node);
+    if (!viewBox)
+        return hasRoom ? std::optional(View{Affine(), room}) : std::nullopt;
+    if (!hasRoom || !(viewBox->size.width > 0) || !(viewBox->size.height > 0))
+        return std::nullopt;
+    return View{fitted(*viewBox, room, node.attribute("preserveAspectRatio").value()), viewBox->size};
+}
+
+// Returns nothing for a malformed transform.
+std::optional<Affine> transformOf(const Properties& properties) {
+    if (const std::optional<std::string_view> styled = properties.styleValue("transform"))
+        return parseStyleTransform(*styled);
+    return parseTransform(properties.node().attribute("transform").value());
+}
+
+bool isDisplayed(const Properties& properties) {
+    return properties.value("display") != "none";
+}
+
+// Returns whether a width or height of 0 switches the element off.
+bool isSwitchedOff(Lengths& lengths) {
+    return lengths.optionalX("width") == 0.0 || lengths.optionalY("height") == 0.0;
+}
+
 // ---- the reader
 
 class Reader {
 public:
-    Reader(const std::string& text, const std::string& name) : mText(text), mName(name) {}
+    Reader(const std::string& text, const std::string& name, Interrupt* interrupt, std::size_t mostContents)
+        : mName(name), mInterrupt(interrupt), mMostContents(mostContents), mDocument(text, name),
+          mDependence(mDocument) {
+        mScene.name = std::filesystem::path(mName).filename().string();
+        mScene.source = text;
+    }
 
     Scene read() {
-        parse();
-        collectTargets();
-        mScene.name = std::filesystem::path(mName).filename().string();
-        mScene.source = mText;
+        const xml_node root = mDocument.root();
+        mPageSize = pageSize();
         mScene.page = page();
-        blockOf(mRoot);
+        noteSheets();
+        noteRoot();
+        blockOf({root, {mPageSize, true}, kNoBlock});
         // Reading a block may find more blocks.
         for (std::size_t block = 0; block < mTargets.size(); ++block)
             readBlock(block);
@@ -246,124 +257,120 @@ public:
     }
 
 private:
+    static constexpr std::size_t kNoBlock = static_cast<std::size_t>(-1);
+
+    // What a block is made of.
+    struct Target {
+        xml_node node;
+        Inherited inherited;
+        std::size_t foundIn; // the block whose `use` was the first to need this one
+    };
+
     // ---- the document
 
-    void parse() {
-        findLines();
-        if (mText.compare(0, 2, "\x1f\x8b") == 0)
-            throw DrawingError(mName + ":1:1: the file is compressed; unpack it first");
-        const pugi::xml_parse_result result = mDocument.load_buffer(mText.data(), mText.size());
-        if (!result)
-            throw error(result.offset, result.description());
-        mRoot = mDocument.document_element();
-        for (const pugi::xml_attribute attribute : mRoot.attributes()) {
-            const std::string_view name = attribute.name();
-            if (name.substr(0, 6) == "xmlns:" && attribute.value() == kSvgNamespace)
-                mPrefixes.insert(name.substr(6));
-        }
-        if (typeOf(mRoot) != "svg")
-            throw error(mRoot.offset_debug() - 1,
-                        "the drawing starts with <" + printable(mRoot.name()) + ">, not with <svg>");
-    }
-
-    void findLines() {
-        mLineBegins.push_back(0);
-        for (std::size_t i = 0; i < mText.size(); ++i) {
-            if (mText[i] == '\n')
-                mLineBegins.push_back(static_cast<std::ptrdiff_t>(i) + 1);
-        }
-    }
-
-    // Returns the line, counted from 1. A negative offset stands for an unknown place, and gives line 1.
-    std::size_t lineAt(std::ptrdiff_t offset) const {
-        const auto next = std::upper_bound(mLineBegins.begin() + 1, mLineBegins.end(), offset);
-        return static_cast<std::size_t>(next - mLineBegins.begin());
-    }
-
-    std::size_t lineOf(xml_node node) const { return lineAt(node.offset_debug()); }
-
-    DrawingError error(std::ptrdiff_t offset, const std::string& message) const {
-        const std::ptrdiff_t place = std::max<std::ptrdiff_t>(offset, 0);
-        const std::size_t line = lineAt(place);
-        const std::ptrdiff_t column = place - mLineBegins[line - 1] + 1;
-        return DrawingError(mName + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " +
-                            message);
-    }
-
-    // Returns the name of an SVG element without its prefix. An element without a prefix counts as an SVG
-    // element. Returns an empty name for text, comments and elements with another prefix.
-    std::string_view typeOf(xml_node node) const {
-        const std::string_view name = node.name();
-        const std::size_t colon = name.find(':');
-        if (colon == std::string_view::npos)
-            return name;
-        return mPrefixes.count(name.substr(0, colon)) ? name.substr(colon + 1) : std::string_view();
-    }
-
-    void collectTargets() {
-        struct Collector : pugi::xml_tree_walker {
-            bool for_each(xml_node& node) override {
-                if (const pugi::xml_attribute id = node.attribute("id"))
-                    byId.emplace(id.value(), node);
-                return true;
+    // Counts the style sheets that set what the reader would have to know.
+    void noteSheets() {
+        for (const xml_node sheet : mDocument.sheets()) {
+            if (sheet.type() == pugi::node_pi) {
+                omit("style sheet of another file", sheet);
+                continue;
             }
-            std::unordered_map<std::string_view, xml_node> byId;
-        } collector;
-        mDocument.traverse(collector);
-        mById = std::move(collector.byId);
+            std::string css;
+            for (const xml_node text : sheet.children())
+                css += text.value();
+            for (const std::string& name : propertiesSetBy(css)) {
+                if (name == "@import" || kReadProperties.count(name) > 0 ||
+                    std::find(std::begin(kEffects), std::end(kEffects), name) != std::end(kEffects))
+                    omit("style sheet with " + name, sheet);
+            }
+        }
+    }
+
+    void noteRoot() {
+        const Properties properties(mDocument.root());
+        if (properties.has("transform"))
+            omit("transform of the whole drawing", mDocument.root());
     }
 
     Box page() const {
-        const Size size = pageSize();
-        const std::optional<ViewBox> viewBox = viewBoxOf(mRoot);
+        const std::optional<ViewBox> viewBox = viewBoxOf(mDocument.root());
         const Point origin = viewBox ? viewBox->origin : Point{};
-        return Box::between(origin, origin + Point{size.width, size.height});
+        return Box::between(origin, origin + Point{mPageSize.width, mPageSize.height});
     }
 
     Size pageSize() const {
-        const std::optional<ViewBox> viewBox = viewBoxOf(mRoot);
+        const std::optional<ViewBox> viewBox = viewBoxOf(mDocument.root());
         if (viewBox && viewBox->size.width > 0 && viewBox->size.height > 0)
             return viewBox->size;
         constexpr Size kDefault{300, 150};
-        Lengths lengths(mRoot, kDefault);
+        const Properties properties(mDocument.root());
+        Lengths lengths(properties, kDefault);
         return {lengths.optionalX("width").value_or(kDefault.width),
                 lengths.optionalY("height").value_or(kDefault.height)};
     }
 
     // ---- blocks
 
-    std::size_t blockOf(xml_node target) {
-        const auto [place, isNew] = mBlocks.emplace(target.internal_object(), mTargets.size());
+    // Returns the block of a target. Blocks that would be equal are one.
+    std::size_t blockOf(Target target) {
+        if (!mDependence.onViewport(target.node))
+            target.inherited.viewport = mPageSize;
+        Variants& variants = mBlocks[target.node.internal_object()];
+        const Size viewport = target.inherited.viewport;
+        const auto [place, isNew] = variants.emplace(
+            std::make_tuple(viewport.width, viewport.height, target.inherited.isVisible), mTargets.size());
         if (isNew) {
             mTargets.push_back(target);
             mScene.blocks.emplace_back();
-            mScene.blocks.back().name = printable(target.attribute("id").value());
+            mScene.blocks.back().name = printable(target.node.attribute("id").value());
         }
         return place->second;
+    }
+
+    // Returns whether the block that is read is in a block of this target, or is one. Only targets with
+    // several blocks are looked at: the circles of others are cut when all blocks are read.
+    bool isInside(xml_node target) const {
+        const auto known = mBlocks.find(target.internal_object());
+        if (known == mBlocks.end() || !mDependence.onViewport(target))
+            return false;
+        for (std::size_t block = mBlock; block != kNoBlock; block = mTargets[block].foundIn) {
+            if (mTargets[block].node == target)
+                return true;
+        }
+        return false;
     }
 
     // Reads the elements of a block. Uses a stack instead of recursion, so elements may be nested to any
     // depth.
     void readBlock(std::size_t block) {
         mBlock = block;
-        const xml_node target = mTargets[block];
-        Context context;
-        context.viewport = pageSize();
-        const std::string_view type = typeOf(target);
-        if (type == "svg" || type == "symbol") {
-            // Only percentages use the view box here. The placement of each insert fits the view box into the
-            // room of the insert.
-            if (const std::optional<ViewBox> viewBox = viewBoxOf(target))
-                context.viewport = viewBox->size;
-            pushChildren(target, context);
-        } else {
-            mPending.push_back({target, context});
-        }
+        const Target target = mTargets[block];
+        const std::string_view type = mDocument.typeOf(target.node);
+        const Context context{target.inherited, Affine()};
+        if (type == "svg" || type == "symbol")
+            readViewport(target.node, context);
+        else
+            mPending.push_back({target.node, context});
         while (!mPending.empty()) {
             const PendingElement element = mPending.back();
             mPending.pop_back();
+            if (mInterrupt)
+                mInterrupt->check();
             readElement(element.node, element.context);
         }
+    }
+
+    // Reads a block of a svg or symbol. The placement of each insert has its view.
+    void readViewport(xml_node node, Context context) {
+        const Properties properties(node);
+        const bool isSymbol = mDocument.typeOf(node) == "symbol"; // which is displayed when it is used
+        if (!isSymbol && !isDisplayed(properties))
+            return;
+        applyVisibility(properties, context);
+        noteEffects(properties);
+        if (const std::optional<ViewBox> viewBox = viewBoxOf(node))
+            context.inherited.viewport = viewBox->size;
+        pushChildren(node, context);
     }
 
     void pushChildren(xml_node parent, const Context& context) {
@@ -373,89 +380,84 @@ private:
         }
     }
 
-    void readElement(xml_node node, const Context& outer) {
-        const std::string_view type = typeOf(node);
-        if (type.empty() || kSilent.count(type) || property(node, "display") == "none")
+    static void applyVisibility(const Properties& properties, Context& context) {
+        const std::string_view visibility = properties.value("visibility");
+        if (!visibility.empty() && visibility != "inherit")
+            context.inherited.isVisible = visibility == "visible";
+    }
+
+    void readElement(xml_node node, Context context) {
+        const std::string_view type = mDocument.typeOf(node);
+        if (type.empty() || kSilent.count(type) > 0)
             return;
-        const std::optional<Affine> transform = parseTransform(node.attribute("transform").value());
+        const Properties properties(node);
+        if (!isDisplayed(properties))
+            return;
+        const std::optional<Affine> transform = transformOf(properties);
         if (!transform) {
             omit(std::string(type) + " with a broken transform", node);
             return;
         }
-        Context context = outer;
-        context.transform = outer.transform * *transform;
-        const std::string_view visibility = property(node, "visibility");
-        if (!visibility.empty() && visibility != "inherit")
-            context.isVisible = visibility == "visible";
-        noteEffects(node);
+        context.transform = context.transform * *transform;
+        applyVisibility(properties, context);
+        noteEffects(properties);
 
         if (type == "g" || type == "a")
             pushChildren(node, context);
         else if (type == "svg")
-            readNestedViewport(node, context);
+            readNestedViewport(properties, context);
         else if (type == "switch")
             readSwitch(node, context);
         else if (type == "use")
-            readUse(node, context);
+            readUse(properties, context);
         else if (const auto shape = kShapes.find(type); shape != kShapes.end())
-            readShape(node, shape->second, context);
+            readShape(properties, shape->second, context);
         else
             omit(std::string(type), node);
     }
 
-    void noteEffects(xml_node node) {
+    void noteEffects(const Properties& properties) {
         for (const char* effect : kEffects) {
-            const std::string_view value = property(node, effect);
+            const std::string_view value = properties.value(effect);
             if (!value.empty() && value != "none")
-                omit(effect, node);
+                omit(effect, properties.node());
         }
     }
 
-    void readShape(xml_node node, DrawShape draw, const Context& context) {
-        if (!context.isVisible)
+    void readShape(const Properties& properties, DrawShape draw, const Context& context) {
+        if (!context.inherited.isVisible)
             return;
-        const std::string type(typeOf(node));
+        const std::string type(mDocument.typeOf(properties.node()));
         Outline outline;
-        bool isSound = draw(node, context.viewport, outline);
+        bool isSound = draw(properties, context.inherited.viewport, outline);
         outline = outline.transformed(context.transform);
         if (!outline.isFinite()) {
             isSound = false;
             outline = Outline();
         }
         if (!isSound)
-            omit("broken " + type, node);
+            omit("broken " + type, properties.node());
+        if (properties.styleValue("d"))
+            omit("path in a style", properties.node());
         if (!outline.isEmpty())
-            contents().push_back(Shape{type, printable(node.attribute("id").value()), std::move(outline)});
+            add(Shape{type, nameOf(properties), std::move(outline)});
     }
 
-    void readNestedViewport(xml_node node, Context context) {
-        Lengths lengths(node, context.viewport);
-        const Size room{lengths.optionalX("width").value_or(context.viewport.width),
-                        lengths.optionalY("height").value_or(context.viewport.height)};
+    void readNestedViewport(const Properties& properties, Context context) {
+        Lengths lengths(properties, context.inherited.viewport);
+        if (isSwitchedOff(lengths))
+            return;
+        const Size room{lengths.optionalX("width").value_or(context.inherited.viewport.width),
+                        lengths.optionalY("height").value_or(context.inherited.viewport.height)};
         const Affine corner = Affine::translation(lengths.x("x"), lengths.y("y"));
-        const std::optional<Affine> view = viewTransform(node, room);
+        const std::optional<View> view = viewOf(properties.node(), room);
         if (!view || !lengths.areSound()) {
-            omit("svg without a view", node);
+            omit("svg without a view", properties.node());
             return;
         }
-        context.transform = context.transform * corner * *view;
-        const std::optional<ViewBox> viewBox = viewBoxOf(node);
-        context.viewport = viewBox ? viewBox->size : room;
-        pushChildren(node, context);
-    }
-
-    // Returns the map from the contents of `node`, a svg or symbol, to `room`. Returns the identity if there
-    // is no view box. Returns nothing if the view box or the room has no area: the element then shows
-    // nothing.
-    std::optional<Affine> viewTransform(xml_node node, Size room) const {
-        const std::optional<ViewBox> viewBox = viewBoxOf(node);
-        if (!viewBox)
-            return Affine();
-        const bool hasArea =
-            viewBox->size.width > 0 && viewBox->size.height > 0 && room.width > 0 && room.height > 0;
-        if (!hasArea)
-            return std::nullopt;
-        return fitted(*viewBox, room, node.attribute("preserveAspectRatio").value());
+        context.transform = context.transform * corner * view->transform;
+        context.inherited.viewport = view->viewport;
+        pushChildren(properties.node(), context);
     }
 
     // Reads only the first child without requirements. The other children of a switch are not shown.
@@ -464,76 +466,112 @@ private:
             const bool isPlain = child.attribute("requiredExtensions").empty() &&
                                  child.attribute("requiredFeatures").empty() &&
                                  child.attribute("systemLanguage").empty();
-            if (child.type() == pugi::node_element && isPlain && !typeOf(child).empty()) {
+            if (isPlain && !mDocument.typeOf(child).empty()) {
                 mPending.push_back({child, context});
                 return;
             }
         }
     }
 
-    void readUse(xml_node node, const Context& context) {
-        const std::string_view link = linkOf(node);
-        const auto found = link.substr(0, 1) == "#" ? mById.find(link.substr(1)) : mById.end();
-        if (found == mById.end()) {
+    void readUse(const Properties& properties, const Context& context) {
+        const xml_node node = properties.node();
+        const xml_node target = mDocument.targetOf(node);
+        if (!target) {
             omit("use of a missing element", node);
             return;
         }
-        if (!context.isVisible)
+        Lengths lengths(properties, context.inherited.viewport);
+        if (isSwitchedOff(lengths) || (!context.inherited.isVisible && !mDependence.isSeenInHidden(target)))
             return;
-        const xml_node target = found->second;
-        Lengths lengths(node, context.viewport);
+        if (isInside(target)) {
+            omit("use inside itself", node);
+            return;
+        }
         const Affine corner = Affine::translation(lengths.x("x"), lengths.y("y"));
-        const std::optional<Affine> view = insertedView(target, lengths, context.viewport);
+        const std::optional<View> view = insertedView(target, lengths, context.inherited.viewport);
         if (!view || !lengths.areSound()) {
             omit("broken use", node);
             return;
         }
-        const std::size_t block = blockOf(target); // may move the blocks, so this comes before contents()
-        contents().push_back(Insert{block, context.transform * corner * *view,
-                                    printable(node.attribute("id").value()), lineOf(node)});
+        const Inherited inherited{view->viewport, context.inherited.isVisible};
+        const std::size_t block = blockOf({target, inherited, mBlock});
+        add(Insert{block, context.transform * corner * view->transform, nameOf(properties),
+                   mDocument.lineOf(node)});
     }
 
-    // Returns the map that fits the target of a use into the room of the use. Returns nothing if the target
+    // Returns the view of the target of a use, whose lengths are `lengths`. Returns nothing if the target
     // then shows nothing.
-    std::optional<Affine> insertedView(xml_node target, Lengths& lengths, Size viewport) const {
-        const std::string_view type = typeOf(target);
+    std::optional<View> insertedView(xml_node target, Lengths& lengths, Size viewport) const {
+        const std::string_view type = mDocument.typeOf(target);
         if (type != "svg" && type != "symbol")
-            return Affine();
-        Lengths own(target, viewport);
+            return View{Affine(), viewport};
+        const Properties properties(target);
+        Lengths own(properties, viewport);
         const std::optional<double> width = lengths.optionalX("width");
         const std::optional<double> height = lengths.optionalY("height");
         const Size room{width ? *width : own.optionalX("width").value_or(viewport.width),
                         height ? *height : own.optionalY("height").value_or(viewport.height)};
-        return viewTransform(target, room);
+        const std::optional<Affine> transform = transformOf(properties);
+        std::optional<View> view = viewOf(target, room);
+        if (!view || !transform)
+            return std::nullopt;
+        view->transform = *transform * Affine::translation(own.x("x"), own.y("y")) * view->transform;
+        return view;
     }
 
     // ---- results
 
-    std::vector<std::variant<Shape, Insert>>& contents() { return mScene.blocks[mBlock].contents; }
-    void omit(const std::string& what, xml_node node) { mScene.omit(printable(what), lineOf(node)); }
+    static std::string nameOf(const Properties& properties) {
+        return printable(properties.node().attribute("id").value());
+    }
 
-    const std::string& mText;
+    // Reading a block may move all of them, so this is the only place that takes a reference to one.
+    void add(std::variant<Shape, Insert> content) {
+        if (++mCount > mMostContents)
+            throw DrawingError(mName + ": the drawing has more than " + std::to_string(mMostContents) +
+                               " entities and references");
+        mScene.blocks[mBlock].contents.push_back(std::move(content));
+    }
+
+    void omit(const std::string& what, xml_node node) {
+        mScene.omit(printable(what), mDocument.lineOf(node));
+    }
+
+    using Variants = std::map<std::tuple<double, double, bool>, std::size_t>; // indices in mTargets
+
     const std::string& mName;
-    std::vector<std::ptrdiff_t> mLineBegins;
-    pugi::xml_document mDocument;
-    xml_node mRoot;
-    std::unordered_set<std::string_view> mPrefixes;
-    std::unordered_map<std::string_view, xml_node> mById;
-    std::unordered_map<const void*, std::size_t> mBlocks; // index in mTargets, by target element
-    std::vector<xml_node> mTargets;                       // one for each block
+    Interrupt* mInterrupt; // may be null
+    std::size_t mMostContents;
+    const SvgDocument mDocument;
+    const SvgDependence mDependence;
+    std::unordered_map<const void*, Variants> mBlocks; // by the target element
+    std::vector<Target> mTargets;                      // one for each block
     std::vector<PendingElement> mPending;
+    Size mPageSize;
     std::size_t mBlock = 0; // the block that is being read
+    std::size_t mCount = 0; // of the contents of all blocks
     Scene mScene;
 };
 
-std::string contentsOf(const std::string& file) {
+std::string contentsOf(const std::string& file, Interrupt* interrupt, std::size_t mostBytes) {
     std::error_code failure;
     if (std::filesystem::is_directory(file, failure))
         throw DrawingError(file + ": is a directory");
     std::ifstream in(file, std::ios::binary);
     if (!in)
         throw DrawingError(file + ": cannot be read: " + std::strerror(errno));
-    return std::string(std::istreambuf_iterator<char>(in), {});
+    // The file may be a device or a pipe that never ends, so its size is not asked.
+    std::string contents;
+    std::vector<char> piece(std::size_t{1} << 16);
+    do {
+        in.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+        contents.append(piece.data(), static_cast<std::size_t>(in.gcount()));
+        if (contents.size() > mostBytes)
+            throw DrawingError(file + ": has more than " + std::to_string(mostBytes) + " bytes");
+        if (interrupt)
+            interrupt->check();
+    } while (in);
+    return contents;
 }
 
 } // namespace
@@ -542,12 +580,13 @@ bool isShapeType(const std::string& name) {
     return kShapes.count(name) > 0;
 }
 
-Scene readSvg(const std::string& file) {
-    return parseSvg(contentsOf(file), file);
+Scene readSvg(const std::string& file, Interrupt* interrupt, const DrawingLimits& limits) {
+    return parseSvg(contentsOf(file, interrupt, limits.bytes), file, interrupt, limits);
 }
 
-Scene parseSvg(const std::string& text, const std::string& name) {
-    return Reader(text, name).read();
+Scene parseSvg(const std::string& text, const std::string& name, Interrupt* interrupt,
+               const DrawingLimits& limits) {
+    return Reader(text, name, interrupt, limits.contents).read();
 }
 
 } // namespace picker

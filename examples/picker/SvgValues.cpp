@@ -46,6 +46,71 @@ std::optional<Affine> transformFunction(std::string_view name, const std::vector
     return std::nullopt;
 }
 
+// The functions of CSS that SVG does not have, or has with other arguments.
+std::optional<Affine> styleTransformFunction(std::string_view name, const std::vector<double>& v) {
+    const std::size_t count = v.size();
+    if (name == "translateX" && count == 1)
+        return Affine::translation(v[0], 0);
+    if (name == "translateY" && count == 1)
+        return Affine::translation(0, v[0]);
+    if (name == "scaleX" && count == 1)
+        return Affine::scaling(v[0], 1);
+    if (name == "scaleY" && count == 1)
+        return Affine::scaling(1, v[0]);
+    if (name == "skew" && (count == 1 || count == 2)) {
+        const double y = count == 2 ? Affine::skewY(v[1]).b : 0;
+        return Affine{1, y, Affine::skewX(v[0]).c, 1, 0, 0};
+    }
+    if (name == "rotate" && count != 1)
+        return std::nullopt;
+    return transformFunction(name, v);
+}
+
+// Returns an argument of a CSS transform function: a number, a length in user units or an angle in degrees.
+std::optional<double> styleArgument(ValueScanner& scanner) {
+    constexpr Unit kAngles[] = {
+        {"deg", 1}, {"rad", 180 / 3.14159265358979323846}, {"grad", 0.9}, {"turn", 360}};
+    const std::optional<double> number = scanner.number();
+    if (!number)
+        return std::nullopt;
+    const std::string_view rest = scanner.rest();
+    if (rest.empty() || !isLetter(rest.front()))
+        return number;
+    const std::string_view name = scanner.word();
+    for (const Unit& unit : kAngles) {
+        if (unit.name == name)
+            return *number * unit.userUnits;
+    }
+    for (const Unit& unit : kUnits) {
+        if (unit.name == name)
+            return *number * unit.userUnits;
+    }
+    return std::nullopt;
+}
+
+// Returns the compound map of a sequence of functions. argument(scanner) reads one argument, and
+// function(name, arguments) returns its map.
+template <class Argument, class Function>
+std::optional<Affine> compoundOf(std::string_view text, Argument argument, Function function) {
+    Affine compound;
+    ValueScanner scanner(text);
+    while (!scanner.atEnd()) {
+        const std::string_view name = scanner.word();
+        if (!scanner.accept('('))
+            return std::nullopt;
+        std::vector<double> values;
+        while (const std::optional<double> value = argument(scanner))
+            values.push_back(*value);
+        if (!scanner.accept(')'))
+            return std::nullopt;
+        const std::optional<Affine> next = function(name, values);
+        if (!next)
+            return std::nullopt;
+        compound = compound * *next;
+    }
+    return compound;
+}
+
 // Draws path data. A command letter may have several sets of arguments, and each set draws one segment.
 class PathDrawer {
 public:
@@ -269,23 +334,12 @@ std::optional<double> parseLength(std::string_view text, double whole) {
 }
 
 std::optional<Affine> parseTransform(std::string_view text) {
-    Affine compound;
-    ValueScanner scanner(text);
-    while (!scanner.atEnd()) {
-        const std::string_view name = scanner.word();
-        if (!scanner.accept('('))
-            return std::nullopt;
-        std::vector<double> values;
-        while (const std::optional<double> value = scanner.number())
-            values.push_back(*value);
-        if (!scanner.accept(')'))
-            return std::nullopt;
-        const std::optional<Affine> next = transformFunction(name, values);
-        if (!next)
-            return std::nullopt;
-        compound = compound * *next;
-    }
-    return compound;
+    return compoundOf(
+        text, [](ValueScanner& scanner) { return scanner.number(); }, transformFunction);
+}
+
+std::optional<Affine> parseStyleTransform(std::string_view text) {
+    return text == "none" ? Affine() : compoundOf(text, styleArgument, styleTransformFunction);
 }
 
 std::optional<std::vector<double>> parseNumbers(std::string_view text) {

@@ -43,6 +43,10 @@ std::optional<double> parseLength(std::string_view text, double whole);
 // text is malformed.
 std::optional<Affine> parseTransform(std::string_view text);
 
+// Does the same for the CSS property `transform`, such as "translate(3px, 4px) rotate(30deg)" or "none".
+// Percentages and the functions of three dimensions count as malformed.
+std::optional<Affine> parseStyleTransform(std::string_view text);
+
 // Returns the numbers of a list. Returns nothing if the text has anything but numbers.
 std::optional<std::vector<double>> parseNumbers(std::string_view text);
 

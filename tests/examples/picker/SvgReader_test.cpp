@@ -268,6 +268,202 @@ TEST(SvgReader, NestingHasNoLimit) {
     EXPECT_EQ(sceneOf(uses).blocks.size(), kDepth + 2u);
 }
 
+// ---- what elements take from those around them, also through a use
+
+TEST(SvgReader, UsedDrawingKeepsItsOwnPlace) {
+    const Scene scene = sceneOf("<defs><svg id='s' x='7' y='8' width='10' height='10'>"
+                                "<rect width='10' height='10'/></svg></defs><use href='#s' x='20' y='30'/>");
+    expectBox(placedBox(scene), {27, 38}, {37, 48});
+}
+
+TEST(SvgReader, UsedSymbolKeepsItsOwnPlace) {
+    const Scene scene = sceneOf("<symbol id='s' x='7' y='8'><rect width='10' height='10'/></symbol>"
+                                "<use href='#s' x='20' y='30'/>");
+    expectBox(placedBox(scene), {27, 38}, {37, 48});
+}
+
+TEST(SvgReader, PercentagesInAUsedShapeReferToTheViewportOfTheUse) {
+    const Scene scene = sceneOf("<defs><rect id='r' width='50%' height='50%'/></defs>"
+                                "<svg width='40' height='20'><use href='#r'/></svg><use href='#r'/>");
+    ASSERT_EQ(scene.blocks.size(), 3u);
+    expectBox(shapeAt(scene, 0, insertAt(scene, 0).block).outline.box(), {0, 0}, {20, 10});
+    expectBox(shapeAt(scene, 0, insertAt(scene, 1).block).outline.box(), {0, 0}, {50, 50});
+}
+
+TEST(SvgReader, PercentagesInAUsedSymbolReferToTheSizeOfTheUse) {
+    const Scene scene = sceneOf("<symbol id='s'><rect width='50%' height='50%'/></symbol>"
+                                "<use href='#s' width='40' height='20'/>");
+    expectBox(placedBox(scene), {0, 0}, {20, 10});
+}
+
+TEST(SvgReader, PercentagesOfAViewBoxNeedNoFurtherBlock) {
+    const Scene scene = sceneOf("<symbol id='s' viewBox='0 0 10 10'><rect width='50%' height='50%'/></symbol>"
+                                "<svg width='40' height='20'><use href='#s' width='5' height='5'/></svg>"
+                                "<use href='#s' width='9' height='9'/>");
+    EXPECT_EQ(scene.blocks.size(), 2u);
+}
+
+TEST(SvgReader, BlocksWithoutPercentagesAreSharedByAllViewports) {
+    const Scene scene = sceneOf("<defs><rect id='r' width='5' height='5'/></defs>"
+                                "<svg width='40' height='20'><use href='#r'/></svg><use href='#r'/>");
+    EXPECT_EQ(scene.blocks.size(), 2u);
+}
+
+TEST(SvgReader, ADrawingThatShrinksInsideItselfIsCut) {
+    const Scene scene = sceneOf("<svg id='s' width='50%' height='50%'><line x2='100%'/>"
+                                "<use href='#s'/><use href='#s'/></svg>");
+    EXPECT_FALSE(scene.blocks[0].contents.empty());
+    EXPECT_EQ(scene.omissions.at(0).what, "use inside itself");
+    EXPECT_LE(scene.blocks.size(), 3u);
+}
+
+TEST(SvgReader, VisibilityOfTheWholeDrawingIsInherited) {
+    const Scene scene = sceneOf("<line x2='1'/><line x2='2' visibility='visible'/>", "visibility='hidden'");
+    ASSERT_EQ(scene.blocks[0].contents.size(), 1u);
+    EXPECT_EQ(shapeAt(scene, 0).outline.box().high.x, 2);
+}
+
+TEST(SvgReader, VisibilityOfAUsedSymbolIsInherited) {
+    const Scene scene =
+        sceneOf("<symbol id='s' visibility='hidden'><line x2='1'/><line x2='2' visibility='visible'/>"
+                "</symbol><use href='#s'/>");
+    ASSERT_EQ(scene.blocks[1].contents.size(), 1u);
+    EXPECT_EQ(shapeAt(scene, 0, 1).outline.box().high.x, 2);
+}
+
+TEST(SvgReader, VisibleChildrenOfAHiddenUseAreDrawn) {
+    const Scene scene = sceneOf("<defs><g id='g'><line x2='1'/><line x2='2' visibility='visible'/></g></defs>"
+                                "<use href='#g' visibility='hidden'/><use href='#g'/>");
+    ASSERT_EQ(scene.blocks.size(), 3u);
+    EXPECT_EQ(scene.blocks[insertAt(scene, 0).block].contents.size(), 1u);
+    EXPECT_EQ(scene.blocks[insertAt(scene, 1).block].contents.size(), 2u);
+}
+
+TEST(SvgReader, AHiddenUseOfWhatIsNotVisibleIsNone) {
+    const Scene scene = sceneOf("<defs><line id='l' x2='1'/></defs><use href='#l' visibility='hidden'/>");
+    EXPECT_TRUE(scene.blocks[0].contents.empty());
+    EXPECT_EQ(scene.blocks.size(), 1u);
+}
+
+TEST(SvgReader, AUsedDrawingThatIsNotDisplayedShowsNothing) {
+    const Scene scene =
+        sceneOf("<defs><svg id='s' display='none'><line x2='1'/></svg></defs><use href='#s'/>");
+    EXPECT_TRUE(scene.blocks.at(1).contents.empty());
+}
+
+TEST(SvgReader, ADrawingThatIsNotDisplayedHasNothing) {
+    EXPECT_TRUE(sceneOf("<line x2='1'/>", "display='none'").blocks[0].contents.empty());
+}
+
+TEST(SvgReader, AUsedSymbolIsDisplayed) {
+    const Scene scene = sceneOf("<symbol id='s' display='none'><line x2='1'/></symbol><use href='#s'/>");
+    EXPECT_EQ(scene.blocks.at(1).contents.size(), 1u);
+}
+
+TEST(SvgReader, AUseOrViewportWithoutWidthOrHeightIsNone) {
+    const Scene scene = sceneOf("<symbol id='s'><line x2='1'/></symbol><use href='#s' width='0'/>"
+                                "<use href='#s' height='0' width='5'/><svg width='0'><line x2='1'/></svg>");
+    EXPECT_TRUE(scene.blocks[0].contents.empty());
+    EXPECT_TRUE(scene.omissions.empty());
+}
+
+// ---- styles
+
+TEST(SvgReader, TransformsInStylesCount) {
+    const Scene scene = sceneOf("<line x2='1' style='transform: translate(3px, 4px) scale(2)'/>");
+    expectBox(shapeAt(scene, 0).outline.box(), {3, 4}, {5, 4});
+}
+
+TEST(SvgReader, TransformsInStylesReplaceTheAttribute) {
+    const Scene scene = sceneOf("<line x2='1' style='transform:none' transform='scale(9)'/>");
+    expectBox(shapeAt(scene, 0).outline.box(), {0, 0}, {1, 0});
+}
+
+TEST(SvgReader, PlacesAndSizesInStylesCount) {
+    const Scene scene = sceneOf("<rect width='1' height='1' style='x:3px;y:4px;width:10%'/>"
+                                "<defs><line id='l' x2='1'/></defs><use href='#l' style='x: 5px' x='9'/>");
+    expectBox(shapeAt(scene, 0).outline.box(), {3, 4}, {13, 5});
+    EXPECT_EQ(insertAt(scene, 1).placement.e, 5);
+}
+
+TEST(SvgReader, CommentsInStylesHideNothing) {
+    EXPECT_TRUE(
+        sceneOf("<line x2='1' style='/* ; */fill:red;/*a*/display:none'/>").blocks[0].contents.empty());
+    EXPECT_EQ(sceneOf("<line x2='1' style='/*display:none*/'/>").blocks[0].contents.size(), 1u);
+}
+
+TEST(SvgReader, CountsAPathInAStyle) {
+    const Scene scene = sceneOf("<path d='M0 0h1' style='d:path(\"M0 0h5\")'/>");
+    EXPECT_THAT(omissionsOf(scene), testing::ElementsAre("1 path in a style"));
+}
+
+TEST(SvgReader, CountsStyleSheetsThatSayWhatIsDrawn) {
+    const Scene scene = sceneOf("<style>g{display:none} line{fill:red}</style><style>a{fill:red}</style>"
+                                "<style><![CDATA[@import 'x.css';]]></style>");
+    EXPECT_THAT(omissionsOf(scene),
+                testing::ElementsAre("1 style sheet with display", "1 style sheet with @import"));
+}
+
+TEST(SvgReader, CountsStyleSheetsOfOtherFiles) {
+    const Scene scene = parseSvg("<?xml-stylesheet href='a.css'?><svg><line x2='1'/></svg>", "x");
+    EXPECT_THAT(omissionsOf(scene), testing::ElementsAre("1 style sheet of another file"));
+}
+
+TEST(SvgReader, CountsATransformOfTheWholeDrawing) {
+    EXPECT_THAT(omissionsOf(sceneOf("<line x2='1'/>", "transform='scale(2)'")),
+                testing::ElementsAre("1 transform of the whole drawing"));
+}
+
+// ---- names and entities of XML
+
+TEST(SvgReader, ElementsOfOtherNamespacesAreNotDrawn) {
+    const Scene scene = sceneOf("<line xmlns='urn:other' x2='1'/><g xmlns='urn:other'><line x2='2'/></g>"
+                                "<x:line xmlns:x='urn:other' x2='3'/><line x2='4'/>");
+    ASSERT_EQ(scene.blocks[0].contents.size(), 1u);
+    EXPECT_EQ(shapeAt(scene, 0).outline.box().high.x, 4);
+    EXPECT_TRUE(scene.omissions.empty());
+}
+
+TEST(SvgReader, PrefixesMayBeDeclaredAnywhere) {
+    const Scene scene = sceneOf("<p:line xmlns:p='http://www.w3.org/2000/svg' x2='1'/>"
+                                "<g xmlns:p='urn:other'><p:line x2='2'/></g><p:line x2='3'/>");
+    ASSERT_EQ(scene.blocks[0].contents.size(), 1u);
+    EXPECT_EQ(shapeAt(scene, 0).outline.box().high.x, 1);
+}
+
+TEST(SvgReader, LinksMayHaveAnyPrefixOfTheirNamespace) {
+    const Scene scene = sceneOf("<defs><line id='l' x2='1'/></defs>"
+                                "<use xmlns:k='http://www.w3.org/1999/xlink' k:href='#l'/>"
+                                "<use xmlns:n='urn:other' n:href='#l'/>");
+    EXPECT_EQ(scene.blocks[0].contents.size(), 1u);
+    EXPECT_THAT(omissionsOf(scene), testing::ElementsAre("1 use of a missing element"));
+}
+
+TEST(SvgReader, EntitiesOfTheFileAreReplacedInAttributes) {
+    const Scene scene =
+        parseSvg("<!DOCTYPE svg [ <!-- <!ENTITY st 'none'> --> <!ENTITY ns \"http://www.w3.org/2000/svg\">"
+                 "<!ENTITY n '9'><!ENTITY n '1'><!ENTITY st 'display:inline;width:&n;px'> ]>"
+                 "<svg xmlns='&ns;'><rect style='&st;' width='1' height='1'/><rect id='a&amp;&x;b'/></svg>",
+                 "x");
+    ASSERT_EQ(scene.blocks[0].contents.size(), 1u);
+    EXPECT_EQ(shapeAt(scene, 0).outline.box().high.x, 9);
+}
+
+TEST(SvgReader, RefusesEntitiesThatStandForThemselvesOrForTooMuch) {
+    EXPECT_THAT(errorOf("<!DOCTYPE svg [<!ENTITY a '&a;'>]><svg id='&a;'/>"),
+                HasSubstr("entities stand for"));
+    std::string entities = "<!ENTITY e0 'lol'>";
+    for (int i = 1; i < 15; ++i) {
+        const std::string before = "&e" + std::to_string(i - 1) + ";";
+        entities += "<!ENTITY e" + std::to_string(i) + " '";
+        for (int k = 0; k < 10; ++k)
+            entities += before;
+        entities += "'>";
+    }
+    EXPECT_THAT(errorOf("<!DOCTYPE svg [" + entities + "]><svg id='&e14;'/>"),
+                HasSubstr("entities stand for"));
+}
+
 // ---- what is not drawn
 
 TEST(SvgReader, CountsElementsItCannotDraw) {
@@ -351,4 +547,37 @@ TEST(SvgReader, NamesTheFileThatCannotBeRead) {
         EXPECT_THAT(error.what(), HasSubstr("/no/such/plan.svg: cannot be read: "));
     }
     EXPECT_THROW(readSvg("/"), DrawingError);
+}
+
+// ---- limits
+
+TEST(SvgReader, RefusesInputWithoutAnEnd) {
+    DrawingLimits limits;
+    limits.bytes = 1'000'000;
+    try {
+        readSvg("/dev/zero", nullptr, limits);
+        FAIL() << "no error";
+    } catch (const DrawingError& error) {
+        EXPECT_STREQ(error.what(), "/dev/zero: has more than 1000000 bytes");
+    }
+}
+
+TEST(SvgReader, RefusesDrawingsWithTooManyEntities) {
+    // Every level shows the one before it in two viewports, so each needs twice as many blocks.
+    std::string elements = "<defs><rect id='n0' width='50%' height='50%'/></defs>";
+    for (int i = 1; i <= 40; ++i) {
+        const std::string use = "<use href='#n" + std::to_string(i - 1) + "'/>";
+        elements += "<defs><g id='n" + std::to_string(i) + "'><svg width='90%' height='50%'>" + use +
+                    "</svg><svg width='80%' height='50%'>" + use + "</svg></g></defs>";
+    }
+    DrawingLimits limits;
+    limits.contents = 10'000;
+    const std::string text =
+        "<svg xmlns='http://www.w3.org/2000/svg'>" + elements + "<use href='#n40'/></svg>";
+    try {
+        parseSvg(text, "deep.svg", nullptr, limits);
+        FAIL() << "no error";
+    } catch (const DrawingError& error) {
+        EXPECT_STREQ(error.what(), "deep.svg: the drawing has more than 10000 entities and references");
+    }
 }

@@ -186,3 +186,30 @@ TEST(Points, OddNumberIsAnErrorBehindTheWholePairs) {
     EXPECT_FALSE(drawPoints("0,0 10,0 10", outline));
     EXPECT_EQ(outline.segments().size(), 1u);
 }
+
+TEST(ParseStyleTransform, KnowsUnits) {
+    const std::optional<Affine> map = parseStyleTransform("translate(1in, 2px) rotate(0.25turn)");
+    ASSERT_TRUE(map);
+    EXPECT_NEAR(map->e, 96, 1e-9);
+    EXPECT_NEAR(map->f, 2, 1e-9);
+    EXPECT_NEAR(map->b, 1, 1e-9);
+}
+
+TEST(ParseStyleTransform, KnowsTheFunctionsOfStyles) {
+    EXPECT_EQ(parseStyleTransform("translateX(3px)")->e, 3);
+    EXPECT_EQ(parseStyleTransform("translateY(3px)")->f, 3);
+    EXPECT_EQ(parseStyleTransform("scaleX(3)")->a, 3);
+    EXPECT_EQ(parseStyleTransform("scaleY(3)")->d, 3);
+    EXPECT_NEAR(parseStyleTransform("skew(45deg, 0)")->c, 1, 1e-9);
+    EXPECT_NEAR(parseStyleTransform("skew(0rad, 45deg)")->b, 1, 1e-9);
+}
+
+TEST(ParseStyleTransform, NoneIsNoTransform) {
+    EXPECT_EQ(parseStyleTransform("none")->a, 1);
+}
+
+TEST(ParseStyleTransform, RefusesWhatThePlaneDoesNotHave) {
+    for (const char* text : {"translate(10%)", "translate3d(1px,2px,3px)", "rotate(1deg 2 3)", "spin(1)",
+                             "translate(1zz)", "inherit"})
+        EXPECT_FALSE(parseStyleTransform(text)) << text;
+}

@@ -126,16 +126,33 @@ std::string pathText(const Drawing& drawing, const kvinmemory::BookVector<GxDbOb
     return text;
 }
 
-// Returns the value of a style attribute. An attribute such as stroke would be weaker: the style sheet of the
-// file could override it.
+// What the group and its elements set, so that nothing of the file's own styles hides them: neither what they
+// would inherit nor a style sheet, whose rules are weaker than an important declaration.
+constexpr const char* kSeen[] = {"display:inline", "visibility:visible", "opacity:1", "mix-blend-mode:normal",
+                                 "filter:none",    "clip-path:none",     "mask:none", "transform:none"};
+constexpr const char* kLine[] = {"fill:none",
+                                 "stroke:#ff1f8f",
+                                 "stroke-opacity:1",
+                                 "stroke-dasharray:none",
+                                 "stroke-linecap:round",
+                                 "stroke-linejoin:round",
+                                 "vector-effect:none",
+                                 "marker:none"};
+
+template <std::size_t N>
+std::string important(const char* const (&declarations)[N]) {
+    std::string text;
+    for (const char* declaration : declarations)
+        text += std::string(declaration) + "!important;";
+    return text;
+}
+
+// Returns the value of the style attribute of the group's elements.
 std::string styleFor(const Box& page) {
     const double size = std::max(page.high.x - page.low.x, page.high.y - page.low.y);
-    char text[200];
-    (void)std::snprintf(text, sizeof text,
-                        "fill:none;stroke:#ff1f8f;stroke-width:%.4g;stroke-linecap:round;"
-                        "stroke-linejoin:round",
-                        size / 250);
-    return text;
+    char width[64];
+    (void)std::snprintf(width, sizeof width, "stroke-width:%.4gpx!important", size / 250);
+    return important(kSeen) + important(kLine) + width;
 }
 
 std::string elementOf(const Drawing& drawing, const Highlighted& part, const std::string& style) {
@@ -171,7 +188,8 @@ std::string pictureOf(const Drawing& drawing) {
     if (end == std::string::npos)
         throw std::runtime_error("highlights cannot be added to a file in this encoding");
     const std::string style = styleFor(drawing.page());
-    std::string group = "<g xmlns=\"http://www.w3.org/2000/svg\" id=\"highlight\">\n";
+    std::string group =
+        "<g xmlns=\"http://www.w3.org/2000/svg\" id=\"highlight\" style=\"" + important(kSeen) + "\">\n";
     for (const Highlighted& part : parts)
         group += elementOf(drawing, part, style);
     std::string picture = drawing.source();

@@ -102,7 +102,7 @@ TEST_F(Highlighting, PictureIsTheFileWithOneGroupMore) {
     run("all");
     run("highlight");
     std::string text = picture();
-    const std::size_t begin = text.find(R"(<g xmlns="http://www.w3.org/2000/svg" id="highlight">)");
+    const std::size_t begin = text.find(R"(<g xmlns="http://www.w3.org/2000/svg" id="highlight")");
     const std::size_t end = text.find("</g>\n", begin);
     ASSERT_NE(begin, std::string::npos);
     text.erase(begin, end + 5 - begin);
@@ -334,6 +334,23 @@ TEST(Picture, GroupStandsBeforeTheEndTagWhateverFollows) {
     const std::string picture = pictureOf(session.drawing());
     EXPECT_THAT(highlightsIn(picture), ElementsAre("2 2 -1"));
     EXPECT_EQ(picture.substr(picture.find("</g>")), "</g>\n</svg>\n<!-- </g></svg> -->\n<?a <b?>");
+}
+
+// A declaration of a style sheet, or one that is inherited, must not hide the highlights.
+TEST(Picture, HighlightsSetByThemselvesWhatTheyDependOn) {
+    Session session;
+    session.load(sceneOf("<line x2='9' visibility='visible'/>", "visibility='hidden' stroke-opacity='0'"));
+    session.all();
+    session.highlightAll();
+    const std::string picture = pictureOf(session.drawing());
+    for (const char* declaration : {"display:inline!important;", "visibility:visible!important;"}) {
+        const std::size_t group = picture.find("id=\"highlight\"");
+        EXPECT_LT(picture.find(declaration, group), picture.find("<path", group)) << declaration;
+        EXPECT_NE(picture.find(declaration, picture.find("<path", group)), std::string::npos) << declaration;
+    }
+    for (const char* declaration : {"stroke-opacity:1!important;", "stroke-dasharray:none!important;",
+                                    "transform:none!important;", "opacity:1!important;"})
+        EXPECT_NE(picture.find(declaration, picture.find("data-main")), std::string::npos) << declaration;
 }
 
 TEST(Picture, OfAFileThatTakesNoMoreTextIsAnError) {

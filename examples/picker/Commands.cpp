@@ -49,12 +49,16 @@ std::string sizeOf(const Box& box) {
 }
 
 std::string omissionsLine(const std::vector<Omission>& omissions) {
+    constexpr std::size_t kMostKinds = 12;
     std::string line;
-    for (const Omission& omission : omissions) {
+    for (std::size_t i = 0; i < std::min(omissions.size(), kMostKinds); ++i) {
+        const Omission& omission = omissions[i];
         line += line.empty() ? "not drawn: " : ", ";
-        line += std::to_string(omission.count) + " " + omission.what;
+        line += std::to_string(omission.count) + " " + shortened(omission.what, 60);
         line += " (line " + std::to_string(omission.firstLine) + (omission.count > 1 ? "...)" : ")");
     }
+    if (omissions.size() > kMostKinds)
+        line += ", and " + std::to_string(omissions.size() - kMostKinds) + " kinds more";
     return line;
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <string>
+#include <unordered_map>
 #include <variant>
 #include <vector>
 
@@ -44,9 +45,13 @@ struct Scene {
     std::vector<Omission> omissions;
     Box page;
 
+    // Counts an omission. O(1).
     void omit(const std::string& what, std::size_t line);
-    // Removes the inserts through which a block would contain itself, and fills innermostFirst.
+    // Removes the inserts through which a block would contain itself, and fills innermostFirst. O(contents).
     void untangle();
+
+private:
+    std::unordered_map<std::string, std::size_t> mOmissionPlaces; // in `omissions`, by what is omitted
 };
 
 } // namespace picker

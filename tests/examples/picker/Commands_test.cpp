@@ -184,6 +184,14 @@ TEST_F(CommandLine, InfoTellsWhatIsThereAndWhatIsNot) {
               "not drawn: 1 text (line 1)\n");
 }
 
+TEST_F(CommandLine, InfoNamesSomeKindsOfWhatIsNotThere) {
+    std::string elements;
+    for (int i = 0; i < 15; ++i)
+        elements += "<unknown" + std::to_string(i) + "/>";
+    session.load(kvtest::sceneOf(elements + "<" + std::string(500, 'x') + "/>"));
+    EXPECT_THAT(run("info"), testing::EndsWith("1 unknown11 (line 1), and 4 kinds more\n"));
+}
+
 TEST_F(CommandLine, BlocksListsEachBlock) {
     EXPECT_EQ(run("blocks"), "block          own entities  references  entities shown  size\n"
                              "(the drawing)             1           1               3  20 x 80\n"

@@ -78,3 +78,20 @@ TEST(Scene, UntanglesAHundredThousandLevels) {
     EXPECT_EQ(scene.innermostFirst.front(), 100'000u);
     EXPECT_EQ(scene.omissions.size(), 1u);
 }
+
+TEST(Scene, CutsManyInsertsOfABlockOutOfItself) {
+    Scene scene = sceneOf({std::vector<std::size_t>(400'000, 0)});
+    scene.untangle();
+    EXPECT_TRUE(scene.blocks[0].contents.empty());
+    EXPECT_EQ(scene.omissions.at(0).count, 400'000u);
+}
+
+TEST(Scene, CountsManyKindsOfOmissions) {
+    Scene scene;
+    for (int round = 0; round < 2; ++round) {
+        for (std::size_t i = 0; i < 200'000; ++i)
+            scene.omit(std::to_string(i), i);
+    }
+    EXPECT_EQ(scene.omissions.size(), 200'000u);
+    EXPECT_EQ(scene.omissions.back().count, 2u);
+}

@@ -40,7 +40,7 @@ void BlockDefinition::finish() {
     mTree = BoxTree(boxes);
 }
 
-Drawing::Drawing(const Scene& scene)
+Drawing::Drawing(const Scene& scene, Interrupt* interrupt)
     : mName(scene.name), mSource(scene.source), mPage(scene.page), mOmissions(scene.omissions) {
     // Makes all definitions before it fills any: a reference may refer to any definition.
     std::vector<std::unique_ptr<BlockDefinition>> owned;
@@ -51,7 +51,7 @@ Drawing::Drawing(const Scene& scene)
     }
     for (std::size_t i = 0; i < definitions.size(); ++i) {
         mDatabase.add(std::move(owned[i]));
-        addContents(*definitions[i], scene.blocks[i], definitions);
+        addContents(*definitions[i], scene.blocks[i], definitions, interrupt);
     }
     for (const std::size_t block : scene.innermostFirst)
         definitions[block]->finish();
@@ -59,8 +59,10 @@ Drawing::Drawing(const Scene& scene)
 }
 
 void Drawing::addContents(BlockDefinition& block, const SceneBlock& source,
-                          const std::vector<BlockDefinition*>& definitions) {
+                          const std::vector<BlockDefinition*>& definitions, Interrupt* interrupt) {
     for (const auto& item : source.contents) {
+        if (interrupt)
+            interrupt->check();
         if (const Shape* shape = std::get_if<Shape>(&item)) {
             auto curve = std::make_unique<Curve>(shape->type, shape->outline);
             const Curve* const added = curve.get();

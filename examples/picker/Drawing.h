@@ -6,6 +6,7 @@
 #pragma once
 
 #include "examples/picker/BoxTree.h"
+#include "examples/picker/Interrupt.h"
 #include "examples/picker/Scene.h"
 #include "platform/inmemory/InMemoryDatabase.h"
 
@@ -88,7 +89,8 @@ private:
 
 class Drawing {
 public:
-    explicit Drawing(const Scene& scene);
+    // Throws Cancelled if `interrupt` is not null and requests it.
+    explicit Drawing(const Scene& scene, Interrupt* interrupt = nullptr);
 
     const std::string& name() const { return mName; }
     const std::string& source() const { return mSource; } // the file's text
@@ -112,7 +114,7 @@ public:
 
 private:
     void addContents(BlockDefinition& block, const SceneBlock& source,
-                     const std::vector<BlockDefinition*>& definitions);
+                     const std::vector<BlockDefinition*>& definitions, Interrupt* interrupt);
 
     kvinmemory::Database mDatabase;
     std::string mName;

@@ -35,8 +35,8 @@ Box boxAround(const std::vector<Point>& corners, const Affine& transform) {
 // nested to any depth.
 class Picker::Walk {
 public:
-    Walk(const BlockDefinition& block, const Affine& placement, const Region* region)
-        : mRegion(region), mPlacements{placement} {
+    Walk(const BlockDefinition& block, const Affine& placement, const Region* region, Interrupt* interrupt)
+        : mRegion(region), mInterrupt(interrupt), mPlacements{placement} {
         push(block);
     }
 
@@ -70,6 +70,8 @@ private:
     };
 
     void countStep() {
+        if (mInterrupt)
+            mInterrupt->check();
         if (++mExamined > kMostExamined)
             throw PickError("more than " + std::to_string(kMostExamined) + " entities; pick a smaller part");
     }
@@ -99,6 +101,7 @@ private:
     }
 
     const Region* mRegion;
+    Interrupt* mInterrupt;
     std::vector<Step> mSteps;
     std::vector<Affine> mPlacements; // at each depth, the placement of the current block
     std::size_t mExamined = 0;
@@ -107,6 +110,7 @@ private:
 template <class Visit>
 void Picker::visit(Walk& walk, Visit visitor) {
     Pick pick;
+    mPathIds = 0;
     while (const Curve* curve = walk.next(pick)) {
         visitor(*curve, pick);
         pick.gsMarker = -1;
@@ -117,8 +121,16 @@ void Picker::visit(Walk& walk, Visit visitor) {
 
 template <class Visit>
 void Picker::visitPlaced(const Region* region, Visit visitor) {
-    Walk walk(mDrawing.model(), Affine(), region);
+    Walk walk(mDrawing.model(), Affine(), region, mInterrupt);
     visit(walk, visitor);
+}
+
+void Picker::report(const Pick& pick, const Found& found) {
+    mPathIds += pick.path.size();
+    if (mPathIds > kMostPathIds)
+        throw PickError("more than " + std::to_string(kMostPathIds) +
+                        " ids in the paths of blocks in blocks; pick a smaller part");
+    found(pick);
 }
 
 std::optional<Pick> Picker::nearest(Point p, double aperture) {
@@ -141,7 +153,7 @@ void Picker::window(const Box& box, const Found& found) {
     const Box inside = withRounding(box);
     visitPlaced(&region, [&](const Curve& curve, const Pick& pick) {
         if (isWhollyInside(curve.outline(), pick.placement, inside))
-            found(pick);
+            report(pick, found);
     });
 }
 
@@ -150,7 +162,7 @@ void Picker::crossing(const Box& box, const Found& found) {
     const Box inside = withRounding(box);
     visitPlaced(&region, [&](const Curve& curve, const Pick& pick) {
         if (touches(curve.outline(), pick.placement, inside))
-            found(pick);
+            report(pick, found);
     });
 }
 
@@ -163,16 +175,16 @@ void Picker::fence(const std::vector<Point>& fence, const Found& found) {
         if (!pick.crossing)
             return;
         pick.gsMarker = pick.crossing->segment + 1;
-        found(pick);
+        report(pick, found);
     });
 }
 
 void Picker::all(const Found& found) {
-    visitPlaced(nullptr, [&](const Curve&, const Pick& pick) { found(pick); });
+    visitPlaced(nullptr, [&](const Curve&, const Pick& pick) { report(pick, found); });
 }
 
 void Picker::allIn(const BlockReference& reference, const Affine& placement, const Found& found) {
-    Walk walk(reference.block(), placement * reference.placement(), nullptr);
+    Walk walk(reference.block(), placement * reference.placement(), nullptr, mInterrupt);
     visit(walk, [&](const Curve&, const Pick& pick) { found(pick); });
 }
 

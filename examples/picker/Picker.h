@@ -2,6 +2,7 @@
 #pragma once
 
 #include "examples/picker/Drawing.h"
+#include "examples/picker/Interrupt.h"
 
 #include <cstddef>
 #include <functional>
@@ -39,7 +40,13 @@ public:
     // can process.
     static constexpr std::size_t kMostExamined = 5'000'000;
 
-    explicit Picker(const Drawing& drawing) : mDrawing(drawing) {}
+    // The largest number of ids in the paths of all entities that a pick finds. A chain of nested blocks with
+    // an entity on each level would otherwise take memory by the square of its depth.
+    static constexpr std::size_t kMostPathIds = 20'000'000;
+
+    // If `interrupt` is not null, picks check it, and throw Cancelled if it says so.
+    explicit Picker(const Drawing& drawing, Interrupt* interrupt = nullptr)
+        : mDrawing(drawing), mInterrupt(interrupt) {}
 
     // Returns the entity nearest to the point, if it is within the aperture. If several entities are equally
     // near, returns the one that was drawn last.
@@ -73,8 +80,13 @@ private:
     template <class Visit>
     void visitPlaced(const Region* region, Visit visitor);
 
+    // Calls found(pick), and counts the ids of its path.
+    void report(const Pick& pick, const Found& found);
+
     const Drawing& mDrawing;
+    Interrupt* mInterrupt;
     std::size_t mExamined = 0;
+    std::size_t mPathIds = 0;
 };
 
 } // namespace picker

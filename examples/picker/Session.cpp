@@ -1,10 +1,14 @@
 #include "examples/picker/Session.h"
 
 #include "aids/Inspect.h"
+#include "aids/Items.h"
+#include "aids/Reclaim.h"
+#include "aids/Schemes.h"
 #include "examples/picker/SvgReader.h"
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace picker {
 namespace {
@@ -36,70 +40,28 @@ GxapSSetWriteAccessor& accessorOf(GxapSelectSet& set) {
     return static_cast<GxapSSetWriteAccessor&>(set);
 }
 
-// Keeps the highlights right while an edit may copy records. An entity counts one highlight for each record
-// that highlights a part of it. If an edit copies records, the originals belong to another set and stay
-// highlighted. showCopies() then highlights the parts of the copies, too.
-class CopyWatch {
-public:
-    explicit CopyWatch(const GxapSelectSet& set) : CopyWatch(set, {set.sharedData}) {}
-    // If the set has one of the data `known` after the edit, the edit has made no copies.
-    CopyWatch(const GxapSelectSet& set, std::vector<const GxapSelectSet::SSetData*> known)
-        : mSet(set), mKnown(std::move(known)) {}
-
-    void showCopies() const {
-        if (std::find(mKnown.begin(), mKnown.end(), mSet.sharedData) == mKnown.end())
-            mSet.draw(false, true);
-    }
-
-private:
-    const GxapSelectSet& mSet;
-    std::vector<const GxapSelectSet::SSetData*> mKnown;
-};
-
-// Makes the set's data private, for edits of its records.
-GxapSSetWriteAccessor& unshared(GxapSelectSet& set) {
-    const CopyWatch watch(set);
-    accessorOf(set).writeData();
-    watch.showCopies();
-    return accessorOf(set);
-}
-
-void showRecord(const selected_entity& record, bool on) {
-    if (record.highlightSegmentArray)
-        gxutEntityGxDbFullPathHighlight(record.mainEntId, record.highlightSegmentArray, false, on);
-}
-
-// Turns off the highlights of records that an edit of private data has removed. Destroys the records, and
-// returns their number.
-std::uint32_t release(const kv::Records& removed) {
-    for (const kv::Record& record : removed)
-        showRecord(*record, false);
+std::uint32_t countOf(const kv::Records& removed) {
     return static_cast<std::uint32_t>(removed.size());
 }
 
-std::uint32_t release(const kv::Record& removed) {
-    if (removed)
-        showRecord(*removed, false);
-    return removed ? 1 : 0;
-}
-
-bool hasAny(const GxapSelectSet& set, const std::function<bool(const selected_entity&)>& isWanted) {
+bool hasHighlights(const GxapSelectSet& set) {
     const kv::ItemRange range = kv::items(set);
-    return std::any_of(range.begin(), range.end(), isWanted);
+    return std::any_of(range.begin(), range.end(),
+                       [](const selected_entity& item) { return item.highlightSegmentArray != nullptr; });
 }
 
-// Turns the highlights of a set off, before its records are destroyed. Does nothing if another set shares the
-// records: they then stay, with their highlights.
-void darken(const GxapSelectSet& set) {
-    if (set.sharedData && set.sharedData->refCount < 2)
-        set.draw(false, false);
-}
-
-void replace(GxapSelectSet& set, const GxapSelectSet& by) {
-    if (set.sharedData == by.sharedData)
+// Makes an item highlight its edges if it has any, and its whole path otherwise.
+void setHighlights(GxapSSetWriteAccessor& edit, GxapSelectSet::Iterator& it) {
+    edit.setHighlightSegment(it, nullptr);
+    const selected_entity& record = *it.get();
+    if (!record.hasSubselPaths) {
+        const GxDbFullSubentPath whole = partOf(pathOf(record), kWholePart, it.gsMarker());
+        edit.setHighlightSegment(it, &whole);
         return;
-    darken(set);
-    set = by;
+    }
+    const KvVector<GxDbFullSubentPath*>& edges = *record.subselPathArray;
+    for (int i = 0; i < edges.logicalLength(); ++i)
+        edit.setHighlightSegment(it, edges.at(i));
 }
 
 // Excludes the items whose main entity in the drawing does not match the filter.
@@ -126,16 +88,6 @@ private:
     std::uint32_t mMatched = 0;
 };
 
-GxDbFullSubentPath partOf(const std::vector<GxDbObjectId>& ids, std::int32_t type, long index) {
-    GxDbFullSubentPath path;
-    path.objectIds().setLogicalLength(static_cast<int>(ids.size()));
-    for (std::size_t i = 0; i < ids.size(); ++i)
-        path.objectIds().at(static_cast<int>(i)) = ids[i];
-    path.subentId().type = type;
-    path.subentId().index = index;
-    return path;
-}
-
 bool hasSegment(const GxapSelectSet::ConstIterator& it, const GxDbFullSubentPath& path) {
     const KvVector<GxDbFullSubentPath*>* segments = it.highlightSegmentArray();
     for (int i = 0; segments && i < segments->logicalLength(); ++i) {
@@ -153,7 +105,79 @@ KvVector<GxDbObjectId> toVector(const std::vector<GxDbObjectId>& path) {
     return ids;
 }
 
+using Paths = std::set<std::vector<GxDbObjectId>>;
+
+// Adds the paths of ids of an item: that of its entity, or those of its edges.
+void addPaths(const selected_entity& item, Paths& paths) {
+    if (!item.hasSubselPaths) {
+        paths.insert(pathOf(item));
+        return;
+    }
+    const KvVector<GxDbFullSubentPath*>& edges = *item.subselPathArray;
+    for (int i = 0; i < edges.logicalLength(); ++i) {
+        const kvinmemory::PathContents path = kvinmemory::contentsOf(*edges.at(i));
+        paths.insert({path.ids.begin(), path.ids.end()});
+    }
+}
+
+// Returns whether the paths have this path, or one of a reference around its entity.
+bool isCovered(const std::vector<GxDbObjectId>& path, const Paths& paths) {
+    std::vector<GxDbObjectId> outer;
+    return std::any_of(path.begin(), path.end(), [&](GxDbObjectId id) {
+        outer.push_back(id);
+        return paths.count(outer) > 0;
+    });
+}
+
 } // namespace
+
+// Sets as they are before an edit. Their data is shared until the edit changes it.
+class Session::Before {
+public:
+    Before(Session& session, const std::vector<std::string>& names) : mSession(session) {
+        for (const std::string& name : names) {
+            const auto found = session.mSets.find(name);
+            const bool isThere = found != session.mSets.end();
+            mStates.emplace_back(name, isThere ? std::optional(found->second) : std::nullopt);
+        }
+    }
+
+    // Makes the sets what they were.
+    void restore() const {
+        for (const auto& [name, state] : mStates) {
+            if (state)
+                mSession.mSets.at(name) = *state;
+            else
+                mSession.mSets.erase(name);
+        }
+    }
+
+    // Adds the states of those sets that have changed to their histories.
+    void remember() const {
+        for (const auto& [name, state] : mStates) {
+            if (state && state->sharedData != mSession.mSets.at(name).sharedData)
+                mSession.mHistories.try_emplace(name, kMostUndos).first->second.remember(*state);
+        }
+    }
+
+private:
+    Session& mSession;
+    std::vector<std::pair<std::string, std::optional<GxapSelectSet>>> mStates;
+};
+
+template <class Edit>
+auto Session::editing(const std::vector<std::string>& names, Edit edit) -> decltype(edit()) {
+    const Before before(*this, names);
+    try {
+        auto result = edit();
+        before.remember();
+        showHighlights();
+        return result;
+    } catch (...) {
+        before.restore();
+        throw;
+    }
+}
 
 std::uint32_t itemCount(const GxapSelectSet& set) {
     return set.sharedData ? set.sharedData->entityCount : 0;
@@ -179,18 +203,29 @@ std::map<std::string, GxapSelectSet> Session::freshSets() {
 }
 
 void Session::load(const std::string& file) {
-    load(readSvg(file));
+    load(readSvg(file, &mInterrupt));
     mFile = file;
 }
 
 void Session::load(const Scene& scene) {
-    auto drawing = std::make_unique<const Drawing>(scene);
+    auto drawing = std::make_unique<const Drawing>(scene, &mInterrupt);
     dropAll();
+    mHistories.clear();
+    mPrevious.reset();
     mSets = freshSets();
     mEdgePaths.destroyUnused({}); // no set has any
+    mHighlighter.forget();
     mCurrent = kFirstSet;
     mFile.clear();
     mDrawing = std::move(drawing);
+}
+
+void Session::noteWritten(const std::filesystem::path& file) {
+    mWritten.insert(std::filesystem::absolute(file).lexically_normal());
+}
+
+bool Session::hasWritten(const std::filesystem::path& file) const {
+    return mWritten.count(std::filesystem::absolute(file).lexically_normal()) > 0;
 }
 
 const Drawing& Session::drawing() const {
@@ -207,7 +242,18 @@ const GxapSelectSet& Session::set(const std::string& name) const {
 }
 
 GxapSSetWriteAccessor& Session::edit() {
-    return unshared(mSets.at(mCurrent));
+    GxapSSetWriteAccessor& accessor = accessorOf(mSets.at(mCurrent));
+    accessor.writeData();
+    return accessor;
+}
+
+void Session::showHighlights() {
+    std::vector<const GxapSelectSet*> sets;
+    for (const auto& [name, set] : mSets)
+        sets.push_back(&set);
+    for (const auto& [name, words] : mSaved)
+        sets.push_back(&saved(name));
+    mHighlighter.show(sets);
 }
 
 void Session::use(const std::string& name) {
@@ -220,28 +266,34 @@ void Session::copyTo(const std::string& name) {
 }
 
 void Session::assign(const std::string& target, const std::string& source) {
-    const GxapSelectSet& from = set(source);
-    replace(mSets[target], from);
+    editing({target}, [&] {
+        const GxapSelectSet& from = set(source);
+        mSets[target] = from;
+        return true;
+    });
 }
 
 void Session::unite(const std::string& target, const std::string& a, const std::string& b) {
-    const GxapSelectSet& left = set(a);
-    const GxapSelectSet& right = set(b);
-    // merge() first replaces the contents of the set that it is called on. So it must not be called on a
-    // target that is also the operand `right`. A separate set takes the union instead.
-    GxapSelectSet sum;
-    const CopyWatch watch(sum, {left.sharedData, right.sharedData});
-    accessorOf(sum).merge(&left, &right);
-    watch.showCopies();
-    replace(mSets[target], sum);
+    editing({target}, [&] {
+        const GxapSelectSet& left = set(a);
+        const GxapSelectSet& right = set(b);
+        // merge() first replaces the contents of the set that it is called on. So it must not be called on a
+        // target that is also the operand `right`. A separate set takes the union instead.
+        GxapSelectSet sum;
+        accessorOf(sum).merge(&left, &right);
+        mSets[target] = sum;
+        return true;
+    });
 }
 
 void Session::subtract(const std::string& target, const std::string& a, const std::string& b) {
-    const GxapSelectSet& right = set(b);
-    GxapSelectSet rest = set(a);
-    if (itemCount(rest) > 0 && itemCount(right) > 0)
-        release(kv::takeMinus(unshared(rest), right));
-    replace(mSets[target], rest);
+    editing({target}, [&] {
+        const GxapSelectSet& right = set(b);
+        GxapSelectSet rest = set(a);
+        kv::takeMinus(rest, right);
+        mSets[target] = rest;
+        return true;
+    });
 }
 
 Transfer Session::transfer(const Filter& filter, const std::string& target, std::set<GxDbObjectId>& mainIds) {
@@ -250,43 +302,53 @@ Transfer Session::transfer(const Filter& filter, const std::string& target, std:
     FilterExcluder excluder(drawing().model(), filter, mainIds);
     GxapSelectSet& to = mSets[target];
     const std::uint32_t before = itemCount(to);
-    const CopyWatch watch(to);
     set().transfer(to, &excluder, nullptr);
-    watch.showCopies();
     return {excluder.matched(), itemCount(to) - before};
 }
 
 Transfer Session::copyMatching(const Filter& filter, const std::string& target) {
     std::set<GxDbObjectId> mainIds;
-    return transfer(filter, target, mainIds);
+    return editing({target}, [&] { return transfer(filter, target, mainIds); });
 }
 
 Transfer Session::moveMatching(const Filter& filter, const std::string& target) {
     std::set<GxDbObjectId> mainIds;
-    const Transfer result = transfer(filter, target, mainIds);
-    if (mainIds.empty())
+    return editing({target, mCurrent}, [&] {
+        const Transfer result = transfer(filter, target, mainIds);
+        for (const GxDbObjectId id : mainIds)
+            kv::take(mSets.at(mCurrent), id);
         return result;
-    GxapSSetWriteAccessor& from = edit();
-    for (const GxDbObjectId id : mainIds)
-        release(kv::take(from, id));
-    return result;
+    });
 }
 
 // ---- edits of the current set
 
 std::uint32_t Session::removeNearest(Point p, double aperture) {
-    const std::optional<Pick> nearest = Picker(drawing()).nearest(p, aperture);
+    const std::optional<Pick> nearest = Picker(drawing(), &mInterrupt).nearest(p, aperture);
     return nearest ? removePlaced({nearest->path}) : 0;
 }
 
 std::uint32_t Session::removeInside(const Box& box) {
-    std::set<std::vector<GxDbObjectId>> paths;
-    Picker(drawing()).window(box, [&](const Pick& pick) { paths.insert(pick.path); });
+    return removeFound([&](Picker& picker, const Picker::Found& found) { picker.window(box, found); });
+}
+
+std::uint32_t Session::removeCrossing(const Box& box) {
+    return removeFound([&](Picker& picker, const Picker::Found& found) { picker.crossing(box, found); });
+}
+
+std::uint32_t Session::removeFence(const std::vector<Point>& chain) {
+    return removeFound([&](Picker& picker, const Picker::Found& found) { picker.fence(chain, found); });
+}
+
+std::uint32_t Session::removeFound(const PickFunction& pick) {
+    Paths paths;
+    Picker picker(drawing(), &mInterrupt);
+    pick(picker, [&](const Pick& found) { paths.insert(found.path); });
     return removePlaced(paths);
 }
 
 std::uint32_t Session::removePaths(const std::vector<std::vector<GxDbObjectId>>& paths) {
-    const std::set<std::vector<GxDbObjectId>> placed(paths.begin(), paths.end());
+    const Paths placed(paths.begin(), paths.end());
     return removeIf([&](const selected_entity& item) {
         return placed.count({item.mainEntId}) > 0 || placed.count(pathOf(item)) > 0;
     });
@@ -303,29 +365,96 @@ void Session::expectPosition(int position) const {
 
 std::uint32_t Session::removeAt(int position) {
     expectPosition(position);
-    return release(kv::takeAt(edit(), position));
+    return editing({mCurrent}, [&] { return kv::takeAt(mSets.at(mCurrent), position) ? 1u : 0u; });
 }
 
-// Asks first, so that shared data stays shared if there is nothing to remove.
 std::uint32_t Session::removeIf(const std::function<bool(const selected_entity&)>& isDoomed) {
-    return hasAny(set(), isDoomed) ? release(kv::takeIf(edit(), isDoomed)) : 0;
+    return editing({mCurrent}, [&] { return countOf(kv::takeIf(mSets.at(mCurrent), isDoomed)); });
 }
 
 std::uint32_t Session::setUnique(bool on) {
-    if (set().sharedData && set().sharedData->unique == on)
-        return 0;
-    return release(kv::takeSetUnique(edit(), on));
+    return editing({mCurrent}, [&] { return countOf(kv::takeSetUnique(mSets.at(mCurrent), on)); });
 }
 
 void Session::clear() {
-    darken(set());
+    const GxapSelectSet before = set();
+    editing({mCurrent}, [&] {
+        empty();
+        return true;
+    });
+    if (itemCount(before) > 0)
+        mPrevious = before;
+}
+
+// Removes all items. New data would refuse duplicates, so that flag is set anew.
+void Session::empty() {
+    const bool isUnique = !set().sharedData || set().sharedData->unique;
     accessorOf(mSets.at(mCurrent)).clear();
+    kv::takeSetUnique(mSets.at(mCurrent), isUnique);
+}
+
+void Session::invert() {
+    editing({mCurrent}, [&] {
+        Paths covered;
+        for (const selected_entity& item : kv::items(set()))
+            addPaths(item, covered);
+        std::vector<Pick> others;
+        Picker(drawing(), &mInterrupt).all([&](const Pick& pick) {
+            if (!isCovered(pick.path, covered))
+                others.push_back(pick);
+        });
+        empty();
+        for (const Pick& pick : others)
+            add(pick);
+        return true;
+    });
+}
+
+Tally Session::addPrevious() {
+    if (!mPrevious)
+        throw CommandError("no set was cleared");
+    return editing({mCurrent}, [&] {
+        const std::uint32_t before = itemCount(set());
+        if (before == 0)
+            mSets.at(mCurrent) = *mPrevious;
+        else
+            kv::apply(mSets.at(mCurrent), kv::Scheme::kAdd, *mPrevious);
+        return Tally{itemCount(*mPrevious), itemCount(set()) - before};
+    });
+}
+
+// ---- history
+
+std::size_t Session::undos() const {
+    const auto found = mHistories.find(mCurrent);
+    return found == mHistories.end() ? 0 : found->second.undos();
+}
+
+std::size_t Session::redos() const {
+    const auto found = mHistories.find(mCurrent);
+    return found == mHistories.end() ? 0 : found->second.redos();
+}
+
+bool Session::undo() {
+    return step(&kv::History::undo);
+}
+
+bool Session::redo() {
+    return step(&kv::History::redo);
+}
+
+bool Session::step(bool (kv::History::*move)(GxapSelectSet&)) {
+    const auto history = mHistories.find(mCurrent);
+    if (history == mHistories.end() || !(history->second.*move)(mSets.at(mCurrent)))
+        return false;
+    showHighlights();
+    return true;
 }
 
 // ---- edges
 
 Tally Session::addEdge(Point p, double aperture) {
-    const std::optional<Pick> nearest = Picker(drawing()).nearest(p, aperture);
+    const std::optional<Pick> nearest = Picker(drawing(), &mInterrupt).nearest(p, aperture);
     if (!nearest)
         return {};
     const GxDbFullSubentPath path = partOf(nearest->path, kEdgePart, nearest->gsMarker);
@@ -335,9 +464,11 @@ Tally Session::addEdge(Point p, double aperture) {
     const Item held = set().findMainSubsel(id);
     if (!held.isDone() && !held.get()->hasSubselPaths)
         throw CommandError(drawing().label(id) + " is in the set already, as an item without edges");
-    if (!mEdgePaths.add(edit(), path))
-        throw CommandError(drawing().label(id) + " takes no edges");
-    return {1, 1};
+    return editing({mCurrent}, [&] {
+        if (!mEdgePaths.add(mSets.at(mCurrent), path))
+            throw CommandError(drawing().label(id) + " takes no edges");
+        return Tally{1, 1};
+    });
 }
 
 void Session::removeEdge(int position, int edge) {
@@ -347,10 +478,14 @@ void Session::removeEdge(int position, int edge) {
     if (edge >= edges)
         throw CommandError("item " + std::to_string(position) + " has no edge " + std::to_string(edge));
     const bool isHighlighted = record->highlightSegmentArray != nullptr;
-    unhighlight({position});
-    release(kv::SubselectionPaths::removeAt(edit(), position, edge).item);
-    if (isHighlighted && edges > 1)
-        highlight({position});
+    editing({mCurrent}, [&] {
+        kv::SubselectionPaths::removeAt(mSets.at(mCurrent), position, edge);
+        if (isHighlighted && edges > 1) {
+            GxapSelectSet::Iterator it = edit().iteratorAt(position);
+            setHighlights(edit(), it);
+        }
+        return true;
+    });
 }
 
 // ---- highlights
@@ -358,54 +493,47 @@ void Session::removeEdge(int position, int edge) {
 void Session::highlight(const std::vector<int>& positions) {
     for (const int position : positions)
         expectPosition(position);
-    for (const int position : positions) {
-        GxapSelectSet::Iterator it = edit().iteratorAt(position);
-        highlight(it);
-    }
+    editing({mCurrent}, [&] {
+        for (const int position : positions) {
+            GxapSelectSet::Iterator it = edit().iteratorAt(position);
+            setHighlights(edit(), it);
+        }
+        return true;
+    });
 }
 
 void Session::unhighlight(const std::vector<int>& positions) {
     for (const int position : positions)
         expectPosition(position);
-    for (const int position : positions) {
-        GxapSelectSet::Iterator it = edit().iteratorAt(position);
-        unhighlight(it);
-    }
+    editing({mCurrent}, [&] {
+        for (const int position : positions) {
+            GxapSelectSet::Iterator it = edit().iteratorAt(position);
+            edit().setHighlightSegment(it, nullptr);
+        }
+        return true;
+    });
 }
 
 void Session::highlightAll() {
-    for (GxapSelectSet::Iterator it = edit().begin(); !it.isDone(); it.step())
-        highlight(it);
+    editing({mCurrent}, [&] {
+        for (GxapSelectSet::Iterator it = edit().begin(); !it.isDone(); it.step())
+            setHighlights(edit(), it);
+        return true;
+    });
 }
 
 void Session::unhighlightAll() {
-    for (GxapSelectSet::Iterator it = edit().begin(); !it.isDone(); it.step())
-        unhighlight(it);
-}
-
-// Highlights an item. First ends the previous highlights of the item: an entity counts highlights, and would
-// count the item twice.
-void Session::highlight(GxapSelectSet::Iterator& it) {
-    unhighlight(it);
-    const selected_entity& record = *it.get();
-    if (record.hasSubselPaths) {
-        const KvVector<GxDbFullSubentPath*>& edges = *record.subselPathArray;
-        for (int i = 0; i < edges.logicalLength(); ++i)
-            edit().setHighlightSegment(it, edges.at(i));
-    } else {
-        const GxDbFullSubentPath whole = partOf(pathOf(record), kWholePart, it.gsMarker());
-        edit().setHighlightSegment(it, &whole);
-    }
-    set().draw(it, false, true);
-}
-
-void Session::unhighlight(GxapSelectSet::Iterator& it) {
-    set().draw(it, false, false);
-    edit().setHighlightSegment(it, nullptr);
+    if (!hasHighlights(set()))
+        return;
+    editing({mCurrent}, [&] {
+        for (GxapSelectSet::Iterator it = edit().begin(); !it.isDone(); it.step())
+            edit().setHighlightSegment(it, nullptr);
+        return true;
+    });
 }
 
 std::optional<int> Session::highlightSegment(Point p, double aperture) {
-    const std::optional<Pick> nearest = Picker(drawing()).nearest(p, aperture);
+    const std::optional<Pick> nearest = Picker(drawing(), &mInterrupt).nearest(p, aperture);
     if (!nearest)
         return std::nullopt;
     const bool isNested = nearest->isNested();
@@ -415,13 +543,13 @@ std::optional<int> Session::highlightSegment(Point p, double aperture) {
     if (position < 0)
         throw CommandError(drawing().label(nearest->path.back()) + " is not in set " + mCurrent);
     const GxDbFullSubentPath segment = partOf(nearest->path, kEdgePart, nearest->gsMarker);
-    GxapSelectSet::Iterator it = edit().iteratorAt(position);
-    if (hasSegment(it, segment))
+    if (hasSegment(set().iteratorAt(position), segment))
         return position;
-    set().draw(it, false, false);
-    edit().setHighlightSegment(it, &segment);
-    set().draw(it, false, true);
-    return position;
+    return editing({mCurrent}, [&] {
+        GxapSelectSet::Iterator it = edit().iteratorAt(position);
+        edit().setHighlightSegment(it, &segment);
+        return std::optional(position);
+    });
 }
 
 // ---- sets with names
@@ -446,13 +574,17 @@ const SetWords& Session::save(const std::string& name) {
 }
 
 void Session::recall(const std::string& name) {
-    replace(mSets.at(mCurrent), saved(name));
+    editing({mCurrent}, [&] {
+        mSets.at(mCurrent) = saved(name);
+        return true;
+    });
 }
 
 void Session::drop(const std::string& name) {
-    darken(saved(name));
+    (void)saved(name); // throws if there is none
     GxapSelectSetListManager::getInstance()->list->delSelectSet(mSaved.at(name).data());
     mSaved.erase(name);
+    showHighlights();
 }
 
 // Deletes the names first: they mean nothing without the list.
@@ -511,16 +643,18 @@ Pick Session::pickAt(const std::vector<GxDbObjectId>& path) const {
     return pick;
 }
 
-Tally Session::collect(const std::function<void(Picker&, const Picker::Found&)>& pick) {
-    Picker picker(drawing());
-    const std::uint32_t before = itemCount(set());
-    Tally tally;
-    pick(picker, [&](const Pick& found) {
-        add(found);
-        ++tally.found;
+Tally Session::collect(const PickFunction& pick) {
+    return editing({mCurrent}, [&] {
+        Picker picker(drawing(), &mInterrupt);
+        const std::uint32_t before = itemCount(set());
+        Tally tally;
+        pick(picker, [&](const Pick& found) {
+            add(found);
+            ++tally.found;
+        });
+        tally.added = itemCount(set()) - before;
+        return tally;
     });
-    tally.added = itemCount(set()) - before;
-    return tally;
 }
 
 void Session::add(const Pick& pick) {
@@ -528,14 +662,10 @@ void Session::add(const Pick& pick) {
     const bool isNested = pick.isNested();
     const KvVector<GxDbObjectId> path = isNested ? toVector(pick.path) : KvVector<GxDbObjectId>();
     const GxDbObjectId subId = isNested ? pick.path.back() : GxDbObjectId::kNull;
-    GxapSelectSet& set = mSets.at(mCurrent);
-    // Does not make the data private before select(). If the library refuses the item, shared data must stay
-    // shared.
-    const CopyWatch watch(set);
-    // The set owns the info from this call on, even if the set refuses the item or runs out of memory.
-    accessorOf(set).select(pick.path.front(), subId, pick.gsMarker, info.release(),
-                           isNested ? &path : nullptr);
-    watch.showCopies();
+    // The set owns the info from this call on, even if the set refuses the item or runs out of memory. If it
+    // refuses the item, shared data stays shared.
+    accessorOf(mSets.at(mCurrent))
+        .select(pick.path.front(), subId, pick.gsMarker, info.release(), isNested ? &path : nullptr);
 }
 
 } // namespace picker

@@ -5,17 +5,22 @@
 // on the path.
 #pragma once
 
+#include "aids/History.h"
 #include "aids/Reclaim.h"
 #include "examples/picker/Drawing.h"
 #include "examples/picker/Filter.h"
+#include "examples/picker/Highlighter.h"
+#include "examples/picker/Interrupt.h"
 #include "examples/picker/Picker.h"
 #include "selectcontext/KvSelectContext.h"
 
 #include <array>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -46,7 +51,11 @@ struct Transfer {
 // The two words that name a set in the list of named sets.
 using SetWords = std::array<long, 2>;
 
-// The work of one user. Only one session at a time can save sets, because a process has only one list of
+// The work of one user. An edit that fails or is cancelled leaves all sets as they were. An edit that changes
+// a set can be undone; for that the set shares its data with its history, so each edit of a set copies its
+// data once, which costs O(items).
+//
+// Only one session at a time can save sets, because a process has only one list of
 // named sets.
 class Session {
 public:
@@ -60,8 +69,15 @@ public:
     void load(const Scene& scene);
     const std::string& file() const { return mFile; } // empty if the drawing does not come from a file
 
+    // Remember a file that was written, also when the drawing is replaced.
+    void noteWritten(const std::filesystem::path& file);
+    bool hasWritten(const std::filesystem::path& file) const;
+
     bool hasDrawing() const { return mDrawing != nullptr; }
     const Drawing& drawing() const; // CommandError if there is none
+
+    // The link to the owner of long work: loading, picks, and what they are part of. These throw Cancelled.
+    Interrupt& interrupt() { return mInterrupt; }
 
     double aperture() const { return mAperture; }
     void setAperture(double aperture) { mAperture = aperture; }
@@ -99,14 +115,32 @@ public:
 
     // ---- edits of the current set
 
-    // Each of these functions except clear() returns the number of removed items.
+    // The functions with a count return the number of removed items.
     std::uint32_t removeNearest(Point p, double aperture);
-    std::uint32_t removeInside(const Box& box); // removes the entities that are wholly inside
+    std::uint32_t removeInside(const Box& box);   // removes the entities that are wholly inside
+    std::uint32_t removeCrossing(const Box& box); // removes the entities that the box touches
+    std::uint32_t removeFence(const std::vector<Point>& chain);
     // Removes the entities at the ends of paths of ids. A single id stands for all items with that main id.
     std::uint32_t removePaths(const std::vector<std::vector<GxDbObjectId>>& paths);
     std::uint32_t removeAt(int position);
     std::uint32_t setUnique(bool on);
     void clear();
+    // Replaces the items by whole entities: all that the drawing shows and that no item stands for. An item
+    // of a reference stands for all that the reference shows.
+    void invert();
+    // Adds the items of the set that was cleared last. If the current set has items, those that come have no
+    // highlights and edges. Throws CommandError if no set was cleared.
+    Tally addPrevious();
+
+    // ---- history of the current set
+
+    // undo() takes the last edit back, and redo() takes that back. They return false if there is none. Only
+    // the last kMostUndos edits are kept, and none of an older drawing.
+    static constexpr std::size_t kMostUndos = 16; // each may need as much memory as the set
+    bool undo();
+    bool redo();
+    std::size_t undos() const;
+    std::size_t redos() const;
 
     // ---- edges: the segments of an entity that its item sub-selects
 
@@ -139,25 +173,40 @@ public:
 
 private:
     using Item = GxapSelectSet::ConstIterator;
+    using PickFunction = std::function<void(Picker&, const Picker::Found&)>;
 
-    Tally collect(const std::function<void(Picker&, const Picker::Found&)>& pick);
+    class Before;
+
+    // Calls edit() and returns its result, which must not be void. `names` are the sets that it may change or
+    // make. If anything throws, these sets are as before.
+    template <class Edit>
+    auto editing(const std::vector<std::string>& names, Edit edit) -> decltype(edit());
+    void showHighlights();
+
+    Tally collect(const PickFunction& pick);
+    std::uint32_t removeFound(const PickFunction& pick);
     void add(const Pick& pick);
     Pick pickAt(const std::vector<GxDbObjectId>& path) const;
-    GxapSSetWriteAccessor& edit();
+    GxapSSetWriteAccessor& edit(); // makes the data of the current set private
+    void empty();
+    bool step(bool (kv::History::*move)(GxapSelectSet&));
     void expectPosition(int position) const;
     Transfer transfer(const Filter& filter, const std::string& target, std::set<GxDbObjectId>& mainIds);
     std::uint32_t removeIf(const std::function<bool(const selected_entity&)>& isDoomed);
     std::uint32_t removePlaced(const std::set<std::vector<GxDbObjectId>>& paths);
-    void highlight(GxapSelectSet::Iterator& it);
-    void unhighlight(GxapSelectSet::Iterator& it);
     void dropAll();
 
     std::unique_ptr<const Drawing> mDrawing;
     std::string mFile;
+    std::set<std::filesystem::path> mWritten;
+    Interrupt mInterrupt;
+    Highlighter mHighlighter;
     // The paths of edges, which items of several sets may share. So they live until the drawing is replaced.
     kv::SubselectionPaths mEdgePaths;
     std::map<std::string, SetWords> mSaved;
     std::map<std::string, GxapSelectSet> mSets = freshSets();
+    std::map<std::string, kv::History> mHistories; // by the set's name
+    std::optional<GxapSelectSet> mPrevious;        // the set that was cleared last
     std::string mCurrent = kFirstSet;
     double mAperture = 3;
 

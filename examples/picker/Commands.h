@@ -1,4 +1,4 @@
-// The commands of the application: a table with one function for each command.
+// The commands of the application: a table with one function for each command, by groups.
 #pragma once
 
 #include "examples/picker/Session.h"
@@ -54,10 +54,20 @@ struct Command {
     void (*run)(Console&, const Arguments&);
 };
 
-const std::vector<Command>& commands();
+struct CommandGroup {
+    const char* title;
+    std::vector<Command> commands;
+};
 
-// Splits a line into words at blanks. Double quotes keep blanks in a word. A line that is empty or begins
-// with # has no words. Throws CommandError if the last quote is missing.
+// Returns all groups, in the order in which help shows them.
+const std::vector<CommandGroup>& commandGroups();
+// Returns the commands of all groups.
+const std::vector<Command>& commands();
+// Returns how a command is written: its name, and its arguments if it has any.
+std::string usageOf(const Command& command);
+
+// Splits a line into words at blanks. Double quotes keep blanks in a word. A word that begins with # and the
+// rest of the line are a comment. Throws CommandError if the last quote is missing.
 std::vector<std::string> wordsOf(const std::string& line);
 
 // Runs the command that the words name. Does nothing if there are no words. Throws what the library throws,

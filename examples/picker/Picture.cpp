@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <optional>
 #include <set>
@@ -126,6 +127,9 @@ std::string pathText(const Drawing& drawing, const kvinmemory::BookVector<GxDbOb
     return text;
 }
 
+// How the group begins.
+constexpr const char* kGroup = "<g xmlns=\"http://www.w3.org/2000/svg\" id=\"highlight\"";
+
 // What the group and its elements set, so that nothing of the file's own styles hides them: neither what they
 // would inherit nor a style sheet, whose rules are weaker than an important declaration.
 constexpr const char* kSeen[] = {"display:inline", "visibility:visible", "opacity:1", "mix-blend-mode:normal",
@@ -188,12 +192,15 @@ std::string pictureOf(const Drawing& drawing) {
     if (end == std::string::npos)
         throw std::runtime_error("highlights cannot be added to a file in this encoding");
     const std::string style = styleFor(drawing.page());
-    std::string group =
-        "<g xmlns=\"http://www.w3.org/2000/svg\" id=\"highlight\" style=\"" + important(kSeen) + "\">\n";
+    std::string group = std::string(kGroup) + " style=\"" + important(kSeen) + "\">\n";
     for (const Highlighted& part : parts)
         group += elementOf(drawing, part, style);
     std::string picture = drawing.source();
     return picture.insert(end, group + "</g>\n");
+}
+
+bool isPicture(const std::string& text) {
+    return text.find(kGroup) != std::string::npos;
 }
 
 Conversion convertToPng(const std::string& svgFile, const std::string& pngFile) {
@@ -210,7 +217,11 @@ Conversion convertToPng(const std::string& svgFile, const std::string& pngFile) 
     if (posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0)
         return Conversion::noProgram;
     int status = 0;
-    const bool isDone = waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    pid_t ended = 0;
+    do
+        ended = waitpid(child, &status, 0);
+    while (ended < 0 && errno == EINTR);
+    const bool isDone = ended == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     return isDone ? Conversion::done : Conversion::failed;
 }
 

@@ -16,6 +16,9 @@ std::size_t highlightCount(const Drawing& drawing);
 // text if nothing is highlighted. Throws std::runtime_error if the group cannot be added to the text.
 std::string pictureOf(const Drawing& drawing);
 
+// Returns whether pictureOf() has made the text, with a highlight at least.
+bool isPicture(const std::string& text);
+
 enum class Conversion { done, noProgram, failed };
 
 // Converts an SVG file to PNG with the program rsvg-convert. Returns noProgram if the program cannot be

@@ -38,7 +38,8 @@ TEST(WordsOf, QuotesKeepBlanks) {
 
 TEST(WordsOf, CommentsHaveNone) {
     EXPECT_THAT(wordsOf("  # pick 1 2"), ElementsAre());
-    EXPECT_THAT(wordsOf("echo #1"), ElementsAre("echo", "#1"));
+    EXPECT_THAT(wordsOf("pick 1 2 # a wall \"here"), ElementsAre("pick", "1", "2"));
+    EXPECT_THAT(wordsOf("echo \"#1\" a#b #c"), ElementsAre("echo", "#1", "a#b"));
 }
 
 TEST(CommandTable, NamesAreUniqueAndExplained) {
@@ -175,7 +176,7 @@ TEST_F(CommandLine, CopyAndUseHandleSeveralSets) {
 TEST_F(CommandLine, NamesOfSetsArePlain) {
     EXPECT_THAT(errorOf("use a+b"), HasSubstr("letters, digits and _"));
     EXPECT_THAT(errorOf("copy \"\""), HasSubstr("letters, digits and _"));
-    EXPECT_THAT(errorOf("copy"), HasSubstr("usage: copy [FILTER] NAME"));
+    EXPECT_THAT(errorOf("copy"), HasSubstr("usage: copy [FILTER] SET"));
 }
 
 TEST_F(CommandLine, InfoTellsWhatIsThereAndWhatIsNot) {
@@ -203,16 +204,26 @@ TEST_F(CommandLine, EchoPrintsItsWords) {
     EXPECT_EQ(run("echo"), "\n");
 }
 
-TEST_F(CommandLine, HelpHasALinePerCommandAndOneAboutFilters) {
+TEST_F(CommandLine, HelpHasALinePerCommandUnderTheTitleOfItsGroup) {
     std::istringstream lines(run("help"));
     std::string line;
-    for (const Command& command : commands()) {
+    for (const CommandGroup& group : commandGroups()) {
         std::getline(lines, line);
-        EXPECT_THAT(line, testing::EndsWith(std::string(" ") + command.help));
-        EXPECT_LE(line.size(), 80u) << line;
+        EXPECT_EQ(line, std::string(group.title) + ":");
+        bool hasFilter = false;
+        for (const Command& command : group.commands) {
+            std::getline(lines, line);
+            EXPECT_THAT(line, testing::EndsWith(std::string(" ") + command.help));
+            EXPECT_LE(line.size(), 80u) << line;
+            hasFilter = hasFilter || line.find("FILTER") != std::string::npos;
+        }
+        if (hasFilter) {
+            std::getline(lines, line);
+            EXPECT_EQ(line, "FILTER is type TYPE, block BLOCK or box X1 Y1 X2 Y2, and asks about main ids");
+        }
+        std::getline(lines, line);
+        EXPECT_EQ(line, "");
     }
-    std::getline(lines, line);
-    EXPECT_EQ(line, "FILTER is type TYPE, block BLOCK or box X1 Y1 X2 Y2, and asks about main ids");
     EXPECT_FALSE(std::getline(lines, line));
 }
 
@@ -229,6 +240,27 @@ TEST_F(CommandLine, QuitFinishes) {
     EXPECT_FALSE(isFinished);
     run("quit");
     EXPECT_TRUE(isFinished);
+}
+
+TEST_F(CommandLine, ExitIsQuitAndAQuestionMarkIsHelp) {
+    EXPECT_EQ(run("? fence"), run("help fence"));
+    run("exit");
+    EXPECT_TRUE(isFinished);
+}
+
+TEST_F(CommandLine, ExpressionsNeedNoBlanks) {
+    run("id 2");
+    EXPECT_EQ(run("B=A"), "set B has 1 item\n");
+    EXPECT_EQ(run("C=A-B"), "set C has 0 items\n");
+    EXPECT_EQ(run("D =A+ B"), "set D has 1 item\n");
+    EXPECT_THAT(errorOf("B=A*A"), HasSubstr("there is no set A*A"));
+    EXPECT_THAT(errorOf("B = A A"), HasSubstr("no expression"));
+    EXPECT_THAT(errorOf("="), HasSubstr("no expression"));
+}
+
+TEST_F(CommandLine, EchoMayPrintAnExpression) {
+    EXPECT_EQ(run("echo = a"), "= a\n");
+    EXPECT_EQ(run("echo a=b"), "a=b\n");
 }
 
 TEST(CommandsWithoutADrawing, SayOnlyThatThereIsNone) {

@@ -137,9 +137,9 @@ TEST_F(Editing, TransferTakesABoxByAnyTwoCorners) {
 
 TEST_F(Editing, TransfersSayWhatIsWrong) {
     run("all");
-    EXPECT_EQ(errorOf("move B"), "a filter and a set are needed; usage: move FILTER NAME; "
+    EXPECT_EQ(errorOf("move B"), "a filter and a set are needed; usage: move FILTER SET; "
                                  "FILTER is type TYPE, block BLOCK or box X1 Y1 X2 Y2");
-    EXPECT_THAT(errorOf("move colour red B"), HasSubstr("'colour' is no filter; usage: move FILTER NAME; F"));
+    EXPECT_THAT(errorOf("move colour red B"), HasSubstr("'colour' is no filter; usage: move FILTER SET; F"));
     EXPECT_THAT(errorOf("move type line"), HasSubstr("a word is missing"));
     EXPECT_THAT(errorOf("move type a b B"), HasSubstr("'b' is too much"));
     EXPECT_THAT(errorOf("copy box 1 2 3 B"), HasSubstr("a number is missing"));

@@ -398,7 +398,7 @@ TEST_F(Showing, WritesThePictureAloneWithoutAConverterAndSaysSo) {
 TEST_F(Showing, SaysThatAConverterFailed) {
     const kvtest::StandInConverter converter;
     std::filesystem::create_directory("it.png");
-    EXPECT_EQ(errorOf("show it.svg"), "it.svg is written, but no PNG: rsvg-convert failed");
+    EXPECT_EQ(errorOf("show it.svg !"), "it.svg is written, but no PNG: rsvg-convert failed");
     EXPECT_EQ(kvtest::textOf("it.svg"), original());
 }
 
@@ -409,7 +409,7 @@ TEST_F(Showing, NamesTheFileAfterTheDrawing) {
 }
 
 TEST_F(Showing, RefusesWhatItCannotOrMustNotWrite) {
-    EXPECT_EQ(errorOf("show it.txt"), "'it.txt' is not the name of an .svg file; usage: show [FILE.svg]");
+    EXPECT_EQ(errorOf("show it.txt"), "'it.txt' is not the name of an .svg file; usage: show [FILE.svg] [!]");
     EXPECT_THAT(errorOf("show .svg"), testing::StartsWith("'.svg' is not the name of an .svg file"));
     std::ofstream("file") << "";
     EXPECT_EQ(errorOf("show file/it.svg"), "file/it.svg cannot be written");
@@ -417,4 +417,52 @@ TEST_F(Showing, RefusesWhatItCannotOrMustNotWrite) {
     session.load("plan.svg");
     EXPECT_EQ(errorOf("show ./plan.svg"), "./plan.svg is the drawing itself");
     EXPECT_EQ(kvtest::textOf("plan.svg"), original());
+}
+
+TEST_F(Showing, OverwritesItsOwnPictures) {
+    const kvtest::StandInConverter converter;
+    run("all");
+    run("show it.svg");
+    run("highlight");
+    EXPECT_EQ(errorOf("show it.svg"), "no error");
+    run("unhighlight");
+    EXPECT_EQ(errorOf("show it.svg"), "no error");
+    session.load(sceneOf("<line x2='1'/>"));
+    EXPECT_EQ(errorOf("show it.svg"), "no error");
+    EXPECT_EQ(kvtest::textOf("it.svg"), original());
+}
+
+TEST_F(Showing, OverwritesPicturesOfAnotherSession) {
+    const kvtest::StandInConverter converter;
+    std::ofstream("same.svg") << original();
+    EXPECT_EQ(errorOf("show same.svg"), "no error");
+    run("all");
+    run("highlight");
+    std::ofstream("lit.svg") << picture();
+    run("unhighlight");
+    EXPECT_EQ(errorOf("show lit.svg"), "no error");
+}
+
+TEST_F(Showing, KeepsFilesOfOthersUnlessItIsTold) {
+    const kvtest::StandInConverter converter;
+    std::ofstream("it.svg") << "<svg/>";
+    EXPECT_THAT(errorOf("show it.svg"), testing::StartsWith("it.svg is there already, and no picture of "));
+    EXPECT_EQ(kvtest::textOf("it.svg"), "<svg/>");
+    EXPECT_EQ(errorOf("show it.svg !"), "no error");
+    EXPECT_EQ(kvtest::textOf("it.svg"), original());
+}
+
+TEST_F(Showing, KeepsPngsOfOthers) {
+    const kvtest::StandInConverter converter;
+    std::ofstream("it.png") << "mine";
+    EXPECT_THAT(errorOf("show it.svg"), testing::StartsWith("it.png is there already"));
+    EXPECT_EQ(kvtest::textOf("it.png"), "mine");
+    EXPECT_FALSE(std::filesystem::exists("it.svg"));
+}
+
+TEST_F(Showing, MayOverwriteTheFileThatItNamesItself) {
+    const kvtest::StandInConverter converter;
+    std::ofstream("test-highlight.svg") << "<svg/>";
+    EXPECT_EQ(errorOf("show !"), "no error");
+    EXPECT_EQ(kvtest::textOf("test-highlight.svg"), original());
 }

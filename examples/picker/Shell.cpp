@@ -1,9 +1,16 @@
 #include "examples/picker/Shell.h"
 
-#include "examples/picker/SvgReader.h"
+#include "examples/picker/Completion.h"
+#include "examples/picker/DrawingError.h"
 
+#include <signal.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <exception>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <new>
 #include <utility>
@@ -11,7 +18,6 @@
 #ifdef PICKER_HAS_LIBEDIT
 #include <editline/readline.h>
 
-#include <cstdlib>
 #include <cstring>
 #endif
 
@@ -21,24 +27,65 @@ namespace {
 constexpr const char* kPrompt = "picker> ";
 
 constexpr const char* kUsage =
-    "usage: picker [DRAWING.svg] [-f|--script SCRIPT | -c|--command COMMAND]...\n"
+    "usage: picker [DRAWING.svg] [-f|--script SCRIPT | -c|--command COMMAND]... [--] [DRAWING.svg]\n"
+    "       picker --help | --version\n"
     "Without scripts and commands, lines are taken from standard input; the command help explains them.\n"
     "Exit status: 0, 1 where a command failed, 2 where a drawing could not be read.\n";
+
+// ---- Ctrl-C
+
+// Lets SIGINT request the end of work, as long as the object lives.
+class InterruptBySignal {
+public:
+    explicit InterruptBySignal(Interrupt& interrupt) : mOuter(sTarget.exchange(&interrupt)) {
+        struct sigaction action {};
+        action.sa_handler = [](int) {
+            if (Interrupt* target = sTarget)
+                target->request();
+        };
+        sigemptyset(&action.sa_mask);
+        // Without SA_RESTART, so that the prompt gives up reading.
+        sigaction(SIGINT, &action, &mBefore);
+    }
+    InterruptBySignal(const InterruptBySignal&) = delete;
+    InterruptBySignal& operator=(const InterruptBySignal&) = delete;
+    ~InterruptBySignal() {
+        sigaction(SIGINT, &mBefore, nullptr);
+        sTarget = mOuter;
+    }
+
+private:
+    static inline std::atomic<Interrupt*> sTarget{nullptr};
+
+    struct sigaction mBefore {};
+    Interrupt* mOuter;
+};
+
+// ---- lines
 
 class StreamLines : public Lines {
 public:
     StreamLines(std::istream& in, std::string name) : mIn(in), mName(std::move(name)) {}
 
     std::optional<std::string> next() override {
-        std::string line;
-        if (!std::getline(mIn, line))
-            return std::nullopt;
         ++mNumber;
-        return line;
+        std::string line;
+        bool isThere = false;
+        for (int c = mIn.get(); c != std::char_traits<char>::eof(); c = mIn.get()) {
+            isThere = true;
+            if (c == '\n')
+                break;
+            line += static_cast<char>(c);
+            if (line.size() > kLongestLine)
+                throw CommandError("a line has more than " + std::to_string(kLongestLine) + " characters");
+        }
+        return isThere ? std::optional(std::move(line)) : std::nullopt;
     }
     std::string place() const override { return mName + ":" + std::to_string(mNumber) + ": "; }
 
 private:
+    static constexpr std::size_t kLongestLine = 1'000'000;
+
     std::istream& mIn;
     std::string mName;
     std::size_t mNumber = 0;
@@ -62,34 +109,73 @@ private:
 
 #ifdef PICKER_HAS_LIBEDIT
 
-// Returns the next command name that begins with `prefix`, or null. The readline library frees the name.
-char* nextCompletion(const char* prefix, int isContinued) {
-    static std::size_t next = 0;
+constexpr int kMostHistory = 1000; // lines
+
+// What the callbacks of the readline library complete, since they take no argument of ours.
+struct Completing {
+    const Session* session = nullptr;
+    std::vector<std::string> words;
+    std::size_t next = 0;
+};
+Completing gCompleting;
+
+// Returns the next completion, or null. The readline library frees the text.
+char* nextCompletion(const char*, int isContinued) {
     if (!isContinued)
-        next = 0;
-    while (next < commands().size()) {
-        const char* name = commands()[next++].name;
-        if (std::strncmp(name, prefix, std::strlen(prefix)) == 0)
-            return strdup(name);
-    }
-    return nullptr;
+        gCompleting.next = 0;
+    if (gCompleting.next == gCompleting.words.size())
+        return nullptr;
+    return strdup(gCompleting.words[gCompleting.next++].c_str());
 }
 
-char** completions(const char* prefix, int begin, int) {
-    // Only the first word is a command. For other words, null makes the readline library complete file names.
-    return begin == 0 ? rl_completion_matches(prefix, nextCompletion) : nullptr;
+// `begin` and `end` are those of the text that the readline library replaces. It begins behind the last
+// blank, which may be in the middle of a quoted word.
+char** completions(const char* text, int begin, int end) {
+    rl_attempted_completion_over = 1; // no file names where none are meant
+    Completion completion =
+        completionOf(*gCompleting.session, std::string(rl_line_buffer, static_cast<std::size_t>(end)));
+    const std::size_t kept = static_cast<std::size_t>(begin) - completion.begin;
+    for (std::string& word : completion.words)
+        word.erase(0, kept);
+    const bool isOpen = completion.words.size() == 1 && completion.words[0].back() == '/';
+    rl_completion_append_character = isOpen ? '\0' : ' ';
+    gCompleting.words = std::move(completion.words);
+    return rl_completion_matches(text, nextCompletion);
 }
 
 class TerminalLines : public Lines {
 public:
-    TerminalLines() {
+    explicit TerminalLines(Session& session) : mSession(session), mHistory(historyFile()) {
+        static char blanks[] = " \t";
         rl_readline_name = "picker";
+        rl_basic_word_break_characters = blanks;
+        rl_completer_word_break_characters = blanks;
         rl_attempted_completion_function = completions;
+        gCompleting.session = &session;
         using_history();
+        stifle_history(kMostHistory);
+        if (!mHistory.empty())
+            read_history(mHistory.c_str());
+    }
+    TerminalLines(const TerminalLines&) = delete;
+    TerminalLines& operator=(const TerminalLines&) = delete;
+    // A history that cannot be kept is no reason to bother the user.
+    ~TerminalLines() override {
+        if (mHistory.empty())
+            return;
+        std::error_code failure;
+        std::filesystem::create_directories(mHistory.parent_path(), failure);
+        write_history(mHistory.c_str());
     }
 
     std::optional<std::string> next() override {
+        mSession.interrupt().reset();
+        const InterruptBySignal bySignal(mSession.interrupt());
         const std::unique_ptr<char, decltype(&std::free)> typed(readline(kPrompt), std::free);
+        if (mSession.interrupt().isRequested()) {
+            std::cout << std::endl;
+            return "";
+        }
         if (!typed) {
             std::cout << std::endl; // ends the line of the prompt
             return std::nullopt;
@@ -100,12 +186,18 @@ public:
     }
     std::string place() const override { return ""; }
     bool isInteractive() const override { return true; }
+
+private:
+    Session& mSession;
+    std::filesystem::path mHistory;
 };
 
 #else
 
 class TerminalLines : public Lines {
 public:
+    explicit TerminalLines(Session&) {}
+
     std::optional<std::string> next() override {
         std::cout << kPrompt << std::flush;
         std::string line;
@@ -133,11 +225,11 @@ Failure platformFailure(std::unique_ptr<KvException> exception) {
     return {kCommandFailed, text};
 }
 
-// Runs the command with the words that words() returns. Returns the failure, if there is one.
-template <class Words>
-std::optional<Failure> tryCommand(Console& console, Words words) {
+// Calls work(). Returns the failure, if there is one.
+template <class Work>
+std::optional<Failure> attempt(Work work) {
     try {
-        runCommand(console, words());
+        work();
         return std::nullopt;
     } catch (KvException* exception) {
         return platformFailure(std::unique_ptr<KvException>(exception));
@@ -148,6 +240,14 @@ std::optional<Failure> tryCommand(Console& console, Words words) {
     } catch (const std::exception& error) {
         return Failure{kCommandFailed, error.what()};
     }
+}
+
+// Runs a command, which Ctrl-C ends.
+std::optional<Failure> tryCommand(Console& console, const std::function<std::vector<std::string>()>& words) {
+    Interrupt& interrupt = console.session.interrupt();
+    interrupt.reset();
+    const InterruptBySignal bySignal(interrupt);
+    return attempt([&] { runCommand(console, words()); });
 }
 
 // Prints the place of the command and the message. Leaves the place out for a broken drawing: the message
@@ -192,8 +292,13 @@ std::optional<Job::Kind> optionKind(const std::string& word) {
 
 std::vector<Job> jobsOf(const std::vector<std::string>& arguments) {
     std::vector<Job> jobs;
+    bool areOptions = true; // until -- ends them
     for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::optional<Job::Kind> kind = optionKind(arguments[i]);
+        if (areOptions && arguments[i] == "--") {
+            areOptions = false;
+            continue;
+        }
+        const std::optional<Job::Kind> kind = areOptions ? optionKind(arguments[i]) : std::nullopt;
         if (kind && ++i == arguments.size())
             throw UsageError(arguments.back() + " needs something behind it");
         jobs.push_back({kind.value_or(Job::Kind::drawing), arguments[i]});
@@ -251,19 +356,29 @@ std::unique_ptr<Lines> argumentLines(std::vector<std::string> lines) {
     return std::make_unique<ArgumentLines>(std::move(lines));
 }
 
-std::unique_ptr<Lines> terminalLines() {
-    return std::make_unique<TerminalLines>();
+std::unique_ptr<Lines> terminalLines(Session& session) {
+    return std::make_unique<TerminalLines>(session);
+}
+
+std::filesystem::path historyFile() {
+    const char* const state = std::getenv("XDG_STATE_HOME");
+    if (state && *state)
+        return std::filesystem::path(state) / "picker" / "history";
+    const char* const home = std::getenv("HOME");
+    return home && *home ? std::filesystem::path(home) / ".local/state/picker/history" : "";
 }
 
 ExitStatus runLines(Session& session, Lines& lines, const ShellOutput& output) {
     Console console{session, output.out, output.width};
     while (!console.isFinished) {
-        const std::optional<std::string> line = lines.next();
-        if (!line)
+        std::optional<std::string> line;
+        std::optional<Failure> failure = attempt([&] { line = lines.next(); });
+        if (!failure && !line)
             break;
-        if (output.showsCommands && isShown(*line))
+        if (line && output.showsCommands && isShown(*line))
             output.out << kPrompt << *line << '\n';
-        const std::optional<Failure> failure = tryCommand(console, [&] { return wordsOf(*line); });
+        if (line)
+            failure = tryCommand(console, [&] { return wordsOf(*line); });
         if (!failure)
             continue;
         report(*failure, lines.place(), output);
@@ -277,6 +392,10 @@ int runProgram(const std::vector<std::string>& arguments, std::istream& in, cons
                bool isTerminal) {
     if (arguments.size() == 1 && (arguments[0] == "--help" || arguments[0] == "-h")) {
         output.out << kUsage;
+        return kDone;
+    }
+    if (arguments.size() == 1 && arguments[0] == "--version") {
+        output.out << "picker " PICKER_VERSION "\n";
         return kDone;
     }
     std::vector<Job> jobs;
@@ -293,7 +412,8 @@ int runProgram(const std::vector<std::string>& arguments, std::istream& in, cons
     }
     if (hasCommands(jobs))
         return kDone;
-    const std::unique_ptr<Lines> lines = isTerminal ? terminalLines() : streamLines(in, "standard input");
+    const std::unique_ptr<Lines> lines =
+        isTerminal ? terminalLines(session) : streamLines(in, "standard input");
     return runLines(session, *lines, output);
 }
 

@@ -4,6 +4,7 @@
 #include "examples/picker/Commands.h"
 
 #include <cstddef>
+#include <filesystem>
 #include <istream>
 #include <memory>
 #include <optional>
@@ -16,6 +17,7 @@ namespace picker {
 class Lines {
 public:
     virtual ~Lines() = default;
+    // Returns nothing at the end. Throws CommandError for a line that is too long for a command.
     virtual std::optional<std::string> next() = 0;
     // Returns how an error message about the last line begins, such as "demo.txt:12: ".
     virtual std::string place() const = 0;
@@ -25,9 +27,14 @@ public:
 // Reads lines from a file or another stream. Error messages call the stream `name`.
 std::unique_ptr<Lines> streamLines(std::istream& in, const std::string& name);
 std::unique_ptr<Lines> argumentLines(std::vector<std::string> lines);
-// Reads lines with a prompt. In a program that was built with line editing, the prompt has a history and
-// completes command names.
-std::unique_ptr<Lines> terminalLines();
+// Reads lines with a prompt. Ctrl-C drops the line that is typed. In a program that was built with line
+// editing, the prompt completes words and has a history, which historyFile() keeps. The session must outlive
+// the lines.
+std::unique_ptr<Lines> terminalLines(Session& session);
+
+// Returns the file that keeps the lines that users have typed: picker/history in XDG_STATE_HOME, or in
+// ~/.local/state. Returns "" if neither variable is set.
+std::filesystem::path historyFile();
 
 enum ExitStatus : int { kDone = 0, kCommandFailed = 1, kDrawingBroken = 2 };
 
@@ -38,8 +45,8 @@ struct ShellOutput {
     bool showsCommands = false; // prints each command as if it had been typed
 };
 
-// Runs all lines. Stops at the first error, unless a user types the lines. Returns kDone, or the status of
-// that error.
+// Runs all lines. While a command runs, Ctrl-C (SIGINT) ends the command with an error. Stops at the first
+// error, unless a user types the lines. Returns kDone, or the status of that error.
 ExitStatus runLines(Session& session, Lines& lines, const ShellOutput& output);
 
 // Runs the whole program and returns its exit status. `arguments` does not include the name of the program.

@@ -4,7 +4,9 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -51,6 +53,28 @@ protected:
     const ScratchFile broken{"picker_shell_broken.svg", "<svg>\n<g></svg>"};
 };
 
+// Sets a variable of the environment. The destructor restores it.
+class Variable {
+public:
+    Variable(const char* name, const char* value) : mName(name) {
+        if (const char* before = std::getenv(name))
+            mBefore = before;
+        setenv(name, value, 1);
+    }
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
+    ~Variable() {
+        if (mBefore)
+            setenv(mName, mBefore->c_str(), 1);
+        else
+            unsetenv(mName);
+    }
+
+private:
+    const char* mName;
+    std::optional<std::string> mBefore;
+};
+
 // Lines that count as typed by a user.
 class TypedLines : public Lines {
 public:
@@ -67,6 +91,17 @@ private:
     std::vector<std::string> mLines;
     std::size_t mNext = 0;
 };
+
+// A crowd of entities that lasts for more than one report of a pick.
+std::string crowd() {
+    std::string text = "<symbol id='s'>";
+    for (int i = 0; i < 100; ++i)
+        text += "<line x2='1'/>";
+    text += "</symbol>";
+    for (int i = 0; i < 100; ++i)
+        text += "<use href='#s'/>";
+    return text;
+}
 
 } // namespace
 
@@ -150,6 +185,69 @@ TEST(Shell, HelpIsNoError) {
     const Outcome outcome = runProgramWith({"--help"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_THAT(outcome.out, StartsWith("usage: picker"));
+}
+
+TEST(Shell, VersionIsPrinted) {
+    const Outcome outcome = runProgramWith({"--version"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.out, testing::MatchesRegex("picker [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST(Shell, NothingBehindTwoDashesIsAnOption) {
+    EXPECT_THAT(runProgramWith({"--", "-f"}).errors, StartsWith("picker: -f: cannot be read"));
+    EXPECT_THAT(runProgramWith({"--", "--"}).errors, StartsWith("picker: --: cannot be read"));
+    EXPECT_EQ(runProgramWith({"-c", "echo one", "--"}).out, "one\n");
+}
+
+TEST(Shell, ALineWithoutAnEndIsAnError) {
+    const Outcome outcome = runProgramWith({}, "echo one\n" + std::string(2'000'000, 'x'));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.errors, "picker: standard input:2: a line has more than 1000000 characters\n");
+}
+
+TEST(Shell, TheLastLineNeedsNoEnd) {
+    EXPECT_EQ(runProgramWith({}, "echo one\necho two").out, "one\ntwo\n");
+}
+
+TEST(Shell, CtrlCEndsTheRunningCommandOnly) {
+    Session session;
+    session.load(kvtest::sceneOf(crowd()));
+    session.interrupt().setProgress([](std::size_t) { (void)std::raise(SIGINT); });
+    std::ostringstream out, errors;
+    TypedLines lines({"all", "count"});
+    EXPECT_EQ(runLines(session, lines, {out, errors, 100}), 0);
+    EXPECT_EQ(errors.str(), "picker: cancelled\n");
+    EXPECT_EQ(out.str(), "set A: 0 items under 0 main ids\n");
+}
+
+TEST(Shell, CtrlCEndsAScript) {
+    Session session;
+    session.load(kvtest::sceneOf(crowd()));
+    session.interrupt().setProgress([](std::size_t) { (void)std::raise(SIGINT); });
+    std::ostringstream out, errors;
+    const std::unique_ptr<Lines> lines = argumentLines({"all", "count"});
+    EXPECT_EQ(runLines(session, *lines, {out, errors, 100}), 1);
+    EXPECT_EQ(out.str(), "");
+}
+
+TEST(Shell, CtrlCBetweenCommandsIsNotForThem) {
+    struct sigaction before {};
+    sigaction(SIGINT, nullptr, &before);
+    runProgramWith({"-c", "echo one"});
+    struct sigaction after {};
+    sigaction(SIGINT, nullptr, &after);
+    EXPECT_EQ(before.sa_handler, after.sa_handler);
+}
+
+TEST(Shell, HistoryIsInTheDirectoryForStates) {
+    const Variable state("XDG_STATE_HOME", "/states");
+    EXPECT_EQ(historyFile(), "/states/picker/history");
+}
+
+TEST(Shell, HistoryIsOtherwiseInTheHomeDirectory) {
+    const Variable state("XDG_STATE_HOME", "");
+    const Variable home("HOME", "/home/me");
+    EXPECT_EQ(historyFile(), "/home/me/.local/state/picker/history");
 }
 
 TEST(Shell, QuitEndsTheInput) {

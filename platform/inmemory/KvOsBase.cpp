@@ -1,4 +1,5 @@
-// The in-memory libKvOsBase: defines what KvOsBase.h declares, and the switches and logs.
+// The in-memory libKvOsBase: defines what KvOsBase.h declares, and the switches and logs. The exceptions are
+// in platform/plain/KvException.cpp.
 #include "platform/KvOsBase.h"
 
 #include "base/KvVector.h"
@@ -185,44 +186,6 @@ void _kvFree(void* memory) noexcept {
     if (isOn(kTracking))
         return trackedFree(memory);
     std::free(memory);
-}
-
-// ---- Exceptions
-
-KvException::~KvException() = default;
-
-KvErrorStatus::KvErrorStatus(int status, const wchar_t* file, int line)
-    : mFile(file), mStatus(status), mLine(line) {}
-
-KvErrorStatus::~KvErrorStatus() = default;
-
-int KvErrorStatus::status() const noexcept {
-    return mStatus;
-}
-
-const wchar_t* KvErrorStatus::file() const noexcept {
-    return mFile;
-}
-
-int KvErrorStatus::line() const noexcept {
-    return mLine;
-}
-
-KvExceptionWithMsg::KvExceptionWithMsg(const wchar_t* file, int line, const wchar_t* message)
-    : mFile(file), mMessage(message), mLine(line) {}
-
-KvExceptionWithMsg::~KvExceptionWithMsg() = default;
-
-const wchar_t* KvExceptionWithMsg::file() const noexcept {
-    return mFile;
-}
-
-int KvExceptionWithMsg::line() const noexcept {
-    return mLine;
-}
-
-const wchar_t* KvExceptionWithMsg::message() const noexcept {
-    return mMessage;
 }
 
 // ---- The crash recorder

@@ -1,4 +1,4 @@
-// The in-memory libKvRx: defines what KvRx.h declares.
+// libKvRx, for every platform of this tree.
 #include "platform/KvRx.h"
 
 GxRxObject::~GxRxObject() = default;

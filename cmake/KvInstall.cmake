@@ -17,6 +17,9 @@ cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${kv_pkgconfig_dir
 if(KV_PLATFORM_PACKAGE STREQUAL "")
     set(KV_PLATFORM_DEPENDENCY KvInMemoryPlatform)
     set(KV_PKGCONFIG_REQUIRES KvInMemoryPlatform)
+elseif(KV_PLATFORM_PACKAGE STREQUAL "KvOpenCascadePlatform")
+    set(KV_PLATFORM_DEPENDENCY KvOpenCascadePlatform)
+    set(KV_PKGCONFIG_REQUIRES KvOpenCascadePlatform)
 else()
     set(KV_PLATFORM_DEPENDENCY ${KV_PLATFORM_PACKAGE})
     set(KV_PKGCONFIG_REQUIRES ${KV_PLATFORM_PKGCONFIG})
@@ -73,6 +76,17 @@ if(KV_PLATFORM_PACKAGE STREQUAL "")
         COMPONENT KvPlatformDevelopment
         FILES_MATCHING PATTERN "InMemory*.h" PATTERN "detail" EXCLUDE)
     kv_install_package(KvInMemoryPlatform KvPlatformDevelopment)
+elseif(KV_PLATFORM_PACKAGE STREQUAL "KvOpenCascadePlatform")
+    install(
+        TARGETS KvOsBase KvRx KvGeometry KvDatabase KvOpenCascadeViewer
+        EXPORT KvOpenCascadePlatformTargets
+        LIBRARY COMPONENT KvPlatform NAMELINK_COMPONENT KvPlatformDevelopment)
+    install(
+        DIRECTORY "${PROJECT_SOURCE_DIR}/platform/opencascade" "${PROJECT_SOURCE_DIR}/platform/plain"
+        DESTINATION "${KV_INSTALL_HEADERS}/platform"
+        COMPONENT KvPlatformDevelopment
+        FILES_MATCHING PATTERN "OpenCascade*.h" PATTERN "Plain*.h" PATTERN "detail" EXCLUDE)
+    kv_install_package(KvOpenCascadePlatform KvPlatformDevelopment)
 endif()
 
 install(

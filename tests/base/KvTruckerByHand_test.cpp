@@ -16,6 +16,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <memory>
@@ -26,6 +27,7 @@
 namespace {
 
 using kvtest::expectMessage;
+using kvtest::expectStatus;
 using kvtest::fill;
 using kvtest::invariants;
 using kvtest::kAccessError;
@@ -38,6 +40,8 @@ using kvtest::SmallStore;
 using kvtest::valuesOf;
 using kvtest::walkFrom;
 using ::testing::ElementsAre;
+
+constexpr int kInvalidIndex = 24;
 
 // Expects that look-ups by position, look-ups by address, and walks in both directions find the occupied
 // slots of the pages.
@@ -367,6 +371,29 @@ TEST_F(KvTruckerChainTest, IteratorOnAPageOfAnotherStoreWorksOnceAPageWasFreed) 
     for (int i = 0; i < 4; ++i)
         removeIndex(store, 0);
     EXPECT_EQ(*it, 1);
+}
+
+// Allocates zeros behind each block. They look like occupied slots.
+class ZeroTailAllocator {
+public:
+    static void* allocate(std::size_t bytes) noexcept {
+        void* const memory = ::operator new(bytes + kTail, std::nothrow);
+        if (memory)
+            std::memset(static_cast<unsigned char*>(memory) + bytes, 0, kTail);
+        return memory;
+    }
+    static void deallocate(void* memory, std::size_t /*bytes*/) noexcept { ::operator delete(memory); }
+
+private:
+    static constexpr std::size_t kTail = 64;
+};
+
+TEST_F(KvTruckerChainTest, FullPageThatCountsTooManyElementsHasNoneBehindItsSlots) {
+    KvTrucker<long, 64u, ZeroTailAllocator> full;
+    for (long value = 0; value < kSmallPageSlots; ++value)
+        full.append(value);
+    full.head->slots[0].free = 1;
+    expectStatus([&] { full.elementAt(3); }, kInvalidIndex);
 }
 
 // A chain of so many pages that the store counts them in the page index.

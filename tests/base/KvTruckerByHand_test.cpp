@@ -392,8 +392,8 @@ TEST_F(KvTruckerChainTest, FullPageThatCountsTooManyElementsHasNoneBehindItsSlot
     KvTrucker<long, 64u, ZeroTailAllocator> full;
     for (long value = 0; value < kSmallPageSlots; ++value)
         full.append(value);
-    full.head->slots[0].free = 1;
-    expectStatus([&] { full.elementAt(3); }, kInvalidIndex);
+    full.head->liveCount = 5;
+    expectStatus([&] { full.elementAt(4); }, kInvalidIndex);
 }
 
 // A chain of so many pages that the store counts them in the page index.

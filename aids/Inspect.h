@@ -86,10 +86,10 @@ KV_AIDS_API IteratorState whyDone(const GxapSelectSet::ConstIterator& it);
 // Returns a phrase for the state, such as "on an item". The text is a literal.
 KV_AIDS_API const char* textOf(IteratorState state) noexcept;
 
-// Returns the calls in which its set last disabled the iterator, the innermost first: the name of each function
-// that is exported, or the place in its file, as addr2line reads it. Returns nothing if the library was built
-// without KV_TRACE_ITERATORS, if no set has disabled the iterator, or if 256 others were disabled since. Throws
-// std::bad_alloc only. Any thread may call it.
+// Returns the calls in which its set last disabled the iterator, the innermost first: the name of each
+// function that is exported, or the place in its file, as addr2line reads it. Returns nothing if the library
+// was built without KV_TRACE_ITERATORS, if no set has disabled the iterator, or if 256 others were disabled
+// since. Throws std::bad_alloc only. Any thread may call it.
 KV_AIDS_API std::vector<std::string> whereDisabled(const GxapSelectSet::ConstIterator& it);
 
 // ---- Stale items

@@ -167,6 +167,8 @@ private:
 
 template <class Edit>
 auto Session::editing(const std::vector<std::string>& names, Edit edit) -> decltype(edit()) {
+    if (mIsInEdit)
+        return edit();
     const Before before(*this, names);
     try {
         auto result = edit();
@@ -420,6 +422,20 @@ Tally Session::addPrevious() {
         else
             kv::apply(mSets.at(mCurrent), kv::Scheme::kAdd, *mPrevious);
         return Tally{itemCount(*mPrevious), itemCount(set()) - before};
+    });
+}
+
+void Session::asOneEdit(const std::function<void()>& edits) {
+    editing({mCurrent}, [&] {
+        mIsInEdit = true;
+        try {
+            edits();
+        } catch (...) {
+            mIsInEdit = false;
+            throw;
+        }
+        mIsInEdit = false;
+        return true;
     });
 }
 

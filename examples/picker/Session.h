@@ -132,6 +132,9 @@ public:
     // highlights and edges. Throws CommandError if no set was cleared.
     Tally addPrevious();
 
+    // Calls edits(), whose edits of the current set count as one. If anything throws, the set is as before.
+    void asOneEdit(const std::function<void()>& edits);
+
     // ---- history of the current set
 
     // undo() takes the last edit back, and redo() takes that back. They return false if there is none. Only
@@ -208,6 +211,7 @@ private:
     std::map<std::string, kv::History> mHistories; // by the set's name
     std::optional<GxapSelectSet> mPrevious;        // the set that was cleared last
     std::string mCurrent = kFirstSet;
+    bool mIsInEdit = false; // an edit that has others as parts is running
     double mAperture = 3;
 
     static constexpr const char* kFirstSet = "A";

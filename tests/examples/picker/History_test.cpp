@@ -64,6 +64,31 @@ TEST_F(EditHistory, RedoDoesItAgain) {
     EXPECT_THAT(items(), ElementsAre("2", "3"));
 }
 
+TEST_F(EditHistory, SeveralEditsAsOneAreTakenBackTogether) {
+    run("id 2");
+    session.asOneEdit([&] {
+        run("id 3");
+        run("remove-id 2");
+    });
+    EXPECT_THAT(items(), ElementsAre("3"));
+    run("undo");
+    EXPECT_THAT(items(), ElementsAre("2"));
+    run("redo");
+    EXPECT_THAT(items(), ElementsAre("3"));
+}
+
+TEST_F(EditHistory, SeveralEditsAsOneAddNothingIfTheLastFails) {
+    run("id 2");
+    const auto edits = [&] {
+        run("id 3");
+        run("id 999");
+    };
+    EXPECT_THROW(session.asOneEdit(edits), CommandError);
+    EXPECT_THAT(items(), ElementsAre("2"));
+    run("undo");
+    EXPECT_THAT(items(), ElementsAre()) << "the next edits are edits of their own again";
+}
+
 TEST_F(EditHistory, UndoWithoutAnEditIsAnError) {
     EXPECT_EQ(errorOf("undo"), "set A has no edit to take back");
     run("id 2");

@@ -1,0 +1,10 @@
+// Runs the tests with an application, which every window needs.
+#include <gtest/gtest.h>
+
+#include <QApplication>
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    const QApplication application(argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -21,8 +21,8 @@ namespace kvmodel {
 
 namespace {
 
-constexpr unsigned kReplaySeconds = 20; // a replay that takes longer counts as failed
-constexpr unsigned kCampaignSeconds = 540;
+constexpr unsigned kReplaySeconds = 20;   // a replay that takes longer counts as failed
+constexpr unsigned kEpisodeSeconds = 540; // an episode of a campaign that takes longer counts as failed
 constexpr auto kShrinkTime = std::chrono::seconds(60);
 constexpr int kFailed = 1;
 
@@ -145,8 +145,9 @@ std::uint64_t seedOf(std::uint64_t seed, long episode) {
 
 Result runEpisodes(long count, const std::function<Episode(long)>& episode, const Performance& perform) {
     const SharedReport report;
-    const bool failed = failsInChild(report, kCampaignSeconds, false, [&] {
+    const bool failed = failsInChild(report, kEpisodeSeconds, false, [&] {
         for (long number = 0; number < count; ++number) {
+            alarm(kEpisodeSeconds);
             report->episode = number;
             report->operation = 0;
             perform(episode(number), [&](int i) {

@@ -1535,6 +1535,8 @@ void Machine::editIndex(const Operation& o) {
     const int sub = mStep % (hasRuns() ? World::kFirstSpare : 3);
     noteUsed(record->main, sub);
     addToRun(o[0], record->main, sub, record->marker, -1, -1);
+    // The item may be on a new page, which the model has to know.
+    comparePages(*set(o[0]).sharedData->entities, *modelSet(o[0]).data->store, false);
     lookUpKeysOf(lookingUp);
 }
 

@@ -9,6 +9,7 @@
 
 #include <QApplication>
 #include <QTest>
+#include <QWheelEvent>
 #include <QWindow>
 
 #include <algorithm>
